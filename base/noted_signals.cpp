@@ -1,0 +1,73 @@
+#include "base/noted_signals.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <atomic>
+
+#include "base/process.h"
+
+namespace {
+
+constexpr int kSignals = 65;  // numbers 1..64
+std::atomic<bool> s_noted[kSignals];
+int s_signal_pipe[2] = {-1, -1};
+thread_local volatile sig_atomic_t s_handler_depth = 0;
+
+void drain_signal_pipe() {
+  char bytes[64];
+  while (read(s_signal_pipe[0], bytes, sizeof(bytes)) > 0) {
+  }
+}
+
+}  // namespace
+
+bool open_signal_pipe() {
+  if (pipe2(s_signal_pipe, O_CLOEXEC | O_NONBLOCK) != 0) return false;
+  close_in_children(s_signal_pipe[0]);
+  close_in_children(s_signal_pipe[1]);
+  return true;
+}
+
+void note_signal(int sig) {
+  const int saved_errno = errno;
+  s_noted[sig].store(true);
+  const char byte = static_cast<char>(sig);
+  (void)!write(s_signal_pipe[1], &byte, 1);  // a full pipe wakes just as well
+  errno = saved_errno;
+}
+
+void handle_noted_signals(void (*handle)(int sig)) {
+  if (!is_main_process()) return;
+  drain_signal_pipe();  // first: what arrives from here on wakes the next wait
+  for (int sig = 1; sig < kSignals; sig++) {
+    if (s_noted[sig].exchange(false)) handle(sig);
+  }
+}
+
+void forget_noted_signals() {
+  for (auto& noted : s_noted) noted.store(false);
+}
+
+void wait_ready(int fd, short events, void (*handle)(int sig)) {
+  pollfd waits[] = {{fd, events, 0}, {s_signal_pipe[0], POLLIN, 0}};
+  const nfds_t count = is_main_process() ? 2 : 1;
+  for (;;) {
+    const int ready = poll(waits, count, -1);
+    if (ready < 0 && errno != EINTR && errno != EAGAIN) return;
+    if (ready > 0 && waits[1].revents != 0) handle_noted_signals(handle);
+    if (ready > 0 && waits[0].revents != 0) return;
+  }
+}
+
+signal_scope::signal_scope() {
+  s_handler_depth = s_handler_depth + 1;
+}
+signal_scope::~signal_scope() {
+  s_handler_depth = s_handler_depth - 1;
+}
+bool in_signal_handler() {
+  return s_handler_depth > 0;
+}

@@ -1,0 +1,35 @@
+// Signals in the main process are noted when they arrive and handled at safe points. Logging,
+// forking or reaping inside a handler would deadlock with what the main thread is doing, or change
+// the worker tables under its hands. A safe point is every wait for a client.
+#pragma once
+
+#include <signal.h>
+
+// Opens the wake-up pipe. False with errno when that fails. Main process, before any handler is
+// installed; its two descriptors are closed in children.
+bool open_signal_pipe();
+
+// Signal handler body of the main process: notes `sig` and wakes the main thread. Keeps errno.
+void note_signal(int sig);
+
+// Calls `handle(sig)` once for each signal noted since the last call, in ascending order. Does
+// nothing in another process than the main one.
+void handle_noted_signals(void (*handle)(int sig));
+
+// A child inherits nothing that was noted for its parent.
+void forget_noted_signals();
+
+// Waits until `fd` is ready for `events` (POLLIN or POLLOUT), handling noted signals meanwhile and
+// before. Errors and hang-ups count as ready: the caller's read or write reports them. In another
+// process than the main one it only waits.
+void wait_ready(int fd, short events, void (*handle)(int sig));
+
+// Marks the dynamic extent of a signal handler on this thread.
+class signal_scope {
+ public:
+  signal_scope();
+  ~signal_scope();
+  signal_scope(const signal_scope&) = delete;
+  signal_scope& operator=(const signal_scope&) = delete;
+};
+bool in_signal_handler();

@@ -1,0 +1,84 @@
+// Forking, ending and signalling processes. Nothing here logs: the loggers stand above it.
+//
+// The rules that this file keeps for everybody: a child starts with no signal blocked, without the
+// main process's sockets, and, when it runs a shell or a tool, as the leader of a process group, so
+// that what it started can be ended with it; a remembered pid is signalled only while it is ours.
+#pragma once
+
+#include <stdint.h>
+#include <sys/types.h>
+
+// The main process; set once by main() before the first fork. -1 in a tool or a test that is not a
+// daemon.
+extern int32_t s_harrowmossd_pid;
+
+// True in the process that serves the control socket. One getpid().
+bool is_main_process();
+
+// The parent's pid for log lines. The main process's parent is init and stays so: it is asked once.
+pid_t parent_pid();
+
+enum class group {
+  inherit,  // stays in the forking process's group
+  own,      // leads a group of its own
+};
+
+// fork() for everything in the daemon. Returns as fork() does; 0 in the child, which has no signal
+// blocked, has noted none, and has closed what close_in_children() and set_connection() name. Safe
+// in a signal handler and in an extra thread.
+pid_t fork_process(group where);
+
+// The same, but the child keeps the connection: for the one child that may come back into the
+// request loop.
+pid_t fork_process_keeping_connection(group where);
+
+// `fd` stays open in the main process for ever and is closed in every child; at most 4, more abort.
+// Main thread of the main process only, as set_connection().
+void close_in_children(int fd);
+
+// The client's connection, -1 for none.
+void set_connection(int fd);
+
+// Ends this process at once with `status`: no destructors, no atexit handlers, which could wait for
+// a lock that the fork copied. The only way out for every child.
+[[noreturn]] void end_process(int status);
+
+// True while the caller may ask the C library for local time: in the first thread of a process
+// that was not forked beside that lock. See local_time.h.
+bool may_convert_time();
+
+// True when `pid` (above 1) is a process of ours: its parent is this process, the main process, or
+// the process that forked this one.
+bool is_ours(pid_t pid);
+
+// Sends `sig` to `pid` when it is ours. Returns 0, or -1 when nothing was signalled.
+int signal_process(pid_t pid, int sig);
+
+// Sends `sig` to the process group `leader`, when one of its members is ours (the leader itself may
+// be gone), and then to the leader. Returns 0 when anything was signalled, else -1.
+int signal_group(pid_t leader, int sig);
+
+// Ends `pid` and the group that it may lead with SIGKILL.
+void kill_with_group(pid_t pid);
+
+// Waits up to `milliseconds` for the child `pid` to end, and reaps it. Returns its pid when it was
+// reaped, -1 when it is no child of ours (any more), 0 when it still runs. A signal handler that
+// runs meanwhile neither ends nor shortens the wait. A `status` may be null.
+pid_t wait_within(pid_t pid, int milliseconds, int* status);
+
+// Waits for the child `pid` without bound. Its pid, or -1 when it is no child of ours.
+pid_t wait_for(pid_t pid, int* status);
+
+// Sleeps the full time whatever signals arrive.
+void sleep_ms(int milliseconds);
+
+// Milliseconds of CLOCK_MONOTONIC.
+int64_t monotonic_ms();
+
+// Reaps one ended child of the calling thread without waiting, and never another thread's, whose
+// waiter would miss it. Returns its pid, 0 when none has ended, -1 when there is no child.
+pid_t reap_any(int* status);
+
+// Writes the pids of the calling thread's children, ended ones included, at most `size`, into
+// `pids`; returns how many. What is orphaned below a subreaper becomes its first thread's child.
+int list_children(pid_t* pids, int size);

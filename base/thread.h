@@ -1,0 +1,6 @@
+// Extra threads. They start with all signals blocked: a handler belongs on the main thread, and a
+// reaper on another one would steal the children that somebody waits for.
+#pragma once
+
+// Starts a detached thread. Returns pthread_create()'s result: 0, or a positive errno value.
+int start_thread(void* (*body)(void*), void* arg);
