@@ -1,0 +1,26 @@
+// Typed reads of system properties. None fails: an unset property is its default, a text that is
+// no number reads as 0. Any process, any thread.
+#pragma once
+
+#include <string>
+
+// The debug logging switch and the logger type mask (decimal text, default "1": mobile).
+constexpr char kEnableProp[] = "persist.sys.zklog.enable";
+constexpr char kTypeProp[] = "persist.sys.zklog.type";
+
+// The integer that the value begins with. `def` is used for an unset or empty property; one that
+// takes more than 7 characters aborts.
+int get_int_prop(const char* key, int def);
+
+// The value, or `def` when it is unset or empty; at most 91 bytes.
+std::string get_string_prop(const char* key, const char* def);
+
+// True when the value begins with the two letters "on"; `def` stands for an unset property.
+bool is_prop_on(const char* key, const char* def);
+
+int get_logger_types();          // the active logger type mask
+bool has_logger_type(int mask);  // true when the active mask shares a bit with `mask`
+bool is_logger_enabled();        // debug logging is switched on
+bool is_in_cts();                // a compatibility test suite runs: logs are not deleted
+bool is_in_monkey();             // a monkey test runs: logs are not deleted
+bool is_poweroffcharge();        // the device charges in the powered-off state

@@ -1,0 +1,157 @@
+#include "selflog/self_logger.h"
+
+#include <cutils/properties.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <stdio.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <time.h>
+#include <unistd.h>
+
+#include "base/process.h"
+#include "base/scoped.h"
+#include "base/text.h"
+#include "selflog/local_time.h"
+#include "selflog/log.h"
+
+namespace {
+
+constexpr size_t kLineSize = 1024;  // with its NUL
+constexpr int64_t kRotationBytes = 10 * 1024 * 1024;
+constexpr int kGenerations = 5;
+constexpr mode_t kFirstOpenMode =
+    0777;                              // a file made at first use; differs from the next on purpose
+constexpr mode_t kRotatedMode = 0600;  // a file made by a rotation
+constexpr int kOpenFlags = O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC;
+constexpr uid_t kStoreOwner = 1015;  // sdcard_rw, also the group
+
+// One of each per process: a child inherits the values of the moment of its fork. Threads share
+// them without a lock; two that cross the limit together may both rotate.
+std::atomic<int> s_log_fd{-1};
+std::atomic<int64_t> s_written{0};
+
+bool is_directory_open(const char* path) {
+  return scoped_dir(opendir(path)).valid();
+}
+
+bool open_log() {
+  if (!is_directory_open(kSelfLogDir) && loggersystem::logger_mkdir(kSelfLogDir) != 0) {
+    ALOG(ANDROID_LOG_DEBUG, "logger, cannot create file:%s", kSelfLogDir);
+    return false;
+  }
+  const int fd = open(kSelfLogFile, kOpenFlags, kFirstOpenMode);
+  s_log_fd = fd;
+  if (fd >= 0) return true;
+  ALOG(ANDROID_LOG_DEBUG, "logger, open file failed.:%s", kSelfLogFile);
+  return false;
+}
+
+void generation_name(char (&out)[256], int generation) {
+  if (generation == 0) {
+    format_cut(out, "%s", kSelfLogFile);
+  } else {
+    format_cut(out, "%s.%d", kSelfLogFile, generation);
+  }
+}
+
+void rotate_log() {
+  close(s_log_fd.exchange(-1));
+  for (int i = kGenerations - 1; i >= 0; i--) {
+    char from[256];
+    char to[256];
+    generation_name(from, i);
+    generation_name(to, i + 1);
+    if (rename(from, to) != 0 && errno != ENOENT) {
+      ALOG(ANDROID_LOG_DEBUG, "while rotating log files");
+    }
+  }
+  const int fd = open(kSelfLogFile, kOpenFlags, kRotatedMode);
+  s_log_fd = fd;
+  if (fd >= 0) {
+    s_written = 0;
+  } else {
+    ALOG(ANDROID_LOG_DEBUG, "rotateLogs, open file failed.:%s", kSelfLogFile);
+  }
+}
+
+// Writes "%y-%m-%d %H:%M:%S || harrowmossd [pid, tid] " and returns its length.
+size_t write_prefix(char (&line)[kLineSize]) {
+  const civil_time now = local_civil_time(time(nullptr));
+  return format_cut(line, "%02d-%02d-%02d %02d:%02d:%02d || harrowmossd [%d, %d] ", now.year % 100,
+                    now.month, now.day, now.hour, now.minute, now.second, getpid(), gettid());
+}
+
+// Makes the directory `path`. False after a line in the Android log.
+bool make_store_directory(const char* path) {
+  ALOG(ANDROID_LOG_DEBUG, "logger_mkdir: %s is not exist, creat it!", path);
+  if (mkdir(path, 0777) != 0) {
+    ALOG(ANDROID_LOG_DEBUG, "logger_mkdir: mkdir fail! %s", strerror(errno));
+  } else if (chown(path, kStoreOwner, kStoreOwner) != 0) {
+    ALOG(ANDROID_LOG_DEBUG, "logger_mkdir: chown fail! %s", strerror(errno));
+  } else if (chmod(path, 0777) != 0) {
+    ALOG(ANDROID_LOG_DEBUG, "logger_mkdir: chmod fail! %s", strerror(errno));
+  } else {
+    return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+int loggersystem::logger(const char* fmt, ...) {
+  va_list args;
+  va_start(args, fmt);
+  const int result = vlogger(fmt, args);
+  va_end(args);
+  return result;
+}
+
+int loggersystem::vlogger(const char* fmt, va_list args) {
+  char enable[PROPERTY_VALUE_MAX];
+  property_get("persist.sys.logger.enable", enable, "off");
+  if (!starts_with(enable, "on")) return -1;
+  if (s_log_fd < 0 && !open_log()) return -1;
+
+  char line[kLineSize];
+  size_t length = write_prefix(line);
+  const int wanted = vsnprintf(line + length, sizeof(line) - length, fmt, args);
+  if (wanted < 1) return -1;
+  length += static_cast<size_t>(wanted);
+  if (length > sizeof(line) - 1) length = sizeof(line) - 1;
+  if (memchr(line, '\n', length) == nullptr) {
+    if (length > sizeof(line) - 2) length = sizeof(line) - 2;  // room for the newline: 1023 bytes
+    line[length++] = '\n';
+  }
+  (void)!write(s_log_fd, line, length);
+  if ((s_written += static_cast<int64_t>(length)) >= kRotationBytes) rotate_log();
+  return 0;
+}
+
+int loggersystem::logger_mkdir(const char* path) {
+  if (path == nullptr) return -1;
+  if (is_directory_open(path)) return 0;
+  char buffer[256];
+  const size_t length = copy_or_abort(buffer, path);
+  if (length == 0 || buffer[length - 1] != '/') append_or_abort(buffer, "/");
+  for (char* slash = strchr(buffer + 1, '/'); slash != nullptr; slash = strchr(slash + 1, '/')) {
+    *slash = '\0';
+    const bool missing = strcmp(buffer, "/sdcard") != 0 && access(buffer, F_OK) != 0;
+    if (missing && !make_store_directory(buffer)) return -1;
+    *slash = '/';
+  }
+  return 0;
+}
+
+void log_message(int priority, const char* source, const char* function, int line, const char* fmt,
+                 ...) {
+  const int saved_errno = errno;
+  char text[kLineSize];  // what either log keeps of a message is shorter
+  va_list args;
+  va_start(args, fmt);
+  vsnprintf(text, sizeof(text), fmt, args);
+  va_end(args);
+  ALOG(priority, "%s|%s|%d~%d:: %s", source, function, line, parent_pid(), text);
+  loggersystem::logger("%s|%s|%d:: %s", source, function, line, text);
+  errno = saved_errno;
+}
