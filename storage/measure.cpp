@@ -1,0 +1,144 @@
+#include "storage/measure.h"
+
+#include <dirent.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <sys/vfs.h>
+
+#include <string>
+#include <vector>
+
+#include "base/scoped.h"
+#include "selflog/log.h"
+#include "storage/utils.h"
+
+namespace {
+
+constexpr char kLogSource[] = "utils";
+
+// A directory of a walk. Its ancestors are found through `parent`, so that a link to one of them
+// can be told without holding a descriptor for each level.
+struct directory {
+  std::string path;
+  dev_t dev;
+  ino_t ino;
+  size_t parent;  // index; its own for the root
+};
+
+bool is_own_ancestor(const std::vector<directory>& seen, size_t parent, const struct stat& info) {
+  for (size_t i = parent;; i = seen[i].parent) {
+    if (seen[i].dev == info.st_dev && seen[i].ino == info.st_ino) return true;
+    if (seen[i].parent == i) return false;
+  }
+}
+
+bool is_dot(const char* name) {
+  return strcmp(name, ".") == 0 || strcmp(name, "..") == 0;
+}
+
+// Calls `visit(info)` for everything below the directory `root`, whose own `info` is given.
+// `stat_flags`: 0 follows links, AT_SYMLINK_NOFOLLOW does not. One stat for each entry, relative to
+// its open directory.
+template <typename Visit>
+void walk_below(const char* root, const struct stat& root_info, int stat_flags, Visit visit) {
+  std::vector<directory> seen;
+  seen.push_back({root, root_info.st_dev, root_info.st_ino, 0});
+  for (size_t i = 0; i < seen.size(); i++) {
+    const std::string path = std::move(seen[i].path);
+    scoped_dir stream(opendir(path.c_str()));
+    if (!stream.valid()) continue;
+    while (const dirent* entry = readdir(stream.get())) {
+      if (is_dot(entry->d_name)) continue;
+      struct stat info;
+      if (fstatat(dirfd(stream.get()), entry->d_name, &info, stat_flags) != 0) {
+        LOG_AS(ANDROID_LOG_ERROR, "getFileSize", "cannot open directory %s: %s\n",
+               (path + "/" + entry->d_name).c_str(), strerror(errno));
+        continue;
+      }
+      if (S_ISDIR(info.st_mode)) {
+        if (is_own_ancestor(seen, i, info)) continue;
+        seen.push_back({path + "/" + entry->d_name, info.st_dev, info.st_ino, i});
+      }
+      visit(info);
+    }
+  }
+}
+
+int64_t rounded_up(const struct stat& info, int64_t block_size) {
+  return (info.st_size + block_size - 1) / block_size * block_size + block_size;
+}
+
+int64_t tree_space(const char* path, int64_t block_size) {
+  struct stat root;
+  if (lstat(path, &root) != 0) return 0;
+  int64_t total = rounded_up(root, block_size);
+  if (S_ISDIR(root.st_mode)) {
+    walk_below(path, root, AT_SYMLINK_NOFOLLOW,
+               [&](const struct stat& info) { total += rounded_up(info, block_size); });
+  }
+  return total;
+}
+
+// "directory/*" without its pattern; false when `source` is no such pattern.
+bool pattern_directory(const char* source, std::string* dir) {
+  const size_t length = strlen(source);
+  if (length < 2 || strcmp(source + length - 2, "/*") != 0) return false;
+  dir->assign(source, length - 1);
+  return true;
+}
+
+}  // namespace
+
+int64_t getFileSize(const char* path) {
+  struct stat root;
+  if (stat(path, &root) != 0) {
+    LOGE("stat file %s error: %s\n", path, strerror(errno));
+    return 0;
+  }
+  int64_t total = root.st_size;
+  if (S_ISDIR(root.st_mode)) {
+    walk_below(path, root, 0, [&](const struct stat& info) { total += info.st_size; });
+  }
+  return total;
+}
+
+int64_t get_filesystem_size(const char* path) {
+  if (path == nullptr) {
+    LOGE("Failed to get storage size with null path");
+    return -1;
+  }
+  struct statfs info;
+  if (statfs(path, &info) != 0 || info.f_blocks == 0) {
+    LOGE("Failed to get %s storage size", path);
+    return -2;
+  }
+  return static_cast<int64_t>(info.f_bsize) * static_cast<int64_t>(info.f_bavail);
+}
+
+int64_t space_needed(const char* source, int64_t block_size) {
+  std::string dir;
+  if (!pattern_directory(source, &dir)) return tree_space(source, block_size);
+  int64_t total = 0;
+  scoped_dir stream(opendir(dir.c_str()));
+  if (!stream.valid()) return 0;
+  while (const dirent* entry = readdir(stream.get())) {
+    if (entry->d_name[0] == '.') continue;  // the shell's * leaves them out
+    total += tree_space((dir + entry->d_name).c_str(), block_size);
+  }
+  return total;
+}
+
+bool move_has_room(const char* source, const char* target, int64_t* needed, int64_t* available) {
+  std::string dir;
+  if (!pattern_directory(source, &dir)) dir = source;
+  struct stat from;
+  struct stat to;
+  struct statfs room;
+  if (stat(dir.c_str(), &from) != 0 || stat(target, &to) != 0) return true;  // mv will say so
+  if (from.st_dev == to.st_dev || statfs(target, &room) != 0) return true;
+  *needed = space_needed(source, static_cast<int64_t>(room.f_bsize));
+  *available = static_cast<int64_t>(room.f_bsize) * static_cast<int64_t>(room.f_bavail);
+  return *needed <= *available;
+}

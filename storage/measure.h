@@ -1,0 +1,13 @@
+// Sizes of trees, as they are and as they would be elsewhere.
+#pragma once
+
+#include <stdint.h>
+
+// Bytes that `source` (a path, or "directory/*" for all that is not hidden in it) needs on a file
+// system with blocks of `block_size` bytes: every file and directory rounded up, one block more for
+// each entry. Links are not followed: a move takes them as they are.
+int64_t space_needed(const char* source, int64_t block_size);
+
+// Whether a move of `source` into the directory `target` can hold: true also when both are on one
+// file system. `needed` and `available` receive bytes when it cannot.
+bool move_has_room(const char* source, const char* target, int64_t* needed, int64_t* available);

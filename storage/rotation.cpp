@@ -1,0 +1,70 @@
+#include <stdio.h>
+#include <string.h>
+#include <sys/stat.h>
+
+#include "base/text.h"
+#include "selflog/log.h"
+#include "storage/shell.h"
+#include "storage/utils.h"
+
+namespace {
+
+constexpr char kLogSource[] = "utils";
+constexpr const char* kRotated[] = {"qsee_log.txt", "tzbsp.txt", "qrtr_last", "qrtr_last.txt"};
+constexpr size_t kPathSize = 4096;
+constexpr size_t kCommandSize = 500;
+
+bool is_rotated(const char* file_name) {
+  for (const char* name : kRotated) {
+    if (strcmp(name, file_name) == 0) return true;
+  }
+  return false;
+}
+
+// The size that counts. The router log's writer keeps its offset when the file is emptied, so its
+// file is sparse from then on and st_size would ask for a rotation at every look.
+unsigned long counted_size(const char* file_name, const struct stat& info) {
+  const auto size = static_cast<unsigned long>(info.st_size);
+  const auto allocated = static_cast<unsigned long>(info.st_blocks) * 512;  // st_blocks' unit
+  return starts_with(file_name, "qrtr_last") && allocated < size ? allocated : size;
+}
+
+// Runs "verb from to". A command that does not fit is left out: a cut one would name other files.
+void run_step(const char* verb, const char* from, const char* to) {
+  char command[kCommandSize] = {};
+  const int length = snprintf(command, sizeof(command), "%s %s %s", verb, from, to);
+  if (length < 0 || static_cast<size_t>(length) >= sizeof(command)) {
+    LOG_AS(ANDROID_LOG_ERROR, "rotateFpLogs", "rotateFpLogs cmd too long:%s %s\n", verb, from);
+    return;
+  }
+  LOG_AS(ANDROID_LOG_ERROR, "rotateFpLogs", "run rotateFpLogs cmd:%s\n", command);
+  run_shell(command);
+}
+
+}  // namespace
+
+void rotateFpLogs(const char* dir, const char* file_name, unsigned long limit, int count) {
+  if (!is_rotated(file_name)) {
+    LOGE("error support fp log only. fileName:%s\n", file_name);
+    return;
+  }
+  const size_t dir_length = strlen(dir);
+  const char* separator = dir_length == 0 || dir[dir_length - 1] == '/' ? "" : "/";
+  char path[kPathSize] = {};
+  format_cut(path, "%s%s%s", dir, separator, file_name);
+  struct stat info;
+  if (stat(path, &info) != 0 || counted_size(file_name, info) < limit) return;
+  LOGE("need to rotateFpLogs, filePath:%s\n", path);
+  for (int i = count; i >= 1; i--) {
+    char from[kPathSize + 12];
+    char to[kPathSize + 12];
+    format_cut(to, "%s.%d", path, i);
+    if (i > 1) {
+      format_cut(from, "%s.%d", path, i - 1);
+      run_step("mv", from, to);
+    } else {
+      run_step("cp", path, to);
+      run_step("echo", ">", path);
+    }
+  }
+}

@@ -1,0 +1,32 @@
+#include "storage/store.h"
+
+#include <sys/vfs.h>
+
+#include "selflog/log.h"
+#include "selflog/props.h"
+#include "storage/utils.h"
+
+namespace {
+
+constexpr char kLogSource[] = "commands";
+
+void create_root(const char* path) {
+  LOG_AS(ANDROID_LOG_WARN, "create_store_dir_if_needed", "%s not exists, create it.", path);
+  creat_dir(path);
+}
+
+}  // namespace
+
+int create_store_dir_if_needed() {
+  struct statfs info;
+  if (statfs("/sdcard", &info) != 0) return 0;  // shared storage is not mounted yet
+  if (is_dir_exist(kMediaStoreDir) != 0 && statfs("/data/media/0", &info) == 0) {
+    create_root(kMediaStoreDir);
+  }
+  if (is_dir_exist(kStoreDir) != 0) create_root(kStoreDir);
+  return 0;
+}
+
+int get_log_dir_sequence() {
+  return get_int_prop(kSequenceProp, 0);
+}
