@@ -1,0 +1,211 @@
+#include "capture/logcat.h"
+
+#include <cutils/properties.h>
+#include <errno.h>
+#include <signal.h>
+#include <string.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "base/process.h"
+#include "base/text.h"
+#include "capture/run.h"
+#include "capture/workers.h"
+#include "selflog/local_time.h"
+#include "selflog/log.h"
+#include "selflog/props.h"
+#include "storage/shell.h"
+#include "storage/utils.h"
+
+logcat_row s_debug_vesk_group[kLogcatBuffers] = {
+    {"main", 0}, {"events", 0}, {"system", 0}, {"radio", 0}, {"crash", 0}, {"kernel", 0},
+};
+replacement_row s_newlog_group[kLogcatBuffers] = {
+    {"main", 0, 0},  {"events", 0, 0}, {"system", 0, 0},
+    {"radio", 0, 0}, {"crash", 0, 0},  {"kernel", 0, 0},
+};
+int32_t s_logcat_file_count = kDefaultLogcatFileCount;
+
+namespace {
+
+constexpr char kLogSource[] = "commands";
+constexpr size_t kPathSize = 256;
+constexpr char kDebugRotationKiB[] = "102400";
+constexpr char kExtendedFileCount[] = "39";
+constexpr int32_t kMobileType = 0x1;
+
+// The rotation of a general logcat: by the beginning of the buffer's name, the first row that fits.
+struct general_rotation {
+  const char* buffer_prefix;
+  const char* kib;
+};
+constexpr general_rotation kGeneralRotations[] = {
+    {"main", "10240"}, {"kernel", "2048"}, {"", "1024"}};
+
+const char* general_rotation_kib(const char* buffer) {
+  for (const auto& row : kGeneralRotations) {
+    if (starts_with(buffer, row.buffer_prefix)) return row.kib;
+  }
+  return "1024";
+}
+
+// The row of `table` that is for `buffer`; null when there is none.
+template <typename Row>
+Row* find_buffer(Row (&table)[kLogcatBuffers], const char* buffer) {
+  Row* const row = std::find_if(table, table + kLogcatBuffers, [buffer](const Row& candidate) {
+    return strcmp(candidate.buffer, buffer) == 0;
+  });
+  return row == table + kLogcatBuffers ? nullptr : row;
+}
+
+// The logcat worker's body.
+[[noreturn]] void become_logcat(const char* buffer, const char* file, int is_debug) {
+  char name[96] = {};
+  build_process_name(buffer, name, is_debug, true);
+  creat_file(file);
+  char count[16];
+  format_cut(count, "%d", s_logcat_file_count);
+  const char* format = is_debug != 0 ? "threadtime,usec" : "threadtime";
+  const char* size = is_debug != 0 ? kDebugRotationKiB : general_rotation_kib(buffer);
+  const char* keep = is_debug == 0 ? "1" : s_extended_logcat_count ? kExtendedFileCount : count;
+  const int ret = execlp(kLogcat, name, "-v", format, "-b", buffer, "-f", file, "-r", size, "-n",
+                         keep, static_cast<char*>(nullptr));
+  LOG_AS(ANDROID_LOG_ERROR, "run_logcat", "logcat %s ret: %d, err: %s\n", buffer, ret,
+         strerror(errno));
+  end_process(0);
+}
+
+// Empties the log buffer `buffer`, so that the replacement of the logcat `dead` does not write
+// again what that one has written.
+void clear_buffer(const char* buffer, pid_t dead) {
+  const pid_t pid = fork_process(group::own);
+  if (pid == -1) {
+    LOG_AS(ANDROID_LOG_ERROR, "update_logcat_log", "fork err:%s.\n", strerror(errno));
+    return;
+  }
+  if (pid == 0) {
+    const int ret = execlp(kLogcat, "vesk_clear", "-b", buffer, "-c", static_cast<char*>(nullptr));
+    LOG_AS(ANDROID_LOG_ERROR, "update_logcat_log", "logcat -c %s ret: %d, err: %s\n", buffer, ret,
+           strerror(errno));
+    end_process(0);
+  }
+  LOG_AS(ANDROID_LOG_ERROR, "update_logcat_log",
+         "fork child process, pid:%d, update_logcat_log: vesk -b %s -c \n", dead, buffer);
+  int status = 0;
+  const pid_t ret = wait_for(pid, &status);
+  LOG_AS(ANDROID_LOG_ERROR, "update_logcat_log", "status is:%d.ret is %d. \n", status, ret);
+}
+
+// Starts the replacement logcat of `buffer` that writes <directory>/<build id>-<tag>.txt.
+void catcher_new_logcat_log(const char* buffer, const char* directory, const char* tag) {
+  LOGD("function invoked");
+  s_logcat_file_count = get_int_prop(kLogcatFileCountProp, kDefaultLogcatFileCount);
+  char path[kPathSize] = {};
+  copy_or_abort(path, directory);
+  build_logcat_file_name(tag, path);
+  const pid_t pid = run_logcat(buffer, path, 1);
+  if (pid < 1) return;
+  LOGD("pid:%d, type:%s", pid, buffer);
+  replacement_row* row = find_buffer(s_newlog_group, buffer);
+  if (row == nullptr) {
+    signal_process(pid, SIGTERM);
+  } else {
+    row->pid = pid;
+  }
+}
+
+}  // namespace
+
+int build_logcat_file_name(const char* tag, char* path) {
+  char display_id[PROPERTY_VALUE_MAX] = {};
+  property_get("ro.vendor.build.display.id", display_id, "zelka");
+  std::replace(display_id, display_id + strlen(display_id), ' ', '-');
+  const size_t length = strlen(path);
+  if (length == 0 || path[length - 1] != '/') append_or_abort(path, kPathSize, "/");
+  append_or_abort(path, kPathSize, display_id);
+  append_or_abort(path, kPathSize, "-");
+  const size_t before_suffix = append_or_abort(path, kPathSize, tag);
+  append_or_abort(path, kPathSize, ".txt");
+  return static_cast<int>(before_suffix);
+}
+
+pid_t run_logcat(const char* buffer, const char* file, int is_debug) {
+  LOGD("buffer=%s, out_file=%s, is_debug=%d", buffer, file, is_debug);
+  const pid_t pid = fork_process(group::own);
+  if (pid == -1) {
+    LOGE("fork err:%s.\n", strerror(errno));
+    return 0;
+  }
+  if (pid == 0) become_logcat(buffer, file, is_debug);
+  LOGE("fork child process, pid:%d, vesk -v threadtime -b %s -f %s -r ** -n ** is_debug:%d\n", pid,
+       buffer, file, is_debug);
+  return pid;
+}
+
+int catcher_logcat_log(const char* buffer, const char* directory, int is_debug) {
+  LOGD("function invoked");
+  char path[kPathSize] = {};
+  copy_or_abort(path, directory);
+  build_logcat_file_name(buffer, path);
+  const pid_t pid = run_logcat(buffer, path, is_debug);
+  if (pid < 1) return 0;
+  LOGD("pid:%d, type:%s, is_debug:%d", pid, buffer, is_debug);
+  if (is_debug != 1) {
+    add_to_group(s_general_group, pid);
+    return 0;
+  }
+  logcat_row* row = find_buffer(s_debug_vesk_group, buffer);
+  if (row == nullptr) {
+    signal_process(pid, SIGTERM);
+  } else {
+    row->pid = pid;
+  }
+  return 0;
+}
+
+void update_logcat_log(pid_t pid) {
+  const bool enabled = is_logger_enabled();
+  logcat_row* const ended = std::find_if(s_debug_vesk_group, s_debug_vesk_group + kLogcatBuffers,
+                                         [pid](const logcat_row& row) { return row.pid == pid; });
+  if (ended == s_debug_vesk_group + kLogcatBuffers) return;
+  LOGD("update_logcat_log pid = %d", pid);
+  if (!enabled) return;
+  char subdir[kPathSize];
+  format_cut(subdir, "%s/mobile/", s_log_store_path);
+  clear_buffer(ended->buffer, pid);
+  clear_buffer(ended->buffer, pid);
+  char buffer[32] = {};
+  copy_or_abort(buffer, ended->buffer);
+  replacement_row* row = find_buffer(s_newlog_group, buffer);
+  row->count++;
+  char file_name[64];
+  format_cut(file_name, "%s_%d", buffer, row->count);
+  LOGD("current_buffer = %s  file_name = %s  subdir = %s\n", buffer, file_name, subdir);
+  catcher_new_logcat_log(buffer, subdir, file_name);
+}
+
+void get_logcat_control_message(const char* directory) {
+  const size_t length = strlen(directory);
+  if (length == 0) return;
+  if (is_dir_exist(directory) != 0) creat_dir(directory);
+  const bool ends_sep = directory[length - 1] == '/';
+  const civil_time now = local_civil_time(time(nullptr));
+  char file[512];
+  format_cut(file, "%s%slogcat_control_message-%02d-%02d_%02d-%02d-%02d.txt", directory,
+             ends_sep ? "" : "/", now.month, now.day, now.hour, now.minute, now.second);
+  LOGD("logcat control message > %s ,ends_sep %d", file, ends_sep);
+  std::string target;
+  if (!append_escaped(&target, file)) return;
+  run_tool((std::string(kLogcat) + " -p -g >> " + target).c_str());
+  run_tool((std::string(kLogcat) + " -S >> " + target).c_str());
+}
+
+void get_logcat_control_message_for_debug(const char* store_path) {
+  const size_t length = strlen(store_path);
+  if (length == 0 || !has_logger_type(kMobileType)) return;
+  char directory[kPathSize];
+  format_cut(directory, "%s%smobile/", store_path, store_path[length - 1] == '/' ? "" : "/");
+  get_logcat_control_message(directory);
+}

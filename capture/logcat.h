@@ -1,0 +1,53 @@
+// Capture of the Android log buffers by long-running logcat processes that write rotating files.
+#pragma once
+
+#include <stdint.h>
+#include <sys/types.h>
+
+constexpr char kLogcat[] = "/system/bin/logcat";
+constexpr int kLogcatBuffers = 6;
+
+// The debug logcats, a row for each buffer in the order in which they are ended.
+struct logcat_row {
+  const char* buffer;
+  int32_t pid;  // 0: none
+};
+extern logcat_row s_debug_vesk_group[kLogcatBuffers];
+
+// The logcats that replaced one that had ended by itself.
+struct replacement_row {
+  const char* buffer;
+  int32_t count;  // replacements since the daemon started; part of their file names
+  int32_t pid;    // 0: none
+};
+extern replacement_row s_newlog_group[kLogcatBuffers];
+
+// Rotated files that a debug logcat keeps ("-n"), unless s_extended_logcat_count asks for 39.
+constexpr int kDefaultLogcatFileCount = 9;
+constexpr char kLogcatFileCountProp[] = "persist.sys.zelka.harrowmossd.log_file_count";
+extern int32_t s_logcat_file_count;
+
+// Completes `path` (256 bytes, a directory on entry; longer aborts) to <dir>/<build id>-<tag>.txt,
+// blanks of the build's display id as '-'. Returns the length before ".txt".
+int build_logcat_file_name(const char* tag, char* path);
+
+// Forks a logcat of `buffer` into `file`. `is_debug` other than 0 makes a debug logcat (100 MiB a
+// file), else one of the general collection. Returns its pid, 0 when the fork failed.
+pid_t run_logcat(const char* buffer, const char* file, int is_debug);
+
+// Starts a logcat of `buffer` in `directory` and remembers it: with `is_debug` 1 in
+// s_debug_vesk_group, else in s_general_group. One that has no place there is sent SIGTERM.
+// Returns 0.
+int catcher_logcat_log(const char* buffer, const char* directory, int is_debug);
+
+// Replaces the debug logcat `pid`, which has ended by itself, while debug logging is on: clears its
+// buffer twice and captures into a new file. Other pids are none of its business. Main process, at
+// a safe point.
+void update_logcat_log(pid_t pid);
+
+// Writes the log daemon's prune list, buffer sizes and statistics into a file in `directory`, which
+// is made when missing; nothing for "".
+void get_logcat_control_message(const char* directory);
+
+// The same for the mobile directory of the run `store_path`, when the mobile type is on.
+void get_logcat_control_message_for_debug(const char* store_path);

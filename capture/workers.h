@@ -1,0 +1,59 @@
+// The worker processes of debug logging: how they are named, entered in the process groups, waited
+// for and ended.
+#pragma once
+
+#include <stdint.h>
+#include <sys/types.h>
+
+// Tables of worker pids; a slot holds 0 when it is free. Index 0 is never used: "32 slots" are the
+// indices 1..32. Allocated by initialize_globals(), null before.
+constexpr int kGroupSlots = 32;
+extern int32_t* s_debug_group;    // workers of debug logging, logcats excepted
+extern int32_t* s_general_group;  // logcats of the general collection
+
+// Single workers that the stop or the watchdog treats in its own way. 0: none. Written by the start
+// routine that forks them, in the process that runs it.
+extern int32_t qrtr_log_pid;    // router log copier
+extern int32_t watch_fd_pid;    // descriptor watcher
+extern int32_t net_log_pid;     // packet capture
+extern int32_t fg_log_pid;      // fuel-gauge log
+extern int32_t qsee_log_pid;    // secure-world log copier
+extern int32_t bsp_log_pid;     // trust-zone log copier
+extern int32_t mpss_stats_pid;  // modem watchdog
+
+// The one-shot worker that saves the kernel log at start-up; not a part of debug logging.
+extern int32_t s_kernel_log_pid;
+
+// Allocates both tables, zeroed. Main process, before the first worker.
+void initialize_globals();
+
+// Frees both tables. Main process, on its way out.
+void free_globals();
+
+// Enters `pid` in the first free slot of `table`. Without one the process is sent SIGTERM at once,
+// because nobody could end it later; false then.
+bool add_to_group(int32_t* table, pid_t pid);
+inline void add_to_debug_group(pid_t pid) {
+  add_to_group(s_debug_group, pid);
+}
+
+// Waits for the child `pid`: looks every 100 ms, `ticks` + 1 times (30 ticks are about 3.1 s; 0 or
+// less looks once). One that outlives that is killed with its process group, and left to the
+// reaper. Returns 1 when the child is gone, also when it was never ours; 0 when it had to be
+// killed.
+int wait_child_to_finish(pid_t pid, int ticks);
+
+// Names the calling process "harrowmossd:debug-<name>", of which the kernel keeps the last 15
+// characters: the end tells workers apart. `ignored` is not used. Returns prctl()'s result. In a
+// freshly forked worker.
+int set_process_name(const char* name, int ignored = 0);
+
+// Appends "harrowmossd:debug-<name>", or ":general-" when `is_debug` is not above 0, and "-vesk" on
+// request, to the text in `buf` (96 bytes; longer aborts) and returns `buf`: an argv[0].
+char* build_process_name(const char* name, char* buf, int is_debug, bool vesk_suffix);
+
+// Ends every child of the main thread that is not in `spared` (`count` pids): SIGTERM, up to 3 s
+// for all together, SIGKILL. What workers and scripts left behind has become its child, because the
+// main process is a subreaper; children of the other threads (the self-log collector's logcat, the
+// shell of a rotation) stay theirs. Main process only; elsewhere it does nothing.
+void end_leftover_children(const pid_t* spared, int count);
