@@ -1,0 +1,27 @@
+// The start routines behind the logger type table, and what the stop undoes of them. A start
+// routine returns 0, or -1 when its fork() failed, and never ends logging.
+#pragma once
+
+#include <atomic>
+
+int catcher_mobile_log(const char* log_dir, const char* name);
+int catcher_modem_log(const char* log_dir, const char* name);
+int catcher_net_log(const char* log_dir, const char* name);
+int start_power_log(const char* log_dir, const char* name);
+int catcher_fp_log(const char* log_dir, const char* name);
+int start_dump_log(const char* log_dir = nullptr, const char* name = nullptr);
+int start_wifi_log(const char* log_dir = nullptr, const char* name = nullptr);
+int start_core_dump_log(const char* log_dir = nullptr, const char* name = nullptr);
+int catcher_tp_log(const char* log_dir, const char* name);
+int start_systrace_log(const char* log_dir, const char* name);
+int start_mpss_dump_log(const char* log_dir, const char* name);
+int start_memory_log(const char* log_dir = nullptr, const char* name = nullptr);
+int start_sensor_log(const char* log_dir = nullptr, const char* name = nullptr);
+int start_anr_dumpsys_log(const char* log_dir = nullptr, const char* name = nullptr);
+
+// Keeps the router log's rotation thread looping. Set by catcher_mobile_log(), cleared by the stop.
+extern std::atomic<bool> qtrlog_running;
+
+// The rotation thread's body: every 10 s the router log is kept below 512,000 bytes, three
+// generations. One runs at most.
+void* qtrlogThread(void*);

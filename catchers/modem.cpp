@@ -1,0 +1,63 @@
+#include <cutils/properties.h>
+
+#include "base/process.h"
+#include "base/text.h"
+#include "capture/modem_logger.h"
+#include "capture/run.h"
+#include "catchers/app_files.h"
+#include "catchers/catchers.h"
+#include "selflog/log.h"
+#include "selflog/props.h"
+#include "storage/utils.h"
+
+namespace {
+
+constexpr char kLogSource[] = "commands";
+constexpr char kModemFilesProp[] = "persist.sys.harrowmossd.mdlog_counts";
+constexpr char kDefaultModemFiles[] = "25";
+constexpr int kStorageGraceMs = 500;  // before the first start of the newer logger at boot
+constexpr int kLoggerStartMs = 1000;  // for the vendor's service to come up
+
+// The modem logger's mask file: where the app leaves it and where the logger reads it.
+struct diag_cfg {
+  const char* source;
+  const char* target;
+};
+constexpr diag_cfg kFirstModem = {kDiagCfg, "/data/vendor/zelkalog/.DIAG.cfg"};
+constexpr diag_cfg kSecondModem = {kDiagMdm2Cfg, "/data/vendor/zelkalog/.DIAGMDM2.cfg"};
+
+}  // namespace
+
+int catcher_modem_log(const char* /*log_dir*/, const char* name) {
+  LOGD("function invoked");
+  char dir[256];
+  format_cut(dir, "%s/%s", s_vendor_log_root_path, name);
+  creat_dir(dir);
+
+  const std::string prop_5g = get_string_prop("persist.sys.harrowmoss.cfg", "false");
+  const std::string types_wifi = get_string_prop("persist.sys.zklog.wifi_mdm2", "0");
+  LOGD("prop_5g=%s, types_wifi=%s, creat_dir=%s, log path=%s", prop_5g.c_str(), types_wifi.c_str(),
+       dir, s_log_store_path);
+  const bool second_modem = get_int_prop("persist.sys.zklog.wifi_mdm2", 0) == 1;
+  if (second_modem) LOGE("wifi log 2");
+  const diag_cfg& cfg = second_modem ? kSecondModem : kFirstModem;
+  copy_file(cfg.source, cfg.target);
+
+  if (get_int_prop(kModemFilesProp, 0) < 1) {
+    property_set(kModemFilesProp, kDefaultModemFiles);
+    LOGW("set default mdlog counts %s", kDefaultModemFiles);
+  }
+  property_set("sys.harrowmossd.diag_mdlog_path", dir);
+  property_set("sys.harrowmossd.diag_mdlog_cfg", cfg.target);
+  property_set("sys.harrowmossd.diag_mdlog_src_cfg", cfg.source);
+  if (is_legacy_diag_mdlog()) {
+    property_set(kLegacyModemStateProp, "1");
+  } else {
+    if (get_int_prop("sys.boot_completed", 0) == 0 && get_int_prop("vold.mounted", 0) == 0) {
+      sleep_ms(kStorageGraceMs);
+    }
+    property_set(kModemStateProp, "1");
+  }
+  sleep_ms(kLoggerStartMs);
+  return 0;
+}
