@@ -1,0 +1,149 @@
+#include <binder/Parcel.h>
+#include <errno.h>
+#include <poll.h>
+#include <string.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <iterator>
+
+#include "base/noted_signals.h"
+#include "base/process.h"
+#include "base/text.h"
+#include "daemon/harrowmoss.h"
+#include "protocol/protocol.h"
+#include "selflog/log.h"
+
+namespace {
+
+constexpr char kLogSource[] = "harrowmoss";
+constexpr int kIoFailed = -2;
+constexpr size_t kDumpSize = kDumpTextMax + 1;
+constexpr int kAcceptPauseMs = 100;  // a failing accept() must not spin
+
+// Receives the next request. False when the connection is to be ended.
+bool receive_request(int fd, android::Parcel* request) {
+  uint16_t size = 0;  // both sides are little-endian
+  if (readx(fd, &size, sizeof(size)) != 0) {
+    LOG_AS(ANDROID_LOG_ERROR, "main", "failed to read size\n");
+    return false;
+  }
+  if (size < 1 || size > kPayloadMax) {
+    LOG_AS(ANDROID_LOG_ERROR, "main", "invalid size %d\n", size);
+    return false;
+  }
+  uint8_t payload[kPayloadMax + 1];
+  if (readx(fd, payload, size) != 0) {
+    LOG_AS(ANDROID_LOG_ERROR, "main", "failed to read command\n");
+    return false;
+  }
+  payload[size] = 0;
+  request->setData(payload, size);
+  return true;
+}
+
+bool send_reply(int fd, const android::Parcel& reply) {
+  const auto size = static_cast<int32_t>(reply.dataSize());
+  return writex(fd, &size, sizeof(size)) == 0 && writex(fd, reply.data(), size) == 0;
+}
+
+}  // namespace
+
+void printSocketData(const char* tag, const void* data, int len) {
+  char text[kDumpSize] = {};
+  const auto* bytes = static_cast<const uint8_t*>(data);
+  for (int i = 0; i < len; i++) {
+    char digits[8];
+    format_cut(digits, "%x-", bytes[i]);
+    append_or_abort(text, digits);
+  }
+  LOGD("%s socket data = %s ", tag, text);
+}
+
+int readx(int fd, void* buf, int len) {
+  for (int done = 0; done < len;) {
+    wait_ready(fd, POLLIN, dispatch_signal);
+    const ssize_t got = read(fd, static_cast<char*>(buf) + done, static_cast<size_t>(len - done));
+    if (got < 0 && errno == EINTR) continue;
+    if (got < 0) {
+      LOGE("read error: %s\n", strerror(errno));
+      return kIoFailed;
+    }
+    if (got == 0) {
+      LOGE("eof\n");
+      return kIoFailed;
+    }
+    done += static_cast<int>(got);
+  }
+  printSocketData("read", buf, len);
+  return 0;
+}
+
+int writex(int fd, const void* buf, int len) {
+  printSocketData("write", buf, len);
+  if (len < 0) return kIoFailed;
+  for (int done = 0; done < len;) {
+    wait_ready(fd, POLLOUT, dispatch_signal);
+    const ssize_t put =
+        write(fd, static_cast<const char*>(buf) + done, static_cast<size_t>(len - done));
+    if (put < 0 && errno == EINTR) continue;
+    if (put < 0) {
+      LOGE("write error: %s\n", strerror(errno));
+      return kIoFailed;
+    }
+    done += static_cast<int>(put);
+  }
+  return 0;
+}
+
+void execute(const android::Parcel& request, android::Parcel& reply) {
+  const int32_t code = request.readInt32();
+  const int64_t serial = request.readInt64();
+  LOGD("execute: request = %d, serial = %ld.", code, static_cast<long>(serial));
+  reply.writeInt32(code);
+  reply.writeInt64(serial);
+  LOGE("execute: request = %d", code);
+  const uint32_t row = static_cast<uint32_t>(code) - 1;
+  if (row < std::size(kRequests)) {
+    kRequests[row].handler(request, reply);
+  } else {
+    reply.writeInt32(-1);
+    LOGE("execute: ERROR_NOT_SUPORT.");
+  }
+}
+
+void serve_connection(int fd) {
+  set_connection(fd);
+  for (;;) {
+    android::Parcel request;
+    android::Parcel reply;
+    if (!receive_request(fd, &request)) break;
+    execute(request, reply);
+    if (!send_reply(fd, reply)) break;
+  }
+  LOG_AS(ANDROID_LOG_INFO, "main", "closing connection\n");
+  set_connection(-1);
+  close(fd);
+  if (is_main_process()) return;
+  LOG_AS(ANDROID_LOG_DEBUG, "main", "child process %d arrives here,just exit. parent is %d",
+         getpid(), getppid());
+  end_process(0);
+}
+
+void serve_connections(int listen_fd) {
+  for (;;) {
+    wait_ready(listen_fd, POLLIN, dispatch_signal);
+    sockaddr address;
+    socklen_t address_size = sizeof(address);  // 16: nobody reads it
+    const int fd = accept4(listen_fd, &address, &address_size, SOCK_CLOEXEC);
+    if (fd < 0) {
+      const int error = errno;
+      LOG_AS(ANDROID_LOG_ERROR, "main", "Accept failed: %s\n", strerror(error));
+      if (error != EINTR && error != ECONNABORTED) sleep_ms(kAcceptPauseMs);
+      continue;
+    }
+    LOG_AS(ANDROID_LOG_INFO, "main", "new connection\n");
+    serve_connection(fd);
+  }
+}

@@ -1,0 +1,5 @@
+#include "daemon/harrowmoss.h"
+
+int main() {
+  run_daemon();
+}

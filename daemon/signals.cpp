@@ -1,0 +1,132 @@
+#include <errno.h>
+#include <signal.h>
+#include <string.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <iterator>
+
+#include "base/noted_signals.h"
+#include "base/process.h"
+#include "capture/logcat.h"
+#include "capture/workers.h"
+#include "daemon/harrowmoss.h"
+#include "debuglog/commands.h"
+#include "input/touch_recorder.h"
+#include "selflog/log.h"
+
+namespace {
+
+constexpr char kLogSource[] = "harrowmoss";
+
+// What the two sides say of a handled signal. The main process ignores all of them; a child ends.
+struct handled_signal {
+  int sig;
+  const char* parent_text;  // takes the number and its text
+  const char* child_text;   // takes the pid first
+};
+constexpr handled_signal kHandledSignals[] = {
+    {SIGINT, "ignore signal %d(%s)", "%d receive signal %d(%s)"},
+    {SIGTERM, "ignore signal %d(%s)", "%d receive signal %d(%s)"},
+    {SIGPIPE, "pipe broken, ignore signal %d(%s)", "%d pipe broken, receive signal %d(%s)"},
+    {SIGALRM, "alarm arrives, ignore signal %d(%s)", "%d alarm arrives, receive signal %d(%s)"},
+};
+
+const handled_signal* find_handled(int sig) {
+  const auto* found = std::find_if(std::begin(kHandledSignals), std::end(kHandledSignals),
+                                   [sig](const handled_signal& row) { return row.sig == sig; });
+  return found == std::end(kHandledSignals) ? nullptr : found;
+}
+
+void signal_handler_parent(const int& sig) {
+  const handled_signal* handled = find_handled(sig);
+  if (handled != nullptr) {
+    LOGE(handled->parent_text, sig, strsignal(sig));
+    return;
+  }
+  // The daemon's orderly shutdown. Nothing that is installed leads here: it ends by SIGKILL.
+  LOGE("killed by signal %d(%s)", sig, strsignal(sig));
+  stop_debug_log();
+  stop_feedback_log();
+  free_globals();
+  end_process(0);
+}
+
+// Ends what the calling worker started, when it leads a group of its own, but not itself.
+void end_own_group() {
+  if (getpgrp() != getpid()) return;
+  sigset_t all;
+  sigfillset(&all);
+  sigprocmask(SIG_SETMASK, &all, nullptr);
+  kill(0, SIGTERM);
+}
+
+void signal_handler_child(const int& sig) {
+  stop_tp_log();
+  if (is_main_process()) return;
+  const handled_signal* handled = find_handled(sig);
+  if (handled == nullptr) {
+    LOGE("%d receive signal %d(%s), not handled!!!", getpid(), sig, strsignal(sig));
+    return;
+  }
+  LOGE(handled->child_text, getpid(), sig, strsignal(sig));
+  end_own_group();
+  end_process(0);
+}
+
+void signal_handler(int sig) {
+  LOGE("catch signal %d(%s), pid:%d, parent pid:%d, s_harrowmossd_pid:%d", sig, strsignal(sig),
+       getpid(), getppid(), s_harrowmossd_pid);
+  if (is_main_process()) {
+    signal_handler_parent(sig);
+  } else {
+    signal_handler_child(sig);
+  }
+}
+
+void signal_waitpid_parent() {
+  int status = 0;
+  for (pid_t pid = reap_any(&status); pid >= 1; status = 0, pid = reap_any(&status)) {
+    const bool exited = WIFEXITED(status);
+    LOGE("waitpid success, pid = %d ,stat = %d\n", pid, exited);
+    if (exited) update_logcat_log(pid);
+  }
+}
+
+void signal_waitpid(int sig) {
+  LOGE("signum = %d(%s), pid:%d, parent pid:%d, s_harrowmossd_pid:%d", sig, strsignal(sig),
+       getpid(), getppid(), s_harrowmossd_pid);
+  if (!is_main_process()) return;  // children wait for theirs where they started them
+  signal_waitpid_parent();
+}
+
+// What the kernel calls.
+void on_signal(int sig) {
+  const int saved_errno = errno;
+  if (is_main_process()) {
+    note_signal(sig);
+  } else {
+    const signal_scope scope;
+    dispatch_signal(sig);
+  }
+  errno = saved_errno;
+}
+
+}  // namespace
+
+void dispatch_signal(int sig) {
+  if (sig == SIGCHLD) {
+    signal_waitpid(sig);
+  } else {
+    signal_handler(sig);
+  }
+}
+
+void install_signal_handlers() {
+  // SIGKILL cannot be caught; the attempt is part of the order and fails without harm.
+  for (const int sig : {SIGKILL, SIGTERM, SIGINT, SIGPIPE, SIGALRM, SIGCHLD})
+    signal(sig, on_signal);
+}
+
+void stop_feedback_log() {}

@@ -1,0 +1,159 @@
+#include <cutils/properties.h>
+#include <cutils/sockets.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <atomic>
+
+#include "base/noted_signals.h"
+#include "base/process.h"
+#include "base/text.h"
+#include "base/thread.h"
+#include "capture/fingerprint_dir.h"
+#include "capture/logcat.h"
+#include "capture/workers.h"
+#include "catchers/logger_types.h"
+#include "daemon/harrowmoss.h"
+#include "debuglog/commands.h"
+#include "protocol/protocol.h"
+#include "selflog/log.h"
+#include "selflog/props.h"
+#include "selflog/self_logger.h"
+#include "storage/shell.h"
+#include "storage/utils.h"
+
+namespace {
+
+constexpr char kLogSource[] = "harrowmoss";
+constexpr char kBootFailLog[] = "/cache/boot_fail.log";
+constexpr char kKernelLog[] = "/data/misc/zelkalog/.logger/kernel_pmic.txt";
+constexpr char kKernelLogFormat[] = "threadtime,usec";
+constexpr char kKernelLogBuffer[] = "kernel";
+constexpr int kKernelLogLines = 5000;
+constexpr unsigned kKernelLogSeconds = 10;  // the worker's life at most
+constexpr int kListenBacklog = 5;
+constexpr int kStartPauseMs = 1000;
+
+constexpr unsigned long kTraceLimit = 20 * 1024 * 1024;  // of each secure-world trace
+constexpr int kTraceGenerations = 5;
+
+std::atomic<bool> s_monitor_running{false};
+
+// init hands the socket over without close-on-exec; the first child must not inherit it.
+void protect_control_socket() {
+  const int fd = android_get_control_socket(kControlSocketName);
+  if (fd < 0) return;
+  fcntl(fd, F_SETFD, FD_CLOEXEC);
+  close_in_children(fd);
+}
+
+void capture_boot_failure() {
+  if (get_string_prop("sys.android.reboot", "0")[0] != '1') return;
+  if (access(kBootFailLog, F_OK) == 0) return;
+  const std::string command = std::string(
+                                  "/system/bin/vesk -v threadtime -b main -b events -b system -b "
+                                  "crash -b radio -b kernel -d -f ") +
+                              kBootFailLog;
+  run_tool(command.c_str());
+}
+
+void init_systrace_state() {
+  if (!is_logger_enabled()) return;
+  if ((get_int_prop(kTypeProp, 0) & kTypeSystrace) == 0) return;
+  property_set("persist.sys.systrace.enable", "1");
+  LOGD("manual set systrace prop");
+}
+
+void create_working_dir() {
+  while (creat_dir(kWorkingDir) < 0) sleep_ms(kStartPauseMs);  // until /data is writable
+}
+
+void start_monitor_thread() {
+  s_monitor_running = true;
+  if (start_thread(monitorThread, nullptr) == 0) return;
+  LOG_AS(ANDROID_LOG_ERROR, "main", "create monitor thread fail, error=%s\n", strerror(errno));
+  s_monitor_running = false;
+}
+
+// The kernel-log worker's body.
+[[noreturn]] void save_kernel_log() {
+  alarm(kKernelLogSeconds);
+  if (is_dir_exist(kSelfLogDir) < 0) creat_dir(kSelfLogDir);
+  char command[512];
+  format_cut(command, "/system/bin/rm %s; %s -d -v %s -t %d -b %s -f %s", kKernelLog, kLogcat,
+             kKernelLogFormat, kKernelLogLines, kKernelLogBuffer, kKernelLog);
+  LOG_AS(ANDROID_LOG_DEBUG, "collect_kernel_pmic_log", "kernel_pmic fetch %s > %s",
+         kKernelLogBuffer, kKernelLog);
+  run_shell(command);
+  end_process(0);
+}
+
+void collect_kernel_pmic_log() {
+  const pid_t pid = fork_process(group::own);
+  if (pid == 0) save_kernel_log();
+  if (pid < 1) {
+    LOGE("failed to fork child. err:%d(%s).", errno, strerror(errno));
+    return;
+  }
+  s_kernel_log_pid = pid;
+  LOGD("fork %d to fetch kernel_pmic log", pid);
+}
+
+int listen_on_control_socket() {
+  const int fd = android_get_control_socket(kControlSocketName);
+  if (fd < 0) {
+    LOG_AS(ANDROID_LOG_ERROR, "main", "Failed to get socket from environment: %s\n",
+           strerror(errno));
+    exit(1);
+  }
+  if (listen(fd, kListenBacklog) != 0) {
+    LOG_AS(ANDROID_LOG_ERROR, "main", "Listen on socket failed: %s\n", strerror(errno));
+    exit(1);
+  }
+  fcntl(fd, F_SETFD, FD_CLOEXEC);
+  return fd;
+}
+
+}  // namespace
+
+void* monitorThread(void*) {
+  LOGD("function invoked");
+  while (s_monitor_running) {
+    const char* dir = fingerprint_log_dir();
+    rotateFpLogs(dir, "qsee_log.txt", kTraceLimit, kTraceGenerations);
+    rotateFpLogs(dir, "tzbsp.txt", kTraceLimit, kTraceGenerations);
+    sleep_ms(1000);
+  }
+  return nullptr;
+}
+
+void run_daemon() {
+  protect_control_socket();
+  if (property_set("persist.sys.logger.enable", "on") != 0) {
+    ALOG(ANDROID_LOG_DEBUG, "logger, set LOGSYS_LOG_ENABLE on failed.");
+  }
+  s_harrowmossd_pid = getpid();
+  prctl(PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0);  // what workers leave behind becomes ours to end
+  capture_boot_failure();
+  init_systrace_state();
+  sleep_ms(kStartPauseMs);
+  create_working_dir();
+  LOG_AS(ANDROID_LOG_ERROR, "main", "After create directories;\n");
+  start_monitor_thread();
+  if (!open_signal_pipe()) {
+    LOG_AS(ANDROID_LOG_ERROR, "main", "no signal pipe: %s", strerror(errno));
+  }
+  install_signal_handlers();
+  initialize_globals();
+  collect_kernel_pmic_log();
+  start_debug_log();
+  // The descriptor watcher's child, when it has no shell, comes back from there: it has no
+  // connection to serve and must not accept one.
+  if (!is_main_process()) end_process(0);
+  serve_connections(listen_on_control_socket());
+}

@@ -1,0 +1,248 @@
+#include <cutils/properties.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <signal.h>
+#include <string.h>
+#include <sys/wait.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <string>
+
+#include "base/process.h"
+#include "base/scoped.h"
+#include "base/text.h"
+#include "capture/logcat.h"
+#include "capture/modem_logger.h"
+#include "capture/run.h"
+#include "capture/workers.h"
+#include "catchers/catchers.h"
+#include "catchers/logger_types.h"
+#include "debuglog/commands.h"
+#include "debuglog/vendor_moves.h"
+#include "selflog/log.h"
+#include "selflog/props.h"
+#include "selflog/self_logger.h"
+#include "storage/shell.h"
+#include "storage/store.h"
+#include "storage/utils.h"
+
+namespace {
+
+constexpr char kLogSource[] = "commands";
+constexpr char kPowerSwitch[] = "/sys/zelka_power_debug/enable";
+constexpr int kWorkerTicks = 30;  // of 100 ms: a worker's bound, about 3.1 s
+
+// ---- Closing and switching off: a function for each step, run in the order of kClosingSteps. ----
+
+void close_bugreport() {
+  catch_bugreport(false, s_log_store_path);
+  s_extended_logcat_count = false;
+}
+
+void stop_router_log() {
+  property_set("persist.sys.qtrlog.enable", "0");
+}
+
+void stop_wifi_log() {
+  LOGD("function invoked");
+  if (!has_logger_type(kTypeWifi)) return;
+  LOGD("now stopping wifi log...");
+  property_set("sys.zelka.wifi.log", "disable");
+}
+
+void stop_sensor_log() {
+  LOGD("function invoked");
+  if (!has_logger_type(kTypeSensor)) return;
+  LOGE("stop sensor log");
+  property_set("sys.zelka.harrowmossd.sensorlog_state", "0");
+  run_shell("echo 0 > /sys/class/light/light/debug");
+}
+
+void stop_power_log() {
+  LOGD("function invoked");
+  if (!has_logger_type(kTypePower)) return;
+  LOGD("stop power log");
+  property_set("persist.service.powersave.logs", "0");
+  const std::string dir = std::string(s_log_store_path) + "/power";
+  creat_dir(dir.c_str());
+  const std::string command =
+      std::string("/system/bin/sh /system/etc/power_logs_stop.sh ") + s_log_store_path + " " + dir;
+  run_tool(command.c_str());
+  scoped_fd fd(open(kPowerSwitch, O_RDWR | O_CLOEXEC));
+  if (fd.valid()) (void)!write(fd.get(), "0", 1);
+}
+
+void stop_modem_dump() {
+  property_set("sys.zelka.modemdump", "off");
+}
+
+void stop_dump_log() {
+  LOGD("function invoked");
+  if (get_int_prop("persist.sys.zelka.release", 0) != 1) return;
+  LOGE("stop dump log");
+  property_set("persist.sys.ssr.restart_level", "3");
+  property_set("persist.sys.ap.restart_level", "0");
+  property_set("persist.sys.zelka_pwrkey_dump", "0");
+}
+
+void stop_core_dump_log() {
+  LOGD("function invoked");
+  property_set("persist.debug.trace", "0");
+}
+
+void stop_memory_log() {
+  LOGD("function invoked");
+  if (!has_logger_type(kTypeMemory)) return;
+  LOGD("stop memory log");
+  property_set("persist.sys.memory.debug.enable", "0");
+}
+
+void stop_anr_dumpsys_log() {
+  LOGD("function invoked");
+  if (!has_logger_type(kTypeAnrDumpsys)) return;
+  LOGD("stop anr dumpsys log");
+  property_set("persist.sys.dumpsys.enable", "0");
+}
+
+void stop_mpss_dump_log() {
+  LOGD("function invoked");
+  if (!has_logger_type(kTypeMpssDump)) return;
+  LOGD("stop mpss dump log");
+  property_set("persist.radio.start_ind", "off");
+}
+
+void stop_ipc_router_debug() {
+  run_shell("echo 0x0 > /sys/module/ipc_router_core/parameters/debug_mask");
+}
+
+void stop_bluetooth_and_fp_dump() {
+  property_set("persist.bluetooth.btsnoopenable", "false");
+  property_set("sys.zelka.fp.dump", "off");
+}
+
+// The vendor's move is asked for early, so that its time overlaps with everything behind it.
+constexpr void (*kClosingSteps[])() = {
+    close_bugreport,    stop_router_log,       stop_wifi_log,
+    stop_modem_log,     do_move_vendor_logs,   stop_sensor_log,
+    stop_power_log,     stop_modem_dump,       stop_dump_log,
+    stop_core_dump_log, stop_memory_log,       stop_anr_dumpsys_log,
+    stop_mpss_dump_log, stop_ipc_router_debug, stop_bluetooth_and_fp_dump,
+};
+
+// ---- Ending the workers. ----
+
+enum class ending { term, kill, kill_group };
+
+// Workers that would not end on SIGTERM: their shell waits for a reader that never returns.
+ending ending_of(pid_t pid) {
+  if (pid == fg_log_pid || pid == watch_fd_pid) return ending::kill;
+  if (pid == qsee_log_pid || pid == bsp_log_pid || pid == net_log_pid) return ending::kill_group;
+  return ending::term;
+}
+
+void send_ending(pid_t pid) {
+  switch (ending_of(pid)) {
+    case ending::kill:
+      LOG_AS(ANDROID_LOG_ERROR, "stop_debug_log", "STOP PID by SIGKILL %d  \n", pid);
+      signal_process(pid, SIGKILL);
+      break;
+    case ending::kill_group:
+      LOG_AS(ANDROID_LOG_ERROR, "stop_debug_log", "STOP PID by SIGKILL -%d  \n", pid);
+      signal_group(pid, SIGKILL);
+      break;
+    case ending::term:
+      signal_process(pid, SIGTERM);
+      break;
+  }
+}
+
+// Waits for a worker that was told to end; `table` names its table in the log.
+void await_worker(const char* table, pid_t pid) {
+  LOG_AS(ANDROID_LOG_DEBUG, "stop_debug_log", "wait %s begin, wait pid %d \n", table, pid);
+  int status = 0;
+  int ret;
+  if (pid == qrtr_log_pid) {
+    // It may hang in the kernel; what is left of it is ended with the leftovers.
+    LOG_AS(ANDROID_LOG_DEBUG, "stop_debug_log", "kpr for network pass qrtr_pid WNOHANG!");
+    ret = waitpid(pid, &status, WNOHANG);
+  } else {
+    ret = wait_child_to_finish(pid, kWorkerTicks);
+  }
+  LOG_AS(ANDROID_LOG_DEBUG, "stop_debug_log",
+         "wait %s over. status=%d, return:%d, errno:%d(%s), pid:%d", table, status, ret, errno,
+         strerror(errno), pid);
+}
+
+void end_logcat(const char* table, int32_t* pid) {
+  if (*pid < 1) return;
+  signal_process(*pid, SIGTERM);
+  await_worker(table, *pid);
+  *pid = 0;
+}
+
+void end_workers() {
+  LOG_AS(ANDROID_LOG_DEBUG, "stop_debug_log", "kill debug group start");
+  qtrlog_running = false;
+  for (int slot = 1; s_debug_group != nullptr && slot <= kGroupSlots; slot++) {
+    const pid_t pid = s_debug_group[slot];
+    if (pid < 1) continue;
+    send_ending(pid);
+    await_worker("s_debug_group", pid);
+    s_debug_group[slot] = 0;
+  }
+  LOG_AS(ANDROID_LOG_DEBUG, "stop_debug_log", "kill debug group end, next kill vesk group..");
+  for (int i = 0; i < kLogcatBuffers; i++) {
+    end_logcat("s_debug_vesk_group", &s_debug_vesk_group[i].pid);
+    end_logcat("s_newlog_group", &s_newlog_group[i].pid);
+  }
+  LOG_AS(ANDROID_LOG_DEBUG, "stop_debug_log", "kill vesk group end");
+}
+
+void end_leftovers() {
+  const pid_t survivors[] = {s_kernel_log_pid};
+  end_leftover_children(survivors, static_cast<int>(std::size(survivors)));
+}
+
+// ---- Final snapshot and harvest. ----
+
+void move_runs() {
+  LOG_AS(ANDROID_LOG_DEBUG, "stop_debug_log", "move all log start=%ld",
+         static_cast<long>(time(nullptr)));
+  move_dir("/data/misc/zelkalog/*", kStoreDir, nullptr);
+  LOG_AS(ANDROID_LOG_DEBUG, "stop_debug_log", "move all log end=%ld",
+         static_cast<long>(time(nullptr)));
+}
+
+void copy_self_log() {
+  LOG_AS(ANDROID_LOG_DEBUG, "stop_debug_log", "copy self log start");
+  copy_dir(kSelfLogDir, kStoreDir);
+  LOG_AS(ANDROID_LOG_DEBUG, "stop_debug_log", "copy self log end");
+}
+
+void end_self_log_collector() {
+  int32_t pid = s_self_log_collector_pid;
+  if (pid < 1) return;
+  LOG_AS(ANDROID_LOG_DEBUG, "stop_debug_log", "kill log collector %d", pid);
+  signal_process(pid, SIGKILL);
+  // While logging goes on with another mask its thread may have put a new pid there already.
+  s_self_log_collector_pid.compare_exchange_strong(pid, 0);
+}
+
+}  // namespace
+
+int stop_debug_log() {
+  LOGD("function invoked");
+  create_store_dir_if_needed();
+  restorecon_media_zelkalog();
+  for (const auto step : kClosingSteps) step();
+  end_workers();
+  end_leftovers();
+  get_logcat_control_message_for_debug(s_log_store_path);
+  LOGE("stop debug log over.");
+  move_runs();
+  copy_self_log();
+  end_self_log_collector();
+  return 0;
+}
