@@ -15,6 +15,8 @@ constexpr int kSignals = 65;  // numbers 1..64
 std::atomic<bool> s_noted[kSignals];
 int s_signal_pipe[2] = {-1, -1};
 thread_local volatile sig_atomic_t s_handler_depth = 0;
+void (*s_safe_point_handler)(int sig) = nullptr;
+int s_no_safe_points = 0;
 
 void drain_signal_pipe() {
   char bytes[64];
@@ -45,6 +47,23 @@ void handle_noted_signals(void (*handle)(int sig)) {
   for (int sig = 1; sig < kSignals; sig++) {
     if (s_noted[sig].exchange(false)) handle(sig);
   }
+}
+
+void set_safe_point_handler(void (*handle)(int sig)) {
+  s_safe_point_handler = handle;
+}
+
+void safe_point() {
+  if (s_no_safe_points == 0 && s_safe_point_handler != nullptr) {
+    handle_noted_signals(s_safe_point_handler);
+  }
+}
+
+no_safe_points::no_safe_points() {
+  s_no_safe_points++;
+}
+no_safe_points::~no_safe_points() {
+  s_no_safe_points--;
 }
 
 void forget_noted_signals() {

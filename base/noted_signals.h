@@ -16,6 +16,20 @@ void note_signal(int sig);
 // nothing in another process than the main one.
 void handle_noted_signals(void (*handle)(int sig));
 
+// The handler of safe_point(). Main process, once at start-up.
+void set_safe_point_handler(void (*handle)(int sig));
+
+// A safe point inside of a request's own waiting: handles what was noted. Nothing while a
+// no_safe_points object lives: the start and the stop change the tables that the handling reads.
+void safe_point();
+class no_safe_points {
+ public:
+  no_safe_points();
+  ~no_safe_points();
+  no_safe_points(const no_safe_points&) = delete;
+  no_safe_points& operator=(const no_safe_points&) = delete;
+};
+
 // A child inherits nothing that was noted for its parent.
 void forget_noted_signals();
 

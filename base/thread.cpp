@@ -1,16 +1,21 @@
 #include "base/thread.h"
 
 #include <pthread.h>
-#include <signal.h>
+
+signals_blocked::signals_blocked() {
+  sigset_t all;
+  sigfillset(&all);
+  pthread_sigmask(SIG_SETMASK, &all, &before_);
+}
+
+signals_blocked::~signals_blocked() {
+  pthread_sigmask(SIG_SETMASK, &before_, nullptr);
+}
 
 int start_thread(void* (*body)(void*), void* arg) {
-  sigset_t all;
-  sigset_t before;
-  sigfillset(&all);
-  pthread_sigmask(SIG_SETMASK, &all, &before);
+  const signals_blocked for_the_thread;
   pthread_t thread;
   const int result = pthread_create(&thread, nullptr, body, arg);
-  pthread_sigmask(SIG_SETMASK, &before, nullptr);
   if (result == 0) pthread_detach(thread);
   return result;
 }

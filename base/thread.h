@@ -2,5 +2,19 @@
 // reaper on another one would steal the children that somebody waits for.
 #pragma once
 
+#include <signal.h>
+
+// All signals are blocked on the calling thread, and on the threads that it starts, while it lives.
+class signals_blocked {
+ public:
+  signals_blocked();
+  ~signals_blocked();
+  signals_blocked(const signals_blocked&) = delete;
+  signals_blocked& operator=(const signals_blocked&) = delete;
+
+ private:
+  sigset_t before_;
+};
+
 // Starts a detached thread. Returns pthread_create()'s result: 0, or a positive errno value.
 int start_thread(void* (*body)(void*), void* arg);
