@@ -102,6 +102,11 @@ int delete_dir(const char* pattern) {
   return run_command(shell_command::delete_dir, pattern, "");
 }
 
+int remove_tree(const char* path) {
+  const char* const argv[] = {"/system/bin/rm", "-rf", "--", path, nullptr};
+  return run_program(argv);
+}
+
 int move_dir(const char* src, const char* dst, const char* options) {
   if (dst == nullptr) {
     LOGD("dest is null");

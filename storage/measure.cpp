@@ -130,15 +130,19 @@ int64_t space_needed(const char* source, int64_t block_size) {
   return total;
 }
 
+bool copy_has_room(const char* source, const char* target, int64_t* needed, int64_t* available) {
+  struct statfs room;
+  if (statfs(target, &room) != 0) return true;  // the command will say so
+  *needed = space_needed(source, static_cast<int64_t>(room.f_bsize));
+  *available = static_cast<int64_t>(room.f_bsize) * static_cast<int64_t>(room.f_bavail);
+  return *needed <= *available;
+}
+
 bool move_has_room(const char* source, const char* target, int64_t* needed, int64_t* available) {
   std::string dir;
   if (!pattern_directory(source, &dir)) dir = source;
   struct stat from;
   struct stat to;
-  struct statfs room;
   if (stat(dir.c_str(), &from) != 0 || stat(target, &to) != 0) return true;  // mv will say so
-  if (from.st_dev == to.st_dev || statfs(target, &room) != 0) return true;
-  *needed = space_needed(source, static_cast<int64_t>(room.f_bsize));
-  *available = static_cast<int64_t>(room.f_bsize) * static_cast<int64_t>(room.f_bavail);
-  return *needed <= *available;
+  return from.st_dev == to.st_dev || copy_has_room(source, target, needed, available);
 }

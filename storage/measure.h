@@ -11,3 +11,6 @@ int64_t space_needed(const char* source, int64_t block_size);
 // Whether a move of `source` into the directory `target` can hold: true also when both are on one
 // file system. `needed` and `available` receive bytes when it cannot.
 bool move_has_room(const char* source, const char* target, int64_t* needed, int64_t* available);
+
+// The same for a copy, which takes room on its own file system too.
+bool copy_has_room(const char* source, const char* target, int64_t* needed, int64_t* available);

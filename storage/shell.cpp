@@ -97,6 +97,17 @@ int run_shell(const char* command) {
   return status;
 }
 
+int run_program(const char* const argv[]) {
+  const pid_t pid = fork_process(shell_group());
+  if (pid == 0) {
+    execv(argv[0], const_cast<char* const*>(argv));
+    end_process(127);
+  }
+  int status = -1;
+  if (pid == -1 || wait_for(pid, &status) == -1) return -1;
+  return status;
+}
+
 int run_tool(const char* command) {
   const pid_t pid = start_shell(command, group::own, -1);
   if (pid == -1) return -1;

@@ -27,6 +27,10 @@ constexpr int kUnbounded = -1;
 int run_shell_lines(const char* command, int bound_ms, char* buffer, size_t size,
                     void (*on_line)(void* context, const char* line), void* context);
 
+// Runs the program `argv[0]` (a full path; `argv` ends with null) without a shell, otherwise as
+// run_shell().
+int run_program(const char* const argv[]);
+
 // Appends `name` to `out` with every ASCII byte outside [A-Za-z0-9._/@%+=:,#-] escaped by a
 // backslash; bytes from 0x80 up stay. False when it holds a newline, which no backslash escapes.
 bool append_escaped(std::string* out, const char* name);

@@ -48,6 +48,10 @@ int delete_dir(const char* pattern);              // rm -rf
 // is not begun: one error line, and -1. -1 also for a null `dst`.
 int move_dir(const char* src, const char* dst, const char* options);
 
+// Removes `path` by rm itself, without a shell: for names that no command text can hold. The wait
+// status of rm, -1 when it could not be forked.
+int remove_tree(const char* path);
+
 enum class shell_command { copy_file, copy_dir, copy_dir2, move_dir, delete_dir };
 
 // True when `src` and `dst` (null where there is none) can be given to that utility. Ask it first

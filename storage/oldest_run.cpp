@@ -1,0 +1,59 @@
+#include <dirent.h>
+#include <errno.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
+
+#include "base/scoped.h"
+#include "base/text.h"
+#include "selflog/log.h"
+#include "storage/size_monitor.h"
+
+namespace {
+
+constexpr char kLogSource[] = "utils";
+
+// The regular expression ^(\d+)#(.*)$ over a whole name, by hand: std::regex takes longer than the
+// stat() beside it. As there, '.' is no line end.
+bool is_run_name(const char* name) {
+  const size_t digits = strspn(name, "0123456789");
+  return digits > 0 && name[digits] == '#' && strpbrk(name, "\n\r") == nullptr;
+}
+
+bool is_directory(const char* dir, DIR* stream, const char* name) {
+  struct stat info;
+  if (fstatat(dirfd(stream), name, &info, 0) == 0) return S_ISDIR(info.st_mode);
+  LOG_AS(ANDROID_LOG_ERROR, "findOldestLogDir", "cannot open directory %s/%s: %s\n", dir, name,
+         strerror(errno));
+  return false;
+}
+
+}  // namespace
+
+oldest_run find_oldest_run(const char* dir) {
+  oldest_run oldest = {-1, -1, ""};
+  scoped_dir stream(opendir(dir));
+  if (!stream.valid()) return oldest;
+  oldest.count = 0;
+  while (const dirent* entry = readdir(stream.get())) {
+    const char* name = entry->d_name;
+    if (strcmp(name, ".") == 0 || strcmp(name, "..") == 0) continue;
+    if (!is_directory(dir, stream.get(), name) || !is_run_name(name)) continue;
+    oldest.count++;
+    const int number = atoi(name);
+    if (number < 1 || (oldest.number != -1 && number >= oldest.number)) continue;
+    oldest.number = number;
+    oldest.name = name;
+  }
+  return oldest;
+}
+
+int findOldestLogDir(const char* dir, int* oldest, char* name, size_t size) {
+  if (dir == nullptr || name == nullptr) return -1;
+  const oldest_run found = find_oldest_run(dir);
+  if (found.number == -1) return found.count;
+  *oldest = found.number;
+  memset(name, 0, size);
+  memcpy(name, found.name.data(), found.name.size() < size ? found.name.size() : size);
+  return found.count;
+}

@@ -1,0 +1,298 @@
+#include "storage/size_monitor.h"
+
+#include <cutils/properties.h>
+#include <errno.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/prctl.h>
+#include <unistd.h>
+
+#include "base/noted_signals.h"
+#include "base/process.h"
+#include "base/text.h"
+#include "selflog/log.h"
+#include "selflog/props.h"
+#include "storage/shell.h"
+#include "storage/store.h"
+#include "storage/utils.h"
+
+std::atomic<bool> s_logsize_monitor{false};
+std::atomic<int32_t> s_logsize_monitor_pid{-1};
+
+namespace {
+
+constexpr char kLogSource[] = "utils";
+constexpr char kDeleteProp[] = "persist.sys.zelka.log.del";
+constexpr char kQuotaProp[] = "persist.sys.zelka.log.size";
+constexpr int kCycleMs = 5000;
+constexpr int32_t kTypeModem = 0x2;
+constexpr int32_t kTypeWifi = 0x40;
+constexpr int64_t kMiB = 1024 * 1024;
+constexpr uint64_t kExtremeLow = 0x7FFFFFF;  // available - 1 below this: 1 .. 128 MiB - 1 bytes
+
+int32_t s_last_monitor_pid = -1;  // main process
+int (*s_stop_logging)() = nullptr;
+int (*s_start_logging)() = nullptr;
+
+// The monitor's state, shared with its signal handler.
+std::atomic<bool> s_is_deleting{false};
+std::atomic<int32_t> s_pending_pid{-1};  // own pid: SIGUSR1 came during a deletion
+
+// What the loop remembers from cycle to cycle.
+struct monitor_state {
+  int quota_gib;
+  int oldest;  // never reset: a cycle that finds no numbered directory keeps the last one's
+};
+
+enum class next { wait, leave };
+
+// Whole MiB, as GiB.
+float to_gib(int64_t bytes) {
+  return static_cast<float>(bytes / kMiB) * 0.0009765625F;
+}
+
+next leave() {
+  s_logsize_monitor = false;
+  s_is_deleting = false;
+  return next::leave;
+}
+
+next deletion_done() {
+  s_is_deleting = false;
+  return next::wait;
+}
+
+void delete_trees() {
+  delete_dir("/sdcard/zelkalog/*");
+  delete_dir("/data/misc/zelkalog/*");
+}
+
+// Removes the run `name` of `dir`. A name that no command has room for is removed by a command
+// without a shell; otherwise one planted name would end all eviction.
+void remove_run(const char* dir, const std::string& name) {
+  const std::string path = std::string(dir) + name;
+  if (command_fits(shell_command::delete_dir, path.c_str(), nullptr)) {
+    delete_dir(path.c_str());
+  } else {
+    LOG_AS(ANDROID_LOG_WARN, "monitorLogSizeThread", "name too long for a command: %s",
+           path.c_str());
+    remove_tree(path.c_str());
+  }
+}
+
+void log_sizes(const size_reading& reading, const size_verdict& verdict, bool modem) {
+  const float quota = static_cast<float>(reading.quota_gib);
+  const char* name = "monitorLogSizeThread";
+  LOG_AS(ANDROID_LOG_DEBUG, name, "store dir: logsize = %f,  size_store_log = %ld, hfsize = %f",
+         quota, static_cast<long>(reading.store_bytes), verdict.store_gib);
+  LOG_AS(ANDROID_LOG_DEBUG, name, "common dir: logsize = %f,  size_common_log = %f, size_logs = %f",
+         quota, verdict.common_gib, verdict.total_gib);
+  LOG_AS(ANDROID_LOG_DEBUG, name,
+         "logsize monitor is_deleting=%d, catch_modem_log=%d, is_extreme_deleting=%d",
+         verdict.over_quota, modem, verdict.extreme_low);
+  LOG_AS(ANDROID_LOG_DEBUG, name, "logsize monitor logging=%d", 1);
+}
+
+// A test suite must find its logs where it left them: deletion stays off until somebody sets the
+// property back.
+next stop_for_test_run() {
+  LOG_AS(ANDROID_LOG_WARN, "monitorLogSizeThread", "in cts or monkey, do not delete logs");
+  property_set(kDeleteProp, "false");
+  property_set(kQuotaProp, "30");
+  return leave();
+}
+
+next rescue_data() {
+  s_is_deleting = true;
+  LOG_AS(ANDROID_LOG_WARN, "monitorLogSizeThread", "storage extreme low, delete logs");
+  delete_trees();
+  const bool restart = is_logger_enabled();
+  if (restart) {
+    s_stop_logging();
+    sleep_ms(2000);
+  }
+  delete_trees();
+  delete_dir("/data/vendor/zelkalog/*");
+  if (restart) s_start_logging();
+  return deletion_done();
+}
+
+next restart_logging() {
+  LOG_AS(ANDROID_LOG_WARN, "monitorLogSizeThread",
+         "we have deleted logs all we can, but still not enough, delete & restart");
+  if (is_in_cts() || is_in_monkey() || !is_logger_enabled()) {
+    LOG_AS(ANDROID_LOG_DEBUG, "monitorLogSizeThread", "not delete log");
+    return leave();
+  }
+  delete_dir("/sdcard/zelkalog/*");
+  s_stop_logging();
+  sleep_ms(1000);
+  delete_trees();
+  s_start_logging();
+  return deletion_done();
+}
+
+// Looks at a tree; its oldest number is remembered in `state` when there is one.
+tree_reading look_at(const char* dir, int current, monitor_state* state, std::string* name) {
+  oldest_run found = find_oldest_run(dir);
+  if (found.number != -1) state->oldest = found.number;
+  *name = std::move(found.name);
+  return {found.count, state->oldest, !name->empty(), current, is_logger_enabled()};
+}
+
+// Over quota: at most one run is removed in a cycle, finished ones first.
+next evict(monitor_state* state) {
+  const int current = get_log_dir_sequence();
+  std::string name;
+  LOG_AS(ANDROID_LOG_INFO, "monitorLogSizeThread", "first check log store dir..");
+  const eviction in_store = judge_store(look_at(kStoreDir, current, state, &name));
+  if (in_store == eviction::keep_current) {
+    LOG_AS(ANDROID_LOG_WARN, "monitorLogSizeThread", "do not delete current dir when only one");
+  } else if (in_store == eviction::remove_oldest) {
+    LOG_AS(ANDROID_LOG_INFO, "monitorLogSizeThread", "now delete oldest dir %s%s", kStoreDir,
+           name.c_str());
+    remove_run(kStoreDir, name);
+    return deletion_done();
+  }
+  if (!is_logger_enabled()) return deletion_done();
+  LOG_AS(ANDROID_LOG_INFO, "monitorLogSizeThread", "next,check log common catching dir..");
+  const eviction in_working = judge_working(look_at(kWorkingDir, current, state, &name));
+  if (in_working == eviction::restart) return restart_logging();
+  if (in_working == eviction::remove_oldest) {
+    LOG_AS(ANDROID_LOG_INFO, "monitorLogSizeThread", "now delete %s%s", kWorkingDir, name.c_str());
+    remove_run(kWorkingDir, name);
+  }
+  return deletion_done();
+}
+
+next run_cycle(monitor_state* state) {
+  if (s_is_deleting) {
+    LOG_AS(ANDROID_LOG_DEBUG, "monitorLogSizeThread",
+           "normal don't delete or is_deleting(%d), is_extreme_deleting(%d)", true, 0);
+    return next::wait;
+  }
+  if (getpid() == s_pending_pid) end_process(0);
+  if (!is_logger_enabled()) return leave();
+  create_store_dir_if_needed();
+  const int64_t store = getFileSize(kStoreDir);
+  const int64_t common = getFileSize(kWorkingDir);
+  const bool modem = has_logger_type(kTypeModem);
+  const bool wifi = has_logger_type(kTypeWifi);
+  const size_reading reading = {store, common, state->quota_gib, modem || wifi,
+                                get_filesystem_size("/data")};
+  const size_verdict verdict = judge_sizes(reading);
+  s_is_deleting = verdict.over_quota;
+  if (verdict.over_quota || verdict.extreme_low) log_sizes(reading, verdict, modem);
+  if (is_in_cts() || is_in_monkey()) return stop_for_test_run();
+  if (verdict.extreme_low) return rescue_data();
+  return verdict.over_quota ? evict(state) : next::wait;
+}
+
+// The monitor's process.
+[[noreturn]] void run_monitor() {
+  s_logsize_monitor_pid = getpid();
+  prctl(PR_SET_NAME, "harrowmossd-lsm", 0, 0, 0);
+  signal(SIGUSR1, [](int sig) {
+    const int saved_errno = errno;
+    const signal_scope scope;
+    signal_log_size_monitor_handler(sig);
+    errno = saved_errno;
+  });
+  monitorLogSizeThread();
+  LOG_AS(ANDROID_LOG_WARN, "checkLogSize", "run out of monitorLogSizeThread!!!");
+  end_process(0);
+}
+
+}  // namespace
+
+void set_logging_switch(int (*stop)(), int (*start)()) {
+  s_stop_logging = stop;
+  s_start_logging = start;
+}
+
+void checkLogSize() {
+  char del_enable[PROPERTY_VALUE_MAX] = {};
+  char log_enable[PROPERTY_VALUE_MAX] = {};
+  property_get(kDeleteProp, del_enable, "true");
+  property_get(kEnableProp, log_enable, "off");
+  LOGD("log_enable = %s  del_enable = %s", log_enable, del_enable);
+  if (strcmp(del_enable, "true") != 0 || strcmp(log_enable, "on") != 0) {
+    LOGD(" not open checkLogSize");
+    return;
+  }
+  LOGD(" open checkLogSize s_logsize_monitor = %d", s_logsize_monitor.load());
+  if (s_logsize_monitor && s_logsize_monitor_pid > 0) {
+    LOGD(" monitorLogSizeThread has started");
+    return;
+  }
+  s_logsize_monitor = true;
+  const pid_t pid = fork_process(group::own);
+  if (pid == 0) run_monitor();
+  if (pid == -1) {
+    s_logsize_monitor = false;
+    s_logsize_monitor_pid = -1;
+    return;
+  }
+  s_logsize_monitor_pid = s_last_monitor_pid = pid;
+  LOGD("fork a child %d", pid);
+}
+
+void stop_log_size_monitor() {
+  if (!s_logsize_monitor) return;
+  if (s_logsize_monitor_pid >= 1) signal_process(s_logsize_monitor_pid, SIGUSR1);
+  s_logsize_monitor = false;
+  s_logsize_monitor_pid = -1;
+}
+
+bool is_log_size_monitor(int32_t pid) {
+  return pid > 0 && pid == s_last_monitor_pid;
+}
+
+void monitorLogSizeThread() {
+  LOGD(" into monitorLogSizeThread. s_logsize_monitor = %d\n", s_logsize_monitor.load());
+  monitor_state state = {get_int_prop(kQuotaProp, 20), -1};
+  s_pending_pid = -1;
+  while (s_logsize_monitor) {
+    if (run_cycle(&state) == next::leave) return;
+    if (s_logsize_monitor) sleep_ms(kCycleMs);
+  }
+  leave();
+}
+
+void signal_log_size_monitor_handler(int sig) {
+  LOGW("receive signal %d, is_deleting=%d", sig, s_is_deleting.load());
+  if (sig != SIGUSR1) return;
+  s_logsize_monitor = false;
+  if (!s_is_deleting) {
+    LOGE("will exit log size monitor %d - %d", getpid(), s_logsize_monitor_pid.load());
+    end_process(0);
+  }
+  LOGW("deleting, just set pending state");
+  s_pending_pid = getpid();
+}
+
+size_verdict judge_sizes(const size_reading& reading) {
+  size_verdict verdict;
+  verdict.store_gib = to_gib(reading.store_bytes);
+  verdict.common_gib = to_gib(reading.common_bytes);
+  verdict.total_gib = to_gib(reading.store_bytes + reading.common_bytes);
+  const float share = reading.modem_or_wifi ? 0.75F : 1.0F;
+  verdict.over_quota = share * static_cast<float>(reading.quota_gib) < verdict.total_gib;
+  verdict.extreme_low = static_cast<uint64_t>(reading.available) - 1 < kExtremeLow;
+  return verdict;
+}
+
+eviction judge_store(const tree_reading& tree) {
+  if (!tree.logging && tree.count == 1 && tree.current == tree.oldest) {
+    return eviction::keep_current;
+  }
+  const bool found = tree.count >= 1 && tree.oldest >= 1 && tree.has_name;
+  return found ? eviction::remove_oldest : eviction::nothing;
+}
+
+eviction judge_working(const tree_reading& tree) {
+  if (tree.current == tree.oldest) return eviction::restart;
+  const bool found = tree.count >= 1 && tree.oldest >= 1 && tree.has_name;
+  return found ? eviction::remove_oldest : eviction::nothing;
+}

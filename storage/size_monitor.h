@@ -1,0 +1,84 @@
+// The log size monitor: a forked process that keeps the store under its quota and rescues a full
+// "/data". checkLogSize() runs in the main process, the rest in the monitor, on its own copies of
+// the globals. The two talk only through SIGUSR1 and properties.
+#pragma once
+
+#include <stdint.h>
+
+#include <atomic>
+#include <string>
+
+// Main: a monitor is believed to run; monitor: go on looping. A monitor that ended by itself leaves
+// the main process's copy true until logging is stopped once.
+extern std::atomic<bool> s_logsize_monitor;
+
+// Main: the monitor; monitor: itself; -1: none.
+extern std::atomic<int32_t> s_logsize_monitor_pid;
+
+// How the monitor restarts logging, in its own process. Given once at start-up, because switching
+// logging on and off stands above this folder.
+void set_logging_switch(int (*stop)(), int (*start)());
+
+// Starts the monitor when deletion and logging are on and none runs. Main process.
+void checkLogSize();
+
+// Asks the monitor to end, when one runs, and forgets it. It ends at once, or after the deletion
+// that it has begun. Main process.
+void stop_log_size_monitor();
+
+// True for the pid of the monitor that was started last, also after it was forgotten.
+bool is_log_size_monitor(int32_t pid);
+
+// The monitor's loop, in the forked process; returns when the monitor shall end.
+void monitorLogSizeThread();
+
+// Handler of SIGUSR1 in the monitor, and of the other signals that it ignores.
+void signal_log_size_monitor_handler(int sig);
+
+// Finds the numbered directory ("<digits>#...") with the smallest number of at least 1 in `dir`.
+// Returns how many numbered directories there are, -1 when `dir` does not open or an argument is
+// null. When one was found, `*oldest` gets its number and `name` (`size` bytes) its name, without
+// terminator when it does not fit; otherwise both stay as they are.
+int findOldestLogDir(const char* dir, int* oldest, char* name, size_t size);
+
+// ---- The decisions, as functions over values. ----
+
+struct size_reading {
+  int64_t store_bytes;   // "/sdcard/zelkalog/"
+  int64_t common_bytes;  // "/data/misc/zelkalog/"
+  int quota_gib;         // "persist.sys.zelka.log.size"
+  bool modem_or_wifi;    // these types get three quarters of the quota
+  int64_t available;     // bytes free on "/data"; 0 and below: unknown
+};
+
+struct size_verdict {
+  float store_gib;
+  float common_gib;
+  float total_gib;
+  bool over_quota;   // strictly more than the quota, counted in whole MiB
+  bool extreme_low;  // less than 128 MiB free on "/data"
+};
+
+size_verdict judge_sizes(const size_reading& reading);
+
+// What to do with one of the two trees when over quota.
+enum class eviction { nothing, keep_current, remove_oldest, restart };
+
+struct tree_reading {
+  int count;      // numbered directories, -1: the tree does not open
+  int oldest;     // smallest number, of an earlier look when this one found none; -1: none yet
+  bool has_name;  // this look found one
+  int current;    // number of the run being written
+  bool logging;
+};
+
+eviction judge_store(const tree_reading& tree);    // finished runs: keep_current means go on
+eviction judge_working(const tree_reading& tree);  // the working area
+
+// The oldest run of `dir`: how many there are, its number (-1: none) and whole name.
+struct oldest_run {
+  int count;
+  int number;
+  std::string name;
+};
+oldest_run find_oldest_run(const char* dir);
