@@ -8,6 +8,7 @@
 
 #include <algorithm>
 
+#include "base/noted_signals.h"
 #include "base/process.h"
 #include "base/text.h"
 #include "selflog/log.h"
@@ -22,6 +23,7 @@ int32_t qsee_log_pid = 0;
 int32_t bsp_log_pid = 0;
 int32_t mpss_stats_pid = 0;
 int32_t s_kernel_log_pid = 0;
+int32_t s_request_pid = 0;
 
 namespace {
 
@@ -103,6 +105,22 @@ int wait_child_to_finish(pid_t pid, int ticks) {
   kill_with_group(pid);
   sleep_ms(kTickMs);
   return 0;
+}
+
+int await_request_child(const char* function, pid_t pid, int poll_ms, int polls) {
+  s_request_pid = pid;
+  int count = 0;
+  for (; wait_within(pid, 0, nullptr) == 0; count++) {
+    LOG_AS(ANDROID_LOG_DEBUG, function, "wait child %d to finish.", pid);
+    if (wait_within(pid, poll_ms, nullptr) != 0) break;
+    safe_point();
+    if (count < polls) continue;
+    LOG_AS(ANDROID_LOG_ERROR, function, "wait child %d timeout, kill it", pid);
+    kill_with_group(pid);
+    sleep_ms(kTickMs);
+  }
+  s_request_pid = 0;
+  return count;
 }
 
 int set_process_name(const char* name, int /*ignored*/) {

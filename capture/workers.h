@@ -24,6 +24,9 @@ extern int32_t mpss_stats_pid;  // modem watchdog
 // The one-shot worker that saves the kernel log at start-up; not a part of debug logging.
 extern int32_t s_kernel_log_pid;
 
+// The child that the current request waits for, 0 when none.
+extern int32_t s_request_pid;
+
 // Allocates both tables, zeroed. Main process, before the first worker.
 void initialize_globals();
 
@@ -42,6 +45,11 @@ inline void add_to_debug_group(pid_t pid) {
 // reaper. Returns 1 when the child is gone, also when it was never ours; 0 when it had to be
 // killed.
 int wait_child_to_finish(pid_t pid, int ticks);
+
+// Waits for the request's child `pid`: looks every `poll_ms`, at a safe point each time, and kills
+// it with its group once `polls` looks have passed, again and again until it is gone. Logs under
+// the name `function`. Returns how many looks found it running.
+int await_request_child(const char* function, pid_t pid, int poll_ms, int polls);
 
 // Names the calling process "harrowmossd:debug-<name>", of which the kernel keeps the last 15
 // characters: the end tells workers apart. `ignored` is not used. Returns prctl()'s result. In a

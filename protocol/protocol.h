@@ -28,7 +28,7 @@ struct named_bit {
 // clang-format off
 
 // Logger types, in the order in which the daemon starts them; not in bit order, keep it so.
-constexpr named_bit kLoggerTypeNames[] = {
+inline constexpr named_bit kLoggerTypeNames[] = {
     {0x0001, "mobile",      "logcat of all buffers, qrtr IPC log; mobile/ and qrtr_last.txt"},
     {0x0002, "modem",       "vendor modem diagnostic logger, with .DIAG.cfg; modem/, moved in by the vendor at the stop"},
     {0x0004, "net",         "packet capture and network snapshots at start and stop; net/"},
@@ -46,12 +46,12 @@ constexpr named_bit kLoggerTypeNames[] = {
 };
 
 // Bits of the same mask that start nothing but change how a run is captured; not part of "all".
-constexpr named_bit kLoggerOptionNames[] = {
+inline constexpr named_bit kLoggerOptionNames[] = {
     {0x10000, "longlogcat", "keep 39 rotated files of 100 MiB for each logcat buffer of \"mobile\""},
 };
 
 // Pieces of a feedback bundle, in the order in which the daemon collects them.
-constexpr named_bit kFeedbackNames[] = {
+inline constexpr named_bit kFeedbackNames[] = {
     {0x04000, "bootfail",     "ANR traces; moves the boot-failure log into the general staging area"},
     {0x00010, "general",      "the app's staged files and the last 80000 lines of each log buffer (7 s at most)"},
     {0x00020, "tombstone",    "native crash reports, /data/tombstones"},
@@ -92,7 +92,7 @@ struct request_name {
 };
 
 // Every request, by code.
-constexpr request_name kRequestNames[] = {
+inline constexpr request_name kRequestNames[] = {
     { 1, "version",         "do_get_version",            request_arguments::kNone,        reply_fields::kInt},
     { 2, "start",           "do_start_debug_log",        request_arguments::kMask,        reply_fields::kInt},
     { 3, "stop",            "do_stop_debug_log",         request_arguments::kNone,        reply_fields::kInt},
