@@ -1,0 +1,47 @@
+// Feedback bundles: chosen pieces of diagnostic material in one directory. Main process, request
+// thread; the general dump and the property files are made in forked children that are waited for
+// with a bound and killed when they overrun.
+#pragma once
+
+#include <stdint.h>
+
+// A piece of a bundle. `get` collects it into the directory `dir`; a negative result ends the walk.
+struct feedback_getter {
+  int32_t bit;
+  int (*get)(const char* dir);
+  char name[64];  // for the log
+};
+constexpr int kFeedbackGetterCount = 13;
+extern const feedback_getter kFeedbackGetters[kFeedbackGetterCount];  // in the order of the walk
+
+// Why a destination that a client names is refused; null when it may be used. Root copies into it
+// and gives it to everybody, so it must be absolute, at least two components deep, without "." and
+// "..", control bytes, and short enough for every command that is composed with it.
+// `fits` tells whether the longest of these holds it.
+const char* destination_fault(const char* path, bool (*fits)(const char* path));
+
+// True when every command of a feedback bundle can take `dir`.
+bool feedback_commands_fit(const char* dir);
+
+// Collects the pieces of `mask` into `dir`, in table order, and the property files in any case.
+// Returns the result of the last getter that ran, 0 when none did, or the first negative one.
+int get_feedback_log(int mask, const char* dir);
+
+// Writes system<suffix>.prop and others<suffix>.prop (the device report, appended) into `dir`, in a
+// child that is killed after about 2 s. Returns 0, or -1 when it cannot be forked.
+int copy_system_propertie(const char* dir, const char* suffix);
+
+// The getters that the stop uses too. Each returns 0 unless it says otherwise.
+int get_tombstone_log(const char* dir);  // the result of copy_dir2()
+int get_anr_log(const char* dir);        // the result of copy_dir2()
+
+// Copies the Bluetooth logs into the daemon's own working area and deletes them; `dir` is not used.
+// Left where they are when there is no room for the copy. Returns 0.
+int get_bluetooth_log(const char* dir);
+
+// Has the vendor side move its minidumps into `dir`, waiting 2.5 s at most. Returns 1.
+int get_minidump_log(const char* dir);
+
+// Dumps the six log buffers and the app's staging area into `dir`. 0, or -1 when it cannot fork.
+int get_general_log(const char* dir);
+constexpr char kGeneralDir[] = "/sdcard/Android/data/.harrowmoss/general/";

@@ -1,0 +1,101 @@
+#include <dirent.h>
+#include <errno.h>
+#include <stdio.h>
+#include <string.h>
+#include <unistd.h>
+
+#include <iterator>
+#include <string>
+#include <thread>
+
+#include "base/process.h"
+#include "base/scoped.h"
+#include "base/text.h"
+#include "base/thread.h"
+#include "capture/logcat.h"
+#include "capture/workers.h"
+#include "feedback/feedback.h"
+#include "selflog/log.h"
+#include "storage/shell.h"
+#include "storage/utils.h"
+
+namespace {
+
+constexpr char kLogSource[] = "commands";
+constexpr const char* kBuffers[] = {"main", "events", "system", "radio", "crash", "kernel"};
+constexpr int kDumpLines = 80000;
+constexpr int kDumpPollMs = 1000;
+constexpr int kDumpPolls = 6;
+constexpr char kAnrDir[] = "/data/anr/";
+constexpr int kTooManyTraces = 500;
+
+// Dump thread: the last lines of one buffer into <dir>/general.
+void dump_buffer(const char* dir, const char* buffer) {
+  char path[256];
+  format_cut(path, "%s/%s", dir, "general");
+  if (is_dir_exist(path) != 0) creat_dir(path);
+  build_logcat_file_name(buffer, path);
+  creat_file(path);
+  std::string command = std::string(kLogcat) + " -d -v threadtime,usec -t " +
+                        std::to_string(kDumpLines) + " -b " + buffer + " -f ";
+  if (!append_escaped(&command, path)) return;
+  LOG_AS(ANDROID_LOG_DEBUG, "get_general_log", "catch %s > %s", buffer, path);
+  run_shell(command.c_str());
+}
+
+// The general worker's body: six threads, one for each buffer.
+[[noreturn]] void dump_all_buffers(const char* dir) {
+  set_process_name("general");
+  std::thread threads[std::size(kBuffers)];
+  {
+    const signals_blocked for_the_threads;
+    for (size_t i = 0; i < std::size(kBuffers); i++) {
+      threads[i] = std::thread(dump_buffer, dir, kBuffers[i]);
+    }
+  }
+  char general[256];
+  format_cut(general, "%s/%s", dir, "general");
+  get_logcat_control_message(general);
+  for (size_t i = 0; i < std::size(kBuffers); i++) {
+    LOG_AS(ANDROID_LOG_DEBUG, "get_general_log", "wait thread %d to finish.", static_cast<int>(i));
+    threads[i].join();
+    LOG_AS(ANDROID_LOG_DEBUG, "get_general_log", "thread %d finished.", static_cast<int>(i));
+  }
+  LOG_AS(ANDROID_LOG_DEBUG, "get_general_log", "process %d all threads finished.", getpid());
+  end_process(0);
+}
+
+void trim_trace_files() {
+  scoped_dir stream(opendir(kAnrDir));
+  if (!stream.valid()) {
+    LOGE("cannot open /data/anr/");
+    return;
+  }
+  int count = 0;
+  while (const dirent* entry = readdir(stream.get())) {
+    if (entry->d_name[0] != '.') count++;
+  }
+  if (count < kTooManyTraces) return;
+  LOGE("too many trace files, clear /data/anr/");
+  run_shell("rm -f /data/anr/*");
+}
+
+}  // namespace
+
+int get_general_log(const char* dir) {
+  LOGD("get general log");
+  copy_dir(kGeneralDir, dir);
+  run_shell("rm -f /sdcard/Android/data/.harrowmoss/general/boot_fail.log");
+  const pid_t pid = fork_process(group::own);
+  if (pid == 0) dump_all_buffers(dir);
+  int ret = 0;
+  if (pid < 1) {
+    LOGE("failed to fork child. err:%d(%s).", errno, strerror(errno));
+    ret = -1;
+  } else {
+    const int polls = await_request_child(__func__, pid, kDumpPollMs, kDumpPolls);
+    LOGD("wait child %d to finish wastes %d secs", pid, polls);
+  }
+  trim_trace_files();
+  return ret;
+}

@@ -1,0 +1,158 @@
+#include <cutils/properties.h>
+
+#include <memory>
+#include <string>
+
+#include "base/text.h"
+#include "capture/vendor_moves.h"
+#include "feedback/feedback.h"
+#include "protocol/protocol.h"
+#include "selflog/log.h"
+#include "storage/measure.h"
+#include "storage/shell.h"
+#include "storage/store.h"
+#include "storage/utils.h"
+
+namespace {
+
+constexpr char kLogSource[] = "commands";
+constexpr char kBootFailLog[] = "/cache/boot_fail.log";
+constexpr char kBluetoothLogs[] = "/data/misc/bluetooth/logs";
+constexpr char kBluetoothSnoops[] = "/data/misc/bluetooth/logs/snoops";
+constexpr char kPowerFeedbackDir[] = "/sdcard/Android/data/.harrowmoss/zklog/feedback/power/";
+constexpr char kExceptionDir[] = "/data/aee_exp/";
+constexpr char kMinidumpDoneProp[] = "sys.zelka.harrowmossd.action.mv_minidump_logs_done";
+constexpr int kMinidumpPolls = 25;  // of 100 ms
+
+// False, logged, when a copy or move of `source` to `target` would run out of room and lose it.
+bool has_room(bool (*asks)(const char*, const char*, int64_t*, int64_t*), const char* source,
+              const char* target) {
+  int64_t needed = 0;
+  int64_t available = 0;
+  if (asks(source, target, &needed, &available)) return true;
+  LOGE("no room for %s in %s: %lld bytes needed, %lld free", source, target,
+       static_cast<long long>(needed), static_cast<long long>(available));
+  return false;
+}
+
+int get_bootfail_log(const char* dir) {
+  copy_dir("/data/anr", dir);
+  if (has_room(move_has_room, kBootFailLog, kGeneralDir)) {
+    run_shell("mv /cache/boot_fail.log /sdcard/Android/data/.harrowmoss/general/boot_fail.log");
+  }
+  return 0;
+}
+
+int get_pstore_log(const char* dir) {
+  return copy_dir2("/sys/fs/pstore", dir);
+}
+
+int log_only(const char* function) {
+  LOG_AS(ANDROID_LOG_DEBUG, function, "function invoked");
+  return 0;
+}
+
+// Accepted for older apps, which still select them.
+int get_memory_log(const char*) {
+  return log_only(__func__);
+}
+int get_systrace_log(const char*) {
+  return log_only(__func__);
+}
+int get_screen_record(const char*) {
+  return log_only(__func__);
+}
+int get_cell_log(const char*) {
+  return log_only(__func__);
+}
+
+int get_power_log(const char* dir) {
+  LOGD("function invoked");
+  run_tool("/system/bin/sh /system/etc/power_logs_feedback.sh");
+  if (!has_room(copy_has_room, kPowerFeedbackDir, dir)) return 0;
+  copy_dir(kPowerFeedbackDir, dir);
+  delete_dir(kPowerFeedbackDir);
+  return 0;
+}
+
+int get_mtkdb_log(const char* dir) {
+  LOGD("function invoked");
+  const std::unique_ptr<char[]> latest(getLatestFile(kExceptionDir, "fatal"));
+  if (latest == nullptr || latest[0] == '\0') return 0;
+  if (!command_fits(shell_command::copy_dir, latest.get(), dir)) {
+    LOGE("name too long to copy: %s", latest.get());
+    return 0;
+  }
+  if (!has_room(copy_has_room, latest.get(), dir)) return 0;
+  copy_dir(latest.get(), dir);
+  delete_dir(kExceptionDir);
+  return 0;
+}
+
+}  // namespace
+
+// clang-format off
+constexpr feedback_getter kFeedbackGetters[kFeedbackGetterCount] = {  // run top to bottom, not in bit order
+    {0x04000, get_bootfail_log,  "get_bootfail_log"},
+    {0x00010, get_general_log,   "get_general_log"},
+    {0x00020, get_tombstone_log, "get_tombstone_log"},
+    {0x00040, get_anr_log,       "get_anr_log"},
+    {0x00080, get_pstore_log,    "get_pstore_log"},
+    {0x00100, get_memory_log,    "get_memory_log"},
+    {0x00200, get_systrace_log,  "get_systrace_log"},
+    {0x00400, get_screen_record, "get_screen_record"},
+    {0x00800, get_cell_log,      "get_cell_log"},
+    {0x01000, get_power_log,     "get_power_log"},
+    {0x02000, get_mtkdb_log,     "get_mtkdb_log"},
+    {0x08000, get_bluetooth_log, "get_bluetooth_log"},
+    {0x10000, get_minidump_log,  "get_minidump_log"},
+};
+// clang-format on
+
+namespace {
+
+constexpr bool bits_match_protocol() {
+  if (sizeof(kFeedbackNames) / sizeof(kFeedbackNames[0]) != kFeedbackGetterCount) return false;
+  for (int i = 0; i < kFeedbackGetterCount; i++) {
+    if (kFeedbackGetters[i].bit != kFeedbackNames[i].mask) return false;
+  }
+  return true;
+}
+static_assert(bits_match_protocol(), "the protocol names other pieces than are collected");
+
+}  // namespace
+
+bool feedback_commands_fit(const char* dir) {
+  return command_fits(shell_command::copy_dir, kPowerFeedbackDir, dir);  // the longest of them
+}
+
+int get_tombstone_log(const char* dir) {
+  return copy_dir2("/data/tombstones", dir);
+}
+
+int get_anr_log(const char* dir) {
+  return copy_dir2("/data/anr", dir);
+}
+
+int get_bluetooth_log(const char* /*dir*/) {
+  LOGD("function invoked, setprop ssrdump 1");
+  property_set("log.wl.capture.ssrdump", "1");
+  if (is_dir_exist(kBluetoothSnoops) != 0) return 0;
+  char dir[128];
+  format_cut(dir, "%sbtlog", kWorkingDir);
+  if (is_dir_exist(dir) != 0) creat_dir(dir);
+  if (!has_room(copy_has_room, kBluetoothLogs, dir)) return 0;
+  copy_dir(kBluetoothLogs, dir);
+  delete_dir(kBluetoothLogs);
+  return 0;
+}
+
+int get_minidump_log(const char* dir) {
+  create_store_dir_if_needed();
+  mkdir_s(dir);
+  property_set("sys.harrowmossd.minidump.path", dir);
+  property_set(kMinidumpDoneProp, "0");
+  property_set("sys.zelka.harrowmossd.action.mv_minidump_logs", "1");
+  wait_vendor_mv_action_done(kMinidumpDoneProp, kMinidumpPolls);
+  return 1;
+}
