@@ -19,6 +19,10 @@ int start_memory_log(const char* log_dir = nullptr, const char* name = nullptr);
 int start_sensor_log(const char* log_dir = nullptr, const char* name = nullptr);
 int start_anr_dumpsys_log(const char* log_dir = nullptr, const char* name = nullptr);
 
+// Asks the watchdog for a modem log, because the phone has no service. 0 when the request was
+// recorded, -1 when debug logging with the watchdog's type is not on. Request thread.
+int no_service_catch_modem_log();
+
 // Keeps the router log's rotation thread looping. Set by catcher_mobile_log(), cleared by the stop.
 extern std::atomic<bool> qtrlog_running;
 

@@ -14,6 +14,7 @@
 #include "capture/workers.h"
 #include "catchers/app_files.h"
 #include "catchers/catchers.h"
+#include "feedback/feedback.h"
 #include "selflog/log.h"
 #include "selflog/props.h"
 #include "storage/shell.h"
@@ -184,6 +185,7 @@ int catcher_mobile_log(const char* log_dir, const char* name) {
   load_logcat_file_count();
   start_logcats(dir);
   get_logcat_control_message(dir);
+  copy_system_propertie(log_dir, "");
   property_set(kQmiMsgProp, "0");
   handle_mobile_cfg(dir);
   if (!qrtr_enabled()) return 0;

@@ -1,20 +1,69 @@
 #include <binder/Parcel.h>
 #include <cutils/properties.h>
-#include <signal.h>
+#include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
+#include <unistd.h>
+
+#include <memory>
 
 #include "base/process.h"
 #include "base/text.h"
 #include "capture/run.h"
+#include "catchers/catchers.h"
 #include "daemon/harrowmoss.h"
 #include "debuglog/commands.h"
+#include "debuglog/settings.h"
+#include "feedback/feedback.h"
+#include "feedback/report.h"
 #include "protocol/protocol.h"
 #include "selflog/log.h"
 #include "selflog/props.h"
+#include "storage/size_monitor.h"
+#include "storage/store.h"
+#include "storage/utils.h"
 
 namespace {
 
 constexpr char kLogSource[] = "harrowmoss";
+constexpr char kFeedbackBaseDir[] = "/sdcard/Android/data/.harrowmoss/";
+constexpr char kTraceDir[] = "/data/local/traces";
+constexpr char kKernelLog[] = "/data/misc/zelkalog/.logger/kernel_pmic.txt";
+
+struct free_text {
+  void operator()(char* text) const { free(text); }
+};
+using request_text = std::unique_ptr<char, free_text>;
+
+// The next String16 of a request; null when it is null or broken.
+request_text read_text(const android::Parcel& request) {
+  size_t units = 0;
+  const char16_t* text = request.readString16Inplace(&units);
+  return request_text(strndup16to8(text, units));
+}
+
+const char* shown(const request_text& text) {
+  return text == nullptr ? "(null)" : text.get();
+}
+
+// False, after one error line, for a destination that no command may be composed with.
+bool destination_ok(const request_text& path, bool (*fits)(const char*)) {
+  const char* fault = destination_fault(path.get(), fits);
+  if (fault != nullptr) LOGE("destination refused, %s: %s", fault, shown(path));
+  return fault == nullptr;
+}
+
+// Writes an int32 length and the text.
+void write_text(android::Parcel& reply, const char* text) {
+  reply.writeInt32(static_cast<int32_t>(strlen(text)));
+  reply.writeCString(text);
+}
+
+int write_result(android::Parcel& reply, const char* function, int ret) {
+  LOG_AS(ANDROID_LOG_DEBUG, function, "ret: %d.", ret);
+  reply.writeInt32(ret);
+  return ret;
+}
 
 int do_get_version(const android::Parcel&, android::Parcel& reply) {
   LOGD("function invoked");
@@ -40,36 +89,134 @@ int do_start_debug_log(const android::Parcel& request, android::Parcel& reply) {
   property_set(kTypeProp, text);
   property_set(kEnableProp, "on");
   const int ret = start_debug_log();
-  LOGD("ret: %d.", ret);
-  reply.writeInt32(ret);
-  return ret;
+  LOGD("s_logsize_monitor is :%d", s_logsize_monitor.load());
+  if (!s_logsize_monitor) {
+    LOGD("checkLogSize");
+    checkLogSize();
+  }
+  return write_result(reply, __func__, ret);
 }
 
 int do_stop_debug_log(const android::Parcel&, android::Parcel& reply) {
   LOGD("function invoked");
   property_set(kEnableProp, "off");  // first: the stop and the size monitor look at it
-  const int ret = stop_debug_log();
-  LOGD("ret: %d.", ret);
-  reply.writeInt32(ret);
-  return ret;
+  stop_log_size_monitor();
+  return write_result(reply, __func__, stop_debug_log());
 }
 
 int do_feedback_log(const android::Parcel&, android::Parcel&) {
   return 0;
 }
 
-int do_get_pstore_dir(const android::Parcel&, android::Parcel& reply) {
-  const size_t length = strlen(s_log_dir_name);
-  LOGD("function invoked, %s,strlen(psstoredir=%lu)\n", s_log_dir_name,
-       static_cast<unsigned long>(length));
-  reply.writeInt32(static_cast<int32_t>(length));
-  reply.writeCString(s_log_dir_name);
+int do_get_feedback_log(const android::Parcel& request, android::Parcel& reply) {
+  LOGD("function invoked");
+  const int32_t types = request.readInt32();
+  const request_text path = read_text(request);
+  request.readInt32();  // sent by the app, for nobody
+  if (creat_dir(kFeedbackBaseDir) < 0) {
+    LOGD("error in create feedback base dir %s", kFeedbackBaseDir);
+    return -1;
+  }
+  LOGD("types: %d, path: %s.", types, shown(path));
+  const bool ok = destination_ok(path, feedback_commands_fit);
+  return write_result(reply, __func__, ok ? get_feedback_log(types, path.get()) : -1);
+}
+
+int do_get_build_state(const android::Parcel&, android::Parcel& reply) {
+  LOGD("function invoked");
+  const int state = getBuildState();
+  LOGD("ret: %d.", state);
+  reply.writeInt32(state);
   return 0;
 }
 
-// Requests whose work is still to be written. A reply that ends after the serial carries no result.
-int do_nothing_yet(const android::Parcel&, android::Parcel&) {
-  LOGE("request is not built yet");
+int do_no_service_catch_modem(const android::Parcel&, android::Parcel& reply) {
+  return write_result(reply, __func__, no_service_catch_modem_log());
+}
+
+int do_get_pstore_dir(const android::Parcel&, android::Parcel& reply) {
+  LOGD("function invoked, %s,strlen(psstoredir=%lu)\n", s_log_dir_name,
+       static_cast<unsigned long>(strlen(s_log_dir_name)));
+  write_text(reply, s_log_dir_name);
+  return 0;
+}
+
+int do_get_system_mount_size(const android::Parcel&, android::Parcel& reply) {
+  char size[PROPERTY_VALUE_MAX];
+  format_cut(size, "%lld", static_cast<long long>(get_mount_used_size("/system")));
+  LOGD("function invoked, %s,strlen(systemsize=%lu)\n", size,
+       static_cast<unsigned long>(strlen(size)));
+  write_text(reply, size);
+  return 0;
+}
+
+int do_get_build_id(const android::Parcel&, android::Parcel& reply) {
+  char id[PROPERTY_VALUE_MAX] = {};
+  getBuildID(id);
+  LOGD("function invoked, %s ,strlen(buildid=%lu)\n", id, static_cast<unsigned long>(strlen(id)));
+  write_text(reply, id);
+  return 0;
+}
+
+int do_del_log(const android::Parcel&, android::Parcel&) {
+  LOGD("function invoked");
+  property_set(kSequenceProp, "0");
+  delete_dir("/sdcard/zelkalog/*");
+  delete_dir("/data/anr");
+  delete_dir("/data/misc/zelkalog/*");
+  delete_dir("/data/vendor/zelkalog/*");
+  return 0;
+}
+
+int do_move_trace(const android::Parcel&, android::Parcel&) {
+  LOGD("function invoked");
+  create_store_dir_if_needed();
+  if (is_dir_exist("/sdcard/zelkalog/traces") != 0) creat_dir("/sdcard/zelkalog/traces");
+  if (is_dir_exist("/data/media/0/zelkalog/traces") != 0) {
+    LOGD("create traces dir");
+    creat_dir("/data/media/0/zelkalog/traces");
+  }
+  move_dir("/data/local/traces/*", "/sdcard/zelkalog/traces", nullptr);
+  return 0;
+}
+
+bool trace_copy_fits(const char* path) {
+  return command_fits(shell_command::copy_dir, kTraceDir, path);
+}
+
+int do_copy_sys_trace_log(const android::Parcel& request, android::Parcel& reply) {
+  LOGD("function invoked");
+  const request_text path = read_text(request);
+  LOGD("path: %s.", shown(path));
+  LOG_AS(ANDROID_LOG_DEBUG, "do_copy_systrace", "function invoked");
+  if (destination_ok(path, trace_copy_fits)) copy_dir(kTraceDir, path.get());
+  return write_result(reply, __func__, 0);
+}
+
+bool kernel_log_copy_fits(const char* path) {
+  return command_fits(shell_command::copy_dir2, kKernelLog, path);
+}
+
+int do_copy_kernel_pmic(const android::Parcel& request, android::Parcel& reply) {
+  LOGD("function invoked");
+  const request_text path = read_text(request);
+  LOGD("path: %s.", shown(path));
+  if (access(kKernelLog, F_OK) != 0) {
+    LOGE("pmic_file does not exist: %s.", kKernelLog);
+    return -1;
+  }
+  const bool ok = destination_ok(path, kernel_log_copy_fits);
+  return write_result(reply, __func__, ok ? copy_dir2(kKernelLog, path.get()) : -1);
+}
+
+int do_get_boot_reason(const android::Parcel&, android::Parcel& reply) {
+  constexpr char kRebootProp[] = "sys.android.reboot";
+  constexpr char kReasonProp[] = "sys.boot.reason";
+  char props[256];
+  format_cut(props, "%s:[%s]\n%s:[%s]", kRebootProp, get_string_prop(kRebootProp, "").c_str(),
+             kReasonProp, get_string_prop(kReasonProp, "").c_str());
+  LOGE("function invoked, %s ,strlen(props=%lu)", props, static_cast<unsigned long>(strlen(props)));
+  write_text(reply, props);
   return 0;
 }
 
@@ -80,19 +227,19 @@ constexpr request_row kRequests[kRequestCount] = {
     { 1, do_get_version},
     { 2, do_start_debug_log},
     { 3, do_stop_debug_log},
-    { 4, do_feedback_log},
-    { 5, do_feedback_log},
-    { 6, do_nothing_yet},
-    { 7, do_nothing_yet},
-    { 8, do_nothing_yet},
+    { 4, do_feedback_log},             // start: nothing to do, kept for the app
+    { 5, do_feedback_log},             // stop
+    { 6, do_get_feedback_log},
+    { 7, do_get_build_state},
+    { 8, do_no_service_catch_modem},
     { 9, do_get_pstore_dir},
-    {10, do_nothing_yet},
-    {11, do_nothing_yet},
-    {12, do_nothing_yet},
-    {13, do_nothing_yet},
-    {14, do_nothing_yet},
-    {15, do_nothing_yet},
-    {16, do_nothing_yet},
+    {10, do_get_system_mount_size},
+    {11, do_get_build_id},
+    {12, do_del_log},
+    {13, do_move_trace},
+    {14, do_copy_sys_trace_log},
+    {15, do_copy_kernel_pmic},
+    {16, do_get_boot_reason},
 };
 // clang-format on
 

@@ -13,8 +13,11 @@
 #include "capture/workers.h"
 #include "daemon/harrowmoss.h"
 #include "debuglog/commands.h"
+#include "debuglog/harvest.h"
 #include "input/touch_recorder.h"
 #include "selflog/log.h"
+#include "selflog/props.h"
+#include "storage/size_monitor.h"
 
 namespace {
 
@@ -47,6 +50,7 @@ void signal_handler_parent(const int& sig) {
   }
   // The daemon's orderly shutdown. Nothing that is installed leads here: it ends by SIGKILL.
   LOGE("killed by signal %d(%s)", sig, strsignal(sig));
+  stop_general_log();
   stop_debug_log();
   stop_feedback_log();
   free_globals();
@@ -64,6 +68,10 @@ void end_own_group() {
 
 void signal_handler_child(const int& sig) {
   stop_tp_log();
+  if (getpid() == s_logsize_monitor_pid) {
+    signal_log_size_monitor_handler(sig);
+    return;
+  }
   if (is_main_process()) return;
   const handled_signal* handled = find_handled(sig);
   if (handled == nullptr) {
@@ -85,12 +93,26 @@ void signal_handler(int sig) {
   }
 }
 
+void restart_killed_monitor() {
+  LOG_AS(ANDROID_LOG_ERROR, "signal_waitpid_parent",
+         "log size monitor killed by signal, try restart..");
+  s_logsize_monitor_pid = -1;
+  s_logsize_monitor = false;
+  checkLogSize();
+}
+
 void signal_waitpid_parent() {
   int status = 0;
   for (pid_t pid = reap_any(&status); pid >= 1; status = 0, pid = reap_any(&status)) {
     const bool exited = WIFEXITED(status);
     LOGE("waitpid success, pid = %d ,stat = %d\n", pid, exited);
-    if (exited) update_logcat_log(pid);
+    if (exited) {
+      update_logcat_log(pid);
+    } else if (WIFSIGNALED(status) && pid == s_logsize_monitor_pid) {
+      restart_killed_monitor();
+    }
+    // Workers that it had started again became ours when it ended.
+    if (is_log_size_monitor(pid) && !is_logger_enabled()) end_logging_leftovers();
   }
 }
 
@@ -124,6 +146,7 @@ void dispatch_signal(int sig) {
 }
 
 void install_signal_handlers() {
+  set_safe_point_handler(dispatch_signal);
   // SIGKILL cannot be caught; the attempt is part of the order and fails without harm.
   for (const int sig : {SIGKILL, SIGTERM, SIGINT, SIGPIPE, SIGALRM, SIGCHLD})
     signal(sig, on_signal);

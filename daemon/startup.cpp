@@ -20,11 +20,13 @@
 #include "catchers/logger_types.h"
 #include "daemon/harrowmoss.h"
 #include "debuglog/commands.h"
+#include "debuglog/settings.h"
 #include "protocol/protocol.h"
 #include "selflog/log.h"
 #include "selflog/props.h"
 #include "selflog/self_logger.h"
 #include "storage/shell.h"
+#include "storage/size_monitor.h"
 #include "storage/utils.h"
 
 namespace {
@@ -149,11 +151,14 @@ void run_daemon() {
     LOG_AS(ANDROID_LOG_ERROR, "main", "no signal pipe: %s", strerror(errno));
   }
   install_signal_handlers();
+  set_logging_switch(stop_debug_log, start_debug_log);
   initialize_globals();
+  preProcess();
   collect_kernel_pmic_log();
   start_debug_log();
   // The descriptor watcher's child, when it has no shell, comes back from there: it has no
   // connection to serve and must not accept one.
   if (!is_main_process()) end_process(0);
+  checkLogSize();
   serve_connections(listen_on_control_socket());
 }

@@ -15,6 +15,10 @@ int start_debug_log();
 // each platform tool, 5 minutes for a bug report when enabled; the moves take as long as they take.
 int stop_debug_log();
 
+// Ends whatever logging has left behind: children of the main process that nobody knows any more.
+// The monitor, the kernel-log worker and the child of the current request go on. Main process.
+void end_logging_leftovers();
+
 // Writes the name of a run started now into `out` (32 bytes): "<sequence>#MM-DD_hh-mm-ss", without
 // "<sequence>#" when that is below 1. Returns its length.
 int get_current_datetime_with_sequence(char* out, int sequence);

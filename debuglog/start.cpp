@@ -6,6 +6,7 @@
 #include <sys/vfs.h>
 #include <time.h>
 
+#include "base/noted_signals.h"
 #include "base/process.h"
 #include "base/text.h"
 #include "capture/modem_logger.h"
@@ -80,6 +81,7 @@ void start_types(int32_t mask) {
 }  // namespace
 
 int start_debug_log() {
+  const no_safe_points until_done;
   LOGD("function invoked");
   create_store_dir_if_needed();
   restorecon_media_zelkalog();

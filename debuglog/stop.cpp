@@ -10,21 +10,26 @@
 #include <algorithm>
 #include <string>
 
+#include "base/noted_signals.h"
 #include "base/process.h"
 #include "base/scoped.h"
 #include "base/text.h"
 #include "capture/logcat.h"
 #include "capture/modem_logger.h"
 #include "capture/run.h"
+#include "capture/vendor_moves.h"
 #include "capture/workers.h"
 #include "catchers/catchers.h"
 #include "catchers/logger_types.h"
 #include "debuglog/commands.h"
-#include "debuglog/vendor_moves.h"
+#include "debuglog/harvest.h"
+#include "feedback/feedback.h"
+#include "input/touch_recorder.h"
 #include "selflog/log.h"
 #include "selflog/props.h"
 #include "selflog/self_logger.h"
 #include "storage/shell.h"
+#include "storage/size_monitor.h"
 #include "storage/store.h"
 #include "storage/utils.h"
 
@@ -74,6 +79,26 @@ void stop_power_log() {
   if (fd.valid()) (void)!write(fd.get(), "0", 1);
 }
 
+// Crash artefacts are copied: their owners keep them.
+void copy_anr_traces() {
+  LOG_AS(ANDROID_LOG_DEBUG, "get_anr_log", "function invoked");
+  get_anr_log(s_log_store_path);
+}
+
+void copy_leak_dumps() {
+  LOG_AS(ANDROID_LOG_DEBUG, "get_memory_leak_log", "function invoked");
+  copy_dir2("/data/anr/heap", s_log_store_path);
+}
+
+void copy_bluetooth_logs() {
+  get_bluetooth_log(s_log_store_path);
+}
+
+void copy_tombstones() {
+  LOG_AS(ANDROID_LOG_DEBUG, "get_tombstone_log", "function invoked");
+  get_tombstone_log(s_log_store_path);
+}
+
 void stop_modem_dump() {
   property_set("sys.zelka.modemdump", "off");
 }
@@ -90,6 +115,10 @@ void stop_dump_log() {
 void stop_core_dump_log() {
   LOGD("function invoked");
   property_set("persist.debug.trace", "0");
+}
+
+void stop_touch_log() {
+  stop_tp_log();
 }
 
 void stop_memory_log() {
@@ -117,6 +146,10 @@ void stop_ipc_router_debug() {
   run_shell("echo 0x0 > /sys/module/ipc_router_core/parameters/debug_mask");
 }
 
+void copy_closing_properties() {
+  copy_system_propertie(s_log_store_path, "_stop");
+}
+
 void stop_bluetooth_and_fp_dump() {
   property_set("persist.bluetooth.btsnoopenable", "false");
   property_set("sys.zelka.fp.dump", "off");
@@ -124,11 +157,29 @@ void stop_bluetooth_and_fp_dump() {
 
 // The vendor's move is asked for early, so that its time overlaps with everything behind it.
 constexpr void (*kClosingSteps[])() = {
-    close_bugreport,    stop_router_log,       stop_wifi_log,
-    stop_modem_log,     do_move_vendor_logs,   stop_sensor_log,
-    stop_power_log,     stop_modem_dump,       stop_dump_log,
-    stop_core_dump_log, stop_memory_log,       stop_anr_dumpsys_log,
-    stop_mpss_dump_log, stop_ipc_router_debug, stop_bluetooth_and_fp_dump,
+    close_bugreport,
+    stop_router_log,
+    stop_wifi_log,
+    copy_minidump_if_needed,
+    stop_modem_log,
+    do_move_vendor_logs,
+    copy_apps_oom_heapdump,
+    stop_sensor_log,
+    stop_power_log,
+    copy_anr_traces,
+    copy_leak_dumps,
+    copy_bluetooth_logs,
+    copy_tombstones,
+    stop_modem_dump,
+    stop_dump_log,
+    stop_core_dump_log,
+    stop_touch_log,
+    stop_memory_log,
+    stop_anr_dumpsys_log,
+    stop_mpss_dump_log,
+    stop_ipc_router_debug,
+    copy_closing_properties,
+    stop_bluetooth_and_fp_dump,
 };
 
 // ---- Ending the workers. ----
@@ -200,11 +251,6 @@ void end_workers() {
   LOG_AS(ANDROID_LOG_DEBUG, "stop_debug_log", "kill vesk group end");
 }
 
-void end_leftovers() {
-  const pid_t survivors[] = {s_kernel_log_pid};
-  end_leftover_children(survivors, static_cast<int>(std::size(survivors)));
-}
-
 // ---- Final snapshot and harvest. ----
 
 void move_runs() {
@@ -233,16 +279,23 @@ void end_self_log_collector() {
 }  // namespace
 
 int stop_debug_log() {
+  const no_safe_points until_done;
   LOGD("function invoked");
   create_store_dir_if_needed();
   restorecon_media_zelkalog();
   for (const auto step : kClosingSteps) step();
   end_workers();
-  end_leftovers();
+  end_logging_leftovers();
   get_logcat_control_message_for_debug(s_log_store_path);
   LOGE("stop debug log over.");
   move_runs();
+  wait_vendor_mv_actions_done();
   copy_self_log();
   end_self_log_collector();
   return 0;
+}
+
+void end_logging_leftovers() {
+  const pid_t survivors[] = {s_kernel_log_pid, s_logsize_monitor_pid, s_request_pid};
+  end_leftover_children(survivors, static_cast<int>(std::size(survivors)));
 }

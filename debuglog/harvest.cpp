@@ -1,0 +1,167 @@
+#include "debuglog/harvest.h"
+
+#include <dirent.h>
+#include <errno.h>
+#include <signal.h>
+#include <stdio.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <time.h>
+
+#include <string>
+
+#include "base/process.h"
+#include "base/scoped.h"
+#include "base/text.h"
+#include "capture/modem_logger.h"
+#include "capture/vendor_moves.h"
+#include "capture/workers.h"
+#include "catchers/logger_types.h"
+#include "feedback/feedback.h"
+#include "selflog/log.h"
+#include "selflog/props.h"
+#include "storage/utils.h"
+
+namespace {
+
+constexpr char kLogSource[] = "commands";
+constexpr char kMinidumpDir[] = "/sdcard/zelkalog/minidump";
+constexpr char kHiddenMinidumpDir[] = "/sdcard/zelkalog/.minidump";  // the vendor stages here
+constexpr int64_t kMinidumpBytes = 512 * 1024;                       // not worth showing up to here
+constexpr char kHeapdumpDir[] = "/sdcard/Documents/oom";
+constexpr int64_t kHeapdumpBytes = 64 * 1024;  // not worth moving up to here
+constexpr char kTraces[] = "/data/local/traces/*";
+constexpr const char* kWifiLogPrefixes[] = {"cnss_fw_logs_", "host_driver_logs_", "txrx_pktlog_"};
+
+// The old vendor side tells nobody when it is done.
+constexpr int kLegacyOneTypeMs = 2000;
+constexpr int kLegacyBothTypesMs = 3000;
+
+bool is_wifi_log(const char* name) {
+  if (strpbrk(name, "\n\r") != nullptr) return false;
+  for (const char* prefix : kWifiLogPrefixes) {
+    if (starts_with(name, prefix)) return true;
+  }
+  return false;
+}
+
+// A path that came back from a property: it must still be a run of ours.
+bool is_in_store(const std::string& path) {
+  return starts_with(path.c_str(), kStoreDir) && path.find("/..") == std::string::npos;
+}
+
+void wait_for_legacy_vendor(int32_t types) {
+  const int32_t both = kTypeModem | kTypeWifi;
+  if ((types & both) == 0) return;
+  sleep_ms((types & both) == both ? kLegacyBothTypesMs : kLegacyOneTypeMs);
+}
+
+}  // namespace
+
+void wait_vendor_mv_actions_done() {
+  LOGD("function invoked.");
+  const int32_t types = get_logger_types();
+  if (is_legacy_diag_mdlog()) {
+    wait_for_legacy_vendor(types);
+    return;
+  }
+  const bool modem_or_wifi = (types & (kTypeModem | kTypeWifi)) != 0;
+  const int budget =
+      calc_vendor_mv_actions_timeout(s_vendor_mv_start_secs, time(nullptr), modem_or_wifi);
+  s_vendor_mv_start_secs = time(nullptr);
+  wait_vendor_mv_action_done(kVendorCommonDoneProp, budget * 10);
+  if ((types & kTypeWifi) != 0) {
+    const int64_t wasted = time(nullptr) - s_vendor_mv_start_secs;
+    const int64_t rest = budget - (wasted > 0 ? wasted : 0);
+    const int left = rest > 1 ? static_cast<int>(rest) : 1;
+    LOGD("left wait timeout %ds", left);
+    wait_vendor_mv_action_done(kVendorWifiDoneProp, left * 10);
+  }
+  LOGD("wait action done");
+  move_wifi_log_if_needed();
+}
+
+void move_wifi_log_if_needed() {
+  const std::string store = get_string_prop("sys.harrowmossd.log_store_path", "");
+  if (store.empty()) return;
+  if (!is_in_store(store)) {
+    LOGE("not a run of the store: %s", store.c_str());
+    return;
+  }
+  const std::string target = store + "/wlan_logs";
+  if (is_dir_exist(target.c_str()) == 0) {
+    LOGW("dir exists : %s", target.c_str());
+    return;
+  }
+  mkdir_s(target.c_str());
+  scoped_dir stream(opendir(store.c_str()));
+  if (!stream.valid() || is_dir_exist(target.c_str()) != 0) return;
+  while (const dirent* entry = readdir(stream.get())) {
+    if (strcmp(entry->d_name, ".") == 0 || strcmp(entry->d_name, "..") == 0) continue;
+    char path[4096];
+    format_cut(path, "%s/%s", store.c_str(), entry->d_name);
+    struct stat info;
+    if (stat(path, &info) != 0) {
+      LOGE("cannot open directory %s: %s\n", path, strerror(errno));
+    } else if (S_ISREG(info.st_mode) && is_wifi_log(entry->d_name)) {
+      if (command_fits(shell_command::move_dir, path, target.c_str())) {
+        move_dir(path, target.c_str(), nullptr);
+      } else {
+        LOGE("name too long to move: %s", path);
+      }
+    }
+  }
+}
+
+void copy_minidump_if_needed() {
+  const bool has_minidump = get_int_prop("vendor.harrowmossd.minidump.status", 0) == 1;
+  LOGD("function invoked. has_minidump %d", has_minidump);
+  if (has_minidump) get_minidump_log(kMinidumpDir);
+  if (is_dir_exist(kHiddenMinidumpDir) != 0) return;
+  if (getFileSize(kHiddenMinidumpDir) <= kMinidumpBytes) return;
+  if (is_dir_exist(kMinidumpDir) == 0) {
+    delete_dir(kMinidumpDir);
+    LOGI("delete old minidump log");
+  }
+  creat_dir(kMinidumpDir);
+  const int ret = rename(kHiddenMinidumpDir, kMinidumpDir);
+  LOGD("rename minidump_path_hide=%s, minidump_path=%s %d", kHiddenMinidumpDir, kMinidumpDir, ret);
+}
+
+void copy_apps_oom_heapdump() {
+  LOGD("function invoked");
+  if (is_dir_exist(kHeapdumpDir) == 0 && getFileSize(kHeapdumpDir) > kHeapdumpBytes) {
+    move_dir(kHeapdumpDir, kStoreDir, nullptr);
+    LOGD("cp apps heapdump end");
+  } else {
+    LOGD("no heapdump found");
+  }
+}
+
+void do_move_traces(const char* /*ignored*/) {
+  LOGD("function invoked");
+  if (mkdir_s("/sdcard/zelkalog/traces") == 1) {
+    move_dir(kTraces, "/sdcard/zelkalog/traces", nullptr);
+    LOGD("done moving traces.");
+  } else if (mkdir_s("/data/misc/zelkalog/traces") == 1) {
+    move_dir(kTraces, "/data/misc/zelkalog/traces", nullptr);
+    LOGD("done moving traces..");
+  }
+}
+
+int stop_general_log() {
+  LOGD("function invoked");
+  for (int slot = 1; s_general_group != nullptr && slot <= kGroupSlots; slot++) {
+    const pid_t pid = s_general_group[slot];
+    if (pid < 1) continue;
+    signal_process(pid, SIGTERM);
+    LOGE("wait s_general_group begin, wait pid %d \n", pid);
+    int status = 0;
+    const pid_t ret = wait_for(pid, &status);
+    LOGD("wait s_general_group over. status=%d, return:%d, errno:%d, pid:%d", status, ret, errno,
+         pid);
+    s_general_group[slot] = 0;
+  }
+  LOGE("stop general log over");
+  return delete_dir(kGeneralDir);
+}

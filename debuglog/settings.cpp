@@ -1,0 +1,149 @@
+#include "debuglog/settings.h"
+
+#include <cutils/properties.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <string>
+
+#include "base/scoped.h"
+#include "base/text.h"
+#include "feedback/report.h"
+#include "selflog/log.h"
+#include "selflog/props.h"
+#include "storage/measure.h"
+#include "storage/utils.h"
+
+namespace {
+
+constexpr char kLogSource[] = "commands";
+constexpr char kPersistDir[] = "/persist/harrowmoss/";
+constexpr size_t kPathSize = 4096;
+constexpr char kSystemSizeKey[] = "persist.sys.system.size";  // provisioned by the factory
+constexpr char kStateKey[] = "persist.sys.state";
+constexpr char kPowerOffDir[] = "/data/misc/zelkalog/poweroffcharge";
+
+// Makes the store for root alone. False after a log line.
+bool make_persist_dir() {
+  const auto failed = [](const char* call) {
+    LOG_AS(ANDROID_LOG_ERROR, "setPersistProperty", "%s %s failed. %s", call, kPersistDir,
+           strerror(errno));
+    return false;
+  };
+  LOG_AS(ANDROID_LOG_DEBUG, "setPersistProperty", "The dir: %s is not existed, create it.",
+         kPersistDir);
+  if (mkdir(kPersistDir, 0700) != 0) return failed("mkdir");
+  if (chown(kPersistDir, 0, 0) != 0) return failed("chown");
+  if (chmod(kPersistDir, 0700) != 0) return failed("chmod");  // whatever the umask says
+  return true;
+}
+
+// The parts of a fingerprint, each with what stands behind it.
+struct fingerprint_part {
+  const char* key;
+  const char* separator;
+};
+constexpr fingerprint_part kFingerprintParts[] = {
+    {"ro.product.brand", "/"},  {"ro.product.name", "/"},
+    {"ro.product.device", ":"}, {"ro.build.version.release", "/"},
+    {"ro.build.id", "/"},       {"ro.build.version.incremental", ":"},
+    {"ro.build.type", "/"},     {"ro.build.tags", ""},
+};
+
+// Moves one directory of power-off logs; it stays where it is when there is no room.
+void move_poweroff_logs(const char* source) {
+  if (is_poweroffcharge() || is_dir_exist(source) != 0 || creat_dir(kPowerOffDir) != 0) return;
+  const std::string content = std::string(source) + "/*";
+  int64_t needed = 0;
+  int64_t available = 0;
+  if (!copy_has_room(content.c_str(), kPowerOffDir, &needed, &available)) {
+    LOG_AS(ANDROID_LOG_ERROR, "copyPoweroffchargelog",
+           "no room to copy %s to %s: %lld bytes needed, %lld free", source, kPowerOffDir,
+           static_cast<long long>(needed), static_cast<long long>(available));
+    return;
+  }
+  copy_dir(content.c_str(), kPowerOffDir);
+  delete_dir(source);
+  LOG_AS(ANDROID_LOG_ERROR, "copyPoweroffchargelog", "cp poweroffchargelog to %s", kPowerOffDir);
+}
+
+}  // namespace
+
+int getPersistProperty(const char* key, char* buf) {
+  if (access(kPersistDir, F_OK) != 0) {
+    LOGW("access %s failed. %s", kPersistDir, strerror(errno));
+    return -1;
+  }
+  char path[kPathSize];
+  format_cut(path, "%s%s", kPersistDir, key);
+  scoped_fd fd(open(path, O_RDONLY | O_CLOEXEC));
+  if (!fd.valid()) {
+    LOGW("open %s failed. %s", path, strerror(errno));
+    return -1;
+  }
+  if (read(fd.get(), buf, PROPERTY_VALUE_MAX - 1) < 0) {
+    LOGE("reading data from %s failed. %s", path, strerror(errno));
+    return -1;
+  }
+  return 0;
+}
+
+int setPersistProperty(const char* key, const char* value) {
+  if (access(kPersistDir, F_OK) != 0 && !make_persist_dir()) return -1;
+  char path[kPathSize];
+  format_cut(path, "%s%s", kPersistDir, key);
+  scoped_fd fd(open(path, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600));
+  if (!fd.valid()) {
+    LOGE("open/create %s failed. %s", path, strerror(errno));
+    return -1;
+  }
+  if (fchown(fd.get(), 0, 0) != 0) {
+    LOGE("chown %s failed. %s", path, strerror(errno));
+    return -1;
+  }
+  if (fchmod(fd.get(), 0600) != 0) {
+    LOGE("chmod %s failed. %s", path, strerror(errno));
+    return -1;
+  }
+  (void)!write(fd.get(), value, strlen(value));
+  fsync(fd.get());  // set just before a power loss, it must survive
+  return 0;
+}
+
+int getBuildState() {
+  LOGD("function invoked");
+  char root[PROPERTY_VALUE_MAX] = {};
+  property_get("plenx_is_root", root, "");
+  if (root[0] != '\0') return atoi(root);
+  char stored[PROPERTY_VALUE_MAX] = {};
+  getPersistProperty(kSystemSizeKey, stored);
+  char current[PROPERTY_VALUE_MAX];
+  format_cut(current, "%lld", static_cast<long long>(get_mount_used_size("/system")));
+  if (strcmp(stored, current) == 0) return 0;
+  setPersistProperty(kStateKey, "IsRoot:Y");
+  return 1;
+}
+
+int getBuildID(char* buf) {
+  const int length = property_get("ro.build.fingerprint", buf, "");
+  if (length > 0) return length;
+  std::string composed;
+  for (const fingerprint_part& part : kFingerprintParts) {
+    composed += get_string_prop(part.key, "") + part.separator;
+  }
+  composed.resize(std::min<size_t>(composed.size(), PROPERTY_VALUE_MAX - 1));
+  memcpy(buf, composed.c_str(), composed.size() + 1);
+  return static_cast<int>(composed.size());
+}
+
+void preProcess() {
+  LOGD("function invoked");
+  LOG_AS(ANDROID_LOG_DEBUG, "copyPoweroffchargelog", "function invoked, !is_poweroffcharge : %d",
+         !is_poweroffcharge());
+  move_poweroff_logs("/cache/zelkalog");
+  move_poweroff_logs("/persist/zelkalog");
+}
