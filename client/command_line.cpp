@@ -1,0 +1,128 @@
+#include <math.h>
+#include <stdlib.h>
+
+#include "client/commands.h"
+#include "client/json.h"
+#include "client/text.h"
+
+namespace {
+
+constexpr double kTimeoutMax = 86400;  // seconds; a day
+
+bool parse_timeout(const std::string& text, invocation* call, std::string* error) {
+  char* end = nullptr;
+  const double seconds = strtod(text.c_str(), &end);
+  const bool number = !text.empty() && *end == '\0' && isfinite(seconds);
+  if (!number || seconds < 0.001 || seconds > kTimeoutMax) {
+    *error = "--timeout wants seconds, 0.001 to 86400, not \"" + text + "\"";
+    return false;
+  }
+  call->timeout = std::chrono::milliseconds(static_cast<int64_t>(seconds * 1000));
+  return true;
+}
+
+constexpr struct {
+  const char* name;
+  bool invocation::*field;
+} kSwitches[] = {
+    {"--json", &invocation::json}, {"--dry-run", &invocation::dry_run},
+    {"--yes", &invocation::yes},   {"--progress", &invocation::progress},
+    {"--help", &invocation::help}, {"-h", &invocation::help},
+};
+
+bool set_switch(const std::string& word, invocation* call) {
+  for (const auto& row : kSwitches) {
+    if (word != row.name) continue;
+    call->*row.field = true;
+    return true;
+  }
+  return false;
+}
+
+// Splits the words into options, the command's name, and its arguments.
+bool split_words(const std::vector<std::string>& words, invocation* call, std::string* name,
+                 std::string* error) {
+  bool options = true;
+  for (size_t i = 0; i < words.size(); ++i) {
+    const std::string& word = words[i];
+    if (options && word == "--") {
+      options = false;
+    } else if (!options || word.size() < 2 || word[0] != '-') {
+      name->empty() ? * name = word : call->arguments.emplace_back(word);
+    } else if (!set_switch(word, call)) {
+      const size_t equals = word.find('=');
+      const std::string option = word.substr(0, equals);
+      if (option != "--timeout" && option != "--select") {
+        *error = "unknown option " + word;
+        return false;
+      }
+      if (equals == std::string::npos && i + 1 == words.size()) {
+        *error = option + " wants a value";
+        return false;
+      }
+      const std::string value = equals == std::string::npos ? words[++i] : word.substr(equals + 1);
+      if (option == "--select") call->select = value;
+      if (option == "--timeout" && !parse_timeout(value, call, error)) return false;
+    }
+  }
+  return true;
+}
+
+std::string wrong_use(const invocation& call) {
+  const command& what = *call.what;
+  const size_t count = call.arguments.size();
+  if (count < what.min_arguments || count > what.max_arguments) {
+    return std::string("usage: harrowmossctl ") + what.name + " " + what.arguments;
+  }
+  const bool selects =
+      what.request != nullptr && what.request->arguments == request_arguments::kMaskPathInt;
+  if (!call.select.empty() && !selects) return "--select is for feedback";
+  if (call.dry_run && what.timeout_s == 0) return "--dry-run is for commands that ask the daemon";
+  if (what.dangerous && !call.yes && !call.dry_run) {
+    return std::string(what.name) + ": " + what.summary + "; say --yes if that is what you want";
+  }
+  return "";
+}
+
+}  // namespace
+
+bool parse_command_line(const std::vector<std::string>& words, invocation* call,
+                        std::string* error) {
+  std::string name;
+  if (!split_words(words, call, &name, error)) return false;
+  if (name.empty()) {
+    *error = "no command; see harrowmossctl --help";
+    return call->help;
+  }
+  call->what = find_command(name);
+  if (call->what == nullptr) {
+    *error = "there is no command \"" + name + "\"; see harrowmossctl --help";
+    return false;
+  }
+  if (call->help) return true;
+  if (call->timeout.count() == 0) call->timeout = std::chrono::seconds(call->what->timeout_s);
+  *error = wrong_use(*call);
+  return error->empty();
+}
+
+int fail(const invocation& call, environment& env, exit_code code, const std::string& text) {
+  fprintf(env.err, "harrowmossctl: %s\n", printable(text).c_str());
+  if (call.json) {
+    json_writer json;
+    json.begin_object().key("command");
+    call.what == nullptr ? json.null() : json.string(call.what->name);
+    json.member("error", text).member("exit", static_cast<int64_t>(code)).end_object();
+    fprintf(env.out, "%s\n", json.text().c_str());
+  }
+  return code;
+}
+
+int run_client(const std::vector<std::string>& words, environment& env) {
+  invocation call;
+  std::string error;
+  if (!parse_command_line(words, &call, &error)) return fail(call, env, EXIT_USAGE, error);
+  if (!call.help) return call.what->run(call, env);
+  const std::string help = call.what == nullptr ? general_help() : command_help(*call.what);
+  fputs(help.c_str(), env.out);
+  return EXIT_OK;
+}

@@ -1,0 +1,56 @@
+// The command line: what there is, how it is read, and its help.
+#pragma once
+
+#include <stddef.h>
+
+#include <chrono>
+#include <string>
+#include <vector>
+
+#include "client/environment.h"
+#include "protocol/protocol.h"
+
+struct invocation;
+
+struct command {
+  const char* name;
+  const char* arguments;  // as the usage line shows them
+  size_t min_arguments;
+  size_t max_arguments;
+  int timeout_s;                // for the daemon's answer; 0: the daemon is not asked
+  bool dangerous;               // destroys or may harm something: wants --yes
+  const request_name* request;  // what is sent; null when nothing, or nothing fixed
+  int (*run)(const invocation& call, environment& env);  // an exit_code
+  const char* summary;                                   // one line
+  const char* details;  // the rest of its help; "" when there is none
+};
+
+// One command line, understood.
+struct invocation {
+  const command* what = nullptr;  // null only when `help` is set
+  std::vector<std::string> arguments;
+  std::string select;  // --select, "" when not given
+  bool json = false;
+  bool dry_run = false;
+  bool yes = false;
+  bool progress = false;
+  bool help = false;  // show help (of `what`, when there is one) and do nothing
+  std::chrono::milliseconds timeout{0};
+};
+
+// Reads the words behind the program's name. False and one line in `error` for anything that is not
+// understood, a wrong number of arguments, and a missing --yes.
+bool parse_command_line(const std::vector<std::string>& words, invocation* call,
+                        std::string* error);
+
+// The row of that name, or null.
+const command* find_command(const std::string& name);
+
+std::string general_help();
+std::string command_help(const command& what);
+
+// The whole program without main(): reads `words`, runs the command, returns the exit code.
+int run_client(const std::vector<std::string>& words, environment& env);
+
+// Reports a failure: one line on env.err and, with --json, an object on env.out. Returns `code`.
+int fail(const invocation& call, environment& env, exit_code code, const std::string& text);

@@ -1,0 +1,36 @@
+// What the client touches of its surroundings, in one place, so that tests can give it a socket, a
+// directory tree and properties of their own.
+#pragma once
+
+#include <stdio.h>
+
+#include <functional>
+#include <string>
+
+// Exit codes; scripts rely on them.
+enum exit_code {
+  EXIT_OK = 0,
+  EXIT_DAEMON_FAILED = 1,  // the daemon answered with a negative result
+  EXIT_USAGE = 2,
+  EXIT_NO_CONNECTION = 3,
+  EXIT_TIMED_OUT = 4,  // or busy with another client
+  EXIT_BAD_REPLY = 5,  // not the protocol, or the connection ended early
+};
+
+struct environment {
+  // A non-blocking, connected stream socket that the caller closes, or -1 with errno.
+  std::function<int()> dial;
+  // The value of a property, or the second argument when it is unset or empty.
+  std::function<std::string(const char*, const char*)> property;
+  FILE* out;
+  FILE* err;
+  bool progress;         // show steps on `err` while a long request runs
+  std::string proc;      // "/proc"
+  std::string store;     // finished runs
+  std::string working;   // runs being captured
+  std::string self_log;  // the daemon's diary
+};
+
+// The phone's own: the reserved control socket, system properties, standard streams, absolute
+// paths.
+environment phone_environment();

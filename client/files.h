@@ -1,0 +1,31 @@
+// Small looks at the file system that `status` and `runs` share. None follows a symbolic link.
+#pragma once
+
+#include <stddef.h>
+#include <stdint.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+// Names in `directory` without "." and "..", sorted; empty when it cannot be read.
+std::vector<std::string> list_directory(const std::string& directory);
+
+// Calls `visit` with the path below `root` ("mobile/x.txt") and the size in bytes of every regular
+// file. What cannot be read is passed over.
+void walk_files(const std::string& root,
+                const std::function<void(const std::string& path, int64_t bytes)>& visit);
+
+// Bytes of all regular files below `root`; 0 when there is none.
+int64_t tree_bytes(const std::string& root);
+
+// At most `limit` bytes from the start of `path`; "" when it cannot be read.
+std::string read_start(const std::string& path, size_t limit);
+
+bool is_directory(const std::string& path);
+
+// Makes `path` and its missing parents with mode 0777. False with errno set on failure.
+bool make_directories(const std::string& path);
+
+// "12.3 MiB", for people.
+std::string size_text(int64_t bytes);

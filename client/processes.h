@@ -1,0 +1,42 @@
+// Finds the daemon and what it started, from /proc alone.
+#pragma once
+
+#include <stdint.h>
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+struct process {
+  pid_t pid = 0;
+  pid_t parent = 0;
+  uint64_t started = 0;           // clock ticks after boot
+  std::string comm;               // kernel name, 15 bytes at most
+  std::vector<std::string> argv;  // empty for a zombie or a kernel thread
+  std::string exe;                // "" when not allowed to know
+};
+
+// A process below the daemon and what it does.
+struct worker {
+  process who;
+  std::string role;  // a logger type's name, "size monitor", "self log", ..., "" when not known
+};
+
+// Every process under `proc` ("/proc"), by pid. Passes over what ends meanwhile.
+std::vector<process> read_processes(const std::string& proc);
+
+// Takes apart the content of /proc/PID/stat; false when it is not one. Fills pid, parent, started
+// and comm, which may itself hold blanks and brackets.
+bool parse_stat(const std::string& text, process* out);
+
+// The daemon's main process: a child of init that bears the daemon's name and runs from a file
+// called harrowmossd (or was started as such, when the file may not be seen), the oldest of
+// several. Null when it does not run.
+const process* find_daemon(const std::vector<process>& all);
+
+// Every descendant of `daemon`, parents before their children. A process that cannot be recognised
+// by its own name or command has the role of its parent.
+std::vector<worker> find_workers(const std::vector<process>& all, pid_t daemon);
+
+// Role of the size monitor in find_workers().
+inline constexpr const char* kSizeMonitorRole = "size monitor";

@@ -1,0 +1,130 @@
+#include "client/progress.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <utility>
+
+#include "client/text.h"
+
+namespace {
+
+using std::chrono::steady_clock;
+
+constexpr auto kQuietTime = std::chrono::seconds(10);  // then a sign of life
+
+// clang-format off
+
+// A step is recognised by the function that tells it ("" any) and the beginning of its message.
+constexpr struct {
+  std::string_view function;
+  std::string_view message;
+  const char* step;
+  bool append_rest;  // the rest of the message belongs to the step
+} kSteps[] = {
+    {"",                    "request start logger with types changed", "other types: the current run is stopped first", false},
+    {"",                    "There is not enough d",            "too little free space: logging stays off", false},
+    {"",                    "current work dir : ",              "new run ", true},
+    {"catcher_mobile_log",  "function invoked",                 "starting mobile", false},
+    {"catcher_modem_log",   "function invoked",                 "starting modem", false},
+    {"catcher_net_log",     "function invoked",                 "starting net", false},
+    {"",                    "start net cmd log",                "snapshot of the network settings", false},
+    {"start_power_log",     "function invoked",                 "starting power", false},
+    {"catcher_fp_log",      "function invoked",                 "starting fingerprint", false},
+    {"catcher_tp_log",      "function invoked",                 "starting touch", false},
+    {"start_systrace_log",  "function invoked",                 "starting systrace", false},
+    {"catch_bugreport",     "start=1",                          "bug report at the start, 300 s at most", false},
+    {"catch_bugreport",     "start=0",                          "bug report at the end, 300 s at most", false},
+    {"do_move_vendor_logs", "function invoked",                 "vendor services move their logs", false},
+    {"get_anr_log",         "function invoked",                 "copying ANR traces and tombstones", false},
+    {"",                    "stop power log",                   "stopping power", false},
+    {"",                    "stop systrace log",                "stopping systrace", false},
+    {"",                    "stop net cmd log",                 "closing snapshot of the network settings", false},
+    {"",                    "kill debug group start",           "ending the workers", false},
+    {"",                    "kill debug group end",             "ending the logcats", false},
+    {"",                    "kill vesk group end",              "every worker has ended", false},
+    {"",                    "move all log start=",              "moving the run to shared storage", false},
+    {"",                    "wait timeout ",                    "waiting for the vendor's moves, at most ", true},
+    {"",                    "copy self log start",              "copying the daemon's own log", false},
+    {"",                    "get general log",                  "collecting general logs, 7 s at most", false},
+    {"get_tombstone_log",   "function invoked",                 "collecting tombstones", false},
+    {"get_power_log",       "function invoked",                 "collecting power logs", false},
+    {"get_bluetooth_log",   "function invoked",                 "collecting Bluetooth logs", false},
+};
+
+// clang-format on
+
+bool begins_with(std::string_view text, std::string_view head) {
+  return text.substr(0, head.size()) == head;
+}
+
+}  // namespace
+
+// A line reads "date time || harrowmossd [pid, tid] source|function|line:: message".
+std::string progress_step(std::string_view line) {
+  const size_t bracket = line.find("] ");
+  const size_t colons = line.find(":: ");
+  if (bracket == std::string_view::npos || colons == std::string_view::npos) return "";
+  const size_t bar = line.find('|', bracket);
+  const size_t second = bar == std::string_view::npos ? bar : line.find('|', bar + 1);
+  if (second == std::string_view::npos || second > colons) return "";
+  const std::string_view function = line.substr(bar + 1, second - bar - 1);
+  const std::string_view message = line.substr(colons + 3);
+  for (const auto& row : kSteps) {
+    if (!row.function.empty() && row.function != function) continue;
+    if (!begins_with(message, row.message)) continue;
+    const std::string_view rest = message.substr(row.message.size());
+    return row.append_rest ? row.step + std::string(rest) : row.step;
+  }
+  return "";
+}
+
+progress_lines::progress_lines(std::string self_log, FILE* out)
+    : path_(std::move(self_log)), out_(out), start_(steady_clock::now()), last_said_(start_) {
+  if (open_log()) lseek(fd_, 0, SEEK_END);
+}
+
+progress_lines::~progress_lines() {
+  if (fd_ != -1) close(fd_);
+}
+
+bool progress_lines::open_log() {
+  fd_ = open(path_.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+  return fd_ != -1;
+}
+
+void progress_lines::read_log() {
+  char bytes[4096];
+  ssize_t got;
+  while ((got = read(fd_, bytes, sizeof bytes)) > 0) {
+    partial_.append(bytes, static_cast<size_t>(got));
+    for (size_t end; (end = partial_.find('\n')) != std::string::npos;) {
+      const std::string step = progress_step(std::string_view(partial_).substr(0, end));
+      partial_.erase(0, end + 1);
+      if (!step.empty() && step != std::exchange(last_, step)) say(step);
+    }
+  }
+}
+
+void progress_lines::look() {
+  if (fd_ != -1 || open_log()) {
+    read_log();
+    struct stat now, ours;
+    const bool rotated = stat(path_.c_str(), &now) == 0 && fstat(fd_, &ours) == 0 &&
+                         (now.st_ino != ours.st_ino || now.st_dev != ours.st_dev);
+    if (rotated) {
+      close(fd_);
+      partial_.clear();
+      if (open_log()) read_log();
+    }
+  }
+  if (steady_clock::now() - last_said_ >= kQuietTime) say("still at work");
+}
+
+void progress_lines::say(const std::string& text) {
+  last_said_ = steady_clock::now();
+  const std::chrono::duration<double> elapsed = last_said_ - start_;
+  fprintf(out_, "[%6.1f s] %s\n", elapsed.count(), printable(text).c_str());
+  fflush(out_);
+}

@@ -1,0 +1,316 @@
+#include "client/requests.h"
+
+#include <errno.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include <algorithm>
+#include <memory>
+
+#include "client/connection.h"
+#include "client/files.h"
+#include "client/json.h"
+#include "client/progress.h"
+#include "client/settings.h"
+#include "client/text.h"
+#include "protocol/encode.h"
+#include "protocol/names.h"
+
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr milliseconds kVersionTimeout{10'000};  // a daemon that serves us answers at once
+constexpr int64_t kVersionSerial = 1;
+constexpr int64_t kRequestSerial = 2;
+
+constexpr const request_name& kVersion = kRequestNames[0];
+constexpr int32_t kStart = 2;
+
+// clang-format off
+
+// What people read: for a result that is not negative, and for a reply without one.
+constexpr struct {
+  int32_t code;
+  const char* done;
+  const char* nothing;
+} kTexts[] = {
+    { 1, "protocol version %", "(no version)"},
+    { 2, "debug logging is started", "(no change): debug logging is on with these types already"},
+    { 3, "debug logging is stopped", "(no result)"},
+    { 4, "done", "done (this request does nothing)"},
+    { 5, "done", "done (this request does nothing)"},
+    { 6, "collected", "(nothing collected): the daemon cannot make /sdcard/Android/data/.harrowmoss/"},
+    { 7, "build state %", "(no state)"},
+    { 8, "a modem log is requested of the watchdog", "(no result)"},
+    { 9, "%", "(no run yet)"},
+    {10, "%", "(no size)"},
+    {11, "%", "(no build identity)"},
+    {12, "done", "all logs are deleted"},
+    {13, "done", "the traces are in /sdcard/zelkalog/traces"},
+    {14, "copied", "(no result)"},
+    {15, "copied", "(nothing copied): no kernel log of this boot was saved"},
+    {16, "%", "(no reason)"},
+};
+
+// What a negative result, or an odd one, means to whoever asked.
+constexpr struct {
+  int32_t code;
+  int32_t result;
+  const char* meaning;
+} kMeanings[] = {
+    {6, -1, "the destination is refused, or a collector could not start"},
+    {7,  0, "intact"},
+    {7,  1, "modified: /system is not of its provisioned size"},
+    {8, -1, "debug logging with MPSSDump is not on"},
+    {15, -1, "the destination is refused, or the copy could not start"},
+};
+
+// clang-format on
+
+std::string text_of(const reply& answer, const request_name& request) {
+  if (request.reply == reply_fields::kText) return printable(answer.text);
+  return std::to_string(answer.number);
+}
+
+const char* meaning_of(const reply& answer, const request_name& request) {
+  for (const auto& row : kMeanings) {
+    if (row.code == request.code && row.result == answer.number) return row.meaning;
+  }
+  return "";
+}
+
+bool failed(const reply& answer) {
+  return answer.has_result && answer.number < 0;
+}
+
+// Connects, asks the version, makes `destination` unless it is "", and exchanges `frame` for
+// `bytes`. Without a daemon nothing is left on the phone.
+outcome converse(const invocation& call, environment& env, std::string_view frame,
+                 const std::string& destination, std::string* bytes) {
+  connection daemon;
+  const steady_time served_by = after(std::min(kVersionTimeout, call.timeout));
+  outcome result = daemon.open(env.dial, served_by);
+  if (result.code != EXIT_OK) return result;
+
+  request_frame question;
+  encode_request(kVersion, kVersionSerial, {}, &question, &result.error);
+  result = daemon.exchange(question.bytes, served_by, nullptr, bytes);
+  if (result.code == EXIT_TIMED_OUT) {
+    result.error =
+        "connected, but not served: the daemon serves one client at a time and another "
+        "one holds it, or it is busy with a long request";
+  }
+  if (result.code != EXIT_OK) return result;
+  reply version;
+  if (!decode_reply(*bytes, kVersion, kVersionSerial, &version, &result.error)) {
+    return {EXIT_BAD_REPLY, result.error};
+  }
+  if (!version.has_result || version.number != kProtocolVersion) {
+    return {EXIT_BAD_REPLY, "the daemon speaks protocol version " + std::to_string(version.number) +
+                                ", this client " + std::to_string(kProtocolVersion)};
+  }
+
+  if (!destination.empty() && !make_directories(destination)) {
+    return {EXIT_USAGE, "cannot make the directory " + destination + ": " + strerror(errno)};
+  }
+
+  std::function<void()> tick;
+  if (env.progress || call.progress) {
+    tick = [steps = std::make_shared<progress_lines>(env.self_log, env.err)] { steps->look(); };
+  }
+  result = daemon.exchange(frame, after(call.timeout), tick, bytes);
+  if (result.code == EXIT_TIMED_OUT) result.error += "; the daemon goes on with the request";
+  return result;
+}
+
+void show_frame(const invocation& call, environment& env, const request_frame& frame) {
+  const std::string_view payload = std::string_view(frame.bytes).substr(2);
+  if (call.json) {
+    json_writer json;
+    json.begin_object().member("command", call.what->name).member("frame", hex_text(frame.bytes));
+    json.key("fields").begin_array();
+    for (const frame_field& field : frame.fields) {
+      json.begin_object().member("name", field.name).member("value", field.value);
+      json.member("hex", hex_text(std::string_view(frame.bytes).substr(field.offset, field.size)));
+      json.end_object();
+    }
+    json.end_array().member("dump_text", static_cast<int64_t>(dump_text_length(payload)));
+    fprintf(env.out, "%s\n", json.end_object().text().c_str());
+    return;
+  }
+  fprintf(env.out, "frame: %s\n", hex_text(frame.bytes).c_str());
+  for (const frame_field& field : frame.fields) {
+    const std::string_view bytes = std::string_view(frame.bytes).substr(field.offset, field.size);
+    fprintf(env.out, "  %-8s%-24s %s\n", field.name, hex_text(bytes).c_str(),
+            printable(field.value).c_str());
+  }
+  fprintf(env.out, "dump text: %zu of %zu characters; nothing was sent\n",
+          dump_text_length(payload), kDumpTextMax);
+}
+
+// Reads the arguments that the request takes. False and one line in `error` when one is wrong.
+bool read_values(const invocation& call, environment& env, request_values* values,
+                 std::string* error) {
+  const request_arguments kind = call.what->request->arguments;
+  const bool types = kind == request_arguments::kMask;
+  if (types || kind == request_arguments::kMaskPathInt) {
+    const mask_words& words = types ? kLoggerTypeWords : kFeedbackWords;
+    const std::string& list = types ? call.arguments[0] : call.select;
+    if (!types && list.empty()) {
+      *error = "say what to collect: --select general,tombstone,...";
+      return false;
+    }
+    if (!parse_mask(words, list, &values->mask, error)) return false;
+    const int32_t unnamed = unnamed_bits(words, values->mask);
+    if (unnamed != 0) {
+      fprintf(env.err, "harrowmossctl: note: bits 0x%x select nothing\n",
+              static_cast<unsigned>(unnamed));
+    }
+  }
+  if (types || kind == request_arguments::kNone) return true;
+  values->path = call.arguments[0];
+  *error = check_destination(values->path);
+  return error->empty();
+}
+
+// The daemon answers 0 to a start even when it found too little space and switched logging off.
+std::string start_warning(const reply& answer, const environment& env) {
+  if (answer.code != kStart || failed(answer) || read_settings(env).logging) return "";
+  return "the daemon accepted the start, but debug logging is off: it needs more than 64 MiB free "
+         "on /sdcard and more than 128 MiB on /data";
+}
+
+int show_reply(const invocation& call, environment& env, const std::string& bytes) {
+  const request_name& request = *call.what->request;
+  reply answer;
+  std::string error;
+  if (!decode_reply(bytes, request, kRequestSerial, &answer, &error)) {
+    return fail(call, env, EXIT_BAD_REPLY, error);
+  }
+  const std::string warning = start_warning(answer, env);
+  if (!warning.empty()) fprintf(env.err, "harrowmossctl: %s\n", warning.c_str());
+  const std::string text = reply_text(answer, request);
+  if (call.json) {
+    fputs(reply_json(answer, request, warning).c_str(), env.out);
+  } else {
+    fprintf(failed(answer) ? env.err : env.out, "%s\n", text.c_str());
+  }
+  return failed(answer) ? EXIT_DAEMON_FAILED : EXIT_OK;
+}
+
+bool parse_hex(const std::vector<std::string>& words, std::string* bytes) {
+  std::string digits;
+  for (const std::string& word : words) {
+    for (const char c : word) {
+      if (c != ' ') digits += c;
+    }
+  }
+  if (digits.size() % 2 != 0) return false;
+  if (digits.find_first_not_of("0123456789abcdefABCDEF") != std::string::npos) return false;
+  for (size_t i = 0; i < digits.size(); i += 2) {
+    *bytes += static_cast<char>(strtol(digits.substr(i, 2).c_str(), nullptr, 16));
+  }
+  return true;
+}
+
+}  // namespace
+
+std::string check_destination(std::string_view path) {
+  constexpr std::string_view kAllowed =
+      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789._/@%+=:,#-";
+  if (path.empty() || path[0] != '/') return "the destination must be an absolute path";
+  if (path.find_first_not_of(kAllowed) != std::string_view::npos) {
+    return "the destination may hold only [A-Za-z0-9._/@%+=:,#-]";
+  }
+  int components = 0;
+  for (size_t start = 1; start <= path.size();) {
+    const size_t end = std::min(path.find('/', start), path.size());
+    const std::string_view name = path.substr(start, end - start);
+    if (name == "." || name == "..") return "the destination may not hold \".\" or \"..\"";
+    if (!name.empty()) ++components;
+    start = end + 1;
+  }
+  return components >= 2 ? "" : "the destination must lie at least two levels below /";
+}
+
+std::string reply_text(const reply& answer, const request_name& request) {
+  if (answer.unknown && request.reply != reply_fields::kInt) {
+    return "the daemon does not know this request (-1)";
+  }
+  const std::string meaning = meaning_of(answer, request);
+  if (failed(answer)) {
+    return "the daemon reports failure (" + std::to_string(answer.number) + ")" +
+           (meaning.empty() ? "" : ": " + meaning);
+  }
+  const auto& row = kTexts[request.code - 1];
+  const bool empty = request.reply == reply_fields::kText && answer.text.empty();
+  if (!answer.has_result || empty) return row.nothing;
+  std::string text = row.done;
+  const size_t mark = text.find('%');
+  if (mark != std::string::npos) text.replace(mark, 1, text_of(answer, request));
+  return meaning.empty() ? text : text + " (" + meaning + ")";
+}
+
+std::string reply_json(const reply& answer, const request_name& request,
+                       const std::string& warning) {
+  json_writer json;
+  json.begin_object().member("command", request.command).member("code", request.code);
+  json.key("result");
+  if (!answer.has_result) {
+    json.null();
+  } else if (request.reply == reply_fields::kText && !answer.unknown) {
+    json.string(answer.text);
+  } else {
+    json.number(answer.number);
+  }
+  const std::string meaning = meaning_of(answer, request);
+  if (answer.has_result && !meaning.empty()) json.member("meaning", meaning);
+  if (!warning.empty()) json.member("warning", warning);
+  return json.end_object().text() + "\n";
+}
+
+int run_request(const invocation& call, environment& env) {
+  request_values values;
+  request_frame frame;
+  std::string error;
+  if (!read_values(call, env, &values, &error) ||
+      !encode_request(*call.what->request, kRequestSerial, values, &frame, &error)) {
+    return fail(call, env, EXIT_USAGE, error);
+  }
+  if (call.dry_run) {
+    show_frame(call, env, frame);
+    return EXIT_OK;
+  }
+  std::string bytes;
+  const outcome result = converse(call, env, frame.bytes, std::string(values.path), &bytes);
+  if (result.code != EXIT_OK) return fail(call, env, result.code, result.error);
+  return show_reply(call, env, bytes);
+}
+
+int run_raw(const invocation& call, environment& env) {
+  std::string payload;
+  request_frame frame;
+  std::string error = "the payload is not whole hexadecimal bytes";
+  if (!parse_hex(call.arguments, &payload) || !frame_payload(payload, &frame.bytes, &error)) {
+    return fail(call, env, EXIT_USAGE, error);
+  }
+  if (call.dry_run) {
+    frame.fields = {{"length", 0, 2, std::to_string(payload.size())},
+                    {"payload", 2, payload.size(), ""}};
+    show_frame(call, env, frame);
+    return EXIT_OK;
+  }
+  std::string bytes;
+  const outcome result = converse(call, env, frame.bytes, "", &bytes);
+  if (result.code != EXIT_OK) return fail(call, env, result.code, result.error);
+  if (call.json) {
+    json_writer json;
+    json.begin_object().member("command", "raw").member("reply", hex_text(bytes)).end_object();
+    fprintf(env.out, "%s\n", json.text().c_str());
+  } else {
+    fprintf(env.out, "%s\n", hex_text(bytes).c_str());
+  }
+  const bool number = bytes.size() == kReplyMin + 4;
+  return number && int32_at(bytes, kReplyMin) < 0 ? EXIT_DAEMON_FAILED : EXIT_OK;
+}

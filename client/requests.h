@@ -1,0 +1,25 @@
+// Commands that send a request to the daemon. Each runs one connection: protocol version first, so
+// that an occupied daemon is noticed before anything is asked of it, then the request.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "client/commands.h"
+#include "client/reply.h"
+
+// Sends `call.what->request` with the arguments of `call` and shows the reply.
+int run_request(const invocation& call, environment& env);
+
+// Sends the payload that the arguments spell in hexadecimal, and shows the reply's bytes.
+int run_raw(const invocation& call, environment& env);
+
+// Why `path` cannot be a destination, or "". The daemon hands it to a root shell and opens it to
+// everyone, so it must be absolute, at least two levels deep, without "." and "..", and of the
+// characters [A-Za-z0-9._/@%+=:,#-] only.
+std::string check_destination(std::string_view path);
+
+// What people and scripts read about a reply.
+std::string reply_text(const reply& answer, const request_name& request);
+std::string reply_json(const reply& answer, const request_name& request,
+                       const std::string& warning);

@@ -1,0 +1,189 @@
+#include "client/runs.h"
+
+#include <stdlib.h>
+#include <string.h>
+
+#include <algorithm>
+#include <map>
+#include <string_view>
+
+#include "client/files.h"
+#include "client/settings.h"
+#include "protocol/protocol.h"
+
+namespace {
+
+constexpr size_t kHeadLimit = 64;             // enough for logcat's opening line
+constexpr size_t kPropertiesLimit = 1 << 18;  // a phone's property list is about 60 KiB
+constexpr std::string_view kLogcatOpening = "--------- beginning of ";
+constexpr std::string_view kDigits = "0123456789";
+
+// Logcat buffers, as they end the file names "<display id>-<buffer>.txt".
+constexpr const char* kBuffers[] = {"main", "events", "system", "radio", "crash", "kernel"};
+
+// Directories that betray a logger type beside the one that bears its name.
+constexpr struct {
+  const char* directory;
+  const char* type;
+} kTypeDirectories[] = {{"fg", "power"}, {"wlan_logs", "wifi"}, {"mpss_dump", "MPSSDump"}};
+
+bool is_number(std::string_view text) {
+  return !text.empty() && text.size() <= 18 &&
+         text.find_first_not_of(kDigits) == std::string_view::npos;
+}
+
+// "dd<separator>dd<separator>..." against a pattern where '0' stands for a digit.
+bool has_shape(std::string_view text, std::string_view pattern) {
+  if (text.size() != pattern.size()) return false;
+  for (size_t i = 0; i < text.size(); ++i) {
+    const bool digit = kDigits.find(text[i]) != std::string_view::npos;
+    if (pattern[i] == '0' ? !digit : text[i] != pattern[i]) return false;
+  }
+  return true;
+}
+
+int32_t type_of_directory(std::string_view directory) {
+  for (const auto& row : kTypeDirectories) {
+    if (directory == row.directory) directory = row.type;
+  }
+  for (const named_bit& type : kLoggerTypeNames) {
+    if (directory == type.name) return type.mask;
+  }
+  return 0;
+}
+
+// "ID-radio_3.txt" and its rotated generations belong to the third replacement of the radio logcat.
+bool is_replacement(std::string_view file) {
+  if (file.size() < 4 || file.substr(file.size() - 4) != ".txt") return false;
+  file.remove_suffix(4);
+  const size_t underscore = file.rfind('_');
+  if (underscore == std::string_view::npos || !is_number(file.substr(underscore + 1))) return false;
+  const std::string_view stem = file.substr(0, underscore);
+  return std::any_of(std::begin(kBuffers), std::end(kBuffers), [&](const char* buffer) {
+    const std::string tail = std::string("-") + buffer;
+    return stem.size() > tail.size() && stem.substr(stem.size() - tail.size()) == tail;
+  });
+}
+
+// The display id in front of "-main.txt".
+std::string build_of_file(std::string_view file) {
+  constexpr std::string_view kTail = "-main.txt";
+  if (file.size() <= kTail.size() || file.substr(file.size() - kTail.size()) != kTail) return "";
+  return std::string(file.substr(0, file.size() - kTail.size()));
+}
+
+// The value of `key` in a list of "[key]: [value]" lines.
+std::string listed_property(const std::string& list, const char* key) {
+  const std::string head = std::string("[") + key + "]: [";
+  for (size_t at = list.find(head); at != std::string::npos; at = list.find(head, at + 1)) {
+    if (at != 0 && list[at - 1] != '\n') continue;
+    const size_t start = at + head.size();
+    const size_t end = list.find("]\n", start);
+    if (end != std::string::npos) return list.substr(start, end - start);
+  }
+  return "";
+}
+
+std::string build_of_lists(const std::string& directory) {
+  for (const char* list : {"/system.prop", "/system_stop.prop"}) {
+    const std::string text = read_start(directory + list, kPropertiesLimit);
+    for (const char* key : {"ro.vendor.build.display.id", "ro.build.display.id"}) {
+      const std::string value = listed_property(text, key);
+      if (!value.empty()) return value;
+    }
+  }
+  return "";
+}
+
+using generations = std::map<int64_t, std::string>;  // files by number
+
+// What the oldest kept generation tells. A logcat begins its first file with a line of its own, so
+// an oldest generation without it had predecessors; a missing number in between is a loss as well.
+lost_lines judge_loss(const generations& kept) {
+  const auto& [highest, oldest] = *kept.rbegin();
+  const int64_t first = std::min<int64_t>(kept.begin()->first, 1);  // some tools count from 0
+  if (static_cast<int64_t>(kept.size()) != highest - first + 1) return lost_lines::kYes;
+  const std::string head = read_start(oldest, kHeadLimit);
+  if (head.compare(0, kLogcatOpening.size(), kLogcatOpening) == 0) return lost_lines::kNo;
+  const bool logcat = oldest.find("/mobile/") != std::string::npos && !head.empty();
+  return logcat ? lost_lines::kYes : lost_lines::kUnknown;
+}
+
+void add_content(const std::string& directory, run_report* run) {
+  std::map<std::string, generations> rotated;
+  for (const std::string& name : list_directory(directory)) {
+    if (!run->types_known && is_directory(directory + "/" + name)) {
+      run->types |= type_of_directory(name);
+    }
+  }
+  if (run->build.empty()) run->build = build_of_lists(directory);
+  std::string build;
+  walk_files(directory, [&](const std::string& path, int64_t bytes) {
+    run->bytes += bytes;
+    const size_t dot = path.rfind('.');
+    const std::string suffix = dot == std::string::npos ? "" : path.substr(dot + 1);
+    if (is_number(suffix)) {
+      rotated[path.substr(0, dot)][atoll(suffix.c_str())] = directory + "/" + path;
+    }
+    const std::string file = path.substr(path.find_last_of('/') + 1);
+    if (is_replacement(file)) run->replaced.push_back(path);
+    if (build.empty()) build = build_of_file(file);
+  });
+  if (run->build.empty()) run->build = build;
+  for (const auto& [path, kept] : rotated) {
+    run->rotated.push_back({path, static_cast<int>(kept.size()),
+                            static_cast<int>(kept.rbegin()->first), judge_loss(kept)});
+  }
+  std::sort(run->replaced.begin(), run->replaced.end());
+}
+
+}  // namespace
+
+bool parse_run_name(const std::string& name, run_report* run) {
+  std::string_view rest = name;
+  const size_t hash = rest.find('#');
+  int64_t sequence = -1;
+  if (hash != std::string_view::npos) {
+    if (!is_number(rest.substr(0, hash))) return false;
+    sequence = atoll(name.c_str());
+    rest.remove_prefix(hash + 1);
+  }
+  if (!has_shape(rest, "00-00_00-00-00")) return false;
+  run->name = name;
+  run->sequence = sequence;
+  run->date = rest;
+  run->date[5] = ' ';
+  run->date[8] = run->date[11] = ':';
+  return true;
+}
+
+std::vector<run_report> read_runs(const environment& env) {
+  const logging_settings settings = read_settings(env);
+  std::map<std::string, run_report> by_name;
+  const auto note = [&](const std::string& root, std::string run_report::*place) {
+    for (const std::string& name : list_directory(root)) {
+      run_report run;
+      if (!parse_run_name(name, &run) || !is_directory(root + "/" + name)) continue;
+      by_name.emplace(name, run).first->second.*place = root + "/" + name;
+    }
+  };
+  note(env.store, &run_report::store);
+  note(env.working, &run_report::working);
+
+  std::vector<run_report> runs;
+  for (auto& [name, run] : by_name) {
+    const bool current = settings.logging && name == settings.run_name && !run.working.empty();
+    if (current) run.state = run_state::kCapturing;
+    if (!current && !run.working.empty()) run.state = run_state::kLeftBehind;
+    run.types_known = current;
+    if (current) run.types = settings.types;
+    for (const std::string& place : {run.working, run.store}) {
+      if (!place.empty()) add_content(place, &run);
+    }
+    runs.push_back(run);
+  }
+  std::stable_sort(runs.begin(), runs.end(), [](const run_report& a, const run_report& b) {
+    return a.sequence < b.sequence;
+  });
+  return runs;
+}

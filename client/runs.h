@@ -1,0 +1,50 @@
+// The runs of debug logging that lie on the phone, and the holes in their logs.
+#pragma once
+
+#include <stdint.h>
+
+#include <string>
+#include <vector>
+
+#include "client/environment.h"
+
+enum class run_state {
+  kComplete,    // wholly in the store
+  kCapturing,   // the run that is being written now
+  kLeftBehind,  // still in the working area, wholly or in part, though nothing writes it
+};
+
+enum class lost_lines { kNo, kYes, kUnknown };
+
+// A file whose older content was moved to numbered generations (".1" is the youngest).
+struct rotated_file {
+  std::string path;                        // below the run
+  int generations = 0;                     // kept beside the live file
+  int highest = 0;                         // largest number among them
+  lost_lines lost = lost_lines::kUnknown;  // generations before the oldest kept one are gone
+};
+
+struct run_report {
+  std::string name;
+  int64_t sequence = -1;  // -1: a name without one
+  std::string date;       // "MM-DD hh:mm:ss"; the name has no year
+  run_state state = run_state::kComplete;
+  std::string store;  // its directories; "" when it has none there
+  std::string working;
+  int32_t types = 0;         // as the settings say for the current run, else as its content shows
+  bool types_known = false;  // false: types that leave nothing in a run may be missing
+  std::string build;         // the display id, "" when nothing tells it
+  int64_t bytes = 0;
+  std::vector<std::string>
+      replaced;  // "mobile/ID-radio_1.txt": a logcat died, lines before it are lost
+  std::vector<rotated_file> rotated;
+};
+
+// "12#03-07_14-05-09" or "03-07_14-05-09": fills name, sequence and date; false for other names.
+bool parse_run_name(const std::string& name, run_report* run);
+
+// All runs in both places, by sequence.
+std::vector<run_report> read_runs(const environment& env);
+
+std::string runs_text(const std::vector<run_report>& runs);
+std::string runs_json(const std::vector<run_report>& runs);

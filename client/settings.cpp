@@ -1,0 +1,27 @@
+#include "client/settings.h"
+
+#include <stdlib.h>
+
+namespace {
+
+constexpr const char* kEnable = "persist.sys.zklog.enable";
+constexpr const char* kTypes = "persist.sys.zklog.type";
+constexpr const char* kStorePath = "sys.harrowmossd.log_store_path";
+constexpr const char* kQuota = "persist.sys.zelka.log.size";
+constexpr const char* kDeletion = "persist.sys.zelka.log.del";
+
+constexpr int32_t kModemAndWifi = 0x2 | 0x40;  // either shrinks the quota to three quarters
+
+}  // namespace
+
+logging_settings read_settings(const environment& env) {
+  logging_settings settings;
+  settings.logging = env.property(kEnable, "off").compare(0, 2, "on") == 0;
+  settings.types = atoi(env.property(kTypes, "1").c_str());
+  settings.store_path = env.property(kStorePath, "");
+  settings.run_name = settings.store_path.substr(settings.store_path.find_last_of('/') + 1);
+  settings.quota_gib = ((settings.types & kModemAndWifi) != 0 ? 0.75 : 1.0) *
+                       atoi(env.property(kQuota, "20").c_str());
+  settings.deletion = env.property(kDeletion, "true") == "true";
+  return settings;
+}

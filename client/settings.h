@@ -1,0 +1,19 @@
+// The daemon's settings, read the way it reads them.
+#pragma once
+
+#include <stdint.h>
+
+#include <string>
+
+#include "client/environment.h"
+
+struct logging_settings {
+  bool logging = false;    // any value that begins with "on" counts
+  int32_t types = 0;       // logger type mask; text that is no number counts as 0
+  std::string store_path;  // where the latest run ends, "" before the first
+  std::string run_name;    // last component of store_path
+  double quota_gib = 0;    // at which the oldest runs are removed
+  bool deletion = false;   // the quota is enforced
+};
+
+logging_settings read_settings(const environment& env);

@@ -1,0 +1,343 @@
+// What harrowmossctl finds out without the daemon: processes, settings, runs, and the self log.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include "client/processes.h"
+#include "client/progress.h"
+#include "client/runs.h"
+#include "client/settings.h"
+#include "tests/pure/ctl_support.h"
+
+namespace {
+
+using std::string_literals::operator""s;
+
+void put_process(const temporary_tree& tree, int pid, int parent, const std::string& comm,
+                 const std::string& cmdline, const char* exe, int started) {
+  const std::string home = "proc/" + std::to_string(pid);
+  tree.put(home + "/stat", std::to_string(pid) + " (" + comm + ") S " + std::to_string(parent) +
+                               " 0 0 0 -1 0 0 0 0 0 0 0 0 0 20 0 1 0 " + std::to_string(started) +
+                               " 0 0\n");
+  tree.put(home + "/cmdline", cmdline);
+  if (exe != nullptr) std::filesystem::create_symlink(exe, tree.root() + "/" + home + "/exe");
+}
+
+TEST(CtlProcesses, StatLinesSurviveOddNames) {
+  const struct {
+    const char* text;
+    bool good;
+    const char* comm;
+    pid_t parent;
+    uint64_t started;
+  } rows[] = {
+      {"7 (a) S 3 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 99 0\n", true, "a", 3, 99},
+      {"7 (a) S 9 (b) S 3 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 5\n", true, "a) S 9 (b", 3, 5},
+      {"7 () Z 3 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 5", true, "", 3, 5},
+      {"7 (a) S 3 0 0", false, "", 0, 0},
+      {"7 a S 3", false, "", 0, 0},
+      {")(", false, "", 0, 0},
+      {"", false, "", 0, 0},
+  };
+  for (const auto& row : rows) {
+    process who;
+    ASSERT_EQ(parse_stat(row.text, &who), row.good) << row.text;
+    if (!row.good) continue;
+    EXPECT_EQ(who.comm, row.comm);
+    EXPECT_EQ(who.parent, row.parent);
+    EXPECT_EQ(who.started, row.started);
+  }
+}
+
+TEST(CtlProcesses, TheDaemonIsFoundAmongItsWorkersAndImpostors) {
+  const std::string name = "harrowmossd", path = "/system/bin/harrowmossd";
+  const struct {
+    const char* what;
+    std::vector<process> all;
+    pid_t daemon;  // 0: none
+  } rows[] = {
+      {"nothing runs", {}, 0},
+      {"by its file", {{9, 1, 50, name, {"x"}, path}}, 9},
+      {"by its command where the file is hidden", {{9, 1, 50, name, {path}, ""}}, 9},
+      {"not a worker", {{9, 1, 50, name, {path}, path}, {10, 9, 60, name, {path}, path}}, 9},
+      {"not an orphaned worker",
+       {{7, 1, 40, "mossd:debug-net", {path}, path}, {9, 1, 50, name, {path}, path}},
+       9},
+      {"the older of two", {{7, 1, 60, name, {path}, path}, {9, 1, 50, name, {path}, path}}, 9},
+      {"not started by init", {{9, 8, 50, name, {path}, path}}, 0},
+      {"not another file", {{9, 1, 50, name, {path}, "/data/local/tmp/sh"}}, 0},
+  };
+  for (const auto& row : rows) {
+    const process* found = find_daemon(row.all);
+    EXPECT_EQ(found == nullptr ? 0 : found->pid, row.daemon) << row.what;
+  }
+}
+
+TEST(CtlProcesses, WorkersAreKnownByNameCommandOrParent) {
+  const struct {
+    const char* comm;
+    std::string cmdline;
+    const char* role;
+  } rows[] = {
+      {"harrowmossd-lsm", "harrowmossd\0"s, "size monitor"},
+      {"mossd:debug-net", "harrowmossd\0"s, "net"},
+      {":debug-MPSSDump", "harrowmossd\0"s, "MPSSDump"},
+      {"ssd:debug-touch", "harrowmossd\0"s, "touch"},
+      {"wmossd:debug-fg", "harrowmossd\0"s, "power"},
+      {"d:debug-general", "harrowmossd\0"s, "feedback"},
+      {"logcat", "harrowmossd:debug-radio-vesk\0-v\0"s, "mobile"},
+      {"logcat", "harrowmossd:general-main-vesk\0"s, "feedback"},
+      {"logcat", "harrowmossd:SLC\0-v\0"s, "self log"},
+      {"mksh", "harrowmossd-fp\0-c\0cat /d/tzdbg/qsee_log >> x\0"s, "fingerprint"},
+      {"mksh", "debug/vesk\0-c\0x\0"s, "mobile"},
+      {"mksh", "sh\0-c\0cat /d/ipc_logging/qrtr_0/log_cont > x\0"s, "mobile"},
+      {"mksh", "sh\0-c\0true\0"s, ""},
+      {"harrowmossd", "", ""},
+  };
+  for (const auto& row : rows) {
+    temporary_tree tree;
+    put_process(tree, 50, 9, row.comm, row.cmdline, nullptr, 1);
+    put_process(tree, 51, 50, "cat", "cat\0"s, nullptr, 2);  // has its parent's role
+    put_process(tree, 52, 1, "cat", "cat\0"s, nullptr, 2);   // is not the daemon's
+    const std::vector<worker> found = find_workers(read_processes(tree.root() + "/proc"), 9);
+    ASSERT_EQ(found.size(), 2u) << row.comm;
+    EXPECT_EQ(found[0].role, row.role) << row.comm << " " << row.cmdline;
+    EXPECT_EQ(found[1].role, row.role) << row.comm << " " << row.cmdline;
+  }
+}
+
+TEST(CtlStatus, ShowsDaemonMonitorAndWorkers) {
+  bench_client client;
+  put_process(client.tree, 1, 0, "init", "init\0"s, nullptr, 0);
+  put_process(client.tree, 20, 1, "harrowmossd", "x\0"s, "/system/bin/harrowmossd", 5);
+  put_process(client.tree, 21, 20, "harrowmossd-lsm", "x\0"s, nullptr, 6);
+  put_process(client.tree, 22, 20, "mossd:debug-net", "x\0y\x1b\0"s, nullptr, 7);
+  client.tree.put("proc/self-is-no-pid/stat", "x");
+  client.tree.put("data/misc/zelkalog/3#01-02_03-04-05/net/a", std::string(1500, 'x'));
+  client.tree.put("sdcard/zelkalog/2#01-02_03-04-05/b", std::string(548, 'x'));
+  client.properties = {{"persist.sys.zklog.enable", "on"},
+                       {"persist.sys.zklog.type", "5"},
+                       {"sys.harrowmossd.log_store_path", "/sdcard/zelkalog/3#01-02_03-04-05"}};
+  EXPECT_EQ(client.run({"status"}), EXIT_OK);
+  for (const char* piece :
+       {"debug logging: on\n", "mobile,net (0x5)", "3#01-02_03-04-05, 1.5 KiB", "2.0 KiB of 20 GiB",
+        "daemon:        pid 20\n", "size monitor:  pid 21\n", "workers:       1\n",
+        "22     20  net           mossd:debug-net  x y\\x1b\n"}) {
+    EXPECT_TRUE(holds(client.out, piece)) << piece << " in\n" << client.out;
+  }
+  EXPECT_EQ(client.run({"status", "--json"}), EXIT_OK);
+  for (const char* piece :
+       {"\"logging\":true", "\"daemon_pid\":20,\"size_monitor_pid\":21", "\"working_bytes\":1500",
+        "\"type\":\"net\"", "\"cmdline\":[\"x\",\"y\\u001b\"]"}) {
+    EXPECT_TRUE(holds(client.out, piece)) << piece << " in\n" << client.out;
+  }
+}
+
+TEST(CtlSettings, AreReadTheWayTheDaemonReadsThem) {
+  const struct {
+    const char *enable, *types, *quota, *deletion;
+    bool logging;
+    int32_t mask;
+    double gib;
+    bool removes;
+  } rows[] = {
+      {"", "", "", "", false, 1, 20, true},
+      {"only", "5", "30", "true", true, 5, 30, true},
+      {"On", "0x3", "x", "false", false, 0, 0, false},
+      {"on", "2", "20", "True", true, 2, 15, false},
+      {"on", "64", "10", "true", true, 0x40, 7.5, true},
+  };
+  for (const auto& row : rows) {
+    bench_client client;
+    client.properties = {{"persist.sys.zklog.enable", row.enable},
+                         {"persist.sys.zklog.type", row.types},
+                         {"persist.sys.zelka.log.size", row.quota},
+                         {"persist.sys.zelka.log.del", row.deletion}};
+    const logging_settings settings = read_settings(client.env);
+    EXPECT_EQ(settings.logging, row.logging) << row.enable;
+    EXPECT_EQ(settings.types, row.mask) << row.types;
+    EXPECT_EQ(settings.quota_gib, row.gib) << row.quota << " " << row.types;
+    EXPECT_EQ(settings.deletion, row.removes) << row.deletion;
+  }
+}
+
+TEST(CtlRuns, AreRecognisedByName) {
+  const struct {
+    const char* name;
+    int64_t sequence;
+    const char* date;  // null: no run
+  } rows[] = {
+      {"12#03-07_14-05-09", 12, "03-07 14:05:09"},
+      {"03-07_14-05-09", -1, "03-07 14:05:09"},
+      {"007#03-07_14-05-09", 7, "03-07 14:05:09"},
+      {"traces", 0, nullptr},
+      {"#03-07_14-05-09", 0, nullptr},
+      {"1;2#03-07_14-05-09", 0, nullptr},
+      {"-1#03-07_14-05-09", 0, nullptr},
+      {"12#03-07_14-05-9", 0, nullptr},
+      {"12#03-07_14-05-09x", 0, nullptr},
+      {".logger", 0, nullptr},
+      {"12#", 0, nullptr},
+  };
+  for (const auto& row : rows) {
+    run_report run;
+    ASSERT_EQ(parse_run_name(row.name, &run), row.date != nullptr) << row.name;
+    if (row.date == nullptr) continue;
+    EXPECT_EQ(run.sequence, row.sequence) << row.name;
+    EXPECT_EQ(run.date, row.date);
+  }
+}
+
+TEST(CtlRuns, AreCompleteCapturingOrLeftBehind) {
+  bench_client client;
+  const std::string time = "#03-07_14-05-09";
+  client.tree.put("sdcard/zelkalog/9" + time + "/mobile/D-V1-main.txt", "12345");
+  client.tree.put("sdcard/zelkalog/9" + time + "/fg/x", "");
+  client.tree.put("sdcard/zelkalog/traces/x", "");
+  client.tree.put("sdcard/zelkalog/8" + time, "a file, not a run");
+  client.tree.put("data/misc/zelkalog/10" + time + "/system.prop",
+                  "[ro.build.display.id]: [wrong]\n[xro.vendor.build.display.id]: [wrong]\n"
+                  "[ro.vendor.build.display.id]: [D V2]\n");
+  client.tree.put("sdcard/zelkalog/10" + time + "/wlan_logs/y", "1");
+  client.tree.put("data/misc/zelkalog/11" + time + "/touch/z", "");
+  client.properties = {{"persist.sys.zklog.enable", "on"},
+                       {"persist.sys.zklog.type", "4096"},
+                       {"sys.harrowmossd.log_store_path", "/sdcard/zelkalog/11" + time}};
+  const std::vector<run_report> runs = read_runs(client.env);
+  ASSERT_EQ(runs.size(), 3u);
+  const struct {
+    int64_t sequence;
+    run_state state;
+    int32_t types;
+    bool known;
+    const char* build;
+  } rows[] = {
+      {9, run_state::kComplete, 0x1 | 0x8, false, "D-V1"},
+      {10, run_state::kLeftBehind, 0x40, false, "D V2"},
+      {11, run_state::kCapturing, 0x1000, true, ""},
+  };
+  for (size_t i = 0; i < runs.size(); ++i) {
+    EXPECT_EQ(runs[i].sequence, rows[i].sequence);
+    EXPECT_EQ(runs[i].state, rows[i].state) << runs[i].name;
+    EXPECT_EQ(runs[i].types, rows[i].types) << runs[i].name;
+    EXPECT_EQ(runs[i].types_known, rows[i].known) << runs[i].name;
+    EXPECT_EQ(runs[i].build, rows[i].build) << runs[i].name;
+  }
+  EXPECT_EQ(runs[0].bytes, 5);
+
+  client.properties["persist.sys.zklog.enable"] = "off";  // then nothing writes the last one
+  EXPECT_EQ(read_runs(client.env)[2].state, run_state::kLeftBehind);
+  EXPECT_EQ(client.run({"runs"}), EXIT_OK);
+  EXPECT_TRUE(holds(client.out, "     9  03-07 14:05:09  complete     5 B")) << client.out;
+  EXPECT_EQ(client.run({"runs", "--json"}), EXIT_OK);
+  EXPECT_TRUE(holds(client.out, "\"sequence\":9")) << client.out;
+}
+
+TEST(CtlRuns, TellTheHolesInTheirLogs) {
+  const std::string opening = "--------- beginning of main\n";
+  const struct {
+    const char* what;
+    std::vector<std::pair<const char*, std::string>> files;
+    int generations;  // of the only rotated file; 0: none is rotated
+    lost_lines lost;
+    size_t replaced;
+  } rows[] = {
+      {"not rotated", {{"mobile/D-main.txt", "x"}}, 0, lost_lines::kNo, 0},
+      {"all kept",
+       {{"mobile/D-main.txt", "x"}, {"mobile/D-main.txt.1", "y"}, {"mobile/D-main.txt.2", opening}},
+       2,
+       lost_lines::kNo,
+       0},
+      {"all kept, two digits",
+       {{"mobile/D-main.txt.01", "y"}, {"mobile/D-main.txt.02", opening}},
+       2,
+       lost_lines::kNo,
+       0},
+      {"oldest gone",
+       {{"mobile/D-main.txt.1", "y"}, {"mobile/D-main.txt.2", "03-07 ..."}},
+       2,
+       lost_lines::kYes,
+       0},
+      {"one missing between",
+       {{"mobile/D-main.txt.1", "y"}, {"mobile/D-main.txt.3", opening}},
+       2,
+       lost_lines::kYes,
+       0},
+      {"another kind of file", {{"fingerprint/qsee_log.txt.1", "?"}}, 1, lost_lines::kUnknown, 0},
+      {"replaced",
+       {{"mobile/D-radio_1.txt", ""}, {"mobile/D-radio_2.txt", ""}},
+       0,
+       lost_lines::kNo,
+       2},
+      {"no replacement",
+       {{"mobile/D_2-radio.txt", ""}, {"mobile/notes_1.txt", ""}, {"mobile/-radio_.txt", ""}},
+       0,
+       lost_lines::kNo,
+       0},
+      {"no generation", {{"mobile/V1.02-x", ""}, {"a.1/b.c", ""}}, 0, lost_lines::kNo, 0},
+  };
+  for (const auto& row : rows) {
+    bench_client client;
+    for (const auto& [path, content] : row.files) {
+      client.tree.put("sdcard/zelkalog/1#03-07_14-05-09/" + std::string(path), content);
+    }
+    const std::vector<run_report> runs = read_runs(client.env);
+    ASSERT_EQ(runs.size(), 1u);
+    EXPECT_EQ(runs[0].replaced.size(), row.replaced) << row.what;
+    ASSERT_EQ(runs[0].rotated.size(), row.generations == 0 ? 0u : 1u) << row.what;
+    if (row.generations == 0) continue;
+    EXPECT_EQ(runs[0].rotated[0].generations, row.generations) << row.what;
+    EXPECT_EQ(runs[0].rotated[0].lost, row.lost) << row.what;
+  }
+}
+
+std::string diary_line(const std::string& function, const std::string& message) {
+  return "26-03-07 14:05:09 || harrowmossd [20, 20] commands|" + function + "|7:: " + message;
+}
+
+TEST(CtlProgress, KnowsStepsByFunctionAndMessage) {
+  const struct {
+    std::string line;
+    const char* step;
+  } rows[] = {
+      {diary_line("start_debug_log", "current work dir : 12#03-07_14-05-09"),
+       "new run 12#03-07_14-05-09"},
+      {diary_line("catcher_net_log", "function invoked"), "starting net"},
+      {diary_line("do_get_version", "function invoked"), ""},
+      {diary_line("x", "wait timeout 15s"), "waiting for the vendor's moves, at most 15s"},
+      {diary_line("x", "a move all log start=1"), ""},
+      {"", ""},
+      {"] :: |", ""},
+      {"no line of the diary", ""},
+  };
+  for (const auto& row : rows) EXPECT_EQ(progress_step(row.line), row.step) << row.line;
+}
+
+TEST(CtlProgress, FollowsTheDiaryThroughItsRotation) {
+  temporary_tree tree;
+  const std::string log = tree.root() + "/log";
+  tree.put("log", diary_line("f", "move all log start=1") + "\n");  // an earlier stop
+  char* text = nullptr;
+  size_t size = 0;
+  FILE* out = open_memstream(&text, &size);
+  {
+    progress_lines progress(log, out);
+    progress.look();
+    const std::string line = diary_line("f", "kill debug group start") + "\n";
+    tree.put("log", line.substr(0, 30));
+    progress.look();
+    tree.put("log", line.substr(30) + diary_line("f", "kill debug group end") + "\n");
+    std::filesystem::rename(log, log + ".1");
+    tree.put("log", diary_line("f", "kill vesk group end") + "\n");
+    progress.look();
+    progress.look();
+  }
+  fclose(out);
+  std::string steps(text, size);
+  free(text);
+  for (size_t at; (at = steps.find('[')) != std::string::npos;) {  // the times are not the matter
+    steps.erase(at, steps.find(']') + 2 - at);
+  }
+  EXPECT_EQ(steps, "ending the workers\nending the logcats\nevery worker has ended\n");
+}
+
+}  // namespace

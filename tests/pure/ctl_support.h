@@ -1,0 +1,86 @@
+// What the client's tests share: hexadecimal, throw-away directories, a client without a phone.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <stdio.h>
+#include <stdlib.h>
+
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "client/commands.h"
+
+// "01 ff" as bytes; blanks are for the reader.
+inline std::string from_hex(const std::string& text) {
+  std::string bytes, digits;
+  for (const char c : text) {
+    if (c != ' ') digits += c;
+  }
+  for (size_t i = 0; i + 1 < digits.size(); i += 2) {
+    bytes += static_cast<char>(std::stoi(digits.substr(i, 2), nullptr, 16));
+  }
+  return bytes;
+}
+
+inline bool holds(const std::string& text, const std::string& piece) {
+  return text.find(piece) != std::string::npos;
+}
+
+class temporary_tree {
+ public:
+  temporary_tree() {
+    char path[] = "/tmp/ctl-test-XXXXXX";
+    root_ = mkdtemp(path);
+  }
+  ~temporary_tree() { std::filesystem::remove_all(root_); }
+  const std::string& root() const { return root_; }
+  // Makes the parents too.
+  void put(const std::string& path, const std::string& content) const {
+    const std::filesystem::path file = root_ + "/" + path;
+    std::filesystem::create_directories(file.parent_path());
+    std::ofstream(file, std::ios::app) << content;
+  }
+
+ private:
+  std::string root_;
+};
+
+// An environment without a phone: properties from a map, everything else below a temporary root.
+// `out` and `err` are what a command printed.
+struct bench_client {
+  temporary_tree tree;
+  std::map<std::string, std::string> properties;
+  environment env;
+  std::string out, err;
+
+  bench_client() {
+    env.dial = [] { return errno = ENOENT, -1; };
+    env.property = [this](const char* key, const char* fallback) {
+      const auto found = properties.find(key);
+      return found == properties.end() || found->second.empty() ? fallback : found->second;
+    };
+    env.progress = false;
+    env.proc = tree.root() + "/proc";
+    env.store = tree.root() + "/sdcard/zelkalog";
+    env.working = tree.root() + "/data/misc/zelkalog";
+    env.self_log = env.working + "/.logger/harrowmossd.txt";
+  }
+
+  int run(const std::vector<std::string>& words) {
+    char* texts[2] = {};
+    size_t sizes[2] = {};
+    env.out = open_memstream(&texts[0], &sizes[0]);
+    env.err = open_memstream(&texts[1], &sizes[1]);
+    const int code = run_client(words, env);
+    fclose(env.out);
+    fclose(env.err);
+    out.assign(texts[0], sizes[0]);
+    err.assign(texts[1], sizes[1]);
+    free(texts[0]);
+    free(texts[1]);
+    return code;
+  }
+};

@@ -1,0 +1,293 @@
+// harrowmossctl as functions over values: command line, replies, texts.
+#include <binder/Parcel.h>
+#include <gtest/gtest.h>
+#include <string.h>
+
+#include "client/json.h"
+#include "client/reply.h"
+#include "client/requests.h"
+#include "client/text.h"
+#include "tests/pure/ctl_support.h"
+
+namespace {
+
+const request_name& request(int32_t code) {
+  return kRequestNames[code - 1];
+}
+
+TEST(CtlCommandLine, IsUnderstood) {
+  const struct {
+    std::vector<std::string> words;
+    const char* command;
+    std::vector<std::string> arguments;
+    int timeout_ms;
+    bool json;
+  } rows[] = {
+      {{"version"}, "version", {}, 10'000, false},
+      {{"--json", "stop"}, "stop", {}, 540'000, true},
+      {{"start", "net", "--json"}, "start", {"net"}, 960'000, true},
+      {{"feedback", "--select=anr", "/sdcard/x"}, "feedback", {"/sdcard/x"}, 120'000, false},
+      {{"--select", "anr", "feedback", "/sdcard/x"}, "feedback", {"/sdcard/x"}, 120'000, false},
+      {{"--timeout", "0.25", "version"}, "version", {}, 250, false},
+      {{"version", "--timeout=3"}, "version", {}, 3000, false},
+      {{"start", "--", "--json"}, "start", {"--json"}, 960'000, false},
+      {{"delete-logs", "--yes"}, "delete-logs", {}, 540'000, false},
+      {{"delete-logs", "--dry-run"}, "delete-logs", {}, 540'000, false},
+      {{"raw", "--yes", "01", "02"}, "raw", {"01", "02"}, 120'000, false},
+      {{"start", "--help"}, "start", {}, 0, false},
+  };
+  for (const auto& row : rows) {
+    invocation call;
+    std::string error;
+    ASSERT_TRUE(parse_command_line(row.words, &call, &error)) << error;
+    EXPECT_STREQ(call.what->name, row.command);
+    EXPECT_EQ(call.arguments, row.arguments) << row.command;
+    EXPECT_EQ(call.timeout.count(), row.timeout_ms) << row.command;
+    EXPECT_EQ(call.json, row.json) << row.command;
+  }
+}
+
+TEST(CtlCommandLine, MisuseEndsWith2AndSaysWhy) {
+  const struct {
+    std::vector<std::string> words;
+    const char* said;
+  } rows[] = {
+      {{}, "no command"},
+      {{"sttaus"}, "no command \"sttaus\""},
+      {{"help", "sttaus"}, "no command \"sttaus\""},
+      {{"version", "--jsno"}, "unknown option --jsno"},
+      {{"version", "-x"}, "unknown option -x"},
+      {{"version", "extra"}, "usage: harrowmossctl version"},
+      {{"start"}, "usage: harrowmossctl start TYPES"},
+      {{"start", "mobil"}, "\"mobil\""},
+      {{"--timeout"}, "wants a value"},
+      {{"version", "--timeout", "0"}, "--timeout"},
+      {{"version", "--timeout", "-1"}, "--timeout"},
+      {{"version", "--timeout", "1s"}, "--timeout"},
+      {{"version", "--timeout", "nan"}, "--timeout"},
+      {{"version", "--timeout", "1e99"}, "--timeout"},
+      {{"status", "--dry-run"}, "--dry-run"},
+      {{"start", "net", "--select", "anr"}, "--select"},
+      {{"feedback", "/sdcard/x"}, "--select"},
+      {{"feedback", "--select", "net", "/sdcard/x"}, "\"net\""},
+      {{"feedback", "--select", "anr", "relative/x"}, "absolute"},
+      {{"delete-logs"}, "--yes"},
+      {{"raw", "0100"}, "--yes"},
+      {{"raw", "--yes", "010"}, "hexadecimal"},
+      {{"raw", "--yes", "zz"}, "hexadecimal"},
+      {{"raw", "--yes", std::string(2 * 342, 'f')}, "aborts"},
+      {{"raw", "--yes", ""}, "0 bytes"},
+  };
+  for (const auto& row : rows) {
+    bench_client client;
+    EXPECT_EQ(client.run(row.words), EXIT_USAGE) << row.said;
+    EXPECT_TRUE(holds(client.err, row.said)) << client.err;
+    EXPECT_EQ(client.out, "");
+  }
+}
+
+TEST(CtlCommandLine, EveryRequestIsACommandAndEveryCommandHasHelp) {
+  bench_client client;
+  EXPECT_EQ(client.run({"--help"}), EXIT_OK);
+  const std::string help = client.out;
+  for (const request_name& row : kRequestNames) {
+    const command* found = find_command(row.command);
+    ASSERT_NE(found, nullptr) << row.command;
+    EXPECT_EQ(found->request, &row) << row.command;
+    EXPECT_TRUE(holds(help, std::string("\n  ") + row.command + " ")) << row.command;
+    EXPECT_EQ(client.run({"help", row.command}), EXIT_OK);
+    EXPECT_TRUE(holds(client.out, std::string("usage: harrowmossctl ") + row.command));
+  }
+}
+
+TEST(CtlDestination, KeepsRootsShellAndTheRootDirectoryOut) {
+  const struct {
+    std::string path;
+    const char* refused;  // "" when it may be used
+  } rows[] = {
+      {"/sdcard/report", ""},
+      {"/sdcard/report/", ""},
+      {"/sdcard//a-b_c.d,e+f=g:h#i@j%k/1", ""},
+      {"/sdcard/..a/b..", ""},
+      {"", "absolute"},
+      {"report", "absolute"},
+      {"./sdcard/x", "absolute"},
+      {"/", "two levels"},
+      {"/sdcard", "two levels"},
+      {"//sdcard//", "two levels"},
+      {"/sdcard/..", "\"..\""},
+      {"/sdcard/../x/y", "\"..\""},
+      {"/sdcard/./x", "\"..\""},
+      {"/sdcard/a b", "may hold"},
+      {"/sdcard/$x", "may hold"},
+      {"/sdcard/a;b", "may hold"},
+      {"/sdcard/`x`", "may hold"},
+      {"/sdcard/*", "may hold"},
+      {"/sdcard/a\nb", "may hold"},
+      {"/sdcard/\xc3\xa9", "may hold"},
+      {std::string("/sdcard/a\0b", 11), "may hold"},
+  };
+  for (const auto& row : rows) {
+    const std::string error = check_destination(row.path);
+    if (*row.refused == '\0') {
+      EXPECT_EQ(error, "") << row.path;
+    } else {
+      EXPECT_TRUE(holds(error, row.refused)) << row.path << ": " << error;
+    }
+  }
+}
+
+struct reply_row {
+  int32_t code;
+  const char* behind_serial;  // hex
+  const char* text;
+  const char* result;  // JSON
+};
+
+TEST(CtlReply, IsToldToPeopleAndScripts) {
+  const reply_row rows[] = {
+      {1, "01000000", "protocol version 1", "1"},
+      {2, "00000000", "debug logging is started", "0"},
+      {2, "", "(no change)", "null"},
+      {2, "fbffffff", "the daemon reports failure (-5)", "-5"},
+      {4, "", "does nothing", "null"},
+      {6, "01000000", "collected", "1"},
+      {6, "", "(nothing collected)", "null"},
+      {7, "00000000", "build state 0 (intact)", "0,\"meaning\":\"intact\""},
+      {7, "07000000", "build state 7", "7"},
+      {8, "ffffffff", "(-1): debug logging with MPSSDump is not on", "-1"},
+      {9, "04000000 61626364 00000000", "abcd", "\"abcd\""},  // padding grows with the terminator
+      {9, "03000000 61626300", "abc", "\"abc\""},
+      {9, "00000000 00000000", "(no run yet)", "\"\""},
+      {10, "ffffffff", "does not know this request", "-1"},
+      {12, "ffffffff", "does not know this request", "-1"},
+      {12, "", "all logs are deleted", "null"},
+      {16, "04000000 3a5b0a5d 00000000", ":[\n]", "\":[\\u000a]\""},
+      {16, "02000000 1bff0000", "\\x1b\\xff", "\"\\u001b\xef\xbf\xbd\""},
+  };
+  for (const reply_row& row : rows) {
+    const std::string head{static_cast<char>(row.code), 0, 0, 0, 9, 0, 0, 0, 0, 0, 0, 0};
+    reply answer;
+    std::string error;
+    ASSERT_TRUE(
+        decode_reply(head + from_hex(row.behind_serial), request(row.code), 9, &answer, &error))
+        << row.code << ": " << error;
+    EXPECT_TRUE(holds(reply_text(answer, request(row.code)), row.text))
+        << reply_text(answer, request(row.code));
+    EXPECT_TRUE(
+        holds(reply_json(answer, request(row.code), ""), std::string("\"result\":") + row.result))
+        << reply_json(answer, request(row.code), "");
+  }
+}
+
+// The daemon writes with the platform's class, which the decoder does not use.
+TEST(CtlReply, IsReadAsThePlatformWritesIt) {
+  for (const char* text : {"", "a", "abc", "abcd", "12#03-07_14-05-09"}) {
+    android::Parcel parcel;
+    parcel.writeInt32(9);
+    parcel.writeInt64(INT64_MIN + 7);
+    parcel.writeInt32(static_cast<int32_t>(strlen(text)));
+    parcel.writeCString(text);
+    const std::string bytes(reinterpret_cast<const char*>(parcel.data()), parcel.dataSize());
+    reply answer;
+    std::string error;
+    EXPECT_TRUE(decode_reply(bytes, request(9), INT64_MIN + 7, &answer, &error)) << error;
+    EXPECT_EQ(answer.text, text);
+  }
+}
+
+TEST(CtlReply, IsRefusedWhenItLies) {
+  const struct {
+    int32_t code;
+    const char* bytes;
+    const char* said;
+  } rows[] = {
+      {1, "", "0 bytes"},
+      {1, "01000000 0900000000000000 010000", "just a number"},             // cut in the number
+      {1, "01000000 09000000000000", "11 bytes"},                           // cut in the serial
+      {1, "01000000 0900000000000000 01000000 00000000", "just a number"},  // more than asked for
+      {1, "02000000 0900000000000000 01000000", "request 2"},
+      {1, "01000000 0800000000000000 01000000", "serial 8"},
+      {1, "01000000 0900000001000000 01000000", "serial 4294967305"},  // the upper half counts
+      {4, "04000000 0900000000000000 00000000", "nothing behind"},
+      {9, "09000000 0900000000000000 03000000", "a text"},
+      {9, "09000000 0900000000000000 04000000 61626364", "does not match"},  // no terminator
+      {9, "09000000 0900000000000000 02000000 61626300", "does not end"},
+      {9, "09000000 0900000000000000 03000000 61620000", "does not end"},
+      {9, "09000000 0900000000000000 02000000 61620001", "does not end"},  // padding is zero
+      {9, "09000000 0900000000000000 03000000 61626300 00000000", "does not match"},
+      {9, "09000000 0900000000000000 ffffffff 61626300", "does not match"},
+      {9, "09000000 0900000000000000 ffffff7f 61626300", "does not match"},
+      {9, "09000000 0900000000000000 fcffffff 61626300", "does not match"},
+  };
+  for (const auto& row : rows) {
+    reply answer;
+    std::string error;
+    EXPECT_FALSE(decode_reply(from_hex(row.bytes), request(row.code), 9, &answer, &error))
+        << row.bytes;
+    EXPECT_TRUE(holds(error, row.said)) << row.bytes << ": " << error;
+  }
+}
+
+TEST(CtlJson, HoldsAnyBytes) {
+  const struct {
+    std::string bytes;
+    const char* json;
+  } rows[] = {
+      {"", "\"\""},
+      {"a\"b\\c/", "\"a\\\"b\\\\c/\""},
+      {std::string("\0\n\t\x1f\x7f", 5), "\"\\u0000\\u000a\\u0009\\u001f\\u007f\""},
+      {"\xc3\xa9\xf0\x9f\x98\x80", "\"\xc3\xa9\xf0\x9f\x98\x80\""},
+      {"\xff"
+       "a",
+       "\"\xef\xbf\xbd"
+       "a\""},
+      {"\xe2\x82"
+       "x",
+       "\"\xef\xbf\xbd\xef\xbf\xbdx\""},  // a cut character takes nothing with it
+      {"\xed\xa0\x80", "\"\xef\xbf\xbd\xef\xbf\xbd\xef\xbf\xbd\""},  // nor does a surrogate
+      {"\xc3", "\"\xef\xbf\xbd\""},
+  };
+  for (const auto& row : rows) EXPECT_EQ(json_writer().string(row.bytes).text(), row.json);
+
+  json_writer json;
+  json.begin_object().key("a").begin_array().number(-1).null().begin_object().end_object();
+  json.end_array().flag("b", false).member("c", "d").end_object();
+  EXPECT_EQ(json.text(), R"({"a":[-1,null,{}],"b":false,"c":"d"})");
+}
+
+TEST(CtlText, CannotSteerATerminal) {
+  const struct {
+    const char* bytes;
+    const char* shown;
+  } rows[] = {
+      {"plain\nlines \xc3\xa9", "plain\nlines \xc3\xa9"},
+      {"\x1b[2J", "\\x1b[2J"},
+      {"a\rb\x7f", "a\\x0db\\x7f"},
+      {"\xc2\x9b"
+       "31m",
+       "\\xc2\\x9b31m"},  // one-character CSI
+      {"\xc2", "\\xc2"},
+  };
+  for (const auto& row : rows) EXPECT_EQ(printable(row.bytes), row.shown);
+}
+
+TEST(CtlDryRun, ShowsTheFrameAndConnectsToNobody) {
+  bench_client client;
+  client.env.dial = []() -> int {
+    ADD_FAILURE() << "connected";
+    return -1;
+  };
+  const std::string target = client.tree.root() + "/bundle";
+  EXPECT_EQ(client.run({"feedback", "--dry-run", "--select", "anr", target}), EXIT_OK);
+  for (const char* piece : {"6 feedback", "anr (0x40)", "nothing was sent"}) {
+    EXPECT_TRUE(holds(client.out, piece)) << client.out;
+  }
+  EXPECT_FALSE(std::filesystem::exists(target));
+  EXPECT_EQ(client.run({"start", "0x801", "--dry-run", "--json"}), EXIT_OK);
+  EXPECT_TRUE(holds(client.out, "\"frame\":\"10 00 02 00 00 00 02 00")) << client.out;
+  EXPECT_TRUE(holds(client.out, "\"mobile,0x800 (0x801)\"")) << client.out;
+  EXPECT_TRUE(holds(client.err, "bits 0x800 select nothing")) << client.err;
+}
+
+}  // namespace

@@ -1,0 +1,210 @@
+#include <binder/Parcel.h>
+#include <gtest/gtest.h>
+
+#include <set>
+
+#include "protocol/encode.h"
+#include "protocol/names.h"
+#include "tests/pure/ctl_support.h"
+
+namespace {
+
+constexpr int64_t kSerial = 0x1122334455667788;
+constexpr const char* kSerialHex = "8877665544332211";
+
+const request_name& request(int32_t code) {
+  return kRequestNames[code - 1];
+}
+
+TEST(ProtocolEncoder, WritesEveryRequestAsItStandsOnTheWire) {
+  const std::string path = "02000000 2f00 6100 0000 0000";  // "/a": 2 units, terminator, padding
+  const struct {
+    int32_t code;
+    std::string frame;  // "S" stands for the serial
+  } rows[] = {
+      {1, "0c00 01000000 S"},         {2, "1000 02000000 S 05000100"},
+      {3, "0c00 03000000 S"},         {4, "0c00 04000000 S"},
+      {5, "0c00 05000000 S"},         {6, "2000 06000000 S 05000100" + path + "00000000"},
+      {7, "0c00 07000000 S"},         {8, "0c00 08000000 S"},
+      {9, "0c00 09000000 S"},         {10, "0c00 0a000000 S"},
+      {11, "0c00 0b000000 S"},        {12, "0c00 0c000000 S"},
+      {13, "0c00 0d000000 S"},        {14, "1800 0e000000 S" + path},
+      {15, "1800 0f000000 S" + path}, {16, "0c00 10000000 S"},
+  };
+  ASSERT_EQ(std::size(rows), std::size(kRequestNames));
+  for (const auto& row : rows) {
+    std::string expected = row.frame;
+    expected.replace(expected.find('S'), 1, kSerialHex);
+    request_frame frame;
+    std::string error;
+    ASSERT_TRUE(encode_request(request(row.code), kSerial, {0x10005, "/a"}, &frame, &error));
+    EXPECT_EQ(frame.bytes, from_hex(expected)) << row.code;
+
+    size_t end = 0;  // the shown fields cover the frame without gaps
+    for (const frame_field& field : frame.fields) {
+      EXPECT_EQ(field.offset, end) << field.name;
+      end += field.size;
+    }
+    EXPECT_EQ(end, frame.bytes.size());
+  }
+}
+
+// The daemon reads with the platform's class, which the encoder does not use.
+TEST(ProtocolEncoder, IsReadAlikeByThePlatform) {
+  for (const char* path : {"", "/a", "/ab", "/sdcard/report", "\xf0\x9f\x98\x80"}) {
+    request_frame frame;
+    std::string error;
+    ASSERT_TRUE(encode_request(request(6), kSerial, {-2, path}, &frame, &error)) << error;
+    android::Parcel parcel;
+    parcel.setData(reinterpret_cast<const uint8_t*>(frame.bytes.data()) + 2,
+                   frame.bytes.size() - 2);
+    EXPECT_EQ(parcel.readInt32(), 6);
+    EXPECT_EQ(parcel.readInt64(), kSerial);
+    EXPECT_EQ(parcel.readInt32(), -2);
+    size_t length = 99;
+    const char16_t* units = parcel.readString16Inplace(&length);
+    ASSERT_NE(units, nullptr) << path;
+    std::u16string expected;
+    ASSERT_TRUE(utf8_to_utf16(path, &expected));
+    EXPECT_EQ(std::u16string(units, length), expected);
+    EXPECT_EQ(parcel.dataAvail(), 4u) << path;  // the unused number is still to come
+    EXPECT_EQ(parcel.readInt32(), 0);
+  }
+}
+
+TEST(ProtocolEncoder, TurnsUtf8IntoUtf16) {
+  const struct {
+    const char* utf8;
+    const char* units;  // little-endian
+  } good[] = {
+      {"", ""},
+      {"41 00 42", "4100 0000 4200"},
+      {"c2 80", "8000"},
+      {"df bf", "ff07"},
+      {"e0 a0 80", "0008"},
+      {"ed 9f bf ee 80 80", "ffd7 00e0"},  // the neighbours of the surrogates
+      {"ef bf bf", "ffff"},
+      {"f0 90 80 80", "00d8 00dc"},
+      {"f0 9f 98 80", "3dd8 00de"},
+      {"f4 8f bf bf", "ffdb ffdf"},
+  };
+  for (const auto& row : good) {
+    std::u16string units;
+    ASSERT_TRUE(utf8_to_utf16(from_hex(row.utf8), &units)) << row.utf8;
+    const std::string bytes(reinterpret_cast<const char*>(units.data()), units.size() * 2);
+    EXPECT_EQ(bytes, from_hex(row.units)) << row.utf8;
+  }
+  const char* const bad[] = {
+      "80",          "bf",
+      "c2",          "c2 41",
+      "e2 82",       "f0 9f 98",  // cut
+      "c0 80",       "c1 bf",
+      "e0 9f bf",    "f0 8f bf bf",  // overlong
+      "ed a0 80",    "ed bf bf",     // surrogates
+      "f4 90 80 80", "f8 88 80 80 80",
+      "ff",  // beyond
+  };
+  for (const char* text : bad) {
+    std::u16string units;
+    EXPECT_FALSE(utf8_to_utf16(from_hex(text), &units)) << text;
+    request_frame frame;
+    std::string error;
+    EXPECT_FALSE(encode_request(request(14), 1, {0, "/a/" + from_hex(text)}, &frame, &error));
+    EXPECT_FALSE(error.empty());
+  }
+}
+
+TEST(ProtocolEncoder, RefusesWhatTheDaemonWouldNotServeOrSurvive) {
+  const struct {
+    size_t count;
+    char byte;
+    bool sent;
+  } rows[] = {
+      {0, '\x0', false},     // it hangs up on length 0
+      {1, '\x0', true},      //
+      {511, '\x0f', true},   // two characters a byte: 1022
+      {512, '\x0f', false},  // 1024
+      {341, '\x10', true},   // three characters a byte: 1023, the most that fits
+      {342, '\x10', false},  //
+      {341, '\xff', true},   // a signed byte must not count as small
+      {342, '\xff', false},  //
+      {1024, '\x0', false},  // longer than any frame
+  };
+  for (const auto& row : rows) {
+    std::string frame, error;
+    EXPECT_EQ(frame_payload(std::string(row.count, row.byte), &frame, &error), row.sent)
+        << row.count << " x " << int{row.byte};
+    EXPECT_EQ(error.empty(), row.sent);
+    EXPECT_EQ(frame.size(), row.sent ? row.count + 2 : 0);
+  }
+  EXPECT_EQ(dump_text_length(from_hex("00 0f 10 ff")), std::string("0-f-10-ff-").size());
+
+  // A path of ASCII letters takes five characters a letter.
+  request_frame frame;
+  std::string error;
+  EXPECT_TRUE(encode_request(request(14), 1, {0, "/" + std::string(190, 'a')}, &frame, &error));
+  EXPECT_FALSE(encode_request(request(14), 1, {0, "/" + std::string(210, 'a')}, &frame, &error));
+}
+
+TEST(ProtocolNames, ReadListsOfNamesAndNumbers) {
+  const struct {
+    const mask_words& words;
+    const char* text;
+    int32_t mask;
+    const char* shown;
+  } rows[] = {
+      {kLoggerTypeWords, "mobile", 0x1, "mobile"},
+      {kLoggerTypeWords, "net,mobile", 0x5, "mobile,net"},
+      {kLoggerTypeWords, "MPSSDUMP,anrdumpsys", 0x2400, "MPSSDump,anrDumpsys"},
+      {kLoggerTypeWords, "5", 0x5, "mobile,net"},
+      {kLoggerTypeWords, "0x5,touch", 0x15, "mobile,net,touch"},
+      {kLoggerTypeWords, "mobile,longlogcat", 0x10001, "mobile,longlogcat"},
+      {kLoggerTypeWords, "0x40800", 0x40800, "0x40800"},
+      {kLoggerTypeWords, "0", 0, "none"},
+      {kLoggerTypeWords, "none", 0, "none"},
+      {kLoggerTypeWords, "0x7fffffff", 0x7fffffff, nullptr},
+      {kLoggerTypeWords, "all", 0x77ff, nullptr},
+      {kFeedbackWords, "all", 0x1fff0, nullptr},
+      {kFeedbackWords, "tombstone,general", 0x30, "general,tombstone"},
+      {kFeedbackWords, "memory", 0x100, "memory"},  // a logger type has the same name, not the bit
+  };
+  for (const auto& row : rows) {
+    int32_t mask = -1;
+    std::string error;
+    ASSERT_TRUE(parse_mask(row.words, row.text, &mask, &error)) << row.text << ": " << error;
+    EXPECT_EQ(mask, row.mask) << row.text;
+    const std::string shown = mask_text(row.words, mask);
+    EXPECT_EQ(shown, row.shown == nullptr ? shown : row.shown) << row.text;
+    int32_t again = -1;
+    EXPECT_TRUE(parse_mask(row.words, shown, &again, &error)) << shown;
+    EXPECT_EQ(again, mask) << shown;
+  }
+}
+
+TEST(ProtocolNames, RefuseWhatIsNoNameAndNoNumber) {
+  const char* const rows[] = {"",           ",",          "mobile,",    "mobile,,net", "mobil",
+                              "mobile net", "0x",         "0x-1",       "-1",          "5x",
+                              " 5",         "0x80000000", "4294967295", "general"};
+  for (const char* text : rows) {
+    int32_t mask = 77;
+    std::string error;
+    EXPECT_FALSE(parse_mask(kLoggerTypeWords, text, &mask, &error)) << text;
+    EXPECT_EQ(mask, 77) << text;
+    EXPECT_TRUE(holds(error, "fingerprint")) << "an error teaches the names: " << error;
+  }
+}
+
+TEST(ProtocolNames, AreDistinctInAnyCase) {
+  for (const mask_words* words : {&kLoggerTypeWords, &kFeedbackWords}) {
+    std::set<std::string> seen = {"all", "none"};
+    const auto add = [&](const named_bit& row) {
+      std::string name = row.name;
+      for (char& c : name) c = static_cast<char>(tolower(c));
+      EXPECT_TRUE(seen.insert(name).second) << name;
+    };
+    for (size_t i = 0; i < words->row_count; ++i) add(words->rows[i]);
+    for (size_t i = 0; i < words->extra_count; ++i) add(words->extra[i]);
+  }
+}
+
+}  // namespace
