@@ -181,6 +181,12 @@ int signal_group(pid_t leader, int sig) {
   return group_result == 0 || leader_result == 0 ? 0 : -1;
 }
 
+void signal_with_its_group(pid_t pid, int sig) {
+  const pid_t process_group = is_ours(pid) ? getpgid(pid) : -1;
+  if (process_group > 1 && process_group != getpgrp()) kill(-process_group, sig);
+  signal_process(pid, sig);
+}
+
 void kill_with_group(pid_t pid) {
   signal_group(pid, SIGKILL);
 }

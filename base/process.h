@@ -58,6 +58,10 @@ int signal_process(pid_t pid, int sig);
 // be gone), and then to the leader. Returns 0 when anything was signalled, else -1.
 int signal_group(pid_t leader, int sig);
 
+// Sends `sig` to our child `pid` and to the process group that it is in, unless that is this
+// process's own. For what a dead worker left behind: its group has lost its leader.
+void signal_with_its_group(pid_t pid, int sig);
+
 // Ends `pid` and the group that it may lead with SIGKILL.
 void kill_with_group(pid_t pid);
 

@@ -25,10 +25,11 @@ bool is_legacy_model(const char* model) {
 }  // namespace
 
 bool is_legacy_diag_mdlog() {
-  const std::string model = get_string_prop("ro.product.model", "");
-  const bool legacy = is_legacy_model(model.c_str()) ||
-                      get_int_prop("persist.sys.zelka.diag_mdlog_use_legacy", 0) == 1;
-  LOGV("product_model=%s ,legacy=%d", model.c_str(), legacy);
+  char model[PROPERTY_VALUE_MAX] = {};  // no std::string: the watchdog's handler comes by here
+  property_get("ro.product.model", model, "");
+  const bool legacy =
+      is_legacy_model(model) || get_int_prop("persist.sys.zelka.diag_mdlog_use_legacy", 0) == 1;
+  LOGV("product_model=%s ,legacy=%d", model, legacy);
   return legacy;
 }
 

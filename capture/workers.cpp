@@ -59,7 +59,7 @@ bool end_leftovers_with(int sig, int milliseconds, const pid_t* spared, int coun
           std::find(signalled, signalled + signalled_count, pids[i]) != signalled + signalled_count;
       if (!known && signalled_count < kMaxChildren) {
         signalled[signalled_count++] = pids[i];
-        signal_group(pids[i], sig);
+        signal_with_its_group(pids[i], sig);
       }
       wait_within(pids[i], i == 0 ? 10 : 0, nullptr);
     }

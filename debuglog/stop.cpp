@@ -21,6 +21,8 @@
 #include "capture/workers.h"
 #include "catchers/catchers.h"
 #include "catchers/logger_types.h"
+#include "catchers/net.h"
+#include "catchers/watchdog.h"
 #include "debuglog/commands.h"
 #include "debuglog/harvest.h"
 #include "feedback/feedback.h"
@@ -36,7 +38,6 @@
 namespace {
 
 constexpr char kLogSource[] = "commands";
-constexpr char kPowerSwitch[] = "/sys/zelka_power_debug/enable";
 constexpr int kWorkerTicks = 30;  // of 100 ms: a worker's bound, about 3.1 s
 
 // ---- Closing and switching off: a function for each step, run in the order of kClosingSteps. ----
@@ -50,33 +51,8 @@ void stop_router_log() {
   property_set("persist.sys.qtrlog.enable", "0");
 }
 
-void stop_wifi_log() {
-  LOGD("function invoked");
-  if (!has_logger_type(kTypeWifi)) return;
-  LOGD("now stopping wifi log...");
-  property_set("sys.zelka.wifi.log", "disable");
-}
-
-void stop_sensor_log() {
-  LOGD("function invoked");
-  if (!has_logger_type(kTypeSensor)) return;
-  LOGE("stop sensor log");
-  property_set("sys.zelka.harrowmossd.sensorlog_state", "0");
-  run_shell("echo 0 > /sys/class/light/light/debug");
-}
-
-void stop_power_log() {
-  LOGD("function invoked");
-  if (!has_logger_type(kTypePower)) return;
-  LOGD("stop power log");
-  property_set("persist.service.powersave.logs", "0");
-  const std::string dir = std::string(s_log_store_path) + "/power";
-  creat_dir(dir.c_str());
-  const std::string command =
-      std::string("/system/bin/sh /system/etc/power_logs_stop.sh ") + s_log_store_path + " " + dir;
-  run_tool(command.c_str());
-  scoped_fd fd(open(kPowerSwitch, O_RDWR | O_CLOEXEC));
-  if (fd.valid()) (void)!write(fd.get(), "0", 1);
+void stop_power() {
+  stop_power_log(s_log_store_path);
 }
 
 // Crash artefacts are copied: their owners keep them.
@@ -103,43 +79,15 @@ void stop_modem_dump() {
   property_set("sys.zelka.modemdump", "off");
 }
 
-void stop_dump_log() {
+void stop_systrace_log() {
   LOGD("function invoked");
-  if (get_int_prop("persist.sys.zelka.release", 0) != 1) return;
-  LOGE("stop dump log");
-  property_set("persist.sys.ssr.restart_level", "3");
-  property_set("persist.sys.ap.restart_level", "0");
-  property_set("persist.sys.zelka_pwrkey_dump", "0");
-}
-
-void stop_core_dump_log() {
-  LOGD("function invoked");
-  property_set("persist.debug.trace", "0");
+  if (!has_logger_type(kTypeSystrace)) return;
+  do_move_traces(nullptr);
+  stop_systrace_service();
 }
 
 void stop_touch_log() {
   stop_tp_log();
-}
-
-void stop_memory_log() {
-  LOGD("function invoked");
-  if (!has_logger_type(kTypeMemory)) return;
-  LOGD("stop memory log");
-  property_set("persist.sys.memory.debug.enable", "0");
-}
-
-void stop_anr_dumpsys_log() {
-  LOGD("function invoked");
-  if (!has_logger_type(kTypeAnrDumpsys)) return;
-  LOGD("stop anr dumpsys log");
-  property_set("persist.sys.dumpsys.enable", "0");
-}
-
-void stop_mpss_dump_log() {
-  LOGD("function invoked");
-  if (!has_logger_type(kTypeMpssDump)) return;
-  LOGD("stop mpss dump log");
-  property_set("persist.radio.start_ind", "off");
 }
 
 void stop_ipc_router_debug() {
@@ -165,14 +113,16 @@ constexpr void (*kClosingSteps[])() = {
     do_move_vendor_logs,
     copy_apps_oom_heapdump,
     stop_sensor_log,
-    stop_power_log,
+    stop_power,
     copy_anr_traces,
     copy_leak_dumps,
     copy_bluetooth_logs,
     copy_tombstones,
     stop_modem_dump,
     stop_dump_log,
+    stop_systrace_log,
     stop_core_dump_log,
+    stop_net_cmd_log,
     stop_touch_log,
     stop_memory_log,
     stop_anr_dumpsys_log,
@@ -286,6 +236,7 @@ int stop_debug_log() {
   for (const auto step : kClosingSteps) step();
   end_workers();
   end_logging_leftovers();
+  stop_mpss_watchdog();
   get_logcat_control_message_for_debug(s_log_store_path);
   LOGE("stop debug log over.");
   move_runs();

@@ -1,0 +1,69 @@
+#include <errno.h>
+#include <stdio.h>
+#include <string.h>
+#include <unistd.h>
+
+#include "base/process.h"
+#include "base/text.h"
+#include "capture/fingerprint_dir.h"
+#include "capture/workers.h"
+#include "catchers/catchers.h"
+#include "selflog/log.h"
+#include "selflog/props.h"
+#include "storage/utils.h"
+
+namespace {
+
+constexpr char kLogSource[] = "commands";
+constexpr char kSecureWorldLog[] = "/d/tzdbg/qsee_log";
+constexpr char kTrustZoneLog[] = "/d/tzdbg/log";
+
+// Starts one copier of `source` to the end of <out_dir>/<file_name>. Its pid, or -1.
+pid_t get_fingerprint_log(const char* out_dir, const char* source, const char* file_name) {
+  char path[4096];
+  format_cut(path, "%s/%s", out_dir, file_name);
+  LOGD("%s, out:%s", source, out_dir);
+  char command[100] = {};
+  copy_or_abort(command, "cat ");
+  append_or_abort(command, source);
+  append_or_abort(command, " >> ");
+  append_or_abort(command, path);
+  const pid_t pid = fork_process(group::own);
+  if (pid == -1) {
+    LOGE("fork err:%s.\n", strerror(errno));
+    return -1;
+  }
+  if (pid == 0) {
+    LOGE("command=%s,getpid=%d", command, getpid());
+    execlp("sh", "harrowmossd-fp", "-c", command, static_cast<char*>(nullptr));
+    perror("execlp error");
+    end_process(0);
+  }
+  LOGE("fork child process, pid:%d, sh -c %s \n", pid, command);
+  add_to_debug_group(pid);
+  if (strcmp(source, kSecureWorldLog) == 0) {
+    qsee_log_pid = pid;
+    LOGD("save qsee, %s, out:%s ", source, out_dir);
+  } else if (strcmp(source, kTrustZoneLog) == 0) {
+    bsp_log_pid = pid;
+    LOGD("save bsp, %s, out:%s", source, out_dir);
+  }
+  return pid;
+}
+
+}  // namespace
+
+int catcher_fp_log(const char* log_dir, const char* name) {
+  LOGD("function invoked, parent:%s, self:%s", log_dir, name);
+  char dir[256] = {};
+  copy_or_abort(dir, log_dir);
+  append_or_abort(dir, "/");
+  append_or_abort(dir, name);
+  creat_dir(dir);
+  set_fingerprint_log_dir(dir);
+  get_fingerprint_log(dir, kSecureWorldLog, "qsee_log.txt");
+  if (is_prop_on("persist.sys.zklog.tzbsp.enable", "off")) {
+    get_fingerprint_log(dir, kTrustZoneLog, "tzbsp.txt");
+  }
+  return 0;
+}

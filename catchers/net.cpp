@@ -1,0 +1,176 @@
+#include "catchers/net.h"
+
+#include <cutils/properties.h>
+#include <errno.h>
+#include <stdio.h>
+#include <string.h>
+
+#include <algorithm>
+#include <iterator>
+#include <string>
+
+#include "base/process.h"
+#include "base/text.h"
+#include "capture/workers.h"
+#include "catchers/catchers.h"
+#include "catchers/logger_types.h"
+#include "selflog/log.h"
+#include "selflog/props.h"
+#include "storage/shell.h"
+#include "storage/utils.h"
+
+char net_log_dir[256];
+
+namespace {
+
+constexpr char kLogSource[] = "commands";
+constexpr size_t kPathSize = 256;
+constexpr size_t kLineSize = 1024;
+
+#define IP "/system/bin/ip"
+#define IPTABLES "/system/bin/iptables"
+#define IP6TABLES "/system/bin/ip6tables"
+
+// clang-format off
+constexpr net_cmd_path kSnapshot[] = {
+    {"/system/bin/date",    ""},
+    {IP,                    " xfrm state show"},
+    {IP,                    " xfrm policy show"},
+    {IP,                    " addr"},
+    {IPTABLES,              " -t raw -L -n -v"},
+    {IPTABLES,              " -t mangle -L -n -v"},
+    {IPTABLES,              " -L -n -v"},
+    {IPTABLES,              " -t nat -L -n -v"},
+    {IP6TABLES,             " -t raw -L -n -v"},
+    {IP6TABLES,             " -t mangle -L -n -v"},
+    {IP6TABLES,             " -L -n -v"},
+    {IP6TABLES,             " -t nat -L -n -v"},
+    {IP,                    " rule show"},
+    {IP,                    " -6 rule show"},
+    {IP,                    " route show table all"},
+    {IP,                    " -6 route show table all"},
+    {IP,                    " route show table rmnet_data0"},
+    {IP,                    " route show table rmnet_data1"},
+    {IP,                    " route show table rmnet_data2"},
+    {IP,                    " route show table rmnet_data7"},
+    {IP,                    " route show table r_rmnet_data0"},
+    {IP,                    " route show table r_rmnet_data1"},
+    {IP,                    " route show table r_rmnet_data2"},
+    {IP,                    " -6 route show table rmnet_data0"},
+    {IP,                    " -6 route show table rmnet_data1"},
+    {IP,                    " -6 route show table rmnet_data2"},
+    {IP,                    " -6 route show table rmnet_data7"},
+    {IP,                    " -6 route show table r_rmnet_data0"},  // r_rmnet_data1 has no IPv6 row
+    {IP,                    " -6 route show table r_rmnet_data2"},
+    {"/system/bin/cat",     " /proc/sys/net/ipv4/ip_forward"},
+    {"/system/bin/cat",     " /proc/net/ip_conntrack"},
+    {"/system/bin/dumpsys", " network_management"},
+    {"/system/bin/netstat", " -anp"},
+};
+// clang-format on
+static_assert(std::size(kSnapshot) == 33, "two snapshots are compared row by row");
+
+#undef IP
+#undef IPTABLES
+#undef IP6TABLES
+
+// <dir>/<build's display id>-netlog.pcap, blanks of the id as '-'.
+std::string capture_path(const char* dir) {
+  char display_id[PROPERTY_VALUE_MAX] = {};
+  property_get("ro.build.display.id", display_id, "zelka");
+  std::replace(display_id, display_id + strlen(display_id), ' ', '-');
+  const size_t length = strlen(dir);
+  const char* separator = length > 0 && dir[length - 1] == '/' ? "" : "/";
+  return std::string(dir) + separator + display_id + "-netlog.pcap";
+}
+
+// The capture worker's body.
+[[noreturn]] void run_capture(const char* name, const std::string& path) {
+  set_process_name(name);
+  creat_file(path.c_str());
+  std::string escaped;
+  if (append_escaped(&escaped, path.c_str())) {
+    char command[kPathSize] = {};
+    copy_or_abort(command, "/system/bin/sh /system/etc/get_net_log.sh ");
+    append_or_abort(command, escaped.c_str());
+    run_shell(command);
+  }
+  end_process(0);
+}
+
+void start_net_cmd_log() {
+  LOGD("start net cmd log");
+  if (net_log_dir[0] == '\0' || !is_logger_enabled() || !has_logger_type(kTypeNet)) return;
+  catcher_net_cmd_log(kSnapshot, std::size(kSnapshot), "iptables-start.txt");
+}
+
+void write_line(void* file, const char* line) {
+  fputs(line, static_cast<FILE*>(file));
+}
+
+void write_command_output(FILE* file, const char* command) {
+  fprintf(file, "%s\n", command);
+  fflush(file);  // what is there when a command hangs
+  char line[kLineSize];
+  if (run_shell_lines(command, kToolBoundMs, line, sizeof(line), write_line, file) == 0) {
+    fputs("\n", file);
+  } else {
+    fputs(" failed\n", file);
+  }
+}
+
+}  // namespace
+
+int catcher_net_log(const char* log_dir, const char* name) {
+  LOGD("function invoked");
+  char dir[kPathSize] = {};
+  copy_or_abort(dir, log_dir);
+  append_or_abort(dir, "/");
+  append_or_abort(dir, name);
+  creat_dir(dir);
+  copy_or_abort(net_log_dir, dir);
+  const std::string path = capture_path(dir);
+  const pid_t pid = fork_process(group::own);
+  if (pid == -1) {
+    LOGE("fork err:%s.\n", strerror(errno));
+    net_log_pid = 0;
+    return -1;
+  }
+  if (pid == 0) run_capture(name, path);
+  add_to_debug_group(pid);
+  LOGE("fork child process, pid:%d, save net pid to s_debug_group \n", pid);
+  net_log_pid = pid;
+  start_net_cmd_log();
+  return 0;
+}
+
+void catcher_net_cmd_log(const net_cmd_path* table, size_t count, const char* file_name) {
+  LOGD("function invoked");
+  if (file_name == nullptr) return;
+  char path[kPathSize] = {};
+  copy_or_abort(path, net_log_dir);
+  append_or_abort(path, "/");
+  append_or_abort(path, file_name);
+  if (creat_file(path) < 0) return;
+  FILE* file = fopen(path, "w+e");
+  if (file == nullptr) return;
+  for (size_t i = 0; i < count; i++) {
+    if (table[i].cmd == nullptr || table[i].args == nullptr) continue;
+    char command[kPathSize] = {};
+    copy_or_abort(command, table[i].cmd);
+    append_or_abort(command, table[i].args);
+    write_command_output(file, command);
+  }
+  fclose(file);
+}
+
+void stop_net_cmd_log() {
+  LOGD("function invoked");
+  if (net_log_dir[0] == '\0') return;
+  const std::string enable = get_string_prop(kEnableProp, "on");
+  if (starts_with(enable.c_str(), "off") && has_logger_type(kTypeNet)) {
+    LOGD("stop net cmd log");
+    catcher_net_cmd_log(kSnapshot, std::size(kSnapshot), "iptables-stop.txt");
+  }
+  net_log_dir[0] = '\0';
+}

@@ -1,0 +1,95 @@
+#include <cutils/properties.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <string.h>
+#include <unistd.h>
+
+#include "base/process.h"
+#include "base/scoped.h"
+#include "base/text.h"
+#include "capture/workers.h"
+#include "catchers/catchers.h"
+#include "catchers/logger_types.h"
+#include "selflog/log.h"
+#include "selflog/props.h"
+#include "storage/shell.h"
+#include "storage/utils.h"
+
+namespace {
+
+constexpr char kLogSource[] = "commands";
+constexpr size_t kPathSize = 256;
+constexpr char kPowerSwitch[] = "/sys/zelka_power_debug/enable";
+constexpr char kPowerSaveProp[] = "persist.service.powersave.logs";
+
+// The kernel's switch; a model without it is fine.
+void write_power_switch(const char* digit) {
+  scoped_fd fd(open(kPowerSwitch, O_RDWR | O_CLOEXEC));
+  if (fd.valid()) (void)!write(fd.get(), digit, 1);
+}
+
+// The fuel-gauge worker's body.
+[[noreturn]] void run_fg_script(const char* command) {
+  set_process_name("fg");
+  LOG_AS(ANDROID_LOG_DEBUG, "catcher_fg_log", "execute fg log pid %d  \n", getpid());
+  const int rc = run_shell(command);
+  if (rc != 0) {
+    LOG_AS(ANDROID_LOG_ERROR, "catcher_fg_log", "execute fg log process %d, err: %s\n", rc,
+           strerror(errno));
+  }
+  end_process(0);
+}
+
+void catcher_fg_log(const char* log_dir) {
+  LOGD("function invoked");
+  char dir[kPathSize] = {};
+  copy_or_abort(dir, log_dir);
+  append_or_abort(dir, "/fg");
+  creat_dir(dir);
+  // No slash in front: the shell is found from the daemon's working directory, which is "/".
+  char command[kPathSize] = {};
+  copy_or_abort(command, "system/bin/sh");
+  append_or_abort(command, "  /system/etc/fg_logs_start.sh ");
+  append_or_abort(command, dir);
+  const pid_t pid = fork_process(group::own);
+  if (pid == -1) {
+    LOGE("fork err:%s.\n", strerror(errno));
+    return;
+  }
+  if (pid == 0) run_fg_script(command);
+  fg_log_pid = pid;
+  add_to_debug_group(pid);
+  LOGE("fork child process, pid:%d, system: %s \n", pid, command);
+}
+
+// Runs `script` with the run's directory and its power directory, which is made first.
+void run_power_script(const char* script, const char* log_dir, const char* name) {
+  char dir[kPathSize];
+  format_cut(dir, "%s/%s", log_dir, name);
+  creat_dir(dir);
+  char command[512];
+  format_cut(command, "%s %s %s %s", kShell, script, log_dir, dir);
+  run_tool(command);
+}
+
+}  // namespace
+
+int start_power_log(const char* log_dir, const char* name) {
+  LOGD("function invoked");
+  write_power_switch("1");
+  property_set(kPowerSaveProp, "1");
+  catcher_fg_log(log_dir);
+  run_tool("dumpsys power");
+  run_tool("dumpsys alarm");
+  run_power_script("/system/etc/power_logs_start.sh", log_dir, name);
+  return 0;
+}
+
+void stop_power_log(const char* log_dir) {
+  LOGD("function invoked");
+  if (!has_logger_type(kTypePower)) return;
+  LOGD("stop power log");
+  property_set(kPowerSaveProp, "0");
+  run_power_script("/system/etc/power_logs_stop.sh", log_dir, "power");
+  write_power_switch("0");
+}

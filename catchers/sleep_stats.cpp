@@ -1,0 +1,156 @@
+#include "catchers/sleep_stats.h"
+
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include "selflog/log.h"
+
+sleep_counters s_sleep_counters;
+
+namespace {
+
+constexpr char kLogSource[] = "commands";
+constexpr char kRpmStats[] = "/sys/kernel/debug/rpm_stats";
+constexpr char kSystemSleepStats[] = "/sys/power/system_sleep/stats";
+constexpr char kRpmMasterStats[] = "/sys/kernel/debug/rpm_master_stats";
+constexpr char kRpmhMasterStats[] = "/sys/power/rpmh_stats/master_stats";
+constexpr size_t kLineSize = 512;
+
+// A key and where its value begins, counted from the key's first character: behind the key and one
+// separator.
+struct stats_key {
+  const char* text;
+  size_t value_offset;
+};
+constexpr stats_key kCount = {"count", 6};
+constexpr stats_key kXoCount = {"xo_count", 9};
+constexpr stats_key kSleepCount = {"Sleep Count", 12};
+
+bool contains(const char* text, const char* word) {
+  return strstr(text, word) != nullptr;
+}
+
+// The value's text, "" when the line ends before it; null when the line does not hold the key.
+const char* value_of(const char* text, const stats_key& key) {
+  const char* found = strstr(text, key.text);
+  if (found == nullptr) return nullptr;
+  return strnlen(found, key.value_offset) < key.value_offset ? "" : found + key.value_offset;
+}
+
+int32_t hexadecimal(const char* text) {
+  return static_cast<int32_t>(strtol(text, nullptr, 16));
+}
+
+// Gives every line of `path` to `parser`. False when it does not open.
+template <typename Parser>
+bool read_lines(const char* path, Parser parser) {
+  FILE* file = fopen(path, "re");
+  if (file == nullptr) return false;
+  char line[kLineSize];
+  while (fgets(line, sizeof(line), file) != nullptr) parser.line(line, &s_sleep_counters);
+  fclose(file);
+  return true;
+}
+
+bool opens(const char* path) {
+  FILE* file = fopen(path, "re");
+  if (file != nullptr) fclose(file);
+  return file != nullptr;
+}
+
+void read_aosd_and_cxsd() {
+  LOGD("function invoked");
+  read_lines(kSystemSleepStats, aosd_cxsd_parser());
+}
+
+void read_vmin() {
+  LOGD("function invoked");
+  read_lines(kRpmStats, vmin_parser());
+}
+
+}  // namespace
+
+void aosd_cxsd_parser::line(const char* text, sleep_counters* counters) {
+  LOG_AS(ANDROID_LOG_DEBUG, "read_aosd_and_cxsd", "fd_power_system_sleep_stats Message %s", text);
+  const char* value = value_of(text, kCount);
+  if (aosd_ && value != nullptr) {
+    counters->aosd_count = atoi(value);
+    LOG_AS(ANDROID_LOG_DEBUG, "read_aosd_and_cxsd", "fd_power_system_sleep_stats aosd count is %s",
+           value);
+    LOG_AS(ANDROID_LOG_DEBUG, "read_aosd_and_cxsd", "aosd count is %d", counters->aosd_count);
+    aosd_ = false;
+  }
+  if (cxsd_ && value != nullptr) {
+    counters->cxsd_count = atoi(value);
+    LOG_AS(ANDROID_LOG_DEBUG, "read_aosd_and_cxsd", "fd_power_system_sleep_stats cxsd count is %s",
+           value);
+    LOG_AS(ANDROID_LOG_DEBUG, "read_aosd_and_cxsd", "cxsd count is %d", counters->cxsd_count);
+    cxsd_ = false;
+  }
+  aosd_ = aosd_ || contains(text, "aosd");
+  cxsd_ = cxsd_ || contains(text, "cxsd");
+}
+
+void vmin_parser::line(const char* text, sleep_counters* counters) {
+  LOG_AS(ANDROID_LOG_DEBUG, "read_vmin", "fd_kernel_rpm_stats Message %s", text);
+  const char* value = section_.searches() ? value_of(text, kCount) : nullptr;
+  if (value != nullptr) {
+    counters->vmin_count = atoi(value);
+    LOG_AS(ANDROID_LOG_DEBUG, "read_vmin", "fd_kernel_rpm_stats vmin count is %s", value);
+    LOG_AS(ANDROID_LOG_DEBUG, "read_vmin", "vmin count is %d", counters->vmin_count);
+  }
+  section_.next(contains(text, "vmin"), value != nullptr);
+}
+
+void master_parser::line(const char* text, sleep_counters* counters) {
+  const char* name = "read_numshutdowns_and_xo_count";
+  LOG_AS(ANDROID_LOG_DEBUG, name, "fd_kernel_rpm_master_stats Message %s", text);
+  const bool searches = section_.searches();
+  const char* xo = searches ? value_of(text, kXoCount) : nullptr;
+  if (xo != nullptr) {
+    counters->xo_count = hexadecimal(xo);
+    LOG_AS(ANDROID_LOG_DEBUG, name, "fd_kernel_rpm_master_stats xo_count is %s", xo);
+    LOG_AS(ANDROID_LOG_DEBUG, name, "xo_count is %d", counters->xo_count);
+  }
+  const char* key = searches ? strstr(text, "numshutdowns") : nullptr;
+  const char* value = key == nullptr ? nullptr : strchr(key, '0');  // the values are "0x..."
+  if (value != nullptr) {
+    counters->mpss_numshutdowns = hexadecimal(value);
+    LOG_AS(ANDROID_LOG_DEBUG, name, "MPSS message is %s", value);
+    LOG_AS(ANDROID_LOG_DEBUG, name, "MPSS numshutdowns is %d", counters->mpss_numshutdowns);
+  }
+  section_.next(contains(text, "MPSS"), key != nullptr);
+}
+
+void rpmh_parser::line(const char* text, sleep_counters* counters) {
+  LOG_AS(ANDROID_LOG_DEBUG, "read_sleep_count", "fd_power_rpmh_master_stats Message %s", text);
+  const char* value = section_.searches() ? value_of(text, kSleepCount) : nullptr;
+  if (value != nullptr) {
+    counters->sleep_count = hexadecimal(value);
+    LOG_AS(ANDROID_LOG_DEBUG, "read_sleep_count", "fd_power_rpmh_master_stats Sleep Count is %s",
+           value);
+    LOG_AS(ANDROID_LOG_DEBUG, "read_sleep_count", "Sleep Count is %d", counters->sleep_count);
+  }
+  section_.next(contains(text, "MPSS"), value != nullptr);
+}
+
+void read_vmin_or_aosd_and_cxsd() {
+  LOGD("function invoked");
+  if (!opens(kSystemSleepStats)) return;  // vmin is not read on a device without it
+  if (opens(kRpmStats)) {
+    read_vmin();
+  } else {
+    read_aosd_and_cxsd();
+  }
+}
+
+void read_numshutdowns_and_xo_count() {
+  LOGD("function invoked");
+  read_lines(kRpmMasterStats, master_parser());
+}
+
+void read_sleep_count() {
+  LOGD("function invoked");
+  read_lines(kRpmhMasterStats, rpmh_parser());
+}

@@ -1,0 +1,316 @@
+#include "catchers/watchdog.h"
+
+#include <cutils/properties.h>
+#include <errno.h>
+#include <signal.h>
+#include <stdio.h>
+#include <string.h>
+#include <sys/wait.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <iterator>
+
+#include "base/noted_signals.h"
+#include "base/process.h"
+#include "base/text.h"
+#include "capture/modem_logger.h"
+#include "capture/run.h"
+#include "capture/workers.h"
+#include "catchers/catchers.h"
+#include "catchers/logger_types.h"
+#include "selflog/log.h"
+#include "selflog/props.h"
+#include "storage/shell.h"
+
+std::atomic<bool> mpss_monitor_running{false};
+bool is_mpss_catch_modem = false;
+int32_t mpss_dump_count = 0;
+int32_t last_check_time = -1;
+int32_t baseline_time = -1;
+sleep_counters s_sleep_baseline;
+
+namespace {
+
+constexpr char kLogSource[] = "commands";
+constexpr char kNoServiceProp[] = "persist.sys.no.service";
+constexpr char kStartIndProp[] = "persist.radio.start_ind";
+constexpr int32_t kRoundSeconds = 600;
+constexpr int32_t kBaselineSeconds = 3600;
+constexpr unsigned kCaptureSeconds = 1200;
+constexpr int kGraceMs = 15000;  // for people to see what is about to happen
+constexpr int kRearmPauseMs = 2000;
+constexpr int kIdleMs = 1000;
+
+std::atomic<bool> s_alarm_ran{false};
+
+int32_t boottime_seconds() {
+  timespec now;
+  clock_gettime(CLOCK_BOOTTIME, &now);
+  return static_cast<int32_t>(now.tv_sec);
+}
+
+void set_alarm(unsigned seconds) {
+  s_alarm_ran = false;
+  alarm(seconds);
+}
+
+// A foreign signal does not end the wait, and the alarm cannot slip in before it.
+void await_alarm() {
+  sigset_t alarm_only;
+  sigset_t before;
+  sigemptyset(&alarm_only);
+  sigaddset(&alarm_only, SIGALRM);
+  sigprocmask(SIG_BLOCK, &alarm_only, &before);
+  while (!s_alarm_ran) sigsuspend(&before);
+  sigprocmask(SIG_SETMASK, &before, nullptr);
+}
+
+void on_watchdog_signal(int sig) {
+  const int saved_errno = errno;
+  const signal_scope scope;
+  sign_handler(sig);
+  errno = saved_errno;
+}
+
+bool has_not_moved(int32_t now, int32_t before) {
+  return now >= 0 && now == before;
+}
+
+void read_all_counters() {
+  read_vmin_or_aosd_and_cxsd();
+  read_numshutdowns_and_xo_count();
+  read_sleep_count();
+}
+
+void take_baseline(int32_t now) {
+  s_sleep_baseline = s_sleep_counters;
+  baseline_time = now;
+}
+
+void log_counter(const char* name, int32_t now, int32_t before) {
+  LOG_AS(ANDROID_LOG_DEBUG, "handle_mpss_stats", "the %s is %d\n", name, now);
+  LOG_AS(ANDROID_LOG_DEBUG, "handle_mpss_stats", "the %s_prev is %d\n", name, before);
+}
+
+// Starts a modem log in a directory of its own, to be stopped by the alarm.
+void capture_modem() {
+  char name[64];
+  format_cut(name, "mpss_dump/%d", mpss_dump_count++);
+  LOG_AS(ANDROID_LOG_ERROR, "handle_mpss_stats", "start catcher_modem_log %s", name);
+  catcher_modem_log(s_vendor_log_root_path, name);
+  s_watchdog_world.set_alarm(kCaptureSeconds);
+}
+
+void handle_no_service_catch_modem_log() {
+  LOGD("function invoked");
+  capture_modem();
+}
+
+void serve_no_service(bool modem_logger_on) {
+  if (is_mpss_catch_modem || get_string_prop(kNoServiceProp, "0") != "1") return;
+  if (modem_logger_on) {
+    LOG_AS(ANDROID_LOG_DEBUG, "handle_mpss_stats", "ignore this request");
+  } else {
+    LOG_AS(ANDROID_LOG_DEBUG, "handle_mpss_stats", "handle_no_service_catch_modem_log");
+    handle_no_service_catch_modem_log();
+  }
+  property_set(kNoServiceProp, "0");
+}
+
+void start_capture() {
+  is_mpss_catch_modem = true;
+  LOG_AS(ANDROID_LOG_DEBUG, "handle_mpss_stats",
+         "the is_mpss_catch_modem(catch_modem_log_pid == 0) is %d\n", is_mpss_catch_modem);
+  capture_modem();
+  LOG_AS(ANDROID_LOG_DEBUG, "handle_mpss_stats", "before pause catch_modem_log_pid = %d", getpid());
+  s_watchdog_world.await_alarm();
+  LOG_AS(ANDROID_LOG_DEBUG, "handle_mpss_stats", "after pause catch_modem_log_pid = %d", getpid());
+  last_check_time = s_watchdog_world.now();
+}
+
+void extend_capture() {
+  is_mpss_catch_modem = true;
+  LOG_AS(ANDROID_LOG_DEBUG, "handle_mpss_stats",
+         "the is_mpss_catch_modem(catch_modem_log_pid != 0) is %d\n", is_mpss_catch_modem);
+  s_watchdog_world.set_alarm(0);
+  s_watchdog_world.sleep(kRearmPauseMs);
+  s_watchdog_world.set_alarm(kCaptureSeconds);
+  s_watchdog_world.await_alarm();
+  last_check_time = s_watchdog_world.now();
+}
+
+// Ends the debug workers that this process knows: those of the types started before its own.
+void end_known_workers() {
+  const int32_t hard[] = {fg_log_pid, qsee_log_pid, bsp_log_pid, watch_fd_pid, mpss_stats_pid};
+  int status = 0;
+  for (int slot = 1; s_debug_group != nullptr && slot <= kGroupSlots; slot++) {
+    const pid_t pid = s_debug_group[slot];
+    if (pid < 1) continue;
+    if (std::find(std::begin(hard), std::end(hard), pid) != std::end(hard)) {
+      LOG_AS(ANDROID_LOG_ERROR, "handle_mpss_stats", "STOP PID  %d  \n", pid);
+      signal_process(pid, SIGKILL);
+    } else {
+      signal_process(pid, SIGTERM);
+    }
+    LOG_AS(ANDROID_LOG_DEBUG, "handle_mpss_stats", "kill s_debug_group, wait pid %d \n", pid);
+    wait_for(pid, &status);
+    LOG_AS(ANDROID_LOG_DEBUG, "handle_mpss_stats", "wait debug pid over. status=%d", status);
+    s_debug_group[slot] = 0;
+  }
+}
+
+void act_on_stuck_processor(verdict decided) {
+  switch (decided) {
+    case verdict::keep_watching:
+      break;
+    case verdict::dump_at_once:
+      LOG_AS(ANDROID_LOG_ERROR, "handle_mpss_stats", "else echo c > /proc/sysrq-trigger!!!!");
+      end_known_workers();
+      s_watchdog_world.crash();
+      break;
+    case verdict::dump_after_grace:
+      LOG_AS(ANDROID_LOG_DEBUG, "handle_mpss_stats", "will trigger dump");
+      LOG_AS(ANDROID_LOG_ERROR, "handle_mpss_stats", "if echo c > /proc/sysrq-trigger!!!!");
+      s_watchdog_world.sleep(kGraceMs);
+      s_watchdog_world.crash();
+      break;
+    case verdict::extend_capture:
+      LOG_AS(ANDROID_LOG_DEBUG, "handle_mpss_stats", "will catch modem log");
+      extend_capture();
+      break;
+    case verdict::start_capture:
+      LOG_AS(ANDROID_LOG_DEBUG, "handle_mpss_stats", "will catch modem log");
+      start_capture();
+      break;
+  }
+}
+
+// The counters were read at `now` and the baseline is old enough.
+void give_verdict(int32_t now, bool modem_logger_on) {
+  const sleep_counters& is = s_sleep_counters;
+  const sleep_counters& was = s_sleep_baseline;
+  log_counter("cxsd_count", is.cxsd_count, was.cxsd_count);
+  log_counter("aosd_count", is.aosd_count, was.aosd_count);
+  log_counter("vmin_count", is.vmin_count, was.vmin_count);
+  if (!is_ap_stuck(is, was)) {
+    take_baseline(now);
+    return;
+  }
+  log_counter("mpss_numshutdowns", is.mpss_numshutdowns, was.mpss_numshutdowns);
+  log_counter("xo_count", is.xo_count, was.xo_count);
+  log_counter("sleep_count", is.sleep_count, was.sleep_count);
+  act_on_stuck_processor(
+      judge(true, is_modem_stuck(is, was), is_mpss_catch_modem, modem_logger_on));
+}
+
+}  // namespace
+
+watchdog_world s_watchdog_world = {boottime_seconds, sleep_ms, set_alarm, await_alarm,
+                                   crash_for_dump};
+
+bool is_round_due(int32_t last_check, int32_t now) {
+  return last_check < 0 || now - last_check >= kRoundSeconds;
+}
+
+bool is_verdict_due(int32_t baseline, int32_t now) {
+  return now - baseline >= kBaselineSeconds;
+}
+
+bool is_ap_stuck(const sleep_counters& now, const sleep_counters& baseline) {
+  return has_not_moved(now.cxsd_count, baseline.cxsd_count) ||
+         has_not_moved(now.aosd_count, baseline.aosd_count) ||
+         has_not_moved(now.vmin_count, baseline.vmin_count);
+}
+
+bool is_modem_stuck(const sleep_counters& now, const sleep_counters& baseline) {
+  return has_not_moved(now.mpss_numshutdowns, baseline.mpss_numshutdowns) ||
+         has_not_moved(now.xo_count, baseline.xo_count) ||
+         has_not_moved(now.sleep_count, baseline.sleep_count);
+}
+
+verdict judge(bool ap_stuck, bool modem_stuck, bool captured_before, bool modem_logger_on) {
+  if (!ap_stuck) return verdict::keep_watching;
+  if (!modem_stuck) return verdict::dump_at_once;
+  if (modem_logger_on) return verdict::extend_capture;
+  return captured_before ? verdict::dump_after_grace : verdict::start_capture;
+}
+
+void crash_for_dump() {
+  run_shell("echo c > /proc/sysrq-trigger");
+}
+
+void watch_once() {
+  const bool modem_logger_on = get_string_prop(kLegacyModemStateProp, "0") == "1";
+  serve_no_service(modem_logger_on);
+  const int32_t now = s_watchdog_world.now();
+  if (!is_round_due(last_check_time, now)) {
+    s_watchdog_world.sleep(kIdleMs);
+    return;
+  }
+  last_check_time = now;
+  if (baseline_time < 0) {
+    read_all_counters();
+    take_baseline(now);
+    return;
+  }
+  const int32_t verdict_time = s_watchdog_world.now();
+  read_all_counters();
+  if (is_verdict_due(baseline_time, verdict_time)) give_verdict(verdict_time, modem_logger_on);
+}
+
+void* handle_mpss_stats() {
+  LOGD("function invoked");
+  // SIGKILL cannot be caught; the attempt is part of the order and fails without harm.
+  for (const int sig : {SIGALRM, SIGTERM, SIGKILL}) signal(sig, on_watchdog_signal);
+  while (mpss_monitor_running) watch_once();
+  return nullptr;
+}
+
+void sign_handler(int sig) {
+  LOGD("sign_handler the time is %d", static_cast<int>(time(nullptr)));
+  LOGD("this sign is %d", sig);
+  if (sig == SIGALRM) {
+    s_alarm_ran = true;
+    stop_modem_log();
+  } else if (sig == SIGTERM) {
+    stop_modem_log();
+    mpss_monitor_running = false;
+    end_process(0);
+  }
+}
+
+void stop_mpss_watchdog() {
+  mpss_monitor_running = false;
+  s_sleep_counters = sleep_counters();
+  s_sleep_baseline = sleep_counters();
+}
+
+int start_mpss_dump_log(const char* /*log_dir*/, const char* name) {
+  LOGD("function invoked");
+  mpss_monitor_running = true;
+  is_mpss_catch_modem = false;
+  property_set(kStartIndProp, "on");
+  const pid_t pid = fork_process(group::own);
+  if (pid == -1) {
+    LOGE("fork err:%s.\n", strerror(errno));
+    return -1;
+  }
+  if (pid == 0) {
+    set_process_name(name);
+    handle_mpss_stats();
+    end_process(0);
+  }
+  mpss_stats_pid = pid;
+  add_to_debug_group(pid);
+  LOGE("fork child process, pid:%d, handle_mpss_stats \n", pid);
+  return 0;
+}
+
+void stop_mpss_dump_log() {
+  LOGD("function invoked");
+  if (!has_logger_type(kTypeMpssDump)) return;
+  LOGD("stop mpss dump log");
+  property_set(kStartIndProp, "off");
+}

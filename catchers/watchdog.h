@@ -1,0 +1,60 @@
+// The watchdog behind the type "MPSSDump": a worker that watches the sleep statistics for a phone
+// that no longer sleeps, captures a modem log first and forces a crash dump next.
+#pragma once
+
+#include <stdint.h>
+
+#include <atomic>
+
+#include "catchers/sleep_stats.h"
+
+// All of this lives in the watchdog process; the other processes' copies are not updated.
+extern std::atomic<bool> mpss_monitor_running;  // cleared by SIGTERM there, by the stop elsewhere
+extern bool is_mpss_catch_modem;                // a stuck modem was captured: the next one crashes
+extern int32_t mpss_dump_count;                 // number of the next capture directory
+extern int32_t last_check_time;  // s of CLOCK_BOOTTIME: the last statistics round, -1 before it
+extern int32_t baseline_time;    // when the baseline was taken, -1 before the first
+extern sleep_counters s_sleep_baseline;
+
+// ---- The decisions, as functions over values. ----
+
+bool is_round_due(int32_t last_check, int32_t now);  // 600 s after the last one
+bool is_verdict_due(int32_t baseline, int32_t now);  // the baseline is 3600 s old
+bool is_ap_stuck(const sleep_counters& now, const sleep_counters& baseline);
+bool is_modem_stuck(const sleep_counters& now, const sleep_counters& baseline);
+
+enum class verdict {
+  keep_watching,     // the phone sleeps: a new baseline
+  dump_at_once,      // the modem sleeps, the processor does not
+  dump_after_grace,  // the modem was captured before and is stuck again
+  extend_capture,    // a modem log runs already: 20 minutes more
+  start_capture,     // a modem log for 20 minutes
+};
+verdict judge(bool ap_stuck, bool modem_stuck, bool captured_before, bool modem_logger_on);
+
+// ---- The world around the loop; tests put their own in its place. ----
+
+struct watchdog_world {
+  int32_t (*now)();  // seconds that only move forward, asleep or not
+  void (*sleep)(int milliseconds);
+  void (*set_alarm)(unsigned seconds);  // 0 cancels it
+  void (*await_alarm)();                // until the alarm's handler has run
+  void (*crash)();                      // the forced crash dump; returns only where it is masked
+};
+extern watchdog_world s_watchdog_world;
+
+// The one place that crashes the phone, so that the platform takes its crash dump. It goes through
+// the phone's own shell: on a machine without "/system/bin/sh" it can do nothing.
+void crash_for_dump();
+
+// The loop. Returns null when `mpss_monitor_running` is cleared. In the forked worker.
+void* handle_mpss_stats();
+
+// One turn of the loop: serves a no-service request, and a statistics round when one is due.
+void watch_once();
+
+// Handler of SIGALRM and SIGTERM in the watchdog.
+void sign_handler(int sig);
+
+// What the stop does to its own copies: the flag off, all counters unknown.
+void stop_mpss_watchdog();
