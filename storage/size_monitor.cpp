@@ -103,6 +103,13 @@ next stop_for_test_run() {
   return leave();
 }
 
+// Starts a run in the monitor. The descriptor watcher's child, when it has no shell, comes back
+// from there too; a second monitor it must not become.
+void start_logging() {
+  s_start_logging();
+  if (getpid() != s_logsize_monitor_pid) end_process(0);
+}
+
 next rescue_data() {
   s_is_deleting = true;
   LOG_AS(ANDROID_LOG_WARN, "monitorLogSizeThread", "storage extreme low, delete logs");
@@ -114,7 +121,7 @@ next rescue_data() {
   }
   delete_trees();
   delete_dir("/data/vendor/zelkalog/*");
-  if (restart) s_start_logging();
+  if (restart) start_logging();
   return deletion_done();
 }
 
@@ -129,7 +136,7 @@ next restart_logging() {
   s_stop_logging();
   sleep_ms(1000);
   delete_trees();
-  s_start_logging();
+  start_logging();
   return deletion_done();
 }
 
