@@ -1,0 +1,45 @@
+// What a bench phone's properties hold before anybody sets one. `--prop` replaces any of them.
+#pragma once
+
+struct DefaultProperty {
+  const char* key;
+  const char* value;
+};
+
+// clang-format off
+constexpr DefaultProperty kDefaultProperties[] = {
+    {"ro.build.version.sdk",          "33"},
+    {"ro.build.version.release",      "13"},
+    {"ro.build.version.incremental",  "1042"},
+    {"ro.build.type",                 "userdebug"},
+    {"ro.build.tags",                 "test-keys"},
+    {"ro.build.display.id",           "QZ201A V1.02"},
+    {"ro.vendor.build.display.id",    "QZ201A V1.02"},
+    {"ro.build.id",                   "TQ1A.230105.001"},
+    {"ro.build.date.utc",             "1672876800"},
+    {"ro.build.fingerprint",          "zelka/QZ201A/QZ201A:13/TQ1A.230105.001/1042:userdebug/test-keys"},
+    {"ro.product.brand",              "zelka"},
+    {"ro.product.manufacturer",       "zelka"},
+    {"ro.product.model",              "QZ201A"},
+    {"ro.product.name",               "QZ201A"},
+    {"ro.product.device",             "QZ201A"},
+    {"ro.product.board",              "bench"},
+    {"ro.product.cpu.abi",            "arm64-v8a"},
+    {"ro.hardware",                   "bench"},
+    {"ro.serialno",                   "BENCH0001"},
+    {"ro.bootmode",                   "normal"},
+    {"ro.boot.bootreason",            "reboot,bench"},
+    {"sys.boot.reason",               "reboot,bench"},
+    {"ro.debuggable",                 "1"},
+    {"ro.secure",                     "1"},
+    {"ro.crypto.state",               "encrypted"},
+    {"gsm.network.type",              "LTE,Unknown"},
+    {"gsm.operator.iso-country",      "de,"},
+    {"gsm.sim.state",                 "LOADED,ABSENT"},
+    {"persist.sys.timezone",          "UTC"},
+    {"vold.mounted",                  "1"},
+    {"sys.boot_completed",            "1"},
+    {"dev.bootcomplete",              "1"},
+    {"init.svc.logd",                 "running"},
+};
+// clang-format on

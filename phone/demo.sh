@@ -1,0 +1,111 @@
+# The demonstration that `./dev demo` runs in a bench phone: one run of debug logging and a feedback
+# bundle, through the real control socket, with something to log; then a look at what was collected. Ends with 0 only when all
+# that it shows is there.
+say() { printf '\n\033[1m== %s\033[0m\n' "$*"; }
+die() {
+  printf 'demo: FAILED: %s\n' "$*" >&2
+  exit 1
+}
+# show COMMAND...: what a person would type, and what comes of it.
+show() {
+  printf '$ %s\n' "$*"
+  "$@" || die "$1 ended with $?"
+}
+# sample WHAT PATTERN FILE...: one captured line that matches.
+sample() {
+  typeset what=$1 pattern=$2 line
+  shift 2
+  line=$(cat "$@" 2>/dev/null | grep -m 1 -e "$pattern") || die "no $what in $*"
+  printf '%-22s %s\n' "$what" "$(printf '%s' "$line" | cut -c 1-110)"
+}
+
+# The vendor's services are no part of the daemon. This one does what they do: the modem logger writes
+# where it is told to while it is switched on, and the vendor's files come to the run when asked for.
+vendor() {
+  while :; do
+    directory=$(getprop sys.harrowmossd.diag_mdlog_path)
+    if [ "$(getprop sys.zelka.diag_mdlog_over_qdss_state)" = 1 ] && [ -d "$directory" ]; then
+      echo "diag frame" >> "$directory/modem.qmdl"
+    fi
+    if [ "$(getprop sys.zelka.harrowmossd.action.mv_vendor_common_logs)" = 1 ]; then
+      store=$(getprop sys.harrowmossd.log_store_path)
+      mkdir -p "$store"  # the daemon's own part of the run comes later
+      mv "$(getprop sys.harrowmossd.vendor_log_root_path)"/* "$store/"
+      setprop sys.zelka.harrowmossd.action.mv_vendor_common_logs.done 1
+      return
+    fi
+    sleep 0.2
+  done
+}
+
+say "The phone is up, the daemon listens"
+show getprop init.svc.harrowmossd
+show harrowmossctl version
+
+say "Debug logging, from the phone's side and from the modem's"
+vendor > /dev/null 2>&1 &
+show harrowmossctl start mobile,modem
+run=$(getprop sys.harrowmossd.log_store_path)
+[ -n "$run" ] || die "the daemon does not say where the run goes"
+
+say "Something to log"
+# The kernel's log is the machine's: the mark tells this demonstration's line from an earlier one's.
+mark=demo-$(date +%s)
+line="$mark: a line in the kernel's own log"
+if ! { echo "<4>$line" > /dev/kmsg; } 2> /dev/null; then
+  log -b kernel -t "$mark" "${line#*: }"  # no right to write there in a user namespace
+fi
+log -t DemoApp -p w "an app has something to say"
+log -t RILJ -b radio "> SIGNAL_STRENGTH"
+log -t AndroidRuntime -p e -b crash "FATAL EXCEPTION: main"
+echo "*** *** signal 11 (SIGSEGV), code 1, in demo.app" > /data/tombstones/tombstone_00
+echo "Subject: Input dispatching timed out" > /data/anr/anr_2023-01-05
+echo "a kernel line, an app's, the radio's, a crash, a tombstone, an ANR trace; and 80,000 lines of"
+echo "the daemon's own tag, so that its own log grows past 10 MiB and is rotated"
+log -t Harrowmoss -n 80000 "$(printf '%0100d' 0) burst"
+
+say "What is going on"
+show harrowmossctl status
+waited=0
+until [ -f /data/misc/zelkalog/.logger/harrowmoss.txt.1 ]; do
+  waited=$((waited + 1))
+  [ $waited -lt 100 ] || die "the self log was not rotated within 10 s"
+  sleep 0.1
+done
+
+say "Stop: end every worker, collect, move the run to shared storage"
+show harrowmossctl stop
+[ -d "$run" ] || die "the run is not at $run"
+[ ! -d "/data/misc/zelkalog/${run##*/}" ] || die "the run was not moved but copied"
+show harrowmossctl runs
+
+say "A feedback bundle: what a bug report needs of the phone's state"
+show harrowmossctl feedback --select general,tombstone /sdcard/report
+
+say "What was collected"
+cd /sdcard/zelkalog || die "no /sdcard/zelkalog"
+find /sdcard/zelkalog /sdcard/report -type f | sort | while read -r file; do
+  printf '%10d  %s\n' "$(stat -c %s "$file")" "$file"
+done
+
+say "A line of each kind"
+sample "kernel" "$mark" "$run"/mobile/*-kernel.txt
+sample "main" "DemoApp" "$run"/mobile/*-main.txt
+sample "radio" "SIGNAL_STRENGTH" "$run"/mobile/*-radio.txt
+sample "crash" "FATAL EXCEPTION" "$run"/mobile/*-crash.txt
+sample "tombstone" "SIGSEGV" "$run"/tombstones/*
+sample "ANR trace" "dispatching" "$run"/anr/*
+sample "modem" "diag frame" "$run"/modem/*
+sample "log statistics" "ring buffer" "$run"/mobile/logcat_control_message-*
+sample "device report" "Version Number" "$run"/others.prop
+sample "the daemon's diary" "start_debug_log" .logger/harrowmossd.txt
+sample "its lines in the log" "harrowmossd: " .logger/harrowmoss.txt*
+sample "bundle: main buffer" " burst " /sdcard/report/general/*-main.txt
+sample "bundle: tombstone" "SIGSEGV" /sdcard/report/tombstones/*
+size=$(stat -c %s .logger/harrowmoss.txt.1)
+[ "$size" -ge 10485760 ] || die "harrowmoss.txt was rotated at $size bytes"
+lines=$(cat .logger/harrowmoss.txt .logger/harrowmoss.txt.1 | grep -c ' burst ')
+[ "$lines" = 80000 ] || die "$lines of 80000 lines came through the rotation"
+echo "rotation               10 MiB reached, all 80000 lines are in harrowmoss.txt and harrowmoss.txt.1"
+
+printf '\ndemo: everything is there. Next: ./dev phone, and ./dev for the rest\n'

@@ -1,0 +1,78 @@
+// The journal of a bench phone: every stand-in and the shell append one line for each call to
+// /dev/bench/calls.log, so that a test can see what was run, with which arguments, in which order.
+//
+//   <pid> <ppid> <program> 0x1f <argv[0]> 0x1f <argv[1]> ... 0x1f <argv[n]> \n
+//
+// `program` is the path of the stand-in (argv[0] is whatever the caller chose). A newline inside an
+// argument is written as 0x1e. One write(2) with O_APPEND for each line: lines never mix.
+#pragma once
+
+#include <errno.h>
+#include <fcntl.h>
+#include <string.h>
+#include <sys/types.h>
+#include <unistd.h>
+
+#include <charconv>
+#include <string>
+#include <string_view>
+#include <vector>
+
+constexpr const char* kCallsLog = "/dev/bench/calls.log";
+constexpr char kCallSeparator = '\x1f';
+constexpr char kCallNewline = '\x1e';
+
+struct BenchCall {
+  pid_t pid = 0;
+  pid_t ppid = 0;
+  std::string program;
+  std::vector<std::string> argv;
+};
+
+inline std::string format_call(const BenchCall& call) {
+  std::string line =
+      std::to_string(call.pid) + " " + std::to_string(call.ppid) + " " + call.program;
+  for (const std::string& argument : call.argv) {
+    line += kCallSeparator;
+    for (const char c : argument) line += c == '\n' ? kCallNewline : c;
+  }
+  return line + "\n";
+}
+
+// `line` without its final newline. False for a line that format_call() did not make.
+inline bool parse_call(std::string_view line, BenchCall* call) {
+  const char* end = line.data() + line.size();
+  const auto pid = std::from_chars(line.data(), end, call->pid);
+  if (pid.ec != std::errc() || pid.ptr == end || *pid.ptr != ' ') return false;
+  const auto ppid = std::from_chars(pid.ptr + 1, end, call->ppid);
+  if (ppid.ec != std::errc() || ppid.ptr == end || *ppid.ptr != ' ') return false;
+  std::string_view rest(ppid.ptr + 1, end - ppid.ptr - 1);
+  std::vector<std::string> fields;
+  while (true) {
+    const size_t cut = rest.find(kCallSeparator);
+    std::string field(rest.substr(0, cut));
+    for (char& c : field) {
+      if (c == kCallNewline) c = '\n';
+    }
+    fields.push_back(std::move(field));
+    if (cut == std::string_view::npos) break;
+    rest.remove_prefix(cut + 1);
+  }
+  call->program = fields.front();
+  call->argv.assign(fields.begin() + 1, fields.end());
+  return !call->program.empty();
+}
+
+// Appends the calling process's own call. A journal that cannot be written is no reason to fail the
+// call (the stand-in may run where /dev/bench is gone), so nothing is returned.
+inline void journal_call(const char* program, int argc, char** argv) {
+  const int saved_errno = errno;
+  const int fd = open(kCallsLog, O_WRONLY | O_APPEND | O_CLOEXEC);
+  if (fd >= 0) {
+    const std::string line =
+        format_call({getpid(), getppid(), program, std::vector<std::string>(argv, argv + argc)});
+    (void)!write(fd, line.data(), line.size());
+    close(fd);
+  }
+  errno = saved_errno;
+}

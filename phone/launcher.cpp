@@ -1,0 +1,192 @@
+// phone: boots a bench phone, runs a command in it, and ends with the command's exit status.
+#include <fcntl.h>
+#include <poll.h>
+#include <sched.h>
+#include <signal.h>
+#include <stdio.h>
+#include <string.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+
+#include <chrono>
+
+#include "phone/options.h"
+#include "phone/root.h"
+#include "phone/root_layout.h"
+#include "phone/terminal.h"
+#include "phone/util.h"
+
+constexpr int kCannotBoot = 125;  // as env(1) and timeout(1) use these
+constexpr int kTimedOut = 124;
+constexpr int kUsageError = 2;
+constexpr int kNamespaces = CLONE_NEWNS | CLONE_NEWPID | CLONE_NEWIPC | CLONE_NEWUTS | CLONE_NEWNET;
+
+static void complain(const std::string& what) {
+  fprintf(stderr, "phone: %s\n", what.c_str());
+}
+
+// The rest of the options is init's business.
+static std::vector<std::string> init_arguments(const PhoneOptions& options, int control,
+                                               bool terminal) {
+  std::vector<std::string> arguments = {"init", "--control-fd", std::to_string(control)};
+  if (!options.services) arguments.push_back("--no-services");
+  if (options.input) arguments.push_back("--input");
+  if (terminal) arguments.push_back("--terminal");
+  for (const std::string& pair : options.properties) {
+    arguments.push_back("--prop");
+    arguments.push_back(pair);
+  }
+  for (const std::string& pair : options.environment) {
+    arguments.push_back("--env");
+    arguments.push_back(pair);
+  }
+  arguments.push_back("--");
+  if (options.command.empty()) {
+    arguments.push_back("/system/bin/sh");
+    if (terminal) arguments.push_back("-i");
+  }
+  arguments.insert(arguments.end(), options.command.begin(), options.command.end());
+  return arguments;
+}
+
+// The first process of the new namespaces; becomes the phone's init.
+[[noreturn]] static void become_init(const PhoneParts& parts, const PhoneOptions& options,
+                                     Fd control, bool terminal) {
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
+  // A launcher that ended before that line is noticed by its closed end of the control socket.
+  struct pollfd launcher = {control.get(), POLLIN, 0};
+  if (poll(&launcher, 1, 0) != 0) _exit(kCannotBoot);
+  std::string error;
+  if (!enter_phone_root(parts, options, &error)) {
+    complain("cannot make the phone: " + error);
+    _exit(kCannotBoot);
+  }
+  (void)!sethostname("localhost", strlen("localhost"));  // cosmetic
+  fcntl(control.get(), F_SETFD, 0);                      // init speaks through it
+  const std::vector<std::string> arguments = init_arguments(options, control.get(), terminal);
+  std::vector<char*> argv;
+  for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
+  argv.push_back(nullptr);
+  execv(kPhoneInit, argv.data());
+  complain(errno_text(std::string("cannot start ") + kPhoneInit));
+  _exit(kCannotBoot);
+}
+
+// Waits for init's one message, "booted". The phone's terminal comes with it when there is one.
+static bool wait_for_boot(int control, int timeout_ms, Fd* terminal) {
+  struct pollfd polled = {control, POLLIN, 0};
+  int ready;
+  while ((ready = poll(&polled, 1, timeout_ms)) < 0 && errno == EINTR) {
+  }
+  if (ready <= 0) return false;
+  char word[16];
+  struct iovec iov = {word, sizeof word};
+  alignas(struct cmsghdr) char space[CMSG_SPACE(sizeof(int))];
+  struct msghdr message = {};
+  message.msg_iov = &iov;
+  message.msg_iovlen = 1;
+  message.msg_control = space;
+  message.msg_controllen = sizeof space;
+  if (recvmsg(control, &message, MSG_CMSG_CLOEXEC) <= 0) return false;
+  const struct cmsghdr* header = CMSG_FIRSTHDR(&message);
+  if (header != nullptr && header->cmsg_type == SCM_RIGHTS) {
+    int fd;
+    memcpy(&fd, CMSG_DATA(header), sizeof fd);
+    terminal->reset(fd);
+  }
+  return true;
+}
+
+// Written under another name first: whoever waits for the file must not read half a number.
+static bool write_pid_file(const std::string& path, pid_t pid) {
+  const std::string temporary = path + ".new";
+  return write_file(temporary, std::to_string(pid) + "\n", 0644) &&
+         rename(temporary.c_str(), path.c_str()) == 0;
+}
+
+static pid_t clone_phone() {
+  return static_cast<pid_t>(syscall(SYS_clone, kNamespaces | SIGCHLD, 0, 0, 0, 0));
+}
+
+static int exit_status_of(pid_t pid) {
+  int status = 0;
+  while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+  }
+  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+static int run_phone(const PhoneOptions& options, PhoneParts* parts) {
+  const auto start = std::chrono::steady_clock::now();
+  const auto left_ms = [&]() -> int {
+    if (options.timeout_s == 0) return -1;
+    const auto gone = std::chrono::duration_cast<std::chrono::milliseconds>(
+        std::chrono::steady_clock::now() - start);
+    return std::max<int>(0, options.timeout_s * 1000 - static_cast<int>(gone.count()));
+  };
+  const bool terminal = on_terminal();
+  int ends[2];
+  if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) return kCannotBoot;
+  Fd mine(ends[0]), theirs(ends[1]);
+  const pid_t pid = clone_phone();
+  if (pid < 0) {
+    complain(errno_text("cannot make namespaces"));
+    if (errno == EPERM)
+      complain("root is needed; or run: unshare --user --map-root-user --map-auto phone ...");
+    rmdir(parts->mount_point.c_str());
+    return kCannotBoot;
+  }
+  if (pid == 0) {
+    mine.reset();
+    become_init(*parts, options, std::move(theirs), terminal);
+  }
+  theirs.reset();
+  Fd pidfd(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
+  Fd master;
+  const bool booted = wait_for_boot(mine.get(), left_ms(), &master);
+  rmdir(parts->mount_point.c_str());  // still there only when the phone could not be made
+  if (booted && !options.pid_file.empty() && !write_pid_file(options.pid_file, pid))
+    complain(errno_text("cannot write " + options.pid_file));
+  bool in_time = true;
+  if (master.ok()) {
+    in_time = relay_terminal(master.get(), pidfd.get(), left_ms());
+  } else {
+    struct pollfd polled = {pidfd.get(), POLLIN, 0};
+    int ready;
+    while ((ready = poll(&polled, 1, left_ms())) < 0 && errno == EINTR) {
+    }
+    in_time = ready != 0;
+  }
+  if (in_time) return exit_status_of(pid);
+  kill(pid, SIGKILL);
+  exit_status_of(pid);
+  complain("ended after " + std::to_string(options.timeout_s) + " s");
+  return kTimedOut;
+}
+
+int main(int argc, char** argv) {
+  PhoneOptions options;
+  PhoneParts parts;
+  std::string error;
+  if (!parse_phone_options({argv + 1, argv + argc}, &options, &error)) {
+    complain(error);
+    fputs(kPhoneUsage, stderr);
+    return kUsageError;
+  }
+  if (options.help) {
+    fputs(kPhoneUsage, stdout);
+    return 0;
+  }
+  if (!find_phone_parts(options, &parts, &error)) {
+    complain(error);
+    return kCannotBoot;
+  }
+  char mount_point[] = "/tmp/bench-phone.XXXXXX";
+  if (mkdtemp(mount_point) == nullptr) {
+    complain(errno_text("cannot make a directory in /tmp"));
+    return kCannotBoot;
+  }
+  parts.mount_point = mount_point;
+  return run_phone(options, &parts);
+}

@@ -1,0 +1,67 @@
+// Small helpers that every program of the bench phone uses.
+#pragma once
+
+#include <errno.h>
+#include <sys/types.h>
+#include <unistd.h>
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+// Owns a descriptor; closing keeps errno.
+class Fd {
+ public:
+  explicit Fd(int fd = -1) : fd_(fd) {}
+  Fd(const Fd&) = delete;
+  Fd& operator=(const Fd&) = delete;
+  Fd(Fd&& other) noexcept : fd_(other.release()) {}
+  Fd& operator=(Fd&& other) noexcept {
+    reset(other.release());
+    return *this;
+  }
+  ~Fd() { reset(); }
+
+  int get() const { return fd_; }
+  bool ok() const { return fd_ >= 0; }
+  int release() {
+    const int fd = fd_;
+    fd_ = -1;
+    return fd;
+  }
+  void reset(int fd = -1) {
+    const int saved_errno = errno;
+    if (fd_ >= 0) close(fd_);
+    fd_ = fd;
+    errno = saved_errno;
+  }
+
+ private:
+  int fd_;
+};
+
+// The whole file; "" when it cannot be read (errno tells why).
+std::string read_file(const std::string& path);
+
+// Replaces the file's content and makes missing parent directories (0755). False with errno.
+bool write_file(const std::string& path, std::string_view text, mode_t mode);
+
+// Appends with one write(2), so that concurrent writers do not mix. False with errno.
+bool append_file(const std::string& path, std::string_view text);
+
+// Makes a directory and its missing parents with `mode`; an existing one is left as it is.
+bool make_dirs(const std::string& path, mode_t mode);
+// The same for everything above the last component.
+bool make_parents(const std::string& path);
+
+// Copies a regular file, replacing `to`; mode kept. False with errno.
+bool copy_file(const std::string& from, const std::string& to);
+
+// Pieces between any of `separators`; empty ones are left out.
+std::vector<std::string> split(std::string_view text, const char* separators);
+
+// The whole text as a decimal number in [low, high]; false for anything else.
+bool parse_number(std::string_view text, long low, long high, long* number);
+
+// "strerror(errno)" after a prefix, for messages.
+std::string errno_text(const std::string& what);

@@ -1,0 +1,407 @@
+// What the bench phone promises to everything that runs in it.
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <sys/mount.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+
+#include <filesystem>
+#include <set>
+
+#include "phone/sysrq.h"
+#include "tests/support/fake_service.h"
+#include "tests/support/phone.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+using Words = std::vector<std::string>;
+
+std::map<std::string, std::string> notes_of(const Phone& phone) {
+  std::map<std::string, std::string> notes;
+  for (const std::string& line : split(phone.read(kFakeServiceNotes), "\n")) {
+    const size_t equals = line.find('=');
+    notes[line.substr(0, equals)] = line.substr(equals + 1);
+  }
+  return notes;
+}
+
+// The milliseconds of every init.log line that begins with `text`.
+std::vector<long> init_times(const Phone& phone, const std::string& text) {
+  std::vector<long> times;
+  for (const std::string& line : split(phone.read("/dev/bench/init.log"), "\n")) {
+    const size_t blank = line.find(' ');
+    if (line.compare(blank + 1, text.size(), text) == 0) times.push_back(atol(line.c_str()));
+  }
+  return times;
+}
+
+bool connects(const Phone& phone) {
+  const Fd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  struct sockaddr_un address = {};
+  address.sun_family = AF_UNIX;
+  const std::string path = phone.inside("/dev/socket/harrowmossd");
+  path.copy(address.sun_path, sizeof address.sun_path - 1);
+  return connect(fd.get(), reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+}
+
+int leftovers(const Phone& phone) {
+  int count = 0;
+  for (const char* name : kFakeServiceLeaves) count += static_cast<int>(phone.named(name).size());
+  return count;
+}
+
+TEST(BenchPhone, ShowsAPhonesFileTree) {
+  Phone phone({"--no-daemon"});
+  ASSERT_TRUE(phone.ok());
+  const struct {
+    const char* path;
+    const char* command;  // what df and mount must say of it
+    const char* expected;
+  } rows[] = {
+      {"/", "touch /x", "Read-only"},
+      {"/system/bin", "touch /system/bin/logcat", "Read-only"},
+      {"/usr/lib", "touch /usr/lib/x", "Read-only"},
+      {"/proc/sys", "echo 1 > /proc/sys/kernel/printk", "Read-only"},
+      {"/data", "touch /data/x && echo ok", "ok"},
+      {"/cache", "touch /cache/x && echo ok", "ok"},
+      {"/persist", "touch /persist/x && echo ok", "ok"},
+      {"/d", "touch /d/x && echo ok", "ok"},
+      {"/sys", "touch /sys/x && echo ok", "ok"},
+      {"/sys/kernel/debug", "touch /sys/kernel/debug/y && ls /d/y", "/d/y"},
+      {"/sdcard", "touch /sdcard/one && ls /data/media/0", "one"},
+      {"/tmp", "touch /tmp/x && echo ok", "ok"},
+      {"/bin/sh", "readlink /bin", "system/bin"},
+      {"/etc/passwd", "grep -c sdcard_rw /etc/passwd", "1"},
+      {"/proc/1", "cat /proc/1/comm", "init"},
+      {"/dev/null", "echo gone > /dev/null && echo ok", "ok"},
+  };
+  for (const auto& row : rows) {
+    const RunResult result = phone.shell(row.command);
+    EXPECT_NE((result.out + result.err).find(row.expected), std::string::npos)
+        << row.path << ": " << result.out << result.err;
+    EXPECT_TRUE(phone.exists(row.path)) << row.path;
+  }
+  for (const char* host_only : {"/home", "/root", "/boot", "/usr/bin", "/var"})
+    EXPECT_FALSE(phone.exists(host_only)) << host_only;
+  // Only the phone's own processes are visible: init and COMMAND.
+  EXPECT_EQ(phone.processes().size(), 2u);
+}
+
+TEST(BenchPhone, SizesAreThoseAskedFor) {
+  Phone phone({"--no-daemon", "--data-size", "40m", "--sdcard-size", "8m"});
+  ASSERT_TRUE(phone.ok());
+  EXPECT_EQ(
+      phone.shell("df -k /data /sdcard /data/media/0 | sed -n 's/^tmpfs *\\([0-9]*\\).*/\\1/p'")
+          .out,
+      "40960\n8192\n8192\n");
+}
+
+TEST(BenchPhone, GivesAServiceWhatAndroidGives) {
+  Phone phone(fake_service_options());
+  ASSERT_TRUE(phone.ok());
+  auto notes = notes_of(phone);
+  EXPECT_EQ(notes["ppid"], "1");
+  EXPECT_EQ(notes["sid"], notes["pid"]);
+  EXPECT_EQ(notes["umask"], "077");
+  EXPECT_EQ(notes["cwd"], "/");
+  EXPECT_EQ(notes["fds"], "/dev/null /dev/null /dev/null socket: ");
+  EXPECT_EQ(notes["groups"], "0 1000 1004 1007 1015 1023 3003 3004 3005 3009");
+  EXPECT_EQ(notes["env.PATH"].find("/product/bin:/apex/"), 0u);
+  EXPECT_EQ(notes["env.PATH"].find("/data/local/tmp"), std::string::npos);
+  EXPECT_EQ(notes.count("env.HOME"), 0u);
+  EXPECT_EQ(std::to_string(phone.daemon_pid()), notes["pid"]);
+  EXPECT_EQ(phone.getprop("init.svc.harrowmossd"), "running");
+  EXPECT_TRUE(connects(phone));
+
+  struct stat st;
+  ASSERT_EQ(stat(phone.inside("/dev/socket/harrowmossd").c_str(), &st), 0);
+  EXPECT_EQ(st.st_mode, static_cast<mode_t>(S_IFSOCK | 0660));
+  EXPECT_EQ(st.st_uid, 0u);
+  EXPECT_EQ(st.st_gid, 1000u);
+}
+
+TEST(BenchPhone, RestartsADeadServiceWithNothingLeftOfIt) {
+  // The first one dies young and has to wait; the second one has run long enough.
+  Phone young(fake_service_options()), old(fake_service_options());
+  ASSERT_TRUE(young.ok() && old.ok());
+  ASSERT_TRUE(eventually([&] { return leftovers(young) == 3 && leftovers(old) == 3; }));
+  const pid_t bystander = atoi(young.shell("sleep 1000 > /dev/null 2>&1 & echo $!").out.c_str());
+
+  ASSERT_TRUE(young.signal(young.daemon_pid(), SIGKILL));
+  ASSERT_TRUE(eventually([&] { return leftovers(young) == 1; })) << leftovers(young);
+  EXPECT_EQ(young.named("sleep")[0].pid, bystander);
+  EXPECT_EQ(young.getprop("init.svc.harrowmossd"), "restarting");
+  EXPECT_FALSE(connects(young));  // nobody holds the socket of the dead one
+
+  ASSERT_TRUE(
+      eventually([&] { return init_times(young, "listening harrowmossd").size() == 2; }, 8000));
+  EXPECT_TRUE(connects(young));
+  const std::vector<long> starts = init_times(young, "started harrowmossd");
+  EXPECT_GE(starts[1] - starts[0], 4950);  // the log is a little later than the start
+  EXPECT_LT(starts[1] - starts[0], 6000);
+
+  ASSERT_TRUE(old.signal(old.daemon_pid(), SIGTERM));
+  ASSERT_TRUE(
+      eventually([&] { return init_times(old, "listening harrowmossd").size() == 2; }, 2000));
+  EXPECT_LT(init_times(old, "started harrowmossd")[1] - init_times(old, "ended harrowmossd")[0],
+            1000);
+}
+
+TEST(BenchPhone, StopsAndStartsAServiceByProperty) {
+  Phone phone(fake_service_options());
+  ASSERT_TRUE(phone.ok());
+  ASSERT_TRUE(eventually([&] { return leftovers(phone) == 3; }));
+  phone.setprop("ctl.stop", "harrowmossd");
+  ASSERT_TRUE(eventually([&] { return phone.getprop("init.svc.harrowmossd") == "stopped"; }));
+  EXPECT_EQ(leftovers(phone), 0);
+  EXPECT_EQ(phone.daemon_pid(), 0);
+  phone.setprop("ctl.start", "harrowmossd");
+  ASSERT_TRUE(eventually([&] { return connects(phone); }));
+}
+
+TEST(BenchPhone, FollowsTheRcFile) {
+  char rc[] = "/tmp/rc.XXXXXX";
+  close(mkstemp(rc));
+  ASSERT_TRUE(write_file(rc,
+                         "on boot\n"
+                         "    mkdir /data/made 0751 system shell\n"
+                         "    write /data/made/file \"two words\"\n"
+                         "    chown shell log /data/made/file\n"
+                         "    chmod 0640 /data/made/file\n"
+                         "    rmdir /data\n"
+                         "on property:a.b=1 && property:sys.boot_completed=1\n"
+                         "    setprop c.d ${a.b}\n"
+                         "    setprop seen yes\n"
+                         "service once /system/bin/touch /data/once\n"
+                         "    oneshot\n"
+                         "    disabled\n"
+                         "    user shell\n",
+                         0644));
+  Phone phone({"--file", std::string(rc) + "=/system/etc/init/harrowmossd.rc", "--no-daemon"});
+  unlink(rc);
+  ASSERT_TRUE(phone.ok());
+  EXPECT_NE(phone.messages().find("line 6: unknown command rmdir"), std::string::npos);
+  struct stat st;
+  ASSERT_EQ(stat(phone.inside("/data/made/file").c_str(), &st), 0);
+  EXPECT_EQ(phone.read("/data/made/file"), "two words");
+  EXPECT_EQ(st.st_mode & 07777, 0640u);
+  EXPECT_EQ(st.st_uid, 2000u);
+  EXPECT_EQ(st.st_gid, 1007u);
+  phone.setprop("a.b", "2");
+  phone.setprop("a.b", "1");
+  phone.setprop("a.b", "3");  // at once: the set before was an event all the same
+  EXPECT_TRUE(eventually([&] { return phone.getprop("seen") == "yes"; }));
+  phone.run({"chmod", "777", "/data"});
+  phone.setprop("ctl.start", "once");
+  EXPECT_TRUE(eventually([&] { return phone.getprop("init.svc.once") == "stopped"; }));
+  ASSERT_EQ(stat(phone.inside("/data/once").c_str(), &st), 0);
+  EXPECT_EQ(st.st_uid, 2000u);
+}
+
+TEST(BenchPhone, SetsItsProperties) {
+  char saved[] = "/tmp/saved.XXXXXX";
+  close(mkstemp(saved));
+  ASSERT_TRUE(write_file(saved, "persist.sys.kept=from before\npersist.sys.given=old\n", 0600));
+  Phone phone({"--no-daemon", "--file",
+               std::string(saved) + "=/data/property/persistent_properties", "--prop",
+               "ro.product.model=QZ101A", "--prop", "persist.sys.given=new", "--prop",
+               "vold.mounted="});
+  unlink(saved);
+  ASSERT_TRUE(phone.ok());
+  const struct {
+    const char* key;
+    const char* value;
+  } rows[] = {
+      {"ro.build.version.sdk", "33"},
+      {"sys.boot_completed", "1"},
+      {"ro.product.model", "QZ101A"},
+      {"persist.sys.kept", "from before"},
+      {"persist.sys.given", "new"},
+      {"vold.mounted", ""},
+      {"ro.build.display.id", "QZ201A V1.02"},
+  };
+  for (const auto& row : rows) {
+    EXPECT_EQ(phone.getprop(row.key), row.value) << row.key;
+    EXPECT_EQ(phone.run({"getprop", row.key}).out, std::string(row.value) + "\n") << row.key;
+  }
+  EXPECT_EQ(phone.run({"setprop", "test.one", "a b"}).status, 0);
+  EXPECT_EQ(phone.values_of("test.one"), Words{"a b"});
+  EXPECT_EQ(phone.run({"getprop", "no.such", "else"}).out, "else\n");
+  EXPECT_NE(phone.run({"setprop", "ro.build.version.sdk", "34"}).status, 0);
+}
+
+TEST(BenchPhone, NotesEveryCallOfAShellAndAStandIn) {
+  Phone phone({"--no-daemon"});
+  ASSERT_TRUE(phone.ok());
+  // toybox env calls the shell as system(3) does.
+  EXPECT_EQ(phone.run({"env", "sh", "-c", "ip link show lo; echo a\necho \"b  c\" | cat"})
+                .out.find("1: lo"),
+            0u);
+  const RunResult tables = phone.run({"/bin/sh", "-c", "/system/bin/ip6tables -t raw -L -n -v"});
+  EXPECT_EQ(tables.out.find("Chain PREROUTING"), 0u) << tables.err;
+  EXPECT_EQ(phone.run({"bugreportz", "-s"}).out.substr(0, 4), std::string("PK\5\6"));
+  phone.run({"logcat", "-d", "-b", "main"});
+  EXPECT_EQ(phone.shell_commands(), (Words{"ip link show lo; echo a\necho \"b  c\" | cat",
+                                           "/system/bin/ip6tables -t raw -L -n -v"}));
+  EXPECT_EQ(phone.calls_of("/system/bin/ip")[0].argv,
+            (Words{"/system/bin/ip", "link", "show", "lo"}));
+  EXPECT_EQ(phone.calls_of("/system/bin/ip6tables")[0].argv,
+            (Words{"/system/bin/ip6tables", "-t", "raw", "-L", "-n", "-v"}));
+  EXPECT_EQ(phone.calls_of("/system/bin/bugreportz")[0].argv[1], "-s");
+  EXPECT_EQ(phone.calls_of("/system/bin/logcat")[0].argv, (Words{"logcat", "-d", "-b", "main"}));
+  const auto shell = phone.calls_of("/system/bin/sh");
+  EXPECT_EQ(phone.calls_of("/system/bin/ip")[0].ppid, shell[0].pid);
+  phone.clear_calls();
+  EXPECT_TRUE(phone.calls().empty());
+}
+
+TEST(BenchPhone, TakesFilesOverItsRoot) {
+  char script[] = "/tmp/stand-in.XXXXXX";
+  close(mkstemp(script));
+  ASSERT_TRUE(write_file(script, "#!/bin/sh\necho mine\n", 0755));
+  Phone phone({"--no-daemon", "--file", std::string(script) + "=/system/bin/logcat", "--file",
+               std::string(script) + "=/system/bin/cp", "--file",
+               std::string(script) + "=/data/new/dir/tool"});
+  unlink(script);
+  ASSERT_TRUE(phone.ok());
+  // In place of a borrowed program, of a toybox link, and of nothing.
+  for (const char* path : {"/system/bin/logcat", "/system/bin/cp", "/data/new/dir/tool"})
+    EXPECT_EQ(phone.run({path}).out, "mine\n") << path;
+  EXPECT_EQ(phone.run({"cat", "/proc/1/comm"}).out, "init\n");  // toybox itself was not replaced
+}
+
+TEST(BenchPhone, HasAndroidsUserland) {
+  Phone phone({"--no-daemon"});
+  ASSERT_TRUE(phone.ok());
+  // mv onto a directory that is not empty, across file systems: merges, as on a phone.
+  const RunResult moved = phone.shell(
+      "mkdir -p /data/run/sub /sdcard/run/sub; echo 1 > /data/run/sub/a; echo 2 > "
+      "/sdcard/run/sub/b;"
+      "mv /data/run /sdcard/; echo $?; cat /sdcard/run/sub/*; ls /data/run 2>&1 | wc -l");
+  EXPECT_EQ(moved.out.substr(0, 6), "0\n1\n2\n") << moved.out << moved.err;
+  EXPECT_FALSE(phone.exists("/data/run"));
+  for (const char* tool :
+       {"cp", "mv", "rm", "chmod", "df", "uptime", "date", "netstat", "tr", "tar"})
+    EXPECT_EQ(phone.shell(std::string("command -v ") + tool).status, 0) << tool;
+  // A kernel file that has nothing to say blocks its reader.
+  const pid_t reader =
+      atoi(phone.shell("cat /d/tzdbg/log > /data/tz.txt 2>&1 & echo $!").out.c_str());
+  phone.append("/d/tzdbg/log", "trusted\n");
+  EXPECT_TRUE(eventually([&] { return phone.read("/data/tz.txt") == "trusted\n"; }));
+  EXPECT_TRUE(phone.signal(reader, SIGTERM));
+}
+
+TEST(BenchPhone, EndsWithItsCommandsStatus) {
+  const struct {
+    Words arguments;
+    const char* input;
+    int status;
+    const char* out;
+    const char* message;
+  } rows[] = {
+      {{"--no-daemon", "--", "true"}, "", 0, "", ""},
+      {{"--no-daemon", "--", "sh", "-c", "exit 7"}, "", 7, "", ""},
+      {{"--no-daemon", "--", "mksh", "-c", "kill -9 $$"}, "", 137, "", ""},
+      {{"--no-daemon"}, "echo typed; exit 3", 3, "typed\n", ""},
+      {{"--no-daemon", "--", "nosuch"}, "", 127, "", "nosuch: No such file"},
+      {{"--no-daemon", "--", "/data"}, "", 126, "", "/data: Permission denied"},
+      {{"--no-daemon", "--env", "A=b c", "--", "sh", "-c", "echo $A $PATH"},
+       "",
+       0,
+       "b c /product/bin",
+       ""},
+      {{"--no-daemon", "--timeout", "1", "--", "sleep", "100"}, "", 124, "", "ended after 1 s"},
+      {{"--daemon", "/nosuch", "--", "true"}, "", 125, "", "no daemon at /nosuch"},
+      {{"--no-daemon", "--file", "/nosuch=/x", "--", "true"}, "", 125, "", "copy /nosuch to /x"},
+      {{"--bad"}, "", 2, "", "unknown option --bad"},
+  };
+  for (const auto& row : rows) {
+    const RunResult result = run_phone(row.arguments, row.input);
+    EXPECT_EQ(result.status, row.status) << result.err;
+    EXPECT_EQ(result.out.find(row.out), 0u) << result.out;
+    EXPECT_NE(result.err.find(row.message), std::string::npos) << result.err;
+  }
+}
+
+TEST(BenchPhone, LeavesNothingBehind) {
+  const auto mount_points = [] {
+    std::set<std::string> names;
+    for (const auto& entry : fs::directory_iterator("/tmp")) {
+      const std::string name = entry.path().filename();
+      if (name.find("bench-phone.") == 0) names.insert(name);
+    }
+    return names;
+  };
+  const std::set<std::string> before = mount_points();
+  Phone phone(fake_service_options());
+  ASSERT_TRUE(phone.ok());
+  ASSERT_TRUE(eventually([&] { return leftovers(phone) == 3; }));
+  // Phones of other tests come and go meanwhile, so each name has some time to vanish.
+  for (const std::string& name : mount_points()) {
+    EXPECT_TRUE(before.count(name) == 1 || eventually([&] { return !fs::exists("/tmp/" + name); }))
+        << name;
+  }
+  const pid_t stubborn = phone.outer_pid(phone.named("left-session")[0].pid);
+  ASSERT_GT(stubborn, 0);
+  phone.end();  // kills the launcher, and fails when init outlives it
+  EXPECT_NE(kill(stubborn, 0), 0);
+}
+
+// On a made-up /proc, in a mount namespace of the test's own.
+TEST(SysrqMask, LetsNoPhoneBootWithTheTriggerInReach) {
+  char directory[] = "/tmp/sysrq.XXXXXX";
+  ASSERT_NE(mkdtemp(directory), nullptr);
+  const std::string base = directory;
+  ASSERT_TRUE(write_file(base + "/with/sysrq-trigger", "kernel", 0644));
+  ASSERT_TRUE(make_dirs(base + "/without", 0755));
+  ASSERT_TRUE(make_dirs(base + "/odd/sysrq-trigger", 0755));
+  ASSERT_TRUE(write_file(base + "/mask", "", 0666));
+  const struct {
+    const char* proc;
+    const char* mask;
+    bool boots;
+    const char* error;
+  } rows[] = {
+      {"/with", "/mask", true, ""},
+      {"/without", "/mask", true, ""},
+      {"/without", "/nosuch", true, ""},  // nothing to mask, nothing needed
+      {"/with", "/nosuch", false, "no plain file"},
+      {"/with", "/without", false, "no plain file"},
+      {"/odd", "/mask", false, "cannot put"},
+      {"/nosuch", "/mask", false, "cannot look at"},
+  };
+  for (const auto& row : rows) {
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    const pid_t child = fork();
+    if (child == 0) {
+      if (unshare(CLONE_NEWNS) != 0) _exit(99);
+      mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr);
+      std::string error;
+      const bool boots = mask_sysrq_trigger(base + row.proc, base + row.mask, &error);
+      // What a forced crash would write.
+      if (boots && row.proc == std::string("/with")) append_file(base + "/with/sysrq-trigger", "c");
+      (void)!write(ends[1], error.data(), error.size());
+      _exit(boots ? 0 : 1);
+    }
+    close(ends[1]);
+    char error[256] = "";
+    (void)!read(ends[0], error, sizeof error - 1);
+    close(ends[0]);
+    int status = 0;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(WEXITSTATUS(status), row.boots ? 0 : 1) << row.proc << row.mask << ": " << error;
+    EXPECT_NE(std::string(error).find(row.error), std::string::npos) << error;
+  }
+  EXPECT_EQ(read_file(base + "/with/sysrq-trigger"), "kernel");
+  EXPECT_EQ(read_file(base + "/mask"), "c");
+  fs::remove_all(base);
+}
+
+}  // namespace
