@@ -1,0 +1,107 @@
+#include "input/event_line.h"
+
+#include <gtest/gtest.h>
+#include <stdio.h>
+
+#include <string>
+
+#include "input/event_names.h"
+
+namespace {
+
+std::string fields(uint16_t type, uint16_t code, int32_t value) {
+  char line[kEventLineSize];
+  const size_t length = format_event_fields(line, type, code, value);
+  EXPECT_EQ(length, strlen(line));
+  return line;
+}
+
+TEST(EventLine, FieldsByteForByte) {
+  const struct {
+    uint16_t type, code;
+    int32_t value;
+    const char* text;
+  } rows[] = {
+      // clang-format off
+      {1, 0x14a, 1, "EV_KEY       BTN_TOUCH            DOWN                "},
+      {1, 0x14a, 0, "EV_KEY       BTN_TOUCH            UP                  "},
+      {1, 158, 2,   "EV_KEY       KEY_BACK             REPEAT              "},
+      {1, 158, 3,   "EV_KEY       KEY_BACK             3            "},
+      {1, 158, -1,  "EV_KEY       KEY_BACK             -1            "},
+      {3, 0x35, 539, "EV_ABS       ABS_MT_POSITION_X    539            "},
+      {3, 0x39, -1, "EV_ABS       ABS_MT_TRACKING_ID   -1            "},
+      {3, 0x3e, 1,  "EV_ABS       003e                 1            "},
+      {3, 0xffff, 0, "EV_ABS       ffff                 0            "},
+      {0, 0, 0,     "EV_SYN       SYN_REPORT           0            "},
+      {0, 2, 1,     "EV_SYN       SYN_MT_REPORT        1            "},
+      {0x15, 0, 1,  "EV_FF        0000                 1            "},
+      {0x17, 5, 1,  "EV_FF_STATUS 0005                 1            "},
+      {0x06, 7, 2,  "0006         0007                 2            "},
+      {0xabcd, 0xef01, INT32_MIN, "abcd         ef01                 -2147483648            "},
+      {4, 4, INT32_MAX, "EV_MSC       MSC_SCAN             2147483647            "},
+      // Names of 20, 21 and 22 characters; a longer one than the column is cut.
+      {1, 204, 1,   "EV_KEY       KEY_ALL_APPLICATIONS DOWN                "},
+      {1, 0x2b1, 0, "EV_KEY       KEY_MACRO_RECORD_STO UP                  "},
+      {1, 0x2b0, 0, "EV_KEY       KEY_MACRO_RECORD_STA UP                  "},
+      {5, 0x0a, 1,  "EV_SW        SW_KEYPAD_SLIDE      1            "},
+      {5, 0x03, 1,  "EV_SW        SW_RFKILL_ALL        1            "},
+      // clang-format on
+  };
+  for (const auto& row : rows) EXPECT_EQ(fields(row.type, row.code, row.value), row.text);
+}
+
+// The columns as printf would make them, for every type and for codes in and around its range.
+TEST(EventLine, ColumnsArePrintfs) {
+  for (unsigned type = 0; type <= 0x22; type++) {
+    for (unsigned code = 0; code <= 0x310; code++) {
+      const auto t = static_cast<uint16_t>(type);
+      const auto c = static_cast<uint16_t>(code);
+      const auto value = static_cast<int32_t>(code * 2654435761u);
+      char text[128];
+      const char* type_name = event_type_name(t);
+      int used = type_name != nullptr ? snprintf(text, sizeof(text), "%-12.12s", type_name)
+                                      : snprintf(text, sizeof(text), "%04x        ", type);
+      const char* name = event_code_name(t, c);
+      used += name != nullptr ? snprintf(text + used, 64, " %-20.20s", name)
+                              : snprintf(text + used, 64, " %04x                ", code);
+      const char* value_name = type == 1 ? key_value_name(value) : nullptr;
+      value_name != nullptr ? snprintf(text + used, 64, " %-20.20s", value_name)
+                            : snprintf(text + used, 64, " %d            ", value);
+      ASSERT_EQ(fields(t, c, value), text);
+    }
+  }
+}
+
+TEST(EventLine, StampHasUnpaddedMicroseconds) {
+  const struct {
+    civil_time when;
+    long microseconds;
+    const char* text;
+  } rows[] = {
+      {{2024, 3, 9, 7, 5, 2}, 41307, "2024-03-09 07:05:02:41307  "},
+      {{2026, 12, 31, 23, 59, 59}, 999999, "2026-12-31 23:59:59:999999  "},
+      {{1970, 1, 1, 0, 0, 0}, 0, "1970-01-01 00:00:00:0  "},
+      {{2000, 10, 10, 10, 10, 10}, 7, "2000-10-10 10:10:10:7  "},
+  };
+  for (const auto& row : rows) {
+    char text[kEventStampSize];
+    EXPECT_EQ(format_event_stamp(text, row.when, row.microseconds), strlen(row.text));
+    EXPECT_STREQ(text, row.text);
+  }
+}
+
+// Nothing asks for such dates; they must not reach behind the buffer either.
+TEST(EventLine, StampHoldsAnyNumbers) {
+  const int low = INT32_MIN;
+  char text[kEventStampSize];
+  const size_t length = format_event_stamp(text, {low, low, low, low, low, low}, INT64_MIN);
+  EXPECT_LT(length, sizeof(text));
+  EXPECT_EQ(length, strlen(text));
+}
+
+TEST(EventLine, MarkersAreOfOneWidth) {
+  EXPECT_STREQ(event_device_marker(true), "  second  ");
+  EXPECT_STREQ(event_device_marker(false), "          ");
+}
+
+}  // namespace

@@ -1,0 +1,136 @@
+#include "input/event_names.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <map>
+#include <sstream>
+#include <string>
+
+namespace {
+
+constexpr char kKernelHeader[] = "/usr/include/linux/input-event-codes.h";
+
+constexpr uint16_t kSyn = 0x00, kKey = 0x01, kRel = 0x02, kAbs = 0x03, kMsc = 0x04, kSw = 0x05,
+                   kLed = 0x11, kSnd = 0x12, kRep = 0x14;
+
+std::string code_name(uint16_t type, uint16_t code) {
+  const char* name = event_code_name(type, code);
+  return name == nullptr ? "-" : name;
+}
+
+std::string type_name(uint16_t type) {
+  const char* name = event_type_name(type);
+  return name == nullptr ? "-" : name;
+}
+
+// Every name with its number, as the build machine's kernel header defines them.
+std::map<std::string, unsigned long> kernel_names() {
+  std::map<std::string, unsigned long> names;
+  std::ifstream header(kKernelHeader);
+  for (std::string line; std::getline(header, line);) {
+    std::istringstream words(line);
+    std::string define, name, value;
+    if (!(words >> define >> name >> value) || define != "#define") continue;
+    const auto known = names.find(value);
+    names[name] = known != names.end() ? known->second : strtoul(value.c_str(), nullptr, 0);
+  }
+  return names;
+}
+
+TEST(EventNames, NumbersAreTheKernels) {
+  const auto names = kernel_names();
+  ASSERT_GT(names.size(), 700u) << kKernelHeader;
+  for (unsigned type = 0; type <= 0xff; type++) {
+    const char* name = event_type_name(static_cast<uint16_t>(type));
+    if (name != nullptr) {
+      EXPECT_EQ(names.at(name), type) << name;
+    }
+    for (unsigned code = 0; code <= 0xffff; code++) {
+      name = event_code_name(static_cast<uint16_t>(type), static_cast<uint16_t>(code));
+      if (name == nullptr) continue;
+      ASSERT_EQ(names.count(name), 1u) << name;
+      EXPECT_EQ(names.at(name), code) << name;
+    }
+  }
+}
+
+// A row that is lost from a table, or a type that is wired to another one's, changes a count.
+TEST(EventNames, EveryTypeIsComplete) {
+  const struct {
+    uint16_t type;
+    int named;
+    const char* last;
+  } rows[] = {{kSyn, 5, "SYN_MAX"},  {kKey, 596, "KEY_MAX"}, {kRel, 14, "REL_MAX"},
+              {kAbs, 43, "ABS_MAX"}, {kMsc, 7, "MSC_MAX"},   {kSw, 17, "SW_MACHINE_COVER"},
+              {kLed, 12, "LED_MAX"}, {kSnd, 4, "SND_MAX"},   {kRep, 2, "REP_PERIOD"}};
+  for (const auto& row : rows) {
+    int named = 0;
+    std::string last;
+    for (uint32_t code = 0; code <= 0xffff; code++) {
+      const char* name = event_code_name(row.type, static_cast<uint16_t>(code));
+      if (name == nullptr) continue;
+      named++;
+      last = name;
+    }
+    EXPECT_EQ(named, row.named) << row.last;
+    EXPECT_EQ(last, row.last);
+  }
+}
+
+TEST(EventNames, HolesAndWhatLiesBehindTheRangeHaveNone) {
+  const struct {
+    uint16_t type, code;
+    const char* name;
+  } rows[] = {
+      {kSyn, 4, "-"},     {kSyn, 16, "-"},
+      {kKey, 84, "-"},    {kKey, 0x2fe, "-"},
+      {kKey, 0x300, "-"}, {kKey, 0xffff, "-"},
+      {kKey, 0x27b, "-"}, {kRel, 13, "-"},
+      {kRel, 16, "-"},    {kAbs, 0x21, "-"},
+      {kAbs, 0x3e, "-"},  {kAbs, 0x40, "-"},
+      {kMsc, 6, "-"},     {kMsc, 8, "-"},
+      {kSw, 17, "-"},     {kLed, 11, "-"},
+      {kLed, 16, "-"},    {kSnd, 3, "-"},
+      {kSnd, 8, "-"},     {kRep, 2, "-"},
+      {0x06, 0, "-"},     {0x10, 0, "-"},
+      {0x13, 0, "-"},     {0x15, 0, "-"},
+      {0x16, 0, "-"},     {0x1f, 0, "-"},
+      {0xffff, 0, "-"},   {kKey, 0, "KEY_RESERVED"},
+      {kAbs, 0, "ABS_X"}, {kAbs, 0x35, "ABS_MT_POSITION_X"},
+  };
+  for (const auto& row : rows)
+    EXPECT_EQ(code_name(row.type, row.code), row.name) << row.type << " " << row.code;
+}
+
+TEST(EventNames, TheFirstOfSeveralNamesWins) {
+  const struct {
+    uint16_t code;
+    const char* name;
+  } rows[] = {
+      {113, "KEY_MUTE"},           {122, "KEY_HANGEUL"},          {152, "KEY_COFFEE"},
+      {153, "KEY_ROTATE_DISPLAY"}, {204, "KEY_ALL_APPLICATIONS"}, {244, "KEY_BRIGHTNESS_AUTO"},
+      {246, "KEY_WWAN"},           {0x100, "BTN_MISC"},           {0x110, "BTN_MOUSE"},
+      {0x120, "BTN_JOYSTICK"},     {0x130, "BTN_GAMEPAD"},        {0x140, "BTN_DIGI"},
+      {0x14a, "BTN_TOUCH"},        {0x150, "BTN_WHEEL"},          {0x2c0, "BTN_TRIGGER_HAPPY"}};
+  for (const auto& row : rows) EXPECT_EQ(code_name(kKey, row.code), row.name);
+  EXPECT_EQ(code_name(kSw, 3), "SW_RFKILL_ALL");
+}
+
+TEST(EventNames, TypesAndKeyValues) {
+  const struct {
+    uint16_t type;
+    const char* name;
+  } rows[] = {{0x00, "EV_SYN"},       {0x05, "EV_SW"}, {0x06, "-"},      {0x10, "-"},
+              {0x11, "EV_LED"},       {0x13, "-"},     {0x15, "EV_FF"},  {0x16, "EV_PWR"},
+              {0x17, "EV_FF_STATUS"}, {0x18, "-"},     {0x1f, "EV_MAX"}, {0x20, "-"},
+              {0xffff, "-"}};
+  for (const auto& row : rows) EXPECT_EQ(type_name(row.type), row.name) << row.type;
+  EXPECT_STREQ(key_value_name(0), "UP");
+  EXPECT_STREQ(key_value_name(1), "DOWN");
+  EXPECT_STREQ(key_value_name(2), "REPEAT");
+  for (const int32_t value : {-1, 3, INT32_MIN, INT32_MAX})
+    EXPECT_EQ(key_value_name(value), nullptr) << value;
+}
+
+}  // namespace
