@@ -1,0 +1,103 @@
+#include "capture/run.h"
+#include "selflog/self_logger.h"
+#include "tests/inphone/inphone.h"
+
+namespace {
+
+using namespace inphone;
+using loggersystem::startSelfLogCollector;
+
+constexpr char kLogcatPath[] = "/system/bin/logcat";
+
+const Texts kCollectorArgv = {"harrowmossd:SLC",
+                              "-v",
+                              "threadtime,usec",
+                              "-s",
+                              "Harrowmoss harrowmoss harrowmossd",
+                              "-b",
+                              "main",
+                              "-f",
+                              "/data/misc/zelkalog/.logger/harrowmoss.txt",
+                              "-r",
+                              "10240",
+                              "-n",
+                              "2"};
+
+class Collector : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    setprop("persist.sys.logger.enable", "on");
+    setprop("persist.sys.zklog.enable", "on");
+  }
+  // The pid of the `count`-th logcat, once it runs.
+  pid_t wait_for_logcat(size_t count) {
+    EXPECT_TRUE(eventually([=] { return calls_of(kLogcatPath).size() == count; }));
+    EXPECT_TRUE(eventually([] { return s_self_log_collector_pid > 0; }));
+    return s_self_log_collector_pid;
+  }
+  void wait_for_end(long times) {
+    EXPECT_TRUE(eventually([=] { return logged("W logger stopoped, exit") == times; }));
+  }
+};
+
+TEST_F(Collector, RunsLogcatInAGroupOfItsOwn) {
+  EXPECT_EQ(startSelfLogCollector(&s_self_log_collector_pid), 0);
+  const pid_t logcat = wait_for_logcat(1);
+  EXPECT_EQ(calls_of(kLogcatPath)[0], kCollectorArgv);
+  EXPECT_EQ(getpgid(logcat), logcat);
+}
+
+// It must be there before the first line can be missed, and must hold this process's lines.
+TEST_F(Collector, CopiesOurLines) {
+  startSelfLogCollector(&s_self_log_collector_pid);
+  EXPECT_TRUE(eventually(
+      [] { return get(kCollectorFile).find("fork child process, pid:") != std::string::npos; }));
+}
+
+TEST_F(Collector, RestartsItsLogcatWhileLoggingIsOn) {
+  startSelfLogCollector(&s_self_log_collector_pid);
+  for (size_t round = 1; round <= 3; round++) {
+    const pid_t logcat = wait_for_logcat(round);
+    ASSERT_EQ(kill(logcat, SIGKILL), 0);
+    EXPECT_TRUE(eventually(
+        [=] { return s_self_log_collector_pid != logcat && s_self_log_collector_pid > 0; }));
+    EXPECT_EQ(logged("E waitpid " + std::to_string(logcat) + " finished"), 1);
+  }
+}
+
+TEST_F(Collector, EndsWhenLoggingIsOffAndCanBeStartedAgain) {
+  startSelfLogCollector(&s_self_log_collector_pid);
+  const pid_t logcat = wait_for_logcat(1);
+  setprop("persist.sys.zklog.enable", "off");
+  kill(logcat, SIGKILL);
+  wait_for_end(1);
+  EXPECT_EQ(calls_of(kLogcatPath).size(), 1u);
+  // It says so just before it lets go: a start may come too early for a new one.
+  setprop("persist.sys.zklog.enable", "on");
+  EXPECT_TRUE(eventually([] {
+    return startSelfLogCollector(&s_self_log_collector_pid) == 0 ||
+           calls_of(kLogcatPath).size() == 2;
+  }));
+  EXPECT_TRUE(eventually([] { return calls_of(kLogcatPath).size() == 2; }));
+}
+
+TEST_F(Collector, ASecondStartLeavesTheFirstOneAlone) {
+  EXPECT_EQ(startSelfLogCollector(&s_self_log_collector_pid), 0);
+  const pid_t logcat = wait_for_logcat(1);
+  EXPECT_EQ(startSelfLogCollector(&s_self_log_collector_pid), -1);
+  EXPECT_EQ(s_self_log_collector_pid, logcat);
+  // A second one would have run its logcat before this one is back.
+  kill(logcat, SIGKILL);
+  EXPECT_TRUE(eventually([] { return calls_of(kLogcatPath).size() == 2; }));
+}
+
+TEST(CollectorSwitch, NeedsTheSelfLogSwitchedOn) {
+  setprop("persist.sys.zklog.enable", "on");
+  for (const char* value : {"", "off", "On"}) {
+    setprop("persist.sys.logger.enable", value);
+    EXPECT_EQ(startSelfLogCollector(&s_self_log_collector_pid), -1) << value;
+  }
+  EXPECT_EQ(log_texts(), Texts(3, "W not enabled self logger"));
+}
+
+}  // namespace

@@ -1,0 +1,237 @@
+#include "capture/logcat.h"
+
+#include <regex>
+
+#include "capture/run.h"
+#include "capture/workers.h"
+#include "selflog/props.h"
+#include "storage/utils.h"
+#include "tests/inphone/inphone.h"
+
+namespace {
+
+using namespace inphone;
+
+constexpr const char* kAllBuffers[] = {"main", "events", "system", "radio", "crash", "kernel"};
+
+class Logcat : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    catch_sigchld();
+    initialize_globals();
+    strcpy(s_log_store_path, "/data/misc/zelkalog/1#run");
+    ASSERT_EQ(creat_dir("/data/misc/zelkalog/1#run/mobile"), 0);
+  }
+  // The recorded calls once there are `count` of them.
+  static std::vector<Texts> logcats(size_t count) {
+    EXPECT_TRUE(eventually([=] { return calls_of(kLogcat).size() >= count; }));
+    EXPECT_EQ(calls_of(kLogcat).size(), count);
+    return calls_of(kLogcat);
+  }
+  static Texts argv_of(const std::string& name) {
+    for (const Texts& argv : calls_of(kLogcat)) {
+      if (argv[0] == name) return argv;
+    }
+    return {};
+  }
+};
+
+TEST(LogcatFileName, IsTheBuildAndTheTagInTheDirectory) {
+  const std::string id = "ro.vendor.build.display.id";
+  const struct {
+    std::vector<std::pair<std::string, std::string>> properties;
+    const char* directory;
+    const char* tag;
+    const char* file;
+  } rows[] = {
+      {{{id, "DEMO V1.02 beta"}}, "/a/b", "main", "/a/b/DEMO-V1.02-beta-main.txt"},
+      {{{id, "DEMO V1.02 beta"}}, "/a/b/", "main", "/a/b/DEMO-V1.02-beta-main.txt"},
+      {{{id, " x  y "}}, "/a", "radio_1", "/a/-x--y--radio_1.txt"},
+      {{}, "/a", "kernel", "/a/zelka-kernel.txt"},
+      {{{id, ""}}, "/a", "kernel", "/a/zelka-kernel.txt"},
+      {{{id, "x"}}, "", "main", "/x-main.txt"},
+  };
+  for (const auto& row : rows) {
+    EXPECT_EQ(with_properties(row.properties,
+                              [&row] {
+                                char path[256] = {};
+                                strcpy(path, row.directory);
+                                const int length = build_logcat_file_name(row.tag, path);
+                                return std::string(path) + " " + std::to_string(length);
+                              }),
+              std::string(row.file) + " " + std::to_string(strlen(row.file) - strlen(".txt")));
+  }
+}
+
+TEST(LogcatFileNameDeathTest, ADirectoryThatLeavesNoRoomAborts) {
+  char path[256] = {};
+  memset(path, 'd', 254);
+  EXPECT_EXIT(build_logcat_file_name("main", path), ::testing::KilledBySignal(SIGABRT), "");
+}
+
+TEST_F(Logcat, EveryBufferGetsExactlyTheseArguments) {
+  const char* const general_kib[] = {"10240", "1024", "1024", "1024", "1024", "2048"};
+  for (const char* buffer : kAllBuffers) {
+    EXPECT_EQ(catcher_logcat_log(buffer, "/data/d", 1), 0);
+    EXPECT_EQ(catcher_logcat_log(buffer, "/data/g/", 0), 0);
+  }
+  logcats(12);
+  for (int i = 0; i < kLogcatBuffers; i++) {
+    const std::string buffer = kAllBuffers[i];
+    const std::string file = "/QZ201A-V1.02-" + buffer + ".txt";
+    const std::string debug = "harrowmossd:debug-" + buffer + "-vesk";
+    const std::string general = "harrowmossd:general-" + buffer + "-vesk";
+    EXPECT_EQ(argv_of(debug), (Texts{debug, "-v", "threadtime,usec", "-b", buffer, "-f",
+                                     "/data/d" + file, "-r", "102400", "-n", "9"}));
+    EXPECT_EQ(argv_of(general), (Texts{general, "-v", "threadtime", "-b", buffer, "-f",
+                                       "/data/g" + file, "-r", general_kib[i], "-n", "1"}));
+    EXPECT_STREQ(s_debug_vesk_group[i].buffer, buffer.c_str());
+    EXPECT_EQ(getpgid(s_debug_vesk_group[i].pid), s_debug_vesk_group[i].pid);
+    EXPECT_TRUE(is_ours(s_general_group[i + 1]));
+  }
+  EXPECT_EQ(s_debug_group[1], 0);
+}
+
+TEST_F(Logcat, TheNumberOfFilesFollowsTheSettings) {
+  s_logcat_file_count = 5;
+  catcher_logcat_log("main", "/data", 1);
+  s_extended_logcat_count = true;
+  catcher_logcat_log("radio", "/data", 1);
+  catcher_logcat_log("crash", "/data", 0);
+  logcats(3);
+  EXPECT_EQ(argv_of("harrowmossd:debug-main-vesk").back(), "5");
+  EXPECT_EQ(argv_of("harrowmossd:debug-radio-vesk").back(), "39");
+  EXPECT_EQ(argv_of("harrowmossd:general-crash-vesk").back(), "1");
+}
+
+TEST_F(Logcat, TheFileIsThereForTheAppFromTheStart) {
+  umask(077);
+  const std::string file = "/data/misc/zelkalog/1#run/mobile/QZ201A-V1.02-main.txt";
+  put(file, "of an earlier run");
+  chmod(file.c_str(), 0600);
+  catcher_logcat_log("main", "/data/misc/zelkalog/1#run/mobile", 1);
+  logcats(1);
+  EXPECT_EQ(mode_and_owner(file), "0666 1015:1015");
+  EXPECT_EQ(get(file).find("of an earlier run"), std::string::npos);
+}
+
+// True when the one child that is left is told to end.
+bool the_child_ends() {
+  int status = 0;
+  return eventually([&status] { return reap_any(&status) > 0; });
+}
+
+TEST_F(Logcat, ABufferWithoutARowIsNotKept) {
+  EXPECT_EQ(catcher_logcat_log("security", "/data", 1), 0);
+  EXPECT_TRUE(the_child_ends());
+  for (const logcat_row& row : s_debug_vesk_group) EXPECT_EQ(row.pid, 0);
+}
+
+TEST_F(Logcat, AGeneralOneWithoutASlotIsNotKept) {
+  for (int slot = 1; slot <= 32; slot++) s_general_group[slot] = 100000;
+  EXPECT_EQ(catcher_logcat_log("main", "/data", 0), 0);
+  EXPECT_TRUE(the_child_ends());
+}
+
+class ReplacedLogcat : public Logcat {
+ protected:
+  void SetUp() override {
+    Logcat::SetUp();
+    setprop(kEnableProp, "on");
+    s_debug_vesk_group[3].pid = kDead;
+  }
+  static constexpr pid_t kDead = 999999;
+  static Texts replacement(const std::string& tag, const std::string& count) {
+    return {"harrowmossd:debug-radio-vesk",
+            "-v",
+            "threadtime,usec",
+            "-b",
+            "radio",
+            "-f",
+            "/data/misc/zelkalog/1#run/mobile/QZ201A-V1.02-" + tag + ".txt",
+            "-r",
+            "102400",
+            "-n",
+            count};
+  }
+};
+
+TEST_F(ReplacedLogcat, ClearsTheBufferTwiceAndWritesANewFile) {
+  const Texts clear = {"vesk_clear", "-b", "radio", "-c"};
+  setprop(kLogcatFileCountProp, "4");
+  update_logcat_log(kDead);
+  EXPECT_EQ(logcats(3), (std::vector<Texts>{clear, clear, replacement("radio_1", "4")}));
+  EXPECT_EQ(s_debug_vesk_group[3].pid, kDead);  // until the stop
+  const pid_t first = s_newlog_group[3].pid;
+  EXPECT_EQ(getpgid(first), first);
+
+  // A replacement that ends too is not replaced; a later run's logcat is, under the next number.
+  update_logcat_log(first);
+  s_debug_vesk_group[3].pid = kDead + 1;
+  setprop(kLogcatFileCountProp, "");
+  update_logcat_log(kDead + 1);
+  const std::vector<Texts> all = logcats(6);
+  EXPECT_EQ(std::vector<Texts>(all.begin() + 3, all.end()),
+            (std::vector<Texts>{clear, clear, replacement("radio_2", "9")}));
+  EXPECT_EQ(s_newlog_group[3].count, 2);
+  for (const int other : {0, 1, 2, 4, 5}) EXPECT_EQ(s_newlog_group[other].count, 0);
+  EXPECT_EQ(logged("E fork child process, pid:999999, update_logcat_log: vesk -b radio -c \n"), 2);
+}
+
+TEST_F(ReplacedLogcat, OtherChildrenAndAStoppedRunAreLeftAlone) {
+  update_logcat_log(kDead + 1);
+  for (const char* off : {"off", "", "On"}) {
+    setprop(kEnableProp, off);
+    update_logcat_log(kDead);
+  }
+  EXPECT_EQ(calls_of(kLogcat).size(), 0u);
+  EXPECT_EQ(s_newlog_group[3].count, 0);
+  EXPECT_EQ(logged("D update_logcat_log pid = 999999"), 3);
+}
+
+// The snapshot's two commands and the file that they name; "" when they are not as expected.
+std::string snapshot_file(const Texts& commands) {
+  if (commands.size() != 2) return "";
+  std::smatch found;
+  if (!std::regex_match(commands[0], found, std::regex("/system/bin/logcat -p -g >> (.*)")))
+    return "";
+  return commands[1] == "/system/bin/logcat -S >> " + found[1].str() ? found[1].str() : "";
+}
+
+constexpr char kStamp[] = R"(logcat_control_message-\d\d-\d\d_\d\d-\d\d-\d\d\.txt)";
+
+TEST_F(Logcat, SnapshotsOfTheLogDaemonsSettings) {
+  const struct {
+    void (*write)(const char*);
+    const char* directory;
+    const char* types;
+    const char* expected;  // directory of the file, "" for none
+  } rows[] = {
+      {get_logcat_control_message, "/data/x1/mobile", "1", "/data/x1/mobile/"},
+      {get_logcat_control_message, "/data/x2/mobile/", "1", "/data/x2/mobile/"},
+      {get_logcat_control_message, "/data/x 3", "0", "/data/x\\ 3/"},
+      {get_logcat_control_message, "", "1", ""},
+      {get_logcat_control_message_for_debug, "/data/y1", "1", "/data/y1/mobile/"},
+      {get_logcat_control_message_for_debug, "/data/y2/", "3", "/data/y2/mobile/"},
+      {get_logcat_control_message_for_debug, "/data/y3", "2", ""},
+      {get_logcat_control_message_for_debug, "", "1", ""},
+  };
+  for (const auto& row : rows) {
+    setprop(kTypeProp, row.types);
+    const size_t before = shell_commands().size();
+    row.write(row.directory);
+    const Texts all = shell_commands();
+    const std::string file =
+        snapshot_file(Texts(all.begin() + static_cast<ptrdiff_t>(before), all.end()));
+    if (row.expected[0] == '\0') {
+      EXPECT_EQ(all.size(), before) << row.directory;
+      continue;
+    }
+    EXPECT_EQ(file.rfind(row.expected, 0), 0u) << file;
+    EXPECT_TRUE(std::regex_match(file.substr(strlen(row.expected)), std::regex(kStamp))) << file;
+  }
+  EXPECT_EQ(list("/data/x 3").size(), 1u);
+  EXPECT_NE(get("/data/x 3/" + list("/data/x 3")[0]), "");
+}
+
+}  // namespace

@@ -1,0 +1,155 @@
+#include "storage/measure.h"
+
+#include <sys/resource.h>
+
+#include "storage/utils.h"
+#include "tests/inphone/inphone.h"
+
+namespace {
+
+using namespace inphone;
+
+constexpr char kTree[] = "/data/tree";
+
+// st_size of the path itself.
+int64_t own_size(const std::string& path) {
+  struct stat info = {};
+  stat(path.c_str(), &info);
+  return info.st_size;
+}
+
+std::string tree(const std::string& rest) {
+  return std::string(kTree) + "/" + rest;
+}
+
+class Measure : public ::testing::Test {
+ protected:
+  void SetUp() override { ASSERT_EQ(mkdir(kTree, 0777), 0); }
+};
+
+TEST_F(Measure, AMissingPathIsNothing) {
+  EXPECT_EQ(getFileSize("/data/none"), 0);
+  EXPECT_EQ(logged("E stat file /data/none error: No such file or directory\n"), 1);
+}
+
+TEST_F(Measure, AnEmptyDirectoryIsItsOwnSize) {
+  EXPECT_EQ(getFileSize(kTree), own_size(kTree));
+}
+
+TEST_F(Measure, FilesAndDirectoriesAddUp) {
+  put(tree("a"), std::string(1000, 'a'));
+  put(tree("d/b"), std::string(234, 'b'));
+  put(tree("d/e/c"), "");
+  put(tree(".hidden"), "123");
+  EXPECT_EQ(getFileSize(tree("a").c_str()), 1000);
+  EXPECT_EQ(getFileSize(kTree),
+            1237 + own_size(kTree) + own_size(tree("d")) + own_size(tree("d/e")));
+}
+
+TEST_F(Measure, LinksCountAsWhatTheyShow) {
+  put("/data/elsewhere/big", std::string(5000, 'x'));
+  ASSERT_EQ(symlink("/data/elsewhere/big", tree("file").c_str()), 0);
+  ASSERT_EQ(symlink("/data/elsewhere", tree("dir").c_str()), 0);
+  ASSERT_EQ(symlink("/missing", tree("dangling").c_str()), 0);
+  EXPECT_EQ(getFileSize(kTree), own_size(kTree) + 5000 + own_size("/data/elsewhere") + 5000);
+  EXPECT_EQ(logged("E cannot open directory /data/tree/dangling: No such file or directory\n"), 1);
+}
+
+// Each of these has no end when a link is followed into what it stands in.
+TEST_F(Measure, ADirectoryThatHoldsItselfCountsOnce) {
+  put(tree("d/e/file"), std::string(100, 'x'));
+  const int64_t without = getFileSize(kTree);
+  const int64_t names = own_size(tree("d/e"));
+  for (const char* link : {"d/e/self", "d/e/again"}) ASSERT_EQ(symlink(".", tree(link).c_str()), 0);
+  ASSERT_EQ(symlink("../..", tree("d/e/ancestor").c_str()), 0);
+  ASSERT_EQ(symlink(kTree, tree("d/e/root").c_str()), 0);
+  EXPECT_EQ(getFileSize(kTree), without + own_size(tree("d/e")) - names);
+}
+
+TEST_F(Measure, TheSameDirectoryTwiceIsNoLoop) {
+  put("/data/elsewhere/file", std::string(100, 'x'));
+  for (const char* link : {"one", "two"})
+    ASSERT_EQ(symlink("/data/elsewhere", tree(link).c_str()), 0);
+  EXPECT_EQ(getFileSize(kTree), own_size(kTree) + 2 * (own_size("/data/elsewhere") + 100));
+}
+
+TEST_F(Measure, LongNamesAndDeepTrees) {
+  std::string path = kTree;
+  int64_t expected = 0;
+  for (int level = 0; level < 14; level++) {  // 3500 bytes of path
+    path += "/" + std::string(250, static_cast<char>('a' + level));
+    ASSERT_EQ(mkdir(path.c_str(), 0777), 0);
+  }
+  put(path + "/file", std::string(77, 'x'));
+  for (std::string at = path; at.size() >= strlen(kTree); at.resize(at.rfind('/')))
+    expected += own_size(at);
+  EXPECT_EQ(getFileSize(kTree), expected + 77);
+}
+
+// More levels, and more directories on one level, than descriptors.
+TEST_F(Measure, HoldsNoDescriptorForEachDirectory) {
+  int64_t expected = 0;
+  std::string deep = tree("deep");
+  for (int level = 0; level < 100; level++) deep += "/d";
+  put(deep + "/file", "1234567");
+  for (std::string at = deep; at != kTree; at.resize(at.rfind('/'))) expected += own_size(at);
+  for (int i = 0; i < 100; i++) {
+    put(tree("wide/" + std::to_string(i) + "/file"), "12345");
+    expected += 5 + own_size(tree("wide/" + std::to_string(i)));
+  }
+  const rlimit few = {32, 32};
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
+  EXPECT_EQ(getFileSize(kTree), expected + 7 + own_size(kTree) + own_size(tree("wide")));
+}
+
+TEST_F(Measure, WhatCannotBeReadIsLeftOut) {
+  put(tree("open"), "1234");
+  put(tree("closed/file"), "12345678");
+  put(tree("listed/file"), "12345678");
+  chmod(tree("closed").c_str(), 0700);
+  chmod(tree("listed").c_str(), 0744);  // names without a look behind them
+  const int64_t directories = own_size(kTree) + own_size(tree("closed")) + own_size(tree("listed"));
+  ASSERT_EQ(chmod("/data", 0755), 0);
+  ASSERT_EQ(seteuid(2000), 0);
+  EXPECT_EQ(getFileSize(kTree), directories + 4);
+  ASSERT_EQ(seteuid(0), 0);
+}
+
+TEST_F(Measure, FilesystemSizeIsWhatOrdinaryUsersMayTake) {
+  EXPECT_EQ(get_filesystem_size(nullptr), -1);
+  EXPECT_EQ(get_filesystem_size("/data/none"), -2);
+  EXPECT_EQ(get_filesystem_size("/proc"), -2);  // no blocks at all
+  const int64_t before = get_filesystem_size("/sdcard");
+  EXPECT_EQ(before, available("/sdcard"));
+  put_bytes("/sdcard/file", 1 << 20);
+  EXPECT_EQ(get_filesystem_size("/sdcard"), before - (1 << 20));
+  EXPECT_EQ(log_texts(), (Texts{"E Failed to get storage size with null path",
+                                "E Failed to get /data/none storage size",
+                                "E Failed to get /proc storage size"}));
+}
+
+TEST_F(Measure, SpaceNeededIsWholeBlocksAndOneForEachEntry) {
+  put_bytes(tree("one"), 1);
+  put_bytes(tree("full"), 4096);
+  put_bytes(tree(".hidden"), 4097);
+  ASSERT_EQ(symlink("/data/elsewhere", tree("link").c_str()), 0);
+  put_bytes("/data/elsewhere/huge", 1 << 20);
+  const int64_t block = 4096;
+  const struct {
+    std::string source;
+    int64_t blocks;
+  } rows[] = {
+      {tree("one"), 2},
+      {tree("full"), 2},
+      {tree(".hidden"), 3},
+      {tree("link"), 2},  // moved as the link that it is
+      {tree("none"), 0},
+      {tree("*"), 2 + 2 + 2},  // the shell's pattern leaves hidden ones
+                               // out
+      {kTree, 2 + 2 + 2 + 3 + 2},
+  };
+  for (const auto& row : rows)
+    EXPECT_EQ(space_needed(row.source.c_str(), block), row.blocks * block) << row.source;
+}
+
+}  // namespace

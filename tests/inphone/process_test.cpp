@@ -1,0 +1,318 @@
+#include "base/process.h"
+
+#include <sys/time.h>
+
+#include <atomic>
+#include <functional>
+#include <thread>
+
+#include "tests/inphone/inphone.h"
+
+namespace {
+
+using namespace inphone;
+
+// What `body` says in a child made by `fork_it`.
+bool holds_in_child(
+    const std::function<bool()>& body,
+    const std::function<pid_t()>& fork_it = [] { return fork_process(group::inherit); }) {
+  const pid_t pid = fork_it();
+  if (pid == 0) _exit(body() ? 0 : 1);
+  int status = -1;
+  return wait_for(pid, &status) == pid && status == 0;
+}
+
+bool is_open(int fd) {
+  return fcntl(fd, F_GETFD) != -1;
+}
+
+TEST(ForkProcess, AChildHoldsNoneOfTheMainProcesssSockets) {
+  int named[2];
+  int others[2];
+  ASSERT_EQ(pipe(named), 0);
+  ASSERT_EQ(pipe(others), 0);
+  close_in_children(named[0]);
+  close_in_children(named[1]);
+  set_connection(others[0]);
+  EXPECT_TRUE(holds_in_child([&] {
+    return !is_open(named[0]) && !is_open(named[1]) && !is_open(others[0]) && is_open(others[1]);
+  }));
+  EXPECT_TRUE(
+      holds_in_child([&] { return !is_open(named[0]) && !is_open(named[1]) && is_open(others[0]); },
+                     [] { return fork_process_keeping_connection(group::inherit); }));
+  EXPECT_TRUE(is_open(named[0]) && is_open(named[1]) && is_open(others[0]));
+  // A grandchild closes nothing that has got the numbers since.
+  EXPECT_TRUE(holds_in_child([&] {
+    const int fd = dup(others[1]);
+    return fd == named[0] && holds_in_child([fd] { return is_open(fd); });
+  }));
+}
+
+TEST(ForkProcessDeathTest, FourDescriptorsAreTheMost) {
+  for (int fd = 100; fd < 104; fd++) close_in_children(fd);
+  EXPECT_EXIT(close_in_children(104), ::testing::KilledBySignal(SIGABRT), "");
+}
+
+TEST(ForkProcess, AChildHasNoSignalBlockedAndTheParentKeepsItsMask) {
+  sigset_t term;
+  sigset_t now;
+  sigemptyset(&term);
+  sigaddset(&term, SIGTERM);
+  sigprocmask(SIG_SETMASK, &term, nullptr);
+  EXPECT_TRUE(holds_in_child([] {
+    sigset_t mask;
+    sigprocmask(SIG_SETMASK, nullptr, &mask);
+    return sigisemptyset(&mask) == 1;
+  }));
+  sigprocmask(SIG_SETMASK, nullptr, &now);
+  EXPECT_EQ(sigismember(&now, SIGTERM), 1);
+  EXPECT_EQ(sigismember(&now, SIGCHLD), 0);
+}
+
+TEST(ForkProcess, GroupsAreSetBeforeAnybodyCanLook) {
+  for (int i = 0; i < 100; i++) {
+    const pid_t pid = fork_process(group::own);
+    if (pid == 0) _exit(getpgrp() == getpid() ? 0 : 1);
+    EXPECT_EQ(getpgid(pid), pid);
+    int status = -1;
+    wait_for(pid, &status);
+    EXPECT_EQ(status, 0);
+  }
+  const pid_t ours = getpgrp();
+  EXPECT_TRUE(holds_in_child([ours] { return getpgrp() == ours; }));
+}
+
+TEST(IsOurs, ChildrenAndSiblingsAreAndAllElseIsNot) {
+  const ParkedChild child;
+  EXPECT_TRUE(is_ours(child.pid()));
+  for (const pid_t pid : {0, 1, -1, -child.pid(), getpid(), getppid(), 999999})
+    EXPECT_FALSE(is_ours(pid)) << pid;
+  // Seen from a worker: the children of the process that forked it.
+  EXPECT_TRUE(holds_in_child([&] { return is_ours(child.pid()); }));
+  // And from a worker of that one only those of the main process.
+  const auto grandchild_sees = [&] {
+    return holds_in_child([&] { return holds_in_child([&] { return is_ours(child.pid()); }); });
+  };
+  EXPECT_FALSE(grandchild_sees());
+  s_harrowmossd_pid = getpid();
+  EXPECT_TRUE(grandchild_sees());
+}
+
+TEST(SignalProcess, ReachesOnlyWhatIsOurs) {
+  ParkedChild child;
+  for (const pid_t pid : {0, 1, -1, -child.pid(), getppid()}) {
+    EXPECT_EQ(signal_process(pid, SIGTERM), -1) << pid;
+    EXPECT_EQ(signal_group(pid, SIGTERM), -1) << pid;
+    kill_with_group(pid);
+  }
+  EXPECT_TRUE(is_running(child.pid()));
+  EXPECT_EQ(signal_process(child.pid(), SIGTERM), 0);
+  EXPECT_EQ(child.end_signal(), SIGTERM);
+  EXPECT_EQ(signal_process(child.pid(), SIGTERM), -1);  // reaped: the number is nobody's
+}
+
+// Starts a leader whose group has one more member, and ends the leader; the member is ours then.
+pid_t orphaned_member(pid_t* leader) {
+  become_main_process();
+  int ends[2];
+  if (pipe(ends) != 0) return -1;
+  *leader = fork_process(group::own);
+  if (*leader == 0) {
+    const pid_t member = fork();
+    if (member == 0) {
+      signal(SIGTERM, SIG_IGN);
+      for (;;) pause();
+    }
+    (void)!write(ends[1], &member, sizeof(member));
+    _exit(0);
+  }
+  pid_t member = -1;
+  (void)!read(ends[0], &member, sizeof(member));
+  wait_for(*leader, nullptr);
+  return member;
+}
+
+TEST(KillWithGroup, EndsAGroupWhoseLeaderIsGone) {
+  catch_sigchld();
+  pid_t leader = -1;
+  const pid_t member = orphaned_member(&leader);
+  ASSERT_TRUE(is_running(member));
+  EXPECT_EQ(signal_group(leader, SIGTERM), 0);
+  EXPECT_TRUE(is_running(member));
+  kill_with_group(leader);
+  int status = 0;
+  EXPECT_EQ(wait_within(member, 5000, &status), member);
+  EXPECT_EQ(WTERMSIG(status), SIGKILL);
+}
+
+TEST(KillWithGroup, EndsAChildThatLeadsNone) {
+  ParkedChild child({true, false});
+  kill_with_group(child.pid());
+  EXPECT_EQ(child.end_signal(), SIGKILL);
+}
+
+class WaitWithin : public ::testing::Test {
+ protected:
+  void SetUp() override { catch_sigchld(); }
+};
+
+TEST_F(WaitWithin, KeepsItsFullLengthInAStormOfForeignSigchld) {
+  ParkedChild stuck;
+  std::atomic<bool> stop{false};
+  const pid_t self = getpid();
+  std::thread storm([&] {
+    sigset_t chld;
+    sigemptyset(&chld);
+    sigaddset(&chld, SIGCHLD);
+    pthread_sigmask(SIG_BLOCK, &chld, nullptr);  // the waiting thread is to be hit
+    while (!stop) {
+      kill(self, SIGCHLD);
+      sched_yield();
+    }
+  });
+  const int64_t start = monotonic_ms();
+  EXPECT_EQ(wait_within(stuck.pid(), 400, nullptr), 0);
+  const int64_t took = monotonic_ms() - start;
+  stop = true;
+  storm.join();
+  EXPECT_GE(took, 400);
+  EXPECT_LT(took, 3000);
+  EXPECT_TRUE(is_running(stuck.pid()));
+}
+
+// How long a wait of at most 10 s for a child takes that ends once the wait has begun.
+int64_t wait_for_one_that_ends() {
+  const pid_t waiter = getpid();
+  const pid_t child = fork_process(group::inherit);
+  if (child == 0) {
+    const std::string stat = "/proc/" + std::to_string(waiter) + "/stat";
+    while (get(stat).find(") S") == std::string::npos) sched_yield();  // it sleeps
+    _exit(3);
+  }
+  int status = 0;
+  const int64_t start = monotonic_ms();
+  EXPECT_EQ(wait_within(child, 10000, &status), child);
+  EXPECT_EQ(WEXITSTATUS(status), 3);
+  return monotonic_ms() - start;
+}
+
+TEST_F(WaitWithin, ReturnsWhenTheChildEnds) {
+  EXPECT_LT(wait_for_one_that_ends(), 3000);
+  // Also when the caller blocks the signal itself.
+  sigset_t chld;
+  sigset_t after;
+  sigemptyset(&chld);
+  sigaddset(&chld, SIGCHLD);
+  sigprocmask(SIG_BLOCK, &chld, nullptr);
+  EXPECT_LT(wait_for_one_that_ends(), 3000);
+  sigprocmask(SIG_SETMASK, nullptr, &after);
+  EXPECT_EQ(sigismember(&after, SIGCHLD), 1);
+}
+
+// The daemon runs a tool before its handlers are installed, and threads have all signals blocked.
+TEST(WaitWithinDefault, ReturnsWhenTheChildEndsWithoutAHandler) {
+  signal(SIGCHLD, SIG_DFL);
+  EXPECT_LT(wait_for_one_that_ends(), 3000);
+}
+
+TEST_F(WaitWithin, LooksOnceAndTellsAChildFromAStranger) {
+  ParkedChild child;
+  EXPECT_EQ(wait_within(child.pid(), 0, nullptr), 0);
+  EXPECT_EQ(wait_within(child.pid(), -5, nullptr), 0);
+  EXPECT_EQ(wait_within(getppid(), 10000, nullptr), -1);
+  EXPECT_EQ(errno, ECHILD);
+  child.release();
+  EXPECT_EQ(wait_within(child.pid(), 10000, nullptr), child.pid());
+  EXPECT_EQ(wait_within(child.pid(), 10000, nullptr), -1);
+}
+
+TEST(SleepMs, SleepsTheFullTimeWhateverArrives) {
+  signal(SIGALRM, [](int) {});
+  const itimerval every = {{0, 5000}, {0, 5000}};
+  setitimer(ITIMER_REAL, &every, nullptr);
+  const int64_t start = monotonic_ms();
+  sleep_ms(300);
+  EXPECT_GE(monotonic_ms() - start, 300);
+}
+
+// A child of another thread is that thread's: its waiter would miss it.
+TEST(OtherThreadsChildren, AreNeitherListedNorReaped) {
+  const ParkedChild own;
+  pid_t theirs = 0;
+  std::atomic<int> step{0};
+  std::thread thread([&] {
+    theirs = fork_process(group::inherit);
+    if (theirs == 0) _exit(7);
+    siginfo_t info;
+    waitid(P_PID, static_cast<id_t>(theirs), &info, WEXITED | WNOWAIT);  // ended, not reaped
+    step = 1;
+    while (step != 2) sched_yield();
+    int status = 0;
+    EXPECT_EQ(wait_for(theirs, &status), theirs);
+    EXPECT_EQ(WEXITSTATUS(status), 7);
+  });
+  while (step != 1) sched_yield();
+  pid_t pids[16];
+  EXPECT_EQ(list_children(pids, 16), 1);
+  EXPECT_EQ(pids[0], own.pid());
+  int status;
+  EXPECT_EQ(reap_any(&status), 0);
+  step = 2;
+  thread.join();
+}
+
+TEST(ReapAny, TakesOneEndedChildAtATime) {
+  int status = 0;
+  EXPECT_EQ(reap_any(&status), -1);
+  ParkedChild first;
+  ParkedChild second;
+  EXPECT_EQ(reap_any(&status), 0);
+  first.release();
+  EXPECT_TRUE(eventually([&] { return reap_any(&status) == first.pid(); }));
+  EXPECT_EQ(reap_any(&status), 0);
+  second.release();
+  EXPECT_TRUE(eventually([&] { return reap_any(&status) == second.pid(); }));
+  EXPECT_EQ(reap_any(&status), -1);
+}
+
+TEST(ListChildren, ShowsEndedOnesAndStaysInItsBounds) {
+  ParkedChild children[3];
+  children[0].release();
+  siginfo_t info;
+  waitid(P_PID, static_cast<id_t>(children[0].pid()), &info, WEXITED | WNOWAIT);
+  pid_t pids[4] = {};
+  EXPECT_EQ(list_children(pids, 4), 3);
+  EXPECT_NE(std::find(pids, pids + 3, children[0].pid()), pids + 3);
+  pid_t few[3] = {0, 0, -7};
+  EXPECT_EQ(list_children(few, 2), 2);
+  EXPECT_EQ(few[2], -7);
+}
+
+TEST(MayConvertTime, OnlyTheFirstThreadOfAProcessThatAThreadDidNotFork) {
+  EXPECT_TRUE(may_convert_time());
+  EXPECT_TRUE(holds_in_child([] { return may_convert_time(); }));
+  bool in_thread = true;
+  bool in_its_child = true;
+  std::thread([&] {
+    in_thread = may_convert_time();
+    in_its_child = holds_in_child([] { return may_convert_time(); });
+  }).join();
+  EXPECT_FALSE(in_thread);
+  EXPECT_FALSE(in_its_child);
+}
+
+TEST(EndProcess, RunsNothingOnTheWayOut) {
+  std::atexit([] { put("/data/atexit_ran", "x"); });
+  EXPECT_TRUE(holds_in_child([]() -> bool { end_process(0); }));
+  EXPECT_FALSE(exists("/data/atexit_ran"));
+}
+
+TEST(ParentPid, IsTheRealParentsInEveryProcess) {
+  EXPECT_EQ(parent_pid(), getppid());
+  s_harrowmossd_pid = getpid();
+  EXPECT_EQ(parent_pid(), getppid());
+  const pid_t self = getpid();
+  EXPECT_TRUE(holds_in_child([self] { return parent_pid() == self; }));
+}
+
+}  // namespace

@@ -1,0 +1,133 @@
+#include "storage/utils.h"
+#include "tests/inphone/inphone.h"
+
+namespace {
+
+using namespace inphone;
+
+constexpr unsigned long kLimit = 20971520;
+constexpr char kDir[] = "/data/fp";
+
+void put_sparse(const std::string& path, off_t size) {
+  put(path, "");
+  ASSERT_EQ(truncate(path.c_str(), size), 0);
+}
+
+class RotateFpLogs : public ::testing::Test {
+ protected:
+  void SetUp() override { ASSERT_EQ(mkdir(kDir, 0777), 0); }
+  static std::string file(const std::string& name) { return std::string(kDir) + "/" + name; }
+};
+
+TEST_F(RotateFpLogs, OnlyTheseNames) {
+  const struct {
+    const char* name;
+    bool known;
+  } rows[] = {{"qsee_log.txt", true},   {"tzbsp.txt", true},       {"qrtr_last", true},
+              {"qrtr_last.txt", true},  {"qsee_log.txt.1", false}, {"QSEE_LOG.TXT", false},
+              {"qrtr_last.log", false}, {"main.txt", false}};
+  for (const auto& row : rows) {
+    put_bytes(file(row.name), 4096);
+    rotateFpLogs(kDir, row.name, 4096, 1);
+    EXPECT_EQ(exists(file(row.name) + ".1"), row.known) << row.name;
+    EXPECT_EQ(logged(std::string("E error support fp log only. fileName:") + row.name + "\n"),
+              row.known ? 0 : 1);
+  }
+}
+
+TEST_F(RotateFpLogs, FromTheLimitOn) {
+  put_bytes(file("tzbsp.txt"), kLimit - 1);
+  rotateFpLogs(kDir, "tzbsp.txt", kLimit, 5);
+  EXPECT_EQ(shell_commands(), Texts{});
+  put_bytes(file("tzbsp.txt"), kLimit);
+  rotateFpLogs(kDir, "tzbsp.txt", kLimit, 5);
+  EXPECT_EQ(getFileSize(file("tzbsp.txt.1").c_str()), static_cast<int64_t>(kLimit));
+  EXPECT_EQ(get(file("tzbsp.txt")), "\n");
+  rotateFpLogs(kDir, "qsee_log.txt", 0, 5);  // missing
+  EXPECT_EQ(logged("E need to rotateFpLogs, filePath:/data/fp/qsee_log.txt\n"), 0);
+}
+
+TEST_F(RotateFpLogs, RunsExactlyTheseCommands) {
+  const Texts all = {"mv /data/fp/tzbsp.txt.2 /data/fp/tzbsp.txt.3",
+                     "mv /data/fp/tzbsp.txt.1 /data/fp/tzbsp.txt.2",
+                     "cp /data/fp/tzbsp.txt /data/fp/tzbsp.txt.1", "echo > /data/fp/tzbsp.txt"};
+  const struct {
+    const char* dir;
+    int count;
+    size_t commands;  // the last so many of `all`
+  } rows[] = {{"/data/fp", 3, 4},
+              {"/data/fp/", 3, 4},
+              {"/data/fp", 1, 2},
+              {"/data/fp", 0, 0},
+              {"/data/fp", -1, 0}};
+  for (const auto& row : rows) {
+    put(file("tzbsp.txt"), "four");
+    const size_t before = shell_commands().size();
+    rotateFpLogs(row.dir, "tzbsp.txt", 4, row.count);
+    const Texts run = shell_commands();
+    EXPECT_EQ(Texts(run.begin() + static_cast<ptrdiff_t>(before), run.end()),
+              Texts(all.end() - static_cast<ptrdiff_t>(row.commands), all.end()))
+        << row.dir << " " << row.count;
+  }
+  for (const std::string& command : all)
+    EXPECT_GE(logged("E run rotateFpLogs cmd:" + command + "\n"), 1) << command;
+  EXPECT_EQ(logged("E need to rotateFpLogs, filePath:/data/fp/tzbsp.txt\n"), 5);
+}
+
+TEST_F(RotateFpLogs, AnEmptyDirectoryIsTheWorkingOne) {
+  put(file("tzbsp.txt"), "four");
+  ASSERT_EQ(chdir(kDir), 0);
+  rotateFpLogs("", "tzbsp.txt", 4, 1);
+  EXPECT_EQ(shell_commands(), (Texts{"cp tzbsp.txt tzbsp.txt.1", "echo > tzbsp.txt"}));
+  EXPECT_EQ(get(file("tzbsp.txt.1")), "four");
+}
+
+TEST_F(RotateFpLogs, KeepsAsManyGenerationsAsAsked) {
+  for (const char* content : {"one1", "two2", "three", "four", "five"}) {
+    put(file("qsee_log.txt"), content);
+    rotateFpLogs(kDir, "qsee_log.txt", 4, 3);
+  }
+  EXPECT_EQ(list(kDir),
+            (Texts{"qsee_log.txt", "qsee_log.txt.1", "qsee_log.txt.2", "qsee_log.txt.3"}));
+  EXPECT_EQ(get(file("qsee_log.txt.1")), "five");
+  EXPECT_EQ(get(file("qsee_log.txt.2")), "four");
+  EXPECT_EQ(get(file("qsee_log.txt.3")), "three");
+}
+
+// The copier of the router log writes on at its old offset: from the first rotation on its file is
+// a hole with a little behind it, and its size would ask for a rotation at every look.
+TEST_F(RotateFpLogs, AHoleInTheRouterLogDoesNotCount) {
+  for (const char* name : {"qrtr_last", "qrtr_last.txt"}) {
+    const int writer = open(file(name).c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0666);
+    const std::string full(512000, 'q');
+    ASSERT_EQ(write(writer, full.data(), full.size()), 512000);
+    rotateFpLogs(kDir, name, 512000, 3);
+    EXPECT_EQ(get(file(name) + ".1"), full) << name;
+    ASSERT_EQ(write(writer, "more", 4), 4);
+    const size_t commands = shell_commands().size();
+    rotateFpLogs(kDir, name, 512000, 3);
+    EXPECT_EQ(shell_commands().size(), commands) << name;
+    // Once as much again has been written it is due.
+    ASSERT_EQ(write(writer, full.data(), full.size()), 512000);
+    rotateFpLogs(kDir, name, 512000, 3);
+    EXPECT_EQ(get(file(name) + ".2"), full) << name;
+    close(writer);
+  }
+  // The other files count by their size.
+  put_sparse(file("tzbsp.txt"), 512000);
+  rotateFpLogs(kDir, "tzbsp.txt", 512000, 3);
+  EXPECT_TRUE(exists(file("tzbsp.txt.1")));
+}
+
+// Between these lengths the copy does not fit its command, but the emptying would.
+TEST_F(RotateFpLogs, IsNeverEmptiedWithoutItsCopy) {
+  for (const size_t length : {225, 229, 240}) {
+    const std::string dir = std::string(kDir) + "/" + std::string(length, 'x');
+    put(dir + "/tzbsp.txt", "four");
+    rotateFpLogs(dir.c_str(), "tzbsp.txt", 4, 2);
+    const std::string copied = get(dir + "/tzbsp.txt.1");
+    EXPECT_EQ(copied.empty() ? get(dir + "/tzbsp.txt") : copied, "four") << length;
+  }
+}
+
+}  // namespace

@@ -1,0 +1,124 @@
+#include "selflog/self_logger.h"
+#include "tests/inphone/inphone.h"
+
+namespace {
+
+using namespace inphone;
+using loggersystem::logger;
+
+constexpr int64_t kLimit = 10485760;
+constexpr int64_t kLongest = 1023;
+
+std::string generation(int number) {
+  return std::string(kSelfLogFile) + (number == 0 ? "" : "." + std::to_string(number));
+}
+
+int64_t size_of(const std::string& path) {
+  struct stat info;
+  return stat(path.c_str(), &info) == 0 ? info.st_size : -1;
+}
+
+// Appends lines of `filler` that take `bytes` altogether; each is 1023 bytes, the last two share
+// the rest.
+class LineWriter {
+ public:
+  LineWriter() {
+    prefix_ =
+        snprintf(nullptr, 0, "YY-MM-DD hh:mm:ss || harrowmossd [%d, %d] ", getpid(), gettid());
+  }
+  void write(int64_t bytes, char filler) const {
+    for (; bytes >= 3 * kLongest; bytes -= kLongest) line(kLongest, filler);
+    for (; bytes > kLongest; bytes -= kLongest / 2) line(kLongest / 2, filler);
+    line(bytes, filler);
+  }
+
+ private:
+  void line(int64_t length, char filler) const {
+    logger("%s", std::string(static_cast<size_t>(length - prefix_ - 1), filler).c_str());
+  }
+  int64_t prefix_;
+};
+
+class SelfLogRotation : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    setprop("persist.sys.logger.enable", "on");
+    umask(0);
+  }
+  LineWriter lines;
+};
+
+TEST_F(SelfLogRotation, OneByteBelowTheLimitStays) {
+  lines.write(kLimit - 1, 'a');
+  EXPECT_EQ(size_of(generation(0)), kLimit - 1);
+  EXPECT_EQ(size_of(generation(1)), -1);
+  logger("%s", "the crossing line");
+  EXPECT_EQ(size_of(generation(0)), 0);
+  const std::string first = get(generation(1));
+  EXPECT_NE(first.find("] the crossing line\n", first.size() - 100), std::string::npos);
+}
+
+TEST_F(SelfLogRotation, TheLimitItselfRotatesIntoAPrivateFile) {
+  lines.write(kLimit, 'a');
+  EXPECT_EQ(size_of(generation(1)), kLimit);
+  EXPECT_EQ(mode_and_owner(generation(1)), "0777 0:0");
+  EXPECT_EQ(size_of(generation(0)), 0);
+  EXPECT_EQ(mode_and_owner(generation(0)), "0600 0:0");
+  EXPECT_EQ(logged("D while rotating log files"), 0);  // missing generations are no failure
+}
+
+TEST_F(SelfLogRotation, KeepsFiveGenerations) {
+  for (char filler = 'a'; filler <= 'g'; filler++) lines.write(kLimit, filler);
+  for (int number = 1; number <= 5; number++) {
+    const std::string text = get(generation(number));
+    EXPECT_EQ(text.size(), static_cast<size_t>(kLimit));
+    EXPECT_EQ(text[text.size() - 2], 'g' - number + 1) << number;
+  }
+  EXPECT_EQ(list(kSelfLogDir).size(), 6u);
+  EXPECT_EQ(size_of(generation(0)), 0);
+}
+
+TEST_F(SelfLogRotation, WhatStoodInTheFileBeforeDoesNotCount) {
+  put(kSelfLogFile, std::string(kLimit + 1, 'o'));
+  lines.write(kLimit - 1, 'a');
+  EXPECT_EQ(size_of(generation(0)), 2 * kLimit);
+  logger("%s", "one more");
+  EXPECT_EQ(size_of(generation(0)), 0);
+}
+
+TEST_F(SelfLogRotation, AChildCountsOnFromItsParentAndRotatesAlone) {
+  const int64_t half = kLimit / 2;
+  lines.write(half, 'p');
+  const pid_t child = fork_process(group::inherit);
+  if (child == 0) {
+    LineWriter().write(half, 'c');
+    logger("%s", "child after");
+    _exit(0);
+  }
+  int status = -1;
+  wait_for(child, &status);
+  ASSERT_EQ(status, 0);
+  EXPECT_EQ(size_of(generation(1)), kLimit);
+  EXPECT_NE(get(generation(0)).find("child after"), std::string::npos);
+  // The parent still holds the file that was renamed, and has half of its count left.
+  lines.write(half - 1, 'p');
+  EXPECT_EQ(size_of(generation(1)), kLimit + half - 1);
+  EXPECT_EQ(size_of(generation(2)), -1);
+  logger("%s", "crosses");
+  EXPECT_GT(size_of(generation(2)), kLimit + half);
+  EXPECT_NE(get(generation(1)).find("child after"), std::string::npos);
+}
+
+TEST_F(SelfLogRotation, AGenerationThatCannotBeRenamedIsSaidAndSkipped) {
+  put(generation(5) + "/in the way", "");
+  put(generation(4), "old");
+  lines.write(kLimit, 'a');
+  EXPECT_EQ(logged("D while rotating log files"), 1);
+  EXPECT_EQ(get(generation(4)), "old");
+  EXPECT_EQ(size_of(generation(1)), kLimit);
+  logger("%s", "goes on");
+  const std::string live = get(generation(0));
+  EXPECT_NE(live.find("goes on\n", live.size() - 20), std::string::npos);
+}
+
+}  // namespace

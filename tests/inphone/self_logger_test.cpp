@@ -1,0 +1,239 @@
+#include "selflog/self_logger.h"
+
+#include <time.h>
+
+#include <atomic>
+#include <regex>
+#include <thread>
+
+#include "selflog/log.h"
+#include "tests/inphone/inphone.h"
+
+namespace {
+
+using namespace inphone;
+using loggersystem::logger;
+
+constexpr char kEnable[] = "persist.sys.logger.enable";
+constexpr char kDatePattern[] = "%y-%m-%d %H:%M:%S";
+
+class SelfLogger : public ::testing::Test {
+ protected:
+  void SetUp() override { setprop(kEnable, "on"); }
+};
+
+std::string own_ids() {
+  return "[" + std::to_string(getpid()) + ", " + std::to_string(gettid()) + "] ";
+}
+
+std::string date_of(time_t when) {
+  tm local = {};
+  localtime_r(&when, &local);
+  char text[32];
+  strftime(text, sizeof(text), kDatePattern, &local);
+  return text;
+}
+
+// Length of "YY-MM-DD hh:mm:ss || harrowmossd [pid, tid] ".
+size_t prefix_length() {
+  return date_of(0).size() + std::string(" || harrowmossd ").size() + own_ids().size();
+}
+
+// What one call appended to the file, without the prefix.
+std::string appended(const char* fmt, const std::string& text) {
+  const size_t before = get(kSelfLogFile).size();
+  logger(fmt, text.c_str());
+  const std::string line = get(kSelfLogFile).substr(before);
+  return line.size() <= prefix_length() ? line : line.substr(prefix_length());
+}
+
+TEST_F(SelfLogger, ALineIsDateNameIdsAndMessage) {
+  const time_t before = time(nullptr);
+  logger("%s|%s|%d:: %s", "utils", "creat_dir", 42, "made it");
+  const time_t after = time(nullptr);
+  const std::string line = get(kSelfLogFile);
+  const std::string rest = " || harrowmossd " + own_ids() + "utils|creat_dir|42:: made it\n";
+  EXPECT_TRUE(std::regex_match(
+      line, std::regex(R"(\d\d-\d\d-\d\d \d\d:\d\d:\d\d \|\| harrowmossd \[\d+, \d+\] .*\n)")))
+      << line;
+  EXPECT_TRUE(line == date_of(before) + rest || line == date_of(after) + rest) << line;
+}
+
+TEST_F(SelfLogger, AThreadShowsItsOwnId) {
+  std::string ids;
+  std::thread([&ids] {
+    ids = own_ids();
+    logger("%s", "x");
+  }).join();
+  EXPECT_NE(ids, own_ids());
+  EXPECT_NE(get(kSelfLogFile).find(ids), std::string::npos);
+}
+
+TEST_F(SelfLogger, ANewlineIsAddedOnlyToALineThatHasNone) {
+  const struct {
+    const char* message;
+    const char* written;
+  } rows[] = {
+      {"plain", "plain\n"},
+      {"its own\n", "its own\n"},
+      {"in the\nmiddle", "in the\nmiddle"},
+      {"\n", "\n"},
+      {"", ""},  // the whole line is dropped
+      {"100%", "100%\n"},
+  };
+  for (const auto& row : rows) EXPECT_EQ(appended("%s", row.message), row.written);
+}
+
+TEST_F(SelfLogger, CutsALineAt1023BytesWithItsNewline) {
+  const size_t prefix = prefix_length();
+  for (size_t length = 1021; length <= 1030; length++) {
+    const std::string message(length - prefix, 'm');
+    const std::string kept = message.substr(0, std::min<size_t>(length, 1022) - prefix);
+    EXPECT_EQ(appended("%s", message), kept + "\n") << length;
+    // Its own newline, last of all, is cut off and put back.
+    const std::string ended = message.substr(1) + "\n";
+    EXPECT_EQ(appended("%s", ended),
+              ended.substr(0, std::min<size_t>(length, 1023) - prefix - 1) + "\n")
+        << length;
+    // A newline further on the left stays the only one.
+    const std::string split = "a\n" + message.substr(2);
+    EXPECT_EQ(appended("%s", split), split.substr(0, std::min<size_t>(length, 1023) - prefix))
+        << length;
+  }
+}
+
+TEST(SelfLoggerSwitch, OnlyAValueThatBeginsWithOnWrites) {
+  logger("%s", "unset");
+  for (const char* off : {"off", "On", "", "1", "o"}) {
+    setprop(kEnable, off);
+    logger("%s", "off");
+    EXPECT_FALSE(exists("/data/misc/zelkalog")) << off;
+  }
+  for (const char* on : {"on", "only"}) {
+    setprop(kEnable, on);
+    EXPECT_EQ(appended("%s", on), std::string(on) + "\n");
+  }
+  setprop(kEnable, "off");
+  EXPECT_EQ(appended("%s", "off again"), "");
+  setprop(kEnable, "on");
+  EXPECT_EQ(appended("%s", "on again"), "on again\n");
+}
+
+TEST_F(SelfLogger, DirectoriesAreEverybodysAndTheFileObeysTheUmask) {
+  const std::string misc = mode_and_owner("/data/misc");
+  umask(077);
+  logger("%s", "first");
+  EXPECT_EQ(mode_and_owner("/data/misc"), misc);
+  EXPECT_EQ(mode_and_owner("/data/misc/zelkalog"), "0777 1015:1015");
+  EXPECT_EQ(mode_and_owner(kSelfLogDir), "0777 1015:1015");
+  EXPECT_EQ(mode_and_owner(kSelfLogFile), "0700 0:0");
+}
+
+TEST_F(SelfLogger, TheFirstFileIsMadeWithAllModeBits) {
+  umask(0);
+  logger("%s", "first");
+  EXPECT_EQ(mode_and_owner(kSelfLogFile), "0777 0:0");
+}
+
+TEST_F(SelfLogger, SaysInTheAndroidLogWhyItCannotWriteAndTriesAgain) {
+  const std::string no_directory = std::string("D logger, cannot create file:") + kSelfLogDir;
+  const std::string no_file = std::string("D logger, open file failed.:") + kSelfLogFile;
+  put("/data/misc/zelkalog", "a file in its place");
+  logger("%s", "one");
+  logger("%s", "two");
+  EXPECT_EQ(logged(no_directory), 2);
+  EXPECT_EQ(logged("D logger_mkdir: mkdir fail! Not a directory"), 2);
+  unlink("/data/misc/zelkalog");
+  std::filesystem::create_directories(kSelfLogFile);
+  logger("%s", "three");
+  EXPECT_EQ(logged(no_file), 1);
+  rmdir(kSelfLogFile);
+  EXPECT_EQ(appended("%s", "four"), "four\n");
+}
+
+TEST(LoggerMkdir, MakesWhatIsMissingAndSaysSo) {
+  umask(077);
+  EXPECT_EQ(loggersystem::logger_mkdir("/data/a/b"), 0);
+  EXPECT_EQ(mode_and_owner("/data/a"), "0777 1015:1015");
+  EXPECT_EQ(mode_and_owner("/data/a/b"), "0777 1015:1015");
+  EXPECT_EQ(loggersystem::logger_mkdir("/data/a/b/"), 0);
+  EXPECT_EQ(log_texts(), (Texts{"D logger_mkdir: /data/a is not exist, creat it!",
+                                "D logger_mkdir: /data/a/b is not exist, creat it!"}));
+}
+
+TEST(LoggerMkdir, LeavesExistingDirectoriesAlone) {
+  mkdir("/data/a", 0700);
+  EXPECT_EQ(loggersystem::logger_mkdir("/data/a/b"), 0);
+  EXPECT_EQ(mode_and_owner("/data/a"), "0700 0:0");
+}
+
+TEST(LoggerMkdirDeathTest, APathThatDoesNotFitAborts) {
+  const std::string path = "/data/" + std::string(248, 'x');  // 254 bytes, 255 with its slash
+  EXPECT_EQ(loggersystem::logger_mkdir(path.c_str()), 0);
+  EXPECT_EXIT(loggersystem::logger_mkdir((path + "x").c_str()), ::testing::KilledBySignal(SIGABRT),
+              "");
+}
+
+TEST_F(SelfLogger, EachMessageGoesToBothLogs) {
+  const struct {
+    int priority;
+    const char* message;
+  } rows[] = {{ANDROID_LOG_VERBOSE, "v"},
+              {ANDROID_LOG_DEBUG, "ends\n"},
+              {ANDROID_LOG_INFO, "i"},
+              {ANDROID_LOG_WARN, "w"},
+              {ANDROID_LOG_ERROR, "e 100%"}};
+  for (const auto& row : rows) {
+    const size_t before = get(kSelfLogFile).size();
+    const size_t records = android_log().size();
+    errno = ENOTTY;
+    log_message(row.priority, "commands", "start_debug_log", 7, "%s", row.message);
+    EXPECT_EQ(errno, ENOTTY);
+    const std::vector<LogLine> lines = android_log();
+    // Opening the file for the first time adds lines of its own.
+    ASSERT_GT(lines.size(), records);
+    const auto ours =
+        std::find_if(lines.begin() + static_cast<ptrdiff_t>(records), lines.end(),
+                     [](const LogLine& l) { return l.message.find('~') != std::string::npos; });
+    ASSERT_NE(ours, lines.end());
+    EXPECT_EQ(ours->priority, row.priority);
+    EXPECT_EQ(ours->tag, "harrowmossd");
+    EXPECT_EQ(ours->message,
+              "commands|start_debug_log|7~" + std::to_string(getppid()) + ":: " + row.message);
+    const std::string text = row.message;
+    EXPECT_EQ(get(kSelfLogFile).substr(before + prefix_length()),
+              "commands|start_debug_log|7:: " + text + (text.back() == '\n' ? "" : "\n"));
+  }
+}
+
+TEST_F(SelfLogger, ALongMessageIsCutInItsOwnLineOnly) {
+  log_message(ANDROID_LOG_ERROR, "commands", "f", 1, "%s", std::string(5000, 'm').c_str());
+  const std::string line = get(kSelfLogFile);
+  EXPECT_EQ(line.size(), 1023u);
+  EXPECT_EQ(line.substr(line.size() - 2), "m\n");
+}
+
+// A child is forked while another thread is anywhere in the middle of a line.
+TEST_F(SelfLogger, ChildrenForkedBesideALoggingThreadNeverHang) {
+  std::atomic<bool> stop{false};
+  std::thread busy([&stop] {
+    while (!stop) log_message(ANDROID_LOG_DEBUG, "utils", "busy", 1, "a line %d", 1);
+  });
+  int ended_well = 0;
+  for (int i = 0; i < 2000; i++) {
+    const pid_t child = fork_process(group::inherit);
+    if (child == 0) {
+      alarm(20);  // ends a child that hangs
+      log_message(ANDROID_LOG_DEBUG, "utils", "child", 1, "a line %d", i);
+      _exit(0);
+    }
+    int status = -1;
+    wait_for(child, &status);
+    ended_well += status == 0 ? 1 : 0;
+  }
+  stop = true;
+  busy.join();
+  EXPECT_EQ(ended_well, 2000);
+}
+
+}  // namespace

@@ -1,0 +1,166 @@
+#include "storage/shell.h"
+
+#include <sys/mount.h>
+
+#include "tests/inphone/inphone.h"
+
+namespace {
+
+using namespace inphone;
+
+// Runs `command` and returns its output as it was delivered, piece by piece.
+Texts pieces_of(const std::string& command, int bound_ms = 20000, size_t size = 256) {
+  Texts pieces;
+  std::vector<char> buffer(size);
+  EXPECT_EQ(
+      run_shell_lines(
+          command.c_str(), bound_ms, buffer.data(), buffer.size(),
+          [](void* context, const char* line) { static_cast<Texts*>(context)->push_back(line); },
+          &pieces),
+      0);
+  return pieces;
+}
+
+std::string output_of(const std::string& command) {
+  std::string output;
+  for (const std::string& piece : pieces_of(command)) output += piece;
+  return output;
+}
+
+class Shell : public ::testing::Test {
+ protected:
+  void SetUp() override { catch_sigchld(); }
+};
+
+// print -r is the shell's own: nothing but the shell's parsing stands between.
+TEST_F(Shell, EveryByteOfANameComesBackAsItWas) {
+  std::string all = "/";
+  for (int byte = 1; byte < 256; byte++) {
+    if (byte == '\n') continue;
+    const char c = static_cast<char>(byte);
+    all += c;
+    for (const std::string& name : {std::string("/") + c, std::string("/a") + c + "b"}) {
+      std::string command = "print -rn -- ";
+      ASSERT_TRUE(append_escaped(&command, name.c_str()));
+      ASSERT_EQ(output_of(command), name) << byte;
+    }
+  }
+  std::string command = "print -rn -- ";
+  ASSERT_TRUE(append_escaped(&command, all.c_str()));
+  EXPECT_EQ(output_of(command), all);
+}
+
+TEST_F(Shell, ResultsAreWaitStatuses) {
+  const struct {
+    const char* command;
+    int status;
+  } rows[] = {
+      {"true", 0},         {"exit 3", 3 << 8},      {"no_such_command_here", 127 << 8},
+      {"/data", 126 << 8}, {"kill -9 $$", SIGKILL}, {"", 0},
+  };
+  for (const auto& row : rows) {
+    EXPECT_EQ(run_shell(row.command), row.status) << row.command;
+    EXPECT_EQ(run_tool(row.command), row.status) << row.command;
+  }
+}
+
+TEST_F(Shell, WithoutAShellItIs127AsForSystem) {
+  ASSERT_EQ(mount("/dev/null", "/system/bin/sh", nullptr, MS_BIND, nullptr), 0);
+  EXPECT_EQ(run_shell("true"), 127 << 8);
+  EXPECT_EQ(run_tool("true"), 127 << 8);
+  EXPECT_EQ(pieces_of("echo x"), Texts{});
+}
+
+TEST_F(Shell, AStatusThatSomebodyElseReapedIsAFailure) {
+  signal(SIGCHLD, SIG_IGN);
+  EXPECT_EQ(run_shell("true"), -1);
+}
+
+TEST_F(Shell, TheCommandHasNoSignalBlocked) {
+  sigset_t all;
+  sigfillset(&all);
+  sigprocmask(SIG_SETMASK, &all, nullptr);
+  EXPECT_EQ(output_of("grep SigBlk /proc/self/status"), "SigBlk:\t0000000000000000\n");
+}
+
+// A worker's shell ends with the worker's group, the main process's has its own.
+TEST_F(Shell, OnlyTheMainProcessGivesItAGroup) {
+  const std::string own = std::to_string(getpgrp());
+  const char command[] = "cut -d' ' -f5 /proc/self/stat > /data/group";
+  run_shell(command);
+  EXPECT_EQ(get("/data/group"), own + "\n");
+  become_main_process();
+  run_shell(command);
+  EXPECT_NE(get("/data/group"), own + "\n");
+}
+
+TEST_F(Shell, LinesArriveAsTheyAreWritten) {
+  const std::string longer(600, 'x');
+  const struct {
+    std::string command;
+    Texts pieces;
+  } rows[] = {
+      {"echo one; echo; echo two", {"one\n", "\n", "two\n"}},
+      {"print -n partial", {"partial"}},
+      {"true", {}},
+      {"echo err >&2", {}},
+      {"print " + longer,
+       {longer.substr(0, 255), longer.substr(0, 255), longer.substr(0, 90) + "\n"}},
+      {"print " + longer.substr(0, 254), {longer.substr(0, 254) + "\n"}},
+      {"print " + longer.substr(0, 255), {longer.substr(0, 255), "\n"}},
+  };
+  for (const auto& row : rows) {
+    EXPECT_EQ(pieces_of(row.command), row.pieces) << row.command;
+    EXPECT_EQ(pieces_of(row.command, kUnbounded), row.pieces) << row.command;
+  }
+}
+
+TEST_F(Shell, MoreThanAPipeHoldsArrivesWhole) {
+  EXPECT_EQ(output_of("dd if=/dev/zero bs=1000 count=2000 2>/dev/null | tr '\\0' x"),
+            std::string(2000000, 'x'));
+}
+
+TEST_F(Shell, ABackgroundProcessThatKeepsThePipeDoesNotKeepTheCaller) {
+  const int64_t start = monotonic_ms();
+  const Texts pieces = pieces_of("sleep 1000 & echo $!");
+  EXPECT_LT(monotonic_ms() - start, 5000);
+  ASSERT_EQ(pieces.size(), 1u);
+  EXPECT_TRUE(is_running(std::stoi(pieces[0])));  // it was not asked to end
+}
+
+void expect_all_killed_at_the_bound() {
+  const Texts pieces =
+      pieces_of("sleep 1000 & echo $!; sh -c 'echo $$; print -n partial; exec sleep 1000'", 1000);
+  ASSERT_EQ(pieces.size(), 3u);
+  EXPECT_EQ(pieces[2], "partial");
+  for (size_t i = 0; i < 2; i++) {
+    const pid_t pid = std::stoi(pieces[i]);
+    EXPECT_TRUE(eventually([pid] { return !is_running(pid); }));
+  }
+}
+
+TEST_F(Shell, WhatOutlivesItsBoundIsKilledWithAllThatItStarted) {
+  become_main_process();
+  expect_all_killed_at_the_bound();
+}
+
+TEST_F(Shell, AWorkersToolIsKilledWithAllThatItStartedToo) {
+  s_harrowmossd_pid = getppid();
+  expect_all_killed_at_the_bound();
+}
+
+TEST_F(Shell, AnEndlessWriterIsEndedToo) {
+  become_main_process();
+  const int64_t start = monotonic_ms();
+  EXPECT_GT(pieces_of("yes", 300).size(), 100u);
+  EXPECT_LT(monotonic_ms() - start, 5000);
+  EXPECT_EQ(logged("E tool does not end within 0 s, kill it: yes"), 1);
+}
+
+TEST_F(Shell, LeavesNoDescriptorBehind) {
+  const size_t before = list("/proc/self/fd").size();
+  for (int i = 0; i < 20; i++) pieces_of("echo x");
+  EXPECT_EQ(list("/proc/self/fd").size(), before);
+}
+
+}  // namespace

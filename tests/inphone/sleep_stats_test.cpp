@@ -1,0 +1,257 @@
+#include "catchers/sleep_stats.h"
+
+#include <memory>
+
+#include "tests/inphone/inphone.h"
+#include "tests/support/sleep_texts.h"
+
+// In a phone because the parsers log every line.
+namespace {
+
+using namespace inphone;
+
+constexpr size_t kPiece = 511;  // a longer line arrives in pieces
+
+// Gives `text` to `parser` line by line. Each line is an allocation of exactly its size, so that
+// one byte read too far is an error under the address sanitizer.
+template <typename Parser>
+sleep_counters parse(const std::string& text, sleep_counters counters = {}) {
+  Parser parser;
+  for (size_t at = 0; at < text.size();) {
+    const size_t newline = text.find('\n', at);
+    const size_t to_end = (newline == std::string::npos ? text.size() : newline + 1) - at;
+    const size_t size = std::min(to_end, kPiece);
+    const std::unique_ptr<char[]> line(new char[size + 1]);
+    memcpy(line.get(), text.data() + at, size);
+    line[size] = '\0';
+    parser.line(line.get(), &counters);
+    at += size;
+  }
+  return counters;
+}
+
+const std::string kNul(1, '\0');
+
+TEST(AosdCxsdParser, TakesTheFirstCountBehindTheName) {
+  const struct {
+    const char* what;
+    std::string text;
+    int aosd;
+    int cxsd;
+  } rows[] = {
+      {"a real file", system_sleep_text(1204, 1187), 1204, 1187},
+      {"the name alone on its line", "RPM Mode:aosd\ncount:12\n", 12, -1},
+      {"a count beside its name is not taken", "aosd count:12\n", -1, -1},
+      {"the next line with a count is", "aosd count:12\nnothing\ncount:13\n", 13, -1},
+      {"lines between", "aosd\nx\n\ny\ncount:9\ncount:10\n", 9, -1},
+      {"a count before any name", "count:7\naosd\n", -1, -1},
+      {"both names wait", "aosd\ncxsd\ncount:5\n", 5, 5},
+      {"both names on one line", "aosd cxsd\ncount:5\ncount:6\n", 5, 5},
+      {"one name takes the other's line", "cxsd\naosd count:3\ncount:4\n", 4, 3},
+      {"the last block wins", "aosd\ncount:1\naosd\ncount:2\n", 2, -1},
+      {"no newline at the end", "aosd\n\tcount:12", 12, -1},
+      {"the key ends the file", "aosd\ncount", 0, -1},
+      {"the key ends its line", "aosd\ncount\n12\n", 0, -1},
+      {"the separator ends its line", "aosd\ncount:\n12\n", 0, -1},
+      {"no number", "aosd\ncount:twelve\n", 0, -1},
+      {"below zero", "aosd\ncount: -3\n", -3, -1},
+      {"an empty file", "", -1, -1},
+      {"empty lines", "\n\n\n", -1, -1},
+      {"a name and then nothing", "aosd", -1, -1},
+      {"a long line before", "aosd" + std::string(700, 'x') + "\ncount:8\n", 8, -1},
+      {"a key cut by the line buffer",
+       "aosd\n" + std::string(kPiece - 4, 'x') + "count:5\ncount:6\n", 6, -1},
+      {"a key that ends with the line buffer",
+       "aosd\n" + std::string(kPiece - 5, 'x') + "count:77\n", 0, -1},
+      {"a value cut by the line buffer", "aosd\n" + std::string(kPiece - 8, 'x') + "count:7789\n",
+       77, -1},
+      {"a NUL ends its line", "aosd\n" + kNul + "count:5\ncount:6\n", 6, -1},
+      {"bytes that are no text", "\xff\xfe\x01 aosd \x80\n\x1b[31mcount:4\xc3\n", 4, -1},
+  };
+  for (const auto& row : rows) {
+    const sleep_counters counters = parse<aosd_cxsd_parser>(row.text);
+    EXPECT_EQ(counters.aosd_count, row.aosd) << row.what;
+    EXPECT_EQ(counters.cxsd_count, row.cxsd) << row.what;
+    EXPECT_EQ(counters.vmin_count, -1) << row.what;
+  }
+}
+
+TEST(VminParser, SearchesBelowItsHeading) {
+  const struct {
+    const char* what;
+    std::string text;
+    int vmin;
+  } rows[] = {
+      {"a real file", rpm_stats_text(4711), 4711},
+      {"the heading is the first line", "vmin\ncount:5\n", 5},
+      {"the first line holds everything", "vmin count:5\n", -1},
+      {"the heading's own count is not taken", "x\nvmin count:5\ncount:6\n", 6},
+      {"a heading below a heading has its count taken", "vmin\nvmin count:5\ncount:6\n", 6},
+      {"lines between", "vmin\na\nb\ncount:3\ncount:4\n", 3},
+      {"no heading", "vlow\ncount:3\n", -1},
+      {"the key ends the file", "vmin\ncount", 0},
+      {"no newline at the end", "vmin\ncount:31", 31},
+      {"cut in the middle of the key", "vmin\n" + std::string(kPiece - 2, ' ') + "count:5\n", -1},
+      {"a NUL hides the heading", "x" + kNul + "vmin\ncount:5\n", -1},
+      {"an empty file", "", -1},
+  };
+  for (const auto& row : rows)
+    EXPECT_EQ(parse<vmin_parser>(row.text).vmin_count, row.vmin) << row.what;
+}
+
+TEST(MasterParser, SearchesBelowTheModemOnly) {
+  const struct {
+    const char* what;
+    std::string text;
+    int xo;
+    int shutdowns;
+  } rows[] = {
+      {"a real file", rpm_master_text(0x1f2e, 0x9c), 0x1f2e, 0x9c},
+      {"other processors only", rpm_master_part("APSS", 5, 6) + rpm_master_part("ADSP", 7, 8), -1,
+       -1},
+      {"the heading is the first line", "MPSS\nxo_count:0x10\nnumshutdowns:0x11\n", 0x10, 0x11},
+      {"both on one line", "MPSS\nxo_count:0x10 numshutdowns:0x11\n", 0x10, 0x11},
+      {"behind the shutdowns nothing counts", "MPSS\nnumshutdowns:0x11\nxo_count:0x10\n", -1, 0x11},
+      {"on the heading's own line", "x\nMPSS xo_count:0x10\nnumshutdowns:0x2\n", -1, 2},
+      {"without 0x", "MPSS\nxo_count:1f\nnumshutdowns: 0012\n", 0x1f, 0x12},
+      {"no 0 behind the word", "MPSS\nnumshutdowns:5\nxo_count:0x4\n", -1, -1},
+      {"0 and nothing more", "MPSS\nxo_count:0x\nnumshutdowns:0", 0, 0},
+      {"the keys end their lines", "MPSS\nxo_count\nnumshutdowns\n", 0, -1},
+      {"the key ends the file", "MPSS\nxo_count", 0, -1},
+      {"not a number", "MPSS\nxo_count:0xzz\nnumshutdowns:0xzz\n", 0, 0},
+      {"all bits set is no number of wakings", "MPSS\nxo_count:0xffffffff\n", -1, -1},
+      {"the word cut by the line buffer",
+       "MPSS\n" + std::string(kPiece - 3, 'x') + "numshutdowns:0x5\nxo_count:0x4\n", 4, -1},
+      {"bytes that are no text", "\xff MPSS\n\x80xo_count:0x4\xff\n", 4, -1},
+  };
+  for (const auto& row : rows) {
+    const sleep_counters counters = parse<master_parser>(row.text);
+    EXPECT_EQ(counters.xo_count, row.xo) << row.what;
+    EXPECT_EQ(counters.mpss_numshutdowns, row.shutdowns) << row.what;
+  }
+}
+
+TEST(RpmhParser, SearchesBelowTheModemOnly) {
+  const struct {
+    const char* what;
+    std::string text;
+    int sleeps;
+  } rows[] = {
+      {"a real file", rpmh_master_text(0x1f30), 0x1f30},
+      {"other processors only", rpmh_master_part("APSS", 5) + rpmh_master_part("CDSP", 6), -1},
+      {"the first line holds everything", "MPSS Sleep Count:0x5\n", -1},
+      {"the key ends its line", "MPSS\nSleep Count\n0x5\n", 0},
+      {"the key ends the file", "MPSS\nSleep Count", 0},
+      {"the separator ends the file", "MPSS\nSleep Count:", 0},
+      {"another case", "MPSS\nsleep count:0x5\n", -1},
+      {"cut by the line buffer", "MPSS\n" + std::string(kPiece - 6, 'x') + "Sleep Count:0x5\n", -1},
+      {"a NUL before the key", "MPSS\n" + kNul + "Sleep Count:0x5\n", -1},
+  };
+  for (const auto& row : rows)
+    EXPECT_EQ(parse<rpmh_parser>(row.text).sleep_count, row.sleeps) << row.what;
+}
+
+TEST(Parsers, KeepWhatATextDoesNotHold) {
+  sleep_counters before;
+  before.vmin_count = before.aosd_count = before.cxsd_count = 1;
+  before.mpss_numshutdowns = before.xo_count = before.sleep_count = 2;
+  for (const std::string& text : {std::string(), std::string("nothing of it\n"),
+                                  std::string(5000, 'x'), std::string(600, '\0')}) {
+    EXPECT_EQ(parse<aosd_cxsd_parser>(text, before).aosd_count, 1);
+    EXPECT_EQ(parse<vmin_parser>(text, before).vmin_count, 1);
+    EXPECT_EQ(parse<master_parser>(text, before).xo_count, 2);
+    EXPECT_EQ(parse<rpmh_parser>(text, before).sleep_count, 2);
+  }
+}
+
+class SleepFiles : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    for (const char* file : {kRpmStatsFile, kSystemSleepFile, kRpmMasterFile, kRpmhMasterFile})
+      unlink(file);
+    s_sleep_counters = sleep_counters();
+  }
+  static void read_all() {
+    read_vmin_or_aosd_and_cxsd();
+    read_numshutdowns_and_xo_count();
+    read_sleep_count();
+  }
+  static std::string counters() {
+    const sleep_counters& c = s_sleep_counters;
+    char text[128];
+    snprintf(text, sizeof(text), "%d %d,%d %d,%d %d", c.vmin_count, c.aosd_count, c.cxsd_count,
+             c.xo_count, c.mpss_numshutdowns, c.sleep_count);
+    return text;
+  }
+};
+
+TEST_F(SleepFiles, EachModelHasSomeOfThem) {
+  const struct {
+    bool rpm, system, master, rpmh;
+    const char* counters;  // vmin aosd,cxsd xo,numshutdowns sleep
+  } rows[] = {
+      {false, false, false, false, "-1 -1,-1 -1,-1 -1"},
+      {true, false, false, false, "-1 -1,-1 -1,-1 -1"},  // vmin only beside the newer file
+      {false, true, false, false, "-1 2,3 -1,-1 -1"},
+      {true, true, false, false, "1 -1,-1 -1,-1 -1"},  // and then instead of it
+      {false, false, true, false, "-1 -1,-1 4,5 -1"},
+      {false, false, false, true, "-1 -1,-1 -1,-1 6"},
+      {true, true, true, true, "1 -1,-1 4,5 6"},
+  };
+  for (const auto& row : rows) {
+    SetUp();
+    if (row.rpm) put(kRpmStatsFile, rpm_stats_text(1));
+    if (row.system) put(kSystemSleepFile, system_sleep_text(2, 3));
+    if (row.master) put(kRpmMasterFile, rpm_master_text(4, 5));
+    if (row.rpmh) put(kRpmhMasterFile, rpmh_master_text(6));
+    read_all();
+    EXPECT_EQ(counters(), row.counters);
+  }
+  for (const std::string& text : log_texts()) EXPECT_EQ(text[0], 'D') << text;
+}
+
+TEST_F(SleepFiles, ACounterKeepsItsValueWhenItsFileGoes) {
+  put(kSystemSleepFile, system_sleep_text(2, 3));
+  put(kRpmhMasterFile, rpmh_master_text(6));
+  read_all();
+  unlink(kSystemSleepFile);
+  put(kRpmhMasterFile, "MPSS\n");
+  read_all();
+  EXPECT_EQ(counters(), "-1 2,3 -1,-1 6");
+  unlink(kRpmhMasterFile);
+  ASSERT_EQ(mkdir(kRpmhMasterFile, 0755), 0);  // opens, and cannot be read
+  read_all();
+  EXPECT_EQ(counters(), "-1 2,3 -1,-1 6");
+}
+
+TEST_F(SleepFiles, EveryLineIsLogged) {
+  put(kSystemSleepFile, "aosd\ncount:12\ncxsd\ncount:13\n");
+  put(kRpmMasterFile, "MPSS\nxo_count:0x10\nnumshutdowns:0x11\n");
+  put(kRpmhMasterFile, "MPSS\nSleep Count:0x5");
+  read_all();
+  EXPECT_EQ(log_texts(), (Texts{"D function invoked",
+                                "D function invoked",
+                                "D fd_power_system_sleep_stats Message aosd\n",
+                                "D fd_power_system_sleep_stats Message count:12\n",
+                                "D fd_power_system_sleep_stats aosd count is 12\n",
+                                "D aosd count is 12",
+                                "D fd_power_system_sleep_stats Message cxsd\n",
+                                "D fd_power_system_sleep_stats Message count:13\n",
+                                "D fd_power_system_sleep_stats cxsd count is 13\n",
+                                "D cxsd count is 13",
+                                "D function invoked",
+                                "D fd_kernel_rpm_master_stats Message MPSS\n",
+                                "D fd_kernel_rpm_master_stats Message xo_count:0x10\n",
+                                "D fd_kernel_rpm_master_stats xo_count is 0x10\n",
+                                "D xo_count is 16",
+                                "D fd_kernel_rpm_master_stats Message numshutdowns:0x11\n",
+                                "D MPSS message is 0x11\n",
+                                "D MPSS numshutdowns is 17",
+                                "D function invoked",
+                                "D fd_power_rpmh_master_stats Message MPSS\n",
+                                "D fd_power_rpmh_master_stats Message Sleep Count:0x5",
+                                "D fd_power_rpmh_master_stats Sleep Count is 0x5",
+                                "D Sleep Count is 5"}));
+}
+
+}  // namespace

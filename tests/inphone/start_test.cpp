@@ -1,0 +1,234 @@
+#include <time.h>
+
+#include <regex>
+
+#include "capture/logcat.h"
+#include "capture/run.h"
+#include "capture/workers.h"
+#include "debuglog/commands.h"
+#include "selflog/props.h"
+#include "storage/store.h"
+#include "storage/utils.h"
+#include "tests/inphone/inphone.h"
+
+namespace {
+
+using namespace inphone;
+
+constexpr int64_t kMiB = 1 << 20;
+constexpr int64_t kBlock = 4096;
+constexpr char kShared[] = "0777 1015:1015";
+constexpr char kBugreportProp[] = "persist.sys.zelka.harrowmossd.bugreport_enable";
+
+class Start : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    catch_sigchld();
+    initialize_globals();
+  }
+  static void switch_on(const char* types) {
+    setprop(kEnableProp, "on");
+    setprop(kTypeProp, types);
+  }
+};
+
+std::string stamp_of(time_t when) {
+  tm local = {};
+  localtime_r(&when, &local);
+  char text[32];
+  strftime(text, sizeof(text), "%m-%d_%H-%M-%S", &local);
+  return text;
+}
+
+TEST_F(Start, ARunIsNamedByItsNumberAndTheLocalTime) {
+  const struct {
+    int sequence;
+    const char* prefix;
+  } rows[] = {{1, "1#"}, {12, "12#"}, {2147483647, "2147483647#"}, {0, ""}, {-1, ""}};
+  for (const auto& row : rows) {
+    char name[32];
+    const time_t before = time(nullptr);
+    const int length = get_current_datetime_with_sequence(name, row.sequence);
+    const time_t after = time(nullptr);
+    EXPECT_TRUE(name == row.prefix + stamp_of(before) || name == row.prefix + stamp_of(after))
+        << name;
+    EXPECT_EQ(static_cast<size_t>(length), strlen(name));
+  }
+}
+
+TEST_F(Start, SwitchedOffOnlyPreparesTheStore) {
+  const Texts vendor = list("/data/vendor");
+  for (const char* enable : {"", "off", "On"}) {
+    if (enable[0] != '\0') setprop(kEnableProp, enable);
+    const PropertiesSince since;
+    EXPECT_EQ(start_debug_log(), 0);
+    EXPECT_EQ(since.sets(), Texts{"persist.bluetooth.btsnoopenable=true"}) << enable;
+  }
+  EXPECT_EQ(list("/sdcard"), Texts{"zelkalog"});
+  EXPECT_EQ(list("/sdcard/zelkalog"), Texts{});
+  EXPECT_FALSE(exists("/data/misc/zelkalog"));
+  EXPECT_EQ(list("/data/vendor"), vendor);
+  EXPECT_EQ(list("/data/vendor/zelkalog/common"), Texts{});
+  EXPECT_EQ(get(kCallsLog), "");
+  EXPECT_STREQ(s_log_dir_name, "");
+}
+
+TEST_F(Start, ARunIsNumberedPublishedAndMadeInThisOrder) {
+  switch_on("0");
+  setprop(kSequenceProp, "41");
+  umask(077);
+  const PropertiesSince since;
+  EXPECT_EQ(start_debug_log(), 0);
+  const std::string name = s_log_dir_name;
+  EXPECT_TRUE(std::regex_match(name, std::regex(R"(42#\d\d-\d\d_\d\d-\d\d-\d\d)"))) << name;
+  EXPECT_EQ(since.sets(),
+            (Texts{"persist.bluetooth.btsnoopenable=true", "persist.sys.zklog.dir_sequence=42",
+                   "sys.harrowmossd.log_store_path=/sdcard/zelkalog/" + name,
+                   "sys.harrowmossd.vendor_log_root_path=/data/vendor/zelkalog/common/" + name,
+                   "sys.zelka.fp.dump=on", "sys.zelka.modemdump=on"}));
+  EXPECT_EQ(s_log_store_path, "/data/misc/zelkalog/" + name);
+  EXPECT_EQ(s_vendor_log_root_path, "/data/vendor/zelkalog/common/" + name);
+  for (const std::string& dir :
+       {std::string("/data/misc/zelkalog"), std::string(s_log_store_path),
+        std::string("/data/vendor/zelkalog/common"), std::string(s_vendor_log_root_path),
+        std::string("/sdcard/zelkalog"), std::string("/data/media/0/zelkalog")})
+    EXPECT_EQ(mode_and_owner(dir), kShared) << dir;
+  EXPECT_EQ(list("/sdcard/zelkalog"), Texts{});  // the stop moves the run there
+  EXPECT_EQ(logged("D current work dir : " + name), 1);
+  EXPECT_EQ(shell_commands(), Texts{});
+  EXPECT_EQ(get_log_dir_sequence(), 42);
+}
+
+TEST_F(Start, TheNumberGoesOnFromWhateverStandsThere) {
+  const struct {
+    const char* before;
+    const char* number;
+  } rows[] = {{"", "1"}, {"41", "42"}, {"text", "1"}, {"7x", "8"}, {"-1", "0"}};
+  switch_on("0");
+  for (const auto& row : rows) {
+    setprop(kSequenceProp, row.before);
+    start_debug_log();
+    EXPECT_EQ(prop(kSequenceProp), row.number);
+    const std::string name = s_log_dir_name;
+    const size_t cut = name.find('#');
+    EXPECT_EQ(cut == std::string::npos ? "0" : name.substr(0, cut), row.number) << name;
+  }
+}
+
+TEST_F(Start, TheMaskIsDecimal) {
+  const struct {
+    const char* types;
+    bool extended;
+  } rows[] = {{"0x3", false}, {"abc", false}, {"2048", false}, {"65536", true}};
+  for (const auto& row : rows) {
+    switch_on(row.types);
+    s_extended_logcat_count = false;
+    start_debug_log();
+    EXPECT_EQ(s_extended_logcat_count, row.extended) << row.types;
+    EXPECT_EQ(list(s_log_store_path), Texts{}) << row.types;
+  }
+  EXPECT_EQ(get(kCallsLog), "");  // none of these bits starts a capture
+}
+
+TEST_F(Start, TheMobileTypeWritesIntoTheRun) {
+  switch_on("1");
+  start_debug_log();
+  EXPECT_TRUE(eventually([] { return calls_of(kLogcat).size() >= 6; }));
+  EXPECT_EQ(mode_and_owner(std::string(s_log_store_path) + "/mobile"), kShared);
+  for (const logcat_row& row : s_debug_vesk_group) EXPECT_GT(row.pid, 0) << row.buffer;
+}
+
+struct threshold {
+  const char* mount;
+  int64_t reserve;
+  const char* message;
+};
+
+// Exactly the reserve is too little, one block more is enough.
+void expect_threshold(const threshold& row) {
+  for (const int64_t more : {int64_t{0}, kBlock}) {
+    setprop(kEnableProp, "on");
+    fill_up_to(row.mount, row.reserve + more);
+    detail_avail_storage_space();
+    EXPECT_EQ(prop(kEnableProp), more == 0 ? "off" : "on") << row.mount << " +" << more;
+    EXPECT_EQ(logged(row.message), 1) << row.mount << " +" << more;
+  }
+}
+
+TEST_F(Start, SixtyFourMiBOfSharedStorageAreTooLittle) {
+  expect_threshold(
+      {"/sdcard", 64 * kMiB, "W There is not enough disk space left to capture the log"});
+}
+
+TEST_F(Start, AHundredAndTwentyEightMiBOfDataAreTooLittle) {
+  expect_threshold({"/data", 128 * kMiB,
+                    "W There is not enough data space left to capture the log, "
+                    "data_space=134217728"});
+}
+
+TEST_F(Start, WithoutRoomNoRunBegins) {
+  switch_on("1");
+  fill_up_to("/sdcard", 64 * kMiB);
+  const PropertiesSince since;
+  EXPECT_EQ(start_debug_log(), 0);
+  EXPECT_EQ(since.sets(),
+            (Texts{"persist.sys.zklog.enable=off", "persist.bluetooth.btsnoopenable=true"}));
+  EXPECT_EQ(get(kCallsLog), "");
+}
+
+TEST_F(Start, StorageThatCannotBeAskedIsNoReasonToSwitchOff) {
+  remove_sdcard();
+  setprop(kEnableProp, "on");
+  EXPECT_EQ(create_store_dir_if_needed(), 0);
+  detail_avail_storage_space();
+  EXPECT_EQ(prop(kEnableProp), "on");
+  EXPECT_EQ(logged("E Failed to get file:/sdcard storage space"), 1);
+  EXPECT_EQ(list("/data/media/0"), Texts{});
+}
+
+TEST_F(Start, TheStoreIsMadeOnBothPathsAndThenLeftAlone) {
+  umask(077);
+  create_store_dir_if_needed();
+  EXPECT_EQ(mode_and_owner("/sdcard/zelkalog"), kShared);
+  EXPECT_EQ(logged("W /data/media/0/zelkalog/ not exists, create it."), 1);
+  chmod("/sdcard/zelkalog", 0755);
+  create_store_dir_if_needed();
+  EXPECT_EQ(mode_and_owner("/sdcard/zelkalog"), "0755 1015:1015");
+}
+
+TEST_F(Start, OnlyOldModelsAreRelabelled) {
+  const char kRelabel[] = "sys.zelka.harrowmossd.restorecon_media_zelkalog";
+  restorecon_media_zelkalog();
+  EXPECT_EQ(prop(kRelabel), "");
+  setprop("persist.sys.zelka.diag_mdlog_use_legacy", "1");
+  restorecon_media_zelkalog();
+  EXPECT_EQ(prop(kRelabel), "1");
+  EXPECT_EQ(logged("W restorecon zelkalog selabel under media for legacy products"), 1);
+}
+
+TEST_F(Start, BugReportsAreWrittenOnlyForExactlyOne) {
+  for (const char* off : {"", "0", "2", "true", "on"}) {
+    setprop(kBugreportProp, off);
+    catch_bugreport(true, "/data/run");
+  }
+  EXPECT_EQ(shell_commands(), Texts{});
+  EXPECT_EQ(logged("E enable=0"), 5);
+  setprop(kBugreportProp, "1");
+  catch_bugreport(true, "/data/run");
+  catch_bugreport(false, "/data/run");
+  EXPECT_EQ(shell_commands(), (Texts{"bugreportz -s > /data/run/bugreport/bugreport_start.zip",
+                                     "bugreportz -s > /data/run/bugreport/bugreport_stop.zip"}));
+  // Both were complete when the calls returned.
+  EXPECT_EQ(get("/data/run/bugreport/bugreport_start.zip").substr(0, 2), "PK");
+  EXPECT_EQ(get("/data/run/bugreport/bugreport_stop.zip").substr(0, 2), "PK");
+  EXPECT_EQ(mode_and_owner("/data/run/bugreport"), kShared);
+}
+
+TEST_F(Start, ARunBeginsWithItsBugReport) {
+  switch_on("0");
+  setprop(kBugreportProp, "1");
+  start_debug_log();
+  EXPECT_TRUE(exists(std::string(s_log_store_path) + "/bugreport/bugreport_start.zip"));
+}
+
+}  // namespace

@@ -1,0 +1,237 @@
+#include "capture/workers.h"
+
+#include <atomic>
+#include <regex>
+#include <thread>
+
+#include "tests/inphone/inphone.h"
+
+namespace {
+
+using namespace inphone;
+
+class Workers : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    catch_sigchld();
+    initialize_globals();
+  }
+};
+
+// The one test that waits a whole bound out.
+TEST_F(Workers, AStubbornChildIsKilledAfterItsBound) {
+  ParkedChild child({true, false});
+  kill(child.pid(), SIGTERM);
+  const int64_t start = monotonic_ms();
+  EXPECT_EQ(wait_child_to_finish(child.pid(), 30), 0);
+  const int64_t took = monotonic_ms() - start;
+  EXPECT_GE(took, 3100);
+  EXPECT_LT(took, 5000);
+  EXPECT_EQ(logged("E wait child " + std::to_string(child.pid()) + " timeout, kill it"), 1);
+  EXPECT_EQ(child.end_signal(), SIGKILL);  // left to the reaper
+}
+
+TEST_F(Workers, NoTicksAreOneLook) {
+  for (const int ticks : {0, -1, -100000}) {
+    ParkedChild child;
+    const int64_t start = monotonic_ms();
+    EXPECT_EQ(wait_child_to_finish(child.pid(), ticks), 0);
+    EXPECT_LT(monotonic_ms() - start, 2000);
+    EXPECT_EQ(child.end_signal(), SIGKILL);
+  }
+}
+
+TEST_F(Workers, AChildThatEndsEndsTheWait) {
+  for (const int ticks : {0, 30, 3000}) {
+    const pid_t child = fork_process(group::own);
+    if (child == 0) _exit(0);
+    EXPECT_EQ(wait_child_to_finish(child, ticks), 1) << ticks;
+    EXPECT_EQ(waitpid(child, nullptr, WNOHANG), -1);  // reaped
+  }
+}
+
+TEST_F(Workers, WhatIsNoChildIsFinishedAtOnce) {
+  const ParkedChild bystander;
+  for (const pid_t pid : {getppid(), getpid(), 999999}) {
+    EXPECT_EQ(wait_child_to_finish(pid, 3000), 1);
+    EXPECT_EQ(logged("D " + std::to_string(getpid()) + " wait child " + std::to_string(pid) +
+                     " to finish wastes 0.000000 secs"),
+              1);
+  }
+  EXPECT_TRUE(is_running(bystander.pid()));
+}
+
+TEST_F(Workers, AStubbornShellTakesItsCommandAlong) {
+  become_main_process();
+  const pid_t shell = fork_process(group::own);
+  if (shell == 0) {
+    execl("/system/bin/sh", "sh", "-c", "sleep 1000 & echo $! > /data/pid; wait", nullptr);
+    _exit(1);
+  }
+  EXPECT_TRUE(eventually([] { return !get("/data/pid").empty(); }));
+  const pid_t command = std::stoi(get("/data/pid"));
+  EXPECT_EQ(wait_child_to_finish(shell, 0), 0);
+  EXPECT_TRUE(eventually([command] { return !is_running(command); }));
+}
+
+TEST_F(Workers, TheKernelKeepsTheEndOfTheName) {
+  const std::string longest(300, 'n');
+  const struct {
+    std::string name;
+    std::string shown;
+  } rows[] = {
+      {"net", "mossd:debug-net"},        {"mobile", "sd:debug-mobile"},
+      {"fp", "wmossd:debug-fp"},         {"", "rowmossd:debug-"},  // the shortest name is still cut
+      {"anrDumpsys", "ebug-anrDumpsys"}, {"exactly-15-char", "exactly-15-char"},
+      {longest, std::string(15, 'n')},
+  };
+  for (const auto& row : rows) {
+    const pid_t child = fork_process(group::inherit);
+    if (child == 0) {
+      const int result = set_process_name(row.name.c_str());
+      _exit(result == 0 && get("/proc/self/comm") == row.shown + "\n" ? 0 : 1);
+    }
+    int status = -1;
+    wait_for(child, &status);
+    EXPECT_EQ(status, 0) << row.name;
+  }
+  set_process_name("touch", 1);
+  EXPECT_EQ(logged("D pid " + std::to_string(getpid()) + " : harrowmossd:debug-touch"), 1);
+}
+
+TEST_F(Workers, NamesOfExecutedPrograms) {
+  const struct {
+    const char* before;
+    const char* name;
+    int is_debug;
+    bool vesk;
+    const char* composed;
+  } rows[] = {
+      {"", "main", 1, true, "harrowmossd:debug-main-vesk"},
+      {"", "kernel", 0, true, "harrowmossd:general-kernel-vesk"},
+      {"", "main", -1, false, "harrowmossd:general-main"},
+      {"", "main", 7, false, "harrowmossd:debug-main"},
+      {"x ", "", 1, false, "x harrowmossd:debug-"},
+  };
+  for (const auto& row : rows) {
+    char buffer[96] = {};
+    strcpy(buffer, row.before);
+    EXPECT_EQ(build_process_name(row.name, buffer, row.is_debug, row.vesk), buffer);
+    EXPECT_STREQ(buffer, row.composed);
+  }
+  char buffer[96] = {};
+  const std::string longest(95 - strlen("harrowmossd:debug--vesk"), 'n');
+  build_process_name(longest.c_str(), buffer, 1, true);
+  EXPECT_EQ(strlen(buffer), 95u);
+}
+
+TEST(WorkersDeathTest, AProgramNameThatDoesNotFitAborts) {
+  char buffer[96] = {};
+  const std::string longer(96 - strlen("harrowmossd:debug--vesk"), 'n');
+  EXPECT_EXIT(build_process_name(longer.c_str(), buffer, 1, true),
+              ::testing::KilledBySignal(SIGABRT), "");
+}
+
+TEST_F(Workers, TheFirstFreeSlotOf32IsTaken) {
+  for (int32_t* table : {s_debug_group, s_general_group}) {
+    for (int slot = 1; slot <= 32; slot++) {
+      EXPECT_TRUE(add_to_group(table, 100000 + slot));
+      EXPECT_EQ(table[slot], 100000 + slot);
+    }
+    EXPECT_EQ(table[0], 0);
+    for (const int free_slot : {17, 1, 32}) {
+      table[free_slot] = 0;
+      ParkedChild child;
+      EXPECT_TRUE(add_to_group(table, child.pid()));
+      EXPECT_EQ(table[free_slot], child.pid());
+      EXPECT_TRUE(is_running(child.pid()));
+    }
+  }
+}
+
+TEST_F(Workers, AWorkerWithoutASlotIsEnded) {
+  for (int slot = 1; slot <= 32; slot++) s_debug_group[slot] = 100000 + slot;
+  const std::vector<int32_t> before(s_debug_group, s_debug_group + 33);
+  ParkedChild late;
+  add_to_debug_group(late.pid());
+  EXPECT_EQ(late.end_signal(), SIGTERM);
+  EXPECT_EQ(std::vector<int32_t>(s_debug_group, s_debug_group + 33), before);
+  free_globals();
+  EXPECT_EQ(s_debug_group, nullptr);
+  EXPECT_EQ(s_general_group, nullptr);
+  ParkedChild untracked;
+  EXPECT_FALSE(add_to_group(s_debug_group, untracked.pid()));
+  EXPECT_EQ(untracked.end_signal(), SIGTERM);
+}
+
+// A worker that leaves a background process behind, which ignores SIGTERM and has left the group.
+pid_t leave_behind_stubborn_grandchild() {
+  int ends[2];
+  if (pipe(ends) != 0) return -1;
+  const pid_t worker = fork_process(group::own);
+  if (worker == 0) {
+    const pid_t grandchild = fork();
+    if (grandchild == 0) {
+      setsid();
+      signal(SIGTERM, SIG_IGN);
+      const pid_t self = getpid();
+      (void)!write(ends[1], &self, sizeof(self));
+      for (;;) pause();
+    }
+    for (;;) pause();
+  }
+  pid_t grandchild = -1;
+  (void)!read(ends[0], &grandchild, sizeof(grandchild));
+  return grandchild;
+}
+
+TEST_F(Workers, LeftoversEndButNotWhatIsSpared) {
+  become_main_process();
+  const pid_t grandchild = leave_behind_stubborn_grandchild();
+  ParkedChild obedient;
+  ParkedChild stubborn({true, true});
+  const ParkedChild first_spared;
+  const ParkedChild second_spared({false, true});
+  std::atomic<pid_t> theirs{0};
+  std::atomic<bool> done{false};
+  std::thread thread([&] {
+    const ParkedChild child;
+    theirs = child.pid();
+    while (!done) sched_yield();
+    EXPECT_TRUE(is_running(child.pid()));  // the self log's collector waits for its own
+  });
+  while (theirs == 0) sched_yield();
+  const pid_t spared[] = {first_spared.pid(), 0, second_spared.pid()};
+  end_leftover_children(spared, 3);
+  done = true;
+  thread.join();
+  for (const pid_t ended : {obedient.pid(), stubborn.pid(), grandchild})
+    EXPECT_FALSE(is_running(ended)) << ended;
+  EXPECT_TRUE(is_running(first_spared.pid()));
+  EXPECT_TRUE(is_running(second_spared.pid()));
+  pid_t pids[8];
+  EXPECT_EQ(list_children(pids, 8), 2);  // the others are reaped as well
+}
+
+TEST_F(Workers, ObedientLeftoversEndAtOnce) {
+  become_main_process();
+  for (int i = 0; i < 20; i++) {
+    if (fork_process(group::own) == 0) {
+      for (;;) pause();
+    }
+  }
+  const int64_t start = monotonic_ms();
+  end_leftover_children(nullptr, 0);
+  EXPECT_LT(monotonic_ms() - start, 2000);
+  pid_t pids[8];
+  EXPECT_EQ(list_children(pids, 8), 0);
+}
+
+TEST_F(Workers, OnlyTheMainProcessEndsLeftovers) {
+  s_harrowmossd_pid = getppid();
+  const ParkedChild child;
+  end_leftover_children(nullptr, 0);
+  EXPECT_TRUE(is_running(child.pid()));
+}
+
+}  // namespace

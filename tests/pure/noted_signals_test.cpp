@@ -1,0 +1,179 @@
+#include "base/noted_signals.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sched.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "base/process.h"
+
+namespace {
+
+std::vector<int> s_handled;
+
+void handle(int sig) {
+  s_handled.push_back(sig);
+}
+
+// Handling one signal notes another one.
+void handle_and_note(int sig) {
+  s_handled.push_back(sig);
+  if (sig == SIGTERM) note_signal(SIGINT);
+}
+
+// The state is the process's own, so each test works in a forked "daemon". A deadline ends one that
+// waits for ever.
+int status_of_daemon(const std::function<bool()>& body) {
+  const pid_t pid = fork();
+  if (pid == 0) {
+    alarm(10);
+    s_harrowmossd_pid = getpid();
+    if (!open_signal_pipe()) _exit(2);
+    _exit(body() ? 0 : 1);
+  }
+  int status = -1;
+  waitpid(pid, &status, 0);
+  return status;
+}
+
+TEST(NotedSignals, AreHandledOnceEachInAscendingOrder) {
+  EXPECT_EQ(status_of_daemon([] {
+              for (const int sig : {SIGCHLD, SIGTERM, SIGINT, SIGTERM, SIGCHLD}) note_signal(sig);
+              handle_noted_signals(handle);
+              handle_noted_signals(handle);
+              return s_handled == std::vector<int>{SIGINT, SIGTERM, SIGCHLD};
+            }),
+            0);
+}
+
+TEST(NotedSignals, EveryNumberIsKept) {
+  EXPECT_EQ(status_of_daemon([] {
+              for (int sig = 1; sig <= 64; sig++) note_signal(sig);
+              handle_noted_signals(handle);
+              return s_handled.size() == 64 && s_handled.front() == 1 && s_handled.back() == 64;
+            }),
+            0);
+}
+
+// A storm fills the pipe: noting must neither block nor lose the signal, and must keep errno.
+TEST(NotedSignals, AStormNeitherBlocksNorGetsLost) {
+  EXPECT_EQ(status_of_daemon([] {
+              errno = ENOTTY;
+              for (int i = 0; i < 200000; i++) note_signal(SIGCHLD);
+              if (errno != ENOTTY) return false;
+              handle_noted_signals(handle);
+              return s_handled == std::vector<int>{SIGCHLD};
+            }),
+            0);
+}
+
+TEST(NotedSignals, OneNotedWhileHandlingIsHandledByTheNextLook) {
+  EXPECT_EQ(status_of_daemon([] {
+              note_signal(SIGTERM);
+              handle_noted_signals(handle_and_note);
+              const bool at_most_one = s_handled == std::vector<int>{SIGTERM};
+              handle_noted_signals(handle_and_note);
+              return at_most_one && s_handled == std::vector<int>{SIGTERM, SIGINT};
+            }),
+            0);
+}
+
+TEST(NotedSignals, AChildHandlesNothingThatWasNotedForItsParent) {
+  EXPECT_EQ(status_of_daemon([] {
+              note_signal(SIGTERM);
+              const pid_t child = fork_process(group::inherit);
+              if (child == 0) {
+                s_harrowmossd_pid = getpid();  // even one that took itself for the main process
+                handle_noted_signals(handle);
+                _exit(s_handled.empty() ? 0 : 1);
+              }
+              int status = -1;
+              waitpid(child, &status, 0);
+              handle_noted_signals(handle);
+              return status == 0 && s_handled == std::vector<int>{SIGTERM};
+            }),
+            0);
+}
+
+TEST(WaitReady, HandlesWhatWasNotedBeforeAndReturnsForTheDescriptor) {
+  EXPECT_EQ(status_of_daemon([] {
+              int ends[2];
+              if (pipe(ends) != 0 || write(ends[1], "x", 1) != 1) return false;
+              note_signal(SIGTERM);
+              wait_ready(ends[0], POLLIN, handle);
+              wait_ready(ends[1], POLLOUT, handle);
+              return s_handled == std::vector<int>{SIGTERM};
+            }),
+            0);
+}
+
+// 'R' running, 'S' sleeping ...
+char state_of(pid_t pid) {
+  std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
+  std::string text;
+  std::getline(stat, text);
+  const size_t name_end = text.rfind(')');
+  return name_end == std::string::npos ? '?' : text[name_end + 2];
+}
+
+int s_wake_fd = -1;
+
+void handle_and_wake(int sig) {
+  s_handled.push_back(sig);
+  (void)!write(s_wake_fd, "x", 1);
+}
+
+// A signal that arrives while the main thread waits is handled during the wait. The descriptor
+// becomes ready only through that, so the wait ends only if the signal woke it.
+TEST(WaitReady, ASignalWakesTheWait) {
+  EXPECT_EQ(status_of_daemon([] {
+              int ends[2];
+              if (pipe(ends) != 0) return false;
+              s_wake_fd = ends[1];
+              signal(SIGUSR2, note_signal);
+              const pid_t sender = fork();
+              if (sender == 0) {
+                while (state_of(getppid()) != 'S') sched_yield();  // it sleeps in wait_ready()
+                kill(getppid(), SIGUSR2);
+                _exit(0);
+              }
+              wait_ready(ends[0], POLLIN, handle_and_wake);
+              return s_handled == std::vector<int>{SIGUSR2};
+            }),
+            0);
+}
+
+TEST(WaitReady, ReturnsForAHangUp) {
+  EXPECT_EQ(status_of_daemon([] {
+              int ends[2];
+              if (pipe(ends) != 0) return false;
+              close(ends[1]);
+              wait_ready(ends[0], POLLIN, handle);
+              return true;
+            }),
+            0);
+}
+
+TEST(SignalScope, CountsNestedHandlers) {
+  EXPECT_FALSE(in_signal_handler());
+  {
+    const signal_scope outer;
+    {
+      const signal_scope inner;
+      EXPECT_TRUE(in_signal_handler());
+    }
+    EXPECT_TRUE(in_signal_handler());
+    EXPECT_FALSE(may_convert_time());  // the interrupted code may hold the C library's lock
+  }
+  EXPECT_FALSE(in_signal_handler());
+}
+
+}  // namespace

@@ -1,0 +1,129 @@
+#include <gtest/gtest.h>
+
+#include "catchers/watchdog.h"
+
+namespace {
+
+TEST(WatchdogTimes, ARoundIsDueAfter600Seconds) {
+  const struct {
+    int32_t last, now;
+    bool due;
+  } rows[] = {
+      {-1, 0, true},    // never looked
+      {-1, 5, true},    // the first look does not wait
+      {0, 599, false},  // 0 is a time like any other
+      {0, 600, true},
+      {1000, 1599, false},
+      {1000, 1600, true},
+      {1000, 1601, true},
+      {1000, 1000, false},
+      {1000, 999, false},  // a clock that went back stalls nothing for longer than that
+      {1000, 0, false},
+      {0, INT32_MAX, true},
+      {INT32_MAX - 599, INT32_MAX, false},
+      {INT32_MAX - 600, INT32_MAX, true},
+  };
+  for (const auto& row : rows)
+    EXPECT_EQ(is_round_due(row.last, row.now), row.due) << row.last << " " << row.now;
+}
+
+TEST(WatchdogTimes, AVerdictNeedsABaselineOfAnHour) {
+  const struct {
+    int32_t baseline, now;
+    bool due;
+  } rows[] = {
+      {0, 3599, false},    {0, 3600, true},   {100, 3699, false}, {100, 3700, true},
+      {100, 100000, true}, {100, 100, false}, {4000, 0, false},   {0, INT32_MAX, true},
+  };
+  for (const auto& row : rows)
+    EXPECT_EQ(is_verdict_due(row.baseline, row.now), row.due) << row.baseline << " " << row.now;
+}
+
+sleep_counters processor(int32_t vmin, int32_t aosd, int32_t cxsd) {
+  sleep_counters counters;
+  counters.vmin_count = vmin;
+  counters.aosd_count = aosd;
+  counters.cxsd_count = cxsd;
+  return counters;
+}
+
+sleep_counters modem(int32_t shutdowns, int32_t xo, int32_t sleeps) {
+  sleep_counters counters;
+  counters.mpss_numshutdowns = shutdowns;
+  counters.xo_count = xo;
+  counters.sleep_count = sleeps;
+  return counters;
+}
+
+// Both sides have three counters and one rule.
+TEST(WatchdogCounters, StuckMeansThatOneThatIsKnownHasNotMoved) {
+  const struct {
+    const char* what;
+    int32_t now[3], before[3];
+    bool stuck;
+  } rows[] = {
+      {"all moved", {2, 3, 4}, {1, 2, 3}, false},
+      {"all stand still", {1, 2, 3}, {1, 2, 3}, true},
+      {"the first stands still", {1, 3, 4}, {1, 2, 3}, true},
+      {"the second stands still", {2, 2, 4}, {1, 2, 3}, true},
+      {"the third stands still", {2, 3, 3}, {1, 2, 3}, true},
+      {"nothing is known", {-1, -1, -1}, {-1, -1, -1}, false},
+      {"only the second is known and moves", {-1, 6, -1}, {-1, 5, -1}, false},
+      {"only the second is known and stands still", {-1, 5, -1}, {-1, 5, -1}, true},
+      {"the second stands still, the third moves", {-1, 5, 7}, {-1, 5, 6}, true},
+      {"never slept at all", {0, -1, -1}, {0, -1, -1}, true},
+      {"known since the baseline", {0, -1, -1}, {-1, -1, -1}, false},
+      {"gone since the baseline", {-1, -1, -1}, {5, 5, 5}, false},
+      {"went back", {4, -1, -1}, {5, -1, -1}, false},
+      {"other negative values", {-2, -3, INT32_MIN}, {-2, -3, INT32_MIN}, false},
+      {"the largest", {INT32_MAX, -1, -1}, {INT32_MAX, -1, -1}, true},
+  };
+  for (const auto& row : rows) {
+    EXPECT_EQ(is_ap_stuck(processor(row.now[0], row.now[1], row.now[2]),
+                          processor(row.before[0], row.before[1], row.before[2])),
+              row.stuck)
+        << "processor: " << row.what;
+    EXPECT_EQ(is_modem_stuck(modem(row.now[0], row.now[1], row.now[2]),
+                             modem(row.before[0], row.before[1], row.before[2])),
+              row.stuck)
+        << "modem: " << row.what;
+  }
+}
+
+TEST(WatchdogCounters, NeitherSideLooksAtTheOthers) {
+  EXPECT_FALSE(is_ap_stuck(modem(1, 1, 1), modem(1, 1, 1)));
+  EXPECT_FALSE(is_modem_stuck(processor(1, 1, 1), processor(1, 1, 1)));
+}
+
+TEST(WatchdogVerdict, EveryCase) {
+  const struct {
+    bool ap_stuck, modem_stuck, captured, logger_on;
+    verdict expected;
+  } rows[] = {
+      // A processor that sleeps ends the matter.
+      {false, false, false, false, verdict::keep_watching},
+      {false, false, false, true, verdict::keep_watching},
+      {false, false, true, false, verdict::keep_watching},
+      {false, false, true, true, verdict::keep_watching},
+      {false, true, false, false, verdict::keep_watching},
+      {false, true, false, true, verdict::keep_watching},
+      {false, true, true, false, verdict::keep_watching},
+      {false, true, true, true, verdict::keep_watching},
+      // Not the modem's fault: at once, whatever was captured.
+      {true, false, false, false, verdict::dump_at_once},
+      {true, false, false, true, verdict::dump_at_once},
+      {true, false, true, false, verdict::dump_at_once},
+      {true, false, true, true, verdict::dump_at_once},
+      // The modem's: its log first, the dump only behind one, and never into a running log.
+      {true, true, false, false, verdict::start_capture},
+      {true, true, false, true, verdict::extend_capture},
+      {true, true, true, false, verdict::dump_after_grace},
+      {true, true, true, true, verdict::extend_capture},
+  };
+  for (const auto& row : rows) {
+    EXPECT_EQ(judge(row.ap_stuck, row.modem_stuck, row.captured, row.logger_on), row.expected)
+        << row.ap_stuck << row.modem_stuck << row.captured << row.logger_on;
+  }
+}
+
+}  // namespace
