@@ -76,6 +76,7 @@ void wait_ready(int fd, short events, void (*handle)(int sig)) {
   for (;;) {
     const int ready = poll(waits, count, -1);
     if (ready < 0 && errno != EINTR && errno != EAGAIN) return;
+    if (ready < 0) handle_noted_signals(handle);  // also without a pipe
     if (ready > 0 && waits[1].revents != 0) handle_noted_signals(handle);
     if (ready > 0 && waits[0].revents != 0) return;
   }

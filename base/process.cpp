@@ -13,6 +13,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 
 #include "base/noted_signals.h"
@@ -28,11 +29,15 @@ int s_closed_in_children[kMaxClosedInChildren];
 int s_closed_in_children_count = 0;
 int s_connection = -1;
 
+// A process without a SIGCHLD handler, or a thread that blocks it, is not woken by a child's end.
+constexpr int64_t kLookMs = 100;
+
 pid_t s_forked_by = -1;                      // the process that forked this one
 std::atomic<bool> s_may_convert_time{true};  // false in a child of an extra thread
 
 // What /proc tells of a process.
 struct process_stat {
+  char state;  // 'Z': ended, not yet reaped
   pid_t parent;
   pid_t process_group;
 };
@@ -49,7 +54,7 @@ bool read_stat(pid_t pid, process_stat* out) {
   text[size] = '\0';
   const char* after_name = strrchr(text, ')');  // the name may hold anything, ')' and blanks too
   return after_name != nullptr &&
-         sscanf(after_name, ") %*c %d %d", &out->parent, &out->process_group) == 2;
+         sscanf(after_name, ") %c %d %d", &out->state, &out->parent, &out->process_group) == 3;
 }
 
 bool parent_is_ours(pid_t parent) {
@@ -206,7 +211,7 @@ pid_t wait_within(pid_t pid, int milliseconds, int* status) {
     if (result == -1 && errno == EINTR) continue;
     const int64_t left = deadline - monotonic_ms();
     if (result != 0 || left <= 0) break;
-    const timespec timeout = to_timespec(left);
+    const timespec timeout = to_timespec(std::min<int64_t>(left, kLookMs));
     ppoll(nullptr, 0, &timeout, &before);
   }
   const int saved_errno = errno;
@@ -241,6 +246,26 @@ pid_t reap_any(int* status) {
     result = waitpid(-1, status, WNOHANG | __WNOTHREAD);
   } while (result == -1 && errno == EINTR);
   return result;
+}
+
+int list_group(pid_t leader, pid_t* pids, int size) {
+  int count = 0;
+  any_process([&](pid_t pid, const process_stat& stat) {
+    if (stat.process_group == leader && stat.state != 'Z') pids[count++] = pid;
+    return count == size;
+  });
+  return count;
+}
+
+int list_group_leaders(pid_t parent, pid_t* pids, int size) {
+  int count = 0;
+  any_process([&](pid_t pid, const process_stat& stat) {
+    if (stat.parent == parent && stat.process_group == pid && stat.state != 'Z') {
+      pids[count++] = pid;
+    }
+    return count == size;
+  });
+  return count;
 }
 
 int list_children(pid_t* pids, int size) {

@@ -83,6 +83,13 @@ int64_t monotonic_ms();
 // waiter would miss it. Returns its pid, 0 when none has ended, -1 when there is no child.
 pid_t reap_any(int* status);
 
+// Writes the pids of the living members of the process group `leader`, at most `size`; how many.
+int list_group(pid_t leader, pid_t* pids, int size);
+
+// Writes the pids of `parent`'s living children that lead a process group, at most `size`; how
+// many.
+int list_group_leaders(pid_t parent, pid_t* pids, int size);
+
 // Writes the pids of the calling thread's children, ended ones included, at most `size`, into
 // `pids`; returns how many. What is orphaned below a subreaper becomes its first thread's child.
 int list_children(pid_t* pids, int size);

@@ -2,23 +2,23 @@
 
 #include <atomic>
 
-#include "base/text.h"
+#include "capture/run.h"
+#include "storage/utils.h"
 
 namespace {
 
-// Two buffers in turn: the thread may still read the one that is shown while the other is written.
-// It looks for milliseconds, starts lie seconds apart.
-char s_dirs[2][256];
-std::atomic<int> s_shown{0};
+// The type's name is a constant of the logger type table; the run's name comes from its property,
+// so that nothing has to be shared with the rotation thread but this pointer.
+std::atomic<const char*> s_type_name{nullptr};
 
 }  // namespace
 
-const char* fingerprint_log_dir() {
-  return s_dirs[s_shown.load(std::memory_order_acquire)];
+std::string fingerprint_log_dir() {
+  const char* type_name = s_type_name.load();
+  if (type_name == nullptr) return "";
+  return std::string(kWorkingDir) + published_run_name() + "/" + type_name;
 }
 
-void set_fingerprint_log_dir(const char* dir) {
-  const int next = 1 - s_shown.load(std::memory_order_relaxed);
-  copy_or_abort(s_dirs[next], dir);
-  s_shown.store(next, std::memory_order_release);
+void set_fingerprint_log_dir(const char* name) {
+  s_type_name = name;
 }

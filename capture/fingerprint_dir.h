@@ -2,8 +2,12 @@
 // rotation thread.
 #pragma once
 
-// The directory, "" before the first start in this process. Valid for ever; any thread.
-const char* fingerprint_log_dir();
+#include <string>
 
-// Makes `dir` (255 bytes at most; longer aborts) known. Main thread.
-void set_fingerprint_log_dir(const char* dir);
+// The directory in the current run, also when the size monitor has started that one; "" before the
+// first start of the type in this process. Any thread.
+std::string fingerprint_log_dir();
+
+// Tells that the type was started, with its directory's name `name`, which must live for ever. Main
+// thread.
+void set_fingerprint_log_dir(const char* name);

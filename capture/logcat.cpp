@@ -4,7 +4,6 @@
 #include <errno.h>
 #include <signal.h>
 #include <string.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -82,12 +81,12 @@ Row* find_buffer(Row (&table)[kLogcatBuffers], const char* buffer) {
 void clear_buffer(const char* buffer, pid_t dead) {
   const pid_t pid = fork_process(group::own);
   if (pid == -1) {
-    LOG_AS(ANDROID_LOG_ERROR, "update_logcat_log", "fork err:%s.\n", strerror(errno));
+    LOG_AS(ANDROID_LOG_DEBUG, "update_logcat_log", "fork err:%s.\n", strerror(errno));
     return;
   }
   if (pid == 0) {
     const int ret = execlp(kLogcat, "vesk_clear", "-b", buffer, "-c", static_cast<char*>(nullptr));
-    LOG_AS(ANDROID_LOG_ERROR, "update_logcat_log", "logcat -c %s ret: %d, err: %s\n", buffer, ret,
+    LOG_AS(ANDROID_LOG_DEBUG, "update_logcat_log", "logcat -c %s ret: %d, err: %s\n", buffer, ret,
            strerror(errno));
     end_process(0);
   }
@@ -95,7 +94,7 @@ void clear_buffer(const char* buffer, pid_t dead) {
          "fork child process, pid:%d, update_logcat_log: vesk -b %s -c \n", dead, buffer);
   int status = 0;
   const pid_t ret = wait_for(pid, &status);
-  LOG_AS(ANDROID_LOG_ERROR, "update_logcat_log", "status is:%d.ret is %d. \n", status, ret);
+  LOG_AS(ANDROID_LOG_DEBUG, "update_logcat_log", "status is:%d.ret is %d. \n", status, ret);
 }
 
 // Starts the replacement logcat of `buffer` that writes <directory>/<build id>-<tag>.txt.
@@ -191,7 +190,7 @@ void get_logcat_control_message(const char* directory) {
   if (length == 0) return;
   if (is_dir_exist(directory) != 0) creat_dir(directory);
   const bool ends_sep = directory[length - 1] == '/';
-  const civil_time now = local_civil_time(time(nullptr));
+  const civil_time now = current_local_time();
   char file[512];
   format_cut(file, "%s%slogcat_control_message-%02d-%02d_%02d-%02d-%02d.txt", directory,
              ends_sep ? "" : "/", now.month, now.day, now.hour, now.minute, now.second);

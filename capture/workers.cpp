@@ -28,54 +28,58 @@ int32_t s_request_pid = 0;
 namespace {
 
 constexpr char kLogSource[] = "commands";
+constexpr char kDaemonSource[] = "harrowmoss";  // of the steps of the daemon's start and end
 constexpr int kTickMs = 100;
 constexpr size_t kProcessNameSize = 96;
 constexpr size_t kKernelNameLength = 15;  // what PR_SET_NAME keeps, without the NUL
 constexpr int kLeftoverMs = 3000;
+constexpr int kLeftoverLookMs = 5;
 constexpr int kMaxChildren = 256;
 
-// This process's children that are not spared; how many.
-int list_leftovers(const pid_t* spared, int count, pid_t (&pids)[kMaxChildren]) {
-  const int all = list_children(pids, kMaxChildren);
-  pid_t* const end = std::remove_if(pids, pids + all, [=](pid_t pid) {
-    return std::find(spared, spared + count, pid) != spared + count;
-  });
-  return static_cast<int>(end - pids);
+bool holds(const pid_t* pids, int count, pid_t pid) {
+  return std::find(pids, pids + count, pid) != pids + count;
 }
 
-// Sends `sig` to every leftover child and reaps, for at most `milliseconds`, until none is left.
-// What a child leaves behind when it ends becomes a leftover in its turn.
-bool end_leftovers_with(int sig, int milliseconds, const pid_t* spared, int count) {
+// Sends `sig`, once to each, to what `list(pids)` finds, and reaps, until it finds nothing or for
+// `milliseconds`. What a process leaves behind when it ends is found in its turn.
+template <typename List, typename Send>
+bool end_listed(List list, Send send, int sig, int milliseconds) {
   const int64_t deadline = monotonic_ms() + milliseconds;
   pid_t signalled[kMaxChildren];
   int signalled_count = 0;
   for (;;) {
     pid_t pids[kMaxChildren];
-    const int left = list_leftovers(spared, count, pids);
+    const int left = list(pids);
     if (left == 0) return true;
     if (monotonic_ms() >= deadline) return false;
     for (int i = 0; i < left; i++) {
-      const bool known =
-          std::find(signalled, signalled + signalled_count, pids[i]) != signalled + signalled_count;
-      if (!known && signalled_count < kMaxChildren) {
+      if (!holds(signalled, signalled_count, pids[i]) && signalled_count < kMaxChildren) {
         signalled[signalled_count++] = pids[i];
-        signal_with_its_group(pids[i], sig);
+        send(pids[i], sig);
       }
-      wait_within(pids[i], i == 0 ? 10 : 0, nullptr);
+      wait_within(pids[i], 0, nullptr);
     }
+    sleep_ms(kLeftoverLookMs);
   }
+}
+
+template <typename List, typename Send>
+void end_or_kill(List list, Send send) {
+  if (end_listed(list, send, SIGTERM, kLeftoverMs)) return;
+  LOG_AS(ANDROID_LOG_ERROR, "end_leftover_children", "leftover children do not end, kill them");
+  end_listed(list, send, SIGKILL, kLeftoverMs);
 }
 
 }  // namespace
 
 void initialize_globals() {
-  LOG_AS(ANDROID_LOG_DEBUG, "initialize_globals", "function invoked");
+  log_message(ANDROID_LOG_DEBUG, kDaemonSource, __func__, __LINE__, "function invoked");
   s_debug_group = static_cast<int32_t*>(calloc(1, (kGroupSlots + 1) * sizeof(int32_t)));
   s_general_group = static_cast<int32_t*>(calloc(1, (kGroupSlots + 1) * sizeof(int32_t)));
 }
 
 void free_globals() {
-  LOGD("function invoked");
+  log_message(ANDROID_LOG_DEBUG, kDaemonSource, __func__, __LINE__, "function invoked");
   free(s_debug_group);
   s_debug_group = nullptr;
   free(s_general_group);
@@ -110,14 +114,15 @@ int wait_child_to_finish(pid_t pid, int ticks) {
 int await_request_child(const char* function, pid_t pid, int poll_ms, int polls) {
   s_request_pid = pid;
   int count = 0;
-  for (; wait_within(pid, 0, nullptr) == 0; count++) {
+  for (pid_t gone = wait_within(pid, 0, nullptr); gone == 0; count++) {
     LOG_AS(ANDROID_LOG_DEBUG, function, "wait child %d to finish.", pid);
-    if (wait_within(pid, poll_ms, nullptr) != 0) break;
+    gone = wait_within(pid, poll_ms, nullptr);
     safe_point();
-    if (count < polls) continue;
+    if (gone != 0 || count < polls) continue;
     LOG_AS(ANDROID_LOG_ERROR, function, "wait child %d timeout, kill it", pid);
     kill_with_group(pid);
     sleep_ms(kTickMs);
+    gone = wait_within(pid, 0, nullptr);
   }
   s_request_pid = 0;
   return count;
@@ -140,9 +145,34 @@ char* build_process_name(const char* name, char* buf, int is_debug, bool vesk_su
   return buf;
 }
 
-void end_leftover_children(const pid_t* spared, int count) {
+void end_leftover_children(const pid_t* spared, int count, pid_t monitor) {
   if (!is_main_process()) return;
-  if (end_leftovers_with(SIGTERM, kLeftoverMs, spared, count)) return;
-  LOGE("leftover children do not end, kill them");
-  end_leftovers_with(SIGKILL, kLeftoverMs, spared, count);
+  const auto list = [=](pid_t(&pids)[kMaxChildren]) {
+    const int all = list_children(pids, kMaxChildren);
+    int left = static_cast<int>(
+        std::remove_if(pids, pids + all, [=](pid_t pid) { return holds(spared, count, pid); }) -
+        pids);
+    if (monitor > 0) left += list_group_leaders(monitor, pids + left, kMaxChildren - left);
+    return left;
+  };
+  const auto send = [=](pid_t pid, int sig) {
+    // An orphan in the group of a process that goes on is alone to be ended.
+    if (holds(spared, count, getpgid(pid))) {
+      signal_process(pid, sig);
+    } else {
+      signal_with_its_group(pid, sig);
+    }
+  };
+  end_or_kill(list, send);
+}
+
+void end_groups(const pid_t* leaders, int count) {
+  const auto list = [=](pid_t(&pids)[kMaxChildren]) {
+    int left = 0;
+    for (int i = 0; i < count && left < kMaxChildren; i++) {
+      left += list_group(leaders[i], pids + left, kMaxChildren - left);
+    }
+    return left;
+  };
+  end_or_kill(list, signal_with_its_group);
 }

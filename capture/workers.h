@@ -60,8 +60,14 @@ int set_process_name(const char* name, int ignored = 0);
 // request, to the text in `buf` (96 bytes; longer aborts) and returns `buf`: an argv[0].
 char* build_process_name(const char* name, char* buf, int is_debug, bool vesk_suffix);
 
-// Ends every child of the main thread that is not in `spared` (`count` pids): SIGTERM, up to 3 s
-// for all together, SIGKILL. What workers and scripts left behind has become its child, because the
-// main process is a subreaper; children of the other threads (the self-log collector's logcat, the
-// shell of a rotation) stay theirs. Main process only; elsewhere it does nothing.
-void end_leftover_children(const pid_t* spared, int count);
+// Ends every child of the main thread that is not in `spared` (`count` pids), and the workers that
+// the size monitor `monitor` (-1: none) has started and that are still its children: SIGTERM, up to
+// 3 s for all together, SIGKILL. What workers and scripts left behind has become a child of the
+// main thread, because the main process is a subreaper; children of the other threads (the self-log
+// collector's logcat, the shell of a rotation) stay theirs. Main process only; elsewhere it does
+// nothing.
+void end_leftover_children(const pid_t* spared, int count, pid_t monitor = -1);
+
+// Ends what is left in the process groups of `leaders` (`count` pids) in the same way. For the size
+// monitor, which does not become the parent of what its workers leave behind.
+void end_groups(const pid_t* leaders, int count);

@@ -41,6 +41,10 @@ int sendSystraceSocket(int code);
 // recorded, -1 when debug logging with the watchdog's type is not on. Request thread.
 int no_service_catch_modem_log();
 
+// Starts the router log's copier and its rotation when the property asks for them; a step of the
+// mobile type. 0, or -1 when the fork failed.
+int start_router_log();
+
 // Keeps the router log's rotation thread looping. Set by catcher_mobile_log(), cleared by the stop.
 extern std::atomic<bool> qtrlog_running;
 

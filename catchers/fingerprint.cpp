@@ -60,7 +60,7 @@ int catcher_fp_log(const char* log_dir, const char* name) {
   append_or_abort(dir, "/");
   append_or_abort(dir, name);
   creat_dir(dir);
-  set_fingerprint_log_dir(dir);
+  set_fingerprint_log_dir(name);
   get_fingerprint_log(dir, kSecureWorldLog, "qsee_log.txt");
   if (is_prop_on("persist.sys.zklog.tzbsp.enable", "off")) {
     get_fingerprint_log(dir, kTrustZoneLog, "tzbsp.txt");

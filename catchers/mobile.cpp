@@ -9,7 +9,6 @@
 #include "base/process.h"
 #include "base/scoped.h"
 #include "base/text.h"
-#include "base/thread.h"
 #include "capture/logcat.h"
 #include "capture/workers.h"
 #include "catchers/app_files.h"
@@ -20,8 +19,6 @@
 #include "storage/shell.h"
 #include "storage/utils.h"
 
-std::atomic<bool> qtrlog_running{false};
-
 namespace {
 
 constexpr char kLogSource[] = "commands";
@@ -30,14 +27,6 @@ constexpr size_t kOptionBytes = 512;  // of the option file that are read
 constexpr const char* kBuffers[] = {"main", "events", "system", "radio", "crash"};
 constexpr int kKernelBufferSdk = 23;  // the log daemon has a kernel buffer from this release on
 constexpr char kQmiMsgProp[] = "persist.odm.zklog.qmimsg.enable";
-
-constexpr char kRouterLogFile[] = "qrtr_last.txt";
-constexpr unsigned long kRouterLogLimit = 512000;
-constexpr int kRouterLogGenerations = 3;
-constexpr int kRouterLogLookMs = 10 * 1000;
-
-// A rotation thread exists; it may outlast its run by one look.
-std::atomic<bool> s_rotating{false};
 
 void start_logcats(const char* dir) {
   for (const char* buffer : kBuffers) catcher_logcat_log(buffer, dir, 1);
@@ -95,9 +84,10 @@ constexpr mobile_option kOptions[] = {
     {"watch_fd", catcher_watch_fd_log},
 };
 
-// The app's option file: only its first bytes count, and the first option that fits.
+// The app's option file: only its first bytes count, and the first option that fits. Not blocking:
+// shared storage may hold anything under that name, a FIFO too.
 void handle_mobile_cfg(const char* dir) {
-  scoped_fd fd(open(kMobileCfg, O_RDWR | O_CLOEXEC));
+  scoped_fd fd(open(kMobileCfg, O_RDWR | O_NONBLOCK | O_CLOEXEC));
   if (!fd.valid()) {
     LOGE("open file %s failed ! %s\n", kMobileCfg, strerror(errno));
     return;
@@ -116,64 +106,7 @@ void handle_mobile_cfg(const char* dir) {
   }
 }
 
-bool qrtr_enabled() {
-  return get_string_prop("persist.sys.qtrlog.enable", "0") == "1";
-}
-
-// Copies the router log as long as it is wanted. Returns false when the fork failed.
-bool start_qrtr_copier() {
-  const bool second_channel = get_string_prop("persist.sys.harrowmoss.cfg", "false") == "true";
-  char command[100] = {};
-  copy_or_abort(command, "cat ");
-  append_or_abort(command, second_channel ? "/d/ipc_logging/qrtr_2/log_cont"
-                                          : "/d/ipc_logging/qrtr_0/log_cont");
-  append_or_abort(command, " > /data/misc/zelkalog/qrtr_last.txt");
-  const pid_t pid = fork_process(group::own);
-  if (pid == -1) {
-    qrtr_log_pid = 0;
-    LOG_AS(ANDROID_LOG_ERROR, "catcher_mobile_log", "get qtrlog, fork err:%s.\n", strerror(errno));
-    return false;
-  }
-  if (pid == 0) {
-    LOG_AS(ANDROID_LOG_ERROR, "catcher_mobile_log", "command=%s,getpid=%d", command, getpid());
-    execlp("sh", "sh", "-c", command, static_cast<char*>(nullptr));
-    perror("execlp error");
-    end_process(0);
-  }
-  LOG_AS(ANDROID_LOG_ERROR, "catcher_mobile_log", "fork child process, pid:%d, sh -c %s \n", pid,
-         command);
-  qrtr_log_pid = pid;
-  add_to_debug_group(pid);
-  return true;
-}
-
-void start_qrtr_rotation() {
-  qtrlog_running = true;
-  if (s_rotating.exchange(true)) return;  // the last run's thread goes on for this one
-  const int result = start_thread(qtrlogThread, nullptr);
-  if (result == 0) return;
-  s_rotating = false;
-  if (result < 0) {
-    LOG_AS(ANDROID_LOG_ERROR, "catcher_mobile_log", "create monitor thread fail, error=%s\n",
-           strerror(errno));
-    qtrlog_running = false;
-  }
-}
-
 }  // namespace
-
-void* qtrlogThread(void*) {
-  LOGD("function invoked");
-  for (;;) {
-    while (qtrlog_running) {
-      rotateFpLogs(kWorkingDir, kRouterLogFile, kRouterLogLimit, kRouterLogGenerations);
-      sleep_ms(kRouterLogLookMs);
-    }
-    s_rotating = false;
-    // A start that came in between found this thread and left the rotation to it.
-    if (!qtrlog_running || s_rotating.exchange(true)) return nullptr;
-  }
-}
 
 int catcher_mobile_log(const char* log_dir, const char* name) {
   LOGD("function invoked");
@@ -188,8 +121,5 @@ int catcher_mobile_log(const char* log_dir, const char* name) {
   copy_system_propertie(log_dir, "");
   property_set(kQmiMsgProp, "0");
   handle_mobile_cfg(dir);
-  if (!qrtr_enabled()) return 0;
-  if (!start_qrtr_copier()) return -1;
-  start_qrtr_rotation();
-  return 0;
+  return start_router_log();
 }

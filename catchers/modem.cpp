@@ -1,4 +1,5 @@
 #include <cutils/properties.h>
+#include <sys/stat.h>
 
 #include "base/process.h"
 #include "base/text.h"
@@ -27,6 +28,16 @@ struct diag_cfg {
 constexpr diag_cfg kFirstModem = {kDiagCfg, "/data/vendor/zelkalog/.DIAG.cfg"};
 constexpr diag_cfg kSecondModem = {kDiagMdm2Cfg, "/data/vendor/zelkalog/.DIAGMDM2.cfg"};
 
+// cp would wait for ever for a writer of a FIFO that somebody put there.
+void copy_mask_file(const diag_cfg& cfg) {
+  struct stat info;
+  if (stat(cfg.source, &info) == 0 && !S_ISREG(info.st_mode)) {
+    LOG_AS(ANDROID_LOG_ERROR, "catcher_modem_log", "not a file: %s", cfg.source);
+    return;
+  }
+  copy_file(cfg.source, cfg.target);
+}
+
 }  // namespace
 
 int catcher_modem_log(const char* /*log_dir*/, const char* name) {
@@ -42,7 +53,7 @@ int catcher_modem_log(const char* /*log_dir*/, const char* name) {
   const bool second_modem = get_int_prop("persist.sys.zklog.wifi_mdm2", 0) == 1;
   if (second_modem) LOGE("wifi log 2");
   const diag_cfg& cfg = second_modem ? kSecondModem : kFirstModem;
-  copy_file(cfg.source, cfg.target);
+  copy_mask_file(cfg);
 
   if (get_int_prop(kModemFilesProp, 0) < 1) {
     property_set(kModemFilesProp, kDefaultModemFiles);

@@ -88,12 +88,12 @@ std::string capture_path(const char* dir) {
 [[noreturn]] void run_capture(const char* name, const std::string& path) {
   set_process_name(name);
   creat_file(path.c_str());
-  std::string escaped;
-  if (append_escaped(&escaped, path.c_str())) {
-    char command[kPathSize] = {};
-    copy_or_abort(command, "/system/bin/sh /system/etc/get_net_log.sh ");
-    append_or_abort(command, escaped.c_str());
-    run_shell(command);
+  std::string command = "/system/bin/sh /system/etc/get_net_log.sh ";
+  if (append_escaped(&command, path.c_str()) && command.size() < kPathSize) {
+    run_shell(command.c_str());
+  } else {
+    LOG_AS(ANDROID_LOG_ERROR, "catcher_net_log", "no command for the capture file %s",
+           path.c_str());
   }
   end_process(0);
 }
@@ -104,19 +104,35 @@ void start_net_cmd_log() {
   catcher_net_cmd_log(kSnapshot, std::size(kSnapshot), "iptables-start.txt");
 }
 
-void write_line(void* file, const char* line) {
-  fputs(line, static_cast<FILE*>(file));
+// A command's section of the snapshot. Its head is written with its first line, because a command
+// that cannot be started has none.
+struct snapshot_section {
+  FILE* file;
+  const char* command;
+  bool has_head;
+
+  void write_head() {
+    if (!has_head) fprintf(file, "%s\n", command);
+    has_head = true;
+  }
+};
+
+void write_line(void* context, const char* line) {
+  auto* section = static_cast<snapshot_section*>(context);
+  section->write_head();
+  fputs(line, section->file);
 }
 
 void write_command_output(FILE* file, const char* command) {
-  fprintf(file, "%s\n", command);
-  fflush(file);  // what is there when a command hangs
+  snapshot_section section = {file, command, false};
   char line[kLineSize];
-  if (run_shell_lines(command, kToolBoundMs, line, sizeof(line), write_line, file) == 0) {
+  if (run_shell_lines(command, kToolBoundMs, line, sizeof(line), write_line, &section) == 0) {
+    section.write_head();
     fputs("\n", file);
   } else {
-    fputs(" failed\n", file);
+    fprintf(file, "%s failed\n", command);
   }
+  fflush(file);
 }
 
 }  // namespace

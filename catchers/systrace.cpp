@@ -40,7 +40,7 @@ int sendSystraceSocket(int code) {
   for (int attempt = 0; attempt < kAttempts; attempt++) {
     const int fd = connect_to_service();
     if (fd < 0) {
-      if (attempt + 1 < kAttempts) sleep_ms(kStepMs);
+      sleep_ms(kStepMs);
       continue;
     }
     fcntl(fd, F_SETFD, FD_CLOEXEC);

@@ -5,6 +5,7 @@
 #include <string.h>
 #include <unistd.h>
 
+#include <iterator>
 #include <memory>
 
 #include "base/process.h"
@@ -46,9 +47,23 @@ const char* shown(const request_text& text) {
   return text == nullptr ? "(null)" : text.get();
 }
 
+// What is wrong with the destinations of the two plain copies; null: nothing.
+const char* trace_copy_fault(const char* path) {
+  constexpr const char* kSources[] = {kTraceDir};
+  return destination_fault(path, kSources, std::size(kSources), [](const char* dst) {
+    return command_fits(shell_command::copy_dir, kTraceDir, dst);
+  });
+}
+
+const char* kernel_log_copy_fault(const char* path) {
+  return destination_fault(path, nullptr, 0, [](const char* dst) {
+    return command_fits(shell_command::copy_dir2, kKernelLog, dst);
+  });
+}
+
 // False, after one error line, for a destination that no command may be composed with.
-bool destination_ok(const request_text& path, bool (*fits)(const char*)) {
-  const char* fault = destination_fault(path.get(), fits);
+bool destination_ok(const request_text& path, const char* (*fault_of)(const char*)) {
+  const char* fault = fault_of(path.get());
   if (fault != nullptr) LOGE("destination refused, %s: %s", fault, shown(path));
   return fault == nullptr;
 }
@@ -118,7 +133,7 @@ int do_get_feedback_log(const android::Parcel& request, android::Parcel& reply) 
     return -1;
   }
   LOGD("types: %d, path: %s.", types, shown(path));
-  const bool ok = destination_ok(path, feedback_commands_fit);
+  const bool ok = destination_ok(path, feedback_destination_fault);
   return write_result(reply, __func__, ok ? get_feedback_log(types, path.get()) : -1);
 }
 
@@ -135,6 +150,7 @@ int do_no_service_catch_modem(const android::Parcel&, android::Parcel& reply) {
 }
 
 int do_get_pstore_dir(const android::Parcel&, android::Parcel& reply) {
+  adopt_published_run();
   LOGD("function invoked, %s,strlen(psstoredir=%lu)\n", s_log_dir_name,
        static_cast<unsigned long>(strlen(s_log_dir_name)));
   write_text(reply, s_log_dir_name);
@@ -180,21 +196,13 @@ int do_move_trace(const android::Parcel&, android::Parcel&) {
   return 0;
 }
 
-bool trace_copy_fits(const char* path) {
-  return command_fits(shell_command::copy_dir, kTraceDir, path);
-}
-
 int do_copy_sys_trace_log(const android::Parcel& request, android::Parcel& reply) {
   LOGD("function invoked");
   const request_text path = read_text(request);
   LOGD("path: %s.", shown(path));
   LOG_AS(ANDROID_LOG_DEBUG, "do_copy_systrace", "function invoked");
-  if (destination_ok(path, trace_copy_fits)) copy_dir(kTraceDir, path.get());
+  if (destination_ok(path, trace_copy_fault)) copy_dir(kTraceDir, path.get());
   return write_result(reply, __func__, 0);
-}
-
-bool kernel_log_copy_fits(const char* path) {
-  return command_fits(shell_command::copy_dir2, kKernelLog, path);
 }
 
 int do_copy_kernel_pmic(const android::Parcel& request, android::Parcel& reply) {
@@ -205,7 +213,7 @@ int do_copy_kernel_pmic(const android::Parcel& request, android::Parcel& reply) 
     LOGE("pmic_file does not exist: %s.", kKernelLog);
     return -1;
   }
-  const bool ok = destination_ok(path, kernel_log_copy_fits);
+  const bool ok = destination_ok(path, kernel_log_copy_fault);
   return write_result(reply, __func__, ok ? copy_dir2(kKernelLog, path.get()) : -1);
 }
 

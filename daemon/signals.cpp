@@ -112,7 +112,7 @@ void signal_waitpid_parent() {
       restart_killed_monitor();
     }
     // Workers that it had started again became ours when it ended.
-    if (is_log_size_monitor(pid) && !is_logger_enabled()) end_logging_leftovers();
+    if (log_size_monitor_ended(pid) && !is_logger_enabled()) end_logging_leftovers();
   }
 }
 

@@ -126,9 +126,9 @@ int listen_on_control_socket() {
 void* monitorThread(void*) {
   LOGD("function invoked");
   while (s_monitor_running) {
-    const char* dir = fingerprint_log_dir();
-    rotateFpLogs(dir, "qsee_log.txt", kTraceLimit, kTraceGenerations);
-    rotateFpLogs(dir, "tzbsp.txt", kTraceLimit, kTraceGenerations);
+    const std::string dir = fingerprint_log_dir();
+    rotateFpLogs(dir.c_str(), "qsee_log.txt", kTraceLimit, kTraceGenerations);
+    rotateFpLogs(dir.c_str(), "tzbsp.txt", kTraceLimit, kTraceGenerations);
     sleep_ms(1000);
   }
   return nullptr;
@@ -146,10 +146,11 @@ void run_daemon() {
   sleep_ms(kStartPauseMs);
   create_working_dir();
   LOG_AS(ANDROID_LOG_ERROR, "main", "After create directories;\n");
-  start_monitor_thread();
+  // Before the first thread, which forks: children close what is named by then.
   if (!open_signal_pipe()) {
     LOG_AS(ANDROID_LOG_ERROR, "main", "no signal pipe: %s", strerror(errno));
   }
+  start_monitor_thread();
   install_signal_handlers();
   set_logging_switch(stop_debug_log, start_debug_log);
   initialize_globals();

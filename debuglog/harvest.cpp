@@ -14,6 +14,7 @@
 #include "base/scoped.h"
 #include "base/text.h"
 #include "capture/modem_logger.h"
+#include "capture/run.h"
 #include "capture/vendor_moves.h"
 #include "capture/workers.h"
 #include "catchers/logger_types.h"
@@ -43,11 +44,6 @@ bool is_wifi_log(const char* name) {
     if (starts_with(name, prefix)) return true;
   }
   return false;
-}
-
-// A path that came back from a property: it must still be a run of ours.
-bool is_in_store(const std::string& path) {
-  return starts_with(path.c_str(), kStoreDir) && path.find("/..") == std::string::npos;
 }
 
 void wait_for_legacy_vendor(int32_t types) {
@@ -82,9 +78,9 @@ void wait_vendor_mv_actions_done() {
 }
 
 void move_wifi_log_if_needed() {
-  const std::string store = get_string_prop("sys.harrowmossd.log_store_path", "");
+  const std::string store = get_string_prop(kStorePathProp, "");
   if (store.empty()) return;
-  if (!is_in_store(store)) {
+  if (published_run_name().empty()) {
     LOGE("not a run of the store: %s", store.c_str());
     return;
   }

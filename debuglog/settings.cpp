@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <string>
 
 #include "base/scoped.h"
@@ -30,7 +31,7 @@ constexpr char kPowerOffDir[] = "/data/misc/zelkalog/poweroffcharge";
 // Makes the store for root alone. False after a log line.
 bool make_persist_dir() {
   const auto failed = [](const char* call) {
-    LOG_AS(ANDROID_LOG_ERROR, "setPersistProperty", "%s %s failed. %s", call, kPersistDir,
+    LOG_AS(ANDROID_LOG_DEBUG, "setPersistProperty", "%s %s failed. %s", call, kPersistDir,
            strerror(errno));
     return false;
   };
@@ -66,8 +67,7 @@ void move_poweroff_logs(const char* source) {
            static_cast<long long>(needed), static_cast<long long>(available));
     return;
   }
-  copy_dir(content.c_str(), kPowerOffDir);
-  delete_dir(source);
+  if (copy_dir(content.c_str(), kPowerOffDir) == 0) delete_dir(source);
   LOG_AS(ANDROID_LOG_ERROR, "copyPoweroffchargelog", "cp poweroffchargelog to %s", kPowerOffDir);
 }
 
@@ -98,15 +98,15 @@ int setPersistProperty(const char* key, const char* value) {
   format_cut(path, "%s%s", kPersistDir, key);
   scoped_fd fd(open(path, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600));
   if (!fd.valid()) {
-    LOGE("open/create %s failed. %s", path, strerror(errno));
+    LOGD("open/create %s failed. %s", path, strerror(errno));
     return -1;
   }
   if (fchown(fd.get(), 0, 0) != 0) {
-    LOGE("chown %s failed. %s", path, strerror(errno));
+    LOGD("chown %s failed. %s", path, strerror(errno));
     return -1;
   }
   if (fchmod(fd.get(), 0600) != 0) {
-    LOGE("chmod %s failed. %s", path, strerror(errno));
+    LOGD("chmod %s failed. %s", path, strerror(errno));
     return -1;
   }
   (void)!write(fd.get(), value, strlen(value));

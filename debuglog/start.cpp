@@ -1,10 +1,10 @@
 #include <cutils/properties.h>
 #include <errno.h>
+#include <limits.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/vfs.h>
-#include <time.h>
 
 #include "base/noted_signals.h"
 #include "base/process.h"
@@ -14,6 +14,7 @@
 #include "capture/workers.h"
 #include "catchers/logger_types.h"
 #include "debuglog/commands.h"
+#include "selflog/local_time.h"
 #include "selflog/log.h"
 #include "selflog/props.h"
 #include "selflog/self_logger.h"
@@ -26,7 +27,6 @@ namespace {
 constexpr char kLogSource[] = "commands";
 constexpr char kSdcard[] = "/sdcard";
 constexpr char kData[] = "/data";
-constexpr char kVendorRunsDir[] = "/data/vendor/zelkalog/common/";
 constexpr int64_t kSdcardReserve = 64LL * 1024 * 1024;   // logging needs more than this
 constexpr uint64_t kDataReserve = 128ULL * 1024 * 1024;  // logging needs more than this
 constexpr int kBugreportTicks = 3000;                    // of 100 ms: about 5 minutes
@@ -42,7 +42,8 @@ bool query(const char* mount, struct statfs* info) {
 // Takes the next number, names the run and makes its directories known.
 void open_run() {
   creat_dir(kStoreDir);
-  const int sequence = get_log_dir_sequence() + 1;
+  const int last = get_log_dir_sequence();
+  const int sequence = last == INT_MAX ? 1 : last + 1;
   char text[PROPERTY_VALUE_MAX];
   format_cut(text, "%d", sequence);
   property_set(kSequenceProp, text);
@@ -50,7 +51,7 @@ void open_run() {
 
   char final_path[sizeof(s_log_store_path)];
   format_cut(final_path, "%s%s", kStoreDir, s_log_dir_name);
-  property_set("sys.harrowmossd.log_store_path", final_path);
+  property_set(kStorePathProp, final_path);
 
   format_cut(s_log_store_path, "%s%s", kWorkingDir, s_log_dir_name);
   creat_dir(s_log_store_path);
@@ -101,13 +102,11 @@ int start_debug_log() {
 }
 
 int get_current_datetime_with_sequence(char* out, int sequence) {
-  const time_t now = time(nullptr);
-  tm local = {};
-  localtime_r(&now, &local);  // not the cached offset: the zone may just have been changed
+  const civil_time now = current_local_time();
   char number[16] = "";
   if (sequence >= 1) format_cut(number, "%d#", sequence);
-  return snprintf(out, sizeof(s_log_dir_name), "%s%02d-%02d_%02d-%02d-%02d", number,
-                  local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec);
+  return snprintf(out, sizeof(s_log_dir_name), "%s%02d-%02d_%02d-%02d-%02d", number, now.month,
+                  now.day, now.hour, now.minute, now.second);
 }
 
 void restorecon_media_zelkalog() {

@@ -176,14 +176,22 @@ void await_worker(const char* table, pid_t pid) {
          strerror(errno), pid);
 }
 
-void end_logcat(const char* table, int32_t* pid) {
+// The workers that were told to end, for what they leave in their groups.
+struct ended_workers {
+  pid_t pids[kGroupSlots + 2 * kLogcatBuffers];
+  int count;
+};
+
+void end_logcat(const char* table, int32_t* pid, ended_workers* ended) {
   if (*pid < 1) return;
   signal_process(*pid, SIGTERM);
   await_worker(table, *pid);
+  ended->pids[ended->count++] = *pid;
   *pid = 0;
 }
 
-void end_workers() {
+ended_workers end_workers() {
+  ended_workers ended = {};
   LOG_AS(ANDROID_LOG_DEBUG, "stop_debug_log", "kill debug group start");
   qtrlog_running = false;
   for (int slot = 1; s_debug_group != nullptr && slot <= kGroupSlots; slot++) {
@@ -191,14 +199,16 @@ void end_workers() {
     if (pid < 1) continue;
     send_ending(pid);
     await_worker("s_debug_group", pid);
+    ended.pids[ended.count++] = pid;
     s_debug_group[slot] = 0;
   }
   LOG_AS(ANDROID_LOG_DEBUG, "stop_debug_log", "kill debug group end, next kill vesk group..");
   for (int i = 0; i < kLogcatBuffers; i++) {
-    end_logcat("s_debug_vesk_group", &s_debug_vesk_group[i].pid);
-    end_logcat("s_newlog_group", &s_newlog_group[i].pid);
+    end_logcat("s_debug_vesk_group", &s_debug_vesk_group[i].pid, &ended);
+    end_logcat("s_newlog_group", &s_newlog_group[i].pid, &ended);
   }
   LOG_AS(ANDROID_LOG_DEBUG, "stop_debug_log", "kill vesk group end");
+  return ended;
 }
 
 // ---- Final snapshot and harvest. ----
@@ -231,11 +241,16 @@ void end_self_log_collector() {
 int stop_debug_log() {
   const no_safe_points until_done;
   LOGD("function invoked");
+  adopt_published_run();
   create_store_dir_if_needed();
   restorecon_media_zelkalog();
   for (const auto step : kClosingSteps) step();
-  end_workers();
-  end_logging_leftovers();
+  const ended_workers ended = end_workers();
+  if (is_main_process()) {
+    end_logging_leftovers();
+  } else {
+    end_groups(ended.pids, ended.count);
+  }
   stop_mpss_watchdog();
   get_logcat_control_message_for_debug(s_log_store_path);
   LOGE("stop debug log over.");
@@ -247,6 +262,7 @@ int stop_debug_log() {
 }
 
 void end_logging_leftovers() {
-  const pid_t survivors[] = {s_kernel_log_pid, s_logsize_monitor_pid, s_request_pid};
-  end_leftover_children(survivors, static_cast<int>(std::size(survivors)));
+  const pid_t survivors[] = {s_kernel_log_pid, living_log_size_monitor(), s_request_pid};
+  end_leftover_children(survivors, static_cast<int>(std::size(survivors)),
+                        living_log_size_monitor());
 }

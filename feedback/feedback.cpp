@@ -30,6 +30,9 @@ constexpr int kPropertyPolls = 20;
   std::string target;
   if (append_escaped(&target, path)) {
     run_shell(("getprop > " + target + "system" + suffix + ".prop").c_str());
+  } else {
+    LOG_AS(ANDROID_LOG_ERROR, "copy_system_propertie", "name cannot be given to the shell: %s",
+           path);
   }
   char name[64];
   format_cut(name, "others%s.prop", suffix);
@@ -56,6 +59,19 @@ int count_components(const char* path) {
   return count;
 }
 
+// Compares component by component: repeated slashes do not count.
+bool is_same_or_below(const char* path, const char* dir) {
+  for (;;) {
+    path += strspn(path, "/");
+    dir += strspn(dir, "/");
+    const size_t length = strcspn(dir, "/");
+    if (length == 0) return true;
+    if (strcspn(path, "/") != length || strncmp(path, dir, length) != 0) return false;
+    path += length;
+    dir += length;
+  }
+}
+
 bool has_control_byte(const char* path) {
   for (const char* p = path; *p != '\0'; p++) {
     if (static_cast<unsigned char>(*p) < 0x20 || *p == 0x7F) return true;
@@ -65,11 +81,15 @@ bool has_control_byte(const char* path) {
 
 }  // namespace
 
-const char* destination_fault(const char* path, bool (*fits)(const char* path)) {
+const char* destination_fault(const char* path, const char* const* sources, size_t count,
+                              bool (*fits)(const char* path)) {
   if (path == nullptr || path[0] != '/') return "not absolute";
   if (count_components(path) < 2) return "too high in the tree";
   if (has_dot_component(path)) return "has a . or .. component";
   if (has_control_byte(path)) return "has a control byte";
+  for (size_t i = 0; i < count; i++) {
+    if (is_same_or_below(path, sources[i])) return "inside of what is copied";
+  }
   return fits(path) ? nullptr : "too long";
 }
 

@@ -3,6 +3,7 @@
 // with a bound and killed when they overrun.
 #pragma once
 
+#include <stddef.h>
 #include <stdint.h>
 
 // A piece of a bundle. `get` collects it into the directory `dir`; a negative result ends the walk.
@@ -16,12 +17,14 @@ extern const feedback_getter kFeedbackGetters[kFeedbackGetterCount];  // in the 
 
 // Why a destination that a client names is refused; null when it may be used. Root copies into it
 // and gives it to everybody, so it must be absolute, at least two components deep, without "." and
-// "..", control bytes, and short enough for every command that is composed with it.
-// `fits` tells whether the longest of these holds it.
-const char* destination_fault(const char* path, bool (*fits)(const char* path));
+// "..", control bytes, none of the `count` `sources` that are copied nor below one (cp would copy
+// into itself without end), and short enough for every command that is composed with it: `fits`
+// tells whether the longest of these holds it.
+const char* destination_fault(const char* path, const char* const* sources, size_t count,
+                              bool (*fits)(const char* path));
 
-// True when every command of a feedback bundle can take `dir`.
-bool feedback_commands_fit(const char* dir);
+// The same for a feedback bundle.
+const char* feedback_destination_fault(const char* dir);
 
 // Collects the pieces of `mask` into `dir`, in table order, and the property files in any case.
 // Returns the result of the last getter that ran, 0 when none did, or the first negative one.

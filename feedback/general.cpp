@@ -38,7 +38,10 @@ void dump_buffer(const char* dir, const char* buffer) {
   creat_file(path);
   std::string command = std::string(kLogcat) + " -d -v threadtime,usec -t " +
                         std::to_string(kDumpLines) + " -b " + buffer + " -f ";
-  if (!append_escaped(&command, path)) return;
+  if (!append_escaped(&command, path)) {
+    LOG_AS(ANDROID_LOG_ERROR, "get_general_log", "name cannot be given to the shell: %s", path);
+    return;
+  }
   LOG_AS(ANDROID_LOG_DEBUG, "get_general_log", "catch %s > %s", buffer, path);
   run_shell(command.c_str());
 }

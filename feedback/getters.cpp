@@ -1,5 +1,6 @@
 #include <cutils/properties.h>
 
+#include <iterator>
 #include <memory>
 #include <string>
 
@@ -122,8 +123,12 @@ static_assert(bits_match_protocol(), "the protocol names other pieces than are c
 
 }  // namespace
 
-bool feedback_commands_fit(const char* dir) {
-  return command_fits(shell_command::copy_dir, kPowerFeedbackDir, dir);  // the longest of them
+const char* feedback_destination_fault(const char* dir) {
+  constexpr const char* kSources[] = {kGeneralDir,      "/data/anr",       "/data/tombstones",
+                                      "/sys/fs/pstore", kPowerFeedbackDir, kExceptionDir};
+  return destination_fault(dir, kSources, std::size(kSources), [](const char* path) {
+    return command_fits(shell_command::copy_dir, kPowerFeedbackDir, path);  // the longest of them
+  });
 }
 
 int get_tombstone_log(const char* dir) {

@@ -12,18 +12,24 @@ constexpr int64_t kDaySeconds = 86400;
 std::atomic<time_t> s_quarter{-1};  // the quarter of an hour in which s_offset was asked
 std::atomic<long> s_offset{0};
 
+void refresh_offset(time_t now) {
+  tm local;
+  if (!may_convert_time() || localtime_r(&now, &local) == nullptr) return;
+  s_offset.store(local.tm_gmtoff, std::memory_order_relaxed);
+  s_quarter.store(now / kQuarterSeconds, std::memory_order_relaxed);
+}
+
 }  // namespace
 
 long utc_offset(time_t now) {
-  const time_t quarter = now / kQuarterSeconds;
-  if (s_quarter.load(std::memory_order_relaxed) != quarter && may_convert_time()) {
-    tm local;
-    if (localtime_r(&now, &local) != nullptr) {
-      s_offset.store(local.tm_gmtoff, std::memory_order_relaxed);
-      s_quarter.store(quarter, std::memory_order_relaxed);
-    }
-  }
+  if (s_quarter.load(std::memory_order_relaxed) != now / kQuarterSeconds) refresh_offset(now);
   return s_offset.load(std::memory_order_relaxed);
+}
+
+civil_time current_local_time() {
+  const time_t now = time(nullptr);
+  refresh_offset(now);
+  return to_civil(now, s_offset.load(std::memory_order_relaxed));
 }
 
 civil_time to_civil(time_t now, long offset) {

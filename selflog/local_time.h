@@ -23,7 +23,11 @@ long utc_offset(time_t now);
 // Pure arithmetic: the civil time of `now` at `offset` seconds east of UTC.
 civil_time to_civil(time_t now, long offset);
 
-// The local civil time of `now`, for every use in the daemon.
+// The local civil time of now in a zone that was asked for just now, where that is allowed: for
+// names of runs and files, which people compare with their watch. First thread of a process.
+civil_time current_local_time();
+
+// The local civil time of `now`, for log lines.
 inline civil_time local_civil_time(time_t now) {
   return to_civil(now, utc_offset(now));
 }

@@ -31,20 +31,24 @@ constexpr uid_t kStoreOwner = 1015;  // sdcard_rw, also the group
 std::atomic<int> s_log_fd{-1};
 std::atomic<int64_t> s_written{0};
 
-bool is_directory_open(const char* path) {
-  return scoped_dir(opendir(path)).valid();
+// By open(): opendir() allocates, and a handler may write its process's first line.
+bool is_directory(const char* path) {
+  return scoped_fd(open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC)).valid();
 }
 
 bool open_log() {
-  if (!is_directory_open(kSelfLogDir) && loggersystem::logger_mkdir(kSelfLogDir) != 0) {
+  if (!is_directory(kSelfLogDir) && loggersystem::logger_mkdir(kSelfLogDir) != 0) {
     ALOG(ANDROID_LOG_DEBUG, "logger, cannot create file:%s", kSelfLogDir);
     return false;
   }
   const int fd = open(kSelfLogFile, kOpenFlags, kFirstOpenMode);
-  s_log_fd = fd;
-  if (fd >= 0) return true;
-  ALOG(ANDROID_LOG_DEBUG, "logger, open file failed.:%s", kSelfLogFile);
-  return false;
+  if (fd < 0) {
+    ALOG(ANDROID_LOG_DEBUG, "logger, open file failed.:%s", kSelfLogFile);
+    return false;
+  }
+  int none = -1;
+  if (!s_log_fd.compare_exchange_strong(none, fd)) close(fd);  // another thread was first
+  return true;
 }
 
 void generation_name(char (&out)[256], int generation) {
@@ -55,8 +59,9 @@ void generation_name(char (&out)[256], int generation) {
   }
 }
 
+// The descriptor keeps its number: a line that another thread writes meanwhile goes into the old or
+// the new file, never into a file that got the number of a closed one.
 void rotate_log() {
-  close(s_log_fd.exchange(-1));
   for (int i = kGenerations - 1; i >= 0; i--) {
     char from[256];
     char to[256];
@@ -66,11 +71,12 @@ void rotate_log() {
       ALOG(ANDROID_LOG_DEBUG, "while rotating log files");
     }
   }
-  const int fd = open(kSelfLogFile, kOpenFlags, kRotatedMode);
-  s_log_fd = fd;
-  if (fd >= 0) {
+  scoped_fd fd(open(kSelfLogFile, kOpenFlags, kRotatedMode));
+  if (fd.valid()) {
+    dup3(fd.get(), s_log_fd, O_CLOEXEC);
     s_written = 0;
   } else {
+    close(s_log_fd.exchange(-1));
     ALOG(ANDROID_LOG_DEBUG, "rotateLogs, open file failed.:%s", kSelfLogFile);
   }
 }
@@ -130,7 +136,7 @@ int loggersystem::vlogger(const char* fmt, va_list args) {
 
 int loggersystem::logger_mkdir(const char* path) {
   if (path == nullptr) return -1;
-  if (is_directory_open(path)) return 0;
+  if (is_directory(path)) return 0;
   char buffer[256];
   const size_t length = copy_or_abort(buffer, path);
   if (length == 0 || buffer[length - 1] != '/') append_or_abort(buffer, "/");

@@ -46,11 +46,11 @@ bool storage_usable(const char* path) {
 bool make_shared_directory(const char* path) {
   if (mkdir(path, 0777) != 0) return false;
   if (chown(path, kSdcardOwner, kSdcardOwner) != 0) {
-    LOG_AS(ANDROID_LOG_ERROR, "creat_dir", "chown fail! %s", strerror(errno));
+    LOG_AS(ANDROID_LOG_DEBUG, "creat_dir", "chown fail! %s", strerror(errno));
     return false;
   }
   if (chmod(path, 0777) != 0) {
-    LOG_AS(ANDROID_LOG_ERROR, "creat_dir", "chmod fail! %s", strerror(errno));
+    LOG_AS(ANDROID_LOG_DEBUG, "creat_dir", "chmod fail! %s", strerror(errno));
     return false;
   }
   return true;
@@ -69,11 +69,11 @@ int creat_file(const char* path) {
     return -1;
   }
   if (fchmod(fd.get(), 0666) != 0) {  // the umask had its say in open()
-    LOGE("fchmod on %s failed: %s\n", path, strerror(errno));
+    LOGD("fchmod on %s failed: %s\n", path, strerror(errno));
     return -1;
   }
   if (fchown(fd.get(), kSdcardOwner, kSdcardOwner) != 0) {
-    LOGE("fchown on %s failed: %s\n", path, strerror(errno));
+    LOGD("fchown on %s failed: %s\n", path, strerror(errno));
     return -1;
   }
   return 0;

@@ -34,17 +34,43 @@ bool is_own_ancestor(const std::vector<directory>& seen, size_t parent, const st
   }
 }
 
+// A directory that a link leads to.
+struct linked_directory {
+  dev_t dev;
+  ino_t ino;
+};
+
+// True, once for each, for a directory that no link has led to so far. Without it directories that
+// link to each other would be walked along every path there is.
+bool is_new_link_target(std::vector<linked_directory>* linked, const struct stat& info) {
+  for (const linked_directory& seen : *linked) {
+    if (seen.dev == info.st_dev && seen.ino == info.st_ino) return false;
+  }
+  linked->push_back({info.st_dev, info.st_ino});
+  return true;
+}
+
+// Whether the entry is a link; a file system that does not tell is asked.
+bool is_link(DIR* stream, const dirent* entry) {
+  if (entry->d_type != DT_UNKNOWN) return entry->d_type == DT_LNK;
+  struct stat info;
+  return fstatat(dirfd(stream), entry->d_name, &info, AT_SYMLINK_NOFOLLOW) == 0 &&
+         S_ISLNK(info.st_mode);
+}
+
 bool is_dot(const char* name) {
   return strcmp(name, ".") == 0 || strcmp(name, "..") == 0;
 }
 
 // Calls `visit(info)` for everything below the directory `root`, whose own `info` is given.
 // `stat_flags`: 0 follows links, AT_SYMLINK_NOFOLLOW does not. One stat for each entry, relative to
-// its open directory.
+// its open directory. Failures are logged under the name `function`.
 template <typename Visit>
-void walk_below(const char* root, const struct stat& root_info, int stat_flags, Visit visit) {
+void walk_below(const char* function, const char* root, const struct stat& root_info,
+                int stat_flags, Visit visit) {
   std::vector<directory> seen;
   seen.push_back({root, root_info.st_dev, root_info.st_ino, 0});
+  std::vector<linked_directory> linked;
   for (size_t i = 0; i < seen.size(); i++) {
     const std::string path = std::move(seen[i].path);
     scoped_dir stream(opendir(path.c_str()));
@@ -53,12 +79,13 @@ void walk_below(const char* root, const struct stat& root_info, int stat_flags, 
       if (is_dot(entry->d_name)) continue;
       struct stat info;
       if (fstatat(dirfd(stream.get()), entry->d_name, &info, stat_flags) != 0) {
-        LOG_AS(ANDROID_LOG_ERROR, "getFileSize", "cannot open directory %s: %s\n",
+        LOG_AS(ANDROID_LOG_ERROR, function, "cannot open directory %s: %s\n",
                (path + "/" + entry->d_name).c_str(), strerror(errno));
         continue;
       }
       if (S_ISDIR(info.st_mode)) {
         if (is_own_ancestor(seen, i, info)) continue;
+        if (is_link(stream.get(), entry) && !is_new_link_target(&linked, info)) continue;
         seen.push_back({path + "/" + entry->d_name, info.st_dev, info.st_ino, i});
       }
       visit(info);
@@ -75,17 +102,19 @@ int64_t tree_space(const char* path, int64_t block_size) {
   if (lstat(path, &root) != 0) return 0;
   int64_t total = rounded_up(root, block_size);
   if (S_ISDIR(root.st_mode)) {
-    walk_below(path, root, AT_SYMLINK_NOFOLLOW,
+    walk_below("space_needed", path, root, AT_SYMLINK_NOFOLLOW,
                [&](const struct stat& info) { total += rounded_up(info, block_size); });
   }
   return total;
 }
 
-// "directory/*" without its pattern; false when `source` is no such pattern.
-bool pattern_directory(const char* source, std::string* dir) {
-  const size_t length = strlen(source);
-  if (length < 2 || strcmp(source + length - 2, "/*") != 0) return false;
-  dir->assign(source, length - 1);
+// The file system on which `path` is or will be made.
+bool statfs_nearest(std::string path, struct statfs* info) {
+  while (statfs(path.c_str(), info) != 0) {
+    const size_t slash = path.find_last_of('/');
+    if (errno != ENOENT || slash == std::string::npos || path.size() == 1) return false;
+    path.resize(slash == 0 ? 1 : slash);
+  }
   return true;
 }
 
@@ -99,7 +128,7 @@ int64_t getFileSize(const char* path) {
   }
   int64_t total = root.st_size;
   if (S_ISDIR(root.st_mode)) {
-    walk_below(path, root, 0, [&](const struct stat& info) { total += info.st_size; });
+    walk_below(__func__, path, root, 0, [&](const struct stat& info) { total += info.st_size; });
   }
   return total;
 }
@@ -117,22 +146,38 @@ int64_t get_filesystem_size(const char* path) {
   return static_cast<int64_t>(info.f_bsize) * static_cast<int64_t>(info.f_bavail);
 }
 
+bool pattern_directory(const char* source, std::string* dir) {
+  const size_t length = strlen(source);
+  if (length < 2 || strcmp(source + length - 2, "/*") != 0) return false;
+  dir->assign(source, length - 1);
+  return true;
+}
+
+std::vector<std::string> pattern_entries(const char* source) {
+  std::string dir;
+  std::vector<std::string> entries;
+  if (!pattern_directory(source, &dir)) return entries;
+  scoped_dir stream(opendir(dir.c_str()));
+  if (!stream.valid()) return entries;
+  while (const dirent* entry = readdir(stream.get())) {
+    if (entry->d_name[0] != '.') entries.push_back(dir + entry->d_name);
+  }
+  return entries;
+}
+
 int64_t space_needed(const char* source, int64_t block_size) {
   std::string dir;
   if (!pattern_directory(source, &dir)) return tree_space(source, block_size);
   int64_t total = 0;
-  scoped_dir stream(opendir(dir.c_str()));
-  if (!stream.valid()) return 0;
-  while (const dirent* entry = readdir(stream.get())) {
-    if (entry->d_name[0] == '.') continue;  // the shell's * leaves them out
-    total += tree_space((dir + entry->d_name).c_str(), block_size);
+  for (const std::string& entry : pattern_entries(source)) {
+    total += tree_space(entry.c_str(), block_size);
   }
   return total;
 }
 
 bool copy_has_room(const char* source, const char* target, int64_t* needed, int64_t* available) {
   struct statfs room;
-  if (statfs(target, &room) != 0) return true;  // the command will say so
+  if (!statfs_nearest(target, &room)) return true;  // the command will say so
   *needed = space_needed(source, static_cast<int64_t>(room.f_bsize));
   *available = static_cast<int64_t>(room.f_bsize) * static_cast<int64_t>(room.f_bavail);
   return *needed <= *available;

@@ -11,6 +11,7 @@
 #include "base/process.h"
 #include "base/scoped.h"
 #include "selflog/log.h"
+#include "storage/size_monitor.h"
 
 namespace {
 
@@ -83,9 +84,17 @@ bool read_lines(int fd, pid_t pid, int64_t deadline, line_cutter* lines) {
   }
 }
 
-// In a worker the shell stays in the worker's group, so that it ends with it.
+// Elsewhere than in the main process the shell stays in its caller's group, so that it ends with
+// it.
 group shell_group() {
   return is_main_process() ? group::own : group::inherit;
+}
+
+// A bounded tool is killed with all that it started, so it leads a group; but not in a worker,
+// whose own bound may come first and must reach the tool.
+group tool_group() {
+  const bool runs_logging = is_main_process() || getpid() == s_logsize_monitor_pid;
+  return runs_logging ? group::own : group::inherit;
 }
 
 }  // namespace
@@ -109,7 +118,7 @@ int run_program(const char* const argv[]) {
 }
 
 int run_tool(const char* command) {
-  const pid_t pid = start_shell(command, group::own, -1);
+  const pid_t pid = start_shell(command, tool_group(), -1);
   if (pid == -1) return -1;
   int status = -1;
   const pid_t reaped = wait_within(pid, kToolBoundMs, &status);

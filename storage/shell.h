@@ -12,7 +12,7 @@ constexpr int kToolBoundMs = 120 * 1000;
 
 // Runs `sh -c command` and waits for it without bound. Returns its wait status as system() does, -1
 // when it could not be forked or was reaped elsewhere. In the main process the shell leads a group
-// of its own; in a worker it stays in the worker's, so that it ends with it.
+// of its own; elsewhere it stays in its caller's, so that it ends with it.
 int run_shell(const char* command);
 
 // The same for platform tools that may hang: after kToolBoundMs the shell and all that it started

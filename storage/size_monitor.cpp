@@ -31,7 +31,7 @@ constexpr int32_t kTypeWifi = 0x40;
 constexpr int64_t kMiB = 1024 * 1024;
 constexpr uint64_t kExtremeLow = 0x7FFFFFF;  // available - 1 below this: 1 .. 128 MiB - 1 bytes
 
-int32_t s_last_monitor_pid = -1;  // main process
+int32_t s_living_monitor_pid = -1;  // main process
 int (*s_stop_logging)() = nullptr;
 int (*s_start_logging)() = nullptr;
 
@@ -106,6 +106,7 @@ next stop_for_test_run() {
 // Starts a run in the monitor. The descriptor watcher's child, when it has no shell, comes back
 // from there too; a second monitor it must not become.
 void start_logging() {
+  if (!s_logsize_monitor) return;  // asked to end meanwhile: whoever asked decides what runs next
   s_start_logging();
   if (getpid() != s_logsize_monitor_pid) end_process(0);
 }
@@ -224,7 +225,8 @@ void checkLogSize() {
   property_get(kDeleteProp, del_enable, "true");
   property_get(kEnableProp, log_enable, "off");
   LOGD("log_enable = %s  del_enable = %s", log_enable, del_enable);
-  if (strcmp(del_enable, "true") != 0 || strcmp(log_enable, "on") != 0) {
+  // The descriptor watcher's child may come by here; a second monitor would know nobody.
+  if (strcmp(del_enable, "true") != 0 || strcmp(log_enable, "on") != 0 || !is_main_process()) {
     LOGD(" not open checkLogSize");
     return;
   }
@@ -241,7 +243,7 @@ void checkLogSize() {
     s_logsize_monitor_pid = -1;
     return;
   }
-  s_logsize_monitor_pid = s_last_monitor_pid = pid;
+  s_logsize_monitor_pid = s_living_monitor_pid = pid;
   LOGD("fork a child %d", pid);
 }
 
@@ -252,8 +254,14 @@ void stop_log_size_monitor() {
   s_logsize_monitor_pid = -1;
 }
 
-bool is_log_size_monitor(int32_t pid) {
-  return pid > 0 && pid == s_last_monitor_pid;
+int32_t living_log_size_monitor() {
+  return s_living_monitor_pid;
+}
+
+bool log_size_monitor_ended(int32_t pid) {
+  if (pid != s_living_monitor_pid) return false;
+  s_living_monitor_pid = -1;
+  return true;
 }
 
 void monitorLogSizeThread() {

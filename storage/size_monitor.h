@@ -26,8 +26,12 @@ void checkLogSize();
 // that it has begun. Main process.
 void stop_log_size_monitor();
 
-// True for the pid of the monitor that was started last, also after it was forgotten.
-bool is_log_size_monitor(int32_t pid);
+// The monitor that was started last, also while it finishes a deletion after it was asked to end;
+// -1 when it is gone. Main process.
+int32_t living_log_size_monitor();
+
+// To be told of every child that was reaped: true for that monitor.
+bool log_size_monitor_ended(int32_t pid);
 
 // The monitor's loop, in the forked process; returns when the monitor shall end.
 void monitorLogSizeThread();

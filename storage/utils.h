@@ -44,8 +44,9 @@ int copy_dir2(const char* src, const char* dst);  // the same; 0, or -1 when it 
 int delete_dir(const char* pattern);              // rm -rf
 
 // Moves `src` into the directory `dst`, which is made when missing, and gives it to everybody.
-// `options` go to mv (null: none). A move to another file system that has no room for all of `src`
-// is not begun: one error line, and -1. -1 also for a null `dst`.
+// `options` go to mv (null: none). A move to another file system that has no room for `src` is not
+// begun: one error line, and -1; of a pattern those entries are moved that fit, oldest run first.
+// -1 also for a null `dst`.
 int move_dir(const char* src, const char* dst, const char* options);
 
 // Removes `path` by rm itself, without a shell: for names that no command text can hold. The wait
