@@ -19,31 +19,11 @@ sample() {
   printf '%-22s %s\n' "$what" "$(printf '%s' "$line" | cut -c 1-110)"
 }
 
-# The vendor's services are no part of the daemon. This one does what they do: the modem logger writes
-# where it is told to while it is switched on, and the vendor's files come to the run when asked for.
-vendor() {
-  while :; do
-    directory=$(getprop sys.harrowmossd.diag_mdlog_path)
-    if [ "$(getprop sys.zelka.diag_mdlog_over_qdss_state)" = 1 ] && [ -d "$directory" ]; then
-      echo "diag frame" >> "$directory/modem.qmdl"
-    fi
-    if [ "$(getprop sys.zelka.harrowmossd.action.mv_vendor_common_logs)" = 1 ]; then
-      store=$(getprop sys.harrowmossd.log_store_path)
-      mkdir -p "$store"  # the daemon's own part of the run comes later
-      mv "$(getprop sys.harrowmossd.vendor_log_root_path)"/* "$store/"
-      setprop sys.zelka.harrowmossd.action.mv_vendor_common_logs.done 1
-      return
-    fi
-    sleep 0.2
-  done
-}
-
 say "The phone is up, the daemon listens"
 show getprop init.svc.harrowmossd
 show harrowmossctl version
 
 say "Debug logging, from the phone's side and from the modem's"
-vendor > /dev/null 2>&1 &
 show harrowmossctl start mobile,modem
 run=$(getprop sys.harrowmossd.log_store_path)
 [ -n "$run" ] || die "the daemon does not say where the run goes"
@@ -62,14 +42,15 @@ echo "*** *** signal 11 (SIGSEGV), code 1, in demo.app" > /data/tombstones/tombs
 echo "Subject: Input dispatching timed out" > /data/anr/anr_2023-01-05
 echo "a kernel line, an app's, the radio's, a crash, a tombstone, an ANR trace; and 80,000 lines of"
 echo "the daemon's own tag, so that its own log grows past 10 MiB and is rotated"
-log -t Harrowmoss -n 80000 "$(printf '%0100d' 0) burst"
+log -t Harrowmoss -n 80000 "burst $(printf '%0100d' 0)"
 
 say "What is going on"
 show harrowmossctl status
 waited=0
-until [ -f /data/misc/zelkalog/.logger/harrowmoss.txt.1 ]; do
+until [ -f /data/misc/zelkalog/.logger/harrowmoss.txt.1 ] &&
+    grep -q '0 80000$' /data/misc/zelkalog/.logger/harrowmoss.txt; do
   waited=$((waited + 1))
-  [ $waited -lt 100 ] || die "the self log was not rotated within 10 s"
+  [ $waited -lt 100 ] || die "the burst did not come through the self log within 10 s"
   sleep 0.1
 done
 
@@ -95,7 +76,7 @@ sample "radio" "SIGNAL_STRENGTH" "$run"/mobile/*-radio.txt
 sample "crash" "FATAL EXCEPTION" "$run"/mobile/*-crash.txt
 sample "tombstone" "SIGSEGV" "$run"/tombstones/*
 sample "ANR trace" "dispatching" "$run"/anr/*
-sample "modem" "diag frame" "$run"/modem/*
+sample "modem logger" "qqqq" "$run"/modem/*.qmdl
 sample "log statistics" "ring buffer" "$run"/mobile/logcat_control_message-*
 sample "device report" "Version Number" "$run"/others.prop
 sample "the daemon's diary" "start_debug_log" .logger/harrowmossd.txt
