@@ -196,6 +196,22 @@ void kill_with_group(pid_t pid) {
   signal_group(pid, SIGKILL);
 }
 
+void kill_with_descendants(pid_t pid) {
+  if (!is_ours(pid)) return;
+  constexpr int kMost = 64;
+  pid_t tree[kMost] = {pid};
+  int count = 1;
+  // Found first and killed then: what has lost its parent descends from nobody any more.
+  for (int i = 0; i < count; i++) {
+    any_process([&](pid_t child, const process_stat& stat) {
+      if (stat.parent == tree[i] && count < kMost) tree[count++] = child;
+      return count == kMost;
+    });
+  }
+  kill_with_group(pid);
+  for (int i = 1; i < count; i++) kill(tree[i], SIGKILL);
+}
+
 pid_t wait_within(pid_t pid, int milliseconds, int* status) {
   // SIGCHLD gets through only inside ppoll(), so the child's end cannot slip in between the look
   // and the sleep.

@@ -65,6 +65,10 @@ void signal_with_its_group(pid_t pid, int sig);
 // Ends `pid` and the group that it may lead with SIGKILL.
 void kill_with_group(pid_t pid);
 
+// Ends our child `pid` with SIGKILL, with the group that it may lead and with all that descends
+// from it: a worker's tool is in the worker's group.
+void kill_with_descendants(pid_t pid);
+
 // Waits up to `milliseconds` for the child `pid` to end, and reaps it. Returns its pid when it was
 // reaped, -1 when it is no child of ours (any more), 0 when it still runs. A signal handler that
 // runs meanwhile neither ends nor shortens the wait. A `status` may be null.

@@ -29,16 +29,17 @@ unsigned long counted_size(const char* file_name, const struct stat& info) {
   return starts_with(file_name, "qrtr_last") && allocated < size ? allocated : size;
 }
 
-// Runs "verb from to". A command that does not fit is left out: a cut one would name other files.
-void run_step(const char* verb, const char* from, const char* to) {
+// Runs "verb from to". False for a command that does not fit: a cut one would name other files.
+bool run_step(const char* verb, const char* from, const char* to) {
   char command[kCommandSize] = {};
   const int length = snprintf(command, sizeof(command), "%s %s %s", verb, from, to);
   if (length < 0 || static_cast<size_t>(length) >= sizeof(command)) {
     LOG_AS(ANDROID_LOG_ERROR, "rotateFpLogs", "rotateFpLogs cmd too long:%s %s\n", verb, from);
-    return;
+    return false;
   }
   LOG_AS(ANDROID_LOG_ERROR, "rotateFpLogs", "run rotateFpLogs cmd:%s\n", command);
   run_shell(command);
+  return true;
 }
 
 }  // namespace
@@ -63,8 +64,7 @@ void rotateFpLogs(const char* dir, const char* file_name, unsigned long limit, i
       format_cut(from, "%s.%d", path, i - 1);
       run_step("mv", from, to);
     } else {
-      run_step("cp", path, to);
-      run_step("echo", ">", path);
+      if (run_step("cp", path, to)) run_step("echo", ">", path);
     }
   }
 }

@@ -34,7 +34,7 @@ constexpr int kKillMs =
 // Ends what outlived its bound.
 void end_tool(pid_t pid, int bound_ms, const char* command) {
   LOGE("tool does not end within %d s, kill it: %s", bound_ms / 1000, command);
-  kill_with_group(pid);
+  kill_with_descendants(pid);
   wait_within(pid, kKillMs, nullptr);
 }
 

@@ -63,8 +63,10 @@ bool command_fits(shell_command command, const char* src, const char* dst);
 // new char[4096] that the caller deletes; empty when there is none, null when `dir` does not open.
 char* getLatestFile(const char* dir, const char* needle);
 
-// Bytes of `path` and all that is below it, directories' own sizes included, links followed; a
-// directory that contains itself through a link counts once. 0 when `path` is missing.
+// Bytes of `path` and all that is below it, directories' own sizes included, links followed. A
+// directory that contains itself through a link counts once, and so does one that several links
+// lead to: directories that link to each other would be walked along every path there is. 0 when
+// `path` is missing.
 int64_t getFileSize(const char* path);
 
 // Bytes available to ordinary users on the file system of `path`; -1 for null, -2 on failure.

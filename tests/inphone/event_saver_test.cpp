@@ -75,7 +75,9 @@ TEST_F(EventSaverTest, RotatesAtTheFirstWriteAboveTheLimit) {
     const int64_t all = row.before + row.write;
     EXPECT_EQ(size_of(generation(0)), row.rotated ? 0 : all) << all;
     EXPECT_EQ(size_of(generation(1)), row.rotated ? all : -1) << all;
-    if (row.rotated) EXPECT_EQ(log_texts().back(), opened(0));
+    if (row.rotated) {
+      EXPECT_EQ(log_texts().back(), opened(0)) << all;
+    }
     saver.closeLogFile();
   }
 }

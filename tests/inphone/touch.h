@@ -79,7 +79,16 @@ class TouchRecorder : public ::testing::Test {
   // Starts the recorder only. It ends with gettouchlog()'s result.
   void begin(const char* dir = kTouchDir, bool wanted = true) {
     recorder_ = fork();
+    if (recorder_ == 0) be_recorder(dir, wanted);
+  }
+  // The same, stopped before it has done anything.
+  void begin_stopped() {
+    recorder_ = fork();
     if (recorder_ != 0) return;
+    raise(SIGSTOP);
+    be_recorder(kTouchDir, true);
+  }
+  [[noreturn]] static void be_recorder(const char* dir, bool wanted) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     const int fd = open(kStderrFile, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
     dup2(fd, STDERR_FILENO);

@@ -161,9 +161,10 @@ TEST(CtlSession, SaysWhenAnAcceptedStartStartedNothing) {
   fake_daemon daemon({kVersionReply, answer(2, "00000000")});
   client.env.dial = daemon.dial();
   client.properties["persist.sys.zklog.enable"] = "off";  // the daemon found too little space
+  client.free_bytes["/sdcard"] = 67108864;
   EXPECT_EQ(client.run({"start", "net", "--json"}), EXIT_OK);
   EXPECT_TRUE(holds(client.out, "\"warning\":")) << client.out;
-  EXPECT_TRUE(holds(client.err, "64 MiB")) << client.err;
+  EXPECT_TRUE(holds(client.err, "/sdcard: 67108865 bytes wanted, 67108864 free")) << client.err;
 }
 
 TEST(CtlSession, MakesTheDestinationOnceTheDaemonIsThere) {

@@ -53,6 +53,7 @@ class temporary_tree {
 struct bench_client {
   temporary_tree tree;
   std::map<std::string, std::string> properties;
+  std::map<std::string, int64_t> free_bytes;  // by path of the phone; others: 1 GiB
   environment env;
   std::string out, err;
 
@@ -62,7 +63,17 @@ struct bench_client {
       const auto found = properties.find(key);
       return found == properties.end() || found->second.empty() ? fallback : found->second;
     };
+    env.space = [this](const std::string& path, volume_space* space) {
+      space->available = 1 << 30;
+      for (const auto& [volume, bytes] : free_bytes) {
+        if (path.compare(0, env.root.size() + volume.size(), env.root + volume) == 0) {
+          space->available = bytes;
+        }
+      }
+      return space->available >= 0;
+    };
     env.progress = false;
+    env.root = tree.root();
     env.proc = tree.root() + "/proc";
     env.store = tree.root() + "/sdcard/zelkalog";
     env.working = tree.root() + "/data/misc/zelkalog";

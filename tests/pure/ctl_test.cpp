@@ -35,6 +35,8 @@ TEST(CtlCommandLine, IsUnderstood) {
       {{"delete-logs", "--dry-run"}, "delete-logs", {}, 540'000, false},
       {{"raw", "--yes", "01", "02"}, "raw", {"01", "02"}, 120'000, false},
       {{"start", "--help"}, "start", {}, 0, false},
+      {{"pack", "-o", "-", "12"}, "pack", {"12"}, 0, false},
+      {{"doctor", "--timeout", "0.5"}, "doctor", {}, 500, false},
   };
   for (const auto& row : rows) {
     invocation call;
@@ -69,6 +71,17 @@ TEST(CtlCommandLine, MisuseEndsWith2AndSaysWhy) {
       {{"status", "--dry-run"}, "--dry-run"},
       {{"start", "net", "--select", "anr"}, "--select"},
       {{"feedback", "/sdcard/x"}, "--select"},
+      {{"feedback", "--estimate", "/sdcard/x"}, "--select"},
+      {{"feedback", "--estimate", "--select", "anr", "/sdcard"}, "two levels"},
+      {{"start", "net", "--estimate"}, "--estimate"},
+      {{"check", "1", "-o", "x"}, "-o is for pack"},
+      {{"doctor", "--dry-run"}, "--dry-run"},
+      {{"pack", "1", "-o"}, "wants a value"},
+      {{"pack", "1"}, "no run \"1\""},
+      {{"check", "1#x"}, "no run \"1#x\""},
+      {{"pack", "sdcard/x"}, "absolute"},
+      {{"pack", "/no/such"}, "no directory /no/such"},
+      {{"pack", "/"}, "no directory /"},
       {{"feedback", "--select", "net", "/sdcard/x"}, "\"net\""},
       {{"feedback", "--select", "anr", "relative/x"}, "absolute"},
       {{"delete-logs"}, "--yes"},

@@ -1,0 +1,81 @@
+// What the tests of the start routines share: a run whose directories lie where the daemon puts
+// them, and looks at the workers that a routine leaves.
+#pragma once
+
+#include <linux/filter.h>
+#include <linux/sched.h>
+#include <linux/seccomp.h>
+#include <stddef.h>
+#include <sys/syscall.h>
+
+#include "base/text.h"
+#include "capture/run.h"
+#include "capture/workers.h"
+#include "storage/utils.h"
+#include "tests/inphone/inphone.h"
+
+namespace inphone {
+
+constexpr char kRun[] = "/data/misc/zelkalog/1#run";
+constexpr char kVendorRun[] = "/data/vendor/zelkalog/common/1#run";
+
+// This test is the daemon's main process in the middle of a start. Its workers die with the phone.
+class Catchers : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    catch_sigchld();
+    become_main_process();
+    initialize_globals();
+    copy_or_abort(s_log_store_path, kRun);
+    copy_or_abort(s_vendor_log_root_path, kVendorRun);
+    ASSERT_EQ(creat_dir(kRun), 0);
+  }
+  static void all_slots_taken() {
+    for (int slot = 1; slot <= kGroupSlots; slot++) s_debug_group[slot] = 100000 + slot;
+  }
+};
+
+// The pids in s_debug_group, in slot order.
+inline std::vector<pid_t> workers() {
+  std::vector<pid_t> pids;
+  for (int slot = 1; slot <= kGroupSlots; slot++) {
+    if (s_debug_group[slot] != 0) pids.push_back(s_debug_group[slot]);
+  }
+  return pids;
+}
+
+inline std::string comm_of(pid_t pid) {
+  const std::string comm = get("/proc/" + std::to_string(pid) + "/comm");
+  return comm.substr(0, comm.find('\n'));
+}
+
+inline std::string argv0_of(pid_t pid) {
+  return get("/proc/" + std::to_string(pid) + "/cmdline").c_str();
+}
+
+// True when no member of the process group is alive; ended ones that nobody reaped do not count.
+inline bool group_is_gone(pid_t leader) {
+  pid_t pids[4];
+  return list_group(leader, pids, 4) == 0;
+}
+
+// From here on every fork() of this process fails with EAGAIN; threads can still be made.
+inline void make_forks_fail() {
+  const uint32_t number = offsetof(seccomp_data, nr), flags = offsetof(seccomp_data, args[0]);
+  const struct sock_filter code[] = {
+      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, number),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_clone3, 0, 1),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | ENOSYS),  // the C library then takes clone()
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_clone, 0, 3),
+      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, flags),
+      BPF_JUMP(BPF_JMP | BPF_JSET | BPF_K, CLONE_THREAD, 1, 0),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EAGAIN),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+  };
+  const struct sock_fprog program = {static_cast<unsigned short>(std::size(code)),
+                                     const_cast<sock_filter*>(code)};
+  ASSERT_EQ(prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0), 0);
+  ASSERT_EQ(prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program, 0, 0), 0);
+}
+
+}  // namespace inphone

@@ -1,0 +1,230 @@
+#include "catchers/net.h"
+
+#include "catchers/catchers.h"
+#include "selflog/props.h"
+#include "storage/shell.h"
+#include "tests/inphone/catchers.h"
+
+namespace {
+
+using namespace inphone;
+
+constexpr char kStart[] = "/data/misc/zelkalog/1#run/net/iptables-start.txt";
+constexpr char kStop[] = "/data/misc/zelkalog/1#run/net/iptables-stop.txt";
+
+// One snapshot, as engineers compare it.
+const Texts kCommands = {
+    "/system/bin/date",
+    "/system/bin/ip xfrm state show",
+    "/system/bin/ip xfrm policy show",
+    "/system/bin/ip addr",
+    "/system/bin/iptables -t raw -L -n -v",
+    "/system/bin/iptables -t mangle -L -n -v",
+    "/system/bin/iptables -L -n -v",
+    "/system/bin/iptables -t nat -L -n -v",
+    "/system/bin/ip6tables -t raw -L -n -v",
+    "/system/bin/ip6tables -t mangle -L -n -v",
+    "/system/bin/ip6tables -L -n -v",
+    "/system/bin/ip6tables -t nat -L -n -v",
+    "/system/bin/ip rule show",
+    "/system/bin/ip -6 rule show",
+    "/system/bin/ip route show table all",
+    "/system/bin/ip -6 route show table all",
+    "/system/bin/ip route show table rmnet_data0",
+    "/system/bin/ip route show table rmnet_data1",
+    "/system/bin/ip route show table rmnet_data2",
+    "/system/bin/ip route show table rmnet_data7",
+    "/system/bin/ip route show table r_rmnet_data0",
+    "/system/bin/ip route show table r_rmnet_data1",
+    "/system/bin/ip route show table r_rmnet_data2",
+    "/system/bin/ip -6 route show table rmnet_data0",
+    "/system/bin/ip -6 route show table rmnet_data1",
+    "/system/bin/ip -6 route show table rmnet_data2",
+    "/system/bin/ip -6 route show table rmnet_data7",
+    "/system/bin/ip -6 route show table r_rmnet_data0",
+    "/system/bin/ip -6 route show table r_rmnet_data2",
+    "/system/bin/cat /proc/sys/net/ipv4/ip_forward",
+    "/system/bin/cat /proc/net/ip_conntrack",
+    "/system/bin/dumpsys network_management",
+    "/system/bin/netstat -anp",
+};
+
+std::string output_of(const std::string& command) {
+  std::string output;
+  char line[256];
+  run_shell_lines(
+      command.c_str(), kUnbounded, line, sizeof(line),
+      [](void* text, const char* piece) { *static_cast<std::string*>(text) += piece; }, &output);
+  return output;
+}
+
+class Net : public Catchers {
+ protected:
+  void SetUp() override {
+    Catchers::SetUp();
+    property_set(kEnableProp, "on");
+    property_set(kTypeProp, "4");
+  }
+};
+
+TEST_F(Net, TheWorkerRunsTheCaptureScript) {
+  EXPECT_EQ(catcher_net_log(kRun, "net"), 0);
+  EXPECT_EQ(workers(), std::vector<pid_t>{net_log_pid});
+  EXPECT_EQ(getpgid(net_log_pid), net_log_pid);
+  EXPECT_EQ(comm_of(net_log_pid), "mossd:debug-net");
+  EXPECT_STREQ(net_log_dir, (std::string(kRun) + "/net").c_str());
+  EXPECT_EQ(mode_and_owner(net_log_dir), "0777 1015:1015");
+  // The blank in "QZ201A V1.02" is replaced; the script has written its 24 bytes.
+  const std::string capture = std::string(kRun) + "/net/QZ201A-V1.02-netlog.pcap";
+  EXPECT_TRUE(eventually([&] { return get(capture).size() == 24; }));
+  EXPECT_EQ(mode_and_owner(capture), "0666 1015:1015");
+  const Texts commands = shell_commands();
+  EXPECT_EQ(std::count(commands.begin(), commands.end(),
+                       "/system/bin/sh /system/etc/get_net_log.sh " + capture),
+            1);
+  // The stop's way to end it reaches the script's own tool.
+  signal_group(net_log_pid, SIGKILL);
+  EXPECT_TRUE(eventually([] { return group_is_gone(net_log_pid); }));
+}
+
+TEST_F(Net, TheSnapshotRunsItsCommandsInOrder) {
+  catcher_net_log(kRun, "net");
+  Texts commands = shell_commands();
+  commands.erase(std::remove_if(commands.begin(), commands.end(),
+                                [](const std::string& command) {
+                                  return command.find("get_net_log.sh") != std::string::npos;
+                                }),
+                 commands.end());
+  EXPECT_EQ(commands, kCommands);
+  EXPECT_EQ(logged("D start net cmd log"), 1);
+}
+
+TEST_F(Net, TheSnapshotHoldsWhatTheCommandsPrint) {
+  catcher_net_log(kRun, "net");
+  const std::string text = get(kStart);
+  EXPECT_EQ(mode_and_owner(kStart), "0666 1015:1015");
+  size_t at = 0;
+  for (size_t i = 0; i < kCommands.size(); i++) {
+    const std::string head = kCommands[i] + "\n";
+    ASSERT_EQ(text.compare(at, head.size(), head), 0) << text.substr(at, 200);
+    at += head.size();
+    const std::string next = i + 1 < kCommands.size() ? "\n" + kCommands[i + 1] + "\n" : "";
+    const size_t end = next.empty() ? text.size() - 1 : text.find(next, at);
+    ASSERT_NE(end, std::string::npos) << next;
+    const bool steady = kCommands[i].find("date") == std::string::npos &&
+                        kCommands[i].find("netstat") == std::string::npos;
+    if (steady) {
+      EXPECT_EQ(text.substr(at, end - at), output_of(kCommands[i])) << kCommands[i];
+    }
+    at = end + 1;
+  }
+  EXPECT_EQ(at, text.size());
+}
+
+// Failing commands, silent ones, lines longer than any buffer, and rows with nothing in them.
+TEST_F(Net, EverySectionByteForByte) {
+  const std::string longest = std::string(5000, 'l') + "\n", half = "no newline at the end";
+  put("/data/long", std::string(1023, 'a') + "\n" + longest + std::string(1022, 'b') + "\n");
+  put("/data/half", half);
+  put("/data/bytes", "\xff\xfe\x01\t\x7f\n");
+  const net_cmd_path table[] = {
+      {"/system/bin/echo", " one  two"},
+      {"/system/bin/no_such_tool", " -x"},
+      {"/system/bin/cat", " /data/missing"},
+      {nullptr, " skipped"},
+      {"/system/bin/skipped", nullptr},
+      {"/system/bin/true", ""},
+      {"/system/bin/false", ""},
+      {"/system/bin/cat", " /data/long"},
+      {"/system/bin/cat", " /data/half"},
+      {"/system/bin/cat", " /data/bytes"},
+      {"", ""},
+      {"echo out; echo err >&2; kill -9 $$", "; echo never"},
+  };
+  copy_or_abort(net_log_dir, "/data");
+  put("/data/all.txt", std::string(100000, 'o'));  // of an earlier run
+  catcher_net_cmd_log(table, std::size(table), "all.txt");
+  EXPECT_EQ(get("/data/all.txt"),
+            "/system/bin/echo one  two\none two\n\n"
+            "/system/bin/no_such_tool -x\n\n"
+            "/system/bin/cat /data/missing\n\n"
+            "/system/bin/true\n\n"
+            "/system/bin/false\n\n"
+            "/system/bin/cat /data/long\n" +
+                std::string(1023, 'a') + "\n" + longest + std::string(1022, 'b') +
+                "\n\n"
+                "/system/bin/cat /data/half\n" +
+                half +
+                "\n"
+                "/system/bin/cat /data/bytes\n\xff\xfe\x01\t\x7f\n\n"
+                "\n\n"
+                "echo out; echo err >&2; kill -9 $$; echo never\nout\n\n");
+}
+
+TEST_F(Net, WhatCannotBeStartedSaysSo) {
+  const net_cmd_path table[] = {{"/system/bin/echo", " one"}, {"/system/bin/date", ""}};
+  copy_or_abort(net_log_dir, "/data");
+  make_forks_fail();
+  catcher_net_cmd_log(table, std::size(table), "failed.txt");
+  EXPECT_EQ(get("/data/failed.txt"), "/system/bin/echo one failed\n/system/bin/date failed\n");
+}
+
+TEST_F(Net, NoFileNoCommands) {
+  const net_cmd_path table[] = {{"/system/bin/echo", " one"}};
+  copy_or_abort(net_log_dir, "/data/missing");
+  catcher_net_cmd_log(table, 1, "x.txt");
+  copy_or_abort(net_log_dir, "");  // the root is read-only
+  catcher_net_cmd_log(table, 1, "x.txt");
+  copy_or_abort(net_log_dir, "/data");
+  catcher_net_cmd_log(table, 1, nullptr);
+  ASSERT_EQ(symlink("/data/target", "/data/link.txt"), 0);
+  catcher_net_cmd_log(table, 1, "link.txt");
+  EXPECT_EQ(shell_commands(), Texts());
+  EXPECT_FALSE(exists("/data/target"));
+}
+
+TEST_F(Net, TheStartSnapshotFollowsTheSwitches) {
+  const struct {
+    const char* enable;
+    const char* types;
+    bool taken;
+  } rows[] = {
+      {"on", "4", true},   {"onx", "4", true}, {"on", "32767", true},
+      {"off", "4", false}, {"On", "4", false}, {"", "4", false},
+      {"on", "1", false},  {"on", "", false},  {"on", "3", false},
+  };
+  for (const auto& row : rows) {
+    unlink(kStart);
+    property_set(kEnableProp, row.enable);
+    property_set(kTypeProp, row.types);
+    EXPECT_EQ(catcher_net_log(kRun, "net"), 0);
+    EXPECT_EQ(exists(kStart), row.taken) << row.enable << " " << row.types;
+    EXPECT_GT(net_log_pid, 0);
+  }
+}
+
+TEST_F(Net, OnlyARealStopTakesTheClosingSnapshot) {
+  const struct {
+    const char* enable;
+    const char* types;
+    bool started, taken;
+  } rows[] = {
+      {"off", "4", true, true},   {"offline", "4", true, true}, {"on", "4", true, false},
+      {"", "4", true, false},     {"Off", "4", true, false},    {"off", "3", true, false},
+      {"off", "4", false, false},
+  };
+  ASSERT_EQ(creat_dir((std::string(kRun) + "/net").c_str()), 0);
+  for (const auto& row : rows) {
+    unlink(kStop);
+    property_set(kEnableProp, row.enable);
+    property_set(kTypeProp, row.types);
+    copy_or_abort(net_log_dir, row.started ? "/data/misc/zelkalog/1#run/net" : "");
+    const long before = logged("D stop net cmd log");
+    stop_net_cmd_log();
+    EXPECT_EQ(exists(kStop), row.taken) << row.enable << " " << row.types;
+    EXPECT_EQ(logged("D stop net cmd log") - before, row.taken ? 1 : 0);
+    EXPECT_STREQ(net_log_dir, "");  // forgotten in any case
+  }
+}
+
+}  // namespace

@@ -1,0 +1,95 @@
+// What the start routines do when there is no process, no slot or no directory to be had: logging
+// goes on with the rest.
+#include "capture/logcat.h"
+#include "capture/modem_logger.h"
+#include "catchers/catchers.h"
+#include "catchers/logger_types.h"
+#include "selflog/props.h"
+#include "tests/inphone/catchers.h"
+
+namespace {
+
+using namespace inphone;
+
+constexpr int32_t kForking = 0x1 | 0x4 | 0x8 | 0x20 | 0x10 | 0x200 | 0x400;  // types with workers
+
+class NoRoom : public Catchers {
+ protected:
+  void SetUp() override {
+    Catchers::SetUp();
+    property_set(kEnableProp, "on");
+    property_set(kTypeProp, "32767");
+    property_set("persist.sys.qtrlog.enable", "1");
+    property_set("persist.sys.zklog.tzbsp.enable", "on");
+    put("/sdcard/Android/data/cn.zelka.harrowmoss/files/.harrowmoss/MOBILE.cfg", "watch_fd\n");
+  }
+  // Starts every row in stored order; "name=result" of those that did not return 0.
+  static Texts start_all(int32_t mask = 0x7fff) {
+    Texts failed;
+    for (const logger_type& type : kLoggerTypes) {
+      if ((type.mask & mask) == 0) continue;
+      const int result = type.start(s_log_store_path, type.name);
+      if (result != 0) failed.push_back(type.name + ("=" + std::to_string(result)));
+    }
+    return failed;
+  }
+};
+
+TEST_F(NoRoom, AFailedForkFailsTheRowAndNoOther) {
+  net_log_pid = qrtr_log_pid = watch_fd_pid = 12345;  // of an earlier run
+  make_forks_fail();
+  EXPECT_EQ(start_all(), (Texts{"mobile=-1", "net=-1", "touch=-1", "systrace=-1", "MPSSDump=-1"}));
+  EXPECT_EQ(workers(), std::vector<pid_t>());
+  for (const int32_t pid : {net_log_pid, qrtr_log_pid, watch_fd_pid}) EXPECT_EQ(pid, 0);
+  for (const logcat_row& row : s_debug_vesk_group) EXPECT_EQ(row.pid, 0) << row.buffer;
+  // What is no process was switched on all the same.
+  for (const char* key : {"persist.service.powersave.logs", "persist.sys.ssr.restart_level",
+                          "persist.sys.systrace.enable", "persist.debug.trace", kModemStateProp,
+                          "sys.zelka.harrowmossd.sensorlog_state", "persist.sys.dumpsys.enable",
+                          "persist.sys.memory.debug.enable"})
+    EXPECT_EQ(prop(key), "1") << key;
+  EXPECT_EQ(prop("persist.radio.start_ind"), "on");
+  const std::string error = strerror(EAGAIN);
+  EXPECT_EQ(logged("E watch fd fork err:" + error + "."), 1);
+  EXPECT_EQ(logged("E get qtrlog, fork err:" + error + ".\n"), 1);
+  // Six logcats, the network capture, the fuel gauge, two copiers, the recorder, the trace client
+  // and the watchdog.
+  EXPECT_GE(logged("E fork err:" + error + ".\n"), 13);
+}
+
+TEST_F(NoRoom, WithoutASlotAWorkerEndsAndTheRowSucceeds) {
+  all_slots_taken();
+  const std::vector<int32_t> before(s_debug_group, s_debug_group + kGroupSlots + 1);
+  EXPECT_EQ(start_all(kForking & ~0x1), Texts());
+  EXPECT_EQ(std::vector<int32_t>(s_debug_group, s_debug_group + kGroupSlots + 1), before);
+  // Remembered, and told to end at once.
+  for (const int32_t pid : {net_log_pid, fg_log_pid, qsee_log_pid, bsp_log_pid, mpss_stats_pid}) {
+    EXPECT_GT(pid, 0);
+    int status = 0;
+    EXPECT_EQ(wait_within(pid, 5000, &status), pid);
+    EXPECT_TRUE(WIFSIGNALED(status) ? WTERMSIG(status) == SIGTERM : WEXITSTATUS(status) == 0);
+  }
+}
+
+TEST_F(NoRoom, WithoutADirectoryTheRowsStillRun) {
+  put("/data/file", "in the way");
+  copy_or_abort(s_log_store_path, "/data/file/1#run");
+  copy_or_abort(s_vendor_log_root_path, "/data/file/1#vendor");
+  EXPECT_EQ(start_all(), Texts());
+  EXPECT_EQ(get("/data/file"), "in the way");
+  EXPECT_EQ(prop(kModemStateProp), "1");
+  EXPECT_EQ(prop("persist.sys.dumpsys.enable"), "1");
+  for (const int32_t pid : {net_log_pid, fg_log_pid, qsee_log_pid, bsp_log_pid, mpss_stats_pid})
+    EXPECT_GT(pid, 0);
+  EXPECT_TRUE(is_running(mpss_stats_pid));
+}
+
+TEST_F(NoRoom, AnUnfinishedStartEndsWithItsWorkers) {
+  EXPECT_EQ(start_all(), Texts());
+  // As the stop does behind its walk over the tables; here it is all there is.
+  end_leftover_children(nullptr, 0);
+  pid_t pids[4];
+  EXPECT_EQ(list_children(pids, 4), 0);
+}
+
+}  // namespace

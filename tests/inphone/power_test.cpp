@@ -1,0 +1,103 @@
+#include "catchers/catchers.h"
+#include "selflog/props.h"
+#include "tests/inphone/catchers.h"
+
+namespace {
+
+using namespace inphone;
+
+constexpr char kSwitch[] = "/sys/zelka_power_debug/enable";
+constexpr char kStart[] =
+    "/system/bin/sh /system/etc/power_logs_start.sh /data/misc/zelkalog/1#run "
+    "/data/misc/zelkalog/1#run/power";
+constexpr char kStop[] =
+    "/system/bin/sh /system/etc/power_logs_stop.sh /data/misc/zelkalog/1#run "
+    "/data/misc/zelkalog/1#run/power";
+// The missing slash and the second blank are what the shell is given.
+constexpr char kFuelGauge[] =
+    "system/bin/sh  /system/etc/fg_logs_start.sh /data/misc/zelkalog/1#run/fg";
+
+class Power : public Catchers {
+ protected:
+  // The commands of this process; the fuel-gauge worker's come whenever it gets to them.
+  static Texts own_commands() {
+    Texts commands = shell_commands();
+    commands.erase(std::remove(commands.begin(), commands.end(), kFuelGauge), commands.end());
+    return commands;
+  }
+};
+
+TEST_F(Power, StartSwitchesOnAndStartsBothCaptures) {
+  const PropertiesSince since;
+  EXPECT_EQ(start_power_log(kRun, "power"), 0);
+  EXPECT_EQ(since.sets(), Texts{"persist.service.powersave.logs=1"});
+  EXPECT_EQ(get(kSwitch), "1\n");  // one byte over the "0" that was there
+  EXPECT_EQ(own_commands(), (Texts{"dumpsys power", "dumpsys alarm", kStart}));
+  EXPECT_EQ(mode_and_owner(std::string(kRun) + "/power"), "0777 1015:1015");
+  EXPECT_EQ(mode_and_owner(std::string(kRun) + "/fg"), "0777 1015:1015");
+
+  EXPECT_EQ(workers(), std::vector<pid_t>{fg_log_pid});
+  EXPECT_EQ(getpgid(fg_log_pid), fg_log_pid);
+  EXPECT_TRUE(eventually([] { return comm_of(fg_log_pid) == "wmossd:debug-fg"; }));
+  EXPECT_TRUE(eventually([] {
+    const Texts commands = shell_commands();
+    return std::count(commands.begin(), commands.end(), kFuelGauge) == 1;
+  }));
+  for (const char* file : {"/fg/fg_log.txt", "/power/power_log.txt"})
+    EXPECT_TRUE(eventually([&] { return !get(std::string(kRun) + file).empty(); })) << file;
+  const std::string pid = std::to_string(fg_log_pid);
+  EXPECT_EQ(logged("E fork child process, pid:" + pid + ", system: " + kFuelGauge + " \n"), 1);
+  EXPECT_EQ(logged("D execute fg log pid " + pid + "  \n"), 1);
+}
+
+TEST_F(Power, AModelWithoutTheKernelSwitchIsFine) {
+  unlink(kSwitch);
+  EXPECT_EQ(start_power_log(kRun, "power"), 0);
+  EXPECT_FALSE(exists(kSwitch));
+  EXPECT_EQ(prop("persist.service.powersave.logs"), "1");
+  EXPECT_EQ(workers().size(), 1u);
+  EXPECT_EQ(own_commands(), (Texts{"dumpsys power", "dumpsys alarm", kStart}));
+}
+
+TEST_F(Power, TheFuelGaugesShellIsFoundFromTheRootOnly) {
+  ASSERT_EQ(chdir("/data"), 0);
+  EXPECT_EQ(start_power_log(kRun, "power"), 0);
+  EXPECT_TRUE(eventually([] {
+    for (const std::string& text : log_texts()) {
+      if (text.find("E execute fg log process 32512, err: ") == 0) return true;  // 127 << 8
+    }
+    return false;
+  }));
+}
+
+TEST_F(Power, StopUndoesItWhenTheTypeIsOn) {
+  const struct {
+    const char* types;
+    bool undone;
+  } rows[] = {{"8", true}, {"32767", true}, {"1", false}, {"", false}, {"32759", false}};
+  for (const auto& row : rows) {
+    property_set(kTypeProp, row.types);
+    put(kSwitch, "1\n");
+    const PropertiesSince since;
+    const size_t before = shell_commands().size();
+    stop_power_log(kRun);
+    EXPECT_EQ(since.sets(), row.undone ? Texts{"persist.service.powersave.logs=0"} : Texts());
+    EXPECT_EQ(get(kSwitch), row.undone ? "0\n" : "1\n") << row.types;
+    Texts commands = shell_commands();
+    commands.erase(commands.begin(), commands.begin() + static_cast<ptrdiff_t>(before));
+    EXPECT_EQ(commands, row.undone ? Texts{kStop} : Texts()) << row.types;
+  }
+  EXPECT_TRUE(exists(std::string(kRun) + "/power/batterystats.txt"));
+}
+
+TEST_F(Power, TheStopsScriptEndsWhatTheStartsScriptLeft) {
+  property_set(kTypeProp, "8");
+  start_power_log(kRun, "power");
+  const std::string pid_file = std::string(kRun) + "/power/.capture_pid";
+  const pid_t capture = std::stoi(get(pid_file));
+  EXPECT_TRUE(is_running(capture));
+  stop_power_log(kRun);
+  EXPECT_TRUE(eventually([=] { return !is_running(capture); }));
+}
+
+}  // namespace

@@ -1,0 +1,115 @@
+#include "catchers/catchers.h"
+#include "storage/utils.h"
+#include "tests/inphone/catchers.h"
+
+namespace {
+
+using namespace inphone;
+
+constexpr char kPackets[] = "/dev/bench/systrace.log";  // one line of hex for each
+
+class Systrace : public Catchers {
+ protected:
+  static void start_service() {
+    setprop("ctl.start", "bench_systrace");
+    ASSERT_TRUE(
+        eventually([] { return get("/proc/net/unix").find("@systraceur") != get("").npos; }));
+  }
+  // sendSystraceSocket() may end its process.
+  static int status_of_sending(int code) {
+    const pid_t pid = fork_process(group::own);
+    if (pid == 0) end_process(sendSystraceSocket(code) == 0 ? 0 : 9);
+    int status = -1;
+    wait_for(pid, &status);
+    return status;
+  }
+};
+
+TEST_F(Systrace, ACommandIsFourBytesTheHighestFirst) {
+  start_service();
+  const struct {
+    int code;
+    const char* bytes;
+  } rows[] = {{0, "00000000"}, {2, "00000002"}, {0x01020304, "01020304"}, {-2, "fffffffe"}};
+  std::string all;
+  for (const auto& row : rows) {
+    EXPECT_EQ(status_of_sending(row.code), 0);
+    all += std::string(row.bytes) + "\n";
+    EXPECT_TRUE(eventually([&] { return get(kPackets) == all; })) << get(kPackets);
+  }
+  EXPECT_EQ(logged("E ret is 4\n"), 4);
+}
+
+// The one test that waits all the attempts out.
+TEST_F(Systrace, WithoutAServiceTheWorkerGivesUp) {
+  const int64_t start = monotonic_ms();
+  EXPECT_EQ(WEXITSTATUS(status_of_sending(0)), 1);
+  const int64_t took = monotonic_ms() - start;
+  EXPECT_GE(took, 6200);  // 62 attempts, 100 ms behind each
+  EXPECT_LT(took, 9000);
+  EXPECT_EQ(logged("E Failed connect to systrace, errno " + std::to_string(ECONNREFUSED)), 1);
+}
+
+TEST_F(Systrace, AServiceThatComesLateIsFound) {
+  const pid_t sender = fork_process(group::own);
+  if (sender == 0) end_process(sendSystraceSocket(0) == 0 ? 0 : 9);
+  EXPECT_EQ(wait_within(sender, 250, nullptr), 0);
+  start_service();
+  int status = -1;
+  EXPECT_EQ(wait_within(sender, 5000, &status), sender);
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(get(kPackets), "00000000\n");
+}
+
+TEST_F(Systrace, StartLeavesAWorkerThatSendsTheStart) {
+  EXPECT_EQ(start_systrace_log(kRun, "systrace"), 0);
+  EXPECT_EQ(prop("persist.sys.systrace.enable"), "1");
+  ASSERT_EQ(workers().size(), 1u);
+  const pid_t worker = workers()[0];
+  EXPECT_EQ(getpgid(worker), worker);
+  EXPECT_TRUE(eventually([=] { return comm_of(worker) == ":debug-systrace"; }));
+  EXPECT_EQ(
+      logged("E fork child process, pid:" + std::to_string(worker) + ", sendSystraceSocket \n"), 1);
+  start_service();
+  int status = -1;
+  EXPECT_EQ(wait_within(worker, 5000, &status), worker);
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(get(kPackets), "00000000\n");
+  EXPECT_EQ(logged("D sendSystraceSocket sucess"), 1);
+}
+
+TEST_F(Systrace, StopSwitchesOffClearsAndTellsTheService) {
+  start_service();
+  put("/data/anr/systrace/trace_1.html", "trace");
+  put("/data/anr/anr_1", "stays");
+  const PropertiesSince since;
+  stop_systrace_service();
+  EXPECT_EQ(since.sets(), Texts{"persist.sys.systrace.enable=0"});
+  EXPECT_EQ(list("/data/anr/systrace"), Texts());
+  EXPECT_TRUE(exists("/data/anr/anr_1"));
+  EXPECT_EQ(get(kPackets), "00000002\n");
+  EXPECT_EQ(logged("D stop systrace log"), 1);
+  EXPECT_EQ(logged("D sendSystraceSocket sucess"), 1);
+  pid_t pids[4];
+  EXPECT_EQ(list_children(pids, 4), 0);
+}
+
+// A service whose queue is full leaves the worker hanging in connect(): 6 s, and then it is killed.
+TEST_F(Systrace, StopKillsAWorkerThatHangs) {
+  setprop("bench.systrace.accept", "never");
+  start_service();
+  const int64_t start = monotonic_ms();
+  stop_systrace_service();
+  const int64_t took = monotonic_ms() - start;
+  EXPECT_GE(took, 7000);  // 60 looks, 100 ms each, and the second behind the kill
+  EXPECT_LT(took, 10000);
+  long kills = 0;
+  for (const std::string& text : log_texts()) {
+    kills += text.find("E wait child ") == 0 && text.find("timeout, kill it") != text.npos ? 1 : 0;
+  }
+  EXPECT_EQ(kills, 1);
+  pid_t pids[4];
+  EXPECT_EQ(list_children(pids, 4), 0);
+}
+
+}  // namespace

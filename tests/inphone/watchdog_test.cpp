@@ -1,0 +1,356 @@
+#include "catchers/watchdog.h"
+
+#include <functional>
+
+#include "capture/modem_logger.h"
+#include "capture/vendor_moves.h"
+#include "catchers/catchers.h"
+#include "selflog/props.h"
+#include "tests/inphone/catchers.h"
+#include "tests/support/sleep_texts.h"
+
+namespace {
+
+using namespace inphone;
+
+constexpr char kNoServiceProp[] = "persist.sys.no.service";
+constexpr char kModemPathProp[] = "sys.harrowmossd.diag_mdlog_path";
+
+// ---- A world in which an hour passes at once. ----
+
+int32_t s_now = 0;
+Texts s_events;  // what the watchdog did to the world, in order
+
+void fake_sleep(int milliseconds) {
+  s_events.push_back("sleep " + std::to_string(milliseconds));
+  s_now += milliseconds / 1000;
+}
+void fake_set_alarm(unsigned seconds) {
+  s_events.push_back("alarm " + std::to_string(seconds));
+}
+void fake_await_alarm() {
+  s_events.push_back("await");
+  s_now += 1200;
+  sign_handler(SIGALRM);
+}
+void fake_crash() {
+  s_events.push_back("crash");
+}
+
+// The kernel's counters, moved by the test.
+struct Kernel {
+  int aosd = 10, cxsd = 20, xo = 30, shutdowns = 40, sleeps = 50;
+  bool has_modem_files = true;
+  void show() const {
+    put(kSystemSleepFile, system_sleep_text(aosd, cxsd));
+    if (has_modem_files) {
+      put(kRpmMasterFile, rpm_master_text(xo, shutdowns));
+      put(kRpmhMasterFile, rpmh_master_text(sleeps));
+    } else {
+      unlink(kRpmMasterFile);
+      unlink(kRpmhMasterFile);
+    }
+  }
+  void processor_sleeps() { aosd++, cxsd++; }
+  void modem_sleeps() { xo++, shutdowns++, sleeps++; }
+};
+
+class Watchdog : public Catchers {
+ protected:
+  void SetUp() override {
+    Catchers::SetUp();
+    s_watchdog_world = {[] { return s_now; }, fake_sleep, fake_set_alarm, fake_await_alarm,
+                        fake_crash};
+    s_now = 5000;
+    mpss_monitor_running = true;
+    kernel_.show();
+  }
+  // A turn of the loop `seconds` after the last one; what it did.
+  Texts turn_after(int seconds) {
+    s_now += seconds;
+    kernel_.show();
+    s_events.clear();
+    watch_once();
+    return s_events;
+  }
+  // A baseline that is an hour old at the next turn.
+  void take_baseline() {
+    turn_after(0);
+    s_now += 3600;
+  }
+
+  Kernel kernel_;
+};
+
+const Texts kIdle = {"sleep 1000"};
+const Texts kGrace = {"sleep 15000", "crash"};
+const Texts kCapture = {"alarm 1200", "await"};
+const Texts kExtend = {"alarm 0", "sleep 2000", "alarm 1200", "await"};
+
+TEST_F(Watchdog, TheFirstRoundTakesTheBaselineAtOnce) {
+  EXPECT_EQ(turn_after(0), Texts());
+  EXPECT_EQ(baseline_time, 5000);
+  EXPECT_EQ(last_check_time, 5000);
+  EXPECT_EQ(s_sleep_baseline.aosd_count, 10);
+  EXPECT_EQ(s_sleep_baseline.cxsd_count, 20);
+  EXPECT_EQ(s_sleep_baseline.vmin_count, -1);
+  EXPECT_EQ(s_sleep_baseline.xo_count, 30);
+  EXPECT_EQ(s_sleep_baseline.mpss_numshutdowns, 40);
+  EXPECT_EQ(s_sleep_baseline.sleep_count, 50);
+  EXPECT_EQ(turn_after(0), kIdle);
+}
+
+TEST_F(Watchdog, LooksEvery600SecondsAndJudgesAfter3600) {
+  turn_after(0);
+  EXPECT_EQ(turn_after(599), kIdle);
+  EXPECT_EQ(last_check_time, 5000);
+  s_now -= 1;  // the idle second
+  kernel_.processor_sleeps();
+  EXPECT_EQ(turn_after(1), Texts());  // a look and no verdict
+  EXPECT_EQ(last_check_time, 5600);
+  EXPECT_EQ(s_sleep_counters.aosd_count, 11);
+  EXPECT_EQ(s_sleep_baseline.aosd_count, 10);
+  EXPECT_EQ(baseline_time, 5000);
+  EXPECT_EQ(turn_after(2999), Texts());  // 3599 s old
+  EXPECT_EQ(logged("D the cxsd_count is 21\n"), 0);
+  s_now = 5000 + 3600;
+  EXPECT_EQ(turn_after(0), kIdle);  // no look is due now
+  EXPECT_EQ(logged("D the cxsd_count is 21\n"), 0);
+  EXPECT_EQ(turn_after(599), Texts());
+  EXPECT_EQ(logged("D the cxsd_count is 21\n"), 1);
+}
+
+TEST_F(Watchdog, APhoneThatSleepsGetsANewBaseline) {
+  take_baseline();
+  kernel_.processor_sleeps();
+  const size_t before = log_texts().size();
+  EXPECT_EQ(turn_after(0), Texts());
+  EXPECT_EQ(baseline_time, 8600);
+  EXPECT_EQ(s_sleep_baseline.aosd_count, 11);
+  EXPECT_EQ(s_sleep_baseline.cxsd_count, 21);
+  const Texts texts = log_texts();
+  EXPECT_EQ(Texts(texts.end() - 6, texts.end()),
+            (Texts{"D the cxsd_count is 21\n", "D the cxsd_count_prev is 20\n",
+                   "D the aosd_count is 11\n", "D the aosd_count_prev is 10\n",
+                   "D the vmin_count is -1\n", "D the vmin_count_prev is -1\n"}));
+  EXPECT_GT(texts.size(), before + 6);
+  EXPECT_EQ(turn_after(600), Texts());  // and is judged again an hour later only
+  EXPECT_EQ(baseline_time, 8600);
+}
+
+// What is missing or stands still, and what comes of it in the first verdict.
+TEST_F(Watchdog, FirstVerdicts) {
+  const struct {
+    const char* what;
+    std::function<void(Kernel*)> moves;
+    Texts events;
+  } rows[] = {
+      {"everything moves", [](Kernel* k) { k->processor_sleeps(), k->modem_sleeps(); }, {}},
+      {"only the modem stands still", [](Kernel* k) { k->processor_sleeps(); }, {}},
+      {"aosd stands still", [](Kernel* k) { k->cxsd++, k->modem_sleeps(); }, {"crash"}},
+      {"cxsd stands still", [](Kernel* k) { k->aosd++, k->modem_sleeps(); }, {"crash"}},
+      {"all but a modem counter moves", [](Kernel* k) { k->aosd++, k->xo++, k->sleeps++; },
+       kCapture},
+      {"no statistics of the modem", [](Kernel* k) { k->has_modem_files = false; }, {"crash"}},
+  };
+  for (const auto& row : rows) {
+    kernel_ = Kernel();
+    kernel_.has_modem_files = strcmp(row.what, "no statistics of the modem") != 0;
+    if (!kernel_.has_modem_files) s_sleep_counters = sleep_counters();
+    last_check_time = baseline_time = -1;
+    is_mpss_catch_modem = false;
+    take_baseline();
+    row.moves(&kernel_);
+    EXPECT_EQ(turn_after(0), row.events) << row.what;
+  }
+}
+
+TEST_F(Watchdog, NoStatisticsAtAllNeverAct) {
+  unlink(kSystemSleepFile);
+  unlink(kRpmMasterFile);
+  unlink(kRpmhMasterFile);
+  for (int round = 0; round < 20; round++, s_now += 600) {
+    s_events.clear();
+    watch_once();
+    EXPECT_EQ(s_events, Texts());
+  }
+  for (const std::string& text : log_texts()) EXPECT_EQ(text[0], 'D') << text;
+}
+
+TEST_F(Watchdog, AStuckModemIsCapturedFirstAndCrashedNext) {
+  take_baseline();
+  const PropertiesSince since;
+  EXPECT_EQ(turn_after(0), kCapture);
+  EXPECT_TRUE(is_mpss_catch_modem);
+  EXPECT_EQ(mpss_dump_count, 1);
+  EXPECT_EQ(prop(kModemPathProp), std::string(kVendorRun) + "/mpss_dump/0");
+  EXPECT_TRUE(exists(std::string(kVendorRun) + "/mpss_dump/0"));
+  Texts sets = since.sets();
+  sets.erase(std::remove_if(sets.begin(), sets.end(),
+                            [](const std::string& set) {
+                              return set.compare(0, strlen(kModemStateProp), kModemStateProp) != 0;
+                            }),
+             sets.end());
+  EXPECT_EQ(sets,
+            (Texts{std::string(kModemStateProp) + "=1", std::string(kModemStateProp) + "=0"}));
+  EXPECT_EQ(last_check_time, s_now);  // the next round is 600 s after the capture
+  const std::string self = std::to_string(getpid());
+  for (const std::string& text :
+       {std::string("D will catch modem log"),
+        std::string("D the is_mpss_catch_modem(catch_modem_log_pid == 0) is 1\n"),
+        std::string("E start catcher_modem_log mpss_dump/0"),
+        "D before pause catch_modem_log_pid = " + self,
+        "D after pause catch_modem_log_pid = " + self, std::string("D the xo_count is 30\n"),
+        std::string("D the xo_count_prev is 30\n"), std::string("D the sleep_count is 50\n"),
+        std::string("D the mpss_numshutdowns is 40\n")})
+    EXPECT_EQ(logged(text), 1) << text;
+
+  EXPECT_EQ(turn_after(599), kIdle);
+  EXPECT_EQ(turn_after(0), kGrace);
+  EXPECT_EQ(logged("D will trigger dump"), 1);
+  EXPECT_EQ(logged("E if echo c > /proc/sysrq-trigger!!!!"), 1);
+  EXPECT_EQ(baseline_time, 5000);  // a phone that survived that is still compared with it
+  EXPECT_EQ(turn_after(600), kGrace);
+}
+
+TEST_F(Watchdog, AModemThatRecoversBetweenTheVerdictsIsNotCrashed) {
+  take_baseline();
+  EXPECT_EQ(turn_after(0), kCapture);
+  kernel_.processor_sleeps();
+  EXPECT_EQ(turn_after(600), Texts());
+  EXPECT_TRUE(is_mpss_catch_modem);  // armed for good
+  EXPECT_EQ(turn_after(3600), kGrace);
+}
+
+TEST_F(Watchdog, WithTheOlderModemLoggerOnItOnlyExtendsTheCapture) {
+  property_set("persist.sys.zelka.diag_mdlog_use_legacy", "1");
+  take_baseline();
+  for (int round = 0; round < 4; round++) {
+    property_set(kLegacyModemStateProp, "1");
+    EXPECT_EQ(turn_after(600), kExtend) << round;
+    EXPECT_EQ(prop(kLegacyModemStateProp), "0");  // the alarm stopped it
+  }
+  EXPECT_EQ(logged("D the is_mpss_catch_modem(catch_modem_log_pid != 0) is 1\n"), 4);
+  EXPECT_EQ(mpss_dump_count, 0);
+  EXPECT_EQ(turn_after(600), kGrace);  // it is off now, and there was a capture
+}
+
+TEST_F(Watchdog, OnlyTheWholeValue1IsARunningModemLogger) {
+  for (const char* value : {"0", "", "10", "on", " 1"}) {
+    property_set(kLegacyModemStateProp, value);
+    is_mpss_catch_modem = true;
+    last_check_time = baseline_time = -1;
+    take_baseline();
+    EXPECT_EQ(turn_after(0), kGrace) << value;
+  }
+}
+
+// ---- No-service requests. ----
+
+TEST_F(Watchdog, NoServiceRequests) {
+  const struct {
+    const char* request;
+    const char* logger;
+    bool captured_before;
+    const char* left;  // of the request
+    Texts events;
+    const char* logged;
+  } rows[] = {
+      {"1", "0", false, "0", {"alarm 1200", "sleep 1000"}, "D handle_no_service_catch_modem_log"},
+      {"1", "1", false, "0", kIdle, "D ignore this request"},
+      {"1", "0", true, "1", kIdle, nullptr},  // neither served nor reset
+      {"1", "1", true, "1", kIdle, nullptr},
+      {"0", "0", false, "0", kIdle, nullptr},
+      {"11", "0", false, "11", kIdle, nullptr},
+      {"", "0", false, "", kIdle, nullptr},
+  };
+  turn_after(0);
+  for (const auto& row : rows) {
+    property_set(kNoServiceProp, row.request);
+    property_set(kLegacyModemStateProp, row.logger);
+    is_mpss_catch_modem = row.captured_before;
+    const long before = row.logged != nullptr ? logged(row.logged) : 0;
+    EXPECT_EQ(turn_after(1), row.events) << row.request << row.logger << row.captured_before;
+    EXPECT_EQ(prop(kNoServiceProp), row.left);
+    EXPECT_TRUE(row.logged == nullptr || logged(row.logged) == before + 1) << row.logged;
+  }
+  EXPECT_EQ(mpss_dump_count, 1);
+  EXPECT_FALSE(is_mpss_catch_modem);  // such a capture does not arm
+}
+
+TEST_F(Watchdog, EveryCaptureHasADirectoryOfItsOwn) {
+  turn_after(0);
+  for (const char* name : {"/mpss_dump/0", "/mpss_dump/1"}) {
+    property_set(kNoServiceProp, "1");
+    turn_after(1);
+    EXPECT_EQ(prop(kModemPathProp), kVendorRun + std::string(name));
+    EXPECT_EQ(prop(kModemStateProp), "1");
+    sign_handler(SIGALRM);
+    EXPECT_EQ(prop(kModemStateProp), "0");
+  }
+  s_now = baseline_time + 3600;
+  turn_after(0);
+  EXPECT_EQ(prop(kModemPathProp), std::string(kVendorRun) + "/mpss_dump/2");
+}
+
+TEST_F(Watchdog, RequestsAreRecordedOnlyWhileItRuns) {
+  const struct {
+    const char* enable;
+    const char* types;
+    int result;
+    const char* recorded;
+  } rows[] = {
+      {"on", "1024", 0, "1"},   {"onx", "32767", 0, "1"}, {"on", "1", -1, "-"},
+      {"off", "1024", -1, "-"}, {"On", "1024", -1, "-"},  {"", "1024", -1, "-"},
+      {"on", "", -1, "-"},
+  };
+  for (const auto& row : rows) {
+    property_set(kEnableProp, row.enable);
+    property_set(kTypeProp, row.types);
+    property_set(kNoServiceProp, "-");
+    EXPECT_EQ(no_service_catch_modem_log(), row.result) << row.enable << " " << row.types;
+    EXPECT_EQ(prop(kNoServiceProp), row.recorded);
+  }
+}
+
+// ---- Clocks. ----
+
+TEST_F(Watchdog, AClockThatJumpsNeitherStallsNorHurries) {
+  turn_after(0);
+  const int32_t start = s_now;
+  EXPECT_EQ(turn_after(-4000), kIdle);  // as if it went back: nothing is due before its time
+  s_now = start + 599;
+  EXPECT_EQ(turn_after(0), kIdle);
+  kernel_.processor_sleeps();
+  EXPECT_EQ(turn_after(1000000), Texts());  // far ahead: one round, one verdict
+  EXPECT_EQ(turn_after(0), kIdle);
+  EXPECT_EQ(logged("D the aosd_count is 11\n"), 1);
+}
+
+TEST(WatchdogWorld, ItsClockCountsSleepAndNoClockSetting) {
+  timespec boot;
+  clock_gettime(CLOCK_BOOTTIME, &boot);
+  EXPECT_GE(s_watchdog_world.now(), boot.tv_sec);
+  EXPECT_LE(s_watchdog_world.now(), boot.tv_sec + 1);
+}
+
+TEST(WatchdogWorld, TheCrashIsOneShellCommand) {
+  // The phone's shell cannot make files in /proc: where the kernel has no trigger the command
+  // fails, and where it has one a plain file lies over it.
+  s_watchdog_world.crash();
+  EXPECT_EQ(shell_commands(), Texts{"echo c > /proc/sysrq-trigger"});
+}
+
+TEST_F(Watchdog, TheStopForgetsTheCounters) {
+  take_baseline();
+  stop_mpss_watchdog();
+  EXPECT_FALSE(mpss_monitor_running);
+  for (const sleep_counters& counters : {s_sleep_counters, s_sleep_baseline}) {
+    for (const int32_t value :
+         {counters.vmin_count, counters.aosd_count, counters.cxsd_count, counters.mpss_numshutdowns,
+          counters.xo_count, counters.sleep_count})
+      EXPECT_EQ(value, -1);
+  }
+}
+
+}  // namespace

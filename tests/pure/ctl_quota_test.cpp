@@ -1,0 +1,163 @@
+// `du` and the start's space check; the client judges as the size monitor does.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include "client/quota.h"
+#include "storage/size_monitor.h"
+#include "tests/pure/ctl_support.h"
+
+namespace {
+
+constexpr int64_t kMiB = 1 << 20;
+constexpr int64_t kGiB = 1 << 30;
+
+TEST(CtlQuota, IsJudgedAsTheMonitorJudgesIt) {
+  int over = 0;
+  for (const int64_t used : {int64_t{0}, kMiB - 1, kMiB, 15 * kGiB, 15 * kGiB + kMiB - 1,
+                             15 * kGiB + kMiB, 20 * kGiB, 20 * kGiB + kMiB, 900 * kGiB}) {
+    for (const int quota : {-1, 0, 1, 19, 20, 30}) {
+      for (const int32_t types : {0x1, 0x2, 0x40, 0x42, 0x10000}) {
+        for (const int64_t free :
+             {int64_t{-2}, int64_t{0}, int64_t{1}, 128 * kMiB - 1, 128 * kMiB, kGiB}) {
+          const bool shrunk = (types & 0x42) != 0;
+          const size_verdict theirs = judge_sizes({used, 0, quota, shrunk, free});
+          const quota_verdict ours = judge_quota(used, quota, types, free);
+          EXPECT_EQ(ours.over, theirs.over_quota) << used << " of " << quota << " " << types;
+          EXPECT_EQ(ours.extreme, theirs.extreme_low) << free;
+          over += ours.over;
+        }
+      }
+    }
+  }
+  EXPECT_GT(over, 100);
+}
+
+struct eviction_row {
+  const char* what;
+  std::vector<std::string> store, working;
+  int64_t current;
+  bool logging;
+  const char* next;  // below the tree's root, "" nothing, "*" everything
+};
+
+const eviction_row kEvictions[] = {
+    {"nothing is there", {}, {}, 3, true, ""},
+    {"the oldest number, not the first name", {"10#a", "9#b"}, {"11#c"}, 11, true, "store/9#b"},
+    {"007 is 7", {"8#a", "007#b"}, {}, 9, true, "store/007#b"},
+    {"0 never goes", {"0#a"}, {"2#b"}, 3, true, "working/2#b"},
+    {"other names never go", {"traces", "#1", "1", "x1#", "1#a\nb"}, {}, 3, true, ""},
+    {"hostile names do", {"1#;touch x", "2#b"}, {}, 3, true, "store/1#;touch x"},
+    {"finished runs first", {"5#a"}, {"4#b", "6#c"}, 6, true, "store/5#a"},
+    {"then those left in the working area", {}, {"4#b", "6#c"}, 6, true, "working/4#b"},
+    {"only the current one is left", {}, {"6#c"}, 6, true, "*"},
+    {"logging off: the last one stays", {"6#c"}, {}, 6, false, ""},
+    {"logging off: an older last one goes", {"5#c"}, {}, 6, false, "store/5#c"},
+    {"logging off: one of two goes", {"5#b", "6#c"}, {}, 6, false, "store/5#b"},
+    {"logging off: the working area stays", {}, {"4#b"}, 6, false, ""},
+};
+
+TEST(CtlQuota, NamesTheRunThatGoesNext) {
+  for (const eviction_row& row : kEvictions) {
+    const eviction_plan plan =
+        plan_eviction({"store", row.store}, {"working", row.working}, row.current, row.logging);
+    const std::string next = plan.what == next_victim::kEverything ? "*" : plan.path;
+    EXPECT_EQ(next, row.next) << row.what;
+  }
+}
+
+// The same rows as the monitor's own functions decide them, from directories.
+TEST(CtlQuota, NamesTheRunThatTheMonitorWouldRemove) {
+  for (const eviction_row& row : kEvictions) {
+    temporary_tree tree;
+    const std::string roots[] = {tree.root() + "/store", tree.root() + "/working"};
+    const std::vector<std::string>* names[] = {&row.store, &row.working};
+    for (int i = 0; i < 2; ++i) {
+      for (const std::string& name : *names[i]) {
+        std::filesystem::create_directories(roots[i] + "/" + name);
+      }
+    }
+    const int current = static_cast<int>(row.current);
+    const oldest_run store = find_oldest_run(roots[0].c_str());
+    const oldest_run working = find_oldest_run(roots[1].c_str());
+    std::string next;
+    if (judge_store({store.count, store.number, !store.name.empty(), current, row.logging}) ==
+        eviction::remove_oldest) {
+      next = "store/" + store.name;
+    } else if (row.logging) {
+      const eviction verdict = judge_working(
+          {working.count, working.number, !working.name.empty(), current, row.logging});
+      if (verdict == eviction::restart) next = "*";
+      if (verdict == eviction::remove_oldest) next = "working/" + working.name;
+    }
+    EXPECT_EQ(next, row.next) << row.what;
+  }
+}
+
+TEST(CtlQuota, CountsBytesAsTheMonitorDoes) {
+  temporary_tree tree;
+  namespace fs = std::filesystem;
+  EXPECT_EQ(quota_bytes(tree.root() + "/none"), 0);
+  tree.put("a/file", std::string(1000, 'x'));
+  EXPECT_EQ(quota_bytes(tree.root() + "/a/file"), 1000);
+  const int64_t directory = quota_bytes(tree.root() + "/a") - 1000;
+  EXPECT_GT(directory, 0);                              // its own size counts
+  fs::create_symlink("a/file", tree.root() + "/link");  // links are followed
+  EXPECT_EQ(quota_bytes(tree.root() + "/link"), 1000);
+  tree.put("b/c/d", "12345");
+  const int64_t without_loops = quota_bytes(tree.root() + "/b");
+  fs::create_symlink(".", tree.root() + "/b/self");
+  fs::create_symlink("../../b", tree.root() + "/b/c/up");
+  fs::create_symlink(".", tree.root() + "/b/again");
+  fs::create_symlink("nowhere", tree.root() + "/b/broken");
+  // A directory inside itself adds nothing, apart from what its own entry took.
+  const int64_t with_loops = quota_bytes(tree.root() + "/b");
+  EXPECT_GE(with_loops, without_loops);
+  EXPECT_LT(with_loops, without_loops + 1000);
+}
+
+TEST(CtlDu, ShowsQuotaRoomAndTheNextToGo) {
+  bench_client client;
+  client.tree.put("sdcard/zelkalog/2#01-02_03-04-05/b", std::string(3 << 20, 'x'));
+  client.tree.put("data/misc/zelkalog/3#01-02_03-04-05/a", "x");
+  client.properties = {{"persist.sys.zklog.enable", "on"},
+                       {"persist.sys.zklog.type", "66"},
+                       {"persist.sys.zelka.log.size", "0"},
+                       {"persist.sys.zklog.dir_sequence", "3"}};
+  client.free_bytes = {{"/sdcard", 67108864}, {"/data", -1}};
+  EXPECT_EQ(client.run({"du"}), EXIT_OK);
+  for (const char* piece :
+       {"used:       3 MiB of 0 MiB, over quota\n", "three quarters", "one run every 5 s",
+        "/sdcard/zelkalog/2#01-02_03-04-05, 3.0 MiB\n",
+        "/sdcard:    too little to log, 67108865 bytes wanted, 67108864 free\n",
+        "/data:      room to log, 134217729 bytes wanted, free bytes unknown\n"}) {
+    EXPECT_TRUE(holds(client.out, piece)) << piece << " in\n" << client.out;
+  }
+  EXPECT_EQ(client.run({"du", "--json"}), EXIT_OK);
+  for (const char* piece :
+       {"\"used_mib\":3,\"limit_mib\":0,\"over_quota\":true,\"data_extremely_low\":false",
+        "\"next\":\"run\",\"next_path\":\"", "/2#01-02_03-04-05\"",
+        "{\"path\":\"/sdcard\",\"wanted\":67108865,\"free\":67108864,\"enough\":false}",
+        "{\"path\":\"/data\",\"wanted\":134217729,\"free\":null,\"enough\":true}"}) {
+    EXPECT_TRUE(holds(client.out, piece)) << piece << " in\n" << client.out;
+  }
+  const struct {
+    std::map<std::string, std::string> changes;
+    const char* removal;
+  } rows[] = {
+      {{{"persist.sys.zelka.log.del", "false"}}, "switched off"},
+      {{{"persist.sys.zklog.enable", "off"}}, "none while debug logging is off"},
+      {{{"persist.sys.zelka.log.size", "20"}}, "none: below the quota"},
+  };
+  for (const auto& row : rows) {
+    const auto kept = client.properties;
+    for (const auto& [key, value] : row.changes) client.properties[key] = value;
+    EXPECT_EQ(client.run({"du"}), EXIT_OK);
+    EXPECT_TRUE(holds(client.out, std::string("removal:    ") + row.removal)) << client.out;
+    client.properties = kept;
+  }
+  client.free_bytes["/data"] = 134217727;
+  EXPECT_EQ(client.run({"du"}), EXIT_OK);
+  EXPECT_TRUE(holds(client.out, "everything, at once")) << client.out;
+}
+
+}  // namespace

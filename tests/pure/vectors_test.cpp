@@ -1,0 +1,89 @@
+// The published protocol vectors against the encoder and decoder.
+#include "tests/support/vectors.h"
+
+#include <gtest/gtest.h>
+
+#include <set>
+
+#include "client/reply.h"
+#include "protocol/encode.h"
+#include "tests/pure/ctl_support.h"
+
+namespace {
+
+// The argument behind "int32 " or "string16 ", or null for anything else.
+const char* argument(const Vector& vector, size_t index, const char* kind) {
+  const std::string head = std::string(kind) + " ";
+  if (index >= vector.arguments.size()) return nullptr;
+  const std::string& text = vector.arguments[index];
+  return text.compare(0, head.size(), head) == 0 ? text.c_str() + head.size() : nullptr;
+}
+
+// The arguments as our encoder takes them; false for a vector that it would never write.
+bool encoder_values(const Vector& vector, request_values* values) {
+  if (!vector.encodable || vector.code < 1 || vector.code > 16) return false;
+  const char* mask = argument(vector, 0, "int32");
+  const char* path = nullptr;
+  size_t wanted = 0;
+  switch (kRequestNames[vector.code - 1].arguments) {
+    case request_arguments::kNone:
+      break;
+    case request_arguments::kMask:
+      wanted = mask == nullptr ? 99 : 1;
+      break;
+    case request_arguments::kPath:
+      path = argument(vector, 0, "string16");
+      wanted = path == nullptr ? 99 : 1;
+      break;
+    case request_arguments::kMaskPathInt:
+      path = argument(vector, 1, "string16");
+      wanted = mask == nullptr || path == nullptr ? 99 : 3;
+      break;
+  }
+  if (mask != nullptr) values->mask = atoi(mask);
+  if (path != nullptr) values->path = path;
+  return vector.arguments.size() == wanted;
+}
+
+TEST(Vectors, TheEncoderWritesTheirRequests) {
+  const VectorFile file = read_vectors();
+  EXPECT_EQ(file.protocol, kProtocolVersion);
+  std::set<int32_t> seen;
+  for (const Vector& vector : file.vectors) {
+    request_values values;
+    if (!encoder_values(vector, &values)) continue;
+    request_frame frame;
+    std::string error;
+    ASSERT_TRUE(
+        encode_request(kRequestNames[vector.code - 1], vector.serial, values, &frame, &error))
+        << vector.name << ": " << error;
+    EXPECT_EQ(frame.bytes, from_hex(vector.request)) << vector.name;
+    seen.insert(vector.code);
+  }
+  EXPECT_EQ(seen.size(), std::size(kRequestNames)) << "a request has no vector";
+}
+
+TEST(Vectors, TheDecoderReadsTheirReplies) {
+  for (const Vector& vector : read_vectors().vectors) {
+    const bool fixed = vector.reply.find('{') == std::string::npos;
+    if (!fixed || vector.reply.empty() || vector.code < 1 || vector.code > 16) continue;
+    const std::string bytes = from_hex(vector.reply);
+    EXPECT_EQ(int32_at(bytes, 0), static_cast<int32_t>(bytes.size()) - 4) << vector.name;
+    reply answer;
+    std::string error;
+    EXPECT_TRUE(decode_reply(std::string_view(bytes).substr(4), kRequestNames[vector.code - 1],
+                             vector.serial, &answer, &error))
+        << vector.name << ": " << error;
+  }
+}
+
+// Names are what other people's test reports will show.
+TEST(Vectors, HaveNamesOfTheirOwnAndAMeaning) {
+  std::set<std::string> names;
+  for (const Vector& vector : read_vectors().vectors) {
+    EXPECT_TRUE(names.insert(vector.name).second) << vector.name;
+    EXPECT_FALSE(vector.meaning.empty()) << vector.name;
+  }
+}
+
+}  // namespace
