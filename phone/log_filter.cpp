@@ -4,16 +4,16 @@
 #include "phone/util.h"
 
 bool LogFilter::add(std::string_view argument) {
-  for (const std::string& specification : split(argument, " \t,")) {
-    const size_t colon = specification.find(':');
-    const std::string tag = specification.substr(0, colon);
+  for (const std::string& expression : split(argument, " \t,")) {
+    const size_t colon = expression.find(':');
+    const std::string tag = expression.substr(0, colon);
     if (tag.empty()) return false;
     int priority = tag == "*" ? kDebug : kVerbose;
-    if (colon != std::string::npos && colon + 1 < specification.size()) {
+    if (colon != std::string::npos && colon + 1 < expression.size()) {
       // "TAG:*" is "TAG:V", as "*:*" is everything.
-      const char letter = specification[colon + 1];
+      const char letter = expression[colon + 1];
       priority = letter == '*' ? kVerbose : priority_of_letter(letter);
-      if (priority == 0 || colon + 2 != specification.size()) return false;
+      if (priority == 0 || colon + 2 != expression.size()) return false;
     }
     if (tag == "*") {
       others_ = priority;

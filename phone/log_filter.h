@@ -1,4 +1,4 @@
-// Filter specifications of a logcat: "TAG:PRIORITY" with '*' for all other tags.
+// Filter expressions of a logcat: "TAG:PRIORITY" with '*' for all other tags.
 #pragma once
 
 #include <string>
@@ -8,10 +8,10 @@
 
 class LogFilter {
  public:
-  // One argument; may hold several specifications between blanks or commas. A tag alone means all
+  // One argument; may hold several expressions between blanks or commas. A tag alone means all
   // of its lines ("TAG:V"), "*" alone means "*:D". False for what is neither.
   bool add(std::string_view argument);
-  // -s: nothing but what a specification lets through.
+  // -s: nothing but what a expression lets through.
   void silence() { others_ = kSilent; }
   bool empty() const { return tags_.empty(); }
 

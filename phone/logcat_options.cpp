@@ -26,7 +26,7 @@ static bool add_buffers(const std::string& argument, std::vector<std::string>* b
 namespace {
 
 // Walks the arguments as getopt does: letters may be joined ("-dv", "time"), a value may be joined
-// to its letter ("-bmain"), and filter specifications may stand anywhere.
+// to its letter ("-bmain"), and filter expressions may stand anywhere.
 class Reader {
  public:
   Reader(const std::vector<std::string>& arguments, LogcatOptions* options, std::string* error)
