@@ -15,16 +15,25 @@ show() {
 sample() {
   typeset what=$1 pattern=$2 line
   shift 2
-  line=$(cat "$@" 2>/dev/null | grep -m 1 -e "$pattern") || die "no $what in $*"
-  printf '%-22s %s\n' "$what" "$(printf '%s' "$line" | cut -c 1-110)"
+  line=$(cat "$@" 2>/dev/null | grep -m 1 -e "$pattern" | cut -c 1-110)
+  [ -n "$line" ] || die "no $what in $*"
+  printf '%-22s %s\n' "$what" "$line"
 }
 
 say "The phone is up, the daemon listens"
 show getprop init.svc.harrowmossd
 show harrowmossctl version
 
-say "Debug logging, from the phone's side and from the modem's"
-show harrowmossctl start mobile,modem
+say "Three old runs of 600 MiB each (sparse) under a quota of 1 GiB"
+for old in '1#01-01_08-00-00' '2#01-02_08-00-00' '3#01-03_08-00-00'; do
+  mkdir -p "/sdcard/zelkalog/$old"
+  truncate -s 600M "/sdcard/zelkalog/$old/old.bin"
+done
+setprop persist.sys.zklog.dir_sequence 3
+echo "the size monitor will find them over quota and delete the oldest first, one in 5 s"
+
+say "Debug logging, from the phone's side, from the modem's, and the touch screen"
+show harrowmossctl start mobile,modem,touch
 run=$(getprop sys.harrowmossd.log_store_path)
 [ -n "$run" ] || die "the daemon does not say where the run goes"
 
@@ -44,6 +53,11 @@ echo "a kernel line, an app's, the radio's, a crash, a tombstone, an ANR trace; 
 echo "the daemon's own tag, so that its own log grows past 10 MiB and is rotated"
 log -t Harrowmoss -n 80000 "burst $(printf '%0100d' 0)"
 
+finger plug event2 zelka_goodix_ts
+sleep 0.5  # the recorder finds the new device
+finger swipe event2 540 1800 540 600 3 > /dev/null
+echo "and a swipe over the touch screen"
+
 say "What is going on"
 show harrowmossctl status
 waited=0
@@ -53,6 +67,20 @@ until [ -f /data/misc/zelkalog/.logger/harrowmoss.txt.1 ] &&
   [ $waited -lt 100 ] || die "the burst did not come through the self log within 10 s"
   sleep 0.1
 done
+
+say "Eviction: with the modem three quarters of the quota count, so the two oldest runs must go"
+waited=0
+while [ -d '/sdcard/zelkalog/2#01-02_08-00-00' ]; do
+  waited=$((waited + 1))
+  [ $waited -lt 300 ] || die "the two oldest runs were not deleted within 30 s"
+  sleep 0.1
+done
+grep -h "now delete oldest dir" /data/misc/zelkalog/.logger/harrowmossd.txt ||
+  die "nothing says that a run was deleted"
+[ "$(grep -c 'now delete oldest dir' /data/misc/zelkalog/.logger/harrowmossd.txt)" = 2 ] &&
+  [ -d '/sdcard/zelkalog/3#01-03_08-00-00' ] || die "more than the two oldest runs were deleted"
+[ -d "/data/misc/zelkalog/${run##*/}" ] || die "the run that is captured was deleted"
+show harrowmossctl status | head -n 6
 
 say "Stop: end every worker, collect, move the run to shared storage"
 show harrowmossctl stop
@@ -77,6 +105,7 @@ sample "crash" "FATAL EXCEPTION" "$run"/mobile/*-crash.txt
 sample "tombstone" "SIGSEGV" "$run"/tombstones/*
 sample "ANR trace" "dispatching" "$run"/anr/*
 sample "modem logger" "qqqq" "$run"/modem/*.qmdl
+sample "touch" "ABS_MT_POSITION_Y" "$run"/touch/event.txt
 sample "log statistics" "ring buffer" "$run"/mobile/logcat_control_message-*
 sample "device report" "Version Number" "$run"/others.prop
 sample "the daemon's diary" "start_debug_log" .logger/harrowmossd.txt

@@ -21,6 +21,7 @@ A phone that was booted with --input has no input device but those that this plu
 
   plug NODE NAME [LOCATION [UNIQUE_ID]]   makes /dev/input/NODE
   plug-without-clock NODE NAME            the same, but it refuses to change its clock
+  plug-readable-end NODE NAME             the same, but after a hang-up it polls readable
   unplug NODE                             hangs up and removes the node
   hangup NODE                             hangs up and leaves the node
   list                                    node, number of readers, name of every device
@@ -96,13 +97,15 @@ bool send_events(Session* session, const std::string& node, const InputEvent* ev
   return true;
 }
 
-// At the session's rate, packet by packet: a driver sends what belongs together at once.
-bool play(Session* session, const std::string& node, const InputEvents& events) {
+// At the session's rate, packet by packet: a driver sends what belongs together at once. Events
+// that are no packets go one by one.
+bool play(Session* session, const std::string& node, const InputEvents& events,
+          bool packets = true) {
   if (session->rate <= 0) return send_events(session, node, events.data(), events.size());
   const int64_t start = now_us();
   for (size_t at = 0; at < events.size();) {
     size_t end = at + 1;
-    while (end < events.size() && !(events[end - 1] == kPacketEnd)) end++;
+    while (packets && end < events.size() && !(events[end - 1] == kPacketEnd)) end++;
     sleep_until_us(start + static_cast<int64_t>(at) * 1000000 / session->rate);
     if (!send_events(session, node, &events[at], end - at)) return false;
     at = end;
@@ -135,6 +138,7 @@ bool replay(Session* session, const Words& words) {
 bool plug(Session* session, const Words& words) {
   InputRequest request = {};
   if (words[0] == "plug-without-clock") request.flags = kWithoutClock;
+  if (words[0] == "plug-readable-end") request.flags = kReadableEnd;
   char* const fields[] = {request.name, request.location, request.unique_id};
   static_assert(sizeof request.name == sizeof request.unique_id, "all of one size");
   for (size_t i = 2; i < words.size(); i++) {
@@ -163,6 +167,7 @@ struct Command {
 const Command kCommands[] = {
     {"plug", 3, 5, plug},
     {"plug-without-clock", 3, 5, plug},
+    {"plug-readable-end", 3, 5, plug},
     {"unplug", 2, 2, simple<InputOp::kUnplug>},
     {"hangup", 2, 2, simple<InputOp::kHangUp>},
     {"tear", 2, 2, simple<InputOp::kTear>},
@@ -179,7 +184,7 @@ const Command kCommands[] = {
        return play(s, w[1], many_fingers(number(w, 2), number(w, 3)));
      }},
     {"count", 4, 4, [](Session* s, const Words& w) {
-       return play(s, w[1], numbered(number(w, 2), number(w, 3)));
+       return play(s, w[1], numbered(number(w, 2), number(w, 3)), false);
      }},
     {"event", 5, 5, [](Session* s, const Words& w) {
        InputEvent event;

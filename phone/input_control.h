@@ -28,6 +28,8 @@ enum class InputOp : uint32_t {
 
 // Flags of kPlug.
 constexpr uint32_t kWithoutClock = 1;  // refuses EVIOCSCLOCKID
+constexpr uint32_t kReadableEnd = 2;   // polls readable after it hung up, as a kernel's device does
+                                       // while there are events that nobody has read
 
 constexpr uint32_t kMaxEventsPerRequest = 1024;
 

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <limits.h>
 #include <linux/input.h>
+#include <linux/sockios.h>
 #include <poll.h>
 #include <stddef.h>
 #include <string.h>
@@ -45,7 +46,8 @@ static ssize_t write_memory(pid_t pid, uint64_t address, const void* from, size_
 static ino_t inode_of(pid_t pid, uint64_t fd) {
   struct stat st;
   const std::string path = "/proc/" + std::to_string(pid) + "/fd/" + std::to_string(fd);
-  return stat(path.c_str(), &st) == 0 && S_ISFIFO(st.st_mode) ? st.st_ino : 0;
+  const bool ours = stat(path.c_str(), &st) == 0 && (S_ISFIFO(st.st_mode) || S_ISSOCK(st.st_mode));
+  return ours ? st.st_ino : 0;
 }
 
 InputDevices::InputDevices(Fd listener, Fd control)
@@ -112,13 +114,16 @@ InputDevices::Answer InputDevices::answer_open(const seccomp_notif& asked) {
   Device* device = find(path + prefix);
   if (device == nullptr) return Answer::kContinue;  // the file system says what is wrong with it
   int ends[2];
-  if (pipe2(ends, O_CLOEXEC) != 0) return Answer::kContinue;
+  const bool readable_end = (device->description.flags & kReadableEnd) != 0;
+  if ((readable_end ? socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends)
+                    : pipe2(ends, O_CLOEXEC)) != 0)
+    return Answer::kContinue;
   Fd opened(ends[0]);
   Reader reader;
   reader.end.reset(ends[1]);
   fcntl(ends[1], F_SETFL, O_NONBLOCK);
   struct stat st;
-  fstat(ends[1], &st);
+  fstat(opened.get(), &st);
   reader.inode = st.st_ino;
   struct seccomp_notif_addfd handed = {};
   handed.id = asked.id;
@@ -228,9 +233,10 @@ bool InputDevices::flush(Reader* reader) {
 
 bool InputDevices::has_read_all(const Device& device) {
   return std::all_of(device.readers.begin(), device.readers.end(), [](const Reader& reader) {
-    int unread = 0;
-    ioctl(reader.end.get(), FIONREAD, &unread);
-    return reader.has_read_queue() && unread == 0;
+    int unread = 0, unsent = 0;
+    ioctl(reader.end.get(), FIONREAD, &unread);  // of a pipe
+    ioctl(reader.end.get(), SIOCOUTQ, &unsent);  // of a socket
+    return reader.has_read_queue() && unread == 0 && unsent == 0;
   });
 }
 

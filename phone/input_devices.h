@@ -28,7 +28,7 @@ class InputDevices {
   // One open() of a device.
   struct Reader {
     Fd end;                            // for writing; the opener has the other one
-    ino_t inode = 0;                   // of the pipe: tells whose a descriptor is
+    ino_t inode = 0;                   // of the other one: tells whose a descriptor is
     clockid_t clock = CLOCK_REALTIME;  // of the time stamps, as the kernel's devices begin
     std::string queue;                 // what the pipe had no room for,
     size_t moved = 0;                  // behind what has been moved into it since

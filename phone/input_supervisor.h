@@ -5,7 +5,7 @@
 // The filter asks for openat() for reading and writing without O_CREAT (the supervisor lets all but
 // those below /dev/input go on) and for the EVIOC requests of name, location, unique id and clock.
 // Every opener gets a pipe of its own, as every opener of a real device has a queue of its own.
-// docs/bench-phone.md shows `finger`, which plugs the devices and moves the fingers.
+// docs/touch-log.md shows `finger`, which plugs the devices and moves the fingers.
 #pragma once
 
 #include <sys/types.h>

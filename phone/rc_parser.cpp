@@ -19,7 +19,7 @@ constexpr struct {
     {"sdcard_rw", 1015}, {"media_rw", 1023}, {"sdcard_r", 1028}, {"everybody", 9997},
     {"shell", 2000},     {"net_bt", 3002},   {"inet", 3003},     {"net_raw", 3004},
     {"net_admin", 3005}, {"readproc", 3009}, {"wakelock", 3010}, {"diag", 2002},
-    {"misc", 9998},      {"nobody", 9999},
+    {"misc", 9998},      {"nobody", 9999},   {"cache", 2001},    {"ext_data_rw", 1078},
 };
 
 // Name and argument bounds of what may stand in an action.

@@ -65,7 +65,7 @@ constexpr LinkRow kRootLinks[] = {
     {"/etc", "system/etc"},
 };
 constexpr LinkRow kLateLinks[] = {  // inside the mounts below
-    {"/sys/kernel/debug", "/d"},
+    {"/sys/kernel/debug", "../../d"},  // not "/d": seen from outside, that would be the host's
 };
 constexpr MountRow kMounts[] = {
     {"/persist", "mode=0771,gid=1000,size=32m"},

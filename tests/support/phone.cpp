@@ -68,6 +68,7 @@ RunResult capture(const std::string& input, const std::function<void()>& child) 
     dup2(in.read_end.get(), 0);
     dup2(out.write_end.get(), 1);
     dup2(err.write_end.get(), 2);
+    in.write_end.reset();  // or a command that reads to the end would wait for itself
     child();
     _exit(127);
   }

@@ -1,0 +1,114 @@
+// The touch recorder as a worker of the real daemon: fingers move, a log run ends up in the store.
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include "tests/system/daemon.h"
+
+namespace {
+
+using Texts = std::vector<std::string>;
+
+constexpr int kTouch = 0x10;
+constexpr char kWorker[] = "ssd:debug-touch";  // the end of its name, which the kernel keeps
+
+class Touch : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_TRUE(phone.ok());
+    ASSERT_TRUE(settled(phone));
+  }
+  void finger(const std::string& script) {
+    const RunResult result = phone.shell("finger <<END\n" + script + "END\n");
+    ASSERT_EQ(result.status, 0) << result.err;
+  }
+  // Starts logging with the one device `event0`; its recorder, once it records.
+  PhoneProcess start() {
+    finger("plug event0 zelka_goodix_ts\n");
+    EXPECT_EQ(start_logging(phone, kTouch), 0);
+    EXPECT_TRUE(eventually([&] {
+      return phone.run({"finger", "list"}).out == "event0 1 zelka_goodix_ts\n" &&
+             phone.named(kWorker).size() == 1;
+    }));
+    const std::vector<PhoneProcess> found = phone.named(kWorker);
+    return found.empty() ? PhoneProcess() : found[0];
+  }
+  // "TYPE CODE VALUE" of the lines of an event file, once there are `count`.
+  Texts lines(const std::string& path, size_t count) {
+    std::vector<std::string> found;
+    EXPECT_TRUE(eventually([&] {
+      found = split(phone.read(path), "\n");
+      return found.size() >= count;
+    })) << path;
+    for (std::string& line : found) {
+      const std::vector<std::string> words = split(line, " ");
+      EXPECT_EQ(words.size(), 5u) << line;
+      if (words.size() == 5) line = words[2] + " " + words[3] + " " + words[4];
+    }
+    return found;
+  }
+
+  Phone phone{quick_vendor({"--input"})};
+};
+
+TEST_F(Touch, ASwipeIsInTheStoreAfterTheStop) {
+  start();
+  const std::string file = "/touch/event.txt";
+  finger("swipe event0 100 2000 300 1000 1\n");
+  const Texts expected = {
+      "EV_ABS ABS_MT_SLOT 0",          "EV_ABS ABS_MT_TRACKING_ID 0",
+      "EV_KEY BTN_TOUCH DOWN",         "EV_ABS ABS_MT_POSITION_X 100",
+      "EV_ABS ABS_MT_POSITION_Y 2000", "EV_SYN SYN_REPORT 0",
+      "EV_ABS ABS_MT_SLOT 0",          "EV_ABS ABS_MT_POSITION_X 300",
+      "EV_ABS ABS_MT_POSITION_Y 1000", "EV_SYN SYN_REPORT 0",
+      "EV_ABS ABS_MT_SLOT 0",          "EV_ABS ABS_MT_TRACKING_ID -1",
+      "EV_KEY BTN_TOUCH UP",           "EV_SYN SYN_REPORT 0",
+  };
+  const std::string run = run_name(phone);
+  EXPECT_EQ(lines(working_path(run) + file, expected.size()), expected);
+  EXPECT_EQ(stop_logging(phone), 0);
+  EXPECT_FALSE(phone.exists(working_path(run) + file));
+  EXPECT_EQ(lines(store_path(run) + file, expected.size()), expected);
+}
+
+// What a log says can be played again, and is recorded as the same.
+TEST_F(Touch, ALogCanBeReplayed) {
+  start();
+  finger("fingers event0 10 20\n");
+  const std::string file = working_path(run_name(phone)) + "/touch/event.txt";
+  const size_t count = 10 * 5 + 1 + 20 * 31 + 10 * 3 + 1;
+  const Texts first = lines(file, count);
+  ASSERT_EQ(first.size(), count);
+  phone.write("/data/fingers.txt", phone.read(file));
+  finger("rate 0\nreplay event0 /data/fingers.txt\n");
+  const Texts both = lines(file, 2 * count);
+  ASSERT_EQ(both.size(), 2 * count);
+  EXPECT_EQ(Texts(both.begin() + static_cast<ptrdiff_t>(count), both.end()), first);
+}
+
+// It waits for an event that does not come; the stop does not wait for it.
+TEST_F(Touch, TheStopEndsItWithoutInput) {
+  const PhoneProcess recorder = start();
+  EXPECT_EQ(stop_logging(phone), 0);
+  EXPECT_FALSE(is_alive(phone, recorder.pid));
+  EXPECT_EQ(overdue_kills(phone), Texts());
+}
+
+TEST_F(Touch, EndsByItsSignals) {
+  const struct {
+    int signal;
+    const char* said;
+  } rows[] = {{SIGTERM, " receive signal 15("},
+              {SIGINT, " receive signal 2("},
+              {SIGPIPE, " pipe broken, receive signal 13("},
+              {SIGALRM, " alarm arrives, receive signal 14("}};
+  for (const auto& row : rows) {
+    phone.run({"finger", "unplug", "event0"});
+    const PhoneProcess recorder = start();
+    ASSERT_TRUE(phone.signal(recorder.pid, row.signal));
+    EXPECT_TRUE(eventually([&] { return !is_alive(phone, recorder.pid); })) << row.signal;
+    EXPECT_EQ(count_lines(phone, std::to_string(recorder.pid) + row.said), 1) << row.signal;
+    EXPECT_EQ(stop_logging(phone), 0);
+  }
+}
+
+}  // namespace
