@@ -25,9 +25,21 @@ constexpr struct {
   const char* name;
   bool invocation::*field;
 } kSwitches[] = {
-    {"--json", &invocation::json}, {"--dry-run", &invocation::dry_run},
-    {"--yes", &invocation::yes},   {"--progress", &invocation::progress},
-    {"--help", &invocation::help}, {"-h", &invocation::help},
+    {"--json", &invocation::json},         {"--dry-run", &invocation::dry_run},
+    {"--yes", &invocation::yes},           {"--progress", &invocation::progress},
+    {"--help", &invocation::help},         {"-h", &invocation::help},
+    {"--estimate", &invocation::estimate},
+};
+
+// Options with a value behind them or behind "=".
+constexpr struct {
+  const char* name;
+  std::string invocation::*field;  // null: --timeout, which is a number
+} kValues[] = {
+    {"--timeout", nullptr},
+    {"--select", &invocation::select},
+    {"--output", &invocation::output},
+    {"-o", &invocation::output},
 };
 
 bool set_switch(const std::string& word, invocation* call) {
@@ -36,6 +48,27 @@ bool set_switch(const std::string& word, invocation* call) {
     call->*row.field = true;
     return true;
   }
+  return false;
+}
+
+// Reads the option in words[*at], and its value, which may be the next word.
+bool read_value(const std::vector<std::string>& words, size_t* at, invocation* call,
+                std::string* error) {
+  const std::string& word = words[*at];
+  const size_t equals = word.find('=');
+  const std::string name = word.substr(0, equals);
+  for (const auto& row : kValues) {
+    if (name != row.name) continue;
+    if (equals == std::string::npos && *at + 1 == words.size()) {
+      *error = name + " wants a value";
+      return false;
+    }
+    const std::string value = equals == std::string::npos ? words[++*at] : word.substr(equals + 1);
+    if (row.field == nullptr) return parse_timeout(value, call, error);
+    call->*row.field = value;
+    return true;
+  }
+  *error = "unknown option " + word;
   return false;
 }
 
@@ -49,20 +82,8 @@ bool split_words(const std::vector<std::string>& words, invocation* call, std::s
       options = false;
     } else if (!options || word.size() < 2 || word[0] != '-') {
       name->empty() ? * name = word : call->arguments.emplace_back(word);
-    } else if (!set_switch(word, call)) {
-      const size_t equals = word.find('=');
-      const std::string option = word.substr(0, equals);
-      if (option != "--timeout" && option != "--select") {
-        *error = "unknown option " + word;
-        return false;
-      }
-      if (equals == std::string::npos && i + 1 == words.size()) {
-        *error = option + " wants a value";
-        return false;
-      }
-      const std::string value = equals == std::string::npos ? words[++i] : word.substr(equals + 1);
-      if (option == "--select") call->select = value;
-      if (option == "--timeout" && !parse_timeout(value, call, error)) return false;
+    } else if (!set_switch(word, call) && !read_value(words, &i, call, error)) {
+      return false;
     }
   }
   return true;
@@ -74,10 +95,19 @@ std::string wrong_use(const invocation& call) {
   if (count < what.min_arguments || count > what.max_arguments) {
     return std::string("usage: harrowmossctl ") + what.name + " " + what.arguments;
   }
-  const bool selects =
-      what.request != nullptr && what.request->arguments == request_arguments::kMaskPathInt;
-  if (!call.select.empty() && !selects) return "--select is for feedback";
-  if (call.dry_run && what.timeout_s == 0) return "--dry-run is for commands that ask the daemon";
+  const struct {
+    bool given;
+    unsigned option;
+    const char* said;
+  } special[] = {
+      {!call.select.empty(), kTakesSelect, "--select is for feedback"},
+      {call.estimate, kTakesEstimate, "--estimate is for feedback"},
+      {!call.output.empty(), kTakesOutput, "-o is for pack"},
+      {call.dry_run, kTakesDryRun, "--dry-run is for commands that ask the daemon"},
+  };
+  for (const auto& row : special) {
+    if (row.given && (what.options & row.option) == 0) return row.said;
+  }
   if (what.dangerous && !call.yes && !call.dry_run) {
     return std::string(what.name) + ": " + what.summary + "; say --yes if that is what you want";
   }

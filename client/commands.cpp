@@ -2,8 +2,13 @@
 
 #include <stdio.h>
 
+#include "client/doctor.h"
+#include "client/estimate.h"
 #include "client/local_commands.h"
+#include "client/pack.h"
+#include "client/quota.h"
 #include "client/requests.h"
+#include "client/run_check.h"
 
 namespace {
 
@@ -14,68 +19,85 @@ constexpr int kStop = 540;   // closing bug report (300), workers (3.1 each), ve
 constexpr int kStart = 960;  // opening bug report, starts, and a whole stop when types change
 constexpr int kLocal = 0;
 
+constexpr unsigned kForFeedback = kTakesDryRun | kTakesSelect | kTakesEstimate;
+
 constexpr const request_name* request(int32_t code) {
   return &kRequestNames[code - 1];
 }
 
 // clang-format off
 
-// name, arguments, min, max, time-out, dangerous, request, function, summary, details
+// name, arguments, min, max, time-out, dangerous, options, request, function, summary, details
 constexpr command kCommands[] = {
-    {"status", "", 0, 0, kLocal, false, nullptr, run_status,
+    {"status", "", 0, 0, kLocal, false, kTakesNone, nullptr, run_status,
      "what is captured, where, and by which processes",
      "Reads properties, /proc and directory sizes only; the daemon is not disturbed, so it works while\n"
      "another client holds it. Processes of root are seen by root and by the group readproc.\n"},
-    {"types", "", 0, 0, kLocal, false, nullptr, run_types,
+    {"types", "", 0, 0, kLocal, false, kTakesNone, nullptr, run_types,
      "logger types and feedback selections by name", ""},
-    {"runs", "", 0, 0, kLocal, false, nullptr, run_runs,
+    {"runs", "", 0, 0, kLocal, false, kTakesNone, nullptr, run_runs,
      "the runs on the phone and the holes in their logs",
      "A run is complete, capturing, or left-behind (it was never moved to shared storage). Types are\n"
      "\"seen\" by what a run holds; types that leave nothing of their own are known for the current run\n"
      "only. A replaced logcat means lines lost before the named file; rotated-out generations are lost\n"
      "when the oldest one kept does not begin the way a logcat begins, or when one is missing between.\n"},
-    {"version", "", 0, 0, kQuick, false, request(1), run_request,
+    {"check", "RUN", 1, 1, kLocal, false, kTakesNone, nullptr, run_check,
+     "what a run's types promised against what lies in it",
+     "RUN: a name or number of `runs`. Tells what is missing, empty, or lost between two logcats or by\n"
+     "rotation, and ends with 1 then. A note is no fault: the piece may be absent for a good reason.\n"},
+    {"pack", "RUN", 1, 1, kLocal, false, kTakesOutput, nullptr, run_pack,
+     "one .tar.gz of a run or a bundle",
+     "RUN: a name or number of `runs`, or the absolute path of a bundle. -o names the archive; without\n"
+     "it a run's is /sdcard/RUN.tar.gz, a bundle's lies beside it. -o - writes to standard output:\n"
+     "adb exec-out harrowmossctl pack 12 -o - > 12.tar.gz. The manifest comes first in the archive.\n"},
+    {"du", "", 0, 0, kLocal, false, kTakesNone, nullptr, run_du,
+     "used bytes against the quota, and the run that would go next", ""},
+    {"doctor", "", 0, 0, kQuick, false, kTakesNone, nullptr, run_doctor,
+     "why there is no log, and the remedy",
+     "Ends with 0 when nothing is wrong, else with 1.\n"},
+    {"version", "", 0, 0, kQuick, false, kTakesDryRun, request(1), run_request,
      "the daemon's protocol version", ""},
-    {"start", "TYPES", 1, 1, kStart, false, request(2), run_request,
+    {"start", "TYPES", 1, 1, kStart, false, kTakesDryRun, request(2), run_request,
      "start debug logging",
      "TYPES: names with commas (mobile,net), a number, \"all\"; see `types`. With other types than the\n"
      "current ones the current run is stopped first. Nothing changes, and the result is null, when it\n"
      "is on with the same types. MPSSDump, so also \"all\", may crash the phone on purpose.\n"},
-    {"stop", "", 0, 0, kStop, false, request(3), run_request,
+    {"stop", "", 0, 0, kStop, false, kTakesDryRun, request(3), run_request,
      "stop debug logging and move the run to shared storage", ""},
-    {"log-dir", "", 0, 0, kQuick, false, request(9), run_request,
+    {"log-dir", "", 0, 0, kQuick, false, kTakesDryRun, request(9), run_request,
      "the name of the daemon's latest run", ""},
-    {"feedback", "--select LIST DIRECTORY", 1, 1, kCopy, false, request(6), run_request,
+    {"feedback", "--select LIST DIRECTORY", 1, 1, kCopy, false, kForFeedback, request(6), run_feedback,
      "collect a feedback bundle",
      "LIST: selections with commas (general,tombstone); see `types`. The directory is made when it is\n"
-     "missing; everything in it is opened to all users.\n"},
-    {"feedback-start", "", 0, 0, kQuick, false, request(4), run_request,
+     "missing; everything in it is opened to all users. With --estimate nothing is sent: it shows the\n"
+     "bytes of each selection against the room at the destination, and ends with 1 without room.\n"},
+    {"feedback-start", "", 0, 0, kQuick, false, kTakesDryRun, request(4), run_request,
      "accepted by the daemon, does nothing", ""},
-    {"feedback-stop", "", 0, 0, kQuick, false, request(5), run_request,
+    {"feedback-stop", "", 0, 0, kQuick, false, kTakesDryRun, request(5), run_request,
      "accepted by the daemon, does nothing", ""},
-    {"build-state", "", 0, 0, kQuick, false, request(7), run_request,
+    {"build-state", "", 0, 0, kQuick, false, kTakesDryRun, request(7), run_request,
      "whether /system is intact (0) or modified (1)", ""},
-    {"build-id", "", 0, 0, kQuick, false, request(11), run_request,
+    {"build-id", "", 0, 0, kQuick, false, kTakesDryRun, request(11), run_request,
      "the build's fingerprint", ""},
-    {"boot-reason", "", 0, 0, kQuick, false, request(16), run_request,
+    {"boot-reason", "", 0, 0, kQuick, false, kTakesDryRun, request(16), run_request,
      "why the phone booted", ""},
-    {"system-size", "", 0, 0, kQuick, false, request(10), run_request,
+    {"system-size", "", 0, 0, kQuick, false, kTakesDryRun, request(10), run_request,
      "used bytes of /system", ""},
-    {"no-service", "", 0, 0, kQuick, false, request(8), run_request,
+    {"no-service", "", 0, 0, kQuick, false, kTakesDryRun, request(8), run_request,
      "ask the watchdog for one modem log", "Needs debug logging with the type MPSSDump.\n"},
-    {"copy-traces", "DIRECTORY", 1, 1, kCopy, false, request(14), run_request,
+    {"copy-traces", "DIRECTORY", 1, 1, kCopy, false, kTakesDryRun, request(14), run_request,
      "copy /data/local/traces", "The directory is made when it is missing.\n"},
-    {"copy-kernel-log", "DIRECTORY", 1, 1, kCopy, false, request(15), run_request,
+    {"copy-kernel-log", "DIRECTORY", 1, 1, kCopy, false, kTakesDryRun, request(15), run_request,
      "copy the kernel log that was saved at boot", "The directory is made when it is missing.\n"},
-    {"move-traces", "", 0, 0, kStop, false, request(13), run_request,
+    {"move-traces", "", 0, 0, kStop, false, kTakesDryRun, request(13), run_request,
      "move /data/local/traces/* to /sdcard/zelkalog/traces", ""},
-    {"delete-logs", "", 0, 0, kStop, true, request(12), run_request,
+    {"delete-logs", "", 0, 0, kStop, true, kTakesDryRun, request(12), run_request,
      "delete every run, the vendor's logs and /data/anr",
      "Also the run that is being captured, and numbering begins at 1 again.\n"},
-    {"raw", "HEX...", 1, 64, kCopy, true, nullptr, run_raw,
+    {"raw", "HEX...", 1, 64, kCopy, true, kTakesDryRun, nullptr, run_raw,
      "send a payload given in hexadecimal, show the reply",
      "The 2-byte length is put before it. A payload that would end the daemon is never sent.\n"},
-    {"help", "[COMMAND]", 0, 1, kLocal, false, nullptr, run_help, "this, or the help of a command", ""},
+    {"help", "[COMMAND]", 0, 1, kLocal, false, kTakesNone, nullptr, run_help, "this, or the help of a command", ""},
 };
 
 // clang-format on
@@ -109,8 +131,11 @@ std::string general_help() {
          "  --yes               do what can destroy something\n"
          "  --progress          show the daemon's steps also when this is no terminal\n"
          "  --select LIST       what `feedback` collects\n"
+         "  --estimate          show what `feedback` would take; send nothing\n"
+         "  -o, --output FILE   where `pack` puts the archive; - is standard output\n"
          "  -h, --help          this, or the help of the command\n"
-         "\nExit codes: 0 ok, 1 the daemon reports failure, 2 usage, 3 cannot connect,\n"
+         "\nExit codes: 0 ok, 1 the daemon reports failure or something is wrong, 2 usage, 3 "
+         "cannot connect,\n"
          "4 timed out or busy with another client, 5 bad reply.\n"
          "\nExample: harrowmossctl start mobile,net; harrowmossctl status; harrowmossctl stop\n";
 }

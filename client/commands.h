@@ -12,6 +12,15 @@
 
 struct invocation;
 
+// Options that only some commands take.
+enum command_option : unsigned {
+  kTakesNone = 0,
+  kTakesDryRun = 1,
+  kTakesSelect = 2,
+  kTakesEstimate = 4,
+  kTakesOutput = 8,
+};
+
 struct command {
   const char* name;
   const char* arguments;  // as the usage line shows them
@@ -19,6 +28,7 @@ struct command {
   size_t max_arguments;
   int timeout_s;                // for the daemon's answer; 0: the daemon is not asked
   bool dangerous;               // destroys or may harm something: wants --yes
+  unsigned options;             // command_option
   const request_name* request;  // what is sent; null when nothing, or nothing fixed
   int (*run)(const invocation& call, environment& env);  // an exit_code
   const char* summary;                                   // one line
@@ -30,6 +40,8 @@ struct invocation {
   const command* what = nullptr;  // null only when `help` is set
   std::vector<std::string> arguments;
   std::string select;  // --select, "" when not given
+  std::string output;  // -o, "" when not given
+  bool estimate = false;
   bool json = false;
   bool dry_run = false;
   bool yes = false;

@@ -3,6 +3,7 @@
 #include <cutils/properties.h>
 #include <cutils/sockets.h>
 #include <sys/socket.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 #include "protocol/protocol.h"
@@ -27,6 +28,13 @@ environment phone_environment() {
     char value[PROPERTY_VALUE_MAX] = {};
     property_get(key, value, fallback);
     return std::string(value);
+  };
+  env.space = [](const std::string& path, volume_space* out) {
+    struct statfs info;
+    if (statfs(path.c_str(), &info) != 0 || info.f_blocks == 0) return false;
+    out->block = static_cast<int64_t>(info.f_bsize);
+    out->available = out->block * static_cast<int64_t>(info.f_bavail);
+    return true;
   };
   env.out = stdout;
   env.err = stderr;

@@ -2,6 +2,7 @@
 // directory tree and properties of their own.
 #pragma once
 
+#include <stdint.h>
 #include <stdio.h>
 
 #include <functional>
@@ -11,10 +12,17 @@
 enum exit_code {
   EXIT_OK = 0,
   EXIT_DAEMON_FAILED = 1,  // the daemon answered with a negative result
+  EXIT_FAILED = 1,         // a command of the client's own found something wrong, or failed
   EXIT_USAGE = 2,
   EXIT_NO_CONNECTION = 3,
   EXIT_TIMED_OUT = 4,  // or busy with another client
   EXIT_BAD_REPLY = 5,  // not the protocol, or the connection ended early
+};
+
+// The file system of a path.
+struct volume_space {
+  int64_t block = 4096;   // bytes; files take whole blocks
+  int64_t available = 0;  // bytes that ordinary users may still write
 };
 
 struct environment {
@@ -22,9 +30,12 @@ struct environment {
   std::function<int()> dial;
   // The value of a property, or the second argument when it is unset or empty.
   std::function<std::string(const char*, const char*)> property;
+  // False when the path cannot be asked, or its file system has no size.
+  std::function<bool(const std::string& path, volume_space* out)> space;
   FILE* out;
   FILE* err;
   bool progress;         // show steps on `err` while a long request runs
+  std::string root;      // put before every other absolute path of the phone; "" on the phone
   std::string proc;      // "/proc"
   std::string store;     // finished runs
   std::string working;   // runs being captured

@@ -37,6 +37,11 @@ constexpr worker_rule kWorkerRules[] = {
     {where::kProgram, "harrowmossd:general-", "feedback"},
     {where::kCommand, "/ipc_logging/qrtr_", "mobile"},
     {where::kCommand, "/.logger/kernel_pmic.txt", "kernel log"},
+    // Scripts, and what they leave running: an orphan has lost the parent that tells its type.
+    {where::kCommand, "/system/etc/get_net_log.sh", "net"},
+    {where::kCommand, "/system/etc/power_logs_", "power"},
+    {where::kCommand, "/system/etc/fg_logs_start.sh", "power"},
+    {where::kCommand, "/system/etc/watch_fd.sh", "mobile"},
 };
 
 std::string_view base_name(std::string_view path) {

@@ -11,8 +11,10 @@
 #include "client/files.h"
 #include "client/json.h"
 #include "client/progress.h"
+#include "client/session.h"
 #include "client/settings.h"
 #include "client/text.h"
+#include "client/volume.h"
 #include "protocol/encode.h"
 #include "protocol/names.h"
 
@@ -21,10 +23,8 @@ namespace {
 using std::chrono::milliseconds;
 
 constexpr milliseconds kVersionTimeout{10'000};  // a daemon that serves us answers at once
-constexpr int64_t kVersionSerial = 1;
 constexpr int64_t kRequestSerial = 2;
 
-constexpr const request_name& kVersion = kRequestNames[0];
 constexpr int32_t kStart = 2;
 
 // clang-format off
@@ -90,29 +90,17 @@ outcome converse(const invocation& call, environment& env, std::string_view fram
                  const std::string& destination, std::string* bytes) {
   connection daemon;
   const steady_time served_by = after(std::min(kVersionTimeout, call.timeout));
-  outcome result = daemon.open(env.dial, served_by);
+  outcome result = open_session(env, served_by, &daemon, nullptr);
   if (result.code != EXIT_OK) return result;
-
-  request_frame question;
-  encode_request(kVersion, kVersionSerial, {}, &question, &result.error);
-  result = daemon.exchange(question.bytes, served_by, nullptr, bytes);
-  if (result.code == EXIT_TIMED_OUT) {
-    result.error =
-        "connected, but not served: the daemon serves one client at a time and another "
-        "one holds it, or it is busy with a long request";
-  }
-  if (result.code != EXIT_OK) return result;
-  reply version;
-  if (!decode_reply(*bytes, kVersion, kVersionSerial, &version, &result.error)) {
-    return {EXIT_BAD_REPLY, result.error};
-  }
-  if (!version.has_result || version.number != kProtocolVersion) {
-    return {EXIT_BAD_REPLY, "the daemon speaks protocol version " + std::to_string(version.number) +
-                                ", this client " + std::to_string(kProtocolVersion)};
-  }
 
   if (!destination.empty() && !make_directories(destination)) {
-    return {EXIT_USAGE, "cannot make the directory " + destination + ": " + strerror(errno)};
+    const int failure = errno;
+    std::string error = "cannot make the directory " + destination + ": " + strerror(failure);
+    volume_space space;
+    if (failure == ENOSPC && env.space(existing_parent(destination), &space)) {
+      error += "; " + space_text(destination, space.block, space.available);
+    }
+    return {EXIT_USAGE, error};
   }
 
   std::function<void()> tick;
@@ -177,8 +165,11 @@ bool read_values(const invocation& call, environment& env, request_values* value
 // The daemon answers 0 to a start even when it found too little space and switched logging off.
 std::string start_warning(const reply& answer, const environment& env) {
   if (answer.code != kStart || failed(answer) || read_settings(env).logging) return "";
-  return "the daemon accepted the start, but debug logging is off: it needs more than 64 MiB free "
-         "on /sdcard and more than 128 MiB on /data";
+  std::string text =
+      "the daemon accepted the start, but debug logging is off: it wants more than "
+      "64 MiB free on /sdcard and more than 128 MiB on /data";
+  for (const volume_reading& volume : read_volumes(env)) text += "; " + space_text(volume);
+  return text;
 }
 
 int show_reply(const invocation& call, environment& env, const std::string& bytes) {
@@ -190,7 +181,7 @@ int show_reply(const invocation& call, environment& env, const std::string& byte
   }
   const std::string warning = start_warning(answer, env);
   if (!warning.empty()) fprintf(env.err, "harrowmossctl: %s\n", warning.c_str());
-  const std::string text = reply_text(answer, request);
+  const std::string text = warning.empty() ? reply_text(answer, request) : "debug logging is off";
   if (call.json) {
     fputs(reply_json(answer, request, warning).c_str(), env.out);
   } else {

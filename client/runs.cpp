@@ -4,6 +4,7 @@
 #include <string.h>
 
 #include <algorithm>
+#include <initializer_list>
 #include <map>
 #include <string_view>
 
@@ -16,6 +17,9 @@ namespace {
 constexpr size_t kHeadLimit = 64;             // enough for logcat's opening line
 constexpr size_t kPropertiesLimit = 1 << 18;  // a phone's property list is about 60 KiB
 constexpr std::string_view kLogcatOpening = "--------- beginning of ";
+constexpr const char* kTypesKey = "persist.sys.zklog.type";
+constexpr std::initializer_list<const char*> kBuildKeys = {"ro.vendor.build.display.id",
+                                                           "ro.build.display.id"};
 constexpr std::string_view kDigits = "0123456789";
 
 // Logcat buffers, as they end the file names "<display id>-<buffer>.txt".
@@ -84,10 +88,12 @@ std::string listed_property(const std::string& list, const char* key) {
   return "";
 }
 
-std::string build_of_lists(const std::string& directory) {
+// The value of the first of `keys` that a property list of the run has.
+std::string property_of_lists(const std::string& directory,
+                              std::initializer_list<const char*> keys) {
   for (const char* list : {"/system.prop", "/system_stop.prop"}) {
     const std::string text = read_start(directory + list, kPropertiesLimit);
-    for (const char* key : {"ro.vendor.build.display.id", "ro.build.display.id"}) {
+    for (const char* key : keys) {
       const std::string value = listed_property(text, key);
       if (!value.empty()) return value;
     }
@@ -109,14 +115,21 @@ lost_lines judge_loss(const generations& kept) {
   return logcat ? lost_lines::kYes : lost_lines::kUnknown;
 }
 
+}  // namespace
+
 void add_content(const std::string& directory, run_report* run) {
   std::map<std::string, generations> rotated;
+  const std::string types = property_of_lists(directory, {kTypesKey});
+  if (!run->types_known && !types.empty()) {
+    run->types = atoi(types.c_str());
+    run->types_known = true;
+  }
   for (const std::string& name : list_directory(directory)) {
     if (!run->types_known && is_directory(directory + "/" + name)) {
       run->types |= type_of_directory(name);
     }
   }
-  if (run->build.empty()) run->build = build_of_lists(directory);
+  if (run->build.empty()) run->build = property_of_lists(directory, kBuildKeys);
   std::string build;
   walk_files(directory, [&](const std::string& path, int64_t bytes) {
     run->bytes += bytes;
@@ -136,8 +149,6 @@ void add_content(const std::string& directory, run_report* run) {
   }
   std::sort(run->replaced.begin(), run->replaced.end());
 }
-
-}  // namespace
 
 bool parse_run_name(const std::string& name, run_report* run) {
   std::string_view rest = name;
@@ -177,13 +188,33 @@ std::vector<run_report> read_runs(const environment& env) {
     if (!current && !run.working.empty()) run.state = run_state::kLeftBehind;
     run.types_known = current;
     if (current) run.types = settings.types;
-    for (const std::string& place : {run.working, run.store}) {
-      if (!place.empty()) add_content(place, &run);
-    }
+    for (const std::string& place : directories_of(run)) add_content(place, &run);
     runs.push_back(run);
   }
   std::stable_sort(runs.begin(), runs.end(), [](const run_report& a, const run_report& b) {
     return a.sequence < b.sequence;
   });
   return runs;
+}
+
+bool find_run(const std::vector<run_report>& runs, const std::string& word, run_report* found,
+              std::string* error) {
+  int matches = 0;
+  for (const run_report& run : runs) {
+    const bool number = is_number(word) && run.sequence == atoll(word.c_str());
+    if (run.name != word && !number) continue;
+    *found = run;
+    ++matches;
+  }
+  if (matches == 0) *error = "there is no run \"" + word + "\"; see harrowmossctl runs";
+  if (matches > 1) *error = "several runs have the number " + word + "; say the whole name";
+  return matches == 1;
+}
+
+std::vector<std::string> directories_of(const run_report& run) {
+  std::vector<std::string> places;
+  for (const std::string& place : {run.working, run.store}) {
+    if (!place.empty()) places.push_back(place);
+  }
+  return places;
 }

@@ -31,8 +31,8 @@ struct run_report {
   run_state state = run_state::kComplete;
   std::string store;  // its directories; "" when it has none there
   std::string working;
-  int32_t types = 0;         // as the settings say for the current run, else as its content shows
-  bool types_known = false;  // false: types that leave nothing in a run may be missing
+  int32_t types = 0;         // of the settings, of its property list, or as its content shows
+  bool types_known = false;  // false: content only; types that leave nothing may be missing
   std::string build;         // the display id, "" when nothing tells it
   int64_t bytes = 0;
   std::vector<std::string>
@@ -43,8 +43,22 @@ struct run_report {
 // "12#03-07_14-05-09" or "03-07_14-05-09": fills name, sequence and date; false for other names.
 bool parse_run_name(const std::string& name, run_report* run);
 
+// Adds what `directory` (a run's, or a bundle's) tells of itself: types, build, bytes, holes.
+void add_content(const std::string& directory, run_report* run);
+
 // All runs in both places, by sequence.
 std::vector<run_report> read_runs(const environment& env);
+
+// The run that `word` names: its name or its number. False and one line in `error` when there is
+// none, or more than one of that number.
+bool find_run(const std::vector<run_report>& runs, const std::string& word, run_report* found,
+              std::string* error);
+
+// Its directories: one, or two for a run that was moved in part.
+std::vector<std::string> directories_of(const run_report& run);
+
+// "complete", "capturing", "left-behind".
+const char* state_name(const run_report& run);
 
 std::string runs_text(const std::vector<run_report>& runs);
 std::string runs_json(const std::vector<run_report>& runs);

@@ -16,11 +16,11 @@ constexpr const char* kLostNames[] = {"no", "yes", "unknown"};
 constexpr const char* kLostTexts[] = {"nothing lost yet", "older lines are lost",
                                       "whether older lines are lost cannot be told"};
 
+}  // namespace
+
 const char* state_name(const run_report& run) {
   return kStateNames[static_cast<int>(run.state)];
 }
-
-}  // namespace
 
 std::string runs_text(const std::vector<run_report>& runs) {
   if (runs.empty()) return "no runs\n";

@@ -14,14 +14,18 @@ constexpr int32_t kModemAndWifi = 0x2 | 0x40;  // either shrinks the quota to th
 
 }  // namespace
 
+bool shrinks_quota(int32_t types) {
+  return (types & kModemAndWifi) != 0;
+}
+
 logging_settings read_settings(const environment& env) {
   logging_settings settings;
   settings.logging = env.property(kEnable, "off").compare(0, 2, "on") == 0;
   settings.types = atoi(env.property(kTypes, "1").c_str());
   settings.store_path = env.property(kStorePath, "");
   settings.run_name = settings.store_path.substr(settings.store_path.find_last_of('/') + 1);
-  settings.quota_gib = ((settings.types & kModemAndWifi) != 0 ? 0.75 : 1.0) *
-                       atoi(env.property(kQuota, "20").c_str());
+  settings.quota_setting = atoi(env.property(kQuota, "20").c_str());
+  settings.quota_gib = (shrinks_quota(settings.types) ? 0.75 : 1.0) * settings.quota_setting;
   settings.deletion = env.property(kDeletion, "true") == "true";
   return settings;
 }

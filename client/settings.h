@@ -12,8 +12,12 @@ struct logging_settings {
   int32_t types = 0;       // logger type mask; text that is no number counts as 0
   std::string store_path;  // where the latest run ends, "" before the first
   std::string run_name;    // last component of store_path
+  int quota_setting = 0;   // GiB, as it is set
   double quota_gib = 0;    // at which the oldest runs are removed
   bool deletion = false;   // the quota is enforced
 };
+
+// True when `types` hold modem or wifi, with which only three quarters of the quota count.
+bool shrinks_quota(int32_t types);
 
 logging_settings read_settings(const environment& env);

@@ -4,6 +4,7 @@
 
 #include "client/files.h"
 #include "client/json.h"
+#include "client/quota.h"
 #include "client/text.h"
 #include "protocol/names.h"
 
@@ -24,7 +25,7 @@ status_report read_status(const environment& env) {
     report.working_dir = env.working + "/" + report.settings.run_name;
     report.working_bytes = tree_bytes(report.working_dir);
   }
-  report.used_bytes = tree_bytes(env.working) + tree_bytes(env.store);
+  report.used_bytes = quota_bytes(env.working) + quota_bytes(env.store);
 
   const std::vector<process> all = read_processes(env.proc);
   const process* daemon = find_daemon(all);

@@ -26,6 +26,12 @@ std::string printable(std::string_view bytes) {
   return text;
 }
 
+std::string one_line(std::string_view bytes) {
+  std::string text = printable(bytes);
+  for (size_t at; (at = text.find('\n')) != std::string::npos;) text.replace(at, 1, "\\x0a");
+  return text;
+}
+
 std::string hex_text(std::string_view bytes) {
   std::string text;
   for (const char c : bytes) {

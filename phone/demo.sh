@@ -91,6 +91,16 @@ show harrowmossctl runs
 say "A feedback bundle: what a bug report needs of the phone's state"
 show harrowmossctl feedback --select general,tombstone /sdcard/report
 
+show harrowmossctl feedback --estimate --select general,tombstone /sdcard/report
+show harrowmossctl pack /sdcard/report
+show sha256sum /sdcard/report.tar.gz
+show tar -x -O -z -f /sdcard/report.tar.gz report.manifest.txt | head -n 8
+show head -n 6 /sdcard/report/others.prop
+
+say "Why is there no log? (after the stop: because logging is off)"
+harrowmossctl doctor | head -n 4
+show harrowmossctl du
+
 say "What was collected"
 cd /sdcard/zelkalog || die "no /sdcard/zelkalog"
 find /sdcard/zelkalog /sdcard/report -type f | sort | while read -r file; do

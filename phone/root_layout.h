@@ -125,6 +125,7 @@ constexpr ProgramRow kHostPrograms[] = {
     {"tr",     "/system/bin/tr"},
     {"dd",     "/system/bin/dd"},
     {"tar",    "/system/bin/tar"},
+    {"gzip",   "/system/bin/gzip"},
     {"diff",   "/system/bin/diff"},
 };
 constexpr const char* kScripts[] = {

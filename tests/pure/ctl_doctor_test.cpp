@@ -21,107 +21,108 @@ health_facts healthy() {
   return facts;
 }
 
+const struct {
+  const char* what;
+  std::function<void(health_facts*)> harm;
+  std::vector<std::string> ids;
+  const char* said;
+} kFaults[] = {
+    {"nothing", [](health_facts*) {}, {}, ""},
+    {"switch",
+     [](health_facts* f) { f->settings.logging = false, f->enable = "off"; },
+     {"switch"},
+     "off"},
+    {"switch that begins with on",
+     [](health_facts* f) { f->enable = "only", f->sees_monitor = false; },
+     {"odd-switch"},
+     "\"only\""},
+    {"one byte short",
+     [](health_facts* f) { f->volumes[0].available = 99; },
+     {"space"},
+     "/sdcard: 100 bytes wanted, 99 free"},
+    {"short in both",
+     [](health_facts* f) { f->volumes[0].available = 0, f->volumes[1].available = 1; },
+     {"space"},
+     "/sdcard: 100 bytes wanted, 0 free; /data: 200 bytes wanted, 1 free"},
+    {"a volume that cannot be asked keeps nobody from logging",
+     [](health_facts* f) {
+       f->volumes[0] = {"/sdcard", 100, 0, false};
+     },
+     {},
+     ""},
+    {"deletion", [](health_facts* f) { f->settings.deletion = false; }, {"deletion"}, "fill"},
+    {"storage", [](health_facts* f) { f->mounted = "0"; }, {"storage"}, "not mounted"},
+    {"mounted somehow", [](health_facts* f) { f->mounted = "true"; }, {}, ""},
+    {"files",
+     [](health_facts* f) {
+       f->missing = {{"/system/bin/sh", "everything"}, {"/x.sh", "net"}};
+     },
+     {"missing-files"},
+     "/system/bin/sh (for everything), /x.sh (for net)"},
+    {"no daemon",
+     [](health_facts* f) {
+       f->sees_daemon = f->sees_monitor = f->sees_logcats = false;
+       f->session = {EXIT_NO_CONNECTION, "cannot connect"};
+     },
+     {"no-daemon"},
+     "does not run: cannot connect"},
+    {"processes are hidden from us",
+     [](health_facts* f) { f->sees_daemon = f->sees_monitor = f->sees_logcats = false; },
+     {},
+     ""},
+    {"no right to connect",
+     [](health_facts* f) {
+       f->session = {EXIT_NO_CONNECTION, "cannot connect"};
+     },
+     {"not-answering"},
+     "cannot connect"},
+    {"another protocol",
+     [](health_facts* f) {
+       f->session = {EXIT_BAD_REPLY, "version 2"};
+     },
+     {"not-answering"},
+     "version 2"},
+    {"held",
+     [](health_facts* f) {
+       f->session = {EXIT_TIMED_OUT, "held"};
+     },
+     {"held"},
+     "held"},
+    {"held, processes hidden",
+     [](health_facts* f) {
+       f->sees_daemon = f->sees_monitor = f->sees_logcats = false;
+       f->session = {EXIT_TIMED_OUT, "held"};
+     },
+     {"held"},
+     "held"},
+    {"monitor", [](health_facts* f) { f->sees_monitor = false; }, {"no-monitor"}, "quota"},
+    {"a monitor is not wanted without deletion",
+     [](health_facts* f) { f->sees_monitor = f->settings.deletion = false; },
+     {"deletion"},
+     ""},
+    {"logcats", [](health_facts* f) { f->sees_logcats = false; }, {"no-logcat"}, "mobile"},
+    {"logcats are for mobile only",
+     [](health_facts* f) { f->sees_logcats = false, f->settings.types = 4; },
+     {},
+     ""},
+    {"self log", [](health_facts* f) { f->self_log = false; }, {"self-log"}, "self log"},
+    {"left behind",
+     [](health_facts* f) {
+       f->left_behind = {"/data/1", "/data/2"};
+     },
+     {"left-behind"},
+     "/data/1, /data/2"},
+    {"mask 0", [](health_facts* f) { f->settings.types = 0; }, {"mask"}, "mask 0"},
+    {"only an option", [](health_facts* f) { f->settings.types = 0x10000; }, {"mask"}, "65536"},
+    {"hexadecimal mask",
+     [](health_facts* f) { f->type_text = "0x3", f->settings.types = 0; },
+     {"mask-text", "mask"},
+     "\"0x3\""},
+    {"unset mask", [](health_facts* f) { f->type_text = ""; }, {}, ""},
+};
+
 TEST(CtlDoctor, FindsEachFaultAndNothingElse) {
-  const struct {
-    const char* what;
-    std::function<void(health_facts*)> harm;
-    std::vector<std::string> ids;
-    const char* said;
-  } rows[] = {
-      {"nothing", [](health_facts*) {}, {}, ""},
-      {"switch",
-       [](health_facts* f) { f->settings.logging = false, f->enable = "off"; },
-       {"switch"},
-       "off"},
-      {"switch that begins with on",
-       [](health_facts* f) { f->enable = "only", f->sees_monitor = false; },
-       {"odd-switch"},
-       "\"only\""},
-      {"one byte short",
-       [](health_facts* f) { f->volumes[0].available = 99; },
-       {"space"},
-       "/sdcard: 100 bytes wanted, 99 free"},
-      {"short in both",
-       [](health_facts* f) { f->volumes[0].available = 0, f->volumes[1].available = 1; },
-       {"space"},
-       "/sdcard: 100 bytes wanted, 0 free; /data: 200 bytes wanted, 1 free"},
-      {"a volume that cannot be asked keeps nobody from logging",
-       [](health_facts* f) {
-         f->volumes[0] = {"/sdcard", 100, 0, false};
-       },
-       {},
-       ""},
-      {"deletion", [](health_facts* f) { f->settings.deletion = false; }, {"deletion"}, "fill"},
-      {"storage", [](health_facts* f) { f->mounted = "0"; }, {"storage"}, "not mounted"},
-      {"mounted somehow", [](health_facts* f) { f->mounted = "true"; }, {}, ""},
-      {"files",
-       [](health_facts* f) {
-         f->missing = {{"/system/bin/sh", "everything"}, {"/x.sh", "net"}};
-       },
-       {"missing-files"},
-       "/system/bin/sh (for everything), /x.sh (for net)"},
-      {"no daemon",
-       [](health_facts* f) {
-         f->sees_daemon = f->sees_monitor = f->sees_logcats = false;
-         f->session = {EXIT_NO_CONNECTION, "cannot connect"};
-       },
-       {"no-daemon"},
-       "does not run: cannot connect"},
-      {"processes are hidden from us",
-       [](health_facts* f) { f->sees_daemon = f->sees_monitor = f->sees_logcats = false; },
-       {},
-       ""},
-      {"no right to connect",
-       [](health_facts* f) {
-         f->session = {EXIT_NO_CONNECTION, "cannot connect"};
-       },
-       {"not-answering"},
-       "cannot connect"},
-      {"another protocol",
-       [](health_facts* f) {
-         f->session = {EXIT_BAD_REPLY, "version 2"};
-       },
-       {"not-answering"},
-       "version 2"},
-      {"held",
-       [](health_facts* f) {
-         f->session = {EXIT_TIMED_OUT, "held"};
-       },
-       {"held"},
-       "held"},
-      {"held, processes hidden",
-       [](health_facts* f) {
-         f->sees_daemon = f->sees_monitor = f->sees_logcats = false;
-         f->session = {EXIT_TIMED_OUT, "held"};
-       },
-       {"held"},
-       "held"},
-      {"monitor", [](health_facts* f) { f->sees_monitor = false; }, {"no-monitor"}, "quota"},
-      {"a monitor is not wanted without deletion",
-       [](health_facts* f) { f->sees_monitor = f->settings.deletion = false; },
-       {"deletion"},
-       ""},
-      {"logcats", [](health_facts* f) { f->sees_logcats = false; }, {"no-logcat"}, "mobile"},
-      {"logcats are for mobile only",
-       [](health_facts* f) { f->sees_logcats = false, f->settings.types = 4; },
-       {},
-       ""},
-      {"self log", [](health_facts* f) { f->self_log = false; }, {"self-log"}, "self log"},
-      {"left behind",
-       [](health_facts* f) {
-         f->left_behind = {"/data/1", "/data/2"};
-       },
-       {"left-behind"},
-       "/data/1, /data/2"},
-      {"mask 0", [](health_facts* f) { f->settings.types = 0; }, {"mask"}, "mask 0"},
-      {"only an option", [](health_facts* f) { f->settings.types = 0x10000; }, {"mask"}, "65536"},
-      {"hexadecimal mask",
-       [](health_facts* f) { f->type_text = "0x3", f->settings.types = 0; },
-       {"mask-text", "mask"},
-       "\"0x3\""},
-      {"unset mask", [](health_facts* f) { f->type_text = ""; }, {}, ""},
-  };
-  for (const auto& row : rows) {
+  for (const auto& row : kFaults) {
     health_facts facts = healthy();
     row.harm(&facts);
     std::vector<std::string> ids;

@@ -97,6 +97,8 @@ TEST(RcParser, TellsTheLineAndKeepsTheRest) {
 TEST(RcParser, NamesAndModes) {
   uid_t id = 0;
   EXPECT_TRUE(lookup_aid("sdcard_rw", &id) && id == 1015);
+  EXPECT_TRUE(lookup_aid("cache", &id) && id == 2001);
+  EXPECT_TRUE(lookup_aid("ext_data_rw", &id) && id == 1078);
   EXPECT_TRUE(lookup_aid("4711", &id) && id == 4711);
   for (const char* bad : {"", "-1", "12x", "99999999999", "Root"})
     EXPECT_FALSE(lookup_aid(bad, &id));

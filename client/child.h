@@ -1,0 +1,28 @@
+// Tools of the phone, run without a shell.
+#pragma once
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+struct child_setup {
+  std::vector<std::string> argv;  // argv[0] is the program's absolute path
+  int in = -1;                    // its standard input; -1: /dev/null
+  int out = -1;                   // its standard output; -1: /dev/null
+  bool quiet = false;             // standard error goes to /dev/null too
+};
+
+// Starts a tool. The descriptors stay the caller's. Its pid, or -1 with errno.
+pid_t start_child(const child_setup& setup);
+
+// Waits for a child's end: its exit status (127: the program could not be run), 128 + its signal.
+int wait_child(pid_t pid);
+
+// Runs a tool and gives `take` what it prints, piece by piece; kills it after `limit`. Its exit
+// status as wait_child() has it; -1 when it could not be started, -2 when it was killed.
+int read_child(child_setup setup, std::chrono::milliseconds limit,
+               const std::function<void(std::string_view)>& take);

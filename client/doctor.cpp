@@ -1,0 +1,166 @@
+#include "client/doctor.h"
+
+#include <stdio.h>
+
+#include "client/json.h"
+#include "client/text.h"
+#include "protocol/names.h"
+
+namespace {
+
+// Each check leaves "" when its fact is in order, else what is wrong.
+
+std::string check_space(const health_facts& facts) {
+  std::string text;
+  for (const volume_reading& volume : facts.volumes) {
+    if (!has_room(volume)) text += (text.empty() ? "" : "; ") + space_text(volume);
+  }
+  return text;
+}
+
+std::string check_switch(const health_facts& facts) {
+  return facts.settings.logging ? "" : "debug logging is switched off";
+}
+
+std::string check_storage(const health_facts& facts) {
+  if (facts.mounted.empty() || facts.mounted[0] != '0') return "";
+  return "shared storage is not mounted yet (vold.mounted is 0): no run can be finished there";
+}
+
+std::string check_process(const health_facts& facts) {
+  if (facts.sees_daemon || facts.session.code == EXIT_OK) return "";
+  if (facts.session.code == EXIT_TIMED_OUT) return "";  // something holds its socket
+  return "the daemon does not run: " + facts.session.error;
+}
+
+std::string check_held(const health_facts& facts) {
+  return facts.session.code == EXIT_TIMED_OUT ? facts.session.error : "";
+}
+
+std::string check_answer(const health_facts& facts) {
+  const bool odd = facts.session.code == EXIT_BAD_REPLY;
+  const bool shut = facts.session.code == EXIT_NO_CONNECTION && facts.sees_daemon;
+  return odd || shut ? "the daemon runs, but cannot be talked to: " + facts.session.error : "";
+}
+
+std::string check_mask_text(const health_facts& facts) {
+  const std::string& text = facts.type_text;
+  if (text.empty() || text.find_first_not_of("0123456789") == std::string::npos) return "";
+  return "the logger types \"" + text + "\" are no decimal number; the daemon reads " +
+         std::to_string(facts.settings.types);
+}
+
+std::string check_mask(const health_facts& facts) {
+  int32_t known = 0;
+  for (const named_bit& type : kLoggerTypeNames) known |= type.mask;
+  if ((facts.settings.types & known) != 0) return "";
+  return "no logger type is selected (mask " + std::to_string(facts.settings.types) +
+         "): a run stays empty";
+}
+
+std::string check_files(const health_facts& facts) {
+  std::string text;
+  for (const missing_file& file : facts.missing) {
+    text += (text.empty() ? "" : ", ") + file.path + " (for " + file.needed_for + ")";
+  }
+  return text.empty() ? "" : "not there or not usable: " + text;
+}
+
+// True when the monitor is meant to run; its condition is stricter than that of logging.
+bool wants_monitor(const health_facts& facts) {
+  return facts.sees_daemon && facts.settings.deletion && facts.enable == "on";
+}
+
+std::string check_monitor(const health_facts& facts) {
+  return wants_monitor(facts) && !facts.sees_monitor
+             ? "debug logging is on, but the size monitor is gone: nothing keeps the quota"
+             : "";
+}
+
+std::string check_odd_switch(const health_facts& facts) {
+  if (!facts.settings.logging || facts.enable == "on") return "";
+  return "the switch is \"" + facts.enable +
+         "\", not exactly \"on\": logging runs, but without a size monitor";
+}
+
+std::string check_logcats(const health_facts& facts) {
+  constexpr int32_t kMobile = 0x1;
+  const bool wanted = facts.settings.logging && (facts.settings.types & kMobile) != 0;
+  return wanted && facts.sees_daemon && !facts.sees_logcats
+             ? "debug logging is on with mobile, but no logcat of it runs"
+             : "";
+}
+
+std::string check_deletion(const health_facts& facts) {
+  return facts.settings.deletion ? ""
+                                 : "old runs are not removed (persist.sys.zelka.log.del is not "
+                                   "true), as after a test run: the store may fill";
+}
+
+std::string check_left_behind(const health_facts& facts) {
+  std::string text;
+  for (const std::string& path : facts.left_behind) text += (text.empty() ? "" : ", ") + path;
+  return text.empty() ? "" : "finished runs never reached shared storage: " + text;
+}
+
+std::string check_self_log(const health_facts& facts) {
+  return facts.self_log ? "" : "the self log is switched off: the daemon's doings leave no trace";
+}
+
+constexpr struct {
+  const char* id;
+  std::string (*check)(const health_facts& facts);
+  const char* remedy;
+} kChecks[] = {
+    {"no-daemon", check_process,
+     "look at `getprop init.svc.harrowmossd` and the kernel log; `start harrowmossd` as root"},
+    {"not-answering", check_answer, "run this as root; restart the daemon when it goes on"},
+    {"held", check_held,
+     "close the other client (the app, a stuck harrowmossctl), or wait; --timeout waits longer"},
+    {"space", check_space,
+     "make room (`harrowmossctl du`, `pack` and delete runs), then start logging again: the daemon "
+     "switched it off"},
+    {"storage", check_storage, "unlock the phone once after its boot, so that storage is mounted"},
+    {"missing-files", check_files, "the system image is incomplete: flash one that has them"},
+    {"mask-text", check_mask_text, "`harrowmossctl start TYPES` writes a proper number"},
+    {"mask", check_mask, "`harrowmossctl start TYPES` with types of `harrowmossctl types`"},
+    {"switch", check_switch, "`harrowmossctl start TYPES`"},
+    {"odd-switch", check_odd_switch, "`harrowmossctl stop`, then start again"},
+    {"no-logcat", check_logcats, "`harrowmossctl stop`, then start again"},
+    {"no-monitor", check_monitor, "`harrowmossctl stop`, then start again"},
+    {"deletion", check_deletion,
+     "`setprop persist.sys.zelka.log.del true`, then stop and start logging"},
+    {"left-behind", check_left_behind,
+     "make room on /sdcard, then `harrowmossctl stop`: it moves them; `pack RUN -o -` needs no "
+     "room"},
+    {"self-log", check_self_log, "`setprop persist.sys.logger.enable on`"},
+};
+
+}  // namespace
+
+std::vector<finding> judge_health(const health_facts& facts) {
+  std::vector<finding> found;
+  for (const auto& row : kChecks) {
+    const std::string text = row.check(facts);
+    if (!text.empty()) found.push_back({row.id, text, row.remedy});
+  }
+  return found;
+}
+
+int run_doctor(const invocation& call, environment& env) {
+  const std::vector<finding> found = judge_health(read_health(env, after(call.timeout)));
+  json_writer json;
+  json.begin_object().member("command", "doctor").key("findings").begin_array();
+  std::string text = found.empty() ? "nothing is wrong: logs are being written\n" : "";
+  for (const finding& entry : found) {
+    json.begin_object().member("id", entry.id).member("text", entry.text);
+    json.member("remedy", entry.remedy).end_object();
+    char head[24];
+    snprintf(head, sizeof head, "%-14s ", entry.id);
+    text +=
+        head + printable(entry.text) + "\n" + std::string(15, ' ') + "-> " + entry.remedy + "\n";
+  }
+  json.end_array().end_object();
+  fputs((call.json ? json.text() + "\n" : text).c_str(), env.out);
+  return found.empty() ? EXIT_OK : EXIT_FAILED;
+}

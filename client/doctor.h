@@ -1,0 +1,50 @@
+// Why there is no log: facts about the phone, a table of what can be wrong with them, and the
+// remedies.
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+#include "client/commands.h"
+#include "client/connection.h"
+#include "client/environment.h"
+#include "client/settings.h"
+#include "client/volume.h"
+
+// A file that a logger type needs of the platform.
+struct missing_file {
+  std::string path;
+  std::string needed_for;  // a logger type's name, or "everything"
+};
+
+struct health_facts {
+  logging_settings settings;
+  std::string enable;     // the switch as it is set
+  std::string type_text;  // the mask as it is set, "" when unset
+  std::string mounted;    // "vold.mounted"
+  bool self_log = true;
+  std::vector<volume_reading> volumes;
+  std::vector<missing_file> missing;
+  std::vector<std::string> left_behind;  // runs in the working area that nothing writes
+  bool sees_daemon = false;              // its process, which may be hidden from us
+  bool sees_monitor = false;
+  bool sees_logcats = false;  // a worker of the type "mobile"
+  outcome session;            // of asking the daemon for its version
+};
+
+struct finding {
+  const char* id;  // stays the same for scripts
+  std::string text;
+  const char* remedy;
+};
+
+// Looks at everything; waits for the daemon until `deadline` at most.
+health_facts read_health(const environment& env, steady_time deadline);
+
+// What is wrong, in the order in which it should be mended; empty when nothing is.
+std::vector<finding> judge_health(const health_facts& facts);
+
+// `doctor`: EXIT_OK when nothing is wrong, else EXIT_FAILED.
+int run_doctor(const invocation& call, environment& env);

@@ -1,0 +1,183 @@
+#include "client/estimate.h"
+
+#include <stdio.h>
+#include <sys/stat.h>
+
+#include <set>
+
+#include "client/child.h"
+#include "client/connection.h"
+#include "client/files.h"
+#include "client/json.h"
+#include "client/requests.h"
+#include "client/text.h"
+#include "client/volume.h"
+#include "protocol/names.h"
+
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr const char* kLogcat = "/system/bin/logcat";
+constexpr const char* kGetprop = "/system/bin/getprop";
+constexpr const char* kBuffers[] = {"main", "events", "system", "radio", "crash", "kernel"};
+constexpr const char* kDumpLines = "80000";  // of each buffer, as the daemon takes them
+constexpr milliseconds kDumpLimit{7000};     // what the daemon gives all dumps together
+constexpr milliseconds kGetpropLimit{2000};
+constexpr int64_t kReportBytes = 16 << 10;  // the device report and logcat's statistics, generously
+constexpr int32_t kGeneral = 0x10;
+constexpr int32_t kExceptions = 0x2000;
+constexpr const char* kExceptionDir = "/data/aee_exp";
+constexpr const char* kExceptionWord = "fatal";
+
+// clang-format off
+
+// What a selection copies to the destination.
+constexpr struct {
+  int32_t bit;
+  const char* directory;  // "" when nothing that can be measured
+  const char* note;
+} kSources[] = {
+    {0x04000, "/data/anr", "the boot-failure log moves to the staging area"},
+    {0x00010, "/sdcard/Android/data/.harrowmoss/general", "the staging area and the log buffers of now"},
+    {0x00020, "/data/tombstones", ""},
+    {0x00040, "/data/anr", ""},
+    {0x00080, "/sys/fs/pstore", ""},
+    {0x01000, "/sdcard/Android/data/.harrowmoss/zklog/feedback/power", "and what the platform's script adds"},
+    {0x02000, "", "the newest fatal entry of /data/aee_exp"},
+    {0x08000, "", "moves to /data/misc/zelkalog/btlog, not to the bundle"},
+    {0x10000, "", "what the vendor service moves is not known before"},
+};
+
+// clang-format on
+
+int64_t dumped_bytes(const environment& env, int64_t block, std::string* note) {
+  const steady_time deadline = after(kDumpLimit);
+  int64_t total = 0;
+  for (const char* buffer : kBuffers) {
+    int64_t bytes = 0;
+    const auto left =
+        std::chrono::duration_cast<milliseconds>(deadline - std::chrono::steady_clock::now());
+    child_setup setup = {
+        {env.root + kLogcat, "-d", "-v", "threadtime,usec", "-t", kDumpLines, "-b", buffer}};
+    setup.quiet = true;
+    const int status = read_child(
+        setup, left, [&](std::string_view text) { bytes += static_cast<int64_t>(text.size()); });
+    if (status != 0)
+      *note += std::string(note->empty() ? "" : "; ") + buffer + " could not be dumped";
+    total += round_up(bytes, block);
+  }
+  return total;
+}
+
+// The entry of /data/aee_exp that would be copied; "" when there is none.
+std::string newest_exception(const environment& env) {
+  const std::string directory = env.root + kExceptionDir;
+  std::string newest;
+  time_t newest_time = 0;
+  for (const std::string& name : list_directory(directory)) {
+    struct stat info;
+    if (name.find(kExceptionWord) == std::string::npos) continue;
+    if (stat((directory + "/" + name).c_str(), &info) != 0) continue;
+    if (!newest.empty() && info.st_mtime <= newest_time) continue;
+    newest = directory + "/" + name;
+    newest_time = info.st_mtime;
+  }
+  return newest;
+}
+
+int64_t property_bytes(const environment& env, int64_t block) {
+  int64_t bytes = 0;
+  child_setup setup = {{env.root + kGetprop}};
+  setup.quiet = true;
+  read_child(setup, kGetpropLimit,
+             [&](std::string_view text) { bytes += static_cast<int64_t>(text.size()); });
+  return round_up(bytes, block) + round_up(kReportBytes, block);
+}
+
+const char* room_text(bool enough) {
+  return enough ? "room enough" : "no room";
+}
+
+bool fits(const estimate_report& report) {
+  return !report.known || report.wanted <= report.available;
+}
+
+}  // namespace
+
+estimate_report estimate_bundle(const environment& env, int32_t mask,
+                                const std::string& destination) {
+  estimate_report report;
+  report.destination = destination;
+  volume_space space;
+  report.known = env.space(existing_parent(destination), &space);
+  report.available = space.available;
+  std::set<std::string> counted;
+  for (const named_bit& selection : kFeedbackNames) {
+    if ((selection.mask & mask) == 0) continue;
+    estimate_row row = {selection.name, 0, ""};
+    for (const auto& source : kSources) {
+      if (source.bit != selection.mask) continue;
+      row.note = source.note;
+      std::string path = *source.directory == '\0' ? "" : env.root + source.directory;
+      if (source.bit == kExceptions) path = newest_exception(env);
+      if (!path.empty()) row.bytes = copy_bytes(path, space.block);
+      const bool again = !path.empty() && !counted.insert(path).second;
+      if (again) row.note = "the same files as above, counted once";
+      if (!again) report.wanted += row.bytes;
+    }
+    if (selection.mask == kGeneral) {
+      const int64_t dumps = dumped_bytes(env, space.block, &row.note);
+      row.bytes += dumps;
+      report.wanted += dumps;
+    }
+    report.rows.push_back(row);
+  }
+  report.rows.push_back({"properties", property_bytes(env, space.block), "in every bundle"});
+  report.wanted += report.rows.back().bytes;
+  return report;
+}
+
+std::string estimate_text(const estimate_report& report) {
+  std::string text;
+  for (const estimate_row& row : report.rows) {
+    char head[64];
+    snprintf(head, sizeof head, "%-13s %12lld  ", row.name.c_str(),
+             static_cast<long long>(row.bytes));
+    text += head + row.note + "\n";
+  }
+  for (size_t blank; (blank = text.find(" \n")) != std::string::npos;) text.erase(blank, 1);
+  if (!report.known) {
+    return text + printable(report.destination) + ": " + std::to_string(report.wanted) +
+           " bytes wanted, free bytes unknown\n";
+  }
+  return text + room_text(fits(report)) + ": " +
+         printable(space_text(report.destination, report.wanted, report.available)) + "\n";
+}
+
+std::string estimate_json(const estimate_report& report) {
+  json_writer json;
+  json.begin_object().member("command", "feedback").key("estimate").begin_array();
+  for (const estimate_row& row : report.rows) {
+    json.begin_object().member("name", row.name).member("bytes", row.bytes);
+    json.member("note", row.note).end_object();
+  }
+  json.end_array().member("path", report.destination).member("wanted", report.wanted);
+  json.key("free");
+  report.known ? json.number(report.available) : json.null();
+  return json.flag("enough", fits(report)).end_object().text() + "\n";
+}
+
+int run_feedback(const invocation& call, environment& env) {
+  if (!call.estimate) return run_request(call, env);
+  int32_t mask = 0;
+  std::string error;
+  if (call.select.empty()) error = "say what to collect: --select general,tombstone,...";
+  if (error.empty() && parse_mask(kFeedbackWords, call.select, &mask, &error)) {
+    error = check_destination(call.arguments[0]);
+  }
+  if (!error.empty()) return fail(call, env, EXIT_USAGE, error);
+  const estimate_report report = estimate_bundle(env, mask, call.arguments[0]);
+  fputs((call.json ? estimate_json(report) : estimate_text(report)).c_str(), env.out);
+  return fits(report) ? EXIT_OK : EXIT_FAILED;
+}

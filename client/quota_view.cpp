@@ -1,0 +1,86 @@
+// How `du` is shown.
+#include <stdio.h>
+
+#include <iterator>
+
+#include "client/files.h"
+#include "client/json.h"
+#include "client/quota.h"
+#include "client/text.h"
+
+namespace {
+
+constexpr const char* kVictimNames[] = {"nothing", "run", "everything"};
+
+std::string victim_text(const quota_report& report) {
+  switch (report.plan.what) {
+    case next_victim::kNothing:
+      return "nothing";
+    case next_victim::kRun:
+      return printable(report.plan.path) + ", " + size_text(report.victim_bytes);
+    case next_victim::kEverything:
+      break;
+  }
+  return "only the current run is left: all would go, and logging would begin anew";
+}
+
+// When the run that is named goes.
+std::string removal_text(const quota_report& report) {
+  if (!report.settings.deletion) return "switched off (persist.sys.zelka.log.del)";
+  if (!report.settings.logging) return "none while debug logging is off";
+  if (report.verdict.extreme) return "everything, at once: /data is nearly full";
+  return report.verdict.over ? "one run every 5 s until the quota is kept"
+                             : "none: below the quota";
+}
+
+}  // namespace
+
+std::string quota_text(const quota_report& report, const environment& env) {
+  std::string text;
+  const auto line = [&](const std::string& label, const std::string& value) {
+    char head[24];
+    snprintf(head, sizeof head, "%-12s", (label + ":").c_str());
+    text += head + value + "\n";
+  };
+  const auto tree = [&](const char* label, int64_t bytes, const std::string& path) {
+    line(label, size_text(bytes) + " (" + std::to_string(bytes) + " bytes) in " + path);
+  };
+  const logging_settings& settings = report.settings;
+  const quota_verdict& verdict = report.verdict;
+  tree("store", report.store_bytes, env.store);
+  tree("working", report.working_bytes, env.working);
+  line("used", std::to_string(verdict.used_mib) + " MiB of " + std::to_string(verdict.limit_mib) +
+                   " MiB" + (verdict.over ? ", over quota" : ""));
+  line("quota", std::to_string(settings.quota_setting) + " GiB" +
+                    (shrinks_quota(settings.types) ? ", three quarters of it with modem or wifi"
+                                                   : ", all of it: neither modem nor wifi"));
+  line("removal", removal_text(report));
+  line("next to go", victim_text(report));
+  for (const volume_reading& volume : report.volumes) {
+    line(volume.path, (has_room(volume) ? "room to log, " : "too little to log, ") +
+                          space_text(volume).substr(volume.path.size() + 2));
+  }
+  return text;
+}
+
+std::string quota_json(const quota_report& report) {
+  const quota_verdict& verdict = report.verdict;
+  json_writer json;
+  json.begin_object().member("command", "du").member("store_bytes", report.store_bytes);
+  json.member("working_bytes", report.working_bytes).member("used_mib", verdict.used_mib);
+  json.member("limit_mib", verdict.limit_mib).flag("over_quota", verdict.over);
+  json.flag("data_extremely_low", verdict.extreme).flag("deletion", report.settings.deletion);
+  json.flag("logging", report.settings.logging);
+  json.member("next", kVictimNames[static_cast<int>(report.plan.what)]);
+  json.key("next_path");
+  report.plan.path.empty() ? json.null() : json.string(report.plan.path);
+  json.member("next_bytes", report.victim_bytes).key("volumes").begin_array();
+  for (const volume_reading& volume : report.volumes) {
+    json.begin_object().member("path", volume.path).member("wanted", volume.wanted);
+    json.key("free");
+    volume.known ? json.number(volume.available) : json.null();
+    json.flag("enough", has_room(volume)).end_object();
+  }
+  json.end_array().end_object();
+  return json.text() + "\n";
+}

@@ -1,0 +1,163 @@
+#include "client/run_check.h"
+
+#include <fnmatch.h>
+#include <stdio.h>
+
+#include <algorithm>
+
+#include "client/files.h"
+#include "client/json.h"
+#include "client/text.h"
+#include "protocol/names.h"
+
+namespace {
+
+constexpr const char* kKindNames[] = {"missing", "empty", "hole"};
+constexpr const char* kEveryRun = "every run";
+
+enum class promise {
+  kFilled,   // at least one file, none of them empty
+  kPresent,  // at least one file, which may be empty
+  kUsual,    // may be absent for a good reason; not empty
+};
+
+// clang-format off
+
+// What a logger type leaves in its run. `types` 0 stands for every run.
+constexpr struct {
+  int32_t types;
+  const char* pattern;  // of paths below the run; '*' also matches '/'
+  promise kept;
+  bool at_stop;         // written by the stop
+  const char* absent;   // a good reason, for kUsual
+} kPieces[] = {
+    {0x01, "mobile/*-main.txt",                      promise::kFilled,  false, ""},
+    {0x01, "mobile/*-events.txt",                    promise::kFilled,  false, ""},
+    {0x01, "mobile/*-system.txt",                    promise::kFilled,  false, ""},
+    {0x01, "mobile/*-radio.txt",                     promise::kPresent, false, ""},
+    {0x01, "mobile/*-crash.txt",                     promise::kPresent, false, ""},
+    {0x01, "mobile/*-kernel.txt",                    promise::kFilled,  false, ""},
+    {0x01, "mobile/logcat_control_message-*.txt",    promise::kFilled,  false, ""},
+    {0x01, "system.prop",                            promise::kFilled,  false, ""},
+    {0x01, "others.prop",                            promise::kFilled,  false, ""},
+    {0x02, "modem/*",                                promise::kFilled,  true,  ""},
+    {0x04, "net/*-netlog.pcap",                      promise::kFilled,  false, ""},
+    {0x04, "net/iptables-start.txt",                 promise::kFilled,  false, ""},
+    {0x04, "net/iptables-stop.txt",                  promise::kUsual,   true,  "not written when a change of types ended the run"},
+    {0x08, "power/*",                                promise::kFilled,  true,  ""},
+    {0x08, "fg/*",                                   promise::kFilled,  false, ""},
+    {0x20, "fingerprint/qsee_log.txt",               promise::kPresent, false, ""},
+    {0x20, "fingerprint/tzbsp.txt",                  promise::kUsual,   false, "only with persist.sys.zklog.tzbsp.enable"},
+    {0x40, "wlan_logs/*",                            promise::kUsual,   true,  "the vendor service brought no file"},
+    {0x10, "touch/event.txt",                        promise::kPresent, false, ""},
+    {0x400, "mpss_dump/*",                           promise::kUsual,   true,  "the watchdog had nothing to capture"},
+    {0,    "system_stop.prop",                       promise::kFilled,  true,  ""},
+    {0,    "others_stop.prop",                       promise::kFilled,  true,  ""},
+};
+
+// clang-format on
+
+const char* type_name(int32_t mask) {
+  for (const named_bit& type : kLoggerTypeNames) {
+    if (type.mask == mask) return type.name;
+  }
+  return kEveryRun;
+}
+
+std::string types_text(const run_report& run) {
+  return mask_text(kLoggerTypeWords, run.types) + (run.types_known ? "" : " (seen)");
+}
+
+std::string report_text(const run_report& run, const std::vector<check_finding>& found, int pieces,
+                        bool wrong) {
+  std::string text = printable(run.name) + ", " + state_name(run) + ", " + types_text(run) + "\n";
+  for (const check_finding& entry : found) {
+    char head[64];
+    snprintf(head, sizeof head, "  %-8s %-12s ", entry.note ? "note" : kKindNames[entry.what],
+             entry.type.c_str());
+    const char* kind = entry.note && entry.what == check_finding::kMissing ? " is missing" : "";
+    text +=
+        head + printable(entry.path) + kind + (entry.text.empty() ? "" : ": " + entry.text) + "\n";
+  }
+  return text + (wrong ? "not as promised" : "as promised") + " (" + std::to_string(pieces) +
+         " pieces looked for)\n";
+}
+
+std::string report_json(const run_report& run, const std::vector<check_finding>& found, int pieces,
+                        bool wrong) {
+  json_writer json;
+  json.begin_object().member("command", "check").member("run", run.name);
+  json.member("state", state_name(run)).member("mask", run.types);
+  json.member("types", mask_text(kLoggerTypeWords, run.types));
+  json.flag("types_known", run.types_known).member("pieces", pieces).flag("as_promised", !wrong);
+  json.key("findings").begin_array();
+  for (const check_finding& entry : found) {
+    json.begin_object().member("kind", kKindNames[entry.what]).member("type", entry.type);
+    json.member("path", entry.path).member("text", entry.text).flag("note", entry.note);
+    json.end_object();
+  }
+  json.end_array().end_object();
+  return json.text() + "\n";
+}
+
+}  // namespace
+
+std::vector<check_finding> check_content(const std::map<std::string, int64_t>& files, int32_t types,
+                                         bool stopped, int* pieces) {
+  std::vector<check_finding> found;
+  *pieces = 0;
+  for (const auto& piece : kPieces) {
+    if (piece.types != 0 && (piece.types & types) == 0) continue;
+    if (piece.at_stop && !stopped) continue;
+    ++*pieces;
+    bool there = false;
+    for (const auto& [path, bytes] : files) {
+      if (fnmatch(piece.pattern, path.c_str(), 0) != 0) continue;
+      there = true;
+      if (bytes != 0 || piece.kept == promise::kPresent) continue;
+      found.push_back({check_finding::kEmpty, type_name(piece.types), path, "", false});
+    }
+    if (there) continue;
+    found.push_back({check_finding::kMissing, type_name(piece.types), piece.pattern, piece.absent,
+                     piece.kept == promise::kUsual});
+  }
+  return found;
+}
+
+std::vector<check_finding> check_holes(const run_report& run) {
+  std::vector<check_finding> found;
+  const auto note = [&](const std::string& path, const std::string& text, bool only_note) {
+    found.push_back({check_finding::kHole, path.substr(0, path.find('/')), path, text, only_note});
+  };
+  for (const std::string& path : run.replaced) {
+    note(path, "its logcat was replaced, lines before it are lost", false);
+  }
+  for (const rotated_file& file : run.rotated) {
+    const std::string kept = std::to_string(file.generations) + " rotated out, ";
+    if (file.lost == lost_lines::kYes) note(file.path, kept + "older lines are lost", false);
+    if (file.lost == lost_lines::kUnknown) {
+      note(file.path, kept + "whether older lines are lost cannot be told", true);
+    }
+  }
+  return found;
+}
+
+int run_check(const invocation& call, environment& env) {
+  run_report run;
+  std::string error;
+  if (!find_run(read_runs(env), call.arguments[0], &run, &error)) {
+    return fail(call, env, EXIT_USAGE, error);
+  }
+  std::map<std::string, int64_t> files;
+  for (const std::string& place : directories_of(run)) {
+    walk_files(place, [&](const std::string& path, int64_t bytes) { files[path] = bytes; });
+  }
+  int pieces = 0;
+  const bool stopped = run.state != run_state::kCapturing;
+  std::vector<check_finding> found = check_content(files, run.types, stopped, &pieces);
+  for (const check_finding& hole : check_holes(run)) found.push_back(hole);
+  const bool wrong = std::any_of(found.begin(), found.end(),
+                                 [](const check_finding& entry) { return !entry.note; });
+  fputs((call.json ? report_json : report_text)(run, found, pieces, wrong).c_str(), env.out);
+  return wrong ? EXIT_FAILED : EXIT_OK;
+}

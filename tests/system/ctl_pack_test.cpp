@@ -1,0 +1,226 @@
+// `harrowmossctl pack` in a phone: archives that are taken apart again.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <regex>
+#include <set>
+
+#include "tests/support/phone.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr const char* kGzip = "/usr/bin/gzip=/system/bin/gzip";
+
+RunResult ctl(const Phone& phone, std::vector<std::string> words) {
+  words.insert(words.begin(), "harrowmossctl");
+  return phone.run(words);
+}
+
+bool holds(const std::string& text, const std::string& piece) {
+  return text.find(piece) != std::string::npos;
+}
+
+// Regular files below a directory of the phone, by path below it.
+std::set<std::string> files_below(const Phone& phone, const std::string& directory) {
+  std::set<std::string> found;
+  const std::string root = phone.inside(directory);
+  for (const auto& entry : fs::recursive_directory_iterator(root)) {
+    if (entry.is_regular_file() && !entry.is_symlink())
+      found.insert(entry.path().lexically_relative(root));
+  }
+  return found;
+}
+
+// Unpacks `archive` into `to`; the names of its members, in order.
+std::vector<std::string> unpack(const Phone& phone, const std::string& archive,
+                                const std::string& to) {
+  const RunResult result =
+      phone.shell("mkdir -p " + to + " && cd " + to + " && tar -x -v -z -f '" + archive + "'");
+  EXPECT_EQ(result.status, 0) << result.err;
+  std::vector<std::string> names;
+  std::string line;
+  for (const char c : result.out) {
+    if (c != '\n') line += c;
+    if (c == '\n') names.push_back(line), line.clear();
+  }
+  return names;
+}
+
+// Lets the phone's own sha256sum read the manifest. The number of files that it found right.
+int verified(const Phone& phone, const std::string& directory) {
+  const RunResult result = phone.shell("cd " + directory +
+                                       " && sed '1,/^$/d' *.manifest.txt | cut -c17- > /data/sums "
+                                       "&& sha256sum -c /data/sums");
+  EXPECT_EQ(result.status, 0) << result.out << result.err;
+  int count = 0;
+  for (size_t at = 0; (at = result.out.find(": OK\n", at)) != std::string::npos; ++at) ++count;
+  return count;
+}
+
+TEST(CtlPackSystem, ARunComesBackAsItWas) {
+  // Toybox is what a real phone has; this one's is called by the name of the tool.
+  for (const char* tar : {"/usr/bin/toybox=/system/bin/tar", "/usr/bin/tar=/system/bin/tar"}) {
+    SCOPED_TRACE(tar);
+    Phone phone({"--file", kGzip, "--file", tar});
+    ASSERT_EQ(ctl(phone, {"start", "mobile,net"}).status, 0);
+    const RunResult early = ctl(phone, {"pack", "1"});
+    EXPECT_EQ(early.status, 2);
+    EXPECT_TRUE(holds(early.err, "still being captured")) << early.err;
+    ASSERT_EQ(ctl(phone, {"stop"}).status, 0);
+
+    const std::string run = phone.getprop("sys.harrowmossd.log_store_path");
+    const std::string name = fs::path(run).filename();
+    const RunResult packed = ctl(phone, {"pack", "1"});
+    ASSERT_EQ(packed.status, 0) << packed.err;
+    const std::string archive = "/sdcard/" + name + ".tar.gz";
+    EXPECT_EQ(packed.out, phone.run({"sha256sum", archive}).out);
+
+    const std::vector<std::string> members = unpack(phone, archive, "/data/local/tmp/x");
+    ASSERT_FALSE(members.empty());
+    EXPECT_EQ(members[0], name + ".manifest.txt");
+    const std::string copy = "/data/local/tmp/x/" + name;
+    EXPECT_EQ(files_below(phone, copy), files_below(phone, run));
+    EXPECT_EQ(verified(phone, "/data/local/tmp/x"),
+              static_cast<int>(files_below(phone, run).size()));
+    const std::string manifest = phone.read("/data/local/tmp/x/" + name + ".manifest.txt");
+    for (const std::string& line :
+         {"name: " + name, std::string("state: complete"), std::string("types: 5 (mobile,net)"),
+          std::string("build: QZ201A V1.02"), "identity: " + phone.getprop("ro.build.fingerprint"),
+          std::string("protocol: 1")})
+      EXPECT_TRUE(holds(manifest, line + "\n")) << line << " in\n" << manifest;
+  }
+}
+
+// Nothing but the archive on standard output, which adb carries to the computer.
+TEST(CtlPackSystem, StreamsWithoutNeedingRoomOrADaemon) {
+  Phone phone({"--no-daemon", "--file", kGzip, "--sdcard-size", "2m"});
+  const std::string run = "5#01-01_00-00-00";
+  phone.write("/sdcard/zelkalog/" + run + "/modem/a", "moved by the vendor");
+  phone.write("/data/misc/zelkalog/" + run + "/mobile/b", std::string(500000, 'b'));
+  phone.shell("dd if=/dev/zero of=/sdcard/fill 2> /dev/null");
+  const RunResult packed = ctl(phone, {"pack", "5", "-o", "-", "--progress"});
+  EXPECT_EQ(packed.status, 0) << packed.err;
+  phone.write("/data/stream.tgz", packed.out);
+  EXPECT_EQ(unpack(phone, "/data/stream.tgz", "/data/x")[0], run + ".manifest.txt");
+  EXPECT_EQ(files_below(phone, "/data/x"),  // a run in two places keeps both apart
+            (std::set<std::string>{run + ".manifest.txt", "data/misc/zelkalog/" + run + "/mobile/b",
+                                   "sdcard/zelkalog/" + run + "/modem/a"}));
+  EXPECT_EQ(verified(phone, "/data/x"), 2);
+  EXPECT_TRUE(holds(phone.read("/data/x/" + run + ".manifest.txt"), "protocol: not answered\n"));
+}
+
+TEST(CtlPackSystem, ABundleTellsItsOwnBuildAndTypes) {
+  Phone phone({"--file", kGzip, "--prop", "persist.sys.zklog.type=6"});
+  ASSERT_EQ(ctl(phone, {"feedback", "--select", "tombstone", "/sdcard/report"}).status, 0);
+  phone.setprop("persist.sys.zklog.type", "1");
+  const RunResult packed = ctl(phone, {"pack", "/sdcard/report", "--json"});
+  ASSERT_EQ(packed.status, 0) << packed.err;
+  EXPECT_TRUE(holds(packed.out, "\"archive\":\"/sdcard/report.tar.gz\",\"bytes\":")) << packed.out;
+  unpack(phone, "/sdcard/report.tar.gz", "/data/x");
+  const std::string manifest = phone.read("/data/x/report.manifest.txt");
+  EXPECT_TRUE(holds(manifest, "state: bundle\ntypes: 6 (modem,net)\nbuild: QZ201A V1.02\n"))
+      << manifest;
+  EXPECT_EQ(verified(phone, "/data/x"),
+            static_cast<int>(files_below(phone, "/sdcard/report").size()));
+}
+
+TEST(CtlPackSystem, ABundleWithHostileNamesIsPackedLiterally) {
+  Phone phone({"--no-daemon", "--file", kGzip});
+  const std::string bundle = "/sdcard/-rf $(touch PWNED)";
+  for (const char* name : {"plain", "-C", "a b", "new\nline", "$(id)", "quote'\"", "\xc3\xa9\xff"})
+    phone.write(bundle + "/" + name, name);
+  fs::create_symlink("/system/build.prop", phone.inside(bundle + "/link"));
+  ASSERT_EQ(mkfifo(phone.inside(bundle + "/fifo").c_str(), 0600), 0);
+  const RunResult packed = ctl(phone, {"pack", bundle + "/", "-o", "/data/local/tmp/out.tgz"});
+  ASSERT_EQ(packed.status, 0) << packed.err;
+  unpack(phone, "/data/local/tmp/out.tgz", "/data/x");
+  const std::string copy = "/data/x/" + bundle.substr(sizeof "/sdcard");
+  EXPECT_EQ(files_below(phone, copy), files_below(phone, bundle));
+  EXPECT_TRUE(fs::is_symlink(phone.inside(copy + "/link")));
+  EXPECT_TRUE(fs::is_fifo(phone.inside(copy + "/fifo")));
+  for (const char* directory : {"/", "/sdcard", "/data/local/tmp"}) {
+    for (const std::string& name : phone.list(directory)) EXPECT_NE(name, "PWNED") << directory;
+  }
+}
+
+// A gzip that never ends.
+const std::string kSlowGzip = "/tmp/ctl-slow-gzip." + std::to_string(getpid());
+
+const struct {
+  const char* what;
+  std::vector<std::string> options;
+  std::vector<std::string> words;
+  bool interrupt;
+  int status;
+  const char* err;  // regular expression
+} kUnfinished[] = {
+    {"no room",
+     {"--file", kGzip, "--sdcard-size", "1m"},
+     {"pack", "/data/bundle", "-o", "/sdcard/x.tgz"},
+     false,
+     1,
+     "no room for the archive: /sdcard/: [0-9]+ bytes wanted, 1048576 free"},
+    {"in itself",
+     {"--file", kGzip},
+     {"pack", "/data/bundle", "-o", "/data/bundle/x.tgz"},
+     false,
+     2,
+     "cannot lie in what it packs"},
+    {"no such place",
+     {"--file", kGzip},
+     {"pack", "/data/bundle", "-o", "/sdcard/none/x.tgz"},
+     false,
+     1,
+     "cannot write /sdcard/none/x.tgz: No such file"},
+    {"a compressor that fails",
+     {"--file", "/usr/bin/false=/system/bin/gzip"},
+     {"pack", "/data/bundle", "-o", "/sdcard/x.tgz"},
+     false,
+     1,
+     "gzip ended with 1"},
+    {"an archiver that fails",
+     {"--file", kGzip, "--file", "/usr/bin/false=/system/bin/tar"},
+     {"pack", "/data/bundle", "-o", "/sdcard/x.tgz"},
+     false,
+     1,
+     "tar ended with 1"},
+    {"interrupted",
+     {"--file", kSlowGzip + "=/system/bin/gzip"},
+     {"pack", "/data/bundle", "-o", "/sdcard/x.tgz"},
+     true,
+     128 + SIGTERM,
+     ""},
+};
+
+TEST(CtlPackSystem, LeavesNothingBehindWhenItCannotFinish) {
+  ASSERT_TRUE(write_file(kSlowGzip, "#!/system/bin/mksh\nexec sleep 1000000\n", 0755));
+  for (const auto& row : kUnfinished) {
+    SCOPED_TRACE(row.what);
+    std::vector<std::string> options = row.options;
+    options.insert(options.end(), {"--no-daemon"});
+    Phone phone(options);
+    phone.write("/data/bundle/file", std::string(2 << 20, 'x'));
+    const size_t before = phone.list("/data/bundle").size();
+    std::vector<std::string> argv = {"harrowmossctl"};
+    argv.insert(argv.end(), row.words.begin(), row.words.end());
+    if (row.interrupt) {
+      std::string text;
+      for (const std::string& word : argv) text += word + " ";
+      argv = {"/system/bin/mksh", "-c",
+              text + "& until [ -e /sdcard/.x.tgz.* ]; do sleep 0.01; done; kill $!; wait $!"};
+    }
+    const RunResult packed = phone.run(argv);
+    EXPECT_EQ(packed.status, row.status) << packed.err;
+    EXPECT_TRUE(std::regex_search(packed.err, std::regex(row.err))) << packed.err;
+    EXPECT_TRUE(phone.list("/sdcard").empty());
+    EXPECT_EQ(phone.list("/data/bundle").size(), before);
+  }
+  fs::remove(kSlowGzip);
+}
+
+}  // namespace

@@ -1,0 +1,284 @@
+// harrowmossctl in a phone: what it finds out and packs without asking the daemon for more than its
+// version.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <functional>
+#include <regex>
+#include <set>
+
+#include "tests/support/client.h"
+#include "tests/support/phone.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr int kEvictionMs = 15000;  // the monitor looks every 5 s
+
+RunResult ctl(const Phone& phone, std::vector<std::string> words) {
+  words.insert(words.begin(), "harrowmossctl");
+  return phone.run(words);
+}
+
+bool holds(const std::string& text, const std::string& piece) {
+  return text.find(piece) != std::string::npos;
+}
+
+std::string sdcard_run(const Phone& phone) {
+  return phone.getprop("sys.harrowmossd.log_store_path");
+}
+
+// One line in each buffer that is expected to have some, and until they are captured.
+void fill_buffers(const Phone& phone) {
+  for (const char* buffer : {"main", "events", "system", "kernel"}) {
+    phone.run({"log", "-b", buffer, "-t", "CtlTest", "a line"});
+  }
+  const std::string mobile =
+      "/data/misc/zelkalog/" + fs::path(sdcard_run(phone)).filename().string() + "/mobile";
+  EXPECT_TRUE(eventually([&] {
+    int filled = 0;
+    for (const std::string& name : phone.list(mobile)) {
+      const bool wanted = std::regex_search(name, std::regex("-(main|events|system|kernel)\\.txt"));
+      filled += wanted && fs::file_size(phone.inside(mobile + "/" + name)) > 0;
+    }
+    return filled == 4;
+  }));
+}
+
+// The ids that doctor reports, in its order.
+std::vector<std::string> findings(const RunResult& doctor) {
+  std::vector<std::string> ids;
+  const std::regex pattern("\"id\":\"([^\"]*)\"");
+  for (std::sregex_iterator it(doctor.out.begin(), doctor.out.end(), pattern), end; it != end; ++it)
+    ids.push_back((*it)[1]);
+  EXPECT_EQ(doctor.status, ids.empty() ? 0 : 1) << doctor.out << doctor.err;
+  return ids;
+}
+
+using ids = std::vector<std::string>;
+
+TEST(CtlSystem, StatusKnowsEveryWorkerOfAllTypes) {
+  Phone phone;
+  ASSERT_EQ(ctl(phone, {"start", "all"}).status, 0);
+  const RunResult status = ctl(phone, {"status"});
+  EXPECT_TRUE(std::regex_search(status.out, std::regex("size monitor: +pid [0-9]"))) << status.out;
+  std::set<std::string> types;
+  const std::regex row("\n +[0-9]+ +[0-9]+  ([^ ]+( log| monitor)?) ");
+  for (std::sregex_iterator it(status.out.begin(), status.out.end(), row), end; it != end; ++it)
+    types.insert((*it)[1]);
+  EXPECT_EQ(types.count("?"), 0u) << status.out;
+  for (const char* type :
+       {"mobile", "net", "power", "fingerprint", "touch", "MPSSDump", "self log"})
+    EXPECT_EQ(types.count(type), 1u) << type << " in\n" << status.out;
+}
+
+TEST(CtlSystem, DuNamesTheRunThatTheMonitorRemovesNext) {
+  Phone phone({"--prop", "persist.sys.zelka.log.size=1"});
+  const std::string store = "/sdcard/zelkalog/";
+  phone.setprop("persist.sys.zklog.dir_sequence", "10");
+  EXPECT_TRUE(holds(ctl(phone, {"du"}).out, "removal:    none while debug logging is off\n"));
+  ASSERT_EQ(ctl(phone, {"start", "sensor"}).status, 0);
+  ASSERT_TRUE(eventually([&] { return phone.named("harrowmossd-lsm").size() == 1; }));
+  const pid_t monitor = phone.named("harrowmossd-lsm")[0].pid;
+  ASSERT_TRUE(phone.signal(monitor, SIGSTOP));  // it must not be quicker than we are
+  for (const char* run : {"9#01-01_00-00-00", "10#01-01_00-00-00"}) {
+    phone.write(store + run + "/sparse", "");
+    ASSERT_EQ(truncate(phone.inside(store + run + "/sparse").c_str(), 600 << 20), 0);
+  }
+  const RunResult before = ctl(phone, {"du"});
+  EXPECT_TRUE(std::regex_search(before.out, std::regex("used: +120[0-9] MiB of 1024 MiB, over")))
+      << before.out;
+  EXPECT_TRUE(holds(before.out, "next to go: " + store + "9#01-01_00-00-00, 600.0 MiB\n"))
+      << before.out;
+  ASSERT_TRUE(phone.signal(monitor, SIGCONT));
+  ASSERT_TRUE(eventually([&] { return !phone.exists(store + "9#01-01_00-00-00"); }, kEvictionMs));
+  const RunResult after = ctl(phone, {"du"});
+  EXPECT_TRUE(holds(after.out, "removal:    none: below the quota\n")) << after.out;
+  EXPECT_TRUE(phone.exists(store + "10#01-01_00-00-00"));
+}
+
+TEST(CtlSystem, DoctorFindsWhatIsProvokedWhileLoggingRuns) {
+  Phone phone;
+  EXPECT_EQ(findings(ctl(phone, {"doctor", "--json"})), ids{"switch"});
+  ASSERT_EQ(ctl(phone, {"start", "mobile"}).status, 0);
+  const auto doctor = [&] {
+    return findings(ctl(phone, {"doctor", "--json", "--timeout", "0.5"}));
+  };
+  EXPECT_EQ(doctor(), ids{});
+
+  const struct {
+    const char* key;
+    const char* value;
+    const char* mended;
+    ids found;
+  } rows[] = {
+      {"vold.mounted", "0", "1", {"storage"}},
+      {"persist.sys.zelka.log.del", "false", "true", {"deletion"}},
+      {"persist.sys.logger.enable", "off", "on", {"self-log"}},
+      {"persist.sys.zklog.type", "0x1", "1", {"mask-text", "mask"}},
+      {"persist.sys.zklog.type", "2048", "1", {"mask"}},
+      {"persist.sys.zklog.enable", "once", "on", {"odd-switch"}},
+  };
+  for (const auto& row : rows) {
+    phone.setprop(row.key, row.value);
+    EXPECT_EQ(doctor(), row.found) << row.key << "=" << row.value;
+    phone.setprop(row.key, row.mended);
+  }
+  {
+    const Client holder(phone);
+    ASSERT_TRUE(holder.connected());
+    EXPECT_EQ(doctor(), ids{"held"});
+  }
+  phone.write("/data/misc/zelkalog/77#01-01_00-00-00/x", "");
+  EXPECT_EQ(doctor(), ids{"left-behind"});
+  fs::remove_all(phone.inside("/data/misc/zelkalog/77#01-01_00-00-00"));
+  EXPECT_EQ(doctor(), ids{});
+
+  // A monitor that ends by itself, as at a stop, is not started again by the daemon.
+  for (const PhoneProcess& monitor : phone.named("harrowmossd-lsm"))
+    phone.signal(monitor.pid, SIGUSR1);
+  ASSERT_TRUE(eventually([&] { return phone.named("harrowmossd-lsm").empty(); }));
+  EXPECT_EQ(doctor(), ids{"no-monitor"});
+  // Nor is a logcat that was killed.
+  for (const PhoneProcess& logcat : phone.named("logcat")) {
+    if (holds(logcat.cmdline[0], ":debug-")) phone.signal(logcat.pid, SIGKILL);
+  }
+  ASSERT_TRUE(eventually([&] { return phone.named("logcat").size() <= 1; }));
+  EXPECT_EQ(doctor(), (ids{"no-logcat", "no-monitor"}));
+  fs::remove(phone.inside("/dev/socket/harrowmossd"));
+  EXPECT_EQ(doctor(), (ids{"not-answering", "no-logcat", "no-monitor"}));
+}
+
+TEST(CtlSystem, DoctorFindsWhatAPhoneLacks) {
+  const struct {
+    const char* what;
+    std::vector<std::string> options;
+    const char* start;   // types, "" none
+    const char* inside;  // shell text that provokes it
+    ids found;
+    const char* said;
+  } rows[] = {
+      {"no daemon",
+       {"--no-daemon", "--prop", "persist.sys.zklog.enable=on", "--prop",
+        "persist.sys.logger.enable=on"},
+       "",
+       "",
+       {"no-daemon"},
+       "does not run"},
+      {"small shared storage",
+       {"--sdcard-size", "64m"},
+       "sensor",
+       "",
+       {"space", "switch"},
+       "/sdcard: 67108865 bytes wanted, 67108864 free"},
+      {"small data partition",
+       {"--data-size", "100m"},
+       "sensor",
+       "",
+       {"space", "switch"},
+       "/data: 134217729 bytes wanted, "},
+      {"no tools and scripts",
+       {},
+       "net,power",
+       "mount -t tmpfs none /system/etc && mount -t tmpfs none /system/bin",
+       {"missing-files"},
+       "/system/etc/get_net_log.sh (for net), /system/etc/fg_logs_start.sh (for power)"},
+      {"logging that was left on with an odd word",
+       {"--prop", "persist.sys.zklog.enable=only", "--prop", "persist.sys.zklog.type=16384"},
+       "",
+       "",
+       {"odd-switch"},
+       "not exactly"},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.what);
+    Phone phone(row.options);
+    if (*row.start != '\0') {
+      EXPECT_EQ(ctl(phone, {"start", row.start}).status, 0);
+    }
+    if (*row.inside != '\0') {
+      EXPECT_EQ(phone.shell(row.inside).status, 0);
+    }
+    const RunResult doctor = ctl(phone, {"doctor", "--json"});
+    EXPECT_EQ(findings(doctor), row.found);
+    EXPECT_TRUE(holds(doctor.out, row.said)) << doctor.out;
+  }
+}
+
+TEST(CtlSystem, StartSaysHowMuchRoomIsMissing) {
+  Phone phone({"--sdcard-size", "64m"});
+  const RunResult start = ctl(phone, {"start", "sensor"});
+  EXPECT_EQ(start.status, 0);
+  EXPECT_TRUE(holds(start.err, "/sdcard: 67108865 bytes wanted, 67108864 free")) << start.err;
+}
+
+TEST(CtlSystem, CheckComparesARealRunWithItsMask) {
+  Phone phone;
+  ASSERT_EQ(ctl(phone, {"start", "mobile,net,power"}).status, 0);
+  fill_buffers(phone);
+  ASSERT_TRUE(eventually([&] {  // the platform's scripts write once a second
+    return phone.shell("cat /data/misc/zelkalog/1#*/fg/* | grep -q .").status == 0;
+  }));
+  EXPECT_EQ(ctl(phone, {"check", "1"}).status, 0) << ctl(phone, {"check", "1"}).out;
+  ASSERT_EQ(ctl(phone, {"stop"}).status, 0);
+  const RunResult whole = ctl(phone, {"check", "1"});
+  EXPECT_EQ(whole.status, 0) << whole.out;
+  EXPECT_TRUE(holds(whole.out, ", complete, mobile,net,power\nas promised (")) << whole.out;
+
+  const std::string run = sdcard_run(phone);
+  fs::remove(phone.inside(run + "/net/iptables-stop.txt"));
+  EXPECT_EQ(ctl(phone, {"check", "1"}).status, 0);  // a note only
+  fs::remove(phone.inside(run + "/others_stop.prop"));
+  for (const std::string& name : phone.list(run + "/mobile")) {
+    if (holds(name, "-main.txt")) phone.write(run + "/mobile/" + name, "");
+    if (holds(name, "-events.txt")) phone.write(run + "/mobile/" + name + ".2", "x");
+  }
+  const RunResult broken = ctl(phone, {"check", "1"});
+  EXPECT_EQ(broken.status, 1);
+  for (const char* line :
+       {"missing  every run    others_stop.prop\n", "empty    mobile       mobile/",
+        "hole     mobile       mobile/", "note     net          net/iptables-stop"})
+    EXPECT_TRUE(holds(broken.out, line)) << line << " in\n" << broken.out;
+}
+
+TEST(CtlSystem, EstimateBoundsTheBundleAndSendsNothing) {
+  Phone phone;
+  phone.run({"log", "-n", "3000", "-t", "CtlTest", std::string(200, 'x')});
+  phone.write("/data/tombstones/tombstone_00", std::string(300000, 't'));
+  phone.write("/data/anr/anr_1", std::string(70000, 'a'));
+  const std::string list = "general,tombstone,anr";
+  const std::string log = "/data/misc/zelkalog/.logger/harrowmossd.txt";
+  ASSERT_TRUE(eventually([&] { return phone.exists(log); }));
+  const std::string before = phone.read(log);
+  const RunResult estimate =
+      ctl(phone, {"feedback", "--estimate", "--json", "--select", list, "/sdcard/report"});
+  EXPECT_EQ(estimate.status, 0) << estimate.err;
+  EXPECT_FALSE(holds(phone.read(log).substr(before.size()), "new connection"));
+  EXPECT_FALSE(phone.exists("/sdcard/report"));
+  std::smatch match;
+  ASSERT_TRUE(std::regex_search(estimate.out, match, std::regex("\"wanted\":([0-9]+)")));
+  const long wanted = std::stol(match[1]);
+
+  ASSERT_EQ(ctl(phone, {"feedback", "--select", list, "/sdcard/report"}).status, 0);
+  const long used = std::stol(phone.run({"du", "-s", "-k", "/sdcard/report"}).out) * 1024;
+  EXPECT_GE(wanted, used);
+  EXPECT_LT(wanted, used + 128 * 1024);  // the report's allowance, and lines logged meanwhile
+
+  const int fd = open(phone.inside("/sdcard/fill").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+  const auto room = fs::space(phone.inside("/sdcard")).available;
+  ASSERT_EQ(posix_fallocate(fd, 0, static_cast<off_t>(room) - 4096), 0);
+  close(fd);
+  const RunResult full =
+      ctl(phone, {"feedback", "--estimate", "--select", list, "/sdcard/other/report"});
+  EXPECT_EQ(full.status, 1);
+  EXPECT_TRUE(std::regex_search(
+      full.out, std::regex("no room: /sdcard/other/report: [0-9]+ bytes wanted, 4096 free\n")))
+      << full.out;
+}
+
+}  // namespace
