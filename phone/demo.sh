@@ -128,4 +128,23 @@ lines=$(cat .logger/harrowmoss.txt .logger/harrowmoss.txt.1 | grep -c ' burst ')
 [ "$lines" = 80000 ] || die "$lines of 80000 lines came through the rotation"
 echo "rotation               10 MiB reached, all 80000 lines are in harrowmoss.txt and harrowmoss.txt.1"
 
+say "All fourteen logger types for a few seconds, and what each left"
+show harrowmossctl start all
+sleep 2
+finger swipe event2 540 1800 540 600 3 > /dev/null
+sleep 1
+show harrowmossctl stop
+run=$(getprop sys.harrowmossd.log_store_path)
+for left in mobile modem net power fg fingerprint touch wlan_logs anr system.prop system_stop.prop; do
+  [ -e "$run/$left" ] || die "no $left in $run"
+  if [ -d "$run/$left" ]; then
+    printf '%-18s %s\n' "$left/" "$(ls "$run/$left" | tr '\n' ' ' | cut -c 1-90)"
+  else
+    printf '%-18s %s bytes\n' "$left" "$(stat -c %s "$run/$left")"
+  fi
+done
+echo "switched on and off again (dump, coredump, systrace, MPSSDump, memory, sensor, anrDumpsys):"
+grep -E 'ssr.restart_level|debug.trace|systrace.enable|start_ind|memory.debug|sensorlog_state|dumpsys.enable' \
+  /dev/bench/properties.log | sed 's/^[0-9]* //' | while read -r one; do read -r two; read -r three; echo "  $one  $two  $three"; done
+
 printf '\ndemo: everything is there. Next: ./dev phone, and ./dev for the rest\n'
