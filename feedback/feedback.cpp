@@ -3,6 +3,7 @@
 #include <errno.h>
 #include <stdio.h>
 #include <string.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <string>
@@ -72,6 +73,24 @@ bool is_same_or_below(const char* path, const char* dir) {
   }
 }
 
+// Whether `path`, or a directory that it lies in, is `dir` itself under another name: shared
+// storage has several.
+bool is_same_or_below_by_inode(const char* path, const char* dir) {
+  struct stat wanted;
+  if (stat(dir, &wanted) != 0) return false;
+  std::string prefix = path;
+  for (size_t end = prefix.size(); end != 0 && end != std::string::npos;) {
+    prefix.resize(end);
+    struct stat info;
+    if (stat(prefix.c_str(), &info) == 0 && info.st_dev == wanted.st_dev &&
+        info.st_ino == wanted.st_ino) {
+      return true;
+    }
+    end = prefix.find_last_of('/');
+  }
+  return false;
+}
+
 bool has_control_byte(const char* path) {
   for (const char* p = path; *p != '\0'; p++) {
     if (static_cast<unsigned char>(*p) < 0x20 || *p == 0x7F) return true;
@@ -88,7 +107,9 @@ const char* destination_fault(const char* path, const char* const* sources, size
   if (has_dot_component(path)) return "has a . or .. component";
   if (has_control_byte(path)) return "has a control byte";
   for (size_t i = 0; i < count; i++) {
-    if (is_same_or_below(path, sources[i])) return "inside of what is copied";
+    if (is_same_or_below(path, sources[i]) || is_same_or_below_by_inode(path, sources[i])) {
+      return "inside of what is copied";
+    }
   }
   return fits(path) ? nullptr : "too long";
 }

@@ -1,4 +1,5 @@
 #include <cutils/properties.h>
+#include <sys/stat.h>
 
 #include <iterator>
 #include <memory>
@@ -67,9 +68,19 @@ int get_cell_log(const char*) {
   return log_only(__func__);
 }
 
+// Whether `dir` is the directory that holds `source`.
+bool holds(const char* dir, const char* source) {
+  const std::string parent = std::string(source) + "/..";
+  struct stat wanted;
+  struct stat info;
+  return stat(parent.c_str(), &wanted) == 0 && stat(dir, &info) == 0 &&
+         wanted.st_dev == info.st_dev && wanted.st_ino == info.st_ino;
+}
+
 int get_power_log(const char* dir) {
   LOGD("function invoked");
   run_tool("/system/bin/sh /system/etc/power_logs_feedback.sh");
+  if (holds(dir, kPowerFeedbackDir)) return 0;  // in its place already; nothing to copy nor delete
   if (!has_room(copy_has_room, kPowerFeedbackDir, dir)) return 0;
   copy_dir(kPowerFeedbackDir, dir);
   delete_dir(kPowerFeedbackDir);
@@ -125,7 +136,8 @@ static_assert(bits_match_protocol(), "the protocol names other pieces than are c
 
 const char* feedback_destination_fault(const char* dir) {
   constexpr const char* kSources[] = {kGeneralDir,      "/data/anr",       "/data/tombstones",
-                                      "/sys/fs/pstore", kPowerFeedbackDir, kExceptionDir};
+                                      "/sys/fs/pstore", kPowerFeedbackDir, kExceptionDir,
+                                      kBluetoothLogs};
   return destination_fault(dir, kSources, std::size(kSources), [](const char* path) {
     return command_fits(shell_command::copy_dir, kPowerFeedbackDir, path);  // the longest of them
   });

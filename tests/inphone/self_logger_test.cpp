@@ -103,6 +103,7 @@ TEST_F(SelfLogger, CutsALineAt1023BytesWithItsNewline) {
 }
 
 TEST(SelfLoggerSwitch, OnlyAValueThatBeginsWithOnWrites) {
+  std::filesystem::remove_all("/data/misc/zelkalog");  // init has made it
   logger("%s", "unset");
   for (const char* off : {"off", "On", "", "1", "o"}) {
     setprop(kEnable, off);
@@ -121,6 +122,7 @@ TEST(SelfLoggerSwitch, OnlyAValueThatBeginsWithOnWrites) {
 
 TEST_F(SelfLogger, DirectoriesAreEverybodysAndTheFileObeysTheUmask) {
   const std::string misc = mode_and_owner("/data/misc");
+  std::filesystem::remove_all("/data/misc/zelkalog");
   umask(077);
   logger("%s", "first");
   EXPECT_EQ(mode_and_owner("/data/misc"), misc);
@@ -138,6 +140,7 @@ TEST_F(SelfLogger, TheFirstFileIsMadeWithAllModeBits) {
 TEST_F(SelfLogger, SaysInTheAndroidLogWhyItCannotWriteAndTriesAgain) {
   const std::string no_directory = std::string("D logger, cannot create file:") + kSelfLogDir;
   const std::string no_file = std::string("D logger, open file failed.:") + kSelfLogFile;
+  std::filesystem::remove_all("/data/misc/zelkalog");
   put("/data/misc/zelkalog", "a file in its place");
   logger("%s", "one");
   logger("%s", "two");

@@ -58,6 +58,7 @@ TEST_F(Start, ARunIsNamedByItsNumberAndTheLocalTime) {
 
 TEST_F(Start, SwitchedOffOnlyPreparesTheStore) {
   const Texts vendor = list("/data/vendor");
+  const Texts working = list("/data/misc/zelkalog");
   for (const char* enable : {"", "off", "On"}) {
     if (enable[0] != '\0') setprop(kEnableProp, enable);
     const PropertiesSince since;
@@ -66,7 +67,7 @@ TEST_F(Start, SwitchedOffOnlyPreparesTheStore) {
   }
   EXPECT_EQ(list("/sdcard"), Texts{"zelkalog"});
   EXPECT_EQ(list("/sdcard/zelkalog"), Texts{});
-  EXPECT_FALSE(exists("/data/misc/zelkalog"));
+  EXPECT_EQ(list("/data/misc/zelkalog"), working);
   EXPECT_EQ(list("/data/vendor"), vendor);
   EXPECT_EQ(list("/data/vendor/zelkalog/common"), Texts{});
   EXPECT_EQ(get(kCallsLog), "");

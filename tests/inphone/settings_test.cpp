@@ -1,0 +1,220 @@
+// Values that survive a wipe, the verdict and the identity built on them, and the logs of a phone
+// that charged powered off.
+#include "debuglog/settings.h"
+
+#include <string.h>
+
+#include <map>
+#include <random>
+
+#include "tests/inphone/inphone.h"
+
+namespace {
+
+using namespace inphone;
+
+constexpr char kDir[] = "/persist/harrowmoss";
+constexpr char kKey[] = "/persist/harrowmoss/persist.test";
+constexpr char kState[] = "/persist/harrowmoss/persist.sys.state";
+constexpr size_t kReadable = 91;
+
+// What a caller's zeroed buffer of 92 bytes holds afterwards, all of it; "-1" for a failure.
+std::string stored(const char* key) {
+  char buf[kReadable + 1 + 8] = {};
+  memset(buf + kReadable + 1, '#', 8);
+  if (getPersistProperty(key, buf) != 0) return "-1";
+  EXPECT_EQ(std::string(buf + kReadable + 1, 8), "########") << key;
+  return buf;
+}
+
+TEST(PersistStore, IsForRootAloneWhateverItWasBefore) {
+  for (const mode_t mask : {0000, 0077, 0777}) {
+    std::filesystem::remove_all(kDir);
+    umask(mask);
+    EXPECT_EQ(setPersistProperty("persist.test", "v"), 0);
+    EXPECT_EQ(mode_and_owner(kDir), "0700 0:0") << mask;
+    EXPECT_EQ(mode_and_owner(kKey), "0600 0:0") << mask;
+  }
+  ASSERT_EQ(chmod(kKey, 0666), 0);
+  ASSERT_EQ(chown(kKey, 1015, 1015), 0);
+  EXPECT_EQ(setPersistProperty("persist.test", "w"), 0);
+  EXPECT_EQ(mode_and_owner(kKey), "0600 0:0");
+}
+
+TEST(PersistStore, HoldsTheLastValueExactlyAndReads91Bytes) {
+  const std::string long_values[] = {std::string(91, 'x'), std::string(92, 'y'),
+                                     std::string(5000, 'z')};
+  for (const std::string& value :
+       {std::string("two\nlines"), long_values[0], std::string("short"), long_values[1],
+        std::string(), long_values[2], std::string("0")}) {
+    EXPECT_EQ(setPersistProperty("persist.test", value.c_str()), 0);
+    EXPECT_EQ(get(kKey), value);
+    EXPECT_EQ(stored("persist.test"), value.substr(0, kReadable));
+  }
+}
+
+TEST(PersistStore, FailuresAreLoggedWithTheirReason) {
+  const auto last_is = [](const std::string& text, int error) {
+    return log_texts().back() == text + " failed. " + strerror(error);
+  };
+  EXPECT_EQ(stored("none"), "-1");
+  EXPECT_TRUE(last_is("W access /persist/harrowmoss/", ENOENT));
+  ASSERT_EQ(mount(nullptr, "/persist", nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr), 0);
+  EXPECT_EQ(setPersistProperty("k", "v"), -1);
+  EXPECT_EQ(logged("D The dir: /persist/harrowmoss/ is not existed, create it."), 1);
+  EXPECT_TRUE(last_is("D mkdir /persist/harrowmoss/", EROFS));
+  ASSERT_EQ(mount(nullptr, "/persist", nullptr, MS_REMOUNT | MS_BIND, nullptr), 0);
+  std::filesystem::create_directories("/persist/harrowmoss/directory");
+  EXPECT_EQ(stored("none"), "-1");
+  EXPECT_TRUE(last_is("W open /persist/harrowmoss/none", ENOENT));
+  EXPECT_EQ(stored("directory"), "-1");
+  EXPECT_TRUE(last_is("E reading data from /persist/harrowmoss/directory", EISDIR));
+}
+
+TEST(PersistStore, NeverWritesThroughALink) {
+  std::filesystem::create_directories(kDir);
+  put("/data/target", "untouched");
+  ASSERT_EQ(chmod("/data/target", 0644), 0);
+  for (const char* target : {"/data/target", "../../data/target", "/data/missing", "/data"}) {
+    ASSERT_EQ(symlink(target, kKey), 0);
+    EXPECT_EQ(setPersistProperty("persist.test", "v"), -1) << target;
+    EXPECT_TRUE(std::filesystem::is_symlink(kKey)) << target;
+    ASSERT_EQ(unlink(kKey), 0);
+  }
+  EXPECT_EQ(logged(std::string("D open/create ") + kKey + " failed. " + strerror(ELOOP)), 4);
+  EXPECT_EQ(get("/data/target"), "untouched");
+  EXPECT_EQ(mode_and_owner("/data/target"), "0644 0:0");
+  EXPECT_FALSE(exists("/data/missing"));
+}
+
+TEST(PersistStore, AWriterKilledAtAnyMomentLeavesNoMix) {
+  constexpr int kKills = 1000, kLongestMicroseconds = 300;
+  const std::string longer(kReadable, 'a'), shorter(30, 'b');
+  std::mt19937 random(1);
+  std::map<std::string, int> seen;
+  for (int i = 0; i < kKills; i++) {
+    unlink(kKey);
+    const pid_t writer = fork();
+    while (writer == 0) {
+      setPersistProperty("persist.test", longer.c_str());
+      setPersistProperty("persist.test", shorter.c_str());
+    }
+    ASSERT_TRUE(eventually([] { return exists(kKey); }));
+    const auto start = std::chrono::steady_clock::now();
+    const std::chrono::microseconds delay(random() % kLongestMicroseconds);
+    while (std::chrono::steady_clock::now() < start + delay) {
+    }
+    kill(writer, SIGKILL);
+    int status = 0;
+    ASSERT_EQ(waitpid(writer, &status, 0), writer);
+    ASSERT_TRUE(WIFSIGNALED(status)) << status;
+    seen[stored("persist.test")]++;
+  }
+  EXPECT_EQ(seen[""] + seen[longer] + seen[shorter], kKills);
+  EXPECT_GT(seen[longer], kKills / 10);  // or it was not killed between them
+  EXPECT_GT(seen[shorter], kKills / 10);
+}
+
+TEST(BuildState, ThePropertyDecidesBeforeTheSizeOfTheSystem) {
+  struct statfs system = {};
+  ASSERT_EQ(statfs("/system", &system), 0);
+  const std::string size =
+      std::to_string((system.f_blocks - system.f_bfree) * static_cast<uint64_t>(system.f_bsize));
+  const std::string none = "none", marked = "IsRoot:Y";
+  const struct {
+    const char* property;
+    std::string size;  // as provisioned; `none`: not
+    int state;
+    std::string marker;  // `none`: no file
+  } rows[] = {
+      {"0", "1", 0, none},         {"3", none, 3, none}, {"abc", "1", 0, none},
+      {"-1", size, -1, none},      {"", size, 0, none},  {"", size + "\n", 1, marked},
+      {"", "0" + size, 1, marked}, {"", "", 1, marked},  {"", none, 1, marked},
+  };
+  for (const auto& row : rows) {
+    std::filesystem::remove_all(kDir);
+    if (row.size != none) put("/persist/harrowmoss/persist.sys.system.size", row.size);
+    setprop("plenx_is_root", row.property);
+    for (int call = 1; call <= 2; call++) {  // the marker is written at each
+      EXPECT_EQ(getBuildState(), row.state) << row.property << " " << row.size;
+      EXPECT_EQ(exists(kState) ? get(kState) : none, row.marker) << row.property << " " << row.size;
+      unlink(kState);
+    }
+    EXPECT_EQ(exists(kDir), row.size != none || row.marker != none);  // no access without need
+  }
+}
+
+TEST(BuildId, IsTheFingerprintOrWhatItsPartsMakeCutAt91) {
+  const std::string full(kReadable, 'f'), sixty(60, 'n'), brand(84, 'x'), too_long(85, 'x');
+  using Properties = std::vector<std::pair<std::string, std::string>>;
+  // clang-format off
+  const Properties parts = {
+      {"ro.product.brand", "b"}, {"ro.product.name", "n"}, {"ro.product.device", "d"},
+      {"ro.build.version.release", "13"}, {"ro.build.id", "I"},
+      {"ro.build.version.incremental", "7"}, {"ro.build.type", "user"}, {"ro.build.tags", "keys"}};
+  // clang-format on
+  const std::pair<Properties, std::string> rows[] = {
+      {{{"ro.build.fingerprint", "a/b/c:13"}, {"ro.product.brand", "not me"}}, "a/b/c:13"},
+      {{{"ro.build.fingerprint", full}}, full},
+      {parts, "b/n/d:13/I/7:user/keys"},
+      {{}, "//://:/"},
+      {{{"ro.product.brand", brand}}, brand + "//://:/"},  // exactly 91
+      {{{"ro.product.brand", too_long}}, too_long + "//://:"},
+      {{{"ro.product.brand", sixty}, {"ro.product.name", sixty}},
+       sixty + "/" + sixty.substr(0, 30)},
+  };
+  for (const auto& row : rows) {
+    const std::string got = with_properties(row.first, [] {
+      char buf[kReadable + 1 + 8] = {};
+      const int length = getBuildID(buf);
+      return std::to_string(length) + " " + std::string(buf, sizeof(buf));
+    });
+    std::string expected = row.second;
+    expected.resize(kReadable + 1 + 8);  // nothing behind it is touched
+    EXPECT_EQ(got, std::to_string(row.second.size()) + " " + expected);
+  }
+}
+
+class PowerOffLogs : public ::testing::Test {
+ protected:
+  static constexpr char kMoved[] = "/data/misc/zelkalog/poweroffcharge";
+  const Texts sources_ = {"/cache/zelkalog", "/persist/zelkalog"};
+  const std::string said_ = std::string("E cp poweroffchargelog to ") + kMoved;
+};
+
+TEST_F(PowerOffLogs, AreMovedUnlessThePhoneChargesPoweredOffNow) {
+  const std::pair<const char*, bool> rows[] = {{"on", false}, {"online", false}, {"off", true},
+                                               {"On", true},  {"o", true},       {"", true}};
+  for (const auto& [control, moves] : rows) {
+    std::filesystem::remove_all(kMoved);
+    for (const std::string& source : sources_)
+      put(source + source.substr(0, 3) + "/log.txt", source);
+    setprop("sys.poweroffcharge.control", control);
+    const long said = logged(said_);
+    preProcess();
+    for (const std::string& source : sources_) {
+      EXPECT_EQ(exists(source), !moves) << control << " " << source;
+      EXPECT_EQ(get(kMoved + source.substr(0, 3) + "/log.txt"), moves ? source : "");
+    }
+    EXPECT_EQ(logged(said_) - said, moves ? 2 : 0) << control;
+    EXPECT_EQ(exists(kMoved), moves) << control;
+  }
+  EXPECT_EQ(logged("D function invoked, !is_poweroffcharge : 0"), 2);
+  EXPECT_EQ(logged("D function invoked, !is_poweroffcharge : 1"), 4);
+}
+
+TEST_F(PowerOffLogs, WithoutRoomStayWhereTheyAre) {
+  constexpr int64_t kBlock = 4096;
+  std::filesystem::create_directories(kMoved);
+  put_bytes("/cache/zelkalog/big", 100 * kBlock);
+  put("/persist/zelkalog/small", "fits");
+  fill_up_to("/data", 20 * kBlock);
+  preProcess();
+  EXPECT_EQ(std::filesystem::file_size("/cache/zelkalog/big"), 100u * kBlock);
+  EXPECT_FALSE(exists(std::string(kMoved) + "/big"));
+  EXPECT_EQ(get(std::string(kMoved) + "/small"), "fits");
+  EXPECT_FALSE(exists("/persist/zelkalog"));
+  EXPECT_EQ(logged(said_), 1);  // of the other place
+}
+
+}  // namespace

@@ -1,0 +1,221 @@
+#include "tests/system/daemon.h"
+
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <string.h>
+#include <time.h>
+
+#include <algorithm>
+#include <filesystem>
+
+#include "platform/linux/log_record.h"
+
+namespace fs = std::filesystem;
+
+static constexpr const char* kMainBuffer = "/dev/log/main";
+static constexpr const char* kDaemonTag = "harrowmossd";
+static constexpr const char* kStorePathProp = "sys.harrowmossd.log_store_path";
+
+// "source|function|line~parent:: text"
+static bool parse_convention(const std::string& message, LogLine* line) {
+  const size_t first = message.find('|'), second = message.find('|', first + 1);
+  const size_t text = message.find(":: ");
+  if (first == std::string::npos || second == std::string::npos || text == std::string::npos ||
+      text < second)
+    return false;
+  line->source = message.substr(0, first);
+  line->function = message.substr(first + 1, second - first - 1);
+  line->text = message.substr(text + 3);
+  return true;
+}
+
+std::ostream& operator<<(std::ostream& out, const LogLine& line) {
+  return out << line.priority << " " << line.pid << " " << line.source << "|" << line.function
+             << ": " << line.text;
+}
+
+std::vector<LogLine> daemon_log(const Phone& phone) {
+  const std::string bytes = phone.read(kMainBuffer);
+  std::vector<LogLine> lines;
+  for (size_t at = 0; at + sizeof(LogRecord) <= bytes.size();) {
+    LogRecord record;
+    memcpy(&record, bytes.data() + at, sizeof record);
+    if (record.magic != kLogRecordMagic) {
+      at += 4;
+      continue;
+    }
+    const std::string payload = bytes.substr(at + sizeof record, record.size);
+    const std::string tag = payload.c_str();
+    LogLine line;
+    line.priority = record.priority;
+    line.pid = record.pid;
+    line.tid = record.tid;
+    if (tag == kDaemonTag && tag.size() < payload.size() &&
+        parse_convention(payload.c_str() + tag.size() + 1, &line))
+      lines.push_back(std::move(line));
+    at += (sizeof record + record.size + 3) & ~size_t{3};
+  }
+  return lines;
+}
+
+std::vector<LogLine> lines_with(const std::vector<LogLine>& lines, const std::string& start) {
+  std::vector<LogLine> found;
+  std::copy_if(lines.begin(), lines.end(), std::back_inserter(found),
+               [&](const LogLine& line) { return line.text.compare(0, start.size(), start) == 0; });
+  return found;
+}
+
+std::vector<std::string> main_thread_log(const Phone& phone, size_t from) {
+  const std::vector<LogLine> lines = daemon_log(phone);
+  const pid_t pid = phone.daemon_pid();
+  std::vector<std::string> texts;
+  for (size_t i = from; i < lines.size(); i++) {
+    if (lines[i].pid == pid && lines[i].tid == pid)
+      texts.push_back(std::to_string(lines[i].priority) + " " + lines[i].text);
+  }
+  return texts;
+}
+
+int count_lines(const Phone& phone, const std::string& start) {
+  return static_cast<int>(lines_with(daemon_log(phone), start).size());
+}
+
+std::string rest_of_line(const Phone& phone, const std::string& start) {
+  const std::vector<LogLine> found = lines_with(daemon_log(phone), start);
+  EXPECT_EQ(found.size(), 1u) << start;
+  return found.empty() ? "" : found[0].text.substr(start.size());
+}
+
+std::vector<std::string> overdue_kills(const Phone& phone) {
+  std::vector<std::string> found;
+  for (const LogLine& line : daemon_log(phone)) {
+    if (line.text.find("kill it") != std::string::npos ||
+        line.text.find("kill them") != std::string::npos)
+      found.push_back(line.text);
+  }
+  return found;
+}
+
+std::vector<std::string> quick_vendor(std::vector<std::string> more) {
+  more.insert(more.end(), {"--prop", "bench.vendor=off", "--prop",
+                           "sys.zelka.harrowmossd.action.mv_vendor_common_logs.done=1", "--prop",
+                           "sys.zelka.harrowmossd.action.mv_vendor_wifi_logs.done=1"});
+  return more;
+}
+
+static constexpr int kSwitchLimitMs = 120000;  // a start may contain a stop, with stubborn workers
+
+static int32_t int_reply(const std::string& digits) {
+  EXPECT_EQ(digits.size(), 8u) << digits;
+  if (digits.size() != 8) return -99;
+  int32_t value;
+  memcpy(&value, from_hex(digits).data(), sizeof value);
+  return value;
+}
+
+int32_t start_logging(const Phone& phone, int32_t mask) {
+  return int_reply(ask(phone, 2, little_endian(static_cast<uint32_t>(mask), 4), kSwitchLimitMs));
+}
+
+int32_t stop_logging(const Phone& phone) {
+  return int_reply(ask(phone, 3, "", kSwitchLimitMs));
+}
+
+bool serves(const Phone& phone, int limit_ms) {
+  Client client(phone);
+  return client.send(request(1, 1)) &&
+         hex(client.reply(limit_ms)) == "1000000001000000010000000000000001000000";
+}
+
+std::vector<PhoneProcess> children_of_daemon(const Phone& phone) {
+  std::vector<pid_t> family = {phone.daemon_pid()};
+  std::vector<PhoneProcess> found;
+  std::vector<PhoneProcess> all = phone.processes();
+  for (bool grown = true; grown;) {
+    grown = false;
+    for (PhoneProcess& process : all) {
+      if (process.pid == 0 || std::find(family.begin(), family.end(), process.ppid) == family.end())
+        continue;
+      family.push_back(process.pid);
+      found.push_back(process);
+      process.pid = 0;
+      grown = true;
+    }
+  }
+  return found;
+}
+
+bool settled(const Phone& phone) {
+  return eventually([&] { return count_lines(phone, "waitpid success") >= 1; }) &&
+         eventually_childless(phone);
+}
+
+bool eventually_childless(const Phone& phone, int limit_ms) {
+  return eventually([&] { return children_of_daemon(phone).empty(); }, limit_ms);
+}
+
+std::vector<PhoneProcess> logcats(const Phone& phone) {
+  std::vector<PhoneProcess> found;
+  for (const char* buffer : {"main", "events", "system", "radio", "crash", "kernel"}) {
+    PhoneProcess process = logcat_of(phone, buffer);
+    if (process.pid > 0) found.push_back(std::move(process));
+  }
+  return found;
+}
+
+PhoneProcess logcat_of(const Phone& phone, const std::string& buffer) {
+  for (const PhoneProcess& process : phone.named("logcat")) {
+    if (!process.cmdline.empty() && process.cmdline[0] == "harrowmossd:debug-" + buffer + "-vesk")
+      return process;
+  }
+  return {};
+}
+
+PhoneProcess size_monitor(const Phone& phone) {
+  for (const PhoneProcess& process : phone.named("harrowmossd-lsm")) {
+    if (process.state != 'Z') return process;
+  }
+  return {};
+}
+
+bool is_alive(const Phone& phone, pid_t pid) {
+  for (const PhoneProcess& process : phone.processes()) {
+    if (process.pid == pid) return process.state != 'Z';
+  }
+  return false;
+}
+
+std::vector<std::string> descriptors(const Phone& phone, pid_t pid) {
+  std::vector<std::string> targets;
+  std::error_code error;
+  const std::string directory = phone.inside("/proc/" + std::to_string(pid) + "/fd");
+  for (const auto& entry : fs::directory_iterator(directory, error)) {
+    std::error_code gone;
+    targets.push_back(fs::read_symlink(entry.path(), gone).string());
+  }
+  std::sort(targets.begin(), targets.end());
+  return targets;
+}
+
+std::string run_name(const Phone& phone) {
+  const std::string path = phone.getprop(kStorePathProp);
+  return path.substr(path.rfind('/') + 1);
+}
+
+std::vector<std::string> tree(const Phone& phone, const std::string& directory) {
+  std::vector<std::string> paths;
+  const std::string root = phone.inside(directory) + "/";
+  std::error_code error;
+  for (const auto& entry : fs::recursive_directory_iterator(root, error)) {
+    const std::string path = entry.path().string().substr(root.size());
+    paths.push_back(entry.is_directory() && !entry.is_symlink() ? path + "/" : path);
+  }
+  std::sort(paths.begin(), paths.end());
+  return paths;
+}
+
+int64_t monotonic_now_ms() {
+  struct timespec now;
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return now.tv_sec * INT64_C(1000) + now.tv_nsec / 1000000;
+}

@@ -1,0 +1,76 @@
+// What the system tests look at besides the phone: the daemon's own log lines, its processes and
+// their descriptors.
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+#include "tests/support/client.h"
+#include "tests/support/phone.h"
+
+// Logger types, by the bits that the tests ask for.
+constexpr int kMobile = 0x1, kModem = 0x2, kWifi = 0x40;
+
+// One line of the daemon in the phone's main log buffer.
+struct LogLine {
+  int priority = 0;  // 3 debug, 4 info, 5 warning, 6 error
+  pid_t pid = 0;     // as the phone counts
+  pid_t tid = 0;
+  std::string source, function;
+  std::string text;
+};
+std::ostream& operator<<(std::ostream& out, const LogLine& line);
+
+// All of them, or those whose text begins with `start`; in order.
+std::vector<LogLine> daemon_log(const Phone& phone);
+std::vector<LogLine> lines_with(const std::vector<LogLine>& lines, const std::string& start);
+int count_lines(const Phone& phone, const std::string& start);
+// The main thread of the main process alone: "priority text" of every line from number `from` on.
+std::vector<std::string> main_thread_log(const Phone& phone, size_t from);
+// The one line that begins so, without that beginning; a test failure when there is not just one.
+std::string rest_of_line(const Phone& phone, const std::string& start);
+
+// The lines that tell of something that had to be killed because it outlived its bound.
+std::vector<std::string> overdue_kills(const Phone& phone);
+
+// Options for a phone without a vendor side, whose answers are there already: a stop does not wait.
+std::vector<std::string> quick_vendor(std::vector<std::string> more = {});
+
+// Start and stop as the client asks for them. The result, or a test failure and -99.
+int32_t start_logging(const Phone& phone, int32_t mask);
+int32_t stop_logging(const Phone& phone);
+
+// The version request is answered within the limit.
+bool serves(const Phone& phone, int limit_ms = kClientLimitMs);
+
+// Every process below the daemon's main process, zombies too.
+std::vector<PhoneProcess> children_of_daemon(const Phone& phone);
+// Waits until the kernel-log worker of the start-up is reaped: then an idle daemon logs nothing
+// more, and has no child.
+bool settled(const Phone& phone);
+bool eventually_childless(const Phone& phone, int limit_ms = 10000);
+// The debug logcats that capture now, "main" first; by argv[0].
+std::vector<PhoneProcess> logcats(const Phone& phone);
+PhoneProcess logcat_of(const Phone& phone, const std::string& buffer);
+PhoneProcess size_monitor(const Phone& phone);  // pid 0: none
+bool is_alive(const Phone& phone, pid_t pid);   // zombies are not
+
+// What every open descriptor of a process of the phone points at; "" for an unreadable one.
+std::vector<std::string> descriptors(const Phone& phone, pid_t pid);
+
+// The run directory's name that the daemon publishes, and its two places.
+std::string run_name(const Phone& phone);
+inline std::string working_path(const std::string& run) {
+  return "/data/misc/zelkalog/" + run;
+}
+inline std::string store_path(const std::string& run) {
+  return "/sdcard/zelkalog/" + run;
+}
+
+// All paths below `directory`, relative to it, sorted; directories end in '/'.
+std::vector<std::string> tree(const Phone& phone, const std::string& directory);
+
+// Milliseconds of CLOCK_MONOTONIC.
+int64_t monotonic_now_ms();

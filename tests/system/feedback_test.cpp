@@ -1,0 +1,281 @@
+// Feedback bundles and the two plain copies, asked for through the socket: destinations that a
+// client names, the order of the getters, and tools that hang.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <set>
+
+#include "tests/system/daemon.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+using Texts = std::vector<std::string>;
+
+constexpr int kFeedback = 6, kCopyTraces = 14, kCopyKernelLog = 15;
+constexpr int kGeneral = 0x10, kTombstones = 0x20, kMinidump = 0x10000;
+constexpr int kEverything = 0x1fff0;
+constexpr int kLimitMs = 60000;
+
+std::string text16(const std::u16string& text) {
+  std::string bytes = little_endian(text.size(), 4);
+  for (const char16_t unit : text) bytes += little_endian(unit, 2);
+  bytes.append(2, '\0');
+  bytes.append((4 - bytes.size() % 4) % 4, '\0');
+  return bytes;
+}
+
+// The answer's bytes in hex to one of the three requests.
+std::string ask_for(const Phone& phone, int code, const std::u16string& destination,
+                    uint32_t mask = kTombstones) {
+  const std::string before = code == kFeedback ? little_endian(mask, 4) : "";
+  return ask(phone, code, before + text16(destination), kLimitMs);
+}
+
+// Every path that a client could have named with its mode and owner; what the daemon itself logs
+// into is left out.
+std::set<std::string> all_paths(const Phone& phone) {
+  std::set<std::string> found;
+  for (const char* volume : {"/data", "/cache", "/persist", "/sys", "/tmp"}) {
+    const std::string root = phone.inside(volume);
+    std::error_code error;
+    for (const auto& entry : fs::recursive_directory_iterator(root, error)) {
+      struct stat info = {};
+      lstat(entry.path().c_str(), &info);
+      const std::string path = volume + entry.path().string().substr(root.size());
+      if (path.find("/.logger") != std::string::npos) continue;
+      found.insert(path + " " + std::to_string(info.st_mode) + " " + std::to_string(info.st_uid));
+    }
+  }
+  return found;
+}
+
+// What differs between two of these.
+Texts changes(const std::set<std::string>& before, const std::set<std::string>& after) {
+  Texts paths;
+  std::set_symmetric_difference(before.begin(), before.end(), after.begin(), after.end(),
+                                std::back_inserter(paths));
+  return paths;
+}
+
+// What the requests copy from.
+void put_sources(const Phone& phone) {
+  phone.write("/data/tombstones/tombstone_00", "crash\n");
+  phone.write("/data/local/traces/trace", "trace\n");
+}
+
+TEST(Feedback, RefusedDestinationsChangeNothing) {
+  Phone phone;
+  ASSERT_TRUE(phone.ok() && settled(phone));
+  put_sources(phone);
+  EXPECT_EQ(ask_for(phone, kFeedback, u""), "ffffffff");  // makes the base directory
+  const std::set<std::string> before = all_paths(phone);
+  phone.clear_calls();
+  int refused = 1;
+  const std::pair<int, const char*> rows[] = {
+      {kFeedback, "ffffffff"}, {kCopyTraces, "00000000"}, {kCopyKernelLog, "ffffffff"}};
+  const std::u16string long_name = u"/sdcard/" + std::u16string(112, u'x');
+  for (const auto& [code, answer] : rows) {
+    for (const char16_t* destination : {u"", u"relative/x", u"/", u"//", u"/data", u"/sdcard/..",
+                                        u"/sdcard/a\nb", long_name.c_str()}) {
+      EXPECT_EQ(ask_for(phone, code, destination, kEverything), answer);
+      EXPECT_EQ(count_lines(phone, "destination refused, "), ++refused);
+    }
+  }
+  for (const LogLine& line : lines_with(daemon_log(phone), "destination refused, "))
+    EXPECT_EQ(line.priority, 6) << line;
+  EXPECT_EQ(phone.calls().size(), 0u);
+  EXPECT_EQ(changes(before, all_paths(phone)), Texts{});
+  EXPECT_TRUE(serves(phone));
+}
+
+TEST(Feedback, TheBoundOfEachRequestIsThatOfItsCommand) {
+  Phone phone;
+  ASSERT_TRUE(phone.ok() && settled(phone));
+  put_sources(phone);
+  const std::pair<int, size_t> rows[] = {{kFeedback, 89}, {kCopyTraces, 107}, {kCopyKernelLog, 94}};
+  for (const auto& [code, bound] : rows) {
+    const size_t room = bound - strlen("/sdcard/a");
+    const std::string blanks = std::string(room / 2, ' ') + std::string(room % 2, 'x');
+    for (const std::string& rest : {std::string(room, 'y'), blanks}) {  // a blank takes two bytes
+      const std::string longest = "/sdcard/a" + rest, longer = longest + "z";
+      ask_for(phone, code, {longest.begin(), longest.end()});
+      ask_for(phone, code, {longer.begin(), longer.end()});
+      EXPECT_TRUE(phone.exists(longest)) << code << longest;
+      EXPECT_FALSE(phone.exists(longer)) << code << longer;
+    }
+  }
+}
+
+TEST(Feedback, OtherNamesAreTakenLiterally) {
+  Phone phone;
+  ASSERT_TRUE(phone.ok() && settled(phone));
+  put_sources(phone);
+  ask_for(phone, kFeedback, u"/sdcard/first");  // makes what every bundle needs
+  // clang-format off
+  const std::pair<const char16_t*, const char*> names[] = {
+      {u"x;touch y", "x;touch y"}, {u"x;cd sdcard;touch y", "x;cd sdcard;touch y"},
+      {u"$(cd sdcard;touch y)", "$(cd sdcard;touch y)"}, {u"*", "*"}, {u" a  b ", " a  b "},
+      {u"`cd data;touch y`", "`cd data;touch y`"}, {u"'a\"b", "'a\"b"},
+      {u"caf\u00e9\u4e2d", "caf\xc3\xa9\xe4\xb8\xad"}};
+  // clang-format on
+  const std::pair<int, Texts> rows[] = {
+      {kFeedback, {"others.prop", "system.prop", "tombstones/", "tombstones/tombstone_00"}},
+      {kCopyTraces, {"traces/", "traces/trace"}},
+      {kCopyKernelLog, {"kernel_pmic.txt"}},
+  };
+  for (const auto& row : rows) {
+    for (const auto& name : names) {
+      const std::string path = std::string("/data/media/0/") + name.second;
+      fs::create_directories(phone.inside(path));
+      const std::set<std::string> before = all_paths(phone);
+      EXPECT_EQ(ask_for(phone, row.first, std::u16string(u"/sdcard/") + name.first), "00000000");
+      EXPECT_EQ(tree(phone, path), row.second) << path;
+      for (const std::string& changed : changes(before, all_paths(phone)))
+        EXPECT_EQ(changed.rfind(path, 0), 0u) << changed;
+      fs::remove_all(phone.inside(path));
+    }
+  }
+  EXPECT_TRUE(serves(phone));
+}
+
+// What the daemon's main process gave to a shell, in order.
+Texts commands_of_daemon(const Phone& phone) {
+  Texts commands;
+  for (const BenchCall& call : phone.calls_of("/system/bin/sh")) {
+    if (call.ppid == phone.daemon_pid() && call.argv.size() == 3) commands.push_back(call.argv[2]);
+  }
+  return commands;
+}
+
+TEST(Feedback, GettersRunInStoredOrder) {
+  Phone phone;
+  ASSERT_TRUE(phone.ok() && settled(phone));
+  put_sources(phone);
+  for (const char* path : {"/data/anr/anr_0", "/cache/boot_fail.log", "/data/aee_exp/db.fatal.00",
+                           "/data/misc/bluetooth/logs/snoops/btsnoop"}) {
+    fs::create_directories(fs::path(phone.inside(path)).parent_path());
+    phone.write(path, path);
+  }
+  phone.clear_calls();
+  EXPECT_EQ(ask_for(phone, kFeedback, u"/sdcard/out", kEverything), "01000000");
+  const std::string base = "/sdcard/Android/data/.harrowmoss/",
+                    power = base + "zklog/feedback/power/";
+  const std::string give = "; chmod -R 777 ", to = " /sdcard/out" + give + "/sdcard/out",
+                    to2 = " /sdcard/out " + give + "/sdcard/out", bt = "/data/misc/zelkalog/btlog";
+  EXPECT_EQ(
+      commands_of_daemon(phone),
+      (Texts{"cp -a /data/anr" + to, "mv /cache/boot_fail.log " + base + "general/boot_fail.log",
+             "cp -a " + base + "general/" + to, "rm -f " + base + "general/boot_fail.log",
+             "cp -a /data/tombstones" + to2, "cp -a /data/anr" + to2, "cp -a /sys/fs/pstore" + to2,
+             "/system/bin/sh /system/etc/power_logs_feedback.sh", "cp -a " + power + to,
+             "rm -rf " + power, "cp -a /data/aee_exp/db.fatal.00" + to, "rm -rf /data/aee_exp/",
+             "cp -a /data/misc/bluetooth/logs " + bt + give + bt,
+             "rm -rf /data/misc/bluetooth/logs"}));
+  Texts invoked;
+  for (const LogLine& line : lines_with(daemon_log(phone), "function invoked")) {
+    if (line.function.rfind("get_", 0) == 0) invoked.push_back(line.function);
+  }
+  EXPECT_EQ(invoked,
+            (Texts{"get_feedback_log", "get_memory_log", "get_systrace_log", "get_screen_record",
+                   "get_cell_log", "get_power_log", "get_mtkdb_log", "get_bluetooth_log"}));
+  EXPECT_EQ(phone.list("/sdcard/out/general").size(), 8u);  // six dumps, their control message
+  const Texts bundle = tree(phone, "/sdcard/out");
+  for (const char* path : {"anr/anr_0", "anr_0", "db.fatal.00", "general/QZ201A-V1.02-kernel.txt",
+                           "general/QZ201A-V1.02-main.txt", "general/boot_fail.log",
+                           "minidump_0.elf", "others.prop", "power/batterystats.txt",
+                           "pstore/console-ramoops-0", "system.prop", "tombstones/tombstone_00"})
+    EXPECT_TRUE(std::binary_search(bundle.begin(), bundle.end(), path)) << path;
+  EXPECT_EQ(phone.read(bt + "/logs/snoops/btsnoop"), "/data/misc/bluetooth/logs/snoops/btsnoop");
+  phone.clear_calls();
+  EXPECT_EQ(ask_for(phone, kFeedback, u"/sdcard/out", 0xfffe000fu), "00000000");  // none of them
+  EXPECT_EQ(commands_of_daemon(phone), Texts{});
+}
+
+TEST(Feedback, TracesAreClearedFrom500On) {
+  Phone phone;
+  ASSERT_TRUE(phone.ok() && settled(phone));
+  for (int i = 0; i < 499; i++) phone.write("/data/anr/anr_" + std::to_string(i), "");
+  phone.write("/data/anr/.hidden", "");
+  EXPECT_EQ(ask_for(phone, kFeedback, u"/sdcard/out", kGeneral), "00000000");
+  EXPECT_EQ(phone.list("/data/anr").size(), 500u);
+  phone.write("/data/anr/one_more", "");
+  EXPECT_EQ(ask_for(phone, kFeedback, u"/sdcard/out", kGeneral), "00000000");
+  EXPECT_EQ(phone.list("/data/anr"), Texts{".hidden"});
+  EXPECT_EQ(phone.shell_commands().back(), "df -h");  // the walk went on
+}
+
+TEST(Feedback, WhatHangsIsKilledAndLeavesWhatItWrote) {
+  const std::string file = "/tmp/feedback_hangs." + std::to_string(getpid());
+  const struct {
+    const char* tool;
+    const char* script;  // hangs with a process below it
+    uint32_t mask;
+    const char* answer;
+    int low_ms, high_ms;
+    const char* part;
+  } rows[] = {
+      {"/system/bin/getprop", "echo part; sleep 1000", 0, "00000000", 2000, 5000, "system.prop"},
+      {"/system/bin/logcat",
+       "case \" $* \" in *' -t 80000 '*) for f; do :; done; echo part > \"$f\"; sleep 1000;;\n"
+       "*) exec /system/bin/vesk \"$@\";; esac",
+       kGeneral, "00000000", 7000, 12000, "general/QZ201A-V1.02-radio.txt"},
+      {nullptr, "", kMinidump, "01000000", 2500, 5000, nullptr},
+  };
+  for (const auto& row : rows) {
+    ASSERT_TRUE(write_file(file, std::string("#!/system/bin/mksh\n") + row.script + "\n", 0755));
+    Texts options = {"--prop", "bench.vendor.minidump_delay_ms=never"};
+    if (row.tool != nullptr) options.insert(options.end(), {"--file", file + "=" + row.tool});
+    Phone phone(options);
+    ASSERT_TRUE(phone.ok() && settled(phone));
+    fs::create_directories(phone.inside("/data/media/0/out"));
+    const int64_t start = monotonic_now_ms();
+    EXPECT_EQ(ask_for(phone, kFeedback, u"/sdcard/out", row.mask), row.answer);
+    const int64_t took = monotonic_now_ms() - start;
+    EXPECT_GE(took, row.low_ms);
+    EXPECT_LT(took, row.high_ms);
+    if (row.part != nullptr) {
+      EXPECT_EQ(phone.read(std::string("/data/media/0/out/") + row.part), "part\n");
+      EXPECT_EQ(overdue_kills(phone).size(), 1u);
+    }
+    EXPECT_TRUE(eventually_childless(phone));
+    EXPECT_EQ(phone.named("sleep").size(), 0u);
+    EXPECT_TRUE(serves(phone));
+  }
+  unlink(file.c_str());
+}
+
+TEST(Feedback, DoesNotDisturbARunningCapture) {
+  Phone phone(quick_vendor());
+  ASSERT_TRUE(phone.ok() && settled(phone));
+  ASSERT_EQ(start_logging(phone, kMobile), 0);
+  const std::string run = run_name(phone);
+  const auto captures = [&] {
+    std::vector<pid_t> pids = {size_monitor(phone).pid};
+    for (const PhoneProcess& process : logcats(phone)) pids.push_back(process.pid);
+    return pids;
+  };
+  ASSERT_TRUE(eventually([&] { return captures().size() == 7; }));
+  const std::vector<pid_t> before = captures();
+  EXPECT_EQ(phone.run({"/system/bin/log", "-t", "Probe", "before"}).status, 0);
+  EXPECT_EQ(ask_for(phone, kFeedback, u"/sdcard/out", kEverything & ~kMinidump), "00000000");
+  EXPECT_EQ(phone.run({"/system/bin/log", "-t", "Probe", "after"}).status, 0);
+  EXPECT_EQ(captures(), before);
+  EXPECT_EQ(run_name(phone), run);
+  const std::string log = working_path(run) + "/mobile/QZ201A-V1.02-main.txt";
+  EXPECT_TRUE(eventually([&] { return phone.read(log).find(": after\n") != std::string::npos; }));
+  EXPECT_NE(phone.read("/data/media/0/out/general/QZ201A-V1.02-main.txt").find(": before\n"),
+            std::string::npos);
+  ASSERT_EQ(stop_logging(phone), 0);
+  const std::string stored = phone.read(store_path(run) + "/mobile/QZ201A-V1.02-main.txt");
+  for (const char* line : {": before\n", ": after\n"}) {
+    EXPECT_NE(stored.find(line), std::string::npos) << line;
+    EXPECT_EQ(stored.find(line), stored.rfind(line)) << line;  // once
+  }
+  EXPECT_EQ(overdue_kills(phone), Texts{});
+}
+
+}  // namespace
