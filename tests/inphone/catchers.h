@@ -59,7 +59,7 @@ inline bool group_is_gone(pid_t leader) {
   return list_group(leader, pids, 4) == 0;
 }
 
-// From here on every fork() of this process fails with EAGAIN; threads can still be made.
+// From here on every fork() of this process fails with EAGAIN; threads can still be made. For good.
 inline void make_forks_fail() {
   const uint32_t number = offsetof(seccomp_data, nr), flags = offsetof(seccomp_data, args[0]);
   const struct sock_filter code[] = {
@@ -76,6 +76,22 @@ inline void make_forks_fail() {
                                      const_cast<sock_filter*>(code)};
   ASSERT_EQ(prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0), 0);
   ASSERT_EQ(prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program, 0, 0), 0);
+}
+
+// Runs `body` in a process of its own that cannot fork.
+template <typename Body>
+void without_forks(Body body) {
+  const pid_t pid = fork();
+  if (pid == 0) {
+    s_harrowmossd_pid = getpid();
+    make_forks_fail();
+    body();
+    fflush(nullptr);
+    _exit(::testing::Test::HasFailure() ? 1 : 0);
+  }
+  int status = -1;
+  EXPECT_EQ(wait_within(pid, 30000, &status), pid);
+  EXPECT_EQ(status, 0) << "see above";
 }
 
 }  // namespace inphone

@@ -164,8 +164,7 @@ TEST_F(Net, EverySectionByteForByte) {
 TEST_F(Net, WhatCannotBeStartedSaysSo) {
   const net_cmd_path table[] = {{"/system/bin/echo", " one"}, {"/system/bin/date", ""}};
   copy_or_abort(net_log_dir, "/data");
-  make_forks_fail();
-  catcher_net_cmd_log(table, std::size(table), "failed.txt");
+  without_forks([&] { catcher_net_cmd_log(table, std::size(table), "failed.txt"); });
   EXPECT_EQ(get("/data/failed.txt"), "/system/bin/echo one failed\n/system/bin/date failed\n");
 }
 

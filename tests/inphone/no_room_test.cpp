@@ -37,11 +37,13 @@ class NoRoom : public Catchers {
 
 TEST_F(NoRoom, AFailedForkFailsTheRowAndNoOther) {
   net_log_pid = qrtr_log_pid = watch_fd_pid = 12345;  // of an earlier run
-  make_forks_fail();
-  EXPECT_EQ(start_all(), (Texts{"mobile=-1", "net=-1", "touch=-1", "systrace=-1", "MPSSDump=-1"}));
-  EXPECT_EQ(workers(), std::vector<pid_t>());
-  for (const int32_t pid : {net_log_pid, qrtr_log_pid, watch_fd_pid}) EXPECT_EQ(pid, 0);
-  for (const logcat_row& row : s_debug_vesk_group) EXPECT_EQ(row.pid, 0) << row.buffer;
+  without_forks([] {
+    EXPECT_EQ(start_all(),
+              (Texts{"mobile=-1", "net=-1", "touch=-1", "systrace=-1", "MPSSDump=-1"}));
+    EXPECT_EQ(workers(), std::vector<pid_t>());
+    for (const int32_t pid : {net_log_pid, qrtr_log_pid, watch_fd_pid}) EXPECT_EQ(pid, 0);
+    for (const logcat_row& row : s_debug_vesk_group) EXPECT_EQ(row.pid, 0) << row.buffer;
+  });
   // What is no process was switched on all the same.
   for (const char* key : {"persist.service.powersave.logs", "persist.sys.ssr.restart_level",
                           "persist.sys.systrace.enable", "persist.debug.trace", kModemStateProp,
@@ -57,18 +59,24 @@ TEST_F(NoRoom, AFailedForkFailsTheRowAndNoOther) {
   EXPECT_GE(logged("E fork err:" + error + ".\n"), 13);
 }
 
-TEST_F(NoRoom, WithoutASlotAWorkerEndsAndTheRowSucceeds) {
+TEST_F(NoRoom, WithoutASlotAWorkerIsToldToEndAndTheRowSucceeds) {
   all_slots_taken();
   const std::vector<int32_t> before(s_debug_group, s_debug_group + kGroupSlots + 1);
   EXPECT_EQ(start_all(kForking & ~0x1), Texts());
   EXPECT_EQ(std::vector<int32_t>(s_debug_group, s_debug_group + kGroupSlots + 1), before);
-  // Remembered, and told to end at once.
-  for (const int32_t pid : {net_log_pid, fg_log_pid, qsee_log_pid, bsp_log_pid, mpss_stats_pid}) {
+  for (const int32_t pid : {net_log_pid, fg_log_pid, mpss_stats_pid}) {
     EXPECT_GT(pid, 0);
     int status = 0;
     EXPECT_EQ(wait_within(pid, 5000, &status), pid);
     EXPECT_TRUE(WIFSIGNALED(status) ? WTERMSIG(status) == SIGTERM : WEXITSTATUS(status) == 0);
   }
+  // A shell that already waits for its command shrugs SIGTERM off; the stop's look at what is left
+  // ends it with its command.
+  end_leftover_children(nullptr, 0);
+  pid_t pids[4];
+  EXPECT_EQ(list_children(pids, 4), 0);
+  EXPECT_TRUE(group_is_gone(qsee_log_pid));
+  EXPECT_TRUE(group_is_gone(bsp_log_pid));
 }
 
 TEST_F(NoRoom, WithoutADirectoryTheRowsStillRun) {

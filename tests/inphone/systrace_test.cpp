@@ -13,7 +13,7 @@ class Systrace : public Catchers {
   static void start_service() {
     setprop("ctl.start", "bench_systrace");
     ASSERT_TRUE(
-        eventually([] { return get("/proc/net/unix").find("@systraceur") != get("").npos; }));
+        eventually([] { return get("/proc/net/unix").find("@systraceur") != std::string::npos; }));
   }
   // sendSystraceSocket() may end its process.
   static int status_of_sending(int code) {

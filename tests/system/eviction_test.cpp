@@ -1,0 +1,249 @@
+// The quota of the store: when runs are evicted, which, and what their names can do. Sizes are
+// made with sparse files.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+
+#include <filesystem>
+
+#include "tests/system/daemon.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+using Words = std::vector<std::string>;
+
+constexpr int64_t kGiB = INT64_C(1) << 30, kMiB = 1 << 20, kHalfMiB = 1 << 19;
+constexpr const char* kStore = "/sdcard/zelkalog/";
+constexpr const char* kWorking = "/data/misc/zelkalog/";
+constexpr const char* kDate = "#01-01_00-00-00";
+constexpr int kCycleMs = 5000;
+
+void put_sparse(const Phone& phone, const std::string& path, int64_t bytes) {
+  phone.write(path, "");
+  EXPECT_EQ(truncate(phone.inside(path).c_str(), bytes), 0) << errno_text(path);
+}
+
+// What the monitor has done, in order: the ends of its lines.
+Words evicted(const Phone& phone) {
+  Words names;
+  for (const LogLine& line : daemon_log(phone)) {
+    for (const std::string start : {"now delete oldest dir ", "now delete "}) {
+      if (line.text.compare(0, start.size(), start) != 0) continue;
+      names.push_back(line.text.substr(start.size()));
+      break;
+    }
+  }
+  return names;
+}
+
+// The monitor has looked at the sizes and waits for its next look.
+bool monitor_waits(const Phone& phone) {
+  const std::string call =
+      phone.read("/proc/" + std::to_string(size_monitor(phone).pid) + "/syscall");
+  return call.compare(0, call.find(' '), std::to_string(SYS_clock_nanosleep)) == 0;
+}
+
+TEST(Eviction, BeginsAboveTheQuota) {
+  const struct {
+    const char* what;
+    int32_t mask;
+    const char* quota;  // "persist.sys.zelka.log.size"; "": the default, 20
+    int64_t bytes;      // of the one old run; directories and the self log add less than 512 KiB
+    bool evicts;
+  } rows[] = {
+      {"20 GiB", 0, "", 20 * kGiB + kHalfMiB, false},
+      {"a MiB above", 0, "", 20 * kGiB + kMiB, true},
+      {"15.5 GiB", 0, "", 31 * kGiB / 2, false},
+      {"15.5 GiB with wifi", kWifi, "", 31 * kGiB / 2, true},
+      {"15 GiB with wifi", kWifi, "", 15 * kGiB + kHalfMiB, false},
+      {"15.5 GiB with modem", kModem, "", 31 * kGiB / 2, true},
+      {"less than a MiB counts as nothing", 0, "0", kHalfMiB, false},
+      {"one MiB of a quota of nothing", 0, "0", kMiB, true},
+  };
+  std::vector<std::unique_ptr<Phone>> phones;
+  for (const auto& row : rows) {
+    Words options = quick_vendor();
+    if (row.quota[0] != '\0')
+      options.insert(options.end(),
+                     {"--prop", std::string("persist.sys.zelka.log.size=") + row.quota});
+    phones.push_back(std::make_unique<Phone>(options, Phone::Until::kBooted));
+  }
+  for (size_t i = 0; i < std::size(rows); i++) {
+    const Phone& phone = *phones[i];
+    ASSERT_TRUE(phone.wait_until_ready());
+    put_sparse(phone, std::string(kStore) + "1" + kDate + "/mobile/main.txt", rows[i].bytes);
+    ASSERT_EQ(start_logging(phone, rows[i].mask), 0);
+  }
+  for (size_t i = 0; i < std::size(rows); i++) {
+    const Phone& phone = *phones[i];
+    ASSERT_TRUE(eventually([&] { return monitor_waits(phone); })) << rows[i].what;
+    EXPECT_EQ(evicted(phone), rows[i].evicts ? Words{std::string(kStore) + "1" + kDate} : Words())
+        << rows[i].what;
+    EXPECT_EQ(phone.exists(std::string(kStore) + "1" + kDate), !rows[i].evicts) << rows[i].what;
+  }
+}
+
+// Number 0 is never taken, so that the quota stays exceeded until nothing else is left: then
+// everything goes, and the monitor starts logging anew.
+TEST(Eviction, TakesTheOldestOneByOneAndThenStartsAnew) {
+  Phone phone(quick_vendor({"--prop", "persist.sys.zklog.dir_sequence=9"}));
+  ASSERT_TRUE(phone.ok());
+  const std::string never = std::string(kStore) + "0" + kDate;
+  put_sparse(phone, never + "/main.txt", 21 * kGiB);
+  const Words order = {
+      std::string(kStore) + "007" + kDate,
+      std::string(kStore) + "9" + kDate,
+      std::string(kWorking) + "8" + kDate,
+  };
+  for (const std::string& run : order) phone.write(run + "/main.txt", "old\n");
+  phone.write(std::string(kStore) + "3#a plain file", "");
+  phone.write(std::string(kStore) + "traces/of.somebody", "");
+  ASSERT_EQ(start_logging(phone, kMobile), 0);
+  const std::string current = working_path(run_name(phone));
+  const std::string restart = "we have deleted logs all we can, but still not enough";
+  for (size_t i = 0; i < order.size(); i++) {
+    ASSERT_TRUE(eventually([&] { return evicted(phone).size() > i; }, 3 * kCycleMs));
+    ASSERT_TRUE(eventually([&] { return !phone.exists(order[i]); }));
+    for (size_t later = i + 1; later < order.size(); later++)
+      EXPECT_TRUE(phone.exists(order[later])) << "together with " << order[i];
+    EXPECT_EQ(logcats(phone).size(), 6u);
+  }
+  EXPECT_EQ(evicted(phone), order);
+  EXPECT_TRUE(phone.exists(current));
+  EXPECT_TRUE(phone.exists(std::string(kStore) + "3#a plain file"));
+  EXPECT_EQ(count_lines(phone, restart), 0);
+
+  // Only the current run is left.
+  const pid_t monitor = size_monitor(phone).pid, old_logcat = logcat_of(phone, "main").pid;
+  ASSERT_TRUE(eventually([&] { return run_name(phone).compare(0, 3, "11#") == 0; }, 3 * kCycleMs));
+  ASSERT_TRUE(eventually([&] { return logcats(phone).size() == 6u && monitor_waits(phone); }));
+  EXPECT_EQ(count_lines(phone, restart), 1);
+  EXPECT_FALSE(is_alive(phone, old_logcat));
+  EXPECT_EQ(logcat_of(phone, "main").ppid, monitor);
+  EXPECT_FALSE(phone.exists(never));
+  EXPECT_FALSE(phone.exists(current));
+  EXPECT_EQ(phone.getprop("persist.sys.zklog.enable"), "on");
+
+  // What the monitor started goes on without it, and ends with the next stop.
+  phone.signal(monitor, SIGKILL);
+  ASSERT_TRUE(eventually([&] { return logcat_of(phone, "main").ppid == phone.daemon_pid(); }));
+  EXPECT_EQ(logcats(phone).size(), 6u);
+  phone.shell("log -t mark kept to the end");
+  const std::string run = run_name(phone);
+  ASSERT_EQ(stop_logging(phone), 0);
+  EXPECT_TRUE(eventually_childless(phone));
+  EXPECT_NE(phone.read(store_path(run) + "/mobile/QZ201A-V1.02-main.txt").find("kept to the end"),
+            std::string::npos);
+}
+
+TEST(Eviction, LeavesTestRunsAlone) {
+  const char* switches[] = {"persist.sys.zelka.cts.mode=1", "sys.zelka.cts.mode=2",
+                            "sys.zelka.monkey=true"};
+  std::vector<std::unique_ptr<Phone>> phones;
+  for (const char* test_run : switches)
+    phones.push_back(
+        std::make_unique<Phone>(quick_vendor({"--prop", test_run}), Phone::Until::kBooted));
+  for (size_t i = 0; i < std::size(switches); i++) {
+    const Phone& phone = *phones[i];
+    ASSERT_TRUE(phone.wait_until_ready());
+    const std::string old = std::string(kStore) + "1" + kDate;
+    put_sparse(phone, old + "/main.txt", 21 * kGiB);
+    ASSERT_EQ(start_logging(phone, kMobile), 0);
+    ASSERT_TRUE(
+        eventually([&] { return count_lines(phone, "run out of monitorLogSizeThread!!!") == 1; }));
+    EXPECT_TRUE(eventually([&] { return size_monitor(phone).pid == 0; })) << switches[i];
+    EXPECT_EQ(count_lines(phone, "in cts or monkey, do not delete logs"), 1) << switches[i];
+    EXPECT_EQ(phone.getprop("persist.sys.zelka.log.del"), "false") << switches[i];
+    EXPECT_EQ(phone.getprop("persist.sys.zelka.log.size"), "30") << switches[i];
+    EXPECT_TRUE(phone.exists(old)) << switches[i];
+    EXPECT_EQ(logcats(phone).size(), 6u) << switches[i];
+  }
+}
+
+// A `touch` that tells when anybody runs it.
+class Trap {
+ public:
+  Trap() {
+    close(mkstemp(path_));
+    EXPECT_TRUE(write_file(path_, "#!/system/bin/mksh\necho \"$@\" >> /data/sprung\n", 0755));
+  }
+  ~Trap() { unlink(path_); }
+  std::string option() const { return std::string(path_) + "=/system/bin/touch"; }
+
+ private:
+  char path_[32] = "/tmp/trap.XXXXXX";
+};
+
+TEST(Eviction, GivesNoNameToTheShell) {
+  const Trap trap;
+  Phone phone(
+      quick_vendor({"--file", trap.option(), "--prop", "persist.sys.zklog.dir_sequence=50"}));
+  ASSERT_TRUE(phone.ok());
+  phone.write("/data/anr/kept", "");
+  put_sparse(phone, std::string(kStore) + "0" + kDate + "/main.txt", 21 * kGiB);
+  const std::string long_name = "4#" + std::string(248, 'x');
+  const Words names = {"1#;touch PWNED", "2#two blanks $(touch PWNED) `touch PWNED`", "3#'\"\\*?",
+                       long_name, "5#loop"};
+  const std::string with_newline = "1#new\n;touch PWNED";
+  for (const std::string& name : names) phone.write(kStore + name + "/main.txt", "old\n");
+  phone.write(kStore + with_newline + "/main.txt", "old\n");
+  fs::create_directory_symlink("..", phone.inside(std::string(kStore) + "5#loop/up"));
+  fs::create_directory_symlink(".", phone.inside(std::string(kStore) + "self"));
+  fs::create_directory_symlink(".", phone.inside(std::string(kStore) + "self2"));
+  fs::create_directory_symlink("/data/anr", phone.inside(std::string(kStore) + "6#link"));
+  ASSERT_EQ(start_logging(phone, kMobile), 0);
+  const pid_t monitor = size_monitor(phone).pid;
+  const auto gone = [&phone](const std::string& name) { return !phone.exists(kStore + name); };
+  for (const std::string& name : names)
+    ASSERT_TRUE(eventually([&] { return gone(name); }, 3 * kCycleMs)) << name;
+  ASSERT_TRUE(eventually([&] { return gone("6#link"); }, 3 * kCycleMs));
+  EXPECT_TRUE(phone.exists("/data/anr/kept"));
+  EXPECT_FALSE(phone.exists("/data/sprung")) << phone.read("/data/sprung");
+  EXPECT_EQ(size_monitor(phone).pid, monitor);
+  EXPECT_FALSE(gone(with_newline));  // no numbered name: left alone
+  const Words commands = phone.shell_commands();
+  for (const char* command :
+       {"rm -rf /sdcard/zelkalog/1#\\;touch\\ PWNED",
+        "rm -rf /sdcard/zelkalog/2#two\\ blanks\\ \\$\\(touch\\ PWNED\\)\\ \\`touch\\ PWNED\\`",
+        "rm -rf /sdcard/zelkalog/3#\\'\\\"\\\\\\*\\?", "rm -rf /sdcard/zelkalog/6#link"})
+    EXPECT_EQ(std::count(commands.begin(), commands.end(), command), 1) << command;
+  EXPECT_EQ(count_lines(phone, "name too long for a command: /sdcard/zelkalog/" + long_name), 1);
+  EXPECT_EQ(stop_logging(phone), 0);
+  EXPECT_FALSE(phone.exists("/data/sprung"));
+}
+
+// An `rm` that waits as long as /data/hold exists.
+TEST(Eviction, FinishesADeletionBeforeItEnds) {
+  char tool[] = "/tmp/slow-rm.XXXXXX";
+  close(mkstemp(tool));
+  ASSERT_TRUE(write_file(tool,
+                         "#!/system/bin/mksh\nwhile [ -e /data/hold ]; do sleep 0.02; done\n"
+                         "exec toybox rm \"$@\"\n",
+                         0755));
+  Phone phone(quick_vendor({"--file", std::string(tool) + "=/system/bin/rm"}));
+  unlink(tool);
+  ASSERT_TRUE(phone.ok());
+  ASSERT_TRUE(settled(phone));
+  const std::string old = std::string(kStore) + "1" + kDate;
+  put_sparse(phone, old + "/main.txt", 21 * kGiB);
+  phone.write("/data/hold", "");
+  ASSERT_EQ(start_logging(phone, 0), 0);
+  ASSERT_TRUE(eventually([&] { return evicted(phone) == Words{old}; }));
+  const pid_t monitor = size_monitor(phone).pid;
+  ASSERT_EQ(stop_logging(phone), 0);
+  EXPECT_TRUE(
+      eventually([&] { return count_lines(phone, "deleting, just set pending state") == 1; }));
+  EXPECT_EQ(count_lines(phone, "receive signal 10, is_deleting=1"), 1);
+  EXPECT_TRUE(is_alive(phone, monitor));
+  EXPECT_TRUE(phone.exists(old));
+  ASSERT_EQ(unlink(phone.inside("/data/hold").c_str()), 0);
+  EXPECT_TRUE(eventually([&] { return !is_alive(phone, monitor); }, 2 * kCycleMs));
+  EXPECT_FALSE(phone.exists(old));
+  EXPECT_EQ(count_lines(phone, "run out of monitorLogSizeThread!!!"), 1);
+  EXPECT_TRUE(eventually_childless(phone));
+}
+
+}  // namespace

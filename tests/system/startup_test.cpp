@@ -1,0 +1,275 @@
+// From the process's first step to the listening socket.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+
+#include <memory>
+
+#include "tests/system/daemon.h"
+
+namespace {
+
+using Words = std::vector<std::string>;
+using Phones = std::vector<std::unique_ptr<Phone>>;
+
+constexpr const char* kKernelLog = "/data/misc/zelkalog/.logger/kernel_pmic.txt";
+constexpr const char* kBootFailure =
+    "/system/bin/vesk -v threadtime -b main -b events -b system -b crash -b radio -b kernel -d -f "
+    "/cache/boot_fail.log";
+constexpr const char* kStart = "harrowmossd";
+
+// Where the first element that begins with `start` stands; the size when there is none.
+template <typename Texts>
+size_t place_of(const Texts& texts, const std::string& start) {
+  size_t at = 0;
+  while (at < texts.size() && texts[at].compare(0, start.size(), start) != 0) at++;
+  return at;
+}
+
+// A phone whose daemon is started by the test, once it has put its files there.
+std::unique_ptr<Phone> unstarted(Words options = {}) {
+  options.push_back("--no-daemon");
+  return std::make_unique<Phone>(options);
+}
+bool start_daemon(Phone* phone) {
+  phone->setprop("ctl.start", kStart);
+  return eventually([phone] { return phone->daemon_pid() > 0 && serves(*phone, 200); });
+}
+
+// init's own milliseconds of the first line that begins with `start`.
+long init_time(const Phone& phone, const std::string& start) {
+  for (const std::string& line : split(phone.read("/dev/bench/init.log"), "\n")) {
+    if (line.compare(line.find(' ') + 1, start.size(), start) == 0) return atol(line.c_str());
+  }
+  return -1;
+}
+
+TEST(Startup, TakesItsStepsInOrder) {
+  constexpr int kSystrace = 0x200;
+  Phone phone(
+      quick_vendor({"--prop", "sys.android.reboot=1", "--prop", "persist.sys.zklog.enable=on",
+                    "--prop", "persist.sys.zklog.type=" + std::to_string(kMobile | kSystrace)}));
+  ASSERT_TRUE(phone.ok());
+  EXPECT_GE(init_time(phone, "listening harrowmossd") - init_time(phone, "started harrowmossd"),
+            1000);
+
+  Words sets;
+  for (const PropertySet& set : phone.properties_log()) {
+    if (set.pid == phone.daemon_pid()) sets.push_back(set.key + "=" + set.value);
+  }
+  ASSERT_GE(sets.size(), 4u);
+  EXPECT_EQ(Words(sets.begin(), sets.begin() + 4),
+            (Words{"persist.sys.logger.enable=on", "persist.sys.systrace.enable=1",
+                   "persist.bluetooth.btsnoopenable=true", "persist.sys.zklog.dir_sequence=1"}));
+
+  ASSERT_TRUE(eventually([&] { return phone.calls_of("/system/bin/vesk").size() == 1; }));
+  EXPECT_EQ(phone.shell_commands()[0], kBootFailure);
+  EXPECT_TRUE(phone.exists("/cache/boot_fail.log"));
+
+  const Words lines = main_thread_log(phone, 0);
+  const char* const order[] = {
+      "3 manual set systrace prop",
+      "6 After create directories;\n",
+      "3 function invoked, !is_poweroffcharge : 1",
+      "3 fork ",
+      "3 current work dir : 1#",
+      "3 log_enable = on  del_enable = true",
+      "3 fork a child ",
+  };
+  size_t before = 0;
+  for (const char* step : order) {
+    const size_t at = place_of(lines, step);
+    EXPECT_LT(at, lines.size()) << step;
+    EXPECT_GE(at, before) << step;
+    before = at;
+  }
+  EXPECT_EQ(logcats(phone).size(), 6u);
+  EXPECT_TRUE(eventually([&] { return size_monitor(phone).pid > 0; }));
+}
+
+TEST(Startup, SavesTheLogOfAFailedBootOnce) {
+  const struct {
+    const char* reboot;
+    const char* existing;  // "": none
+    bool saves;
+  } rows[] = {
+      {"1", "", true},   {"1", "of the last time\n", false}, {"0", "", false}, {"", "", false},
+      {"12", "", true},  // only the first character counts
+      {"01", "", false},
+  };
+  Phones phones;
+  for (const auto& row : rows) {
+    phones.push_back(unstarted({"--prop", std::string("sys.android.reboot=") + row.reboot}));
+    Phone& phone = *phones.back();
+    if (row.existing[0] != '\0') phone.write("/cache/boot_fail.log", row.existing);
+    phone.shell("log -t boot what went wrong");
+    phone.setprop("ctl.start", kStart);
+  }
+  for (size_t i = 0; i < std::size(rows); i++) {
+    const Phone& phone = *phones[i];
+    ASSERT_TRUE(eventually([&] { return serves(phone, 200); }));
+    const std::string text = phone.read("/cache/boot_fail.log");
+    EXPECT_EQ(phone.calls_of("/system/bin/vesk").size(), rows[i].saves ? 1u : 0u) << i;
+    EXPECT_EQ(text.find("what went wrong") != std::string::npos, rows[i].saves) << i;
+    if (!rows[i].saves) {
+      EXPECT_EQ(text, rows[i].existing) << i;
+    }
+  }
+}
+
+TEST(Startup, SwitchesTheTraceServiceOnForAResumedRun) {
+  const struct {
+    const char* enable;
+    const char* type;
+    bool switches;
+  } rows[] = {
+      {"on", "512", true}, {"onx", "513", true}, {"On", "512", false}, {"off", "512", false},
+      {"", "512", false},  {"on", "511", false}, {"on", "", false},    {"on", "0x200", false},
+  };
+  Phones phones;
+  for (const auto& row : rows) {
+    phones.push_back(std::make_unique<Phone>(
+        quick_vendor({"--prop", std::string("persist.sys.zklog.enable=") + row.enable, "--prop",
+                      std::string("persist.sys.zklog.type=") + row.type}),
+        Phone::Until::kBooted));
+  }
+  for (size_t i = 0; i < std::size(rows); i++) {
+    ASSERT_TRUE(phones[i]->wait_until_ready());
+    EXPECT_EQ(count_lines(*phones[i], "manual set systrace prop"), rows[i].switches ? 1 : 0) << i;
+    EXPECT_EQ(phones[i]->getprop("persist.sys.systrace.enable"), rows[i].switches ? "1" : "") << i;
+  }
+}
+
+TEST(Startup, SavesTheKernelLogOfThisBoot) {
+  const std::unique_ptr<Phone> started = unstarted();
+  Phone& phone = *started;
+  ASSERT_TRUE(phone.ok());
+  phone.write(kKernelLog, "of an earlier boot\n");
+  phone.shell("log -t late -b kernel 'of this boot'");
+  ASSERT_TRUE(start_daemon(&phone));
+  ASSERT_TRUE(settled(phone));
+  const std::string file = kKernelLog;
+  EXPECT_EQ(phone.shell_commands(),
+            (Words{"/system/bin/rm " + file +
+                   "; /system/bin/logcat -d -v threadtime,usec -t 5000 -b kernel -f " + file}));
+  const std::string text = phone.read(file);
+  EXPECT_EQ(text.find("of an earlier boot"), std::string::npos);
+  EXPECT_NE(text.find("of this boot"), std::string::npos);
+}
+
+// Also when the daemon was killed: init starts it again, and it goes on with a run of its own.
+TEST(Startup, ResumesLoggingThatWasOn) {
+  Phone phone(quick_vendor());
+  ASSERT_TRUE(phone.ok());
+  ASSERT_EQ(start_logging(phone, kMobile), 0);
+  const std::string first = run_name(phone);
+  phone.shell("log -t mark before the kill");
+  const std::string file = "/mobile/QZ201A-V1.02-main.txt";
+  ASSERT_TRUE(eventually([&] {
+    return phone.read(working_path(first) + file).find("before the kill") != std::string::npos;
+  }));
+  const pid_t killed = phone.daemon_pid();
+  ASSERT_TRUE(phone.signal(killed, SIGKILL));
+  constexpr int kRestartMs = 10000;
+  ASSERT_TRUE(eventually([&] { return run_name(phone) != first; }, kRestartMs));
+  const std::string second = run_name(phone);
+  EXPECT_EQ(second.substr(0, 2), "2#");
+  ASSERT_TRUE(eventually([&] { return serves(phone, 200); }));
+  EXPECT_NE(phone.daemon_pid(), killed);
+  ASSERT_EQ(logcats(phone).size(), 6u);
+  EXPECT_EQ(logcat_of(phone, "main").ppid, phone.daemon_pid());
+  EXPECT_TRUE(eventually([&] { return size_monitor(phone).ppid == phone.daemon_pid(); }));
+  ASSERT_EQ(stop_logging(phone), 0);  // brings both
+  EXPECT_NE(phone.read(store_path(first) + file).find("before the kill"), std::string::npos);
+  EXPECT_TRUE(phone.exists(store_path(second) + file));
+  EXPECT_TRUE(eventually_childless(phone));
+}
+
+TEST(Startup, BringsWhatWasLoggedWhileCharging) {
+  const struct {
+    const char* charging;
+    bool moves;
+  } rows[] = {{"", true}, {"off", true}, {"on", false}};
+  Phones phones;
+  for (const auto& row : rows) {
+    phones.push_back(
+        unstarted({"--prop", std::string("sys.poweroffcharge.control=") + row.charging}));
+    phones.back()->write("/cache/zelkalog/charge_1.txt", "one\n");
+    phones.back()->write("/persist/zelkalog/charge_2.txt", "two\n");
+    phones.back()->setprop("ctl.start", kStart);
+  }
+  for (size_t i = 0; i < std::size(rows); i++) {
+    const Phone& phone = *phones[i];
+    ASSERT_TRUE(eventually([&] { return serves(phone, 200); }));
+    EXPECT_EQ(tree(phone, "/data/misc/zelkalog/poweroffcharge"),
+              rows[i].moves ? (Words{"charge_1.txt", "charge_2.txt"}) : Words())
+        << i;
+    EXPECT_EQ(phone.exists("/cache/zelkalog"), !rows[i].moves) << i;
+    EXPECT_EQ(phone.exists("/persist/zelkalog"), !rows[i].moves) << i;
+  }
+}
+
+TEST(Startup, WaitsUntilDataCanBeWritten) {
+  const std::unique_ptr<Phone> started = unstarted();
+  Phone& phone = *started;
+  ASSERT_TRUE(phone.ok());
+  ASSERT_EQ(phone.shell("rm -rf /data/misc/zelkalog; mount -o remount,ro /data").status, 0);
+  phone.setprop("ctl.start", kStart);
+  // Two attempts: it is really in the loop.
+  ASSERT_TRUE(eventually([&] { return count_lines(phone, "/data access R ok.") >= 2; }));
+  EXPECT_FALSE(Client(phone).connected());
+  EXPECT_EQ(count_lines(phone, "After create directories;"), 0);
+  ASSERT_EQ(phone.shell("mount -o remount,rw /data").status, 0);
+  EXPECT_TRUE(eventually([&] { return serves(phone, 200); }));
+  struct stat st;
+  ASSERT_EQ(stat(phone.inside("/data/misc/zelkalog").c_str(), &st), 0);
+  EXPECT_EQ(st.st_mode & 07777, 0777u);
+  EXPECT_EQ(st.st_uid, 1015u);
+}
+
+TEST(Startup, EndsWithoutAControlSocket) {
+  const struct {
+    const char* what;
+    Words environment;
+  } rows[] = {
+      {"none", {"env", "-u", "ANDROID_SOCKET_harrowmossd"}},
+      {"not open", {"env", "ANDROID_SOCKET_harrowmossd=77"}},
+      {"another file", {"env", "ANDROID_SOCKET_harrowmossd=0"}},
+      {"no number", {"env", "ANDROID_SOCKET_harrowmossd=x"}},
+  };
+  for (const auto& row : rows) {
+    Phone phone({"--no-daemon"});
+    ASSERT_TRUE(phone.ok());
+    Words command = row.environment;
+    command.push_back("/system_ext/bin/harrowmossd");
+    EXPECT_EQ(phone.run(command).status, 1) << row.what;
+    const auto said = lines_with(daemon_log(phone), "Failed to get socket from environment: ");
+    ASSERT_EQ(said.size(), 1u) << row.what;
+    EXPECT_EQ(said[0].priority, 6);
+  }
+}
+
+TEST(Startup, EndsWhenItCannotListen) {
+  char rc[] = "/tmp/datagram-rc.XXXXXX";
+  close(mkstemp(rc));
+  ASSERT_TRUE(write_file(rc,
+                         "service harrowmossd /system_ext/bin/harrowmossd\n"
+                         "    class late_start\n"
+                         "    socket harrowmossd dgram 0660 root system\n",
+                         0644));
+  Phone phone({"--file", std::string(rc) + "=/system/etc/init/harrowmossd.rc"},
+              Phone::Until::kBooted);
+  unlink(rc);
+  ASSERT_TRUE(phone.ok());
+  EXPECT_TRUE(eventually([&] {
+    return count_lines(phone, std::string("Listen on socket failed: ") + strerror(EOPNOTSUPP)) == 1;
+  }));
+  EXPECT_TRUE(eventually([&] {
+    const Words log = phone.init_log();
+    return place_of(log, "ended harrowmossd") < log.size();
+  }));
+  const Words log = phone.init_log();
+  EXPECT_NE(log[place_of(log, "ended harrowmossd")].find("status 1"), std::string::npos);
+}
+
+}  // namespace

@@ -1,0 +1,220 @@
+// What the main process starts again, what it does not, and what is left of a run whose processes
+// were killed.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <stdlib.h>
+
+#include <atomic>
+#include <map>
+#include <random>
+#include <thread>
+
+#include "tests/system/daemon.h"
+
+namespace {
+
+constexpr const char* kRestarted = "log size monitor killed by signal, try restart..";
+
+std::string reaped(pid_t pid, bool exited) {
+  return "waitpid success, pid = " + std::to_string(pid) + " ,stat = " + (exited ? "1" : "0") +
+         "\n";
+}
+
+bool eventually_logged(const Phone& phone, const std::string& start, int times = 1) {
+  return eventually([&] { return count_lines(phone, start) == times; });
+}
+
+TEST(Supervision, RestartsAKilledMonitor) {
+  Phone phone(quick_vendor());
+  ASSERT_TRUE(phone.ok());
+  EXPECT_EQ(size_monitor(phone).pid, 0);
+  ASSERT_EQ(start_logging(phone, kMobile), 0);
+  for (int times = 1; times <= 3; times++) {
+    ASSERT_TRUE(eventually([&] { return size_monitor(phone).pid > 0; }));
+    const PhoneProcess monitor = size_monitor(phone);
+    EXPECT_EQ(monitor.ppid, phone.daemon_pid());
+    ASSERT_TRUE(phone.signal(monitor.pid, times == 3 ? SIGSEGV : SIGKILL));
+    EXPECT_TRUE(eventually_logged(phone, kRestarted, times));
+    EXPECT_TRUE(eventually([&] {
+      const pid_t now = size_monitor(phone).pid;
+      return now > 0 && now != monitor.pid;
+    }));
+    EXPECT_EQ(count_lines(phone, reaped(monitor.pid, false)), 1);
+  }
+  EXPECT_EQ(phone.named("harrowmossd-lsm").size(), 1u);
+  EXPECT_EQ(logcats(phone).size(), 6u);
+  ASSERT_EQ(stop_logging(phone), 0);
+  EXPECT_TRUE(eventually_childless(phone));
+  EXPECT_EQ(count_lines(phone, kRestarted), 3);
+}
+
+TEST(Supervision, LetsTheMonitorIgnoreWhatEndsOtherChildren) {
+  Phone phone(quick_vendor());
+  ASSERT_TRUE(phone.ok());
+  ASSERT_EQ(start_logging(phone, kMobile), 0);
+  ASSERT_TRUE(eventually([&] { return size_monitor(phone).pid > 0; }));
+  const pid_t monitor = size_monitor(phone).pid;
+  for (const int sig : {SIGINT, SIGPIPE, SIGALRM, SIGTERM}) {
+    ASSERT_TRUE(phone.signal(monitor, sig));
+    EXPECT_TRUE(
+        eventually_logged(phone, "receive signal " + std::to_string(sig) + ", is_deleting=0"));
+  }
+  EXPECT_EQ(size_monitor(phone).pid, monitor);
+  ASSERT_EQ(stop_logging(phone), 0);
+  EXPECT_TRUE(eventually_logged(phone, "receive signal 10, is_deleting=0"));
+  EXPECT_TRUE(eventually_logged(phone, "will exit log size monitor " + std::to_string(monitor) +
+                                           " - " + std::to_string(monitor)));
+  EXPECT_TRUE(eventually_logged(phone, reaped(monitor, true)));
+  EXPECT_EQ(count_lines(phone, kRestarted), 0);
+}
+
+TEST(Supervision, RestartsTheMonitorOnlyWhileDeletionIsOn) {
+  Phone phone(quick_vendor());
+  ASSERT_TRUE(phone.ok());
+  ASSERT_EQ(start_logging(phone, kMobile), 0);
+  ASSERT_TRUE(eventually([&] { return size_monitor(phone).pid > 0; }));
+  phone.setprop("persist.sys.zelka.log.del", "false");
+  ASSERT_TRUE(phone.signal(size_monitor(phone).pid, SIGKILL));
+  EXPECT_TRUE(eventually_logged(phone, kRestarted));
+  EXPECT_TRUE(eventually_logged(phone, "log_enable = on  del_enable = false"));
+  EXPECT_TRUE(eventually_logged(phone, " not open checkLogSize", 2));  // and once at start-up
+  EXPECT_TRUE(serves(phone));
+  EXPECT_EQ(size_monitor(phone).pid, 0);
+
+  // With deletion on again the next start brings one.
+  phone.setprop("persist.sys.zelka.log.del", "true");
+  ASSERT_EQ(start_logging(phone, 0), 0);
+  EXPECT_TRUE(eventually([&] { return size_monitor(phone).pid > 0; }));
+}
+
+// One that ends by itself is not restarted, and believed to run until logging is stopped.
+TEST(Supervision, MissesAMonitorThatEndedByItself) {
+  Phone phone(quick_vendor());
+  ASSERT_TRUE(phone.ok());
+  ASSERT_EQ(start_logging(phone, kMobile), 0);
+  ASSERT_TRUE(eventually([&] { return size_monitor(phone).pid > 0; }));
+  const pid_t monitor = size_monitor(phone).pid;
+  ASSERT_TRUE(phone.signal(monitor, SIGUSR1));
+  EXPECT_TRUE(eventually_logged(phone, reaped(monitor, true)));
+  ASSERT_EQ(start_logging(phone, 0), 0);  // another mask
+  EXPECT_TRUE(eventually_logged(phone, "s_logsize_monitor is :1"));
+  EXPECT_EQ(size_monitor(phone).pid, 0);
+  ASSERT_EQ(stop_logging(phone), 0);
+  ASSERT_EQ(start_logging(phone, 0), 0);
+  EXPECT_TRUE(eventually([&] { return size_monitor(phone).pid > 0; }));
+  EXPECT_EQ(count_lines(phone, kRestarted), 0);
+}
+
+// ---- Killing at random. ----
+
+// The processes that a killer may meet: what logging has running, not the daemon's own commands.
+std::vector<PhoneProcess> victims(const Phone& phone) {
+  std::vector<PhoneProcess> found;
+  for (PhoneProcess& process : phone.processes()) {
+    const bool own = process.ppid == phone.daemon_pid() && process.state != 'Z';
+    if (own && process.comm != "harrowmossd") found.push_back(std::move(process));
+  }
+  return found;
+}
+
+// What the logcats of a run have written, by file; compared with the store at the end.
+using Snapshots = std::map<std::string, std::string>;
+
+void take_snapshots(const Phone& phone, Snapshots* snapshots) {
+  const std::string run = run_name(phone), mobile = working_path(run) + "/mobile";
+  for (const std::string& name : phone.list(mobile)) {
+    const std::string text = phone.read(mobile + "/" + name);
+    // Only whole lines: a write may just be under way.
+    (*snapshots)[store_path(run) + "/mobile/" + name] = text.substr(0, text.rfind('\n') + 1);
+  }
+}
+
+// Requests without a pause, each with a deadline of its own.
+class Asker {
+ public:
+  explicit Asker(const Phone& phone)
+      : thread_([this, &phone] {
+          for (; !over_; answered_ += serves(phone)) asked_++;
+        }) {}
+  // How many were not answered.
+  int stop() {
+    over_ = true;
+    thread_.join();
+    return asked_ - answered_;
+  }
+  int asked() const { return asked_; }
+
+ private:
+  std::atomic<bool> over_{false};
+  std::atomic<int> asked_{0}, answered_{0};
+  std::thread thread_;
+};
+
+class Writer {
+ public:
+  explicit Writer(const Phone& phone)
+      : thread_([this, &phone] {
+          while (!over_)
+            phone.shell("for b in main events system radio crash; do log -t line -b $b word; done");
+        }) {}
+  ~Writer() {
+    over_ = true;
+    thread_.join();
+  }
+
+ private:
+  std::atomic<bool> over_{false};
+  std::thread thread_;
+};
+
+// Seconds of the test below; BENCH_SOAK_SECONDS makes it longer.
+int soak_seconds() {
+  const char* wanted = getenv("BENCH_SOAK_SECONDS");
+  return wanted != nullptr ? atoi(wanted) : 20;
+}
+
+TEST(Supervision, SurvivesKillsAtRandom) {
+  // Mobile, net, power, fingerprint; switched to and fro, so that what was killed comes again.
+  constexpr int kMasks[] = {0x1 | 0x4 | 0x8 | 0x20, 0x1 | 0x4 | 0x20};
+  constexpr int kKillsInARun = 8;
+  Phone phone(quick_vendor());
+  ASSERT_TRUE(phone.ok());
+  ASSERT_TRUE(settled(phone));
+  const size_t processes_before = phone.processes().size();
+  std::mt19937 random(std::random_device{}());
+  Snapshots snapshots;
+  int kills = 0, monitors = 0;
+  {
+    Writer writer(phone);
+    Asker asker(phone);
+    const int64_t end = monotonic_now_ms() + soak_seconds() * INT64_C(1000);
+    for (int run = 0; monotonic_now_ms() < end; run++) {
+      ASSERT_EQ(start_logging(phone, kMasks[run % 2]), 0);
+      for (int i = 0; i < kKillsInARun && monotonic_now_ms() < end; i++) {
+        const std::vector<PhoneProcess> alive = victims(phone);
+        if (alive.empty()) break;
+        const PhoneProcess& victim = alive[random() % alive.size()];
+        take_snapshots(phone, &snapshots);
+        if (!phone.signal(victim.pid, SIGKILL)) continue;
+        kills++;
+        EXPECT_TRUE(eventually([&] { return !is_alive(phone, victim.pid); }));
+        if (victim.comm != "harrowmossd-lsm") continue;
+        monitors++;
+        EXPECT_TRUE(eventually([&] { return size_monitor(phone).pid > 0; }))
+            << "no monitor after kill " << kills;
+      }
+    }
+    EXPECT_EQ(asker.stop(), 0) << "not answered, of " << asker.asked();
+  }
+  take_snapshots(phone, &snapshots);
+  ASSERT_EQ(stop_logging(phone), 0);
+  EXPECT_GT(kills, 10);
+  EXPECT_EQ(count_lines(phone, kRestarted), monitors);
+  EXPECT_EQ(count_lines(phone, "update_logcat_log pid"), 0);  // no killed logcat was replaced
+  EXPECT_TRUE(eventually_childless(phone));
+  EXPECT_EQ(phone.processes().size(), processes_before);
+  for (const auto& [file, text] : snapshots)
+    EXPECT_EQ(phone.read(file).compare(0, text.size(), text), 0) << file << " lost lines";
+}
+
+}  // namespace
