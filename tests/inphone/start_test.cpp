@@ -202,8 +202,9 @@ TEST_F(Start, OnlyOldModelsAreRelabelled) {
   restorecon_media_zelkalog();
   EXPECT_EQ(prop(kRelabel), "");
   setprop("persist.sys.zelka.diag_mdlog_use_legacy", "1");
+  const PropertiesSince since;
   restorecon_media_zelkalog();
-  EXPECT_EQ(prop(kRelabel), "1");
+  EXPECT_EQ(since.sets(), Texts{std::string(kRelabel) + "=1"});
   EXPECT_EQ(logged("W restorecon zelkalog selabel under media for legacy products"), 1);
 }
 

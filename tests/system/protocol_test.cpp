@@ -270,8 +270,10 @@ TEST(ProtocolDump, EndsTheProcessWhenItOverflows) {
   for (size_t i = 0; i < std::size(rows); i++) {
     const Phone& phone = phones[i];
     const std::string ended = "ended harrowmossd " + std::to_string(before[i]) + " signal 6";
-    const Texts log = phone.init_log();
-    EXPECT_EQ(std::count(log.begin(), log.end(), ended), 1) << rows[i].what;
+    EXPECT_TRUE(eventually([&] {
+      const Texts log = phone.init_log();
+      return std::count(log.begin(), log.end(), ended) == 1;
+    })) << rows[i].what;
     EXPECT_TRUE(eventually([&] { return serves(phone, 100); }, 10000)) << rows[i].what;
     EXPECT_NE(phone.daemon_pid(), before[i]);
   }

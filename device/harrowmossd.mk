@@ -1,0 +1,12 @@
+# Inherit this from the product's device.mk:
+#   $(call inherit-product, vendor/zelka/harrowmossd/device/harrowmossd.mk)
+
+HARROWMOSSD_DIR := $(patsubst %/,%,$(dir $(lastword $(MAKEFILE_LIST))))
+
+PRODUCT_PACKAGES += harrowmossd harrowmossctl
+
+SYSTEM_EXT_PUBLIC_SEPOLICY_DIRS += $(HARROWMOSSD_DIR)/sepolicy/public
+SYSTEM_EXT_PRIVATE_SEPOLICY_DIRS += $(HARROWMOSSD_DIR)/sepolicy/private
+
+# The integrator's own scripts and services: replace each of the examples as the real thing is there.
+$(call inherit-product, $(HARROWMOSSD_DIR)/examples/examples.mk)

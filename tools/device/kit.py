@@ -1,0 +1,50 @@
+"""What the checks of the device kit share: where things are, and how a tool is run."""
+
+import os
+import pathlib
+import re
+import subprocess
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+KIT = ROOT / "device"
+BASE_POLICY = ROOT / "tests" / "device" / "base_policy"
+
+# The folders whose code runs on a phone; the client and the protocol are linked into their own binary.
+DAEMON_FOLDERS = ("base", "selflog", "storage", "capture", "input", "feedback", "catchers", "debuglog",
+                  "daemon", "protocol")
+VARIANTS = ("user", "userdebug")
+
+
+class MissingTool(Exception):
+    """A program that a check cannot do without is not installed."""
+
+
+def run(arguments, **options):
+    """Runs a program; gives its CompletedProcess with text output, whatever its status."""
+    # Debian keeps SELinux's tools where only root looks.
+    os.environ["PATH"] += "" if "/usr/sbin" in os.environ["PATH"].split(":") else ":/usr/sbin"
+    try:
+        return subprocess.run([str(a) for a in arguments], capture_output=True, text=True, check=False,
+                              **options)
+    except FileNotFoundError as error:
+        raise MissingTool(f"{arguments[0]} is not installed (./dev setup)") from error
+
+
+def rows(path):
+    """(line number, words) of a file of rows: '#' begins a comment, blank lines do not count."""
+    for number, line in enumerate(path.read_text().splitlines(), 1):
+        words = line.split("#", 1)[0].split()
+        if words:
+            yield number, words
+
+
+def daemon_sources(root=ROOT):
+    """Every source and header of the daemon."""
+    return [path for folder in DAEMON_FOLDERS for path in sorted((root / folder).glob("*"))
+            if path.suffix in (".cpp", ".h")]
+
+
+def without_comments(text):
+    """C++ text with its comments blanked; string literals, which may hold '//', stay."""
+    pattern = re.compile(r'"(?:\\.|[^"\\\n])*"|//[^\n]*|/\*.*?\*/', re.S)
+    return pattern.sub(lambda m: m.group() if m.group().startswith('"') else " ", text)
