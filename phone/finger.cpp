@@ -234,7 +234,7 @@ int main(int argc, char** argv) {
   Session session;
   struct sockaddr_un address = {};
   address.sun_family = AF_UNIX;
-  strcpy(address.sun_path, kInputSocket);
+  snprintf(address.sun_path, sizeof(address.sun_path), "%s", kInputSocket);
   session.socket.reset(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
   if (connect(session.socket.get(), reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
     complain(errno_text("no input supervisor (boot the phone with --input)"));

@@ -6,6 +6,7 @@
 #include <linux/sockios.h>
 #include <poll.h>
 #include <stddef.h>
+#include <stdio.h>
 #include <string.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
@@ -23,7 +24,7 @@ static constexpr size_t kLostAbove = 64 << 20;  // what is sent to one that does
 int listen_for_input_requests() {
   struct sockaddr_un address = {};
   address.sun_family = AF_UNIX;
-  strcpy(address.sun_path, kInputSocket);
+  snprintf(address.sun_path, sizeof(address.sun_path), "%s", kInputSocket);
   Fd fd(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
   if (bind(fd.get(), reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
       listen(fd.get(), SOMAXCONN) != 0)

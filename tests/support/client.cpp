@@ -7,6 +7,8 @@
 #include <sys/un.h>
 #include <time.h>
 
+#include <algorithm>
+
 static constexpr const char* kSocketPath = "/dev/socket/harrowmossd";
 static constexpr size_t kReplyMax = 4096;  // a size beyond it is a broken one
 

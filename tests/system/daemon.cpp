@@ -50,6 +50,7 @@ std::vector<LogLine> daemon_log(const Phone& phone) {
     line.priority = record.priority;
     line.pid = record.pid;
     line.tid = record.tid;
+    line.time_ms = record.sec * INT64_C(1000) + record.nsec / 1000000;
     if (tag == kDaemonTag && tag.size() < payload.size() &&
         parse_convention(payload.c_str() + tag.size() + 1, &line))
       lines.push_back(std::move(line));
@@ -176,6 +177,12 @@ PhoneProcess size_monitor(const Phone& phone) {
     if (process.state != 'Z') return process;
   }
   return {};
+}
+
+PhoneProcess running_monitor(const Phone& phone) {
+  PhoneProcess monitor;
+  EXPECT_TRUE(eventually([&] { return (monitor = size_monitor(phone)).pid > 0; }));
+  return monitor;
 }
 
 bool is_alive(const Phone& phone, pid_t pid) {

@@ -18,6 +18,7 @@ struct LogLine {
   int priority = 0;  // 3 debug, 4 info, 5 warning, 6 error
   pid_t pid = 0;     // as the phone counts
   pid_t tid = 0;
+  int64_t time_ms = 0;  // since the epoch
   std::string source, function;
   std::string text;
 };
@@ -54,8 +55,9 @@ bool eventually_childless(const Phone& phone, int limit_ms = 10000);
 // The debug logcats that capture now, "main" first; by argv[0].
 std::vector<PhoneProcess> logcats(const Phone& phone);
 PhoneProcess logcat_of(const Phone& phone, const std::string& buffer);
-PhoneProcess size_monitor(const Phone& phone);  // pid 0: none
-bool is_alive(const Phone& phone, pid_t pid);   // zombies are not
+PhoneProcess size_monitor(const Phone& phone);     // pid 0: none
+PhoneProcess running_monitor(const Phone& phone);  // waits for it: a fresh one has no name yet
+bool is_alive(const Phone& phone, pid_t pid);      // zombies are not
 
 // What every open descriptor of a process of the phone points at; "" for an unreadable one.
 std::vector<std::string> descriptors(const Phone& phone, pid_t pid);

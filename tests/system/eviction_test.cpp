@@ -195,7 +195,7 @@ TEST(Eviction, GivesNoNameToTheShell) {
   fs::create_directory_symlink(".", phone.inside(std::string(kStore) + "self2"));
   fs::create_directory_symlink("/data/anr", phone.inside(std::string(kStore) + "6#link"));
   ASSERT_EQ(start_logging(phone, kMobile), 0);
-  const pid_t monitor = size_monitor(phone).pid;
+  const pid_t monitor = running_monitor(phone).pid;
   const auto gone = [&phone](const std::string& name) { return !phone.exists(kStore + name); };
   for (const std::string& name : names)
     ASSERT_TRUE(eventually([&] { return gone(name); }, 3 * kCycleMs)) << name;

@@ -40,6 +40,77 @@ Words commands_of_daemon(const Phone& phone, const std::string& run) {
   return texts;
 }
 
+// What a run with the mobile and modem types does, from its start to the end of its stop.
+const Words kSets = {
+    "persist.sys.zklog.type=3",
+    "persist.sys.zklog.enable=on",
+    "persist.bluetooth.btsnoopenable=true",
+    "persist.sys.zklog.dir_sequence=1",
+    "sys.harrowmossd.log_store_path=/sdcard/zelkalog/RUN",
+    "sys.harrowmossd.vendor_log_root_path=/data/vendor/zelkalog/common/RUN",
+    "persist.odm.zklog.qmimsg.enable=0",
+    "persist.sys.harrowmossd.mdlog_counts=25",
+    "sys.harrowmossd.diag_mdlog_path=/data/vendor/zelkalog/common/RUN/modem",
+    "sys.harrowmossd.diag_mdlog_cfg=/data/vendor/zelkalog/.DIAG.cfg",
+    "sys.harrowmossd.diag_mdlog_src_cfg="
+    "/sdcard/Android/data/cn.zelka.harrowmoss/files/.harrowmoss/.DIAG.cfg",
+    "sys.zelka.diag_mdlog_over_qdss_state=1",
+    "sys.zelka.fp.dump=on",
+    "sys.zelka.modemdump=on",
+    "persist.sys.zklog.enable=off",  // the stop
+    "persist.sys.qtrlog.enable=0",
+    "sys.zelka.diag_mdlog_over_qdss_state=0",
+    "sys.zelka.harrowmossd.action.mv_vendor_common_logs=1",
+    "log.wl.capture.ssrdump=1",
+    "sys.zelka.modemdump=off",
+    "persist.debug.trace=0",
+    "persist.bluetooth.btsnoopenable=false",
+    "sys.zelka.fp.dump=off",
+};
+
+#define TO_RUN " /data/misc/zelkalog/RUN ; chmod -R 777 /data/misc/zelkalog/RUN"
+#define TO_SNAPSHOT " >> /data/misc/zelkalog/RUN/mobile/logcat_control_message-STAMP.txt"
+const Words kCommands = {
+    "/system/bin/logcat -p -g" TO_SNAPSHOT,
+    "/system/bin/logcat -S" TO_SNAPSHOT,
+    "cp /sdcard/Android/data/cn.zelka.harrowmoss/files/.harrowmoss/.DIAG.cfg "
+    "/data/vendor/zelkalog/.DIAG.cfg",
+    "cp -a /data/anr" TO_RUN,  // the stop
+    "cp -a /data/anr/heap" TO_RUN,
+    "cp -a /data/tombstones" TO_RUN,
+    "echo 0x0 > /sys/module/ipc_router_core/parameters/debug_mask",
+    "/system/bin/logcat -p -g" TO_SNAPSHOT,
+    "/system/bin/logcat -S" TO_SNAPSHOT,
+    "mv  /data/misc/zelkalog/* /sdcard/zelkalog/ ; chmod -R 777 /sdcard/zelkalog/",
+    "cp -a /data/misc/zelkalog/.logger/ /sdcard/zelkalog/; "
+    "chmod -R 777 /sdcard/zelkalog/",
+};
+#undef TO_RUN
+#undef TO_SNAPSHOT
+
+const Words kFiles = {
+    "anr/",
+    "anr/trace_00",
+    "mobile/",
+    "mobile/QZ201A-V1.02-crash.txt",
+    "mobile/QZ201A-V1.02-events.txt",
+    "mobile/QZ201A-V1.02-kernel.txt",
+    "mobile/QZ201A-V1.02-main.txt",
+    "mobile/QZ201A-V1.02-radio.txt",
+    "mobile/QZ201A-V1.02-system.txt",
+    "mobile/logcat_control_message-STAMP.txt",
+    "mobile/logcat_control_message-STAMP.txt",
+    "modem/",
+    "modem/diag_log_0000.qmdl",
+    "others.prop",
+    "others_stop.prop",
+    "system.prop",
+    "system_stop.prop",
+    "tombstones/",
+    "tombstones/tombstone_00",
+    "wlan_logs/",
+};
+
 TEST(Run, PublishesRunsAndOrdersAsStated) {
   Phone phone;  // with the vendor's side, which brings the modem's log
   ASSERT_TRUE(phone.ok());
@@ -55,79 +126,14 @@ TEST(Run, PublishesRunsAndOrdersAsStated) {
   EXPECT_EQ(from_hex(ask(phone, 9)).substr(4, run.size()), run);
   ASSERT_EQ(stop_logging(phone), 0);
 
-  EXPECT_EQ(sets_of_daemon(phone, from, run),
-            (Words{
-                "persist.sys.zklog.type=3",
-                "persist.sys.zklog.enable=on",
-                "persist.bluetooth.btsnoopenable=true",
-                "persist.sys.zklog.dir_sequence=1",
-                "sys.harrowmossd.log_store_path=/sdcard/zelkalog/RUN",
-                "sys.harrowmossd.vendor_log_root_path=/data/vendor/zelkalog/common/RUN",
-                "persist.odm.zklog.qmimsg.enable=0",
-                "persist.sys.harrowmossd.mdlog_counts=25",
-                "sys.harrowmossd.diag_mdlog_path=/data/vendor/zelkalog/common/RUN/modem",
-                "sys.harrowmossd.diag_mdlog_cfg=/data/vendor/zelkalog/.DIAG.cfg",
-                "sys.harrowmossd.diag_mdlog_src_cfg="
-                "/sdcard/Android/data/cn.zelka.harrowmoss/files/.harrowmoss/.DIAG.cfg",
-                "sys.zelka.diag_mdlog_over_qdss_state=1",
-                "sys.zelka.fp.dump=on",
-                "sys.zelka.modemdump=on",
-                "persist.sys.zklog.enable=off",  // the stop
-                "persist.sys.qtrlog.enable=0",
-                "sys.zelka.diag_mdlog_over_qdss_state=0",
-                "sys.zelka.harrowmossd.action.mv_vendor_common_logs=1",
-                "log.wl.capture.ssrdump=1",
-                "sys.zelka.modemdump=off",
-                "persist.debug.trace=0",
-                "persist.bluetooth.btsnoopenable=false",
-                "sys.zelka.fp.dump=off",
-            }));
+  EXPECT_EQ(sets_of_daemon(phone, from, run), kSets);
 
-  const std::string to_run = " /data/misc/zelkalog/RUN ; chmod -R 777 /data/misc/zelkalog/RUN";
-  const std::string to_snapshot =
-      " >> /data/misc/zelkalog/RUN/mobile/logcat_control_message-STAMP.txt";
-  EXPECT_EQ(commands_of_daemon(phone, run),
-            (Words{
-                "/system/bin/logcat -p -g" + to_snapshot,
-                "/system/bin/logcat -S" + to_snapshot,
-                "cp /sdcard/Android/data/cn.zelka.harrowmoss/files/.harrowmoss/.DIAG.cfg "
-                "/data/vendor/zelkalog/.DIAG.cfg",
-                "cp -a /data/anr" + to_run,  // the stop
-                "cp -a /data/anr/heap" + to_run,
-                "cp -a /data/tombstones" + to_run,
-                "echo 0x0 > /sys/module/ipc_router_core/parameters/debug_mask",
-                "/system/bin/logcat -p -g" + to_snapshot,
-                "/system/bin/logcat -S" + to_snapshot,
-                "mv  /data/misc/zelkalog/* /sdcard/zelkalog/ ; chmod -R 777 /sdcard/zelkalog/",
-                "cp -a /data/misc/zelkalog/.logger/ /sdcard/zelkalog/; "
-                "chmod -R 777 /sdcard/zelkalog/",
-            }));
+  EXPECT_EQ(commands_of_daemon(phone, run), kCommands);
   EXPECT_EQ(phone.read("/sys/module/ipc_router_core/parameters/debug_mask"), "0x0\n");
 
   Words files;
   for (const std::string& path : tree(phone, store_path(run))) files.push_back(normal(path, run));
-  EXPECT_EQ(files, (Words{
-                       "anr/",
-                       "anr/trace_00",
-                       "mobile/",
-                       "mobile/QZ201A-V1.02-crash.txt",
-                       "mobile/QZ201A-V1.02-events.txt",
-                       "mobile/QZ201A-V1.02-kernel.txt",
-                       "mobile/QZ201A-V1.02-main.txt",
-                       "mobile/QZ201A-V1.02-radio.txt",
-                       "mobile/QZ201A-V1.02-system.txt",
-                       "mobile/logcat_control_message-STAMP.txt",
-                       "mobile/logcat_control_message-STAMP.txt",
-                       "modem/",
-                       "modem/diag_log_0000.qmdl",
-                       "others.prop",
-                       "others_stop.prop",
-                       "system.prop",
-                       "system_stop.prop",
-                       "tombstones/",
-                       "tombstones/tombstone_00",
-                       "wlan_logs/",
-                   }));
+  EXPECT_EQ(files, kFiles);
   EXPECT_EQ(phone.list("/data/misc/zelkalog"), Words{".logger"});
   EXPECT_TRUE(phone.exists("/data/anr/trace_00"));  // copied: its owner keeps it
   struct stat st;
@@ -202,7 +208,7 @@ TEST(Run, StopsFirstForAnotherMask) {
   ASSERT_TRUE(settled(phone));
   ASSERT_EQ(start_logging(phone, kMobile), 0);
   const std::string first = run_name(phone);
-  const PhoneProcess monitor = size_monitor(phone);
+  const PhoneProcess monitor = running_monitor(phone);
   std::set<pid_t> old;
   for (const PhoneProcess& process : logcats(phone)) old.insert(process.pid);
   ASSERT_EQ(start_logging(phone, kMobile | kCoreDump), 0);

@@ -89,7 +89,7 @@ TEST(Space, RescuesDataFromTheStore) {
     EXPECT_FALSE(phone.exists(gone)) << gone;
   EXPECT_TRUE(phone.exists("/data/local/kept"));
   EXPECT_TRUE(phone.exists("/data/anr/kept"));
-  EXPECT_EQ(logcat_of(phone, "main").ppid, size_monitor(phone).pid);
+  EXPECT_EQ(logcat_of(phone, "main").ppid, running_monitor(phone).pid);
   ASSERT_EQ(stop_logging(phone), 0);
   EXPECT_TRUE(eventually_childless(phone));
 }
@@ -124,7 +124,7 @@ TEST(Space, KeepsARunThatDoesNotFitTheStore) {
   phone.shell("log -t mark -n 3000 'a line that makes the run larger'");
   phone.write("/sdcard/mine", "of the user\n");
   fill(phone, "/sdcard/filling", 16 * kBlock);
-  const pid_t monitor = size_monitor(phone).pid;
+  const pid_t monitor = running_monitor(phone).pid;
   EXPECT_TRUE(serves(phone));
   ASSERT_EQ(stop_logging(phone), 0);
   const std::string file = "/mobile/QZ201A-V1.02-main.txt";
