@@ -181,7 +181,12 @@ PhoneProcess size_monitor(const Phone& phone) {
 
 PhoneProcess running_monitor(const Phone& phone) {
   PhoneProcess monitor;
-  EXPECT_TRUE(eventually([&] { return (monitor = size_monitor(phone)).pid > 0; }));
+  EXPECT_TRUE(eventually([&] {
+    monitor = size_monitor(phone);
+    const std::vector<LogLine> begun = lines_with(daemon_log(phone), " into monitorLogSizeThread");
+    return std::any_of(begun.begin(), begun.end(),
+                       [&](const LogLine& line) { return line.pid == monitor.pid; });
+  }));
   return monitor;
 }
 

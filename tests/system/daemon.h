@@ -56,7 +56,7 @@ bool eventually_childless(const Phone& phone, int limit_ms = 10000);
 std::vector<PhoneProcess> logcats(const Phone& phone);
 PhoneProcess logcat_of(const Phone& phone, const std::string& buffer);
 PhoneProcess size_monitor(const Phone& phone);     // pid 0: none
-PhoneProcess running_monitor(const Phone& phone);  // waits for it: a fresh one has no name yet
+PhoneProcess running_monitor(const Phone& phone);  // waits until it is in its loop
 bool is_alive(const Phone& phone, pid_t pid);      // zombies are not
 
 // What every open descriptor of a process of the phone points at; "" for an unreadable one.
