@@ -170,6 +170,11 @@ bool is_ours(pid_t pid) {
   return read_stat(pid, &stat) && parent_is_ours(stat.parent);
 }
 
+bool is_child_of(pid_t pid, pid_t parent) {
+  process_stat stat;
+  return pid > 1 && read_stat(pid, &stat) && stat.parent == parent;
+}
+
 int signal_process(pid_t pid, int sig) {
   if (!is_ours(pid)) return -1;
   return kill(pid, sig);

@@ -51,6 +51,9 @@ bool may_convert_time();
 // the process that forked this one.
 bool is_ours(pid_t pid);
 
+// True when `pid` (above 1) runs and is a child of `parent`.
+bool is_child_of(pid_t pid, pid_t parent);
+
 // Sends `sig` to `pid` when it is ours. Returns 0, or -1 when nothing was signalled.
 int signal_process(pid_t pid, int sig);
 

@@ -156,6 +156,10 @@ void end_leftover_children(const pid_t* spared, int count, pid_t monitor) {
     return left;
   };
   const auto send = [=](pid_t pid, int sig) {
+    if (monitor > 0 && is_child_of(pid, monitor)) {
+      kill(-pid, sig);  // the leader of a group, as it was listed
+      return;
+    }
     // An orphan in the group of a process that goes on is alone to be ended.
     if (holds(spared, count, getpgid(pid))) {
       signal_process(pid, sig);

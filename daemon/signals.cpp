@@ -121,6 +121,7 @@ void signal_waitpid(int sig) {
        getpid(), getppid(), s_harrowmossd_pid);
   if (!is_main_process()) return;  // children wait for theirs where they started them
   signal_waitpid_parent();
+  end_superseded_workers();
 }
 
 // What the kernel calls.

@@ -15,6 +15,10 @@ int start_debug_log();
 // each platform tool, 5 minutes for a bug report when enabled; the moves take as long as they take.
 int stop_debug_log();
 
+// Ends the workers that this process knows when the properties name another run than theirs: the
+// size monitor has restarted logging. Then takes that run over. Main process, at a safe point.
+void end_superseded_workers();
+
 // Ends whatever logging has left behind: children of the main process that nobody knows any more.
 // The monitor, the kernel-log worker and the child of the current request go on. Main process.
 void end_logging_leftovers();

@@ -266,3 +266,11 @@ void end_logging_leftovers() {
   end_leftover_children(survivors, static_cast<int>(std::size(survivors)),
                         living_log_size_monitor());
 }
+
+void end_superseded_workers() {
+  const std::string name = published_run_name();
+  if (s_log_dir_name[0] == '\0' || name.empty() || name == s_log_dir_name) return;
+  const ended_workers ended = end_workers();
+  end_groups(ended.pids, ended.count);
+  adopt_published_run();
+}

@@ -109,6 +109,9 @@ void start_logging() {
   if (!s_logsize_monitor) return;  // asked to end meanwhile: whoever asked decides what runs next
   s_start_logging();
   if (getpid() != s_logsize_monitor_pid) end_process(0);
+  // Workers that the main process has started since this monitor's fork are known only there: let
+  // it look, as for a child that has ended.
+  kill(s_harrowmossd_pid, SIGCHLD);
 }
 
 next rescue_data() {

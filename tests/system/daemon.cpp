@@ -1,9 +1,12 @@
 #include "tests/system/daemon.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/statvfs.h>
 #include <time.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -155,6 +158,15 @@ bool eventually_childless(const Phone& phone, int limit_ms) {
   return eventually([&] { return children_of_daemon(phone).empty(); }, limit_ms);
 }
 
+std::vector<PhoneProcess> debug_logcats(const Phone& phone) {
+  std::vector<PhoneProcess> found;
+  for (PhoneProcess& process : phone.named("logcat")) {
+    if (!process.cmdline.empty() && process.cmdline[0].find(":debug-") != std::string::npos)
+      found.push_back(std::move(process));
+  }
+  return found;
+}
+
 std::vector<PhoneProcess> logcats(const Phone& phone) {
   std::vector<PhoneProcess> found;
   for (const char* buffer : {"main", "events", "system", "radio", "crash", "kernel"}) {
@@ -224,6 +236,26 @@ std::vector<std::string> tree(const Phone& phone, const std::string& directory) 
   }
   std::sort(paths.begin(), paths.end());
   return paths;
+}
+
+constexpr int64_t kMiB = 1 << 20;
+constexpr ssize_t kBlock = 4096;
+
+int64_t available(const Phone& phone, const std::string& volume) {
+  struct statvfs info;
+  if (statvfs(phone.inside(volume).c_str(), &info) != 0) return -1;
+  return static_cast<int64_t>(info.f_bavail * info.f_bsize);
+}
+
+void fill(const Phone& phone, const std::string& path, int64_t left) {
+  phone.write(path, "");
+  const Fd file(open(phone.inside(path).c_str(), O_WRONLY | O_APPEND | O_CLOEXEC));
+  const int64_t at_once = available(phone, path) - left - kMiB;
+  EXPECT_EQ(posix_fallocate(file.get(), 0, at_once), 0) << path << " " << at_once;
+  EXPECT_EQ(ftruncate(file.get(), at_once), 0);
+  const std::string block(kBlock, 'x');
+  while (available(phone, path) > left && write(file.get(), block.data(), block.size()) == kBlock) {
+  }
 }
 
 int64_t monotonic_now_ms() {

@@ -52,7 +52,8 @@ std::vector<PhoneProcess> children_of_daemon(const Phone& phone);
 // more, and has no child.
 bool settled(const Phone& phone);
 bool eventually_childless(const Phone& phone, int limit_ms = 10000);
-// The debug logcats that capture now, "main" first; by argv[0].
+// Every debug logcat that runs, of whatever run; and one for each buffer, "main" first.
+std::vector<PhoneProcess> debug_logcats(const Phone& phone);
 std::vector<PhoneProcess> logcats(const Phone& phone);
 PhoneProcess logcat_of(const Phone& phone, const std::string& buffer);
 PhoneProcess size_monitor(const Phone& phone);     // pid 0: none
@@ -73,6 +74,12 @@ inline std::string store_path(const std::string& run) {
 
 // All paths below `directory`, relative to it, sorted; directories end in '/'.
 std::vector<std::string> tree(const Phone& phone, const std::string& directory);
+
+// Bytes that ordinary users may still write on the file system of `path`.
+int64_t available(const Phone& phone, const std::string& path);
+// Lets the file `path` take everything of its file system but `left` bytes, or a little more when
+// others write meanwhile.
+void fill(const Phone& phone, const std::string& path, int64_t left);
 
 // Milliseconds of CLOCK_MONOTONIC.
 int64_t monotonic_now_ms();

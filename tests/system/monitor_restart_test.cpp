@@ -1,0 +1,90 @@
+// Logging that the size monitor has started anew by itself, in its own process.
+#include <gtest/gtest.h>
+
+#include "tests/system/daemon.h"
+
+namespace {
+
+constexpr int64_t kMiB = 1 << 20;
+constexpr int kRescueMs = 15000;  // the monitor looks every 5 s
+constexpr int kCoreDump = 0x100;  // a type that only sets a property
+
+// Fills /data from within the current run, and waits for the run that follows the rescue.
+void have_rescued(const Phone& phone) {
+  const std::string run = run_name(phone);
+  fill(phone, working_path(run) + "/filling", 100 * kMiB);
+  ASSERT_TRUE(eventually([&] { return run_name(phone) != run; }, kRescueMs));
+  ASSERT_TRUE(eventually([&] { return phone.getprop("sys.zelka.modemdump") == "on"; }));
+}
+
+// The files of debug logcats that are not the current run's, deleted ones among them.
+std::vector<std::string> stray_files(const Phone& phone) {
+  const std::string current = working_path(run_name(phone)) + "/";
+  std::vector<std::string> stray;
+  for (const PhoneProcess& logcat : debug_logcats(phone)) {
+    for (const std::string& target : descriptors(phone, logcat.pid)) {
+      if (target.find("/mobile/") != std::string::npos && target.find(current) != 0)
+        stray.push_back(target);
+    }
+  }
+  return stray;
+}
+
+void expect_one_set_of_logcats(const Phone& phone) {
+  EXPECT_TRUE(eventually([&] { return debug_logcats(phone).size() == 6; }))
+      << debug_logcats(phone).size();
+  EXPECT_EQ(stray_files(phone), std::vector<std::string>());
+}
+
+std::vector<std::string> small_data(std::vector<std::string> more = {}) {
+  more.insert(more.end(), {"--data-size", "200m"});
+  return quick_vendor(more);
+}
+
+// The monitor is older than the run: it was started with the run before.
+TEST(MonitorRestart, EndsTheWorkersOfARunThatIsYounger) {
+  Phone phone(small_data());
+  ASSERT_TRUE(phone.ok());
+  ASSERT_EQ(start_logging(phone, kMobile), 0);
+  ASSERT_EQ(start_logging(phone, kMobile | kCoreDump), 0);
+  have_rescued(phone);
+  expect_one_set_of_logcats(phone);
+  EXPECT_GT(available(phone, "/data"), 190 * kMiB);
+  EXPECT_EQ(stop_logging(phone), 0);
+  EXPECT_TRUE(eventually_childless(phone));
+}
+
+TEST(MonitorRestart, EndsALogcatThatHadReplacedAnother) {
+  Phone phone(small_data({"--prop", "bench.logcat.radio.exit_after_ms=300"}));
+  ASSERT_TRUE(phone.ok());
+  ASSERT_EQ(start_logging(phone, kMobile), 0);
+  phone.setprop("bench.logcat.radio.exit_after_ms", "");  // the replacement stays
+  const std::string replacement =
+      working_path(run_name(phone)) + "/mobile/QZ201A-V1.02-radio_1.txt";
+  ASSERT_TRUE(eventually([&] { return phone.exists(replacement); }));
+  ASSERT_TRUE(eventually([&] { return debug_logcats(phone).size() == 6; }));
+  have_rescued(phone);
+  expect_one_set_of_logcats(phone);
+  EXPECT_EQ(stop_logging(phone), 0);
+  EXPECT_TRUE(eventually_childless(phone));
+}
+
+TEST(MonitorRestart, IsFollowedByAStartWithAnotherMask) {
+  Phone phone(small_data());
+  ASSERT_TRUE(phone.ok());
+  ASSERT_EQ(start_logging(phone, kMobile), 0);
+  have_rescued(phone);
+  expect_one_set_of_logcats(phone);
+  const std::string rescued = run_name(phone);
+  phone.shell("log -t mark before the other mask");
+  ASSERT_EQ(start_logging(phone, kMobile | kCoreDump), 0);
+  expect_one_set_of_logcats(phone);
+  EXPECT_EQ(overdue_kills(phone), std::vector<std::string>());
+  const std::string main = "/mobile/QZ201A-V1.02-main.txt";
+  EXPECT_NE(phone.read(store_path(rescued) + main).find("before the other mask"),
+            std::string::npos);
+  EXPECT_EQ(stop_logging(phone), 0);
+  EXPECT_TRUE(eventually_childless(phone));
+}
+
+}  // namespace
