@@ -118,12 +118,12 @@ pid_t orphaned_member(pid_t* leader) {
   if (pipe(ends) != 0) return -1;
   *leader = fork_process(group::own);
   if (*leader == 0) {
-    const pid_t member = fork();
-    if (member == 0) {
+    if (fork() == 0) {
       signal(SIGTERM, SIG_IGN);
+      const pid_t member = getpid();  // said only now: whoever reads it may send SIGTERM at once
+      (void)!write(ends[1], &member, sizeof(member));
       for (;;) pause();
     }
-    (void)!write(ends[1], &member, sizeof(member));
     _exit(0);
   }
   pid_t member = -1;

@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <regex>
 
-#include "tests/system/daemon.h"
+#include "phone/host/daemon.h"
 
 namespace {
 

@@ -5,8 +5,8 @@
 #include <stdlib.h>
 #include <sys/stat.h>
 
+#include "phone/host/phone.h"
 #include "phone/log_buffers.h"
-#include "tests/support/phone.h"
 
 namespace {
 

@@ -12,9 +12,9 @@
 #include <filesystem>
 #include <set>
 
+#include "phone/host/phone.h"
 #include "phone/sysrq.h"
 #include "tests/support/fake_service.h"
-#include "tests/support/phone.h"
 
 namespace fs = std::filesystem;
 

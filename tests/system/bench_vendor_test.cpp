@@ -1,7 +1,7 @@
 // The phone's vendor side answers as the daemon expects, and can be told not to.
 #include <gtest/gtest.h>
 
-#include "tests/support/phone.h"
+#include "phone/host/phone.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include <regex>
 #include <set>
 
-#include "tests/support/phone.h"
+#include "phone/host/phone.h"
 
 namespace fs = std::filesystem;
 

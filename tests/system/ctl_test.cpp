@@ -11,8 +11,8 @@
 #include <regex>
 #include <set>
 
-#include "tests/support/client.h"
-#include "tests/support/phone.h"
+#include "phone/host/client.h"
+#include "phone/host/phone.h"
 
 namespace fs = std::filesystem;
 

@@ -7,7 +7,7 @@
 #include <filesystem>
 #include <set>
 
-#include "tests/system/daemon.h"
+#include "phone/host/daemon.h"
 
 namespace fs = std::filesystem;
 

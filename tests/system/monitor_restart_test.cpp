@@ -1,7 +1,7 @@
 // Logging that the size monitor has started anew by itself, in its own process.
 #include <gtest/gtest.h>
 
-#include "tests/system/daemon.h"
+#include "phone/host/daemon.h"
 
 namespace {
 

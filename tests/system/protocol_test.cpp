@@ -4,7 +4,7 @@
 #include <signal.h>
 #include <string.h>
 
-#include "tests/system/daemon.h"
+#include "phone/host/daemon.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include <memory>
 #include <random>
 
-#include "tests/system/daemon.h"
+#include "phone/host/daemon.h"
 
 namespace {
 

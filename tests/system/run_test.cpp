@@ -5,7 +5,7 @@
 #include <regex>
 #include <set>
 
-#include "tests/system/daemon.h"
+#include "phone/host/daemon.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <atomic>
 #include <thread>
 
-#include "tests/system/daemon.h"
+#include "phone/host/daemon.h"
 
 namespace {
 

@@ -2,7 +2,7 @@
 // volumes during a capture.
 #include <gtest/gtest.h>
 
-#include "tests/system/daemon.h"
+#include "phone/host/daemon.h"
 
 namespace {
 

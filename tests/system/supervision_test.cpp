@@ -9,7 +9,7 @@
 #include <random>
 #include <thread>
 
-#include "tests/system/daemon.h"
+#include "phone/host/daemon.h"
 
 namespace {
 

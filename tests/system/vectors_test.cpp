@@ -10,8 +10,8 @@
 #include <filesystem>
 #include <memory>
 
-#include "tests/support/client.h"
-#include "tests/support/phone.h"
+#include "phone/host/client.h"
+#include "phone/host/phone.h"
 
 namespace fs = std::filesystem;
 

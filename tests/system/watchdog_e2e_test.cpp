@@ -3,8 +3,8 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
+#include "phone/host/daemon.h"
 #include "tests/support/sleep_texts.h"
-#include "tests/system/daemon.h"
 
 namespace {
 

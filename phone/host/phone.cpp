@@ -1,8 +1,7 @@
-#include "tests/support/phone.h"
+#include "phone/host/phone.h"
 
 #include <dirent.h>
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <poll.h>
 #include <sched.h>
 #include <signal.h>
@@ -16,6 +15,7 @@
 #include <filesystem>
 #include <functional>
 
+#include "phone/host/trouble.h"
 #include "phone/init_log.h"
 
 namespace fs = std::filesystem;
@@ -75,16 +75,17 @@ RunResult capture(const std::string& input, const std::function<void()>& child) 
   in.read_end.reset();
   out.write_end.reset();
   err.write_end.reset();
-  EXPECT_EQ(::write(in.write_end.get(), input.data(), input.size()),  // small: fits into the pipe
-            static_cast<ssize_t>(input.size()));
+  const ssize_t written = ::write(in.write_end.get(), input.data(), input.size());
+  expect_of_phone(written == static_cast<ssize_t>(input.size()),  // small: fits into the pipe
+                  errno_text("a command's input"));
   in.write_end.reset();
   struct pollfd polled[] = {{out.read_end.get(), POLLIN, 0}, {err.read_end.get(), POLLIN, 0}};
   std::string* texts[] = {&result.out, &result.err};
   while (polled[0].fd >= 0 || polled[1].fd >= 0) {
     const int ready = poll(polled, 2, kRunLimitMs);
     if (ready == 0) {
-      ADD_FAILURE() << "a command did not end within " << kRunLimitMs << " ms";
       kill(pid, SIGKILL);
+      on_phone_trouble("a command did not end within " + std::to_string(kRunLimitMs) + " ms");
       break;
     }
     for (int i = 0; i < 2; i++) {
@@ -156,7 +157,7 @@ RunResult run_phone(const std::vector<std::string>& arguments, const std::string
 Phone::Phone(const std::vector<std::string>& options, Until until) {
   char directory[] = "/tmp/phone-test.XXXXXX";
   if (mkdtemp(directory) == nullptr) {
-    ADD_FAILURE() << errno_text("mkdtemp");
+    on_phone_trouble(errno_text("mkdtemp"));
     return;
   }
   directory_ = directory;
@@ -187,15 +188,15 @@ Phone::Phone(const std::vector<std::string>& options, Until until) {
       kBootLimitMs);
   const int pid = atoi(read_file(pid_file).c_str());
   if (!booted || pid <= 0) {
-    ADD_FAILURE() << "no phone: " << messages();
+    on_phone_trouble("no phone: " + messages());
     return;
   }
   init_pidfd_.reset(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
   init_ = pid;
   properties_ = std::make_unique<PropertyArea>("/proc/" + std::to_string(pid) + "/root");
-  EXPECT_TRUE(properties_->open()) << errno_text("the phone's properties");
+  expect_of_phone(properties_->open(), errno_text("the phone's properties"));
   if (until == Until::kReady && !wait_until_ready())
-    ADD_FAILURE() << "the daemon does not listen: " << messages() << read(kInitLog);
+    on_phone_trouble("the daemon does not listen: " + messages() + read(kInitLog));
 }
 
 Phone::~Phone() {
@@ -216,7 +217,7 @@ void Phone::end() {
   if (init_pidfd_.ok()) {
     struct pollfd gone = {init_pidfd_.get(), POLLIN, 0};
     constexpr int kEndLimitMs = 10000;
-    EXPECT_EQ(poll(&gone, 1, kEndLimitMs), 1) << "the phone outlives its launcher";
+    expect_of_phone(poll(&gone, 1, kEndLimitMs) == 1, "the phone outlives its launcher");
   }
 }
 
@@ -233,11 +234,11 @@ std::string Phone::read(const std::string& path) const {
 }
 
 void Phone::write(const std::string& path, const std::string& text) const {
-  EXPECT_TRUE(write_file(inside(path), text, 0644)) << errno_text(path);
+  expect_of_phone(write_file(inside(path), text, 0644), errno_text(path));
 }
 
 void Phone::append(const std::string& path, const std::string& text) const {
-  EXPECT_TRUE(append_file(inside(path), text)) << errno_text(path);
+  expect_of_phone(append_file(inside(path), text), errno_text(path));
 }
 
 bool Phone::exists(const std::string& path) const {
@@ -255,7 +256,7 @@ std::vector<std::string> Phone::list(const std::string& directory) const {
 }
 
 void Phone::setprop(const std::string& key, const std::string& value) {
-  EXPECT_EQ(properties_->set(key.c_str(), value.c_str()), 0) << key << "=" << value;
+  expect_of_phone(properties_->set(key.c_str(), value.c_str()) == 0, key + "=" + value);
 }
 
 std::string Phone::getprop(const std::string& key) const {
@@ -271,7 +272,7 @@ std::vector<BenchCall> Phone::calls() const {
     if (parse_call(line, &call)) {
       calls.push_back(std::move(call));
     } else {
-      ADD_FAILURE() << "broken journal line: " << line;
+      on_phone_trouble("broken journal line: " + line);
     }
   }
   return calls;
@@ -294,7 +295,7 @@ std::vector<std::string> Phone::shell_commands() const {
 }
 
 void Phone::clear_calls() const {
-  EXPECT_EQ(truncate(inside(kCallsLog).c_str(), 0), 0) << errno_text(kCallsLog);
+  expect_of_phone(truncate(inside(kCallsLog).c_str(), 0) == 0, errno_text(kCallsLog));
 }
 
 std::vector<PropertySet> Phone::properties_log() const {

@@ -1,6 +1,5 @@
-#include "tests/support/client.h"
+#include "phone/host/client.h"
 
-#include <gtest/gtest.h>
 #include <poll.h>
 #include <string.h>
 #include <sys/socket.h>
@@ -8,6 +7,8 @@
 #include <time.h>
 
 #include <algorithm>
+
+#include "phone/host/trouble.h"
 
 static constexpr const char* kSocketPath = "/dev/socket/harrowmossd";
 static constexpr size_t kReplyMax = 4096;  // a size beyond it is a broken one
@@ -52,13 +53,13 @@ std::string from_hex(std::string_view digits) {
     if (c == ' ') continue;
     const char* const all = "0123456789abcdef";
     const char* const found = strchr(all, c);
-    if (found == nullptr) ADD_FAILURE() << "no hex: " << digits;
+    expect_of_phone(found != nullptr, "no hex: " + std::string(digits));
     half = half << 4 | static_cast<unsigned>(found == nullptr ? 0 : found - all);
     if (half < 0x100) continue;
     bytes += static_cast<char>(half & 0xff);
     half = 1;
   }
-  if (half != 1) ADD_FAILURE() << "half a byte: " << digits;
+  expect_of_phone(half == 1, "half a byte: " + std::string(digits));
   return bytes;
 }
 
@@ -131,20 +132,20 @@ bool Client::closed_by_peer(int limit_ms) {
 }
 
 void Client::end_sending() {
-  EXPECT_EQ(shutdown(fd_.get(), SHUT_WR), 0) << errno_text("shutdown");
+  expect_of_phone(shutdown(fd_.get(), SHUT_WR) == 0, errno_text("shutdown"));
 }
 
 std::string ask(const Phone& phone, int32_t code, std::string_view arguments, int limit_ms) {
   constexpr int64_t kSerial = 0x1122334455667788;
   constexpr size_t kEchoSize = 12;
   Client client(phone);
-  EXPECT_TRUE(client.send(request(code, kSerial, arguments)));
+  expect_of_phone(client.send(request(code, kSerial, arguments)), "the daemon takes no request");
   const std::string reply = client.reply(limit_ms);
   const std::string echo =
       little_endian(static_cast<uint32_t>(code), 4) + little_endian(kSerial, 8);
   const bool whole = reply.size() >= 4 + kEchoSize &&
                      reply.compare(0, 4, little_endian(reply.size() - 4, 4)) == 0 &&
                      reply.compare(4, kEchoSize, echo) == 0;
-  EXPECT_TRUE(whole) << "request " << code << " got: " << hex(reply);
+  expect_of_phone(whole, "request " + std::to_string(code) + " got: " + hex(reply));
   return whole ? hex(reply.substr(4 + kEchoSize)) : "";
 }

@@ -8,13 +8,13 @@
 #include <string>
 #include <string_view>
 
+#include "phone/host/phone.h"
 #include "phone/util.h"
-#include "tests/support/phone.h"
 
 // The `bytes` low bytes of `value`, the lowest first.
 std::string little_endian(uint64_t value, int bytes);
 
-// "01 00 ff" for bytes, without the blanks: "0100ff". And back; a wrong digit is a test failure.
+// "01 00 ff" for bytes, without the blanks: "0100ff". And back; a wrong digit is trouble.
 std::string hex(std::string_view bytes);
 std::string from_hex(std::string_view digits);
 
@@ -51,6 +51,6 @@ class Client {
 };
 
 // Connects, sends one request and returns the reply's bytes behind the echoed code and serial, in
-// hex. Anything but a whole reply with that echo is a test failure, and "".
+// hex. Anything but a whole reply with that echo is trouble, and "".
 std::string ask(const Phone& phone, int32_t code, std::string_view arguments = "",
                 int limit_ms = kClientLimitMs);

@@ -1,5 +1,5 @@
-// What the system tests look at besides the phone: the daemon's own log lines, its processes and
-// their descriptors.
+// The daemon in a phone, seen from the host: its own log lines, its processes and their
+// descriptors, its store, and how it is told to start and stop.
 #pragma once
 
 #include <sys/types.h>
@@ -7,10 +7,10 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/client.h"
-#include "tests/support/phone.h"
+#include "phone/host/client.h"
+#include "phone/host/phone.h"
 
-// Logger types, by the bits that the tests ask for.
+// Logger types, by their bits.
 constexpr int kMobile = 0x1, kModem = 0x2, kWifi = 0x40;
 
 // One line of the daemon in the phone's main log buffer.
@@ -30,7 +30,7 @@ std::vector<LogLine> lines_with(const std::vector<LogLine>& lines, const std::st
 int count_lines(const Phone& phone, const std::string& start);
 // The main thread of the main process alone: "priority text" of every line from number `from` on.
 std::vector<std::string> main_thread_log(const Phone& phone, size_t from);
-// The one line that begins so, without that beginning; a test failure when there is not just one.
+// The one line that begins so, without that beginning; trouble when there is not just one.
 std::string rest_of_line(const Phone& phone, const std::string& start);
 
 // The lines that tell of something that had to be killed because it outlived its bound.
@@ -39,7 +39,7 @@ std::vector<std::string> overdue_kills(const Phone& phone);
 // Options for a phone without a vendor side, whose answers are there already: a stop does not wait.
 std::vector<std::string> quick_vendor(std::vector<std::string> more = {});
 
-// Start and stop as the client asks for them. The result, or a test failure and -99.
+// Start and stop as the client asks for them. The result, or trouble and -99.
 int32_t start_logging(const Phone& phone, int32_t mask);
 int32_t stop_logging(const Phone& phone);
 

@@ -1,4 +1,4 @@
-// A bench phone for one test, seen and handled from the host. Every test boots its own: about 6 ms.
+// A bench phone, seen and handled from the host. Every test boots its own: about 6 ms.
 #pragma once
 
 #include <sys/types.h>
@@ -59,8 +59,8 @@ class Phone {
     kReady,   // the daemon listens; at once with --no-daemon
   };
 
-  // `options` go to the launcher. A phone that does not come up is a test failure with what the
-  // launcher said; ok() is false then.
+  // `options` go to the launcher. A phone that does not come up is trouble (trouble.h) with
+  // what the launcher said; ok() is false then.
   explicit Phone(const std::vector<std::string>& options = {}, Until until = Until::kReady);
   // Ends the phone and waits until its last process is gone.
   ~Phone();

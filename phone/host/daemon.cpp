@@ -1,7 +1,6 @@
-#include "tests/system/daemon.h"
+#include "phone/host/daemon.h"
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/statvfs.h>
@@ -11,6 +10,7 @@
 #include <algorithm>
 #include <filesystem>
 
+#include "phone/host/trouble.h"
 #include "platform/linux/log_record.h"
 
 namespace fs = std::filesystem;
@@ -86,7 +86,7 @@ int count_lines(const Phone& phone, const std::string& start) {
 
 std::string rest_of_line(const Phone& phone, const std::string& start) {
   const std::vector<LogLine> found = lines_with(daemon_log(phone), start);
-  EXPECT_EQ(found.size(), 1u) << start;
+  expect_of_phone(found.size() == 1, std::to_string(found.size()) + " lines: " + start);
   return found.empty() ? "" : found[0].text.substr(start.size());
 }
 
@@ -110,7 +110,7 @@ std::vector<std::string> quick_vendor(std::vector<std::string> more) {
 static constexpr int kSwitchLimitMs = 120000;  // a start may contain a stop, with stubborn workers
 
 static int32_t int_reply(const std::string& digits) {
-  EXPECT_EQ(digits.size(), 8u) << digits;
+  expect_of_phone(digits.size() == 8, "no int32: " + digits);
   if (digits.size() != 8) return -99;
   int32_t value;
   memcpy(&value, from_hex(digits).data(), sizeof value);
@@ -193,12 +193,13 @@ PhoneProcess size_monitor(const Phone& phone) {
 
 PhoneProcess running_monitor(const Phone& phone) {
   PhoneProcess monitor;
-  EXPECT_TRUE(eventually([&] {
+  const bool runs = eventually([&] {
     monitor = size_monitor(phone);
     const std::vector<LogLine> begun = lines_with(daemon_log(phone), " into monitorLogSizeThread");
     return std::any_of(begun.begin(), begun.end(),
                        [&](const LogLine& line) { return line.pid == monitor.pid; });
-  }));
+  });
+  expect_of_phone(runs, "no size monitor");
   return monitor;
 }
 
@@ -251,8 +252,9 @@ void fill(const Phone& phone, const std::string& path, int64_t left) {
   phone.write(path, "");
   const Fd file(open(phone.inside(path).c_str(), O_WRONLY | O_APPEND | O_CLOEXEC));
   const int64_t at_once = available(phone, path) - left - kMiB;
-  EXPECT_EQ(posix_fallocate(file.get(), 0, at_once), 0) << path << " " << at_once;
-  EXPECT_EQ(ftruncate(file.get(), at_once), 0);
+  expect_of_phone(
+      posix_fallocate(file.get(), 0, at_once) == 0 && ftruncate(file.get(), at_once) == 0,
+      errno_text(path));
   const std::string block(kBlock, 'x');
   while (available(phone, path) > left && write(file.get(), block.data(), block.size()) == kBlock) {
   }
