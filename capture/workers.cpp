@@ -1,5 +1,6 @@
 #include "capture/workers.h"
 
+#include <errno.h>
 #include <signal.h>
 #include <stdlib.h>
 #include <string.h>
@@ -94,6 +95,13 @@ bool add_to_group(int32_t* table, pid_t pid) {
   }
   signal_process(pid, SIGTERM);
   return false;
+}
+
+pid_t fork_worker(const char* function) {
+  const pid_t pid = fork_process(group::own);
+  if (pid == -1) LOG_AS(ANDROID_LOG_ERROR, function, "fork err:%s.\n", strerror(errno));
+  if (pid > 0) add_to_debug_group(pid);
+  return pid;
 }
 
 int wait_child_to_finish(pid_t pid, int ticks) {

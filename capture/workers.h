@@ -40,6 +40,10 @@ inline void add_to_debug_group(pid_t pid) {
   add_to_group(s_debug_group, pid);
 }
 
+// Forks a worker of debug logging. It leads a process group of its own and is entered in
+// `s_debug_group`. Returns as fork() does; a failure is logged under the name `function`.
+pid_t fork_worker(const char* function);
+
 // Waits for the child `pid`: looks every 100 ms, `ticks` + 1 times (30 ticks are about 3.1 s; 0 or
 // less looks once). One that outlives that is killed with its process group, and left to the
 // reaper. Returns 1 when the child is gone, also when it was never ours; 0 when it had to be

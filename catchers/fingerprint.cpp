@@ -8,6 +8,7 @@
 #include "capture/fingerprint_dir.h"
 #include "capture/workers.h"
 #include "catchers/catchers.h"
+#include "catchers/type_dir.h"
 #include "selflog/log.h"
 #include "selflog/props.h"
 #include "storage/utils.h"
@@ -55,11 +56,8 @@ pid_t get_fingerprint_log(const char* out_dir, const char* source, const char* f
 
 int catcher_fp_log(const char* log_dir, const char* name) {
   LOGD("function invoked, parent:%s, self:%s", log_dir, name);
-  char dir[256] = {};
-  copy_or_abort(dir, log_dir);
-  append_or_abort(dir, "/");
-  append_or_abort(dir, name);
-  creat_dir(dir);
+  char dir[kPathSize];
+  make_type_dir(dir, log_dir, name);
   set_fingerprint_log_dir(name);
   get_fingerprint_log(dir, kSecureWorldLog, "qsee_log.txt");
   if (is_prop_on("persist.sys.zklog.tzbsp.enable", "off")) {

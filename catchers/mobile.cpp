@@ -13,6 +13,7 @@
 #include "capture/workers.h"
 #include "catchers/app_files.h"
 #include "catchers/catchers.h"
+#include "catchers/type_dir.h"
 #include "feedback/feedback.h"
 #include "selflog/log.h"
 #include "selflog/props.h"
@@ -22,7 +23,6 @@
 namespace {
 
 constexpr char kLogSource[] = "commands";
-constexpr size_t kPathSize = 256;
 constexpr size_t kOptionBytes = 512;  // of the option file that are read
 constexpr const char* kBuffers[] = {"main", "events", "system", "radio", "crash"};
 constexpr int kKernelBufferSdk = 23;  // the log daemon has a kernel buffer from this release on
@@ -110,11 +110,8 @@ void handle_mobile_cfg(const char* dir) {
 
 int catcher_mobile_log(const char* log_dir, const char* name) {
   LOGD("function invoked");
-  char dir[kPathSize] = {};
-  copy_or_abort(dir, log_dir);
-  append_or_abort(dir, "/");
-  append_or_abort(dir, name);
-  creat_dir(dir);
+  char dir[kPathSize];
+  make_type_dir(dir, log_dir, name);
   load_logcat_file_count();
   start_logcats(dir);
   get_logcat_control_message(dir);

@@ -1,7 +1,6 @@
 #include "catchers/net.h"
 
 #include <cutils/properties.h>
-#include <errno.h>
 #include <stdio.h>
 #include <string.h>
 
@@ -14,6 +13,7 @@
 #include "capture/workers.h"
 #include "catchers/catchers.h"
 #include "catchers/logger_types.h"
+#include "catchers/type_dir.h"
 #include "selflog/log.h"
 #include "selflog/props.h"
 #include "storage/shell.h"
@@ -24,7 +24,6 @@ char net_log_dir[256];
 namespace {
 
 constexpr char kLogSource[] = "commands";
-constexpr size_t kPathSize = 256;
 constexpr size_t kLineSize = 1024;
 
 #define IP "/system/bin/ip"
@@ -139,21 +138,16 @@ void write_command_output(FILE* file, const char* command) {
 
 int catcher_net_log(const char* log_dir, const char* name) {
   LOGD("function invoked");
-  char dir[kPathSize] = {};
-  copy_or_abort(dir, log_dir);
-  append_or_abort(dir, "/");
-  append_or_abort(dir, name);
-  creat_dir(dir);
+  char dir[kPathSize];
+  make_type_dir(dir, log_dir, name);
   copy_or_abort(net_log_dir, dir);
   const std::string path = capture_path(dir);
-  const pid_t pid = fork_process(group::own);
+  const pid_t pid = fork_worker(__func__);
   if (pid == -1) {
-    LOGE("fork err:%s.\n", strerror(errno));
     net_log_pid = 0;
     return -1;
   }
   if (pid == 0) run_capture(name, path);
-  add_to_debug_group(pid);
   LOGE("fork child process, pid:%d, save net pid to s_debug_group \n", pid);
   net_log_pid = pid;
   start_net_cmd_log();

@@ -10,6 +10,7 @@
 #include "capture/workers.h"
 #include "catchers/catchers.h"
 #include "catchers/logger_types.h"
+#include "catchers/type_dir.h"
 #include "selflog/log.h"
 #include "selflog/props.h"
 #include "storage/shell.h"
@@ -18,7 +19,6 @@
 namespace {
 
 constexpr char kLogSource[] = "commands";
-constexpr size_t kPathSize = 256;
 constexpr char kPowerSwitch[] = "/sys/zelka_power_debug/enable";
 constexpr char kPowerSaveProp[] = "persist.service.powersave.logs";
 
@@ -42,23 +42,17 @@ void write_power_switch(const char* digit) {
 
 void catcher_fg_log(const char* log_dir) {
   LOGD("function invoked");
-  char dir[kPathSize] = {};
-  copy_or_abort(dir, log_dir);
-  append_or_abort(dir, "/fg");
-  creat_dir(dir);
+  char dir[kPathSize];
+  make_type_dir(dir, log_dir, "fg");
   // No slash in front: the shell is found from the daemon's working directory, which is "/".
   char command[kPathSize] = {};
   copy_or_abort(command, "system/bin/sh");
   append_or_abort(command, "  /system/etc/fg_logs_start.sh ");
   append_or_abort(command, dir);
-  const pid_t pid = fork_process(group::own);
-  if (pid == -1) {
-    LOGE("fork err:%s.\n", strerror(errno));
-    return;
-  }
+  const pid_t pid = fork_worker(__func__);
+  if (pid == -1) return;
   if (pid == 0) run_fg_script(command);
   fg_log_pid = pid;
-  add_to_debug_group(pid);
   LOGE("fork child process, pid:%d, system: %s \n", pid, command);
 }
 

@@ -59,18 +59,14 @@ int sendSystraceSocket(int code) {
 int start_systrace_log(const char* /*log_dir*/, const char* name) {
   LOGD("function invoked");
   property_set(kSystraceProp, "1");
-  const pid_t pid = fork_process(group::own);
-  if (pid == -1) {
-    LOGE("fork err:%s.\n", strerror(errno));
-    return -1;
-  }
+  const pid_t pid = fork_worker(__func__);
+  if (pid == -1) return -1;
   if (pid == 0) {
     set_process_name(name);
     sendSystraceSocket(kStartCommand);
     LOGD("sendSystraceSocket sucess");
     end_process(0);
   }
-  add_to_debug_group(pid);
   LOGE("fork child process, pid:%d, sendSystraceSocket \n", pid);
   return 0;
 }

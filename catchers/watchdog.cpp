@@ -4,7 +4,6 @@
 #include <errno.h>
 #include <signal.h>
 #include <stdio.h>
-#include <string.h>
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
@@ -292,18 +291,14 @@ int start_mpss_dump_log(const char* /*log_dir*/, const char* name) {
   mpss_monitor_running = true;
   is_mpss_catch_modem = false;
   property_set(kStartIndProp, "on");
-  const pid_t pid = fork_process(group::own);
-  if (pid == -1) {
-    LOGE("fork err:%s.\n", strerror(errno));
-    return -1;
-  }
+  const pid_t pid = fork_worker(__func__);
+  if (pid == -1) return -1;
   if (pid == 0) {
     set_process_name(name);
     handle_mpss_stats();
     end_process(0);
   }
   mpss_stats_pid = pid;
-  add_to_debug_group(pid);
   LOGE("fork child process, pid:%d, handle_mpss_stats \n", pid);
   return 0;
 }
