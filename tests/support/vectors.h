@@ -6,7 +6,6 @@
 #include <stdlib.h>
 #include <string.h>
 
-#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <map>
@@ -33,7 +32,7 @@ struct VectorFile {
 
 // The root of the source tree.
 inline std::string source_root() {
-  return std::filesystem::path(__FILE__).parent_path().parent_path().parent_path();
+  return SOURCE_ROOT;
 }
 
 // As much of JSON as the file uses: objects, arrays, strings without \u, whole numbers.
