@@ -24,6 +24,7 @@
 #include "base/text.h"
 #include "input/event_line.h"
 #include "input/event_saver.h"
+#include "input/inotify_records.h"
 
 namespace {
 
@@ -146,20 +147,10 @@ void follow_change(uint32_t mask, const char* name) {
 }
 
 void read_changes() {
-  alignas(inotify_event) char buffer[kNotifyBufferSize];
+  char buffer[kNotifyBufferSize];
   const ssize_t size = read(s_poll_set[0].fd, buffer, sizeof(buffer));
   if (size < 0 && errno != EINTR) SAY("could not get event, %s\n", strerror(errno));
-  const char* at = buffer;
-  for (ssize_t left = size; left >= static_cast<ssize_t>(sizeof(inotify_event));) {
-    inotify_event record;
-    memcpy(&record, at, sizeof(record));
-    const char* name = at + sizeof(record);
-    left -= static_cast<ssize_t>(sizeof(record));
-    if (static_cast<ssize_t>(record.len) > left) return;
-    if (strnlen(name, record.len) < record.len && name[0] != '\0') follow_change(record.mask, name);
-    at = name + record.len;
-    left -= static_cast<ssize_t>(record.len);
-  }
+  if (size > 0) for_each_named_record(buffer, static_cast<size_t>(size), follow_change);
 }
 
 // Four writes, as a reader that follows the file knows them.

@@ -24,7 +24,7 @@ size_t utf8_length(const std::vector<char16_t>& units) {
 
 void check_utf8(const uint8_t* data, size_t size) {
   std::vector<char16_t> units(size / sizeof(char16_t));
-  memcpy(units.data(), data, units.size() * sizeof(char16_t));
+  if (!units.empty()) memcpy(units.data(), data, units.size() * sizeof(char16_t));
   const char16_t none = 0;  // an empty vector has no address to give
   char* text = strndup16to8(units.empty() ? &none : units.data(), units.size());
   require(text != nullptr && strlen(text) == utf8_length(units));

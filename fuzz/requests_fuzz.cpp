@@ -1,0 +1,144 @@
+// Whatever a client sends, the daemon lives on: it gives each whole frame one reply that our client
+// accepts, and closes the connection at the first length that is none, or at the end.
+//
+// The requests do their work in this process, files included, but nothing is started: a fork fails,
+// a thread is refused, and a pause takes no time. Left out is a payload whose dump text is longer
+// than kDumpTextMax: it ends the daemon on purpose.
+#include <errno.h>
+#include <fcntl.h>
+#include <pthread.h>
+#include <stdint.h>
+#include <string.h>
+#include <sys/socket.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <iterator>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "capture/workers.h"
+#include "client/reply.h"
+#include "daemon/harrowmoss.h"
+#include "fuzz/require.h"
+#include "platform/linux/bench_phone.h"
+#include "protocol/encode.h"
+
+// The linker gives the daemon these instead of the C library's.
+extern "C" {
+int __real_pthread_create(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*);
+
+static bool s_serving = false;  // the fuzzer's own threads are its own business
+
+int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*body)(void*),
+                          void* arg) {
+  return s_serving ? EAGAIN : __real_pthread_create(thread, attributes, body, arg);
+}
+
+pid_t __wrap_fork() {
+  errno = EAGAIN;
+  return -1;
+}
+
+int __wrap_clock_nanosleep(clockid_t, int, const timespec*, timespec*) {
+  return 0;
+}
+}
+
+namespace {
+
+constexpr char kPropertiesLog[] = "/dev/bench/properties.log";
+constexpr char kKernelLog[] = "/data/misc/zelkalog/.logger/kernel_pmic.txt";
+constexpr const char* kRunDirs[] = {"/data/misc/zelkalog", "/data/vendor/zelkalog"};
+constexpr size_t kMostFrames = 16;  // their replies fit into the socket
+
+struct conversation {
+  std::string_view sent;
+  std::vector<std::string_view> answered;  // payloads
+};
+
+conversation plan(std::string_view stream) {
+  conversation talk = {stream, {}};
+  for (std::string_view rest = stream; rest.size() >= 2;) {
+    const auto low = static_cast<unsigned char>(rest[0]);
+    const size_t size = low + (static_cast<unsigned char>(rest[1]) << 8);
+    if (size < 1 || size > kPayloadMax || size > rest.size() - 2) break;
+    const std::string_view payload = rest.substr(2, size);
+    if (dump_text_length(payload) > kDumpTextMax || talk.answered.size() == kMostFrames) {
+      talk.sent.remove_suffix(rest.size());
+      break;
+    }
+    talk.answered.push_back(payload);
+    rest.remove_prefix(2 + size);
+  }
+  return talk;
+}
+
+// The next `size` bytes from the daemon.
+std::string receive(int fd, size_t size) {
+  std::string bytes(size, '\0');
+  require(recv(fd, &bytes[0], size, MSG_WAITALL) == static_cast<ssize_t>(size));
+  return bytes;
+}
+
+void check_reply(int fd, std::string_view payload) {
+  const int32_t size = int32_at(receive(fd, 4), 0);
+  require(size >= kReplyMin && size <= kReplyMax);
+  const std::string bytes = receive(fd, static_cast<size_t>(size));
+  // What is missing in a short request reads as 0.
+  const int32_t code = payload.size() < 4 ? 0 : int32_at(payload, 0);
+  int64_t serial = 0;
+  if (payload.size() >= 12) memcpy(&serial, payload.data() + 4, sizeof(serial));
+  const bool known = code >= 1 && code <= kRequestCount;
+  request_name request = {code, "", "", request_arguments::kNone, reply_fields::kInt};
+  if (known) request = kRequestNames[code - 1];
+  reply answer;
+  std::string error;
+  require(decode_reply(bytes, request, serial, &answer, &error));
+  require(known || (answer.has_result && answer.number == -1));
+}
+
+// A run is a directory more for the next to walk.
+void forget_runs() {
+  std::error_code ignored;
+  for (const char* dir : kRunDirs) {
+    for (const auto& entry : std::filesystem::directory_iterator(dir, ignored)) {
+      if (entry.path().filename().native().find('#') != std::string::npos)
+        std::filesystem::remove_all(entry.path(), ignored);
+    }
+  }
+  (void)!truncate(kPropertiesLog, 0);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+  require_bench_phone();
+  s_harrowmossd_pid = getpid();
+  initialize_globals();
+  std::filesystem::create_directories(std::filesystem::path(kKernelLog).parent_path());
+  close(open(kKernelLog, O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
+  return 0;
+}
+
+// Input: all that a client sends on one connection.
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  const conversation talk = plan({reinterpret_cast<const char*>(data), size});
+  int ends[2];
+  require(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) == 0);
+  require(send(ends[0], talk.sent.data(), talk.sent.size(), 0) ==
+          static_cast<ssize_t>(talk.sent.size()));
+  shutdown(ends[0], SHUT_WR);
+  s_serving = true;
+  serve_connection(ends[1]);
+  s_serving = false;
+  for (const std::string_view payload : talk.answered) check_reply(ends[0], payload);
+  char more;
+  require(recv(ends[0], &more, 1, 0) < 1);
+  close(ends[0]);
+  forget_runs();
+  return 0;
+}
