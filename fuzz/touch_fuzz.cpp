@@ -1,24 +1,22 @@
 // Whatever the kernel tells the touch recorder: a record of the watch is followed only when it is
-// whole and its name ends, and any event at all becomes the line that printf would make of it.
+// whole and its name ends, and any event at any time becomes one line that fits its buffers.
 #include <stdint.h>
-#include <stdio.h>
 #include <string.h>
 #include <sys/inotify.h>
 
 #include <algorithm>
 #include <memory>
-#include <string>
 
 #include "fuzz/require.h"
 #include "input/event_line.h"
-#include "input/event_names.h"
 #include "input/inotify_records.h"
 
 namespace {
 
+// A block that ends where the read did: the sanitizer sees a look behind it.
 void check_records(const uint8_t* data, size_t size) {
-  const auto bytes = std::make_unique<char[]>(size);  // a block that ends where the read did
-  memcpy(bytes.get(), data, size);
+  const auto bytes = std::make_unique<char[]>(size);
+  std::copy_n(data, size, bytes.get());
   size_t room = size;
   for_each_named_record(bytes.get(), size, [&](uint32_t, const char* name) {
     const size_t used = sizeof(inotify_event) + strlen(name) + 1;
@@ -27,54 +25,27 @@ void check_records(const uint8_t* data, size_t size) {
   });
 }
 
-struct event {
-  uint16_t type;
-  uint16_t code;
-  int32_t value;
-};
-
-void check_fields(const event& e) {
-  char line[kEventLineSize];
-  char expected[3][64];
-  const char* type = event_type_name(e.type);
-  const char* code = event_code_name(e.type, e.code);
-  const char* value = e.type == 1 ? key_value_name(e.value) : nullptr;  // 1: EV_KEY
-  snprintf(expected[0], 64, "%-12.12s", type ? type : "");
-  if (type == nullptr) snprintf(expected[0], 64, "%04x        ", e.type);
-  snprintf(expected[1], 64, " %-20.20s", code ? code : "");
-  if (code == nullptr) snprintf(expected[1], 64, " %04x                ", e.code);
-  snprintf(expected[2], 64, " %-20.20s", value ? value : "");
-  if (value == nullptr) snprintf(expected[2], 64, " %d            ", e.value);
-  const size_t length = format_event_fields(line, e.type, e.code, e.value);
-  require(length == strlen(line));
-  require(line == std::string(expected[0]) + expected[1] + expected[2]);
-}
-
-void check_stamp(const civil_time& when, long microseconds) {
+void check_lines(const uint8_t* data, size_t size) {
+  struct {
+    uint16_t type, code;
+    int32_t value;
+    civil_time when;
+    long microseconds;
+  } e = {};
+  std::copy_n(data, std::min(size, sizeof(e)), reinterpret_cast<uint8_t*>(&e));
+  char fields[kEventLineSize];
+  require(format_event_fields(fields, e.type, e.code, e.value) == strlen(fields));
+  require(fields[12] == ' ' && fields[33] == ' ' && fields[34] != ' ');  // the columns' borders
   char stamp[kEventStampSize];
-  char expected[kEventStampSize];
-  require(format_event_stamp(stamp, when, microseconds) == strlen(stamp));
-  const int numbers[] = {when.year, when.month, when.day, when.hour, when.minute, when.second};
-  for (const int number : numbers) {
-    if (number < 0) return;  // printf counts the sign as a digit; no clock has such a number
-  }
-  snprintf(expected, sizeof(expected), "%04d-%02d-%02d %02d:%02d:%02d:%ld  ", when.year, when.month,
-           when.day, when.hour, when.minute, when.second, microseconds);
-  require(strcmp(stamp, expected) == 0);
+  require(format_event_stamp(stamp, e.when, e.microseconds) == strlen(stamp));
+  require(strchr(fields, '\n') == nullptr && strchr(stamp, '\n') == nullptr);
 }
 
 }  // namespace
 
-// Input: what a read of the watch gave; its bytes are also an event, and a clock's numbers.
+// Input: what a read of the watch gave; its bytes are also an event and its time.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   check_records(data, size);
-  struct {
-    event e;
-    civil_time when;
-    long microseconds;
-  } numbers = {};
-  memcpy(&numbers, data, std::min(size, sizeof(numbers)));
-  check_fields(numbers.e);
-  check_stamp(numbers.when, numbers.microseconds);
+  check_lines(data, size);
   return 0;
 }
