@@ -148,14 +148,7 @@ void set_connection(int fd) {
   s_connection = fd;
 }
 
-#ifdef HARROWMOSS_COVERAGE
-extern "C" void __gcov_dump();
-#endif
-
 void end_process(int status) {
-#ifdef HARROWMOSS_COVERAGE
-  __gcov_dump();
-#endif
   _exit(status);
 }
 

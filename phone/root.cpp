@@ -217,6 +217,9 @@ bool enter_phone_root(const PhoneParts& parts, const PhoneOptions& options, std:
   add_proc(&b);
   add_canned_files(&b);
   for (const auto& [host, path] : options.files) b.copy(host, path);
+#ifdef HARROWMOSS_PROFILES  // the coverage build's programs count into this directory
+  b.bind(HARROWMOSS_PROFILES, HARROWMOSS_PROFILES, false);
+#endif
   b.read_only("", 0);
   if (b.ok()) b.check(become_root(parts), "make the phone my root");
   return b.ok();
