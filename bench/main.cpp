@@ -1,0 +1,30 @@
+// Runs one row of the benchmark. Only in a bench phone; bench/run.py boots it and names the rows.
+#include <stdio.h>
+#include <string.h>
+
+#include "bench/harness.h"
+#include "platform/linux/bench_phone.h"
+
+namespace {
+
+constexpr struct {
+  const char* name;
+  void (*run)();
+} kRows[] = {
+    {"touch", bench_touch},
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  require_bench_phone();
+  for (const auto& row : kRows) {
+    if (argc != 2 || strcmp(row.name, argv[1]) != 0) continue;
+    row.run();
+    return 0;
+  }
+  fprintf(stderr, "usage: bench ROW, with a row of:");
+  for (const auto& row : kRows) fprintf(stderr, " %s", row.name);
+  fputc('\n', stderr);
+  return 2;
+}
