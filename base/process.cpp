@@ -32,6 +32,12 @@ int s_connection = -1;
 // A process without a SIGCHLD handler, or a thread that blocks it, is not woken by a child's end.
 constexpr int64_t kLookMs = 100;
 
+const pthread_t s_first_thread = pthread_self();  // static initialisation runs on it
+
+// 0: not asked in this process yet. Every fork() forgets it in the child, whoever calls it.
+std::atomic<pid_t> s_own_pid{0};
+const bool s_fork_is_noticed = pthread_atfork(nullptr, nullptr, [] { s_own_pid = 0; }) == 0;
+
 pid_t s_forked_by = -1;                      // the process that forked this one
 std::atomic<bool> s_may_convert_time{true};  // false in a child of an extra thread
 
@@ -120,7 +126,20 @@ timespec to_timespec(int64_t milliseconds) {
 }  // namespace
 
 bool is_main_process() {
-  return getpid() == s_harrowmossd_pid;
+  return own_pid() == s_harrowmossd_pid;
+}
+
+pid_t own_pid() {
+  pid_t pid = s_own_pid.load(std::memory_order_relaxed);
+  if (pid != 0) return pid;
+  pid = getpid();
+  if (s_fork_is_noticed) s_own_pid.store(pid, std::memory_order_relaxed);
+  return pid;
+}
+
+pid_t own_thread_id() {
+  // A child that another thread forked has that thread as its first one, and asks.
+  return pthread_equal(pthread_self(), s_first_thread) != 0 ? own_pid() : gettid();
 }
 
 pid_t parent_pid() {

@@ -12,7 +12,14 @@
 // daemon.
 extern int32_t s_harrowmossd_pid;
 
-// True in the process that serves the control socket. One getpid().
+// getpid(), asked once in each process: every log line wants it, and some C libraries make a system
+// call of it.
+pid_t own_pid();
+
+// gettid(), without a system call on the first thread, where most log lines come from.
+pid_t own_thread_id();
+
+// True in the process that serves the control socket.
 bool is_main_process();
 
 // The parent's pid for log lines. The main process's parent is init and stays so: it is asked once.

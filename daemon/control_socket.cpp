@@ -1,6 +1,7 @@
 #include <binder/Parcel.h>
 #include <errno.h>
 #include <poll.h>
+#include <stdlib.h>
 #include <string.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -10,7 +11,7 @@
 
 #include "base/noted_signals.h"
 #include "base/process.h"
-#include "base/text.h"
+#include "base/text_writer.h"
 #include "daemon/harrowmoss.h"
 #include "protocol/protocol.h"
 #include "selflog/log.h"
@@ -51,13 +52,21 @@ bool send_reply(int fd, const android::Parcel& reply) {
 }  // namespace
 
 void printSocketData(const char* tag, const void* data, int len) {
-  char text[kDumpSize] = {};
+  constexpr char kDigits[] = "0123456789abcdef";
+  constexpr size_t kByteMost = 3;  // two digits and a dash
+  char text[kDumpSize];
   const auto* bytes = static_cast<const uint8_t*>(data);
+  text_writer out(text);
+  size_t left = sizeof(text) - 1;
   for (int i = 0; i < len; i++) {
-    char digits[8];
-    format_cut(digits, "%x-", bytes[i]);
-    append_or_abort(text, digits);
+    const size_t size = bytes[i] < 0x10 ? kByteMost - 1 : kByteMost;
+    if (size > left) abort();
+    left -= size;
+    if (bytes[i] >= 0x10) out.put(kDigits[bytes[i] >> 4]);
+    out.put(kDigits[bytes[i] & 0xf]);
+    out.put('-');
   }
+  out.finish();
   LOGD("%s socket data = %s ", tag, text);
 }
 

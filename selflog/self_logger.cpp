@@ -9,15 +9,19 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
+
 #include "base/process.h"
 #include "base/scoped.h"
 #include "base/text.h"
+#include "base/text_writer.h"
 #include "selflog/local_time.h"
 #include "selflog/log.h"
 
 namespace {
 
-constexpr size_t kLineSize = 1024;  // with its NUL
+constexpr size_t kLineSize = 1024;          // with its NUL
+constexpr char kColumns[] = "%s|%s|%d:: ";  // how the formats of the daemon's messages begin
 constexpr int64_t kRotationBytes = 10 * 1024 * 1024;
 constexpr int kGenerations = 5;
 constexpr mode_t kFirstOpenMode =
@@ -84,8 +88,66 @@ void rotate_log() {
 // Writes "%y-%m-%d %H:%M:%S || harrowmossd [pid, tid] " and returns its length.
 size_t write_prefix(char (&line)[kLineSize]) {
   const civil_time now = local_civil_time(time(nullptr));
-  return format_cut(line, "%02d-%02d-%02d %02d:%02d:%02d || harrowmossd [%d, %d] ", now.year % 100,
-                    now.month, now.day, now.hour, now.minute, now.second, getpid(), gettid());
+  const struct {
+    int number;
+    char after;
+  } parts[] = {{now.year % 100, '-'}, {now.month, '-'},  {now.day, ' '},
+               {now.hour, ':'},       {now.minute, ':'}, {now.second, ' '}};
+  text_writer out(line);
+  for (const auto& part : parts) {
+    out.signed_decimal(part.number, 2);
+    out.put(part.after);
+  }
+  out.put("|| harrowmossd [");
+  out.signed_decimal(own_pid(), 1);
+  out.put(", ");
+  out.signed_decimal(own_thread_id(), 1);
+  out.put("] ");
+  return out.finish();
+}
+
+// Appends `text` to the line, cut where the line is full, and returns the new length.
+size_t append_cut(char (&line)[kLineSize], size_t length, const char* text) {
+  if (text == nullptr) text = "(null)";  // as printf has it
+  const size_t size = strnlen(text, sizeof(line) - 1 - length);
+  memcpy(line + length, text, size);
+  return length + size;
+}
+
+// A number with what stands around it.
+size_t append_number(char (&line)[kLineSize], size_t length, char before, int number,
+                     const char* after) {
+  char text[32];
+  text_writer out(text);
+  out.put(before);
+  out.signed_decimal(number, 1);
+  out.put(after);
+  out.finish();
+  return append_cut(line, length, text);
+}
+
+size_t append_names(char (&line)[kLineSize], size_t length, const char* source,
+                    const char* function) {
+  length = append_cut(line, length, source);
+  length = append_cut(line, length, "|");
+  return append_cut(line, length, function);
+}
+
+// The message as printf would put it, but the columns in front of every message of the daemon, and
+// a text that is ready, by hand: printf takes as long over them as the kernel over the write.
+// Returns the new length, cut where the line is full; -1 for a bad format.
+ssize_t append_message(char (&line)[kLineSize], size_t length, const char* fmt, va_list args) {
+  if (starts_with(fmt, kColumns)) {
+    fmt += sizeof(kColumns) - 1;
+    const char* source = va_arg(args, const char*);
+    length = append_names(line, length, source, va_arg(args, const char*));
+    length = append_number(line, length, '|', va_arg(args, int), ":: ");
+  }
+  if (strcmp(fmt, "%s") == 0)
+    return static_cast<ssize_t>(append_cut(line, length, va_arg(args, const char*)));
+  const int wanted = vsnprintf(line + length, sizeof(line) - length, fmt, args);
+  if (wanted < 0) return -1;
+  return static_cast<ssize_t>(std::min(length + static_cast<size_t>(wanted), sizeof(line) - 1));
 }
 
 // Makes the directory `path`. False after a line in the Android log.
@@ -120,11 +182,10 @@ int loggersystem::vlogger(const char* fmt, va_list args) {
   if (s_log_fd < 0 && !open_log()) return -1;
 
   char line[kLineSize];
-  size_t length = write_prefix(line);
-  const int wanted = vsnprintf(line + length, sizeof(line) - length, fmt, args);
-  if (wanted < 1) return -1;
-  length += static_cast<size_t>(wanted);
-  if (length > sizeof(line) - 1) length = sizeof(line) - 1;
+  const size_t prefix = write_prefix(line);
+  const ssize_t end = append_message(line, prefix, fmt, args);
+  if (end <= static_cast<ssize_t>(prefix)) return -1;
+  size_t length = static_cast<size_t>(end);
   if (memchr(line, '\n', length) == nullptr) {
     if (length > sizeof(line) - 2) length = sizeof(line) - 2;  // room for the newline: 1023 bytes
     line[length++] = '\n';
@@ -157,7 +218,13 @@ void log_message(int priority, const char* source, const char* function, int lin
   va_start(args, fmt);
   vsnprintf(text, sizeof(text), fmt, args);
   va_end(args);
-  ALOG(priority, "%s|%s|%d~%d:: %s", source, function, line, parent_pid(), text);
+  char message[kLineSize];  // "source|function|line~parent:: text"; the Android log cuts there too
+  size_t length = append_names(message, 0, source, function);
+  length = append_number(message, length, '|', line, "");
+  length = append_number(message, length, '~', parent_pid(), ":: ");
+  length = append_cut(message, length, text);
+  message[length] = '\0';
+  ALOG(priority, "%s", message);
   loggersystem::logger("%s|%s|%d:: %s", source, function, line, text);
   errno = saved_errno;
 }

@@ -1,6 +1,7 @@
 #include <android/log.h>
 #include <errno.h>
 #include <fcntl.h>
+#include <pthread.h>
 #include <stdarg.h>
 #include <stdio.h>
 #include <string.h>
@@ -21,6 +22,22 @@ constexpr size_t kBufferCount = sizeof(kLogBuffers) / sizeof(kLogBuffers[0]);
 
 // Descriptor + 1 of each buffer, so that zero means "not open yet".
 std::atomic<int> s_open_buffers[kBufferCount];
+
+// The platform's C library remembers both ids of a caller; here they would cost every record two
+// system calls. 0: not asked in this process yet; every fork() forgets it in the child.
+std::atomic<pid_t> s_pid{0};
+const pthread_t s_first_thread = pthread_self();  // static initialisation runs on it
+const bool s_fork_is_noticed = pthread_atfork(nullptr, nullptr, [] { s_pid = 0; }) == 0;
+
+void put_ids(LogRecord* record) {
+  record->pid = s_pid.load(std::memory_order_relaxed);
+  if (record->pid == 0) {
+    record->pid = getpid();
+    if (s_fork_is_noticed) s_pid.store(record->pid, std::memory_order_relaxed);
+  }
+  const bool first = pthread_equal(pthread_self(), s_first_thread) != 0;
+  record->tid = first ? record->pid : gettid();
+}
 
 // The descriptor of buffer `index`, opened by the first caller and kept, or a negative errno value.
 int buffer_descriptor(size_t index) {
@@ -76,8 +93,7 @@ int write_log_record(const char* buffer, int priority, const char* tag, const ch
   record.size = static_cast<uint16_t>(payload);
   record.priority = static_cast<uint8_t>(priority);
   record.uid_low = static_cast<uint8_t>(getauxval(AT_UID));  // as of exec: costs no system call
-  record.pid = getpid();
-  record.tid = gettid();
+  put_ids(&record);
   record.sec = static_cast<uint32_t>(now.tv_sec);
   record.nsec = static_cast<uint32_t>(now.tv_nsec);
 
