@@ -77,3 +77,13 @@ int64_t number_after(const std::string& text, const std::string& key);
 
 // The rows, each run in a phone of its own as bench/run.py says.
 void bench_touch();
+void bench_self_log();
+void bench_file_size();
+void bench_oldest_run();
+void bench_request();
+void bench_request_workers();
+void bench_memory();
+void bench_workers();
+void bench_idle();
+void bench_stop();
+void bench_stop_stubborn();

@@ -12,6 +12,16 @@ constexpr struct {
   void (*run)();
 } kRows[] = {
     {"touch", bench_touch},
+    {"self-log", bench_self_log},
+    {"file-size", bench_file_size},
+    {"oldest-run", bench_oldest_run},
+    {"request", bench_request},
+    {"request-workers", bench_request_workers},
+    {"memory", bench_memory},
+    {"workers", bench_workers},
+    {"idle", bench_idle},
+    {"stop", bench_stop},
+    {"stop-stubborn", bench_stop_stubborn},
 };
 
 }  // namespace
