@@ -13,6 +13,11 @@ COLOURS = ('#1f5fa8', '#c0392b', '#2e8b57')
 
 # Plot -> (title, x axis, y axis, curves, x is logarithmic, y is logarithmic).
 PLOTS = {
+    'file-size': ('getFileSize', 'files', 'ms of CPU', ['getFileSize', 'raw getdents + stat', 'du -sbL'],
+                  True, True),
+    'oldest-run': ('Choosing the run to evict', 'runs in the store', 'us of CPU',
+                   ['findOldestLogDir', 'readdir + stat'], True, True),
+    'request-latency': ('Latency of a version request', 'idle workers', 'us', ['request'], False, False),
     'touch-rate': ('CPU of the touch recorder', 'events a second', '% of one CPU', ['recorder'],
                    True, True),
 }

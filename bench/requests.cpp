@@ -33,23 +33,26 @@ void ask_version(Client* client) {
   if (client->ask(kVersionRequest) != kProtocolVersion) fail("another protocol version");
 }
 
-// An echo server of the same frames, which come and go in two parts, that writes 14 lines as long
-// as the daemon's.
-[[noreturn]] void serve_bare(int fd, const std::string& android_line,
+// An echo server of the same frames that writes 14 lines as long as the daemon's. Frames come and
+// go in `parts`: in two, as the daemon takes and sends length and payload, or whole.
+[[noreturn]] void serve_bare(int fd, int parts, const std::string& android_line,
                              const std::string& self_line) {
   const int android_log =
       open("/data/android.log", O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
   const int self_log = open("/data/self.log", O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
   const int32_t reply[] = {16, kVersionRequest, 0, 0, kProtocolVersion};
-  uint16_t size;
-  char payload[kPayloadMax];
-  while (read(fd, &size, sizeof(size)) == sizeof(size) && read(fd, payload, size) == size) {
+  const size_t request_cut = parts == 2 ? sizeof(uint16_t) : 0;
+  const size_t reply_cut = parts == 2 ? sizeof(reply[0]) : 0;
+  char request[kVersionRequestBytes];
+  for (;;) {
+    if (parts == 2 && read(fd, request, request_cut) <= 0) break;
+    if (read(fd, request + request_cut, sizeof(request) - request_cut) <= 0) break;
     for (int i = 0; i < kMessages; i++) {
       (void)!write(android_log, android_line.data(), android_line.size());
       (void)!write(self_log, self_line.data(), self_line.size());
     }
-    (void)!write(fd, reply, sizeof(reply[0]));
-    (void)!write(fd, reply + 1, sizeof(reply) - sizeof(reply[0]));
+    if (parts == 2) (void)!write(fd, reply, reply_cut);
+    (void)!write(fd, reinterpret_cast<const char*>(reply) + reply_cut, sizeof(reply) - reply_cut);
   }
   _exit(0);
 }
@@ -72,25 +75,28 @@ void compare(Client* client) {
   };
   const std::string android_line = line(size_of(kAndroidLog) - android_before);
   const std::string self_line = line(size_of(kSelfLogFile) - self_before);
-  int ends[2];
-  if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) fail("no socket pair");
-  const pid_t bare = spawn([&] {
-    close(ends[0]);
-    serve_bare(ends[1], android_line, self_line);
-  });
-  close(ends[1]);
-  Client bare_client(ends[0]);
+  int ends[2][2];
+  pid_t bare[2];
+  for (int i = 0; i < 2; i++) {
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends[i]) != 0) fail("no socket pair");
+    bare[i] = spawn([&] { serve_bare(ends[i][1], 2 - i, android_line, self_line); });
+  }
+  Client in_two_parts(ends[0][0]);
+  Client whole(ends[1][0]);
   std::vector<double> wall;
+  const auto ask_daemon = [&] {
+    const int64_t start = wall_ns();
+    const int64_t cpu = time_block(daemon_pid(), client);
+    wall.push_back(static_cast<double>(wall_ns() - start));
+    return cpu;
+  };
   const block_times times =
-      alternate(kRounds, {{"daemon",
-                           [&] {
-                             const int64_t start = wall_ns();
-                             const int64_t cpu = time_block(daemon_pid(), client);
-                             wall.push_back(static_cast<double>(wall_ns() - start));
-                             return cpu;
-                           }},
-                          {"bare", [&] { return time_block(bare, &bare_client); }}});
+      alternate(kRounds, {{"daemon", ask_daemon},
+                          {"bare", [&] { return time_block(bare[0], &in_two_parts); }},
+                          {"whole frames", [&] { return time_block(bare[1], &whole); }}});
+  for (const pid_t pid : bare) end(pid);
   report_ratio("request.ratio", times[0], times[1]);
+  report_ratio("request.whole_frames", times[0], times[2]);
   report("request.cpu_us", median(times[0]) / kRequests / 1e3);
   report("request.wall_us", median(wall) / kRequests / 1e3);
 }

@@ -23,43 +23,93 @@ ROOT = Path(__file__).resolve().parent.parent
 INSIDE = '/data/local/tmp/bench'
 ATTEMPTS = 3
 
-# Row -> options of its phone.
+IDLE_DAEMON = ['--daemon', 'build/bench/idle_daemon']
+
+# Row -> the options of each phone that it runs in.
 ROWS = {
-    'touch': ['--no-daemon', '--input'],
+    'request': [[]],
+    'request-workers': [[*IDLE_DAEMON, '--prop', f'bench.workers={n}'] for n in (0, 4, 8, 12, 16, 24, 32)],
+    'self-log': [['--no-daemon']],
+    'file-size': [['--no-daemon', '--data-size', '1g', '--file', '/usr/bin/du=/data/local/tmp/du']],
+    'oldest-run': [['--no-daemon']],
+    'touch': [['--no-daemon', '--input']],
+    'memory': [[*IDLE_DAEMON, '--prop', 'bench.workers=12']],
+    'workers': [[]],
+    'idle': [[]],
+    'stop': [[]],
+    'stop-stubborn': [['--prop', 'bench.logcat.main.ignore_term=1']],
 }
 
-# Figure -> (what it is, unit, least, most, counted exactly). A figure that is not here is printed
+# Figure -> (what it is, unit, least, most, counted exactly). A figure without a goal is printed
 # without a verdict.
-GOALS = {
+FIGURES = {
+    'request.ratio': ('version request / echo of the same frames + 14 writes', 'x', None, 1.8, False),
+    'request.whole_frames': ('  the same / echo in one read and one write + 14 writes', 'x'),
+    'request.cpu_us': ('  CPU time, client and server', ' us'),
+    'request.wall_us': ('  latency', ' us'),
+    'request.calls': ('  system calls beside getpid and gettid', '', None, 25, True),
+    'self_log.ratio': ('self-log line / bare write', 'x', None, 1.8, False),
+    'self_log.spdlog': ('  / spdlog, flushed', 'x', None, 1, False),
+    'self_log.syslog': ('  / syslog()', 'x', None, 1, False),
+    'self_log.calls': ('  system calls', '', 1, 1, True),
+    'self_log.allocations': ('  allocations in 200 lines', '', 0, 0, True),
+    'self_log.instructions': ('  instructions, beside those of a bare write', ''),
+    'self_log.line_us': ('  CPU time', ' us'),
+    'file_size.raw': ('getFileSize, 100,000 files / raw getdents + stat', 'x', None, 1.1, False),
+    'file_size.du': ('  / du -sbL', 'x', None, 0.8, False),
+    'file_size.calls': ('  system calls per entry', '', None, 1.08, True),
+    'oldest_run.ratio': ('findOldestLogDir, 10,000 runs / readdir + stat', 'x', None, 1.6, False),
     'touch.ratio': ('touch event to disk / poll + read + 4 writes', 'x', None, 1.15, False),
-    'touch.calls': ('system calls of a touch event', '', 6, 6, True),
+    'touch.calls': ('  system calls of an event', '', 6, 6, True),
+    'touch.event_us': ('  CPU time', ' us'),
+    'touch.bare_us': ('  CPU time of poll + read + 4 writes', ' us'),
+    'memory.ratio': ('main + 12 idle workers / script with 12 loops, PSS', 'x', None, 0.6, False),
+    'memory.shells': ('  the same / the script without the sleeps of its loops', 'x'),
+    'memory.pss': ('  PSS of main + 12 idle workers', ' KiB'),
+    'memory.worker_dirty': ('private dirty memory of a worker, the largest', ' KiB', None, 150, False),
+    'memory.main_dirty': ('  of the main process', ' KiB'),
+    'idle.main': ('wake-ups of the main process in 20 s', '', 19, 21, True),
+    'idle.monitor': ('  of the size monitor', '', 3, 5, True),
+    'stop.workers': ('workers and logcats of all types', '', 12, None, True),
+    'stop.worker_ms': ('  stop, for each', ' ms', None, 5, False),
+    'stop.stubborn_s': ('stop with a stubborn logcat', ' s', 3.0, 3.4, False),
 }
-NOTES = {
-    'touch.event_us': ('touch event to disk, CPU time', 'us'),
-    'touch.bare_us': ('poll + read + 4 writes, CPU time', 'us'),
-}
+
+
+def has_goal(name):
+    return len(FIGURES[name]) == 5
 
 
 def met(figure):
-    _, _, least, most, _ = GOALS[figure['figure']]
+    least, most = FIGURES[figure['figure']][2:4]
     return (least is None or figure['value'] >= least) and (most is None or figure['value'] <= most)
 
 
+def number(value, unit):
+    return f'{value:.3g}{unit}' if value < 1000 else f'{value:.0f}{unit}'
+
+
 def goal_text(name):
-    _, unit, least, most, _ = GOALS[name]
+    unit, least, most = FIGURES[name][1:4]
     if least == most:
-        return f'= {most:g}{unit}'
-    return f'<= {most:g}{unit}' if least is None else f'{least:g} to {most:g}{unit}'
+        return f'= {number(least, unit)}'
+    if most is None:
+        return f'>= {number(least, unit)}'
+    return f'<= {number(most, unit)}' if least is None else f'{least:g} to {number(most, unit)}'
 
 
 def run_row(build, row):
     """The figures and the points of plots that one run of a row prints."""
-    command = [build / 'phone/phone', '--timeout', '150', *ROWS[row],
-               '--file', f'{build}/bench/bench={INSIDE}', '--', INSIDE, row]
-    done = subprocess.run(command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, text=True, check=False)
-    if done.returncode != 0:
-        sys.exit(f'bench: row {row} failed with status {done.returncode}')
-    said = [json.loads(line) for line in done.stdout.splitlines()]
+    said = []
+    for options in ROWS[row]:
+        options = [option.replace('build/', f'{build}/', 1) for option in options]
+        command = [build / 'phone/phone', '--timeout', '150', *options,
+                   '--file', f'{build}/bench/bench={INSIDE}', '--', INSIDE, row]
+        done = subprocess.run(command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, text=True,
+                              check=False)
+        if done.returncode != 0:
+            sys.exit(f'bench: row {row} failed with status {done.returncode}')
+        said += [json.loads(line) for line in done.stdout.splitlines()]
     return [one for one in said if 'figure' in one], [one for one in said if 'plot' in one]
 
 
@@ -68,34 +118,29 @@ def measure(build, row):
     for attempt in range(1, ATTEMPTS + 1):
         start = time.monotonic()
         figures, points = run_row(build, row)
-        missed = [one['figure'] for one in figures if one['figure'] in GOALS and not met(one)]
+        missed = [one['figure'] for one in figures if has_goal(one['figure']) and not met(one)]
         print(f'-- {row}: {time.monotonic() - start:.1f} s'
               + (f', run {attempt} misses {", ".join(missed)}' if missed else ''), flush=True)
-        if not missed or any(GOALS[name][4] for name in missed):
+        if not missed or any(FIGURES[name][4] for name in missed):
             break
     for one in figures:
         name = one['figure']
-        what, unit = (GOALS if name in GOALS else NOTES)[name][:2]
-        one.update({'what': what, 'unit': unit, 'runs': attempt})
-        if name in GOALS:
+        one.update({'what': FIGURES[name][0], 'unit': FIGURES[name][1], 'runs': attempt})
+        if has_goal(name):
             one.update({'goal': goal_text(name), 'met': met(one)})
     return figures, points
 
 
-def number(value, unit):
-    return f'{value:.3g}{unit}' if value < 1000 else f'{value:.0f}{unit}'
-
-
 def print_table(figures):
     width = max(len(one['what']) for one in figures)
-    print(f'\n{"what":<{width}}  {"goal":>14}  {"figure":>9}  {"quartiles":>13}  verdict')
+    print(f'\n{"what":<{width}}  {"goal":>10}  {"figure":>9}  {"quartiles":>14}  verdict')
     for one in figures:
         spread = f'{one["low"]:.3g} .. {one["high"]:.3g}' if 'low' in one else ''
         verdict = '' if 'goal' not in one else 'met' if one['met'] else 'MISSED'
-        if one['runs'] > 1:
+        if one['runs'] > 1 and verdict:
             verdict += f' (run {one["runs"]})'
-        print(f'{one["what"]:<{width}}  {one.get("goal", ""):>14}  {number(one["value"], one["unit"]):>9}  '
-              f'{spread:>13}  {verdict}')
+        print(f'{one["what"]:<{width}}  {one.get("goal", ""):>10}  {number(one["value"], one["unit"]):>9}  '
+              f'{spread:>14}  {verdict}')
 
 
 def machine():
