@@ -8,7 +8,6 @@
 #include <unistd.h>
 
 #include "bench/harness.h"
-#include "phone/util.h"
 #include "platform/linux/log_record.h"
 #include "protocol/protocol.h"
 
@@ -27,7 +26,7 @@ std::vector<pid_t> children_of(pid_t pid) {
   std::vector<pid_t> children;
   const std::string task = std::to_string(pid);
   for (const std::string& word :
-       split(file_text("/proc/" + task + "/task/" + task + "/children"), " "))
+       split(read_file("/proc/" + task + "/task/" + task + "/children"), " "))
     children.push_back(atoi(word.c_str()));
   return children;
 }
@@ -90,7 +89,7 @@ int32_t Client::ask(int32_t code, const int32_t* argument) {
 }
 
 std::vector<log_entry> daemon_log() {
-  const std::string bytes = file_text(std::string(kLogDirectory) + "/main");
+  const std::string bytes = read_file(std::string(kLogDirectory) + "/main");
   std::vector<log_entry> entries;
   for (size_t at = 0; at + sizeof(LogRecord) <= bytes.size();) {
     LogRecord record;

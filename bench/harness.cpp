@@ -14,8 +14,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <fstream>
-#include <sstream>
 
 namespace {
 
@@ -29,14 +27,10 @@ double quantile(std::vector<double> values, double part) {
   return values[below] + (at - static_cast<double>(below)) * (values[above] - values[below]);
 }
 
-int64_t to_ns(const timespec& time) {
-  return time.tv_sec * INT64_C(1000000000) + time.tv_nsec;
-}
-
 int64_t clock_ns(clockid_t clock) {
   timespec now = {};
   clock_gettime(clock, &now);
-  return to_ns(now);
+  return now.tv_sec * INT64_C(1000000000) + now.tv_nsec;
 }
 
 // Waits for the next stop of a traced process.
@@ -131,10 +125,6 @@ int64_t cpu_ns(pid_t pid) {
   return clock_ns(clock);
 }
 
-int64_t thread_cpu_ns() {
-  return clock_ns(CLOCK_THREAD_CPUTIME_ID);
-}
-
 int64_t wall_time_of(const std::function<void()>& body) {
   const int64_t start = wall_ns();
   body();
@@ -142,9 +132,9 @@ int64_t wall_time_of(const std::function<void()>& body) {
 }
 
 int64_t cpu_time_of(const std::function<void()>& body) {
-  const int64_t start = thread_cpu_ns();
+  const int64_t start = clock_ns(CLOCK_THREAD_CPUTIME_ID);
   body();
-  return thread_cpu_ns() - start;
+  return clock_ns(CLOCK_THREAD_CPUTIME_ID) - start;
 }
 
 void pin(pid_t pid) {
@@ -230,13 +220,6 @@ void await(const char* what, const std::function<bool()>& done) {
 void fail(const std::string& what) {
   fprintf(stderr, "bench: %s\n", what.c_str());
   exit(2);
-}
-
-std::string file_text(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  std::ostringstream text;
-  text << file.rdbuf();
-  return text.str();
 }
 
 int64_t number_after(const std::string& text, const std::string& key) {

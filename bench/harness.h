@@ -14,6 +14,8 @@
 #include <string>
 #include <vector>
 
+#include "phone/util.h"  // read_file(), split()
+
 // One competitor of a row: runs one block and returns what it took, in nanoseconds.
 struct contender {
   const char* name;
@@ -40,7 +42,6 @@ double median(std::vector<double> values);
 
 int64_t wall_ns();          // CLOCK_MONOTONIC
 int64_t cpu_ns(pid_t pid);  // CPU time of a process, own or other, to the nanosecond
-int64_t thread_cpu_ns();    // CPU time of the calling thread
 
 // Wall time and CPU time of the calling thread that `body` takes.
 int64_t wall_time_of(const std::function<void()>& body);
@@ -71,8 +72,8 @@ int64_t count_instructions(pid_t tracee, long mark);
 void await(const char* what, const std::function<bool()>& done);
 [[noreturn]] void fail(const std::string& what);
 
-// The whole file, "" when missing; and the number behind `key` in such a text ("Private_Dirty:").
-std::string file_text(const std::string& path);
+// The number behind the first `key` in a text, such as "Pss:" in /proc/PID/smaps_rollup; -1: no
+// key.
 int64_t number_after(const std::string& text, const std::string& key);
 
 // The rows, each run in a phone of its own as bench/run.py says.

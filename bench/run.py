@@ -4,7 +4,8 @@
 usage: run.py BUILD_DIRECTORY [--record] [FILTER]
 
 FILTER is a regular expression over row names. Results go to BUILD_DIRECTORY/bench; --record, which
-runs every row, puts them where they are committed: bench/results.json and docs/figures. The exit
+runs every row, puts them where they are committed: bench/results.json, docs/figures and the table of
+docs/performance.md. The exit
 status is 1 when a goal is missed: a count at once, a time only when three phones in turn have missed
 it, because the machine may be busy with something else.
 """
@@ -21,6 +22,7 @@ import plot
 
 ROOT = Path(__file__).resolve().parent.parent
 INSIDE = '/data/local/tmp/bench'
+PAGE = ROOT / 'docs/performance.md'  # shows the table between two comments
 ATTEMPTS = 3
 
 IDLE_DAEMON = ['--daemon', 'build/bench/idle_daemon']
@@ -131,16 +133,17 @@ def measure(build, row):
     return figures, points
 
 
-def print_table(figures):
+def table(figures):
     width = max(len(one['what']) for one in figures)
-    print(f'\n{"what":<{width}}  {"goal":>10}  {"figure":>9}  {"quartiles":>14}  verdict')
+    lines = [f'{"what":<{width}}  {"goal":>10}  {"figure":>9}  {"quartiles":>14}  verdict']
     for one in figures:
         spread = f'{one["low"]:.3g} .. {one["high"]:.3g}' if 'low' in one else ''
         verdict = '' if 'goal' not in one else 'met' if one['met'] else 'MISSED'
         if one['runs'] > 1 and verdict:
             verdict += f' (run {one["runs"]})'
-        print(f'{one["what"]:<{width}}  {one.get("goal", ""):>10}  {number(one["value"], one["unit"]):>9}  '
-              f'{spread:>14}  {verdict}')
+        lines.append(f'{one["what"]:<{width}}  {one.get("goal", ""):>10}  '
+                     f'{number(one["value"], one["unit"]):>9}  {spread:>14}  {verdict}'.rstrip())
+    return '\n'.join(lines)
 
 
 def machine():
@@ -175,9 +178,13 @@ def main():
         more_figures, more_points = measure(build, row)
         figures += more_figures
         points += more_points
-    print_table(figures)
+    figures.sort(key=lambda one: list(FIGURES).index(one['figure']))
+    print(f'\n{table(figures)}')
     if record:
         write_results(figures, points, ROOT / 'bench/results.json', ROOT / 'docs/figures')
+        text = PAGE.read_text()
+        PAGE.write_text(re.sub(r'(?s)(<!-- table -->\n).*(?=<!-- end of table -->)',
+                               lambda found: f'{found.group(1)}```\n{table(figures)}\n```\n', text))
     else:
         write_results(figures, points, build / 'bench/results.json', build / 'bench/figures')
     missed = [one['what'] for one in figures if not one.get('met', True)]

@@ -42,7 +42,7 @@ void log_line() {
 
 // The text of one such line.
 std::string line_text() {
-  const std::string text = file_text(kSelfLogFile);
+  const std::string text = read_file(kSelfLogFile);
   const size_t end = text.find('\n');
   if (end == std::string::npos) fail("no self log");
   return text.substr(0, end + 1);
@@ -71,10 +71,11 @@ void start_syslog() {
   openlog("harrowmossd", LOG_PID | LOG_NDELAY, LOG_DAEMON);
 }
 
-// A child that does nothing but `body`, with a call of getppid() in front of each.
+// A child that does nothing but `body`, with a call of getppid() in front of each but the first,
+// which asks for what a process asks once.
 pid_t repeat_marked(const std::function<void()>& body) {
   return spawn([&body] {
-    for (;;) {
+    for (body();;) {
       syscall(SYS_getppid);
       body();
     }

@@ -23,7 +23,7 @@ constexpr char kLoops[] =
     "i=0; while [ $i -lt 12 ]; do (while :; do sleep 5; done) & i=$((i+1)); done; wait";
 
 std::string smaps_of(pid_t pid) {
-  return file_text("/proc/" + std::to_string(pid) + "/smaps_rollup");
+  return read_file("/proc/" + std::to_string(pid) + "/smaps_rollup");
 }
 
 double kib_of(pid_t pid, const char* key) {
@@ -49,7 +49,7 @@ void start_logging(Client* client, int32_t mask) {
 int64_t wakeups_of(pid_t pid) {
   int64_t total = 0;
   for (const auto& task : fs::directory_iterator("/proc/" + std::to_string(pid) + "/task"))
-    total += number_after(file_text(task.path() / "status"), "\nvoluntary_ctxt_switches:");
+    total += number_after(read_file(task.path() / "status"), "\nvoluntary_ctxt_switches:");
   return total;
 }
 
@@ -62,7 +62,7 @@ void pass_seconds(int seconds) {
 
 pid_t size_monitor() {
   for (const pid_t pid : descendants_of(daemon_pid())) {
-    if (file_text("/proc/" + std::to_string(pid) + "/comm") == "harrowmossd-lsm\n") return pid;
+    if (read_file("/proc/" + std::to_string(pid) + "/comm") == "harrowmossd-lsm\n") return pid;
   }
   fail("no size monitor");
 }
@@ -109,7 +109,7 @@ void bench_memory() {
   std::vector<pid_t> all = shells;
   for (const pid_t pid : descendants_of(script)) {
     all.push_back(pid);
-    if (file_text("/proc/" + std::to_string(pid) + "/comm") == "mksh\n") shells.push_back(pid);
+    if (read_file("/proc/" + std::to_string(pid) + "/comm") == "mksh\n") shells.push_back(pid);
   }
   if (shells.size() != 1 + kIdleWorkers) fail("not 12 loops");
   const double daemon_kib = pss_of(daemons);

@@ -103,7 +103,7 @@ pid_t start_recorder() {
 
 // What the kernel counts as written by a process: four times an event.
 int64_t writes_of(pid_t pid) {
-  return number_after(file_text("/proc/" + std::to_string(pid) + "/io"), "syscw: ");
+  return number_after(read_file("/proc/" + std::to_string(pid) + "/io"), "syscw: ");
 }
 
 void await_writes(pid_t pid, int64_t count) {
@@ -121,7 +121,7 @@ int64_t time_block(pid_t pid, const std::function<void()>& feed) {
 
 void pin_supervisor() {
   for (pid_t pid = 1; pid < 100; pid++) {
-    if (file_text("/proc/" + std::to_string(pid) + "/comm") == "input-devices\n") return pin(pid);
+    if (read_file("/proc/" + std::to_string(pid) + "/comm") == "input-devices\n") return pin(pid);
   }
   fail("no input supervisor");
 }
