@@ -5,9 +5,8 @@ usage: run.py BUILD_DIRECTORY [--record] [FILTER]
 
 FILTER is a regular expression over row names. Results go to BUILD_DIRECTORY/bench; --record, which
 runs every row, puts them where they are committed: bench/results.json, docs/figures and the table of
-docs/performance.md. The exit
-status is 1 when a goal is missed: a count at once, a time only when three phones in turn have missed
-it, because the machine may be busy with something else.
+docs/performance.md. The exit status is 1 when a goal is missed: a count at once, a time only when
+three phones in turn have missed it, because the machine may be busy with something else.
 """
 import json
 import os
