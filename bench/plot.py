@@ -8,7 +8,7 @@ import sys
 from pathlib import Path
 
 WIDTH, HEIGHT = 640, 360
-LEFT, RIGHT, TOP, BOTTOM = 70, 20, 40, 50
+LEFT, RIGHT, TOP, BOTTOM = 70, 40, 40, 50
 COLOURS = ('#1f5fa8', '#c0392b', '#2e8b57')
 
 # Plot -> (title, x axis, y axis, curves, x is logarithmic, y is logarithmic).
