@@ -167,21 +167,31 @@ std::vector<PhoneProcess> debug_logcats(const Phone& phone) {
   return found;
 }
 
+static PhoneProcess running_logcat(const Phone& phone, const std::string& buffer) {
+  for (PhoneProcess& process : phone.named("logcat")) {
+    if (!process.cmdline.empty() && process.cmdline[0] == "harrowmossd:debug-" + buffer + "-vesk")
+      return std::move(process);
+  }
+  return {};
+}
+
 std::vector<PhoneProcess> logcats(const Phone& phone) {
   std::vector<PhoneProcess> found;
   for (const char* buffer : {"main", "events", "system", "radio", "crash", "kernel"}) {
-    PhoneProcess process = logcat_of(phone, buffer);
+    PhoneProcess process = running_logcat(phone, buffer);
     if (process.pid > 0) found.push_back(std::move(process));
   }
   return found;
 }
 
+bool all_logcats_run(const Phone& phone) {
+  return eventually([&phone] { return logcats(phone).size() == 6; });
+}
+
 PhoneProcess logcat_of(const Phone& phone, const std::string& buffer) {
-  for (const PhoneProcess& process : phone.named("logcat")) {
-    if (!process.cmdline.empty() && process.cmdline[0] == "harrowmossd:debug-" + buffer + "-vesk")
-      return process;
-  }
-  return {};
+  PhoneProcess found;
+  eventually([&] { return (found = running_logcat(phone, buffer)).pid > 0; });
+  return found;
 }
 
 PhoneProcess size_monitor(const Phone& phone) {

@@ -55,8 +55,10 @@ bool eventually_childless(const Phone& phone, int limit_ms = 10000);
 // Every debug logcat that runs, of whatever run; and one for each buffer, "main" first.
 std::vector<PhoneProcess> debug_logcats(const Phone& phone);
 std::vector<PhoneProcess> logcats(const Phone& phone);
-PhoneProcess logcat_of(const Phone& phone, const std::string& buffer);
-PhoneProcess size_monitor(const Phone& phone);     // pid 0: none
+// A start is answered before its workers have become their programs: these two wait for that.
+bool all_logcats_run(const Phone& phone);
+PhoneProcess logcat_of(const Phone& phone, const std::string& buffer);  // pid 0: none comes
+PhoneProcess size_monitor(const Phone& phone);                          // pid 0: none
 PhoneProcess running_monitor(const Phone& phone);  // waits until it is in its loop
 bool is_alive(const Phone& phone, pid_t pid);      // zombies are not
 

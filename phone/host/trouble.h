@@ -5,8 +5,7 @@
 
 // Called with one line when a phone does not come up, hangs or answers nonsense. Unless a program
 // puts another function here before it makes a phone, the line goes to standard error and the
-// program ends with status 1; its phones end with it. The tests make a test failure of it and go
-// on.
+// program ends with status 1; its phones end with it. To a test that is a failure like any other.
 extern void (*on_phone_trouble)(const std::string& what);
 
 // Reports `what` unless `fine`.

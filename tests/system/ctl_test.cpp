@@ -18,8 +18,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr int kEvictionMs = 15000;  // the monitor looks every 5 s
-
 RunResult ctl(const Phone& phone, std::vector<std::string> words) {
   words.insert(words.begin(), "harrowmossctl");
   return phone.run(words);
@@ -77,31 +75,6 @@ TEST(CtlSystem, StatusKnowsEveryWorkerOfAllTypes) {
     EXPECT_EQ(types.count(type), 1u) << type << " in\n" << status.out;
 }
 
-TEST(CtlSystem, DuNamesTheRunThatTheMonitorRemovesNext) {
-  Phone phone({"--prop", "persist.sys.zelka.log.size=1"});
-  const std::string store = "/sdcard/zelkalog/";
-  phone.setprop("persist.sys.zklog.dir_sequence", "10");
-  EXPECT_TRUE(holds(ctl(phone, {"du"}).out, "removal:    none while debug logging is off\n"));
-  ASSERT_EQ(ctl(phone, {"start", "sensor"}).status, 0);
-  ASSERT_TRUE(eventually([&] { return phone.named("harrowmossd-lsm").size() == 1; }));
-  const pid_t monitor = phone.named("harrowmossd-lsm")[0].pid;
-  ASSERT_TRUE(phone.signal(monitor, SIGSTOP));  // it must not be quicker than we are
-  for (const char* run : {"9#01-01_00-00-00", "10#01-01_00-00-00"}) {
-    phone.write(store + run + "/sparse", "");
-    ASSERT_EQ(truncate(phone.inside(store + run + "/sparse").c_str(), 600 << 20), 0);
-  }
-  const RunResult before = ctl(phone, {"du"});
-  EXPECT_TRUE(std::regex_search(before.out, std::regex("used: +120[0-9] MiB of 1024 MiB, over")))
-      << before.out;
-  EXPECT_TRUE(holds(before.out, "next to go: " + store + "9#01-01_00-00-00, 600.0 MiB\n"))
-      << before.out;
-  ASSERT_TRUE(phone.signal(monitor, SIGCONT));
-  ASSERT_TRUE(eventually([&] { return !phone.exists(store + "9#01-01_00-00-00"); }, kEvictionMs));
-  const RunResult after = ctl(phone, {"du"});
-  EXPECT_TRUE(holds(after.out, "removal:    none: below the quota\n")) << after.out;
-  EXPECT_TRUE(phone.exists(store + "10#01-01_00-00-00"));
-}
-
 TEST(CtlSystem, DoctorFindsWhatIsProvokedWhileLoggingRuns) {
   Phone phone;
   EXPECT_EQ(findings(ctl(phone, {"doctor", "--json"})), ids{"switch"});
@@ -118,10 +91,8 @@ TEST(CtlSystem, DoctorFindsWhatIsProvokedWhileLoggingRuns) {
     ids found;
   } rows[] = {
       {"vold.mounted", "0", "1", {"storage"}},
-      {"persist.sys.zelka.log.del", "false", "true", {"deletion"}},
       {"persist.sys.logger.enable", "off", "on", {"self-log"}},
       {"persist.sys.zklog.type", "0x1", "1", {"mask-text", "mask"}},
-      {"persist.sys.zklog.type", "2048", "1", {"mask"}},
       {"persist.sys.zklog.enable", "once", "on", {"odd-switch"}},
   };
   for (const auto& row : rows) {
@@ -163,37 +134,18 @@ TEST(CtlSystem, DoctorFindsWhatAPhoneLacks) {
     ids found;
     const char* said;
   } rows[] = {
-      {"no daemon",
-       {"--no-daemon", "--prop", "persist.sys.zklog.enable=on", "--prop",
-        "persist.sys.logger.enable=on"},
-       "",
-       "",
-       {"no-daemon"},
-       "does not run"},
       {"small shared storage",
        {"--sdcard-size", "64m"},
        "sensor",
        "",
        {"space", "switch"},
        "/sdcard: 67108865 bytes wanted, 67108864 free"},
-      {"small data partition",
-       {"--data-size", "100m"},
-       "sensor",
-       "",
-       {"space", "switch"},
-       "/data: 134217729 bytes wanted, "},
       {"no tools and scripts",
        {},
        "net,power",
        "mount -t tmpfs none /system/etc && mount -t tmpfs none /system/bin",
        {"missing-files"},
        "/system/etc/get_net_log.sh (for net), /system/etc/fg_logs_start.sh (for power)"},
-      {"logging that was left on with an odd word",
-       {"--prop", "persist.sys.zklog.enable=only", "--prop", "persist.sys.zklog.type=16384"},
-       "",
-       "",
-       {"odd-switch"},
-       "not exactly"},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.what);
@@ -208,13 +160,6 @@ TEST(CtlSystem, DoctorFindsWhatAPhoneLacks) {
     EXPECT_EQ(findings(doctor), row.found);
     EXPECT_TRUE(holds(doctor.out, row.said)) << doctor.out;
   }
-}
-
-TEST(CtlSystem, StartSaysHowMuchRoomIsMissing) {
-  Phone phone({"--sdcard-size", "64m"});
-  const RunResult start = ctl(phone, {"start", "sensor"});
-  EXPECT_EQ(start.status, 0);
-  EXPECT_TRUE(holds(start.err, "/sdcard: 67108865 bytes wanted, 67108864 free")) << start.err;
 }
 
 TEST(CtlSystem, CheckComparesARealRunWithItsMask) {

@@ -44,7 +44,6 @@ std::vector<std::string> small_data(std::vector<std::string> more = {}) {
 // The monitor is older than the run: it was started with the run before.
 TEST(MonitorRestart, EndsTheWorkersOfARunThatIsYounger) {
   Phone phone(small_data());
-  ASSERT_TRUE(phone.ok());
   ASSERT_EQ(start_logging(phone, kMobile), 0);
   ASSERT_EQ(start_logging(phone, kMobile | kCoreDump), 0);
   have_rescued(phone);
@@ -56,7 +55,6 @@ TEST(MonitorRestart, EndsTheWorkersOfARunThatIsYounger) {
 
 TEST(MonitorRestart, EndsALogcatThatHadReplacedAnother) {
   Phone phone(small_data({"--prop", "bench.logcat.radio.exit_after_ms=300"}));
-  ASSERT_TRUE(phone.ok());
   ASSERT_EQ(start_logging(phone, kMobile), 0);
   phone.setprop("bench.logcat.radio.exit_after_ms", "");  // the replacement stays
   const std::string replacement =
@@ -71,7 +69,6 @@ TEST(MonitorRestart, EndsALogcatThatHadReplacedAnother) {
 
 TEST(MonitorRestart, IsFollowedByAStartWithAnotherMask) {
   Phone phone(small_data());
-  ASSERT_TRUE(phone.ok());
   ASSERT_EQ(start_logging(phone, kMobile), 0);
   have_rescued(phone);
   expect_one_set_of_logcats(phone);

@@ -32,7 +32,6 @@ TEST(Signals, AreIgnoredByTheMainProcessAndLogged) {
       {SIGALRM, "6 catch signal 14(Alarm clock)", "6 alarm arrives, ignore signal 14(Alarm clock)"},
   };
   Phone phone;
-  ASSERT_TRUE(phone.ok());
   ASSERT_TRUE(settled(phone));
   const pid_t pid = phone.daemon_pid();
   const std::string whom =
@@ -88,26 +87,21 @@ class Storm {
 };
 
 TEST(Signals, AStormStopsNoRequest) {
-  constexpr int kStormMs = 5000;
-  constexpr int kSwitchEvery = 10;
+  constexpr int kSignals = 10000, kSwitchEvery = 10;
   Phone phone(quick_vendor());
-  ASSERT_TRUE(phone.ok());
   const pid_t pid = phone.daemon_pid();
   int versions = 0, runs = 0;
   {
     Storm storm(phone.outer_pid(pid));
-    const int64_t end = monotonic_now_ms() + kStormMs;
-    while (monotonic_now_ms() < end) {
+    while (storm.sent() < kSignals || runs == 0) {
       ASSERT_TRUE(serves(phone)) << "after " << storm.sent() << " signals";
       if (++versions % kSwitchEvery != 0) continue;
       ASSERT_EQ(start_logging(phone, kMobile), 0) << "after " << storm.sent() << " signals";
-      ASSERT_EQ(logcats(phone).size(), 6u);
+      EXPECT_TRUE(all_logcats_run(phone));
       ASSERT_EQ(stop_logging(phone), 0) << "after " << storm.sent() << " signals";
       runs++;
     }
-    EXPECT_GT(storm.sent(), 1000);
   }
-  EXPECT_GE(runs, 1) << versions;
   EXPECT_TRUE(serves(phone));
   EXPECT_EQ(phone.daemon_pid(), pid);
   EXPECT_TRUE(eventually_childless(phone));
@@ -130,7 +124,6 @@ TEST(Signals, WaitUntilAStopIsOver) {
   constexpr int kLinesBefore[] = {5, 1};
   for (size_t i = 0; i < std::size(rows); i++) {
     Phone phone(rows[i].options);
-    ASSERT_TRUE(phone.ok());
     ASSERT_TRUE(settled(phone));
     ASSERT_EQ(start_logging(phone, kMobile), 0);
     const size_t from = daemon_log(phone).size();
@@ -163,7 +156,6 @@ TEST(Signals, WaitUntilAStopIsOver) {
 // A start with the modem's type takes a second; a logcat that ends within it is replaced behind it.
 TEST(Signals, WaitUntilAStartIsOver) {
   Phone phone(quick_vendor({"--prop", "bench.logcat.events.exit_after_ms=100"}));
-  ASSERT_TRUE(phone.ok());
   ASSERT_TRUE(settled(phone));
   const size_t from = daemon_log(phone).size();
   Client client(phone);
@@ -190,7 +182,6 @@ TEST(Signals, WaitUntilAStartIsOver) {
 TEST(Signals, EndAWorkerWithAllThatItStarted) {
   constexpr int kNet = 0x4;
   Phone phone(quick_vendor());
-  ASSERT_TRUE(phone.ok());
   ASSERT_TRUE(settled(phone));
   const struct {
     int sig;
@@ -218,7 +209,7 @@ TEST(Signals, EndAWorkerWithAllThatItStarted) {
     EXPECT_TRUE(eventually([&] {
       return count_lines(phone, "waitpid success, pid = " + pid + " ,stat = 1\n") == 1;
     })) << row.says;
-    EXPECT_EQ(logcats(phone).size(), 6u) << "others go on";
+    EXPECT_TRUE(all_logcats_run(phone)) << "others go on";
     ASSERT_EQ(stop_logging(phone), 0);
   }
 }
@@ -230,7 +221,6 @@ TEST(Signals, EndTheKernelLogWorkerWhenItHangs) {
   ASSERT_TRUE(write_file(tool, "#!/system/bin/mksh\nexec sleep 1000000\n", 0755));
   Phone phone({"--file", std::string(tool) + "=/system/bin/logcat"});
   unlink(tool);
-  ASSERT_TRUE(phone.ok());
   EXPECT_TRUE(serves(phone));  // nobody waits for it
   ASSERT_TRUE(eventually([&] { return phone.named("sleep").size() == 1; }));
   const std::vector<LogLine> forked = lines_with(daemon_log(phone), "fork ");

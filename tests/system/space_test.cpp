@@ -50,7 +50,6 @@ TEST(Space, DecidesAtTheBlockWhetherLoggingBegins) {
 // The store's own files fill /data: everything in it goes, and logging starts anew.
 TEST(Space, RescuesDataFromTheStore) {
   Phone phone(quick_vendor({"--data-size", "200m"}));
-  ASSERT_TRUE(phone.ok());
   phone.write("/data/local/kept", "");
   phone.write("/data/anr/kept", "");
   ASSERT_EQ(start_logging(phone, kMobile), 0);
@@ -59,7 +58,7 @@ TEST(Space, RescuesDataFromTheStore) {
   phone.write("/data/vendor/zelkalog/common/old/diag.qmdl", "");
   fill(phone, working_path(first) + "/filling", 100 * kMiB);
   ASSERT_TRUE(eventually([&] { return run_name(phone).compare(0, 2, "2#") == 0; }, 3 * kCycleMs));
-  ASSERT_TRUE(eventually([&] { return logcats(phone).size() == 6u; }));
+  ASSERT_TRUE(all_logcats_run(phone));
   EXPECT_EQ(count_lines(phone, "storage extreme low, delete logs"), 1);
   EXPECT_EQ(phone.getprop(kEnable), "on");
   EXPECT_GT(available(phone, "/data"), 190 * kMiB);
@@ -77,7 +76,6 @@ TEST(Space, RescuesDataFromTheStore) {
 // Somebody else's files fill it to the last block: logging ends, theirs stay.
 TEST(Space, GivesUpWhenOthersFillData) {
   Phone phone(quick_vendor({"--data-size", "200m"}));
-  ASSERT_TRUE(phone.ok());
   ASSERT_EQ(start_logging(phone, kMobile), 0);
   const std::string run = run_name(phone);
   fill(phone, "/data/local/filling", 0);
@@ -99,7 +97,6 @@ TEST(Space, GivesUpWhenOthersFillData) {
 
 TEST(Space, KeepsARunThatDoesNotFitTheStore) {
   Phone phone(quick_vendor());
-  ASSERT_TRUE(phone.ok());
   ASSERT_EQ(start_logging(phone, kMobile), 0);
   const std::string first = run_name(phone);
   phone.shell("log -t mark -n 3000 'a line that makes the run larger'");

@@ -27,7 +27,6 @@ bool eventually_logged(const Phone& phone, const std::string& start, int times =
 
 TEST(Supervision, RestartsAKilledMonitor) {
   Phone phone(quick_vendor());
-  ASSERT_TRUE(phone.ok());
   EXPECT_EQ(size_monitor(phone).pid, 0);
   ASSERT_EQ(start_logging(phone, kMobile), 0);
   for (int times = 1; times <= 3; times++) {
@@ -42,7 +41,7 @@ TEST(Supervision, RestartsAKilledMonitor) {
     EXPECT_EQ(count_lines(phone, reaped(monitor.pid, false)), 1);
   }
   EXPECT_EQ(phone.named("harrowmossd-lsm").size(), 1u);
-  EXPECT_EQ(logcats(phone).size(), 6u);
+  EXPECT_TRUE(all_logcats_run(phone));
   ASSERT_EQ(stop_logging(phone), 0);
   EXPECT_TRUE(eventually_childless(phone));
   EXPECT_EQ(count_lines(phone, kRestarted), 3);
@@ -50,7 +49,6 @@ TEST(Supervision, RestartsAKilledMonitor) {
 
 TEST(Supervision, LetsTheMonitorIgnoreWhatEndsOtherChildren) {
   Phone phone(quick_vendor());
-  ASSERT_TRUE(phone.ok());
   ASSERT_EQ(start_logging(phone, kMobile), 0);
   const pid_t monitor = running_monitor(phone).pid;
   for (const int sig : {SIGINT, SIGPIPE, SIGALRM, SIGTERM}) {
@@ -69,7 +67,6 @@ TEST(Supervision, LetsTheMonitorIgnoreWhatEndsOtherChildren) {
 
 TEST(Supervision, RestartsTheMonitorOnlyWhileDeletionIsOn) {
   Phone phone(quick_vendor());
-  ASSERT_TRUE(phone.ok());
   ASSERT_EQ(start_logging(phone, kMobile), 0);
   ASSERT_TRUE(eventually([&] { return size_monitor(phone).pid > 0; }));
   phone.setprop("persist.sys.zelka.log.del", "false");
@@ -89,7 +86,6 @@ TEST(Supervision, RestartsTheMonitorOnlyWhileDeletionIsOn) {
 // One that ends by itself is not restarted, and believed to run until logging is stopped.
 TEST(Supervision, MissesAMonitorThatEndedByItself) {
   Phone phone(quick_vendor());
-  ASSERT_TRUE(phone.ok());
   ASSERT_EQ(start_logging(phone, kMobile), 0);
   const pid_t monitor = running_monitor(phone).pid;
   ASSERT_TRUE(phone.signal(monitor, SIGUSR1));
@@ -183,7 +179,7 @@ class Writer {
 // Seconds of the test below; BENCH_SOAK_SECONDS makes it longer.
 int soak_seconds() {
   const char* wanted = getenv("BENCH_SOAK_SECONDS");
-  return wanted != nullptr ? atoi(wanted) : 20;
+  return wanted != nullptr ? atoi(wanted) : 10;
 }
 
 TEST(Supervision, SurvivesKillsAtRandom) {
@@ -191,7 +187,6 @@ TEST(Supervision, SurvivesKillsAtRandom) {
   constexpr int kMasks[] = {0x1 | 0x4 | 0x8 | 0x20, 0x1 | 0x4 | 0x20};
   constexpr int kKillsInARun = 8;
   Phone phone(quick_vendor());
-  ASSERT_TRUE(phone.ok());
   ASSERT_TRUE(settled(phone));
   const size_t processes_before = phone.processes().size();
   std::mt19937 random(std::random_device{}());

@@ -13,10 +13,7 @@ constexpr char kWorker[] = "ssd:debug-touch";  // the end of its name, which the
 
 class Touch : public ::testing::Test {
  protected:
-  void SetUp() override {
-    ASSERT_TRUE(phone.ok());
-    ASSERT_TRUE(settled(phone));
-  }
+  void SetUp() override { ASSERT_TRUE(settled(phone)); }
   void finger(const std::string& script) {
     const RunResult result = phone.shell("finger <<END\n" + script + "END\n");
     ASSERT_EQ(result.status, 0) << result.err;
@@ -70,45 +67,12 @@ TEST_F(Touch, ASwipeIsInTheStoreAfterTheStop) {
   EXPECT_EQ(lines(store_path(run) + file, expected.size()), expected);
 }
 
-// What a log says can be played again, and is recorded as the same.
-TEST_F(Touch, ALogCanBeReplayed) {
-  start();
-  finger("fingers event0 10 20\n");
-  const std::string file = working_path(run_name(phone)) + "/touch/event.txt";
-  const size_t count = 10 * 5 + 1 + 20 * 31 + 10 * 3 + 1;
-  const Texts first = lines(file, count);
-  ASSERT_EQ(first.size(), count);
-  phone.write("/data/fingers.txt", phone.read(file));
-  finger("rate 0\nreplay event0 /data/fingers.txt\n");
-  const Texts both = lines(file, 2 * count);
-  ASSERT_EQ(both.size(), 2 * count);
-  EXPECT_EQ(Texts(both.begin() + static_cast<ptrdiff_t>(count), both.end()), first);
-}
-
 // It waits for an event that does not come; the stop does not wait for it.
 TEST_F(Touch, TheStopEndsItWithoutInput) {
   const PhoneProcess recorder = start();
   EXPECT_EQ(stop_logging(phone), 0);
   EXPECT_FALSE(is_alive(phone, recorder.pid));
   EXPECT_EQ(overdue_kills(phone), Texts());
-}
-
-TEST_F(Touch, EndsByItsSignals) {
-  const struct {
-    int signal;
-    const char* said;
-  } rows[] = {{SIGTERM, " receive signal 15("},
-              {SIGINT, " receive signal 2("},
-              {SIGPIPE, " pipe broken, receive signal 13("},
-              {SIGALRM, " alarm arrives, receive signal 14("}};
-  for (const auto& row : rows) {
-    phone.run({"finger", "unplug", "event0"});
-    const PhoneProcess recorder = start();
-    ASSERT_TRUE(phone.signal(recorder.pid, row.signal));
-    EXPECT_TRUE(eventually([&] { return !is_alive(phone, recorder.pid); })) << row.signal;
-    EXPECT_EQ(count_lines(phone, std::to_string(recorder.pid) + row.said), 1) << row.signal;
-    EXPECT_EQ(stop_logging(phone), 0);
-  }
 }
 
 }  // namespace
