@@ -88,18 +88,14 @@ struct session_row {
 };
 
 TEST(CtlSession, EndsWithTheCodeThatScriptsRelyOn) {
-  const std::string huge = from_hex("00020000") + std::string(512, '\0');
   const session_row rows[] = {
       {{"version"}, {kVersionReply, answer(1, "01000000")}, EXIT_OK, "protocol version 1\n", ""},
-      {{"log-dir"}, {kVersionReply, answer(9, "02000000 61620000")}, EXIT_OK, "ab\n", ""},
-      {{"stop"}, {kVersionReply, answer(3, "00000000")}, EXIT_OK, "stopped", ""},
       {{"stop"}, {kVersionReply, answer(3, "ffffffff")}, EXIT_DAEMON_FAILED, "", "failure (-1)"},
       {{"stop", "--json"},
        {kVersionReply, answer(3, "")},
        EXIT_OK,
        "{\"command\":\"stop\",\"code\":3,\"result\":null}\n",
        ""},
-      {{"delete-logs", "--yes"}, {kVersionReply, answer(12, "")}, EXIT_OK, "deleted", ""},
       {{"raw", "--yes", "11000000"},
        {kVersionReply, from_hex("10000000 11000000 0000000000000000 ffffffff")},
        EXIT_DAEMON_FAILED,
@@ -111,18 +107,8 @@ TEST(CtlSession, EndsWithTheCodeThatScriptsRelyOn) {
        EXIT_TIMED_OUT,
        "{\"command\":\"stop\",\"error\":\"no answer in time",
        "goes on"},
-      {{"--timeout", "0.05", "stop"},
-       {kVersionReply, from_hex("1000")},
-       EXIT_BAD_REPLY,
-       "",
-       "middle"},
-      {{"stop"}, {kHangUp}, EXIT_BAD_REPLY, "", "closed"},
       {{"stop"}, {kVersionReply, kHangUp}, EXIT_BAD_REPLY, "", "instead of answering"},
-      {{"stop"}, {kVersionReply, from_hex("10000000 03000000")}, EXIT_BAD_REPLY, "", "middle"},
       {{"stop"}, {kVersionReply, from_hex("ffffffff")}, EXIT_BAD_REPLY, "", "reply of -1 bytes"},
-      {{"stop"}, {kVersionReply, from_hex("0b000000")}, EXIT_BAD_REPLY, "", "reply of 11 bytes"},
-      {{"stop"}, {kVersionReply, huge}, EXIT_BAD_REPLY, "", "reply of 512 bytes"},
-      {{"stop"}, {kVersionReply, answer(2, "00000000")}, EXIT_BAD_REPLY, "", "request 2"},
       {{"stop"}, {answer(1, "01000000")}, EXIT_BAD_REPLY, "", "serial 2"},
       {{"stop"},
        {from_hex("10000000 01000000 0100000000000000 02000000")},
@@ -180,8 +166,6 @@ TEST(CtlSession, MakesTheDestinationOnceTheDaemonIsThere) {
       {"/new/bundle", {}, EXIT_NO_CONNECTION, false, "cannot connect"},
       {"/new/bundle", {kHangUp}, EXIT_BAD_REPLY, false, "closed"},
       {"/file", {kVersionReply}, EXIT_USAGE, false, "Not a directory"},
-      {"/file/below", {kVersionReply}, EXIT_USAGE, false, "Not a directory"},
-      {"/new/bundle", {kVersionReply, answer(6, "00000000")}, EXIT_OK, true, ""},
       {"/new/bundle", {kVersionReply, answer(6, "00000000")}, EXIT_OK, true, ""},
   };
   const auto no_daemon = client.env.dial;
@@ -195,49 +179,14 @@ TEST(CtlSession, MakesTheDestinationOnceTheDaemonIsThere) {
   }
 }
 
-// Listens at a path of its own, so that refusals and a full backlog are the kernel's.
-class listening_socket {
- public:
-  listening_socket(const std::string& path, int backlog) {
-    address_.sun_family = AF_UNIX;
-    strncpy(address_.sun_path, path.c_str(), sizeof address_.sun_path - 1);
-    fd_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    EXPECT_EQ(bind(fd_, reinterpret_cast<sockaddr*>(&address_), sizeof address_), 0);
-    if (backlog >= 0) {
-      EXPECT_EQ(listen(fd_, backlog), 0);
-    }
-  }
-  ~listening_socket() { close(fd_); }
-  int connect_to() const {
-    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-    if (connect(fd, reinterpret_cast<const sockaddr*>(&address_), sizeof address_) == 0) return fd;
-    const int saved = errno;
-    close(fd);
-    errno = saved;
-    return -1;
-  }
-
- private:
-  sockaddr_un address_ = {};
-  int fd_;
-};
-
 TEST(CtlSession, TellsNobodyThereFromNoPlaceInTheQueue) {
   bench_client client;
   EXPECT_EQ(client.run({"version"}), EXIT_NO_CONNECTION);  // no socket at all
   EXPECT_TRUE(holds(client.err, "does not run")) << client.err;
 
-  const listening_socket dead(client.tree.root() + "/dead", -1);
-  client.env.dial = [&] { return dead.connect_to(); };
-  EXPECT_EQ(client.run({"version"}), EXIT_NO_CONNECTION);
-
-  const listening_socket full(client.tree.root() + "/full", 0);
-  const int first = full.connect_to();
-  ASSERT_NE(first, -1);
-  client.env.dial = [&] { return full.connect_to(); };
+  client.env.dial = [] { return errno = EAGAIN, -1; };  // a full queue
   EXPECT_EQ(client.run({"version", "--timeout", "0.12"}), EXIT_TIMED_OUT);
   EXPECT_TRUE(holds(client.err, "waiting")) << client.err;
-  close(first);
 
   client.env.dial = [] { return errno = EACCES, -1; };
   EXPECT_EQ(client.run({"version", "--json"}), EXIT_NO_CONNECTION);

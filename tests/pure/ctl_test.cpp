@@ -24,19 +24,12 @@ TEST(CtlCommandLine, IsUnderstood) {
     bool json;
   } rows[] = {
       {{"version"}, "version", {}, 10'000, false},
-      {{"--json", "stop"}, "stop", {}, 540'000, true},
       {{"start", "net", "--json"}, "start", {"net"}, 960'000, true},
       {{"feedback", "--select=anr", "/sdcard/x"}, "feedback", {"/sdcard/x"}, 120'000, false},
-      {{"--select", "anr", "feedback", "/sdcard/x"}, "feedback", {"/sdcard/x"}, 120'000, false},
       {{"--timeout", "0.25", "version"}, "version", {}, 250, false},
-      {{"version", "--timeout=3"}, "version", {}, 3000, false},
       {{"start", "--", "--json"}, "start", {"--json"}, 960'000, false},
-      {{"delete-logs", "--yes"}, "delete-logs", {}, 540'000, false},
-      {{"delete-logs", "--dry-run"}, "delete-logs", {}, 540'000, false},
       {{"raw", "--yes", "01", "02"}, "raw", {"01", "02"}, 120'000, false},
-      {{"start", "--help"}, "start", {}, 0, false},
       {{"pack", "-o", "-", "12"}, "pack", {"12"}, 0, false},
-      {{"doctor", "--timeout", "0.5"}, "doctor", {}, 500, false},
   };
   for (const auto& row : rows) {
     invocation call;
@@ -56,40 +49,25 @@ TEST(CtlCommandLine, MisuseEndsWith2AndSaysWhy) {
   } rows[] = {
       {{}, "no command"},
       {{"sttaus"}, "no command \"sttaus\""},
-      {{"help", "sttaus"}, "no command \"sttaus\""},
       {{"version", "--jsno"}, "unknown option --jsno"},
-      {{"version", "-x"}, "unknown option -x"},
       {{"version", "extra"}, "usage: harrowmossctl version"},
       {{"start"}, "usage: harrowmossctl start TYPES"},
       {{"start", "mobil"}, "\"mobil\""},
       {{"--timeout"}, "wants a value"},
       {{"version", "--timeout", "0"}, "--timeout"},
-      {{"version", "--timeout", "-1"}, "--timeout"},
       {{"version", "--timeout", "1s"}, "--timeout"},
-      {{"version", "--timeout", "nan"}, "--timeout"},
-      {{"version", "--timeout", "1e99"}, "--timeout"},
       {{"status", "--dry-run"}, "--dry-run"},
-      {{"start", "net", "--select", "anr"}, "--select"},
       {{"feedback", "/sdcard/x"}, "--select"},
-      {{"feedback", "--estimate", "/sdcard/x"}, "--select"},
       {{"feedback", "--estimate", "--select", "anr", "/sdcard"}, "two levels"},
-      {{"start", "net", "--estimate"}, "--estimate"},
       {{"check", "1", "-o", "x"}, "-o is for pack"},
-      {{"doctor", "--dry-run"}, "--dry-run"},
-      {{"pack", "1", "-o"}, "wants a value"},
       {{"pack", "1"}, "no run \"1\""},
-      {{"check", "1#x"}, "no run \"1#x\""},
       {{"pack", "sdcard/x"}, "absolute"},
       {{"pack", "/no/such"}, "no directory /no/such"},
-      {{"pack", "/"}, "no directory /"},
-      {{"feedback", "--select", "net", "/sdcard/x"}, "\"net\""},
       {{"feedback", "--select", "anr", "relative/x"}, "absolute"},
       {{"delete-logs"}, "--yes"},
       {{"raw", "0100"}, "--yes"},
       {{"raw", "--yes", "010"}, "hexadecimal"},
-      {{"raw", "--yes", "zz"}, "hexadecimal"},
       {{"raw", "--yes", std::string(2 * 342, 'f')}, "aborts"},
-      {{"raw", "--yes", ""}, "0 bytes"},
   };
   for (const auto& row : rows) {
     bench_client client;
@@ -119,25 +97,17 @@ TEST(CtlDestination, KeepsRootsShellAndTheRootDirectoryOut) {
     const char* refused;  // "" when it may be used
   } rows[] = {
       {"/sdcard/report", ""},
-      {"/sdcard/report/", ""},
       {"/sdcard//a-b_c.d,e+f=g:h#i@j%k/1", ""},
       {"/sdcard/..a/b..", ""},
       {"", "absolute"},
       {"report", "absolute"},
-      {"./sdcard/x", "absolute"},
       {"/", "two levels"},
       {"/sdcard", "two levels"},
-      {"//sdcard//", "two levels"},
       {"/sdcard/..", "\"..\""},
       {"/sdcard/../x/y", "\"..\""},
-      {"/sdcard/./x", "\"..\""},
       {"/sdcard/a b", "may hold"},
-      {"/sdcard/$x", "may hold"},
       {"/sdcard/a;b", "may hold"},
-      {"/sdcard/`x`", "may hold"},
-      {"/sdcard/*", "may hold"},
       {"/sdcard/a\nb", "may hold"},
-      {"/sdcard/\xc3\xa9", "may hold"},
       {std::string("/sdcard/a\0b", 11), "may hold"},
   };
   for (const auto& row : rows) {
@@ -162,18 +132,12 @@ TEST(CtlReply, IsToldToPeopleAndScripts) {
       {1, "01000000", "protocol version 1", "1"},
       {2, "00000000", "debug logging is started", "0"},
       {2, "", "(no change)", "null"},
-      {2, "fbffffff", "the daemon reports failure (-5)", "-5"},
-      {4, "", "does nothing", "null"},
-      {6, "01000000", "collected", "1"},
       {6, "", "(nothing collected)", "null"},
       {7, "00000000", "build state 0 (intact)", "0,\"meaning\":\"intact\""},
-      {7, "07000000", "build state 7", "7"},
       {8, "ffffffff", "(-1): debug logging with MPSSDump is not on", "-1"},
       {9, "04000000 61626364 00000000", "abcd", "\"abcd\""},  // padding grows with the terminator
-      {9, "03000000 61626300", "abc", "\"abc\""},
       {9, "00000000 00000000", "(no run yet)", "\"\""},
       {10, "ffffffff", "does not know this request", "-1"},
-      {12, "ffffffff", "does not know this request", "-1"},
       {12, "", "all logs are deleted", "null"},
       {16, "04000000 3a5b0a5d 00000000", ":[\n]", "\":[\\u000a]\""},
       {16, "02000000 1bff0000", "\\x1b\\xff", "\"\\u001b\xef\xbf\xbd\""},
@@ -193,22 +157,6 @@ TEST(CtlReply, IsToldToPeopleAndScripts) {
   }
 }
 
-// The daemon writes with the platform's class, which the decoder does not use.
-TEST(CtlReply, IsReadAsThePlatformWritesIt) {
-  for (const char* text : {"", "a", "abc", "abcd", "12#03-07_14-05-09"}) {
-    android::Parcel parcel;
-    parcel.writeInt32(9);
-    parcel.writeInt64(INT64_MIN + 7);
-    parcel.writeInt32(static_cast<int32_t>(strlen(text)));
-    parcel.writeCString(text);
-    const std::string bytes(reinterpret_cast<const char*>(parcel.data()), parcel.dataSize());
-    reply answer;
-    std::string error;
-    EXPECT_TRUE(decode_reply(bytes, request(9), INT64_MIN + 7, &answer, &error)) << error;
-    EXPECT_EQ(answer.text, text);
-  }
-}
-
 TEST(CtlReply, IsRefusedWhenItLies) {
   const struct {
     int32_t code;
@@ -216,22 +164,16 @@ TEST(CtlReply, IsRefusedWhenItLies) {
     const char* said;
   } rows[] = {
       {1, "", "0 bytes"},
-      {1, "01000000 0900000000000000 010000", "just a number"},             // cut in the number
-      {1, "01000000 09000000000000", "11 bytes"},                           // cut in the serial
-      {1, "01000000 0900000000000000 01000000 00000000", "just a number"},  // more than asked for
+      {1, "01000000 0900000000000000 010000", "just a number"},  // cut in the number
+      {1, "01000000 09000000000000", "11 bytes"},                // cut in the serial
       {1, "02000000 0900000000000000 01000000", "request 2"},
-      {1, "01000000 0800000000000000 01000000", "serial 8"},
       {1, "01000000 0900000001000000 01000000", "serial 4294967305"},  // the upper half counts
       {4, "04000000 0900000000000000 00000000", "nothing behind"},
-      {9, "09000000 0900000000000000 03000000", "a text"},
       {9, "09000000 0900000000000000 04000000 61626364", "does not match"},  // no terminator
       {9, "09000000 0900000000000000 02000000 61626300", "does not end"},
-      {9, "09000000 0900000000000000 03000000 61620000", "does not end"},
       {9, "09000000 0900000000000000 02000000 61620001", "does not end"},  // padding is zero
       {9, "09000000 0900000000000000 03000000 61626300 00000000", "does not match"},
-      {9, "09000000 0900000000000000 ffffffff 61626300", "does not match"},
       {9, "09000000 0900000000000000 ffffff7f 61626300", "does not match"},
-      {9, "09000000 0900000000000000 fcffffff 61626300", "does not match"},
   };
   for (const auto& row : rows) {
     reply answer;
@@ -258,8 +200,6 @@ TEST(CtlJson, HoldsAnyBytes) {
       {"\xe2\x82"
        "x",
        "\"\xef\xbf\xbd\xef\xbf\xbdx\""},  // a cut character takes nothing with it
-      {"\xed\xa0\x80", "\"\xef\xbf\xbd\xef\xbf\xbd\xef\xbf\xbd\""},  // nor does a surrogate
-      {"\xc3", "\"\xef\xbf\xbd\""},
   };
   for (const auto& row : rows) EXPECT_EQ(json_writer().string(row.bytes).text(), row.json);
 
@@ -280,7 +220,6 @@ TEST(CtlText, CannotSteerATerminal) {
       {"\xc2\x9b"
        "31m",
        "\\xc2\\x9b31m"},  // one-character CSI
-      {"\xc2", "\\xc2"},
   };
   for (const auto& row : rows) EXPECT_EQ(printable(row.bytes), row.shown);
 }

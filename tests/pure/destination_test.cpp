@@ -49,21 +49,4 @@ TEST(Destination, IsRefusedForWhatRootWouldDoThereAndTakenHoweverOdd) {
   }
 }
 
-// 89 bytes fit into the longest command, counted as the shell gets them.
-TEST(Destination, IsMeasuredAsItIsEscaped) {
-  const struct {
-    const char* unit;
-    int times;    // behind "/sdcard/", which has 8 bytes
-    size_t more;  // plain bytes that still fit behind
-  } rows[] = {{"x", 80, 1}, {" ", 40, 1}, {"'$", 20, 1}, {"\xc3\xa9", 40, 1}, {"", 0, 81}};
-  for (const auto& row : rows) {
-    std::string path = "/sdcard/";
-    for (int i = 0; i < row.times; i++) path += row.unit;
-    path.append(row.more, 'y');
-    EXPECT_EQ(fault_of(path.c_str()), "taken") << path;
-    EXPECT_EQ(fault_of((path + "y").c_str()), "too long") << path;
-    EXPECT_EQ(fault_of((path + std::string(1000, 'y')).c_str()), "too long");
-  }
-}
-
 }  // namespace

@@ -78,31 +78,6 @@ TEST(EventNames, EveryTypeIsComplete) {
   }
 }
 
-TEST(EventNames, HolesAndWhatLiesBehindTheRangeHaveNone) {
-  const struct {
-    uint16_t type, code;
-    const char* name;
-  } rows[] = {
-      {kSyn, 4, "-"},     {kSyn, 16, "-"},
-      {kKey, 84, "-"},    {kKey, 0x2fe, "-"},
-      {kKey, 0x300, "-"}, {kKey, 0xffff, "-"},
-      {kKey, 0x27b, "-"}, {kRel, 13, "-"},
-      {kRel, 16, "-"},    {kAbs, 0x21, "-"},
-      {kAbs, 0x3e, "-"},  {kAbs, 0x40, "-"},
-      {kMsc, 6, "-"},     {kMsc, 8, "-"},
-      {kSw, 17, "-"},     {kLed, 11, "-"},
-      {kLed, 16, "-"},    {kSnd, 3, "-"},
-      {kSnd, 8, "-"},     {kRep, 2, "-"},
-      {0x06, 0, "-"},     {0x10, 0, "-"},
-      {0x13, 0, "-"},     {0x15, 0, "-"},
-      {0x16, 0, "-"},     {0x1f, 0, "-"},
-      {0xffff, 0, "-"},   {kKey, 0, "KEY_RESERVED"},
-      {kAbs, 0, "ABS_X"}, {kAbs, 0x35, "ABS_MT_POSITION_X"},
-  };
-  for (const auto& row : rows)
-    EXPECT_EQ(code_name(row.type, row.code), row.name) << row.type << " " << row.code;
-}
-
 TEST(EventNames, TheFirstOfSeveralNamesWins) {
   const struct {
     uint16_t code;

@@ -43,23 +43,6 @@ TEST(SocketLocalClient, AbstractNamesAreNotPadded) {
   }
 }
 
-TEST(SocketLocalClient, FilesystemNamesAreThePath) {
-  char directory[] = "/tmp/sockets.XXXXXX";
-  ASSERT_NE(mkdtemp(directory), nullptr);
-  const std::string path = std::string(directory) + "/s";
-  {
-    const scoped_fd server(listen_at(path + '\0'));
-    const scoped_fd client(
-        socket_local_client(path.c_str(), ANDROID_SOCKET_NAMESPACE_FILESYSTEM, SOCK_STREAM));
-    EXPECT_TRUE(client.valid()) << strerror(errno);
-    const scoped_fd other(
-        socket_local_client(path.c_str(), ANDROID_SOCKET_NAMESPACE_FILESYSTEM, SOCK_SEQPACKET));
-    EXPECT_FALSE(other.valid()) << "the type counts";
-  }
-  unlink(path.c_str());
-  rmdir(directory);
-}
-
 TEST(SocketLocalClient, SaysWhyItDoesNotConnect) {
   const struct {
     size_t length;
