@@ -9,20 +9,6 @@ using loggersystem::startSelfLogCollector;
 
 constexpr char kLogcatPath[] = "/system/bin/logcat";
 
-const Texts kCollectorArgv = {"harrowmossd:SLC",
-                              "-v",
-                              "threadtime,usec",
-                              "-s",
-                              "Harrowmoss harrowmoss harrowmossd",
-                              "-b",
-                              "main",
-                              "-f",
-                              "/data/misc/zelkalog/.logger/harrowmoss.txt",
-                              "-r",
-                              "10240",
-                              "-n",
-                              "2"};
-
 class Collector : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -39,31 +25,6 @@ class Collector : public ::testing::Test {
     EXPECT_TRUE(eventually([=] { return logged("W logger stopoped, exit") == times; }));
   }
 };
-
-TEST_F(Collector, RunsLogcatInAGroupOfItsOwn) {
-  EXPECT_EQ(startSelfLogCollector(&s_self_log_collector_pid), 0);
-  const pid_t logcat = wait_for_logcat(1);
-  EXPECT_EQ(calls_of(kLogcatPath)[0], kCollectorArgv);
-  EXPECT_EQ(getpgid(logcat), logcat);
-}
-
-// It must be there before the first line can be missed, and must hold this process's lines.
-TEST_F(Collector, CopiesOurLines) {
-  startSelfLogCollector(&s_self_log_collector_pid);
-  EXPECT_TRUE(eventually(
-      [] { return get(kCollectorFile).find("fork child process, pid:") != std::string::npos; }));
-}
-
-TEST_F(Collector, RestartsItsLogcatWhileLoggingIsOn) {
-  startSelfLogCollector(&s_self_log_collector_pid);
-  for (size_t round = 1; round <= 3; round++) {
-    const pid_t logcat = wait_for_logcat(round);
-    ASSERT_EQ(kill(logcat, SIGKILL), 0);
-    EXPECT_TRUE(eventually(
-        [=] { return s_self_log_collector_pid != logcat && s_self_log_collector_pid > 0; }));
-    EXPECT_EQ(logged("E waitpid " + std::to_string(logcat) + " finished"), 1);
-  }
-}
 
 TEST_F(Collector, EndsWhenLoggingIsOffAndCanBeStartedAgain) {
   startSelfLogCollector(&s_self_log_collector_pid);

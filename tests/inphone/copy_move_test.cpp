@@ -209,10 +209,4 @@ TEST_F(MoveAcross, WithinOneFilesystemNeedsNoRoom) {
   EXPECT_EQ(getFileSize("/sdcard/zelkalog/from/big"), 100 * kBlock);
 }
 
-TEST_F(MoveAcross, AMissingSourceIsLeftToMv) {
-  fill_up_to("/sdcard", 0);
-  EXPECT_EQ(WEXITSTATUS(move_dir("/data/none", "/sdcard/zelkalog", nullptr)), 0);  // chmod's status
-  EXPECT_EQ(shell_commands().size(), 1u);
-}
-
 }  // namespace

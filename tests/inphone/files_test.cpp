@@ -55,12 +55,6 @@ TEST(CreatDir, NothingIsMadeWhileSharedStorageCannotBeWritten) {
   EXPECT_EQ(logged("D data access W ok. sdcard_prop = 0"), 1);
 }
 
-TEST(CreatDir, WritableStorageIsUsedBeforeItIsReportedMounted) {
-  setprop("vold.mounted", "0");
-  EXPECT_EQ(creat_dir("/sdcard/zelkalog/run"), 0);
-  EXPECT_EQ(logged("D sdcard access W ok. sdcard_prop = 0"), 1);
-}
-
 TEST(CreatDir, NeverMakesTheMountPoint) {
   remove_sdcard();
   for (const char* mounted : {"1", "0", ""}) {
@@ -106,13 +100,6 @@ TEST(CreatFile, NeverFollowsALink) {
   EXPECT_EQ(creat_file("/data/link"), -1);
   EXPECT_EQ(get("/data/target"), "kept");
   EXPECT_EQ(logged("E /data/link filed ! Too many levels of symbolic links\n"), 1);
-}
-
-TEST(CreatFile, FailsWithTheReason) {
-  EXPECT_EQ(creat_file("/data/missing/file"), -1);
-  EXPECT_EQ(creat_file("/data"), -1);
-  EXPECT_EQ(log_texts(), (Texts{"E /data/missing/file filed ! No such file or directory\n",
-                                "E /data filed ! Is a directory\n"}));
 }
 
 TEST(CheckDirPrefixAccess, WantsThePrefixAndAWritableDirectory) {

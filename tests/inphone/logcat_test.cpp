@@ -121,12 +121,6 @@ bool the_child_ends() {
   return eventually([&status] { return reap_any(&status) > 0; });
 }
 
-TEST_F(Logcat, ABufferWithoutARowIsNotKept) {
-  EXPECT_EQ(catcher_logcat_log("security", "/data", 1), 0);
-  EXPECT_TRUE(the_child_ends());
-  for (const logcat_row& row : s_debug_vesk_group) EXPECT_EQ(row.pid, 0);
-}
-
 TEST_F(Logcat, AGeneralOneWithoutASlotIsNotKept) {
   for (int slot = 1; slot <= 32; slot++) s_general_group[slot] = 100000;
   EXPECT_EQ(catcher_logcat_log("main", "/data", 0), 0);

@@ -32,10 +32,6 @@ TEST_F(Measure, AMissingPathIsNothing) {
   EXPECT_EQ(logged("E stat file /data/none error: No such file or directory\n"), 1);
 }
 
-TEST_F(Measure, AnEmptyDirectoryIsItsOwnSize) {
-  EXPECT_EQ(getFileSize(kTree), own_size(kTree));
-}
-
 TEST_F(Measure, FilesAndDirectoriesAddUp) {
   put(tree("a"), std::string(1000, 'a'));
   put(tree("d/b"), std::string(234, 'b'));
@@ -85,19 +81,6 @@ TEST_F(Measure, DirectoriesThatLinkToEachOtherEnd) {
     }
   }
   EXPECT_GE(getFileSize(kTree), without);
-}
-
-TEST_F(Measure, LongNamesAndDeepTrees) {
-  std::string path = kTree;
-  int64_t expected = 0;
-  for (int level = 0; level < 14; level++) {  // 3500 bytes of path
-    path += "/" + std::string(250, static_cast<char>('a' + level));
-    ASSERT_EQ(mkdir(path.c_str(), 0777), 0);
-  }
-  put(path + "/file", std::string(77, 'x'));
-  for (std::string at = path; at.size() >= strlen(kTree); at.resize(at.rfind('/')))
-    expected += own_size(at);
-  EXPECT_EQ(getFileSize(kTree), expected + 77);
 }
 
 // More levels, and more directories on one level, than descriptors.

@@ -81,13 +81,6 @@ TEST_F(Mobile, TheDescriptorWatcherIsAWorkerWithItsOwnDirectory) {
   EXPECT_EQ(getpgid(watch_fd_pid), watch_fd_pid);
 }
 
-TEST_F(Mobile, AFileThatCannotBeReadOnlySkipsTheOptions) {
-  std::filesystem::create_directories(kMobileCfg);
-  EXPECT_EQ(catcher_mobile_log(kRun, "mobile"), 0);
-  EXPECT_EQ(logged(std::string("E open file ") + kMobileCfg + " failed ! Is a directory\n"), 1);
-  EXPECT_GT(s_debug_vesk_group[5].pid, 0);
-}
-
 TEST_F(Mobile, TheNumberOfFilesIsMirroredAndCorrected) {
   const struct {
     const char* before;

@@ -92,12 +92,4 @@ TEST_F(NoRoom, WithoutADirectoryTheRowsStillRun) {
   EXPECT_TRUE(is_running(mpss_stats_pid));
 }
 
-TEST_F(NoRoom, AnUnfinishedStartEndsWithItsWorkers) {
-  EXPECT_EQ(start_all(), Texts());
-  // As the stop does behind its walk over the tables; here it is all there is.
-  end_leftover_children(nullptr, 0);
-  pid_t pids[4];
-  EXPECT_EQ(list_children(pids, 4), 0);
-}
-
 }  // namespace

@@ -90,14 +90,4 @@ TEST_F(Power, StopUndoesItWhenTheTypeIsOn) {
   EXPECT_TRUE(exists(std::string(kRun) + "/power/batterystats.txt"));
 }
 
-TEST_F(Power, TheStopsScriptEndsWhatTheStartsScriptLeft) {
-  property_set(kTypeProp, "8");
-  start_power_log(kRun, "power");
-  const std::string pid_file = std::string(kRun) + "/power/.capture_pid";
-  const pid_t capture = std::stoi(get(pid_file));
-  EXPECT_TRUE(is_running(capture));
-  stop_power_log(kRun);
-  EXPECT_TRUE(eventually([=] { return !is_running(capture); }));
-}
-
 }  // namespace

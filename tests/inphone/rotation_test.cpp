@@ -74,14 +74,6 @@ TEST_F(RotateFpLogs, RunsExactlyTheseCommands) {
   EXPECT_EQ(logged("E need to rotateFpLogs, filePath:/data/fp/tzbsp.txt\n"), 5);
 }
 
-TEST_F(RotateFpLogs, AnEmptyDirectoryIsTheWorkingOne) {
-  put(file("tzbsp.txt"), "four");
-  ASSERT_EQ(chdir(kDir), 0);
-  rotateFpLogs("", "tzbsp.txt", 4, 1);
-  EXPECT_EQ(shell_commands(), (Texts{"cp tzbsp.txt tzbsp.txt.1", "echo > tzbsp.txt"}));
-  EXPECT_EQ(get(file("tzbsp.txt.1")), "four");
-}
-
 TEST_F(RotateFpLogs, KeepsAsManyGenerationsAsAsked) {
   for (const char* content : {"one1", "two2", "three", "four", "five"}) {
     put(file("qsee_log.txt"), content);

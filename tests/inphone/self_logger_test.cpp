@@ -59,16 +59,6 @@ TEST_F(SelfLogger, ALineIsDateNameIdsAndMessage) {
   EXPECT_TRUE(line == date_of(before) + rest || line == date_of(after) + rest) << line;
 }
 
-TEST_F(SelfLogger, AThreadShowsItsOwnId) {
-  std::string ids;
-  std::thread([&ids] {
-    ids = own_ids();
-    logger("%s", "x");
-  }).join();
-  EXPECT_NE(ids, own_ids());
-  EXPECT_NE(get(kSelfLogFile).find(ids), std::string::npos);
-}
-
 TEST_F(SelfLogger, ANewlineIsAddedOnlyToALineThatHasNone) {
   const struct {
     const char* message;
@@ -131,12 +121,6 @@ TEST_F(SelfLogger, DirectoriesAreEverybodysAndTheFileObeysTheUmask) {
   EXPECT_EQ(mode_and_owner(kSelfLogFile), "0700 0:0");
 }
 
-TEST_F(SelfLogger, TheFirstFileIsMadeWithAllModeBits) {
-  umask(0);
-  logger("%s", "first");
-  EXPECT_EQ(mode_and_owner(kSelfLogFile), "0777 0:0");
-}
-
 TEST_F(SelfLogger, SaysInTheAndroidLogWhyItCannotWriteAndTriesAgain) {
   const std::string no_directory = std::string("D logger, cannot create file:") + kSelfLogDir;
   const std::string no_file = std::string("D logger, open file failed.:") + kSelfLogFile;
@@ -162,12 +146,6 @@ TEST(LoggerMkdir, MakesWhatIsMissingAndSaysSo) {
   EXPECT_EQ(loggersystem::logger_mkdir("/data/a/b/"), 0);
   EXPECT_EQ(log_texts(), (Texts{"D logger_mkdir: /data/a is not exist, creat it!",
                                 "D logger_mkdir: /data/a/b is not exist, creat it!"}));
-}
-
-TEST(LoggerMkdir, LeavesExistingDirectoriesAlone) {
-  mkdir("/data/a", 0700);
-  EXPECT_EQ(loggersystem::logger_mkdir("/data/a/b"), 0);
-  EXPECT_EQ(mode_and_owner("/data/a"), "0700 0:0");
 }
 
 TEST(LoggerMkdirDeathTest, APathThatDoesNotFitAborts) {
@@ -207,13 +185,6 @@ TEST_F(SelfLogger, EachMessageGoesToBothLogs) {
     EXPECT_EQ(get(kSelfLogFile).substr(before + prefix_length()),
               "commands|start_debug_log|7:: " + text + (text.back() == '\n' ? "" : "\n"));
   }
-}
-
-TEST_F(SelfLogger, ALongMessageIsCutInItsOwnLineOnly) {
-  log_message(ANDROID_LOG_ERROR, "commands", "f", 1, "%s", std::string(5000, 'm').c_str());
-  const std::string line = get(kSelfLogFile);
-  EXPECT_EQ(line.size(), 1023u);
-  EXPECT_EQ(line.substr(line.size() - 2), "m\n");
 }
 
 // A child is forked while another thread is anywhere in the middle of a line.

@@ -52,27 +52,13 @@ TEST(AosdCxsdParser, TakesTheFirstCountBehindTheName) {
     int cxsd;
   } rows[] = {
       {"a real file", system_sleep_text(1204, 1187), 1204, 1187},
-      {"the name alone on its line", "RPM Mode:aosd\ncount:12\n", 12, -1},
       {"a count beside its name is not taken", "aosd count:12\n", -1, -1},
       {"the next line with a count is", "aosd count:12\nnothing\ncount:13\n", 13, -1},
-      {"lines between", "aosd\nx\n\ny\ncount:9\ncount:10\n", 9, -1},
       {"a count before any name", "count:7\naosd\n", -1, -1},
       {"both names wait", "aosd\ncxsd\ncount:5\n", 5, 5},
-      {"both names on one line", "aosd cxsd\ncount:5\ncount:6\n", 5, 5},
       {"one name takes the other's line", "cxsd\naosd count:3\ncount:4\n", 4, 3},
-      {"the last block wins", "aosd\ncount:1\naosd\ncount:2\n", 2, -1},
-      {"no newline at the end", "aosd\n\tcount:12", 12, -1},
-      {"the key ends the file", "aosd\ncount", 0, -1},
-      {"the key ends its line", "aosd\ncount\n12\n", 0, -1},
       {"the separator ends its line", "aosd\ncount:\n12\n", 0, -1},
-      {"no number", "aosd\ncount:twelve\n", 0, -1},
-      {"below zero", "aosd\ncount: -3\n", -3, -1},
       {"an empty file", "", -1, -1},
-      {"empty lines", "\n\n\n", -1, -1},
-      {"a name and then nothing", "aosd", -1, -1},
-      {"a long line before", "aosd" + std::string(700, 'x') + "\ncount:8\n", 8, -1},
-      {"a key cut by the line buffer",
-       "aosd\n" + std::string(kPiece - 4, 'x') + "count:5\ncount:6\n", 6, -1},
       {"a key that ends with the line buffer",
        "aosd\n" + std::string(kPiece - 5, 'x') + "count:77\n", 0, -1},
       {"a value cut by the line buffer", "aosd\n" + std::string(kPiece - 8, 'x') + "count:7789\n",
@@ -95,17 +81,11 @@ TEST(VminParser, SearchesBelowItsHeading) {
     int vmin;
   } rows[] = {
       {"a real file", rpm_stats_text(4711), 4711},
-      {"the heading is the first line", "vmin\ncount:5\n", 5},
       {"the first line holds everything", "vmin count:5\n", -1},
       {"the heading's own count is not taken", "x\nvmin count:5\ncount:6\n", 6},
-      {"a heading below a heading has its count taken", "vmin\nvmin count:5\ncount:6\n", 6},
-      {"lines between", "vmin\na\nb\ncount:3\ncount:4\n", 3},
       {"no heading", "vlow\ncount:3\n", -1},
-      {"the key ends the file", "vmin\ncount", 0},
-      {"no newline at the end", "vmin\ncount:31", 31},
       {"cut in the middle of the key", "vmin\n" + std::string(kPiece - 2, ' ') + "count:5\n", -1},
       {"a NUL hides the heading", "x" + kNul + "vmin\ncount:5\n", -1},
-      {"an empty file", "", -1},
   };
   for (const auto& row : rows)
     EXPECT_EQ(parse<vmin_parser>(row.text).vmin_count, row.vmin) << row.what;
@@ -122,19 +102,11 @@ TEST(MasterParser, SearchesBelowTheModemOnly) {
       {"other processors only", rpm_master_part("APSS", 5, 6) + rpm_master_part("ADSP", 7, 8), -1,
        -1},
       {"the heading is the first line", "MPSS\nxo_count:0x10\nnumshutdowns:0x11\n", 0x10, 0x11},
-      {"both on one line", "MPSS\nxo_count:0x10 numshutdowns:0x11\n", 0x10, 0x11},
       {"behind the shutdowns nothing counts", "MPSS\nnumshutdowns:0x11\nxo_count:0x10\n", -1, 0x11},
-      {"on the heading's own line", "x\nMPSS xo_count:0x10\nnumshutdowns:0x2\n", -1, 2},
-      {"without 0x", "MPSS\nxo_count:1f\nnumshutdowns: 0012\n", 0x1f, 0x12},
       {"no 0 behind the word", "MPSS\nnumshutdowns:5\nxo_count:0x4\n", -1, -1},
-      {"0 and nothing more", "MPSS\nxo_count:0x\nnumshutdowns:0", 0, 0},
-      {"the keys end their lines", "MPSS\nxo_count\nnumshutdowns\n", 0, -1},
-      {"the key ends the file", "MPSS\nxo_count", 0, -1},
-      {"not a number", "MPSS\nxo_count:0xzz\nnumshutdowns:0xzz\n", 0, 0},
       {"all bits set is no number of wakings", "MPSS\nxo_count:0xffffffff\n", -1, -1},
       {"the word cut by the line buffer",
        "MPSS\n" + std::string(kPiece - 3, 'x') + "numshutdowns:0x5\nxo_count:0x4\n", 4, -1},
-      {"bytes that are no text", "\xff MPSS\n\x80xo_count:0x4\xff\n", 4, -1},
   };
   for (const auto& row : rows) {
     const sleep_counters counters = parse<master_parser>(row.text);
@@ -152,10 +124,7 @@ TEST(RpmhParser, SearchesBelowTheModemOnly) {
       {"a real file", rpmh_master_text(0x1f30), 0x1f30},
       {"other processors only", rpmh_master_part("APSS", 5) + rpmh_master_part("CDSP", 6), -1},
       {"the first line holds everything", "MPSS Sleep Count:0x5\n", -1},
-      {"the key ends its line", "MPSS\nSleep Count\n0x5\n", 0},
       {"the key ends the file", "MPSS\nSleep Count", 0},
-      {"the separator ends the file", "MPSS\nSleep Count:", 0},
-      {"another case", "MPSS\nsleep count:0x5\n", -1},
       {"cut by the line buffer", "MPSS\n" + std::string(kPiece - 6, 'x') + "Sleep Count:0x5\n", -1},
       {"a NUL before the key", "MPSS\n" + kNul + "Sleep Count:0x5\n", -1},
   };

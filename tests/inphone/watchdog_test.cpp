@@ -87,19 +87,6 @@ const Texts kGrace = {"sleep 15000", "crash"};
 const Texts kCapture = {"alarm 1200", "await"};
 const Texts kExtend = {"alarm 0", "sleep 2000", "alarm 1200", "await"};
 
-TEST_F(Watchdog, TheFirstRoundTakesTheBaselineAtOnce) {
-  EXPECT_EQ(turn_after(0), Texts());
-  EXPECT_EQ(baseline_time, 5000);
-  EXPECT_EQ(last_check_time, 5000);
-  EXPECT_EQ(s_sleep_baseline.aosd_count, 10);
-  EXPECT_EQ(s_sleep_baseline.cxsd_count, 20);
-  EXPECT_EQ(s_sleep_baseline.vmin_count, -1);
-  EXPECT_EQ(s_sleep_baseline.xo_count, 30);
-  EXPECT_EQ(s_sleep_baseline.mpss_numshutdowns, 40);
-  EXPECT_EQ(s_sleep_baseline.sleep_count, 50);
-  EXPECT_EQ(turn_after(0), kIdle);
-}
-
 TEST_F(Watchdog, LooksEvery600SecondsAndJudgesAfter3600) {
   turn_after(0);
   EXPECT_EQ(turn_after(599), kIdle);
@@ -136,33 +123,6 @@ TEST_F(Watchdog, APhoneThatSleepsGetsANewBaseline) {
   EXPECT_GT(texts.size(), before + 6);
   EXPECT_EQ(turn_after(600), Texts());  // and is judged again an hour later only
   EXPECT_EQ(baseline_time, 8600);
-}
-
-// What is missing or stands still, and what comes of it in the first verdict.
-TEST_F(Watchdog, FirstVerdicts) {
-  const struct {
-    const char* what;
-    std::function<void(Kernel*)> moves;
-    Texts events;
-  } rows[] = {
-      {"everything moves", [](Kernel* k) { k->processor_sleeps(), k->modem_sleeps(); }, {}},
-      {"only the modem stands still", [](Kernel* k) { k->processor_sleeps(); }, {}},
-      {"aosd stands still", [](Kernel* k) { k->cxsd++, k->modem_sleeps(); }, {"crash"}},
-      {"cxsd stands still", [](Kernel* k) { k->aosd++, k->modem_sleeps(); }, {"crash"}},
-      {"all but a modem counter moves", [](Kernel* k) { k->aosd++, k->xo++, k->sleeps++; },
-       kCapture},
-      {"no statistics of the modem", [](Kernel* k) { k->has_modem_files = false; }, {"crash"}},
-  };
-  for (const auto& row : rows) {
-    kernel_ = Kernel();
-    kernel_.has_modem_files = strcmp(row.what, "no statistics of the modem") != 0;
-    if (!kernel_.has_modem_files) s_sleep_counters = sleep_counters();
-    last_check_time = baseline_time = -1;
-    is_mpss_catch_modem = false;
-    take_baseline();
-    row.moves(&kernel_);
-    EXPECT_EQ(turn_after(0), row.events) << row.what;
-  }
 }
 
 TEST_F(Watchdog, NoStatisticsAtAllNeverAct) {
@@ -332,13 +292,6 @@ TEST(WatchdogWorld, ItsClockCountsSleepAndNoClockSetting) {
   clock_gettime(CLOCK_BOOTTIME, &boot);
   EXPECT_GE(s_watchdog_world.now(), boot.tv_sec);
   EXPECT_LE(s_watchdog_world.now(), boot.tv_sec + 1);
-}
-
-TEST(WatchdogWorld, TheCrashIsOneShellCommand) {
-  // The phone's shell cannot make files in /proc: where the kernel has no trigger the command
-  // fails, and where it has one a plain file lies over it.
-  s_watchdog_world.crash();
-  EXPECT_EQ(shell_commands(), Texts{"echo c > /proc/sysrq-trigger"});
 }
 
 TEST_F(Watchdog, TheStopForgetsTheCounters) {
