@@ -119,7 +119,7 @@ TEST_F(Shell, ABackgroundProcessThatKeepsThePipeDoesNotKeepTheCaller) {
 
 void expect_all_killed_at_the_bound() {
   const Texts pieces =
-      pieces_of("sleep 1000 & echo $!; sh -c 'echo $$; print -n partial; exec sleep 1000'", 1000);
+      pieces_of("sleep 1000 & echo $!; sh -c 'echo $$; print -n partial; exec sleep 1000'", 2000);
   ASSERT_EQ(pieces.size(), 3u);
   EXPECT_EQ(pieces[2], "partial");
   for (size_t i = 0; i < 2; i++) {
@@ -141,9 +141,9 @@ TEST_F(Shell, AWorkersToolIsKilledWithAllThatItStartedToo) {
 TEST_F(Shell, AnEndlessWriterIsEndedToo) {
   become_main_process();
   const int64_t start = monotonic_ms();
-  EXPECT_GT(pieces_of("yes", 300).size(), 100u);
+  EXPECT_FALSE(pieces_of("yes", 1000).empty());
   EXPECT_LT(monotonic_ms() - start, 15000);
-  EXPECT_EQ(logged("E tool does not end within 0 s, kill it: yes"), 1);
+  EXPECT_EQ(logged("E tool does not end within 1 s, kill it: yes"), 1);
 }
 
 }  // namespace

@@ -19,31 +19,6 @@ std::string numbered_line(int number) {
   return kFirst + ("EV_ABS       ABS_X                " + std::to_string(number)) + kBlanks;
 }
 
-TEST_F(TouchRecorder, WritesALinePerEvent) {
-  const struct {
-    const char* event;
-    const char* line;
-  } rows[] = {
-      {"EV_KEY BTN_TOUCH 1", "EV_KEY       BTN_TOUCH            DOWN                "},
-      {"EV_KEY KEY_BACK 2", "EV_KEY       KEY_BACK             REPEAT              "},
-      {"EV_ABS ABS_MT_POSITION_X 539", "EV_ABS       ABS_MT_POSITION_X    539            "},
-      {"0x1234 0xabcd 7", "1234         abcd                 7            "},
-  };
-  ASSERT_EQ(finger("plug event0 front_touch\nplug event1 second_touch\n"), 0);
-  record();
-  std::string script;
-  Texts expected;
-  for (const auto& row : rows) {
-    // Each is read before the next is sent: the recorder takes what is there in its own order.
-    for (const char* node : {"event0", "event1"})
-      script += std::string("event ") + node + " " + row.event + "\ndrain " + node + "\n";
-    expected.push_back(kFirst + std::string(row.line));
-    expected.push_back(std::string("  second  ") + row.line);
-  }
-  ASSERT_EQ(finger(script), 0);
-  EXPECT_EQ(wait_for_events(expected.size()), expected);
-}
-
 TEST_F(TouchRecorder, StampsTheTimeOfReading) {
   setenv("TZ", "XYZ-5:45", 1);  // east of UTC by a quarter that no default has
   ASSERT_EQ(finger("plug event0 himax\n"), 0);

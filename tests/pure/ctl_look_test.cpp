@@ -22,32 +22,6 @@ void put_process(const temporary_tree& tree, int pid, int parent, const std::str
   if (exe != nullptr) std::filesystem::create_symlink(exe, tree.root() + "/" + home + "/exe");
 }
 
-TEST(CtlProcesses, WorkersAreKnownByNameCommandOrParent) {
-  const struct {
-    const char* comm;
-    std::string cmdline;
-    const char* role;
-  } rows[] = {
-      {"harrowmossd-lsm", "harrowmossd\0"s, "size monitor"},
-      {"mossd:debug-net", "harrowmossd\0"s, "net"},
-      {":debug-MPSSDump", "harrowmossd\0"s, "MPSSDump"},
-      {"logcat", "harrowmossd:debug-radio-vesk\0-v\0"s, "mobile"},
-      {"logcat", "harrowmossd:SLC\0-v\0"s, "self log"},
-      {"mksh", "harrowmossd-fp\0-c\0cat /d/tzdbg/qsee_log >> x\0"s, "fingerprint"},
-      {"mksh", "sh\0-c\0cat /d/ipc_logging/qrtr_0/log_cont > x\0"s, "mobile"},
-  };
-  for (const auto& row : rows) {
-    temporary_tree tree;
-    put_process(tree, 50, 9, row.comm, row.cmdline, nullptr, 1);
-    put_process(tree, 51, 50, "cat", "cat\0"s, nullptr, 2);  // has its parent's role
-    put_process(tree, 52, 1, "cat", "cat\0"s, nullptr, 2);   // is not the daemon's
-    const std::vector<worker> found = find_workers(read_processes(tree.root() + "/proc"), 9);
-    ASSERT_EQ(found.size(), 2u) << row.comm;
-    EXPECT_EQ(found[0].role, row.role) << row.comm << " " << row.cmdline;
-    EXPECT_EQ(found[1].role, row.role) << row.comm << " " << row.cmdline;
-  }
-}
-
 TEST(CtlStatus, ShowsDaemonMonitorAndWorkers) {
   bench_client client;
   put_process(client.tree, 1, 0, "init", "init\0"s, nullptr, 0);

@@ -150,19 +150,6 @@ TEST_F(PropertyAreaTest, PersistentOnesOutliveABoot) {
   EXPECT_EQ(read("/data/property/persistent_properties.tmp"), "");
 }
 
-TEST_F(PropertyAreaTest, SkipsDamagedLinesOfTheSavedFile) {
-  mkdir(path("/data/property").c_str(), 0700);
-  std::ofstream(path("/data/property/persistent_properties"), std::ios::binary)
-      << "persist.good=1\n\n=\n=x\npersist.no_value\npersist.bad key=1\npersist..x=1\nplain=1\n"
-      << "persist.escape=\\x\npersist.open=\\\npersist.long=" << std::string(92, 'x') << "\n"
-      << std::string("persist.nul=a\0b\npersist.nul\0key=1\n", 34) << "persist.second=2=3\n"
-      << "persist.cut=of";
-  boot_again();
-  std::string shown;
-  for (const auto& property : area_->all()) shown += property.key + "=" + property.value + ";";
-  EXPECT_EQ(shown, "persist.good=1;persist.second=2=3;");
-}
-
 TEST_F(PropertyAreaTest, OpensOnlyWhatIsAnArea) {
   PropertyArea same(root_);
   ASSERT_TRUE(same.open());

@@ -49,29 +49,6 @@ TEST(ProtocolEncoder, WritesEveryRequestAsItStandsOnTheWire) {
   }
 }
 
-// The daemon reads with the platform's class, which the encoder does not use.
-TEST(ProtocolEncoder, IsReadAlikeByThePlatform) {
-  for (const char* path : {"", "/a", "/ab", "/sdcard/report", "\xf0\x9f\x98\x80"}) {
-    request_frame frame;
-    std::string error;
-    ASSERT_TRUE(encode_request(request(6), kSerial, {-2, path}, &frame, &error)) << error;
-    android::Parcel parcel;
-    parcel.setData(reinterpret_cast<const uint8_t*>(frame.bytes.data()) + 2,
-                   frame.bytes.size() - 2);
-    EXPECT_EQ(parcel.readInt32(), 6);
-    EXPECT_EQ(parcel.readInt64(), kSerial);
-    EXPECT_EQ(parcel.readInt32(), -2);
-    size_t length = 99;
-    const char16_t* units = parcel.readString16Inplace(&length);
-    ASSERT_NE(units, nullptr) << path;
-    std::u16string expected;
-    ASSERT_TRUE(utf8_to_utf16(path, &expected));
-    EXPECT_EQ(std::u16string(units, length), expected);
-    EXPECT_EQ(parcel.dataAvail(), 4u) << path;  // the unused number is still to come
-    EXPECT_EQ(parcel.readInt32(), 0);
-  }
-}
-
 TEST(ProtocolEncoder, TurnsUtf8IntoUtf16) {
   const std::pair<const char*, const char*> good[] = {
       // little-endian units

@@ -77,13 +77,4 @@ TEST(Vectors, TheDecoderReadsTheirReplies) {
   }
 }
 
-// Names are what other people's test reports will show.
-TEST(Vectors, HaveNamesOfTheirOwnAndAMeaning) {
-  std::set<std::string> names;
-  for (const Vector& vector : read_vectors().vectors) {
-    EXPECT_TRUE(names.insert(vector.name).second) << vector.name;
-    EXPECT_FALSE(vector.meaning.empty()) << vector.name;
-  }
-}
-
 }  // namespace

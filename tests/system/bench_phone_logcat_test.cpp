@@ -1,5 +1,4 @@
-// The phone's logcat as the daemon meets it: processes, files and signals. Its texts are tested in
-// tests/pure/logcat_parts_test.cpp.
+// The phone's logcat as the daemon meets it: processes, files and signals.
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <stdlib.h>
@@ -40,24 +39,6 @@ class BenchLogcat : public ::testing::Test {
     });
   }
 };
-
-TEST_F(BenchLogcat, DumpsBuffersInOrderOfTime) {
-  log("-t A -p d one");
-  log("-t B -p w -b system two");
-  log("-t C -p e -b crash three");
-  log("-t D -b radio apart");
-  log("-t E four");
-  EXPECT_EQ(phone.shell("logcat -d -v raw").out,
-            "--------- beginning of main\none\n--------- beginning of system\ntwo\n"
-            "--------- beginning of crash\nthree\nfour\n");
-  EXPECT_EQ(phone.shell("logcat -t 2 -v tag").out,
-            "--------- beginning of crash\nE/C       : three\n"
-            "--------- beginning of main\nI/E       : four\n");
-  EXPECT_EQ(phone.shell("vesk -d -v raw -b radio -s 'A D'").out,
-            "--------- beginning of radio\napart\n");
-  EXPECT_EQ(phone.shell("logcat -d -b security").out, "");
-  EXPECT_NE(phone.shell("logcat -d -f /nosuch/file").status, 0);
-}
 
 TEST_F(BenchLogcat, FollowsAndRotates) {
   const pid_t pid = start("-v threadtime,usec -b main -f /data/m.txt -r 64 -n 12");

@@ -30,16 +30,6 @@ Words sets_of_daemon(const Phone& phone, size_t from, const std::string& run) {
   return texts;
 }
 
-// Command texts of the shells that the main process has forked itself.
-Words commands_of_daemon(const Phone& phone, const std::string& run) {
-  Words texts;
-  for (const BenchCall& call : phone.calls_of("/system/bin/sh")) {
-    if (call.ppid == phone.daemon_pid() && call.argv.size() == 3)
-      texts.push_back(normal(call.argv[2], run));
-  }
-  return texts;
-}
-
 // What a run with the mobile and modem types does, from its start to the end of its stop.
 const Words kSets = {
     "persist.sys.zklog.type=3",
@@ -67,26 +57,6 @@ const Words kSets = {
     "persist.bluetooth.btsnoopenable=false",
     "sys.zelka.fp.dump=off",
 };
-
-#define TO_RUN " /data/misc/zelkalog/RUN ; chmod -R 777 /data/misc/zelkalog/RUN"
-#define TO_SNAPSHOT " >> /data/misc/zelkalog/RUN/mobile/logcat_control_message-STAMP.txt"
-const Words kCommands = {
-    "/system/bin/logcat -p -g" TO_SNAPSHOT,
-    "/system/bin/logcat -S" TO_SNAPSHOT,
-    "cp /sdcard/Android/data/cn.zelka.harrowmoss/files/.harrowmoss/.DIAG.cfg "
-    "/data/vendor/zelkalog/.DIAG.cfg",
-    "cp -a /data/anr" TO_RUN,  // the stop
-    "cp -a /data/anr/heap" TO_RUN,
-    "cp -a /data/tombstones" TO_RUN,
-    "echo 0x0 > /sys/module/ipc_router_core/parameters/debug_mask",
-    "/system/bin/logcat -p -g" TO_SNAPSHOT,
-    "/system/bin/logcat -S" TO_SNAPSHOT,
-    "mv  /data/misc/zelkalog/* /sdcard/zelkalog/ ; chmod -R 777 /sdcard/zelkalog/",
-    "cp -a /data/misc/zelkalog/.logger/ /sdcard/zelkalog/; "
-    "chmod -R 777 /sdcard/zelkalog/",
-};
-#undef TO_RUN
-#undef TO_SNAPSHOT
 
 const Words kFiles = {
     "anr/",
@@ -127,7 +97,6 @@ TEST(Run, PublishesRunsAndOrdersAsStated) {
 
   EXPECT_EQ(sets_of_daemon(phone, from, run), kSets);
 
-  EXPECT_EQ(commands_of_daemon(phone, run), kCommands);
   EXPECT_EQ(phone.read("/sys/module/ipc_router_core/parameters/debug_mask"), "0x0\n");
 
   Words files;
