@@ -5,7 +5,7 @@
 
 // Called with one line when a phone does not come up, hangs or answers nonsense. Unless a program
 // puts another function here before it makes a phone, the line goes to standard error and the
-// program ends with status 1; its phones end with it. To a test that is a failure like any other.
+// program ends with status 1; its phones end with it.
 extern void (*on_phone_trouble)(const std::string& what);
 
 // Reports `what` unless `fine`.
