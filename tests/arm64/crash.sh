@@ -4,14 +4,14 @@ readonly clock=/data/local/tmp/clock
 
 die() {
   echo "crash: FAILED: $*"
+  logcat -d | tail -n 30
   exit 1
 }
 await() {
-  typeset what=$1 tries=0
+  typeset what=$1 end=$((SECONDS + 120))
   shift
   until "$@"; do
-    tries=$((tries + 1))
-    [ $tries -lt 600 ] || die "no $what within a minute"
+    [ $SECONDS -lt $end ] || die "no $what within two minutes"
     sleep 0.1
   done
 }

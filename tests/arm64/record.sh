@@ -5,15 +5,15 @@ readonly fingers=/data/local/tmp/fingers
 
 die() {
   echo "record: FAILED: $*"
+  logcat -d | tail -n 30
   exit 1
 }
-# await WHAT COMMAND...: polls for a minute.
+# await WHAT COMMAND...: polls for two minutes; an emulated machine is slow.
 await() {
-  typeset what=$1 tries=0
+  typeset what=$1 end=$((SECONDS + 120))
   shift
   until "$@"; do
-    tries=$((tries + 1))
-    [ $tries -lt 600 ] || die "no $what within a minute"
+    [ $SECONDS -lt $end ] || die "no $what within two minutes"
     sleep 0.1
   done
 }
