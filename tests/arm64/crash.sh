@@ -24,7 +24,9 @@ move_clock() {
 # What the watchdog decides goes to the console at once: there is no later.
 tell_decisions() {
   logcat | while read -r line; do
-    case $line in *'will catch modem log'*|*'will trigger dump'*|*'> /proc/sysrq-trigger!!!!'*) echo "log: $line" ;; esac
+    case $line in *'will catch modem log'*|*'will trigger dump'*|*'> /proc/sysrq-trigger!!!!'*)
+        echo "log: $line" ;;
+    esac
   done
 }
 uncovered() { [ "$(stat -c %d /proc/sysrq-trigger)" = "$(stat -c %d /proc/version)" ]; }
