@@ -14,6 +14,7 @@ namespace {
 constexpr int kSignals = 65;  // numbers 1..64
 std::atomic<bool> s_noted[kSignals];
 int s_signal_pipe[2] = {-1, -1};
+constexpr int kBlindPollMs = 1000;  // between looks at the notes while there is no pipe
 thread_local volatile sig_atomic_t s_handler_depth = 0;
 void (*s_safe_point_handler)(int sig) = nullptr;
 int s_no_safe_points = 0;
@@ -71,10 +72,15 @@ void forget_noted_signals() {
 }
 
 void wait_ready(int fd, short events, void (*handle)(int sig)) {
-  pollfd waits[] = {{fd, events, 0}, {s_signal_pipe[0], POLLIN, 0}};
-  const nfds_t count = is_main_process() ? 2 : 1;
+  const bool main_process = is_main_process();
   for (;;) {
-    const int ready = poll(waits, count, -1);
+    // Without the pipe a signal that is noted just before poll() would wait for the next one.
+    const bool was_blind = main_process && s_signal_pipe[0] == -1;
+    const bool blind = was_blind && !open_signal_pipe();
+    if (was_blind) handle_noted_signals(handle);
+    pollfd waits[] = {{fd, events, 0}, {s_signal_pipe[0], POLLIN, 0}};
+    const int ready = poll(waits, main_process ? 2 : 1, blind ? kBlindPollMs : -1);
+    if (blind && ready == 0) continue;
     if (ready < 0 && errno != EINTR && errno != EAGAIN) return;
     if (ready < 0) handle_noted_signals(handle);  // also without a pipe
     if (ready > 0 && waits[1].revents != 0) handle_noted_signals(handle);

@@ -63,6 +63,13 @@ bool read_stat(pid_t pid, process_stat* out) {
          sscanf(after_name, ") %c %d %d", &out->state, &out->parent, &out->process_group) == 3;
 }
 
+// Asks the kernel and not /proc, which nobody can read without a free descriptor: what this process
+// has started can be ended in any case.
+bool is_own_child(pid_t pid) {
+  siginfo_t info;
+  return waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT) == 0;
+}
+
 bool parent_is_ours(pid_t parent) {
   return parent == getpid() || parent == s_harrowmossd_pid || parent == s_forked_by;
 }
@@ -179,7 +186,7 @@ bool may_convert_time() {
 bool is_ours(pid_t pid) {
   if (pid <= 1) return false;
   process_stat stat;
-  return read_stat(pid, &stat) && parent_is_ours(stat.parent);
+  return is_own_child(pid) || (read_stat(pid, &stat) && parent_is_ours(stat.parent));
 }
 
 bool is_child_of(pid_t pid, pid_t parent) {
@@ -194,9 +201,11 @@ int signal_process(pid_t pid, int sig) {
 
 int signal_group(pid_t leader, int sig) {
   if (leader <= 1) return -1;
-  const bool ours = any_process([leader](pid_t, const process_stat& stat) {
+  const auto is_our_member = [leader](pid_t, const process_stat& stat) {
     return stat.process_group == leader && parent_is_ours(stat.parent);
-  });
+  };
+  const bool ours =
+      (is_own_child(leader) && getpgid(leader) == leader) || any_process(is_our_member);
   // A child that never led a group is no member of one with its number.
   const int group_result = ours ? kill(-leader, sig) : -1;
   const int leader_result = signal_process(leader, sig);
