@@ -113,6 +113,19 @@ Holdings holdings(const Phone& phone) {
   return held;
 }
 
+Holdings lasting_holdings(const Phone& phone) {
+  constexpr int kAgreeing = 20;
+  Holdings held = holdings(phone);
+  int agreed = 0;
+  eventually([&] {
+    const Holdings again = holdings(phone);
+    agreed = again.descriptors == held.descriptors ? agreed + 1 : 0;
+    held = again;
+    return agreed == kAgreeing;
+  });
+  return held;
+}
+
 std::vector<std::string> running(const Phone& phone) {
   std::vector<std::string> names;
   for (const PhoneProcess& process : phone.processes()) {

@@ -43,6 +43,8 @@ struct Holdings {
   std::vector<std::string> descriptors;  // what they point at, without inode numbers; sorted
 };
 Holdings holdings(const Phone& phone);
+// What it holds when it is idle, not what a thread opens for a moment.
+Holdings lasting_holdings(const Phone& phone);
 
 // The names of everything that runs in the phone, sorted. Kernel names, without the trial's own.
 std::vector<std::string> running(const Phone& phone);

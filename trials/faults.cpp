@@ -160,7 +160,10 @@ void story(const Phone& phone, const std::string& word, int limit_ms, Captured* 
                        limit_ms) ||
              limit_ms == kStuckLimitMs,
          "feedback: no answer");
-  for (const int code : {7, 9, 10, 11, 13, 16}) ask_something(phone, code, "", limit_ms);
+  // More of them than the socket's backlog takes would block where nobody accepts.
+  for (const int code : {7, 9, 10, 11, 13, 16}) {
+    if (limit_ms != kStuckLimitMs) ask_something(phone, code, "", limit_ms);
+  }
   remember_captured(phone, captured);
   expect(ask_something(phone, 3, "", limit_ms) || limit_ms == kStuckLimitMs, "stop: no answer");
 }
@@ -213,20 +216,6 @@ void check_promises(const Phone& phone, const Captured& captured, const Referenc
     expect(line.compare(0, 17, "ended harrowmossd") != 0, line);
 }
 
-// What the daemon holds when it is idle, not what a thread opens for a moment.
-Holdings lasting_holdings(const Phone& phone) {
-  constexpr int kAgreeing = 20;
-  Holdings held = holdings(phone);
-  int agreed = 0;
-  eventually([&] {
-    const Holdings again = holdings(phone);
-    agreed = again.descriptors == held.descriptors ? agreed + 1 : 0;
-    held = again;
-    return agreed == kAgreeing;
-  });
-  return held;
-}
-
 // The first trial, without a fault, becomes the reference of the others.
 void run_trial(const Trial& trial, Reference* reference, bool is_reference) {
   on_phone_trouble = [](const std::string& what) { broken.push_back(what); };
@@ -266,8 +255,8 @@ void run_trial(const Trial& trial, Reference* reference, bool is_reference) {
 std::vector<Trial> trials(const std::string& filter, bool quick) {
   std::vector<Trial> found;
   const std::regex wanted(filter);
-  for (const FaultRow& fault : kFaults) {
-    for (const WhenRow& when : kWhens) {
+  for (const WhenRow& when : kWhens) {
+    for (const FaultRow& fault : kFaults) {
       for (const int armed : {1, 0}) {
         Trial trial = {{"", fault.error, when.first, when.every, armed}, ""};
         strncat(trial.plan.call, fault.call, sizeof trial.plan.call - 1);
