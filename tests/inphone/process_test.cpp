@@ -1,5 +1,6 @@
 #include "base/process.h"
 
+#include <sys/resource.h>
 #include <sys/time.h>
 
 #include <atomic>
@@ -46,6 +47,25 @@ TEST(ForkProcess, AChildHoldsNoneOfTheMainProcesssSockets) {
     const int fd = dup(others[1]);
     return fd == named[0] && holds_in_child([fd] { return is_open(fd); });
   }));
+}
+
+// A stop must end its workers also when the process has no descriptor left to read /proc with.
+TEST(SignalProcess, NeedsNoDescriptorForOwnChildren) {
+  for (const bool as_group : {false, true}) {
+    EXPECT_TRUE(holds_in_child([as_group] {
+      const pid_t child = fork_process(group::own);
+      if (child == 0) {
+        for (;;) pause();
+      }
+      const rlimit none = {0, 0};
+      setrlimit(RLIMIT_NOFILE, &none);
+      const bool blind = open("/proc/self/stat", O_RDONLY | O_CLOEXEC) == -1;
+      const int result = as_group ? signal_group(child, SIGKILL) : signal_process(child, SIGKILL);
+      int status = 0;
+      return blind && result == 0 && wait_for(child, &status) == child &&
+             signal_process(child, SIGKILL) == -1 && signal_process(getppid(), 0) == -1;
+    })) << as_group;
+  }
 }
 
 TEST(ForkProcess, AChildHasNoSignalBlockedAndTheParentKeepsItsMask) {

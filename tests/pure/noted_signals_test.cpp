@@ -5,6 +5,7 @@
 #include <poll.h>
 #include <sched.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -31,12 +32,12 @@ void handle_and_note(int sig) {
 
 // The state is the process's own, so each test works in a forked "daemon". A deadline ends one that
 // waits for ever.
-int status_of_daemon(const std::function<bool()>& body) {
+int status_of_daemon(const std::function<bool()>& body, bool with_pipe = true) {
   const pid_t pid = fork();
   if (pid == 0) {
     alarm(10);
     s_harrowmossd_pid = getpid();
-    if (!open_signal_pipe()) _exit(2);
+    if (with_pipe && !open_signal_pipe()) _exit(2);
     _exit(body() ? 0 : 1);
   }
   int status = -1;
@@ -115,6 +116,15 @@ char state_of(pid_t pid) {
   return name_end == std::string::npos ? '?' : text[name_end + 2];
 }
 
+// The limits before.
+rlimit limit_descriptors(rlim_t most) {
+  rlimit before;
+  getrlimit(RLIMIT_NOFILE, &before);
+  const rlimit now = {most, before.rlim_max};
+  setrlimit(RLIMIT_NOFILE, &now);
+  return before;
+}
+
 int s_wake_fd = -1;
 
 void handle_and_wake(int sig) {
@@ -139,6 +149,30 @@ TEST(WaitReady, ASignalWakesTheWait) {
               wait_ready(ends[0], POLLIN, handle_and_wake);
               return s_handled == std::vector<int>{SIGUSR2};
             }),
+            0);
+}
+
+// No descriptor was free when the pipe was to be opened: a note wakes nobody, but is seen. Once one
+// is free again the pipe is there.
+TEST(WaitReady, WithoutAPipeNothingNotedIsLost) {
+  EXPECT_EQ(status_of_daemon(
+                [] {
+                  int ends[2];
+                  if (pipe(ends) != 0) return false;
+                  s_wake_fd = ends[1];
+                  const int next = dup(0);
+                  close(next);
+                  const rlimit before = limit_descriptors(0);
+                  note_signal(SIGUSR2);
+                  wait_ready(ends[0], POLLIN, handle_and_wake);
+                  const bool without = fcntl(next, F_GETFD) == -1;
+                  setrlimit(RLIMIT_NOFILE, &before);
+                  note_signal(SIGUSR1);
+                  wait_ready(ends[0], POLLIN, handle);
+                  return without && fcntl(next, F_GETFD) == FD_CLOEXEC &&
+                         s_handled == std::vector<int>{SIGUSR2, SIGUSR1};
+                },
+                false),
             0);
 }
 
