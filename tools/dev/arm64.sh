@@ -1,0 +1,34 @@
+# Sourced by ./dev: ./dev arm64.
+
+# What it needs beside the packages of ./dev: large, and nobody else's business.
+packages_arm64=(g++-aarch64-linux-gnu libc6-dev-arm64-cross googletest qemu-user-static qemu-system-arm cpio)
+
+# The tests that run on the user-mode emulator; those that cannot are named, with the reason.
+arm64_tests() {
+  local pattern reason left_out=()
+  while IFS=$'\t' read -r pattern reason; do
+    case $pattern in ''|'#'*) continue ;; esac
+    left_out+=("$pattern")
+    say "-- left out: $pattern: $reason"
+  done < tests/arm64/left_out.txt
+  say "-- these run in the emulated guest: ./dev arm64 guest left_out_tests"
+  say "-- left out: every system test: they boot phones of the arm64 build, which needs an arm64 kernel"
+  with_root ctest --test-dir build/arm64 -j 2 --output-on-failure --timeout 300 --no-tests=error \
+    -E "$(IFS='|'; echo "${left_out[*]}")"
+}
+
+# arm64 [guest [STEP...]]
+arm64() {
+  case ${1:-tests} in tests|guest) ;; *) die "arm64 takes nothing, or guest [STEP...]" ;; esac
+  packages+=("${packages_arm64[@]}")
+  setup
+  if [ "${1:-tests}" = tests ]; then
+    build release "${phone_targets[@]}"  # its phone carries the emulated tests
+    build arm64 "${phone_targets[@]}" pure_tests inphone_tests
+    arm64_tests
+  else
+    shift
+    build arm64 "${phone_targets[@]}" inphone_tests uinput_touch
+    tests/arm64/guest build/arm64 "$@"
+  fi
+}

@@ -1,0 +1,51 @@
+# Sourced by ./dev: ./dev check, what a change must pass.
+
+our_sources() { git ls-files -co --exclude-standard -- '*.cpp' '*.h'; }
+
+check_banned() {
+  local pattern allowed reason file found bad=0
+  while IFS=$'\t' read -r pattern allowed reason; do
+    case $pattern in ''|'#'*) continue ;; esac
+    while read -r file; do
+      [ "$allowed" = - ] || ! [[ $file =~ $allowed ]] || continue
+      found=$(sed 's:^//.*::; s:[[:space:]]//.*::' "$file" | grep -nE -- "$pattern") || continue
+      bad=1
+      printf '%s\n' "$found" | sed "s|^|$file:|" >&2
+      say "   $reason" >&2
+    done < <(our_sources)
+  done < tools/banned.txt
+  [ $bad = 0 ] || die "banned calls (see tools/banned.txt)"
+}
+
+# The suites that have threads: everything under the thread sanitizer would take as long as the rest
+# of the check, and it lets no signal through to code that it runs in its own time.
+threaded='^(Collector|Feedback|FeedbackWalk|General|LocalTime|Logcat|Mobile|NotedSignals|OtherThreads|Props|PropertyArea|ReapAny|RotateFpLogs|Router|SelfLog|WaitReady|WaitWithin)'
+
+# The clock of the first is moved by a preloaded library, which gets in before the sanitizer's and
+# hangs; the others run compilers and no code of this build.
+not_under_asan='^(WatchdogInPhone|DeviceKit)\.'
+
+check_style() {
+  say "-- format"
+  our_sources | xargs clang-format --dry-run -Werror || die "run: clang-format -i on the files above"
+  say "-- banned calls"
+  check_banned
+}
+
+# Two builds see all of it: g++ with everything on, as it is shipped, and clang++ with the address and
+# undefined behaviour sanitizers. The third has the thread sanitizer.
+check() {
+  check_style
+  say "-- device kit"
+  tools/device/check || die "the device kit (above)"
+  build release
+  run_tests release
+  build asan
+  say "-- address and undefined behaviour sanitizers, without $not_under_asan"
+  run_tests asan -E "$not_under_asan"
+  fuzz_briefly
+  build tsan "${phone_targets[@]}" pure_tests inphone_tests system_tests
+  say "-- thread sanitizer: $threaded"
+  run_tests tsan -R "$threaded"
+  say "-- all checks passed after $SECONDS s"
+}
