@@ -5,8 +5,9 @@
 
 #include <signal.h>
 
-// Opens the wake-up pipe. False with errno when that fails. Main process, before any handler is
-// installed; its two descriptors are closed in children.
+// Opens the wake-up pipe. False with errno when that fails: wait_ready() tries again then, and
+// looks at the notes once a second meanwhile. Main process, before any handler is installed; its
+// two descriptors are closed in children.
 bool open_signal_pipe();
 
 // Signal handler body of the main process: notes `sig` and wakes the main thread. Keeps errno.

@@ -31,11 +31,17 @@ bool is_directory(const char* dir, DIR* stream, const char* name) {
 }  // namespace
 
 oldest_run find_oldest_run(const char* dir) {
-  oldest_run oldest = {-1, -1, ""};
+  oldest_run oldest = {-1, -1, "", false};
   scoped_dir stream(opendir(dir));
-  if (!stream.valid()) return oldest;
+  if (!stream.valid()) {
+    oldest.unknown = errno != ENOENT && errno != ENOTDIR;
+    return oldest;
+  }
   oldest.count = 0;
-  while (const dirent* entry = readdir(stream.get())) {
+  for (;;) {
+    errno = 0;
+    const dirent* entry = readdir(stream.get());
+    if (entry == nullptr) break;
     const char* name = entry->d_name;
     if (strcmp(name, ".") == 0 || strcmp(name, "..") == 0) continue;
     if (!is_directory(dir, stream.get(), name) || !is_run_name(name)) continue;
@@ -45,6 +51,7 @@ oldest_run find_oldest_run(const char* dir) {
     oldest.number = number;
     oldest.name = name;
   }
+  oldest.unknown = errno != 0;
   return oldest;
 }
 

@@ -149,7 +149,7 @@ tree_reading look_at(const char* dir, int current, monitor_state* state, std::st
   oldest_run found = find_oldest_run(dir);
   if (found.number != -1) state->oldest = found.number;
   *name = std::move(found.name);
-  return {found.count, state->oldest, !name->empty(), current, is_logger_enabled()};
+  return {found.count, state->oldest, !name->empty(), current, is_logger_enabled(), found.unknown};
 }
 
 // Over quota: at most one run is removed in a cycle, finished ones first.
@@ -157,7 +157,8 @@ next evict(monitor_state* state) {
   const int current = get_log_dir_sequence();
   std::string name;
   LOG_AS(ANDROID_LOG_INFO, "monitorLogSizeThread", "first check log store dir..");
-  const eviction in_store = judge_store(look_at(kStoreDir, current, state, &name));
+  const tree_reading store = look_at(kStoreDir, current, state, &name);
+  const eviction in_store = judge_store(store);
   if (in_store == eviction::keep_current) {
     LOG_AS(ANDROID_LOG_WARN, "monitorLogSizeThread", "do not delete current dir when only one");
   } else if (in_store == eviction::remove_oldest) {
@@ -168,7 +169,12 @@ next evict(monitor_state* state) {
   }
   if (!is_logger_enabled()) return deletion_done();
   LOG_AS(ANDROID_LOG_INFO, "monitorLogSizeThread", "next,check log common catching dir..");
-  const eviction in_working = judge_working(look_at(kWorkingDir, current, state, &name));
+  tree_reading working = look_at(kWorkingDir, current, state, &name);
+  working.store_unknown = store.store_unknown;
+  const eviction in_working = judge_working(working);
+  if (store.store_unknown) {
+    LOG_AS(ANDROID_LOG_ERROR, "monitorLogSizeThread", "cannot list %s: no restart", kStoreDir);
+  }
   if (in_working == eviction::restart) return restart_logging();
   if (in_working == eviction::remove_oldest) {
     LOG_AS(ANDROID_LOG_INFO, "monitorLogSizeThread", "now delete %s%s", kWorkingDir, name.c_str());
@@ -310,7 +316,10 @@ eviction judge_store(const tree_reading& tree) {
 }
 
 eviction judge_working(const tree_reading& tree) {
-  if (tree.current == tree.oldest) return eviction::restart;
+  if (tree.current == tree.oldest) {
+    // A restart deletes every finished run: only when it is sure that nothing smaller would do.
+    return tree.store_unknown ? eviction::nothing : eviction::restart;
+  }
   const bool found = tree.count >= 1 && tree.oldest >= 1 && tree.has_name;
   return found ? eviction::remove_oldest : eviction::nothing;
 }

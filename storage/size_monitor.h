@@ -74,15 +74,18 @@ struct tree_reading {
   bool has_name;  // this look found one
   int current;    // number of the run being written
   bool logging;
+  bool store_unknown = false;  // the store could not be listed for now: what is in it is not known
 };
 
 eviction judge_store(const tree_reading& tree);    // finished runs: keep_current means go on
 eviction judge_working(const tree_reading& tree);  // the working area
 
-// The oldest run of `dir`: how many there are, its number (-1: none) and whole name.
+// The oldest run of `dir`: how many there are, its number (-1: none) and whole name. `unknown`:
+// there is a directory, but it could not be listed to its end (no descriptor free, input error).
 struct oldest_run {
   int count;
   int number;
   std::string name;
+  bool unknown;
 };
 oldest_run find_oldest_run(const char* dir);
