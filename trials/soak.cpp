@@ -12,6 +12,7 @@
 #include <array>
 #include <random>
 #include <set>
+#include <thread>
 
 #include "phone/host/trouble.h"
 #include "trials/checks.h"
@@ -86,7 +87,7 @@ class Soak {
     const int64_t end = monotonic_now_ms() + milliseconds;
     while (monotonic_now_ms() < end) {
       act();
-      usleep(static_cast<useconds_t>(pick(300)) * 1000);
+      std::this_thread::sleep_for(std::chrono::milliseconds(pick(300)));  // its pace
     }
   }
   void rest(bool first = false);
