@@ -1,12 +1,12 @@
 #include <dirent.h>
 #include <errno.h>
+#include <pthread.h>
 #include <stdio.h>
 #include <string.h>
 #include <unistd.h>
 
 #include <iterator>
 #include <string>
-#include <thread>
 
 #include "base/process.h"
 #include "base/scoped.h"
@@ -46,14 +46,39 @@ void dump_buffer(const char* dir, const char* buffer) {
   run_shell(command.c_str());
 }
 
+// One buffer's dump, and the thread that it runs on.
+struct dump {
+  const char* dir;
+  const char* buffer;
+  pthread_t thread;
+  bool has_thread;
+};
+
+void* run_dump(void* arg) {
+  const dump* job = static_cast<const dump*>(arg);
+  dump_buffer(job->dir, job->buffer);
+  return nullptr;
+}
+
+// A dump that gets no thread is made at once instead: later, but not lost.
+void start_dump(dump* job) {
+  const int error = pthread_create(&job->thread, nullptr, run_dump, job);
+  job->has_thread = error == 0;
+  if (job->has_thread) return;
+  LOG_AS(ANDROID_LOG_ERROR, "get_general_log", "no thread for %s: %s", job->buffer,
+         strerror(error));
+  run_dump(job);
+}
+
 // The general worker's body: six threads, one for each buffer.
 [[noreturn]] void dump_all_buffers(const char* dir) {
   set_process_name("general");
-  std::thread threads[std::size(kBuffers)];
+  dump dumps[std::size(kBuffers)];
   {
     const signals_blocked for_the_threads;
     for (size_t i = 0; i < std::size(kBuffers); i++) {
-      threads[i] = std::thread(dump_buffer, dir, kBuffers[i]);
+      dumps[i] = {dir, kBuffers[i], {}, false};
+      start_dump(&dumps[i]);
     }
   }
   char general[256];
@@ -61,7 +86,7 @@ void dump_buffer(const char* dir, const char* buffer) {
   get_logcat_control_message(general);
   for (size_t i = 0; i < std::size(kBuffers); i++) {
     LOG_AS(ANDROID_LOG_DEBUG, "get_general_log", "wait thread %d to finish.", static_cast<int>(i));
-    threads[i].join();
+    if (dumps[i].has_thread) pthread_join(dumps[i].thread, nullptr);
     LOG_AS(ANDROID_LOG_DEBUG, "get_general_log", "thread %d finished.", static_cast<int>(i));
   }
   LOG_AS(ANDROID_LOG_DEBUG, "get_general_log", "process %d all threads finished.", getpid());

@@ -62,19 +62,29 @@ bool is_dot(const char* name) {
   return strcmp(name, ".") == 0 || strcmp(name, "..") == 0;
 }
 
+// Another moment may succeed where this one fails.
+bool is_short_of_resources(int error) {
+  return error == EMFILE || error == ENFILE || error == ENOMEM;
+}
+
 // Calls `visit(info)` for everything below the directory `root`, whose own `info` is given.
 // `stat_flags`: 0 follows links, AT_SYMLINK_NOFOLLOW does not. One stat for each entry, relative to
-// its open directory. Failures are logged under the name `function`.
+// its open directory. Failures are logged under the name `function`. False when a directory was
+// passed over for want of a descriptor or memory.
 template <typename Visit>
-void walk_below(const char* function, const char* root, const struct stat& root_info,
+bool walk_below(const char* function, const char* root, const struct stat& root_info,
                 int stat_flags, Visit visit) {
   std::vector<directory> seen;
   seen.push_back({root, root_info.st_dev, root_info.st_ino, 0});
   std::vector<linked_directory> linked;
+  bool complete = true;
   for (size_t i = 0; i < seen.size(); i++) {
     const std::string path = std::move(seen[i].path);
     scoped_dir stream(opendir(path.c_str()));
-    if (!stream.valid()) continue;
+    if (!stream.valid()) {
+      complete = complete && !is_short_of_resources(errno);
+      continue;
+    }
     while (const dirent* entry = readdir(stream.get())) {
       if (is_dot(entry->d_name)) continue;
       struct stat info;
@@ -91,6 +101,7 @@ void walk_below(const char* function, const char* root, const struct stat& root_
       visit(info);
     }
   }
+  return complete;
 }
 
 int64_t rounded_up(const struct stat& info, int64_t block_size) {
@@ -101,9 +112,10 @@ int64_t tree_space(const char* path, int64_t block_size) {
   struct stat root;
   if (lstat(path, &root) != 0) return 0;
   int64_t total = rounded_up(root, block_size);
-  if (S_ISDIR(root.st_mode)) {
-    walk_below("space_needed", path, root, AT_SYMLINK_NOFOLLOW,
-               [&](const struct stat& info) { total += rounded_up(info, block_size); });
+  if (S_ISDIR(root.st_mode) &&
+      !walk_below("space_needed", path, root, AT_SYMLINK_NOFOLLOW,
+                  [&](const struct stat& info) { total += rounded_up(info, block_size); })) {
+    return kSpaceUnknown;
   }
   return total;
 }
@@ -170,7 +182,9 @@ int64_t space_needed(const char* source, int64_t block_size) {
   if (!pattern_directory(source, &dir)) return tree_space(source, block_size);
   int64_t total = 0;
   for (const std::string& entry : pattern_entries(source)) {
-    total += tree_space(entry.c_str(), block_size);
+    const int64_t space = tree_space(entry.c_str(), block_size);
+    if (space == kSpaceUnknown) return kSpaceUnknown;
+    total += space;
   }
   return total;
 }

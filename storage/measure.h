@@ -15,7 +15,9 @@ std::vector<std::string> pattern_entries(const char* source);
 
 // Bytes that `source` (a path, or "directory/*" for all that is not hidden in it) needs on a file
 // system with blocks of `block_size` bytes: every file and directory rounded up, one block more for
-// each entry. Links are not followed: a move takes them as they are.
+// each entry. Links are not followed: a move takes them as they are. kSpaceUnknown, for which no
+// file system has room, when a part could not be looked at for want of a descriptor or memory.
+constexpr int64_t kSpaceUnknown = INT64_MAX;
 int64_t space_needed(const char* source, int64_t block_size);
 
 // Whether a move of `source` into the directory `target` can hold: true also when both are on one

@@ -147,6 +147,14 @@ TEST_F(Measure, SpaceNeededIsWholeBlocksAndOneForEachEntry) {
   };
   for (const auto& row : rows)
     EXPECT_EQ(space_needed(row.source.c_str(), block), row.blocks * block) << row.source;
+  // Without a free descriptor nothing is known of what a directory holds: too little must not do.
+  rlimit before;
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+  const rlimit none = {0, before.rlim_max};
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+  const int64_t unknown = space_needed(kTree, block);
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
+  EXPECT_EQ(unknown, kSpaceUnknown);
 }
 
 }  // namespace
