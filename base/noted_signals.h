@@ -6,8 +6,8 @@
 #include <signal.h>
 
 // Opens the wake-up pipe. False with errno when that fails: wait_ready() tries again then, and
-// looks at the notes once a second meanwhile. Main process, before any handler is installed; its
-// two descriptors are closed in children.
+// looks at the notes once a second meanwhile. Main thread of the main process; its two
+// descriptors are closed in children.
 bool open_signal_pipe();
 
 // Signal handler body of the main process: notes `sig` and wakes the main thread. Keeps errno.

@@ -26,7 +26,7 @@ namespace {
 constexpr int kMaxClosedInChildren =
     4;  // listening socket, both ends of the signal pipe, one spare
 int s_closed_in_children[kMaxClosedInChildren];
-int s_closed_in_children_count = 0;
+std::atomic<int> s_closed_in_children_count{0};  // raised when the slot holds its descriptor
 int s_connection = -1;
 
 // A process without a SIGCHLD handler, or a thread that blocks it, is not woken by a child's end.
@@ -34,9 +34,9 @@ constexpr int64_t kLookMs = 100;
 
 const pthread_t s_first_thread = pthread_self();  // static initialisation runs on it
 
-// 0: not asked in this process yet. Every fork() forgets it in the child, whoever calls it.
+// 0: not asked in this process yet. Every fork() corrects it in the child, whoever calls it.
 std::atomic<pid_t> s_own_pid{0};
-const bool s_fork_is_noticed = pthread_atfork(nullptr, nullptr, [] { s_own_pid = 0; }) == 0;
+const bool s_fork_is_noticed = pthread_atfork(nullptr, nullptr, [] { s_own_pid = getpid(); }) == 0;
 
 pid_t s_forked_by = -1;                      // the process that forked this one
 std::atomic<bool> s_may_convert_time{true};  // false in a child of an extra thread
@@ -139,9 +139,10 @@ bool is_main_process() {
 pid_t own_pid() {
   pid_t pid = s_own_pid.load(std::memory_order_relaxed);
   if (pid != 0) return pid;
-  pid = getpid();
-  if (s_fork_is_noticed) s_own_pid.store(pid, std::memory_order_relaxed);
-  return pid;
+  const pid_t asked = getpid();
+  // A handler may have forked since: what the child of that fork has put there stays.
+  if (s_fork_is_noticed && !s_own_pid.compare_exchange_strong(pid, asked)) return pid;
+  return asked;
 }
 
 pid_t own_thread_id() {
@@ -167,7 +168,8 @@ pid_t fork_process_keeping_connection(group where) {
 
 void close_in_children(int fd) {
   if (s_closed_in_children_count == kMaxClosedInChildren) abort();
-  s_closed_in_children[s_closed_in_children_count++] = fd;
+  s_closed_in_children[s_closed_in_children_count] = fd;
+  s_closed_in_children_count++;
 }
 
 void set_connection(int fd) {

@@ -13,7 +13,7 @@
 extern int32_t s_harrowmossd_pid;
 
 // getpid(), asked once in each process: every log line wants it, and some C libraries make a system
-// call of it.
+// call of it. Right after every fork(); not between a vfork() and its exec.
 pid_t own_pid();
 
 // gettid(), without a system call on the first thread, where most log lines come from.

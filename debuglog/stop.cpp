@@ -232,7 +232,8 @@ void end_self_log_collector() {
   if (pid < 1) return;
   LOG_AS(ANDROID_LOG_DEBUG, "stop_debug_log", "kill log collector %d", pid);
   const bool killed = signal_process(pid, SIGKILL) == 0;
-  if (!killed && kill(pid, 0) == 0) return;  // not now, no descriptor free perhaps: the next stop
+  const bool gone = kill(pid, 0) == -1 && errno == ESRCH;
+  if (!killed && !gone) return;  // not now, no descriptor free perhaps: the next stop
   // While logging goes on with another mask its thread may have put a new pid there already.
   s_self_log_collector_pid.compare_exchange_strong(pid, 0);
 }
