@@ -73,16 +73,25 @@ class KitTest(unittest.TestCase):
     def test_rc(self):
         self.check_faults(self.rc, (
             (RC, "0660 system shell", "0666 system shell", "missing: socket"),
+            (RC, "stream 0660", "stream 0698", "socket mode 0698"),
             (RC, "socket harrowmossd stream", "socket harrowmossd tcp", "socket type tcp"),
             (RC, "class late_start", "class main", "missing: class late_start"),
+            (RC, "    user root\n", "    user system\n", "missing: user root"),
             (RC, "group root system", "group root sistem", "unknown id sistem"),
+            (RC, "group root", "group root adb mount wifi usb", "group has 16 arguments"),
+            (RC, "    task_profiles", "    task_profile", "unknown option task_profile"),
             (RC, "    user root\n", "    user root\n    critical\n", "neither oneshot"),
+            (RC, "on shutdown", "on shut-down", "no boot stage shut-down"),
             (RC, "    stop harrowmossd", "", "missing: stop at shutdown"),
             (RC, "zelkalog 0777 sdcard_rw sdcard_rw", "zelkalog 0770 system system", "missing: mkdir"),
+            (RC, "zelkalog 0777", "zelkalog 0787", "mode 0787"),
+            (RC, "restorecon_recursive /data/media/0", "restorecon_recursiv /data/media/0", "unknown command"),
             (RC, "restorecon_recursive /data/media/0/zelkalog", "restorecon /data/misc", "relabels"),
             (RC, "    setprop sys.zelka.harrowmossd.restorecon_media_zelkalog 0\n", "", "is reset"),
             (RC, END, "on property:a.b\n    stop x\n", "bad trigger property:a.b"),
             (RC, END, "on boot\n    setprop a..b c\n", "property name a..b"),
+            (RC, END, "on boot\n    write /x \\\n    y z\n", "write has 3 arguments"),
+            (RC, END, "service two bin/two\n", "is not absolute"),
             (RC, END, "service harrowmossd /x\n", "is there already"),
             (VENDOR_RC, "start harrowmoss_move_wifi", "start harrowmoss_wifi", "no such service"),
         ))
@@ -127,6 +136,7 @@ class KitTest(unittest.TestCase):
 
     def test_contexts(self):
         self.check_faults(self.policy, (
+            (FILES, "harrowmossd_data_file", "harrowmossd_dat_file", "file_contexts"),
             (FILES, "zelkalog(/.*)?               ", "zelkalog.* ", "/data/misc/zelkalogger is not ours"),
             (FILES, END, "/data/media/0/zelkalog(/.*)? u:object_r:harrowmossd_data_file:s0\n",
              "/data/media/0/zelkalog is not ours"),
@@ -134,6 +144,8 @@ class KitTest(unittest.TestCase):
             (FILES, "/bin/harrowmossd ", "/bin/harrowmoss ", "/system_ext/bin/harrowmossd is not labelled"),
             (APPS, "domain=harrowmoss_app ", "domain=harrowmoss_ap ", "there is no domain"),
             (APPS, "seinfo=platform ", "", "without seinfo"),
+            (APPS, "name=cn.zelka.harrowmoss", "", "no name"),
+            (APPS, "user=", "usr=", "unknown selector usr"),
         ))
 
     def test_properties(self):
@@ -144,6 +156,8 @@ class KitTest(unittest.TestCase):
             (PROPERTIES, END, "sys.zelka. u:object_r:harrowmossd_state_prop:s0\n", "has a row already"),
             (PROPERTIES, END, "persist.bluetooth.btsnoopenable u:object_r:harrowmossd_state_prop:s0 exact bool\n",
              "has a row already"),
+            (PROPERTIES, END, "a.b object_r:harrowmossd_state_prop:s0\n", "not a name and a context"),
+            (PROPERTIES, END, "a.b u:object_r:harrowmossd_state_prop:s0 exact text\n", "exact text"),
             (PROPERTIES, END, "a.b u:object_r:harrowmossd_sate_prop:s0\n", "there is no type harrowmossd_sate_prop"),
             (TE, "set_prop(harrowmossd, exported_bluetooth_prop)", "", "btsnoopenable (exported_bluetooth_prop)"),
             (TE, "set_prop(harrowmossd, harrowmossd_state_prop)", "", "sys.zelka.modemdump"),
