@@ -235,6 +235,15 @@ TEST_F(WaitWithin, LooksOnceAndTellsAChildFromAStranger) {
   EXPECT_EQ(wait_within(child.pid(), 10000, nullptr), -1);
 }
 
+TEST(SleepMs, SleepsTheFullTimeWhateverArrives) {
+  signal(SIGALRM, [](int) {});
+  const itimerval every = {{0, 5000}, {0, 5000}};
+  setitimer(ITIMER_REAL, &every, nullptr);
+  const int64_t start = monotonic_ms();
+  sleep_ms(300);
+  EXPECT_GE(monotonic_ms() - start, 300);
+}
+
 // A child of another thread is that thread's: its waiter would miss it.
 TEST(OtherThreadsChildren, AreNeitherListedNorReaped) {
   const ParkedChild own;
@@ -299,6 +308,12 @@ TEST(MayConvertTime, OnlyTheFirstThreadOfAProcessThatAThreadDidNotFork) {
   }).join();
   EXPECT_FALSE(in_thread);
   EXPECT_FALSE(in_its_child);
+}
+
+TEST(EndProcess, RunsNothingOnTheWayOut) {
+  std::atexit([] { put("/data/atexit_ran", "x"); });
+  EXPECT_TRUE(holds_in_child([]() -> bool { end_process(0); }));
+  EXPECT_FALSE(exists("/data/atexit_ran"));
 }
 
 // A remembered id of the parent would send a child's log lines, and its decisions, to another one.

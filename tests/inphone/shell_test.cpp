@@ -70,6 +70,11 @@ TEST_F(Shell, WithoutAShellItIs127AsForSystem) {
   EXPECT_EQ(pieces_of("echo x"), Texts{});
 }
 
+TEST_F(Shell, AStatusThatSomebodyElseReapedIsAFailure) {
+  signal(SIGCHLD, SIG_IGN);
+  EXPECT_EQ(run_shell("true"), -1);
+}
+
 TEST_F(Shell, TheCommandHasNoSignalBlocked) {
   sigset_t all;
   sigfillset(&all);

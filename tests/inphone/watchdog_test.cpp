@@ -125,6 +125,34 @@ TEST_F(Watchdog, APhoneThatSleepsGetsANewBaseline) {
   EXPECT_EQ(baseline_time, 8600);
 }
 
+// What stands still, and what comes of it in the first verdict.
+TEST_F(Watchdog, FirstVerdicts) {
+  const struct {
+    const char* what;
+    std::function<void(Kernel*)> moves;
+    Texts events;
+    bool has_modem_files = true;
+  } rows[] = {
+      {"everything moves", [](Kernel* k) { k->processor_sleeps(), k->modem_sleeps(); }, {}},
+      {"only the modem stands still", [](Kernel* k) { k->processor_sleeps(); }, {}},
+      {"aosd stands still", [](Kernel* k) { k->cxsd++, k->modem_sleeps(); }, {"crash"}},
+      {"cxsd stands still", [](Kernel* k) { k->aosd++, k->modem_sleeps(); }, {"crash"}},
+      {"all but a modem counter moves", [](Kernel* k) { k->aosd++, k->xo++, k->sleeps++; },
+       kCapture},
+      {"no statistics of the modem", [](Kernel*) {}, {"crash"}, false},
+  };
+  for (const auto& row : rows) {
+    kernel_ = Kernel();
+    kernel_.has_modem_files = row.has_modem_files;
+    s_sleep_counters = sleep_counters();
+    last_check_time = baseline_time = -1;
+    is_mpss_catch_modem = false;
+    take_baseline();
+    row.moves(&kernel_);
+    EXPECT_EQ(turn_after(0), row.events) << row.what;
+  }
+}
+
 TEST_F(Watchdog, NoStatisticsAtAllNeverAct) {
   unlink(kSystemSleepFile);
   unlink(kRpmMasterFile);

@@ -55,6 +55,15 @@ TEST(NotedSignals, AreHandledOnceEachInAscendingOrder) {
             0);
 }
 
+TEST(NotedSignals, EveryNumberIsKept) {
+  EXPECT_EQ(status_of_daemon([] {
+              for (int sig = 1; sig <= 64; sig++) note_signal(sig);
+              handle_noted_signals(handle);
+              return s_handled.size() == 64 && s_handled.front() == 1 && s_handled.back() == 64;
+            }),
+            0);
+}
+
 // A storm fills the pipe: noting must neither block nor lose the signal, and must keep errno.
 TEST(NotedSignals, AStormNeitherBlocksNorGetsLost) {
   EXPECT_EQ(status_of_daemon([] {
