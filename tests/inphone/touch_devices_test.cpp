@@ -156,6 +156,38 @@ TEST_F(TouchDevices, AreOpenedOnceWhileTheyAppear) {
   for (const auto& [node, count] : readers()) EXPECT_EQ(count, 1) << node;
 }
 
+// One device is used all the time while another one comes and goes.
+TEST_F(TouchDevices, ComeAndGoDuringAReplay) {
+  constexpr int kTimes = 100;
+  constexpr int kReplayed = 2000;
+  record();
+  plug("event0", "himax");
+  std::thread replay([] {
+    EXPECT_EQ(finger("rate 4000\ncount event0 0 " + std::to_string(kReplayed) + "\n"), 0);
+  });
+  for (int i = 0; i < kTimes && !HasFatalFailure(); i++) {
+    plug("event1", "second_touch");
+    EXPECT_EQ(finger(press("event1") + "unplug event1\n"), 0);
+  }
+  replay.join();
+  const Texts lines = wait_for_events(kReplayed + 2 * kTimes, 60000);
+  int next = 0, presses = 0, removals = 0;
+  for (const std::string& line : lines) {
+    int number;
+    if (sscanf(line.c_str(), " EV_ABS ABS_X %d", &number) == 1) {
+      EXPECT_EQ(number, next++);
+    } else if (line == down_line(true)) {
+      EXPECT_EQ(presses++, removals);  // before its own removal
+    } else {
+      EXPECT_EQ(line, "remove device 2: /dev/input/event1");
+      removals++;
+    }
+  }
+  EXPECT_EQ(next, kReplayed);
+  EXPECT_EQ(presses, kTimes);
+  EXPECT_EQ(removals, kTimes);
+}
+
 // A device that hung up but whose node is still there must cost nothing.
 TEST_F(TouchDevices, AHungUpOneDoesNotSpin) {
   record();

@@ -75,4 +75,22 @@ TEST_F(Touch, TheStopEndsItWithoutInput) {
   EXPECT_EQ(overdue_kills(phone), Texts());
 }
 
+TEST_F(Touch, EndsByItsSignalsWithoutInput) {
+  const struct {
+    int signal;
+    const char* said;
+  } rows[] = {{SIGTERM, " receive signal 15("},
+              {SIGINT, " receive signal 2("},
+              {SIGPIPE, " pipe broken, receive signal 13("},
+              {SIGALRM, " alarm arrives, receive signal 14("}};
+  for (const auto& row : rows) {
+    phone.run({"finger", "unplug", "event0"});
+    const PhoneProcess recorder = start();
+    ASSERT_TRUE(phone.signal(recorder.pid, row.signal));
+    EXPECT_TRUE(eventually([&] { return !is_alive(phone, recorder.pid); })) << row.signal;
+    EXPECT_EQ(count_lines(phone, std::to_string(recorder.pid) + row.said), 1) << row.signal;
+    EXPECT_EQ(stop_logging(phone), 0);
+  }
+}
+
 }  // namespace
