@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
+#include <algorithm>
 #include <memory>
 #include <random>
 
@@ -71,6 +72,14 @@ TEST(Robustness, OutlivesEveryFrame) {
   EXPECT_FALSE(phone.exists("/data/sprung")) << phone.read("/data/sprung");
 }
 
+// The network capture's script runs: whatever its command's words expand to has been run by then.
+bool captures_network(const Phone& phone) {
+  const std::vector<BenchCall> calls = phone.calls_of("/system/bin/sh");
+  return std::any_of(calls.begin(), calls.end(), [](const BenchCall& call) {
+    return call.argv.size() > 1 && call.argv[1] == "/system/etc/get_net_log.sh";
+  });
+}
+
 TEST(Robustness, OutlivesEveryPropertyValue) {
   const struct {
     const char* key;
@@ -83,8 +92,9 @@ TEST(Robustness, OutlivesEveryPropertyValue) {
       {"persist.sys.zelka.harrowmossd.log_file_count", "99999999999999999999"},
       {"persist.sys.zelka.log.size", "much"},
       {"persist.sys.zelka.log.size", "-1"},
-      {"ro.vendor.build.display.id", "a b;touch x $(touch y) `touch z` 'q' \"r\""},
+      {"ro.vendor.build.display.id", "a b;touch${IFS}x$(touch${IFS}y)`touch${IFS}z`'q'\"r\""},
       {"ro.build.display.id", "../../../../data/local/tmp/x;touch x #" + std::string(50, 'y')},
+      {"ro.build.display.id", "$(touch${IFS}x)`touch${IFS}y`;touch${IFS}z"},
       {"ro.build.version.sdk", "unknown"},
       {"ro.product.model", std::string(91, 'm')},
       {"persist.sys.harrowmossd.mdlog_counts", "-3"},
@@ -106,6 +116,7 @@ TEST(Robustness, OutlivesEveryPropertyValue) {
     ASSERT_TRUE(phone.wait_until_ready()) << what;
     const pid_t pid = phone.daemon_pid();
     ASSERT_EQ(start_logging(phone, kManyTypes), 0) << what;
+    EXPECT_TRUE(eventually([&] { return captures_network(phone); })) << what;
     const std::string run = run_name(phone);
     EXPECT_EQ(stop_logging(phone), 0) << what;
     EXPECT_TRUE(phone.exists(store_path(run) + "/mobile")) << what;

@@ -132,6 +132,7 @@ TEST(Workers, CollectTheDaemonsLinesWhileItLogs) {
             (Words{"harrowmossd:SLC", "-v", "threadtime,usec", "-s",
                    "Harrowmoss harrowmoss harrowmossd", "-b", "main", "-f",
                    std::string(kSelfLog) + "/harrowmoss.txt", "-r", "10240", "-n", "2"}));
+  EXPECT_EQ(first.pgrp, first.pid);  // a stop kills a collector with all that is its own
   phone.shell("log -t Other none of ours");
   phone.shell("log -t Harrowmoss the application speaks");
   const auto collected = [&phone] { return phone.read(std::string(kSelfLog) + "/harrowmoss.txt"); };
