@@ -98,7 +98,7 @@ void kill_writer_behind(const std::string& awaited, const std::string& other, un
     setPersistProperty("persist.test", other.c_str());
   }
   auto until = steady_clock::now() + std::chrono::seconds(30);
-  while (get(kKey) != awaited && steady_clock::now() < until) sched_yield();
+  while (get(kKey) != awaited && steady_clock::now() < until) usleep(200);
   EXPECT_LT(steady_clock::now(), until) << "not written: " << awaited;
   until = steady_clock::now() + std::chrono::microseconds(random % 300);
   while (steady_clock::now() < until) {
