@@ -29,6 +29,6 @@ arm64() {
   else
     shift
     build arm64 "${phone_targets[@]}" inphone_tests uinput_touch
-    tests/arm64/guest build/arm64 "$@"
+    phone/guest/guest build/arm64 "$@"
   fi
 }
