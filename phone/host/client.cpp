@@ -4,7 +4,6 @@
 #include <string.h>
 #include <sys/socket.h>
 #include <sys/un.h>
-#include <time.h>
 
 #include <algorithm>
 
@@ -13,17 +12,11 @@
 static constexpr const char* kSocketPath = "/dev/socket/harrowmossd";
 static constexpr size_t kReplyMax = 4096;  // a size beyond it is a broken one
 
-static int64_t now_ms() {
-  struct timespec now;
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return now.tv_sec * INT64_C(1000) + now.tv_nsec / 1000000;
-}
-
 // Waits for `events` until `deadline_ms`; false when it passes first.
 static bool ready(int fd, short events, int64_t deadline_ms) {
   for (;;) {
     struct pollfd polled = {fd, events, 0};
-    const int64_t left = deadline_ms - now_ms();
+    const int64_t left = deadline_ms - monotonic_now_ms();
     const int count = poll(&polled, 1, left > 0 ? static_cast<int>(left) : 0);
     if (count > 0) return true;
     if (count == 0 || errno != EINTR) return false;
@@ -90,7 +83,7 @@ Client::Client(const Phone& phone) : fd_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOE
 
 bool Client::send(std::string_view bytes, int limit_ms) {
   if (!connected()) return false;
-  const int64_t deadline = now_ms() + limit_ms;
+  const int64_t deadline = monotonic_now_ms() + limit_ms;
   while (!bytes.empty()) {
     if (!ready(fd_.get(), POLLOUT, deadline)) return false;
     const ssize_t n = ::send(fd_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
@@ -102,7 +95,7 @@ bool Client::send(std::string_view bytes, int limit_ms) {
 
 std::string Client::receive(size_t count, int limit_ms) {
   if (!connected()) return "";
-  const int64_t deadline = now_ms() + limit_ms;
+  const int64_t deadline = monotonic_now_ms() + limit_ms;
   std::string bytes;
   while (bytes.size() < count && ready(fd_.get(), POLLIN, deadline)) {
     char block[4096];
@@ -115,18 +108,18 @@ std::string Client::receive(size_t count, int limit_ms) {
 }
 
 std::string Client::reply(int limit_ms) {
-  const int64_t deadline = now_ms() + limit_ms;
+  const int64_t deadline = monotonic_now_ms() + limit_ms;
   const std::string head = receive(4, limit_ms);
   uint32_t size = 0;
   if (head.size() < sizeof size) return head;
   memcpy(&size, head.data(), sizeof size);
   if (size > kReplyMax) return head;
-  const int64_t left = deadline - now_ms();
+  const int64_t left = deadline - monotonic_now_ms();
   return head + receive(size, left > 0 ? static_cast<int>(left) : 0);
 }
 
 bool Client::closed_by_peer(int limit_ms) {
-  if (!ready(fd_.get(), POLLIN, now_ms() + limit_ms)) return false;
+  if (!ready(fd_.get(), POLLIN, monotonic_now_ms() + limit_ms)) return false;
   char byte;
   return recv(fd_.get(), &byte, 1, MSG_DONTWAIT) <= 0;
 }

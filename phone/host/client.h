@@ -26,7 +26,7 @@ std::string request(int32_t code, int64_t serial, std::string_view arguments = "
 std::string string16(std::string_view ascii);
 
 // How long a client waits when nothing else is said: longer than any query takes.
-constexpr int kClientLimitMs = 15000;
+constexpr int kClientLimitMs = 30000;
 
 class Client {
  public:

@@ -4,7 +4,6 @@
 #include <stdlib.h>
 #include <string.h>
 #include <sys/statvfs.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -90,12 +89,25 @@ std::string rest_of_line(const Phone& phone, const std::string& start) {
   return found.empty() ? "" : found[0].text.substr(start.size());
 }
 
+static bool tells_of_a_kill(const LogLine& line) {
+  return line.text.find("kill it") != std::string::npos ||
+         line.text.find("kill them") != std::string::npos;
+}
+
 std::vector<std::string> overdue_kills(const Phone& phone) {
   std::vector<std::string> found;
   for (const LogLine& line : daemon_log(phone)) {
-    if (line.text.find("kill it") != std::string::npos ||
-        line.text.find("kill them") != std::string::npos)
-      found.push_back(line.text);
+    const bool report =
+        line.function == "copy_system_propertie" || line.function == "get_general_log";
+    if (tells_of_a_kill(line) && !report) found.push_back(line.text);
+  }
+  return found;
+}
+
+std::vector<LogLine> cut_reports(const Phone& phone, const std::string& function) {
+  std::vector<LogLine> found;
+  for (const LogLine& line : daemon_log(phone)) {
+    if (tells_of_a_kill(line) && line.function == function) found.push_back(line);
   }
   return found;
 }
@@ -268,10 +280,4 @@ void fill(const Phone& phone, const std::string& path, int64_t left) {
   const std::string block(kBlock, 'x');
   while (available(phone, path) > left && write(file.get(), block.data(), block.size()) == kBlock) {
   }
-}
-
-int64_t monotonic_now_ms() {
-  struct timespec now;
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return now.tv_sec * INT64_C(1000) + now.tv_nsec / 1000000;
 }

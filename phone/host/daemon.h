@@ -33,8 +33,13 @@ std::vector<std::string> main_thread_log(const Phone& phone, size_t from);
 // The one line that begins so, without that beginning; trouble when there is not just one.
 std::string rest_of_line(const Phone& phone, const std::string& start);
 
-// The lines that tell of something that had to be killed because it outlived its bound.
+// The lines that tell of something that had to be killed because it outlived its bound; without the
+// reports, see cut_reports().
 std::vector<std::string> overdue_kills(const Phone& phone);
+// The same of the workers that write reports: system.prop and others.prop in 2 s, the dumps of all
+// buffers in 7 s. They run a dozen programs, for which a busy machine may take longer; what they
+// had not written by then is missing. The lines of copy_system_propertie or get_general_log.
+std::vector<LogLine> cut_reports(const Phone& phone, const std::string& function);
 
 // Options for a phone without a vendor side, whose answers are there already: a stop does not wait.
 std::vector<std::string> quick_vendor(std::vector<std::string> more = {});
@@ -51,7 +56,7 @@ std::vector<PhoneProcess> children_of_daemon(const Phone& phone);
 // Waits until the kernel-log worker of the start-up is reaped: then an idle daemon logs nothing
 // more, and has no child.
 bool settled(const Phone& phone);
-bool eventually_childless(const Phone& phone, int limit_ms = 10000);
+bool eventually_childless(const Phone& phone, int limit_ms = 30000);
 // Every debug logcat that runs, of whatever run; and one for each buffer, "main" first.
 std::vector<PhoneProcess> debug_logcats(const Phone& phone);
 std::vector<PhoneProcess> logcats(const Phone& phone);
@@ -82,6 +87,3 @@ int64_t available(const Phone& phone, const std::string& path);
 // Lets the file `path` take everything of its file system but `left` bytes, or a little more when
 // others write meanwhile.
 void fill(const Phone& phone, const std::string& path, int64_t left);
-
-// Milliseconds of CLOCK_MONOTONIC.
-int64_t monotonic_now_ms();

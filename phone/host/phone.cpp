@@ -10,6 +10,7 @@
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
+#include <time.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -144,6 +145,12 @@ bool read_process(const std::string& proc, const std::string& name, PhoneProcess
 
 }  // namespace
 
+int64_t monotonic_now_ms() {
+  struct timespec now;
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return now.tv_sec * INT64_C(1000) + now.tv_nsec / 1000000;
+}
+
 RunResult run_on_host(const std::vector<std::string>& argv, const std::string& input) {
   return capture(input, [&] { exec_argv(argv); });
 }
@@ -179,7 +186,7 @@ Phone::Phone(const std::vector<std::string>& options, Until until) {
   input_ = std::move(input.write_end);
   launcher_pidfd_.reset(static_cast<int>(syscall(SYS_pidfd_open, launcher_, 0)));
   const std::string pid_file = directory_ + "/pid";
-  constexpr int kBootLimitMs = 10000;
+  constexpr int kBootLimitMs = 30000;
   const bool booted = eventually(
       [&] {
         struct pollfd ended = {launcher_pidfd_.get(), POLLIN, 0};

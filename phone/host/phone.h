@@ -13,15 +13,21 @@
 #include "phone/util.h"
 #include "platform/linux/property_area.h"
 
-// Polls `done` every 2 ms; false after `limit_ms`. For effects that another process owes us.
+// Milliseconds of CLOCK_MONOTONIC.
+int64_t monotonic_now_ms();
+
+// Polls `done` every 2 ms; false after `limit_ms` of CLOCK_MONOTONIC, but not before 5 looks: a
+// look at a busy machine's processes can take much of the limit. For effects that another process
+// owes us.
 template <typename Done>
-bool eventually(Done done, int limit_ms = 5000) {
-  constexpr int kStepMs = 2;
-  for (int waited = 0; waited <= limit_ms; waited += kStepMs) {
+bool eventually(Done done, int limit_ms = 30000) {
+  constexpr int kStepMs = 2, kFewestLooks = 5;
+  const int64_t deadline = monotonic_now_ms() + limit_ms;
+  for (int looks = 1;; looks++) {
     if (done()) return true;
+    if (looks >= kFewestLooks && monotonic_now_ms() >= deadline) return false;
     usleep(kStepMs * 1000);
   }
-  return done();
 }
 
 struct RunResult {
@@ -69,7 +75,7 @@ class Phone {
 
   bool ok() const { return init_ > 0; }
   pid_t init_pid() const { return init_; }  // as the host counts
-  bool wait_until_ready(int limit_ms = 20000) const;
+  bool wait_until_ready(int limit_ms = 30000) const;
   void end();
   // What the launcher and init wrote to standard error.
   std::string messages() const;

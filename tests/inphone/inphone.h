@@ -14,6 +14,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -30,13 +31,18 @@ namespace inphone {
 
 using Texts = std::vector<std::string>;
 
-// Polls `done` every 10 ms; false after `limit_ms`. For effects that another process owes us.
+// Polls `done` every 10 ms; false after `limit_ms` of CLOCK_MONOTONIC, but not before 5 looks: on a
+// busy machine a look can take much of the limit. For effects that another process owes us.
 template <typename Done>
-bool eventually(Done done, int limit_ms = 5000) {
-  for (int waited = 0; waited <= limit_ms; waited += 10, usleep(10 * 1000)) {
+bool eventually(Done done, int limit_ms = 20000) {
+  using std::chrono::steady_clock;
+  constexpr int kFewestLooks = 5;
+  const auto deadline = steady_clock::now() + std::chrono::milliseconds(limit_ms);
+  for (int looks = 1;; looks++) {
     if (done()) return true;
+    if (looks >= kFewestLooks && steady_clock::now() >= deadline) return false;
+    usleep(10 * 1000);
   }
-  return false;
 }
 
 // The whole file, "" when missing.
@@ -261,7 +267,7 @@ class ParkedChild {
   pid_t pid() const { return pid_; }
   // Lets the child end with status 0.
   void release() { (void)!write(gate_[1], "x", 1); }
-  // The signal that ended it, 0 for an exit; reaps it. -1 when it does not end within 5 s.
+  // The signal that ended it, 0 for an exit; reaps it. -1 when it does not end.
   int end_signal() {
     int status = -1;
     if (!eventually([&] { return waitpid(pid_, &status, WNOHANG) == pid_; })) return -1;
