@@ -4,7 +4,8 @@
 // For tests, properties make one misbehave: bench.logcat.BUFFER.ignore_term (1: SIGTERM does
 // nothing), bench.logcat.BUFFER.exit_after_ms (ends by itself, with
 // bench.logcat.BUFFER.exit_status); without "BUFFER." they hold for every logcat. A logcat takes
-// those of the buffers it reads.
+// those of the buffers it reads. bench.logcat.exit_pid ends the running logcat with that pid in the
+// same way, while another in its place goes on.
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
@@ -106,6 +107,7 @@ class Logcat {
   bool show(const LogEntry& entry);
   bool show_backlog();
   bool show_new();
+  bool is_told_to_exit();
   bool follow();
 
   LogcatOptions options_;
@@ -117,6 +119,7 @@ class Logcat {
   bool stubborn_ = false;
   int64_t end_ns_ = INT64_MAX;  // CLOCK_MONOTONIC
   sigset_t waiting_mask_;
+  PropertyArea properties_;
 };
 
 // A logcat that is started again with the same -f goes on behind the last line that it wrote there.
@@ -197,6 +200,11 @@ bool Logcat::show_backlog() {
   return true;
 }
 
+bool Logcat::is_told_to_exit() {
+  char value[92];
+  return properties_.get("bench.logcat.exit_pid", value) > 0 && atol(value) == getpid();
+}
+
 bool Logcat::follow() {
   // Looks at the buffers' ends this often. A watch would wake us sooner, but costs the writer more
   // than its own write, and delays our end: the kernel takes up to 20 ms to give an inotify
@@ -206,7 +214,7 @@ bool Logcat::follow() {
   while (true) {
     if (!show_new()) return false;
     const int64_t left = end_ns_ - clock_ns(CLOCK_MONOTONIC);
-    if (left <= 0 || g_terminated != 0) return true;
+    if (left <= 0 || g_terminated != 0 || is_told_to_exit()) return true;
     const struct timespec limit = {0, static_cast<long>(std::min(left, kLookEveryNs))};
     if (ppoll(polled.data(), polled.size(), &limit, &waiting_mask_) < 0 && errno != EINTR)
       return false;
@@ -220,6 +228,7 @@ int Logcat::run() {
     return 1;
   }
   prepare_signals();
+  if (!properties_.open()) return 1;
   if (!show_backlog()) return 1;
   if (options_.dump) return 0;
   if (!follow()) return 1;
