@@ -193,12 +193,18 @@ TEST_F(SelfLogger, ChildrenForkedBesideALoggingThreadNeverHang) {
   std::thread busy([&stop] {
     while (!stop) log_message(ANDROID_LOG_DEBUG, "utils", "busy", 1, "a line %d", 1);
   });
-  int ended_well = 0;
-  for (int i = 0; i < 2000; i++) {
+  // With a lock in a line one child of 43 hung: the fewest find that too, on a busy machine.
+  constexpr int kForks = 2000, kFewestForks = 200;
+  const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+  int forked = 0, ended_well = 0;
+  const auto goes_on = [&] {
+    return forked < kFewestForks || (forked < kForks && std::chrono::steady_clock::now() < until);
+  };
+  for (; goes_on(); forked++) {
     const pid_t child = fork_process(group::inherit);
     if (child == 0) {
       alarm(20);  // ends a child that hangs
-      log_message(ANDROID_LOG_DEBUG, "utils", "child", 1, "a line %d", i);
+      log_message(ANDROID_LOG_DEBUG, "utils", "child", 1, "a line %d", forked);
       _exit(0);
     }
     int status = -1;
@@ -207,7 +213,7 @@ TEST_F(SelfLogger, ChildrenForkedBesideALoggingThreadNeverHang) {
   }
   stop = true;
   busy.join();
-  EXPECT_EQ(ended_well, 2000);
+  EXPECT_EQ(ended_well, forked);
 }
 
 }  // namespace

