@@ -167,9 +167,12 @@ TEST(DeviceReport, AnItemIsItsLabelAndIndentedOutput) {
   put("/tmp/exact", piece + "\n");
   for (const auto& [command, item] : rows)
     EXPECT_EQ(write_device_base_info("Label", command), item) << command;
-  const rlimit none = {0, 0};
+  rlimit before;
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+  const rlimit none = {0, before.rlim_max};
   ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
   EXPECT_EQ(write_device_base_info("Label", "echo one"), "");  // not even a pipe
+  setrlimit(RLIMIT_NOFILE, &before);                           // a leak checker needs some
 }
 
 TEST(DeviceReport, IsRootedByAProgramInPathOrByTheProperty) {

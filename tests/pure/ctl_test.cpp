@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 #include <string.h>
 
+#include <nlohmann/json.hpp>
+
 #include "client/json.h"
 #include "client/reply.h"
 #include "client/requests.h"
@@ -185,23 +187,15 @@ TEST(CtlReply, IsRefusedWhenItLies) {
 }
 
 TEST(CtlJson, HoldsAnyBytes) {
-  const struct {
-    std::string bytes;
-    const char* json;
-  } rows[] = {
-      {"", "\"\""},
-      {"a\"b\\c/", "\"a\\\"b\\\\c/\""},
-      {std::string("\0\n\t\x1f\x7f", 5), "\"\\u0000\\u000a\\u0009\\u001f\\u007f\""},
-      {"\xc3\xa9\xf0\x9f\x98\x80", "\"\xc3\xa9\xf0\x9f\x98\x80\""},
-      {"\xff"
-       "a",
-       "\"\xef\xbf\xbd"
-       "a\""},
-      {"\xe2\x82"
-       "x",
-       "\"\xef\xbf\xbd\xef\xbf\xbdx\""},  // a cut character takes nothing with it
+  const std::string any = std::string("\0\n\t\x1f\x7f a\"b\\c/\xc3\xa9\xf0\x9f\x98\x80", 18);
+  const std::string rows[][2] = {
+      {"", ""},
+      {any, any},
+      {"\xff!", "\xef\xbf\xbd!"},
+      {"\xe2\x82!", "\xef\xbf\xbd\xef\xbf\xbd!"},  // a cut character takes nothing with it
   };
-  for (const auto& row : rows) EXPECT_EQ(json_writer().string(row.bytes).text(), row.json);
+  for (const auto& [bytes, read] : rows)
+    EXPECT_EQ(nlohmann::json::parse(json_writer().string(bytes).text()), read);
 
   json_writer json;
   json.begin_object().key("a").begin_array().number(-1).null().begin_object().end_object();

@@ -150,28 +150,6 @@ TEST_F(PropertyAreaTest, PersistentOnesOutliveABoot) {
   EXPECT_EQ(read("/data/property/persistent_properties.tmp"), "");
 }
 
-TEST_F(PropertyAreaTest, OpensOnlyWhatIsAnArea) {
-  PropertyArea same(root_);
-  ASSERT_TRUE(same.open());
-  area_->set("a", "1");
-  EXPECT_EQ(get(same, "a"), "1");
-
-  const std::string file = path("/dev/__properties__/area");
-  EXPECT_EQ(std::filesystem::status(file).permissions(), static_cast<std::filesystem::perms>(0644));
-  const auto size = std::filesystem::file_size(file);
-  PropertyArea none(root_ + "/missing");
-  EXPECT_FALSE(none.open());
-  EXPECT_EQ(errno, ENOENT);
-  EXPECT_EQ(none.set("a", "1"), -1);
-  EXPECT_EQ(get(none, "a"), "");
-  EXPECT_EQ(none.serial(), none.wait(0, 1));
-  std::filesystem::remove(file);
-  std::ofstream(file, std::ios::binary) << std::string(size, '\0');  // the size, but not the mark
-  EXPECT_FALSE(none.open() || PropertyArea(root_).open());
-  std::ofstream(file, std::ios::binary) << "short";
-  EXPECT_FALSE(PropertyArea(root_).open());
-}
-
 TEST_F(PropertyAreaTest, WaitReturnsWithTheNextSetOrTheTime) {
   const uint32_t seen = area_->serial();
   EXPECT_EQ(area_->wait(seen, 0), seen);

@@ -3,11 +3,9 @@
 
 #include <gtest/gtest.h>
 #include <stdint.h>
-#include <stdlib.h>
 
 #include <fstream>
-#include <iterator>
-#include <regex>
+#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
@@ -34,43 +32,19 @@ inline std::string source_root() {
   return SOURCE_ROOT;
 }
 
-// The strings in `json`, in order; "\\n" is a newline, another escaped character itself.
-inline std::vector<std::string> json_strings(const std::string& json) {
-  static const std::regex quoted("\"((?:\\\\.|[^\"\\\\])*)\"");
-  std::vector<std::string> found;
-  for (std::sregex_iterator it(json.begin(), json.end(), quoted), end; it != end; ++it) {
-    const std::string newline = std::regex_replace((*it)[1].str(), std::regex("\\\\n"), "\n");
-    found.push_back(std::regex_replace(newline, std::regex("\\\\(.)"), "$1"));
-  }
-  return found;
-}
-
-// Reads as much of JSON as the file uses: each object is flat and begins with its name, and a list
-// of strings holds no brace.
 inline VectorFile read_vectors() {
   std::ifstream stream(source_root() + "/protocol/vectors.json");
   EXPECT_TRUE(stream.good());
-  const std::string text(std::istreambuf_iterator<char>(stream), {});
-  static const std::regex member(
-      "\"([a-z]+)\": (\\[[^\\]{]*\\]|\"(?:\\\\.|[^\"\\\\])*\"|-?[0-9]+)");
+  const nlohmann::json root = nlohmann::json::parse(stream);
   VectorFile file;
-  for (std::sregex_iterator it(text.begin(), text.end(), member), end; it != end; ++it) {
-    const std::string key = (*it)[1], value = (*it)[2];
-    const std::vector<std::string> strings = json_strings(value);
-    const std::string first = strings.empty() ? "" : strings[0];
-    if (key == "protocol") file.protocol = atoi(value.c_str());
-    if (key == "name") file.vectors.emplace_back();
-    if (file.vectors.empty()) continue;
-    Vector& vector = file.vectors.back();
-    if (key == "name") vector.name = first;
-    if (key == "given") vector.given = strings;
-    if (key == "code") vector.code = static_cast<int32_t>(atoll(value.c_str()));
-    if (key == "serial") vector.serial = atoll(first.c_str());
-    if (key == "arguments") vector.encodable = true, vector.arguments = strings;
-    if (key == "request") vector.request = first;
-    if (key == "reply") vector.reply = first;
-    if (key == "then") vector.then = first;
-    if (key == "meaning") vector.meaning = first;
+  file.protocol = root.at("protocol");
+  for (const nlohmann::json& row : root.at("vectors")) {
+    const std::vector<std::string> none;
+    file.vectors.push_back({row.at("name"), row.value("given", none), row.at("code"),
+                            std::stoll(row.at("serial").get<std::string>()),
+                            row.contains("arguments"), row.value("arguments", none),
+                            row.at("request"), row.at("reply"), row.value("then", ""),
+                            row.at("meaning")});
   }
   EXPECT_GT(file.vectors.size(), 80u);
   return file;

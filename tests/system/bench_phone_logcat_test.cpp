@@ -5,7 +5,6 @@
 #include <sys/stat.h>
 
 #include "phone/host/phone.h"
-#include "phone/log_buffers.h"
 
 namespace {
 
@@ -20,16 +19,12 @@ class BenchLogcat : public ::testing::Test {
   Phone phone{{"--no-daemon"}};
 
   // Starts one in the background; its pid as the phone counts.
-  pid_t start(const std::string& arguments, const std::string& before = "") {
-    const RunResult result = phone.shell(before + "logcat " + arguments +
+  pid_t start(const std::string& arguments) {
+    const RunResult result = phone.shell("logcat " + arguments +
                                          " > /dev/null 2> /data/logcat.err < /dev/null & echo $!");
     return atoi(result.out.c_str());
   }
   void log(const std::string& arguments) { EXPECT_EQ(phone.shell("log " + arguments).status, 0); }
-  off_t bytes_held(const std::string& buffer) {
-    struct stat st;
-    return stat(phone.inside(log_buffer_path(buffer)).c_str(), &st) == 0 ? st.st_blocks * 512 : -1;
-  }
   bool gone(pid_t pid) {
     return eventually([&] {
       for (const PhoneProcess& process : phone.processes()) {
@@ -61,21 +56,6 @@ TEST_F(BenchLogcat, FollowsAndRotates) {
   ASSERT_EQ(stat(phone.inside("/data/m.txt.03").c_str(), &st), 0);
   EXPECT_GE(st.st_size, 64 * 1024);
   EXPECT_LT(st.st_size, 64 * 1024 + 200);
-}
-
-// SIGTERM ends it as a signal, so that its parent can tell it from a logcat that died by itself;
-// and an ignored SIGTERM stays ignored, as with the real tool.
-TEST_F(BenchLogcat, DiesOfSigterm) {
-  const RunResult ended = phone.shell(
-      "log ready; logcat -b main -f /data/w.txt & until [ -s /data/w.txt ]; do :; done;"
-      "kill $!; wait $!");
-  EXPECT_EQ(ended.status, 128 + SIGTERM) << ended.err;
-  const pid_t deaf = start("-b main -f /data/d.txt", "trap '' TERM; ");
-  log("steady");
-  ASSERT_TRUE(eventually([&] { return count_of(phone.read("/data/d.txt"), "steady") == 1; }));
-  ASSERT_TRUE(phone.signal(deaf, SIGTERM));
-  log("still");
-  EXPECT_TRUE(eventually([&] { return count_of(phone.read("/data/d.txt"), "still") == 1; }));
 }
 
 }  // namespace

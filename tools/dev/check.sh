@@ -19,7 +19,7 @@ check_banned() {
 
 # The suites that have threads: everything under the thread sanitizer would take as long as the rest
 # of the check, and it lets no signal through to code that it runs in its own time.
-threaded='^(Collector|Feedback|GeneralDump|Logcat|Mobile|NotedSignals|OtherThreads|OwnIds|PropertyArea|Props|ReapAny|RotateFpLogs|Rotation|SelfLog|UtcOffset|WaitReady|WaitWithin)'
+threaded='^(Collector|Feedback|Logcat|Mobile|NotedSignals|OtherThreads|OwnIds|PropertyArea|Props|ReapAny|RotateFpLogs|Rotation|SelfLog|UtcOffset|WaitReady|WaitWithin)'
 
 # The clock of the first is moved by a preloaded library, which gets in before the sanitizer's and
 # hangs; the others run compilers and no code of this build.
