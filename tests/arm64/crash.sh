@@ -2,20 +2,7 @@
 # the phone must be crashed. Hours pass by the clock file. That this comes back is the failure.
 readonly clock=/data/local/tmp/clock
 
-die() {
-  echo "crash: FAILED: $*"
-  logcat -d | tail -n 30
-  exit 1
-}
-await() {
-  typeset what=$1 end=$((SECONDS + 120))
-  shift
-  until "$@"; do
-    [ $SECONDS -lt $end ] || die "no $what within two minutes"
-    sleep 0.1
-  done
-}
-log_has() { logcat -d | grep -q -e "$1"; }
+. /data/local/tmp/step.sh
 # In one step: a reader that saw an empty file would be thrown back by hours.
 move_clock() {
   echo "+$1" > $clock.new

@@ -3,21 +3,7 @@
 readonly name=zelka_goodix_ts
 readonly fingers=/data/local/tmp/fingers
 
-die() {
-  echo "record: FAILED: $*"
-  logcat -d | tail -n 30
-  exit 1
-}
-# await WHAT COMMAND...: polls for two minutes; an emulated machine is slow.
-await() {
-  typeset what=$1 end=$((SECONDS + 120))
-  shift
-  until "$@"; do
-    [ $SECONDS -lt $end ] || die "no $what within two minutes"
-    sleep 0.1
-  done
-}
-log_has() { logcat -d | grep -q -e "$1"; }
+. /data/local/tmp/step.sh
 
 harrowmossctl start mobile,touch || die "no start"
 working=/data/misc/zelkalog/$(basename "$(getprop sys.harrowmossd.log_store_path)")

@@ -1,0 +1,20 @@
+# Sourced by what is tried in a phone of the emulated guest.
+
+# die WHAT: says so on the console, with the end of the log, and ends the step.
+die() {
+  echo "$(basename "$0" .sh): FAILED: $*"
+  logcat -d | tail -n 30
+  exit 1
+}
+
+# await WHAT COMMAND...: polls for two minutes; an emulated machine is slow.
+await() {
+  typeset what=$1 end=$((SECONDS + 120))
+  shift
+  until "$@"; do
+    [ $SECONDS -lt $end ] || die "no $what within two minutes"
+    sleep 0.1
+  done
+}
+
+log_has() { logcat -d | grep -q -e "$1"; }
