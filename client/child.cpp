@@ -15,8 +15,9 @@
 namespace {
 
 // The child's body: standard streams, then the tool. Only calls that are safe after a fork.
-[[noreturn]] void become(const child_setup& setup, char* const* argv) {
-  prctl(PR_SET_PDEATHSIG, SIGKILL);  // nobody would take what it makes
+[[noreturn]] void become(const child_setup& setup, char* const* argv, pid_t parent) {
+  prctl(PR_SET_PDEATHSIG, SIGKILL);     // nobody would take what it makes
+  if (getppid() != parent) _exit(127);  // too late to be told
   const int null = open("/dev/null", O_RDWR | O_CLOEXEC);
   dup2(setup.in == -1 ? null : setup.in, STDIN_FILENO);
   dup2(setup.out == -1 ? null : setup.out, STDOUT_FILENO);
@@ -31,8 +32,9 @@ pid_t start_child(const child_setup& setup) {
   std::vector<char*> argv;
   for (const std::string& word : setup.argv) argv.push_back(const_cast<char*>(word.c_str()));
   argv.push_back(nullptr);
+  const pid_t parent = getpid();
   const pid_t pid = fork();
-  if (pid == 0) become(setup, argv.data());
+  if (pid == 0) become(setup, argv.data(), parent);
   return pid;
 }
 

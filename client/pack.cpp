@@ -55,11 +55,11 @@ class unfinished_file {
   explicit unfinished_file(const std::string& target) {
     const size_t slash = target.find_last_of('/') + 1;
     path_ = target.substr(0, slash) + "." + target.substr(slash) + "." + std::to_string(getpid());
-    unlink(path_.c_str());  // of a process with our number, long gone
-    fd_.reset(open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
-    if (fd_.get() == -1) return;
-    s_path = path_.c_str();
+    unlink(path_.c_str());   // of a process with our number, long gone
+    s_path = path_.c_str();  // before there is a file: a signal may come at once
     for (const int sig : {SIGINT, SIGTERM, SIGHUP}) signal(sig, remove_and_end);
+    fd_.reset(open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
+    if (fd_.get() == -1) s_path = nullptr;
   }
   ~unfinished_file() {
     if (s_path == nullptr) return;
