@@ -128,22 +128,18 @@ TEST(CheckDirPrefixAccess, WantsThePrefixAndAWritableDirectory) {
 TEST(IsDirExist, OnlyWhatOpensAsADirectory) {
   put("/data/file", "");
   ASSERT_EQ(symlink("/data", "/data/link"), 0);
-  const struct {
-    const char* path;
-    int expected;
-  } rows[] = {{"/data", 0}, {"/data/", 0},    {"/data/link", 0}, {"/data/file", -1},
-              {"", -1},     {"/missing", -1}, {nullptr, -1}};
-  for (const auto& row : rows)
-    EXPECT_EQ(is_dir_exist(row.path), row.expected) << (row.path == nullptr ? "null" : row.path);
+  const std::pair<const char*, int> rows[] = {{"/data", 0},       {"/data/", 0}, {"/data/link", 0},
+                                              {"/data/file", -1}, {"", -1},      {"/missing", -1},
+                                              {nullptr, -1}};
+  for (const auto& [path, expected] : rows)
+    EXPECT_EQ(is_dir_exist(path), expected) << (path == nullptr ? "null" : path);
 }
 
 TEST(GetFileName, IsBehindTheLastSeparatorOfEitherKind) {
-  const struct {
-    const char* path;
-    const char* name;
-  } rows[] = {{"/a/b.txt", "b.txt"}, {"b.txt", "b.txt"}, {"/a/", ""},
-              {"c:\\a\\b", "b"},     {"/a\\b/c", "c"},   {"", ""}};
-  for (const auto& row : rows) EXPECT_STREQ(get_file_name(row.path), row.name);
+  const std::pair<const char*, const char*> rows[] = {{"/a/b.txt", "b.txt"}, {"b.txt", "b.txt"},
+                                                      {"/a/", ""},           {"c:\\a\\b", "b"},
+                                                      {"/a\\b/c", "c"},      {"", ""}};
+  for (const auto& [path, name] : rows) EXPECT_STREQ(get_file_name(path), name);
   EXPECT_EQ(get_file_name(nullptr), nullptr);
 }
 
@@ -160,19 +156,16 @@ TEST(GetLatestFile, IsTheNewestThatHoldsTheNeedle) {
   put_at("/data/d/newest", 500);
   put_at("/data/d/epoch_only", 0);
   ASSERT_EQ(symlink("/missing", "/data/d/anr_dangling"), 0);
-  const struct {
-    const char* needle;
-    const char* found;
-  } rows[] = {{"anr_", "/data/d/anr_3"},
-              {"anr", "/data/d/traces_2_anr"},
-              {"", "/data/d/newest"},
-              {"tombstone", ""},
-              {"epoch", ""},  // never later than the start
-              {".", ""}};
-  for (const auto& row : rows) {
-    const std::unique_ptr<char[]> latest(getLatestFile("/data/d/", row.needle));
+  const std::pair<const char*, const char*> rows[] = {{"anr_", "/data/d/anr_3"},
+                                                      {"anr", "/data/d/traces_2_anr"},
+                                                      {"", "/data/d/newest"},
+                                                      {"tombstone", ""},
+                                                      {"epoch", ""},  // never later than the start
+                                                      {".", ""}};
+  for (const auto& [needle, found] : rows) {
+    const std::unique_ptr<char[]> latest(getLatestFile("/data/d/", needle));
     ASSERT_NE(latest, nullptr);
-    EXPECT_STREQ(latest.get(), row.found) << row.needle;
+    EXPECT_STREQ(latest.get(), found) << needle;
   }
   EXPECT_GE(logged("E stat /data/d/anr_dangling file error: No such file or directory\n"), 1);
 }

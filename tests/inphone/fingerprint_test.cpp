@@ -22,18 +22,16 @@ void kernel_says(const char* source, const char* text) {
 }
 
 TEST_F(Fingerprint, OneCopierOrTwo) {
-  const struct {
-    const char* two;
-    size_t copiers;
-  } rows[] = {{"", 1}, {"off", 1}, {"On", 1}, {"1", 1}, {"on", 2}, {"only", 2}};
+  const std::pair<const char*, size_t> rows[] = {{"", 1},  {"off", 1}, {"On", 1},
+                                                 {"1", 1}, {"on", 2},  {"only", 2}};
   size_t started = 0;
-  for (const auto& row : rows) {
-    property_set(kTwoProp, row.two);
+  for (const auto& [two, copiers] : rows) {
+    property_set(kTwoProp, two);
     bsp_log_pid = 0;
     EXPECT_EQ(catcher_fp_log(kRun, "fingerprint"), 0);
-    started += row.copiers;
-    EXPECT_EQ(workers().size(), started) << row.two;
-    EXPECT_EQ(bsp_log_pid != 0, row.copiers == 2) << row.two;
+    started += copiers;
+    EXPECT_EQ(workers().size(), started) << two;
+    EXPECT_EQ(bsp_log_pid != 0, copiers == 2) << two;
   }
 }
 

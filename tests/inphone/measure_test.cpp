@@ -132,10 +132,7 @@ TEST_F(Measure, SpaceNeededIsWholeBlocksAndOneForEachEntry) {
   ASSERT_EQ(symlink("/data/elsewhere", tree("link").c_str()), 0);
   put_bytes("/data/elsewhere/huge", 1 << 20);
   const int64_t block = 4096;
-  const struct {
-    std::string source;
-    int64_t blocks;
-  } rows[] = {
+  const std::pair<std::string, int64_t> rows[] = {
       {tree("one"), 2},
       {tree("full"), 2},
       {tree(".hidden"), 3},
@@ -145,8 +142,8 @@ TEST_F(Measure, SpaceNeededIsWholeBlocksAndOneForEachEntry) {
                                // out
       {kTree, 2 + 2 + 2 + 3 + 2},
   };
-  for (const auto& row : rows)
-    EXPECT_EQ(space_needed(row.source.c_str(), block), row.blocks * block) << row.source;
+  for (const auto& [source, blocks] : rows)
+    EXPECT_EQ(space_needed(source.c_str(), block), blocks * block) << source;
   // Without a free descriptor nothing is known of what a directory holds: too little must not do.
   rlimit before;
   ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);

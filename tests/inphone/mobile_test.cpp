@@ -104,23 +104,21 @@ std::string buffers_started() {
 }
 
 TEST(MobileBuffers, TheKernelsSinceThereIsOne) {
-  const struct {
-    const char* sdk;
-    const char* buffers;
-  } rows[] = {{"22", "main events system radio crash "},
-              {"23", "main events system radio crash kernel "},
-              {"33", "main events system radio crash kernel "},
-              {"", "main events system radio crash "}};
-  for (const auto& row : rows) {
-    EXPECT_EQ(with_properties({{"ro.build.version.sdk", row.sdk}},
+  const std::pair<const char*, const char*> rows[] = {
+      {"22", "main events system radio crash "},
+      {"23", "main events system radio crash kernel "},
+      {"33", "main events system radio crash kernel "},
+      {"", "main events system radio crash "}};
+  for (const auto& [sdk, buffers] : rows) {
+    EXPECT_EQ(with_properties({{"ro.build.version.sdk", sdk}},
                               [] {
                                 catch_sigchld();
                                 initialize_globals();
                                 catcher_mobile_log(kRun, "mobile");
                                 return buffers_started();
                               }),
-              row.buffers)
-        << row.sdk;
+              buffers)
+        << sdk;
   }
 }
 

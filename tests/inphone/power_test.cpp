@@ -71,21 +71,19 @@ TEST_F(Power, TheFuelGaugesShellIsFoundFromTheRootOnly) {
 }
 
 TEST_F(Power, StopUndoesItWhenTheTypeIsOn) {
-  const struct {
-    const char* types;
-    bool undone;
-  } rows[] = {{"8", true}, {"32767", true}, {"1", false}, {"", false}, {"32759", false}};
-  for (const auto& row : rows) {
-    property_set(kTypeProp, row.types);
+  const std::pair<const char*, bool> rows[] = {
+      {"8", true}, {"32767", true}, {"1", false}, {"", false}, {"32759", false}};
+  for (const auto& [types, undone] : rows) {
+    property_set(kTypeProp, types);
     put(kSwitch, "1\n");
     const PropertiesSince since;
     const size_t before = shell_commands().size();
     stop_power_log(kRun);
-    EXPECT_EQ(since.sets(), row.undone ? Texts{"persist.service.powersave.logs=0"} : Texts());
-    EXPECT_EQ(get(kSwitch), row.undone ? "0\n" : "1\n") << row.types;
+    EXPECT_EQ(since.sets(), undone ? Texts{"persist.service.powersave.logs=0"} : Texts());
+    EXPECT_EQ(get(kSwitch), undone ? "0\n" : "1\n") << types;
     Texts commands = shell_commands();
     commands.erase(commands.begin(), commands.begin() + static_cast<ptrdiff_t>(before));
-    EXPECT_EQ(commands, row.undone ? Texts{kStop} : Texts()) << row.types;
+    EXPECT_EQ(commands, undone ? Texts{kStop} : Texts()) << types;
   }
   EXPECT_TRUE(exists(std::string(kRun) + "/power/batterystats.txt"));
 }

@@ -8,14 +8,12 @@ using namespace inphone;
 
 TEST(Props, IntegersAreTheNumberThatTheValueBeginsWith) {
   EXPECT_EQ(get_int_prop("bench.unset", 9), 9);
-  const struct {
-    const char* value;
-    int expected;
-  } rows[] = {{"12", 12}, {"0", 0},  {"-3", -3}, {"7 files", 7}, {"0x10", 0},
-              {"abc", 0}, {" 5", 5}, {"", 9},    {"+4", 4},      {"2147483647", 2147483647}};
-  for (const auto& row : rows) {
-    setprop("bench.int", row.value);
-    EXPECT_EQ(get_int_prop("bench.int", 9), row.expected) << row.value;
+  const std::pair<const char*, int> rows[] = {
+      {"12", 12}, {"0", 0},  {"-3", -3}, {"7 files", 7}, {"0x10", 0},
+      {"abc", 0}, {" 5", 5}, {"", 9},    {"+4", 4},      {"2147483647", 2147483647}};
+  for (const auto& [value, expected] : rows) {
+    setprop("bench.int", value);
+    EXPECT_EQ(get_int_prop("bench.int", 9), expected) << value;
   }
 }
 
@@ -63,16 +61,14 @@ TEST(Props, SwitchesAreOnWhenTheirValueBeginsWithOn) {
     bool (*asked)();
   } switches[] = {{kEnableProp, is_logger_enabled},
                   {"sys.poweroffcharge.control", is_poweroffcharge}};
-  const struct {
-    const char* value;
-    bool on;
-  } rows[] = {{"on", true}, {"only", true}, {"onx", true}, {"On", false},  {"ON", false},
-              {"", false},  {"o", false},   {"1", false},  {" on", false}, {"off", false}};
+  const std::pair<const char*, bool> rows[] = {
+      {"on", true}, {"only", true}, {"onx", true}, {"On", false},  {"ON", false},
+      {"", false},  {"o", false},   {"1", false},  {" on", false}, {"off", false}};
   for (const auto& each : switches) {
     EXPECT_FALSE(each.asked()) << each.key;
-    for (const auto& row : rows) {
-      setprop(each.key, row.value);
-      EXPECT_EQ(each.asked(), row.on) << each.key << "=" << row.value;
+    for (const auto& [value, on] : rows) {
+      setprop(each.key, value);
+      EXPECT_EQ(each.asked(), on) << each.key << "=" << value;
     }
   }
 }
@@ -94,13 +90,11 @@ TEST(Props, EitherPropertyMeansATestSuiteRuns) {
 
 TEST(Props, AMonkeyIsExactlyTrue) {
   EXPECT_FALSE(is_in_monkey());
-  const struct {
-    const char* value;
-    bool in_monkey;
-  } rows[] = {{"true", true}, {"True", false}, {"true ", false}, {"trueish", false}, {"1", false}};
-  for (const auto& row : rows) {
-    setprop("sys.zelka.monkey", row.value);
-    EXPECT_EQ(is_in_monkey(), row.in_monkey) << row.value;
+  const std::pair<const char*, bool> rows[] = {
+      {"true", true}, {"True", false}, {"true ", false}, {"trueish", false}, {"1", false}};
+  for (const auto& [value, in_monkey] : rows) {
+    setprop("sys.zelka.monkey", value);
+    EXPECT_EQ(is_in_monkey(), in_monkey) << value;
   }
 }
 

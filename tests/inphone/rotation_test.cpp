@@ -20,18 +20,16 @@ class RotateFpLogs : public ::testing::Test {
 };
 
 TEST_F(RotateFpLogs, OnlyTheseNames) {
-  const struct {
-    const char* name;
-    bool known;
-  } rows[] = {{"qsee_log.txt", true},   {"tzbsp.txt", true},       {"qrtr_last", true},
-              {"qrtr_last.txt", true},  {"qsee_log.txt.1", false}, {"QSEE_LOG.TXT", false},
-              {"qrtr_last.log", false}, {"main.txt", false}};
-  for (const auto& row : rows) {
-    put_bytes(file(row.name), 4096);
-    rotateFpLogs(kDir, row.name, 4096, 1);
-    EXPECT_EQ(exists(file(row.name) + ".1"), row.known) << row.name;
-    EXPECT_EQ(logged(std::string("E error support fp log only. fileName:") + row.name + "\n"),
-              row.known ? 0 : 1);
+  const std::pair<const char*, bool> rows[] = {{"qsee_log.txt", true},    {"tzbsp.txt", true},
+                                               {"qrtr_last", true},       {"qrtr_last.txt", true},
+                                               {"qsee_log.txt.1", false}, {"QSEE_LOG.TXT", false},
+                                               {"qrtr_last.log", false},  {"main.txt", false}};
+  for (const auto& [name, known] : rows) {
+    put_bytes(file(name), 4096);
+    rotateFpLogs(kDir, name, 4096, 1);
+    EXPECT_EQ(exists(file(name) + ".1"), known) << name;
+    EXPECT_EQ(logged(std::string("E error support fp log only. fileName:") + name + "\n"),
+              known ? 0 : 1);
   }
 }
 

@@ -60,10 +60,7 @@ TEST_F(SelfLogger, ALineIsDateNameIdsAndMessage) {
 }
 
 TEST_F(SelfLogger, ANewlineIsAddedOnlyToALineThatHasNone) {
-  const struct {
-    const char* message;
-    const char* written;
-  } rows[] = {
+  const std::pair<const char*, const char*> rows[] = {
       {"plain", "plain\n"},
       {"its own\n", "its own\n"},
       {"in the\nmiddle", "in the\nmiddle"},
@@ -71,7 +68,7 @@ TEST_F(SelfLogger, ANewlineIsAddedOnlyToALineThatHasNone) {
       {"", ""},  // the whole line is dropped
       {"100%", "100%\n"},
   };
-  for (const auto& row : rows) EXPECT_EQ(appended("%s", row.message), row.written);
+  for (const auto& [message, written] : rows) EXPECT_EQ(appended("%s", message), written);
 }
 
 TEST_F(SelfLogger, CutsALineAt1023BytesWithItsNewline) {

@@ -50,16 +50,13 @@ TEST_F(Shell, EveryByteOfANameComesBackAsItWas) {
 }
 
 TEST_F(Shell, ResultsAreWaitStatuses) {
-  const struct {
-    const char* command;
-    int status;
-  } rows[] = {
+  const std::pair<const char*, int> rows[] = {
       {"true", 0},         {"exit 3", 3 << 8},      {"no_such_command_here", 127 << 8},
       {"/data", 126 << 8}, {"kill -9 $$", SIGKILL}, {"", 0},
   };
-  for (const auto& row : rows) {
-    EXPECT_EQ(run_shell(row.command), row.status) << row.command;
-    EXPECT_EQ(run_tool(row.command), row.status) << row.command;
+  for (const auto& [command, status] : rows) {
+    EXPECT_EQ(run_shell(command), status) << command;
+    EXPECT_EQ(run_tool(command), status) << command;
   }
 }
 
@@ -95,10 +92,7 @@ TEST_F(Shell, OnlyTheMainProcessGivesItAGroup) {
 
 TEST_F(Shell, LinesArriveAsTheyAreWritten) {
   const std::string longer(600, 'x');
-  const struct {
-    std::string command;
-    Texts pieces;
-  } rows[] = {
+  const std::pair<std::string, Texts> rows[] = {
       {"echo one; echo; echo two", {"one\n", "\n", "two\n"}},
       {"print -n partial", {"partial"}},
       {"true", {}},
@@ -108,9 +102,9 @@ TEST_F(Shell, LinesArriveAsTheyAreWritten) {
       {"print " + longer.substr(0, 254), {longer.substr(0, 254) + "\n"}},
       {"print " + longer.substr(0, 255), {longer.substr(0, 255), "\n"}},
   };
-  for (const auto& row : rows) {
-    EXPECT_EQ(pieces_of(row.command), row.pieces) << row.command;
-    EXPECT_EQ(pieces_of(row.command, kUnbounded), row.pieces) << row.command;
+  for (const auto& [command, pieces] : rows) {
+    EXPECT_EQ(pieces_of(command), pieces) << command;
+    EXPECT_EQ(pieces_of(command, kUnbounded), pieces) << command;
   }
 }
 

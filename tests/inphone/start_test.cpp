@@ -40,17 +40,14 @@ std::string stamp_of(time_t when) {
 }
 
 TEST_F(Start, ARunIsNamedByItsNumberAndTheLocalTime) {
-  const struct {
-    int sequence;
-    const char* prefix;
-  } rows[] = {{1, "1#"}, {12, "12#"}, {2147483647, "2147483647#"}, {0, ""}, {-1, ""}};
-  for (const auto& row : rows) {
+  const std::pair<int, const char*> rows[] = {
+      {1, "1#"}, {12, "12#"}, {2147483647, "2147483647#"}, {0, ""}, {-1, ""}};
+  for (const auto& [sequence, prefix] : rows) {
     char name[32];
     const time_t before = time(nullptr);
-    const int length = get_current_datetime_with_sequence(name, row.sequence);
+    const int length = get_current_datetime_with_sequence(name, sequence);
     const time_t after = time(nullptr);
-    EXPECT_TRUE(name == row.prefix + stamp_of(before) || name == row.prefix + stamp_of(after))
-        << name;
+    EXPECT_TRUE(name == prefix + stamp_of(before) || name == prefix + stamp_of(after)) << name;
     EXPECT_EQ(static_cast<size_t>(length), strlen(name));
   }
 }
@@ -96,32 +93,28 @@ TEST_F(Start, ARunIsNumberedPublishedAndMadeInThisOrder) {
 }
 
 TEST_F(Start, TheNumberGoesOnFromWhateverStandsThere) {
-  const struct {
-    const char* before;
-    const char* number;
-  } rows[] = {{"", "1"}, {"41", "42"}, {"text", "1"}, {"7x", "8"}, {"-1", "0"}};
+  const std::pair<const char*, const char*> rows[] = {
+      {"", "1"}, {"41", "42"}, {"text", "1"}, {"7x", "8"}, {"-1", "0"}};
   switch_on("0");
-  for (const auto& row : rows) {
-    setprop(kSequenceProp, row.before);
+  for (const auto& [before, number] : rows) {
+    setprop(kSequenceProp, before);
     start_debug_log();
-    EXPECT_EQ(prop(kSequenceProp), row.number);
+    EXPECT_EQ(prop(kSequenceProp), number);
     const std::string name = s_log_dir_name;
     const size_t cut = name.find('#');
-    EXPECT_EQ(cut == std::string::npos ? "0" : name.substr(0, cut), row.number) << name;
+    EXPECT_EQ(cut == std::string::npos ? "0" : name.substr(0, cut), number) << name;
   }
 }
 
 TEST_F(Start, TheMaskIsDecimal) {
-  const struct {
-    const char* types;
-    bool extended;
-  } rows[] = {{"0x3", false}, {"abc", false}, {"2048", false}, {"65536", true}};
-  for (const auto& row : rows) {
-    switch_on(row.types);
+  const std::pair<const char*, bool> rows[] = {
+      {"0x3", false}, {"abc", false}, {"2048", false}, {"65536", true}};
+  for (const auto& [types, extended] : rows) {
+    switch_on(types);
     s_extended_logcat_count = false;
     start_debug_log();
-    EXPECT_EQ(s_extended_logcat_count, row.extended) << row.types;
-    EXPECT_EQ(list(s_log_store_path), Texts{}) << row.types;
+    EXPECT_EQ(s_extended_logcat_count, extended) << types;
+    EXPECT_EQ(list(s_log_store_path), Texts{}) << types;
   }
   EXPECT_EQ(get(kCallsLog), "");  // none of these bits starts a capture
 }

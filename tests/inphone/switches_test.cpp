@@ -108,20 +108,17 @@ TEST(Switches, OffIsWrittenForTheTypesThatAreOn) {
 }
 
 TEST(Switches, DumpsGoBackToTheirLevelsOnReleasesOnly) {
-  const struct {
-    const char* release;
-    bool set;
-  } rows[] = {{"1", true}, {"0", false}, {"", false}, {"2", false}, {"true", false}, {"1x", true}};
-  for (const auto& row : rows) {
-    property_set("persist.sys.zelka.release", row.release);
+  const std::pair<const char*, bool> rows[] = {{"1", true},  {"0", false},    {"", false},
+                                               {"2", false}, {"true", false}, {"1x", true}};
+  for (const auto& [release, set] : rows) {
+    property_set("persist.sys.zelka.release", release);
     const Trace trace = trace_of(stop_dump_log);
     EXPECT_EQ(trace.sets,
-              row.set ? (Texts{"persist.sys.ssr.restart_level=3", "persist.sys.ap.restart_level=0",
-                               "persist.sys.zelka_pwrkey_dump=0"})
-                      : Texts())
-        << row.release;
-    EXPECT_EQ(trace.messages,
-              row.set ? (Texts{"D function invoked", "E stop dump log"}) : kInvoked);
+              set ? (Texts{"persist.sys.ssr.restart_level=3", "persist.sys.ap.restart_level=0",
+                           "persist.sys.zelka_pwrkey_dump=0"})
+                  : Texts())
+        << release;
+    EXPECT_EQ(trace.messages, set ? (Texts{"D function invoked", "E stop dump log"}) : kInvoked);
   }
 }
 

@@ -27,14 +27,12 @@ class Systrace : public Catchers {
 
 TEST_F(Systrace, ACommandIsFourBytesTheHighestFirst) {
   start_service();
-  const struct {
-    int code;
-    const char* bytes;
-  } rows[] = {{0, "00000000"}, {2, "00000002"}, {0x01020304, "01020304"}, {-2, "fffffffe"}};
+  const std::pair<int, const char*> rows[] = {
+      {0, "00000000"}, {2, "00000002"}, {0x01020304, "01020304"}, {-2, "fffffffe"}};
   std::string all;
-  for (const auto& row : rows) {
-    EXPECT_EQ(status_of_sending(row.code), 0);
-    all += std::string(row.bytes) + "\n";
+  for (const auto& [code, bytes] : rows) {
+    EXPECT_EQ(status_of_sending(code), 0);
+    all += std::string(bytes) + "\n";
     EXPECT_TRUE(eventually([&] { return get(kPackets) == all; })) << get(kPackets);
   }
   EXPECT_EQ(logged("E ret is 4\n"), 4);

@@ -111,19 +111,16 @@ TEST(CtlDu, ShowsQuotaRoomAndTheNextToGo) {
         "{\"path\":\"/data\",\"wanted\":134217729,\"free\":null,\"enough\":true}"}) {
     EXPECT_TRUE(holds(client.out, piece)) << piece << " in\n" << client.out;
   }
-  const struct {
-    std::map<std::string, std::string> changes;
-    const char* removal;
-  } rows[] = {
+  const std::pair<std::map<std::string, std::string>, const char*> rows[] = {
       {{{"persist.sys.zelka.log.del", "false"}}, "switched off"},
       {{{"persist.sys.zklog.enable", "off"}}, "none while debug logging is off"},
       {{{"persist.sys.zelka.log.size", "20"}}, "none: below the quota"},
   };
-  for (const auto& row : rows) {
+  for (const auto& [changes, removal] : rows) {
     const auto kept = client.properties;
-    for (const auto& [key, value] : row.changes) client.properties[key] = value;
+    for (const auto& [key, value] : changes) client.properties[key] = value;
     EXPECT_EQ(client.run({"du"}), EXIT_OK);
-    EXPECT_TRUE(holds(client.out, std::string("removal:    ") + row.removal)) << client.out;
+    EXPECT_TRUE(holds(client.out, std::string("removal:    ") + removal)) << client.out;
     client.properties = kept;
   }
   client.free_bytes["/data"] = 134217727;

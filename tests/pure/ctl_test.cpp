@@ -45,10 +45,7 @@ TEST(CtlCommandLine, IsUnderstood) {
 }
 
 TEST(CtlCommandLine, MisuseEndsWith2AndSaysWhy) {
-  const struct {
-    std::vector<std::string> words;
-    const char* said;
-  } rows[] = {
+  const std::pair<std::vector<std::string>, const char*> rows[] = {
       {{}, "no command"},
       {{"sttaus"}, "no command \"sttaus\""},
       {{"version", "--jsno"}, "unknown option --jsno"},
@@ -71,10 +68,10 @@ TEST(CtlCommandLine, MisuseEndsWith2AndSaysWhy) {
       {{"raw", "--yes", "010"}, "hexadecimal"},
       {{"raw", "--yes", std::string(2 * 342, 'f')}, "aborts"},
   };
-  for (const auto& row : rows) {
+  for (const auto& [words, said] : rows) {
     bench_client client;
-    EXPECT_EQ(client.run(row.words), EXIT_USAGE) << row.said;
-    EXPECT_TRUE(holds(client.err, row.said)) << client.err;
+    EXPECT_EQ(client.run(words), EXIT_USAGE) << said;
+    EXPECT_TRUE(holds(client.err, said)) << client.err;
     EXPECT_EQ(client.out, "");
   }
 }
@@ -204,10 +201,7 @@ TEST(CtlJson, HoldsAnyBytes) {
 }
 
 TEST(CtlText, CannotSteerATerminal) {
-  const struct {
-    const char* bytes;
-    const char* shown;
-  } rows[] = {
+  const std::pair<const char*, const char*> rows[] = {
       {"plain\nlines \xc3\xa9", "plain\nlines \xc3\xa9"},
       {"\x1b[2J", "\\x1b[2J"},
       {"a\rb\x7f", "a\\x0db\\x7f"},
@@ -215,7 +209,7 @@ TEST(CtlText, CannotSteerATerminal) {
        "31m",
        "\\xc2\\x9b31m"},  // one-character CSI
   };
-  for (const auto& row : rows) EXPECT_EQ(printable(row.bytes), row.shown);
+  for (const auto& [bytes, shown] : rows) EXPECT_EQ(printable(bytes), shown);
 }
 
 TEST(CtlDryRun, ShowsTheFrameAndConnectsToNobody) {

@@ -14,10 +14,7 @@ std::string fault_of(const char* path) {
 }
 
 TEST(Destination, IsRefusedForWhatRootWouldDoThereAndTakenHoweverOdd) {
-  const struct {
-    const char* verdict;
-    std::vector<const char*> paths;
-  } rows[] = {
+  const std::pair<const char*, std::vector<const char*>> rows[] = {
       {"not absolute", {nullptr, "", "sdcard/x", " /sdcard/x", "~/x", "\n/sdcard/x"}},
       {"too high in the tree", {"/", "//", "/data", "//data//", "/*", "/.."}},
       {"has a . or .. component",
@@ -43,9 +40,9 @@ TEST(Destination, IsRefusedForWhatRootWouldDoThereAndTakenHoweverOdd) {
                  "/data/local/anr",   "/sys/fs/pstor",
                  "/data/aee_exp2/x",  "/sdcard/Android/data/.harrowmoss/general2"}},
   };
-  for (const auto& row : rows) {
-    for (const char* path : row.paths)
-      EXPECT_EQ(fault_of(path), row.verdict) << (path == nullptr ? "null" : path);
+  for (const auto& [verdict, paths] : rows) {
+    for (const char* path : paths)
+      EXPECT_EQ(fault_of(path), verdict) << (path == nullptr ? "null" : path);
   }
 }
 

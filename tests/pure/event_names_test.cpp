@@ -79,28 +79,23 @@ TEST(EventNames, EveryTypeIsComplete) {
 }
 
 TEST(EventNames, TheFirstOfSeveralNamesWins) {
-  const struct {
-    uint16_t code;
-    const char* name;
-  } rows[] = {
+  const std::pair<uint16_t, const char*> rows[] = {
       {113, "KEY_MUTE"},           {122, "KEY_HANGEUL"},          {152, "KEY_COFFEE"},
       {153, "KEY_ROTATE_DISPLAY"}, {204, "KEY_ALL_APPLICATIONS"}, {244, "KEY_BRIGHTNESS_AUTO"},
       {246, "KEY_WWAN"},           {0x100, "BTN_MISC"},           {0x110, "BTN_MOUSE"},
       {0x120, "BTN_JOYSTICK"},     {0x130, "BTN_GAMEPAD"},        {0x140, "BTN_DIGI"},
       {0x14a, "BTN_TOUCH"},        {0x150, "BTN_WHEEL"},          {0x2c0, "BTN_TRIGGER_HAPPY"}};
-  for (const auto& row : rows) EXPECT_EQ(code_name(kKey, row.code), row.name);
+  for (const auto& [code, name] : rows) EXPECT_EQ(code_name(kKey, code), name);
   EXPECT_EQ(code_name(kSw, 3), "SW_RFKILL_ALL");
 }
 
 TEST(EventNames, TypesAndKeyValues) {
-  const struct {
-    uint16_t type;
-    const char* name;
-  } rows[] = {{0x00, "EV_SYN"},       {0x05, "EV_SW"}, {0x06, "-"},      {0x10, "-"},
-              {0x11, "EV_LED"},       {0x13, "-"},     {0x15, "EV_FF"},  {0x16, "EV_PWR"},
-              {0x17, "EV_FF_STATUS"}, {0x18, "-"},     {0x1f, "EV_MAX"}, {0x20, "-"},
-              {0xffff, "-"}};
-  for (const auto& row : rows) EXPECT_EQ(type_name(row.type), row.name) << row.type;
+  const std::pair<uint16_t, const char*> rows[] = {
+      {0x00, "EV_SYN"},       {0x05, "EV_SW"}, {0x06, "-"},      {0x10, "-"},
+      {0x11, "EV_LED"},       {0x13, "-"},     {0x15, "EV_FF"},  {0x16, "EV_PWR"},
+      {0x17, "EV_FF_STATUS"}, {0x18, "-"},     {0x1f, "EV_MAX"}, {0x20, "-"},
+      {0xffff, "-"}};
+  for (const auto& [type, name] : rows) EXPECT_EQ(type_name(type), name) << type;
   EXPECT_STREQ(key_value_name(0), "UP");
   EXPECT_STREQ(key_value_name(1), "DOWN");
   EXPECT_STREQ(key_value_name(2), "REPEAT");

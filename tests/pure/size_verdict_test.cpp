@@ -47,15 +47,13 @@ TEST(SizeVerdict, SizesAreGibibytes) {
 }
 
 TEST(SizeVerdict, LessThan128MiBFreeIsExtremelyLowAndUnknownIsNot) {
-  const struct {
-    int64_t available;
-    bool low;
-  } rows[] = {{-2, false},       {-1, false},        {0, false},         {1, true},
-              {134217727, true}, {134217728, false}, {134217729, false}, {INT64_MAX, false}};
-  for (const auto& row : rows) {
-    const size_verdict verdict = judge_sizes({0, 0, 20, false, row.available});
-    EXPECT_EQ(verdict.extreme_low, row.low) << row.available;
-    EXPECT_FALSE(verdict.over_quota) << row.available;
+  const std::pair<int64_t, bool> rows[] = {
+      {-2, false},       {-1, false},        {0, false},         {1, true},
+      {134217727, true}, {134217728, false}, {134217729, false}, {INT64_MAX, false}};
+  for (const auto& [available, low] : rows) {
+    const size_verdict verdict = judge_sizes({0, 0, 20, false, available});
+    EXPECT_EQ(verdict.extreme_low, low) << available;
+    EXPECT_FALSE(verdict.over_quota) << available;
   }
 }
 

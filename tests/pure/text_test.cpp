@@ -31,14 +31,12 @@ TEST(AppendOrAbortDeathTest, NeverWritesBehindTheBuffer) {
 }
 
 TEST(FormatCut, ReturnsWhatStandsInTheBuffer) {
-  const struct {
-    const char* text;
-    const char* kept;
-  } rows[] = {{"", ""}, {"abc", "abc"}, {"abcd", "abcd"}, {"abcde", "abcd"}, {"abcdefgh", "abcd"}};
-  for (const auto& row : rows) {
+  const std::pair<const char*, const char*> rows[] = {
+      {"", ""}, {"abc", "abc"}, {"abcd", "abcd"}, {"abcde", "abcd"}, {"abcdefgh", "abcd"}};
+  for (const auto& [text, kept] : rows) {
     char buffer[5];
-    EXPECT_EQ(format_cut(buffer, "%s", row.text), strlen(row.kept));
-    EXPECT_STREQ(buffer, row.kept);
+    EXPECT_EQ(format_cut(buffer, "%s", text), strlen(kept));
+    EXPECT_STREQ(buffer, kept);
   }
 }
 
@@ -53,10 +51,7 @@ TEST(StartsWith, ComparesTheWholePrefix) {
 }
 
 TEST(AppendEscaped, LeavesOrdinaryNamesAsTheyAre) {
-  const struct {
-    const char* name;
-    const char* escaped;
-  } rows[] = {
+  const std::pair<const char*, const char*> rows[] = {
       {"/sdcard/zelkalog/12#03-07_14-05-09", "/sdcard/zelkalog/12#03-07_14-05-09"},
       {"AZaz09._/@%+=:,#-", "AZaz09._/@%+=:,#-"},
       {"a b", "a\\ b"},
@@ -69,10 +64,10 @@ TEST(AppendEscaped, LeavesOrdinaryNamesAsTheyAre) {
       {"\xc3\xa9\xff", "\xc3\xa9\xff"},  // no shell splits or expands these
       {"", ""},
   };
-  for (const auto& row : rows) {
+  for (const auto& [name, escaped] : rows) {
     std::string out = "rm ";
-    EXPECT_TRUE(append_escaped(&out, row.name));
-    EXPECT_EQ(out, std::string("rm ") + row.escaped);
+    EXPECT_TRUE(append_escaped(&out, name));
+    EXPECT_EQ(out, std::string("rm ") + escaped);
   }
 }
 

@@ -275,20 +275,17 @@ TEST(AllTypes, NothingIsLeftWhenTheStopFollowsAtOnce) {
 }
 
 TEST(AllTypes, OlderReleasesHaveTheTraceServiceElsewhere) {
-  const struct {
-    const char* sdk;
-    const char* legacy;
-  } rows[] = {{"27", "on"}, {"28", "off"}};
-  for (const auto& row : rows) {
-    Phone phone({"--prop", std::string("ro.build.version.sdk=") + row.sdk, "--prop",
-                 std::string("bench.systrace.legacy=") + row.legacy});
+  const std::pair<std::string, std::string> rows[] = {{"27", "on"}, {"28", "off"}};
+  for (const auto& [sdk, legacy] : rows) {
+    Phone phone(
+        {"--prop", "ro.build.version.sdk=" + sdk, "--prop", "bench.systrace.legacy=" + legacy});
     ASSERT_TRUE(settled(phone));
     ASSERT_EQ(start_logging(phone, kSystrace), 0);
     EXPECT_TRUE(eventually([&] { return phone.read("/dev/bench/systrace.log") == "00000000\n"; }));
     ASSERT_EQ(stop_logging(phone), 0);
     EXPECT_TRUE(eventually([&] {
       return phone.read("/dev/bench/systrace.log") == "00000000\n00000002\n";
-    })) << row.sdk;
+    })) << sdk;
   }
 }
 

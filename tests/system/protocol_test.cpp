@@ -60,10 +60,7 @@ TEST_F(Protocol, ReadsMissingValuesAsZero) {
 }
 
 TEST_F(Protocol, RefusesCodesOutsideOfTheTable) {
-  const struct {
-    int32_t code;
-    const char* reply;
-  } rows[] = {
+  const std::pair<int32_t, const char*> rows[] = {
       {0, "10000000 00000000 2a00000000000000 ffffffff"},
       {17, "10000000 11000000 2a00000000000000 ffffffff"},
       {-1, "10000000 ffffffff 2a00000000000000 ffffffff"},
@@ -73,9 +70,9 @@ TEST_F(Protocol, RefusesCodesOutsideOfTheTable) {
       {4, "0c000000 04000000 2a00000000000000"},                 // served, without a field
   };
   Client client(phone);
-  for (const auto& row : rows) {
-    ASSERT_TRUE(client.send(request(row.code, 42)));
-    EXPECT_EQ(hex(client.reply()), hex(from_hex(row.reply))) << row.code;
+  for (const auto& [code, reply] : rows) {
+    ASSERT_TRUE(client.send(request(code, 42)));
+    EXPECT_EQ(hex(client.reply()), hex(from_hex(reply))) << code;
   }
   client.close();
   new_lines("4 closing connection\n");

@@ -200,22 +200,19 @@ TEST(Startup, WaitsUntilDataCanBeWritten) {
 }
 
 TEST(Startup, EndsWithoutAControlSocket) {
-  const struct {
-    const char* what;
-    Words environment;
-  } rows[] = {
+  const std::pair<const char*, Words> rows[] = {
       {"none", {"env", "-u", "ANDROID_SOCKET_harrowmossd"}},
       {"not open", {"env", "ANDROID_SOCKET_harrowmossd=77"}},
       {"another file", {"env", "ANDROID_SOCKET_harrowmossd=0"}},
       {"no number", {"env", "ANDROID_SOCKET_harrowmossd=x"}},
   };
-  for (const auto& row : rows) {
+  for (const auto& [what, environment] : rows) {
     Phone phone({"--no-daemon"});
-    Words command = row.environment;
+    Words command = environment;
     command.push_back("/system_ext/bin/harrowmossd");
-    EXPECT_EQ(phone.run(command).status, 1) << row.what;
+    EXPECT_EQ(phone.run(command).status, 1) << what;
     const auto said = lines_with(daemon_log(phone), "Failed to get socket from environment: ");
-    ASSERT_EQ(said.size(), 1u) << row.what;
+    ASSERT_EQ(said.size(), 1u) << what;
     EXPECT_EQ(said[0].priority, 6);
   }
 }

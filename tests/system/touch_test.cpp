@@ -76,19 +76,16 @@ TEST_F(Touch, TheStopEndsItWithoutInput) {
 }
 
 TEST_F(Touch, EndsByItsSignalsWithoutInput) {
-  const struct {
-    int signal;
-    const char* said;
-  } rows[] = {{SIGTERM, " receive signal 15("},
-              {SIGINT, " receive signal 2("},
-              {SIGPIPE, " pipe broken, receive signal 13("},
-              {SIGALRM, " alarm arrives, receive signal 14("}};
-  for (const auto& row : rows) {
+  const std::pair<int, const char*> rows[] = {{SIGTERM, " receive signal 15("},
+                                              {SIGINT, " receive signal 2("},
+                                              {SIGPIPE, " pipe broken, receive signal 13("},
+                                              {SIGALRM, " alarm arrives, receive signal 14("}};
+  for (const auto& [signal, said] : rows) {
     phone.run({"finger", "unplug", "event0"});
     const PhoneProcess recorder = start();
-    ASSERT_TRUE(phone.signal(recorder.pid, row.signal));
-    EXPECT_TRUE(eventually([&] { return !is_alive(phone, recorder.pid); })) << row.signal;
-    EXPECT_EQ(count_lines(phone, std::to_string(recorder.pid) + row.said), 1) << row.signal;
+    ASSERT_TRUE(phone.signal(recorder.pid, signal));
+    EXPECT_TRUE(eventually([&] { return !is_alive(phone, recorder.pid); })) << signal;
+    EXPECT_EQ(count_lines(phone, std::to_string(recorder.pid) + said), 1) << signal;
     EXPECT_EQ(stop_logging(phone), 0);
   }
 }
