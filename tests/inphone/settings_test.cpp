@@ -4,8 +4,10 @@
 
 #include <string.h>
 
+#include <chrono>
 #include <map>
 #include <random>
+#include <thread>
 
 #include "tests/inphone/inphone.h"
 
@@ -98,7 +100,8 @@ void kill_writer_behind(const std::string& awaited, const std::string& other, un
     setPersistProperty("persist.test", other.c_str());
   }
   auto until = steady_clock::now() + std::chrono::seconds(30);
-  while (get(kKey) != awaited && steady_clock::now() < until) usleep(200);
+  while (get(kKey) != awaited && steady_clock::now() < until)
+    std::this_thread::sleep_for(std::chrono::microseconds(200));  // leaves the writer the processor
   EXPECT_LT(steady_clock::now(), until) << "not written: " << awaited;
   until = steady_clock::now() + std::chrono::microseconds(random % 300);
   while (steady_clock::now() < until) {
