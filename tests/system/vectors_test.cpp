@@ -27,7 +27,7 @@ bool provide(Phone* phone, const std::string& given) {
     const size_t equals = what.find('=');
     phone->setprop(what.substr(0, equals), what.substr(equals + 1));
   } else if (verb == "present") {
-    return eventually([&] { return phone->exists(what); }, 15000);
+    return eventually([&] { return phone->exists(what); });
   } else if (verb == "absent") {
     fs::remove(phone->inside(what));
   } else if (verb == "blocked") {
