@@ -1,8 +1,5 @@
 # Sourced by ./dev: ./dev arm64.
 
-# What it needs beside the packages of ./dev: large, and nobody else's business.
-packages_arm64=(g++-aarch64-linux-gnu libc6-dev-arm64-cross googletest qemu-user-static qemu-system-arm cpio)
-
 # The tests that run on the user-mode emulator; those that cannot are named, with the reason.
 arm64_tests() {
   local pattern reason left_out=()
@@ -20,14 +17,13 @@ arm64_tests() {
 # arm64 [guest [STEP...]]
 arm64() {
   case ${1:-tests} in tests|guest) ;; *) die "arm64 takes nothing, or guest [STEP...]" ;; esac
-  packages+=("${packages_arm64[@]}")
-  setup
   if [ "${1:-tests}" = tests ]; then
     build release "${phone_targets[@]}"  # its phone carries the emulated tests
     build arm64 "${phone_targets[@]}" pure_tests inphone_tests
     arm64_tests
   else
     shift
+    setup "arm64 guest"
     build arm64 "${phone_targets[@]}" inphone_tests uinput_touch
     phone/guest/guest build/arm64 "$@"
   fi

@@ -40,9 +40,10 @@ fuzz() {
 
 # Every target for a few seconds: the corpora still hold, and what is found at once is found.
 fuzz_briefly() {
-  local target seconds=${1:-3}
+  local targets target seconds=${1:-3}
+  targets=$(fuzz_targets)
   build asan phone fuzzers
-  for target in $(fuzz_targets); do
-    quietly "fuzzing $target" fuzz_one "$target" "$seconds"
+  for target in $targets; do
+    quietly "fuzzing $target" "" fuzz_one "$target" "$seconds"
   done
 }

@@ -1,0 +1,86 @@
+# Sourced by ./dev: which packages each command needs, and how they are installed.
+
+# Debian 12 packages, by purpose. bash, coreutils, tar, gzip and diff are on every Debian machine.
+declare -A packages=(
+  [build]="g++ cmake ninja-build"
+  [phone]="mksh toybox iproute2"                           # the phone's shell, tools and ip
+  [user]="uidmap"                                          # whoever is not root boots phones in a user namespace
+  [gtest]="libgtest-dev nlohmann-json3-dev"
+  [tests]="libfaketime python3"
+  [kit]="python3 clang libc++-14-dev libc++abi-14-dev checkpolicy selinux-utils m4"
+  [clang]="clang"
+  [sanitizers]="clang libclang-rt-14-dev llvm"             # llvm: symbols of a report, line counts
+  [style]="git clang-format"
+  [arm64]="g++-aarch64-linux-gnu libc6-dev-arm64-cross googletest qemu-user-static"
+  [guest]="qemu-system-arm cpio"
+  [bench]="libspdlog-dev python3"
+  [clock]="libfaketime"
+  [bare]="mmdebstrap"
+)
+
+# What each command needs of them. A command without a row installs nothing.
+declare -A needs=(
+  [demo]="build phone"
+  [phone]="build phone"
+  [ctl]="build phone"
+  [test]="build phone gtest tests kit"
+  [check]="build phone gtest tests kit style sanitizers clock"
+  [coverage]="build phone gtest tests kit sanitizers"
+  [fuzz]="build phone sanitizers"
+  [cost]="build phone"
+  [bench]="build phone bench"
+  [faults]="build phone"
+  [soak]="build phone clock"
+  [arm64]="build phone gtest arm64"
+  ["arm64 guest"]="guest"
+  [bare]="bare"
+  ["build release"]="build gtest"
+  ["build debug"]="build gtest"
+  ["build clang"]="build gtest clang"
+  ["build asan"]="build gtest sanitizers"
+  ["build tsan"]="build gtest sanitizers"
+  ["build coverage"]="build gtest sanitizers"
+  ["build arm64"]="build gtest arm64"
+)
+
+# missing_packages COMMAND: those that are not installed, a line each.
+missing_packages() {
+  local groups=${needs[$1]} group wanted installed package
+  [[ $groups != *phone* ]] || [ "$(id -u)" = 0 ] || groups+=" user"
+  wanted=$(for group in $groups; do printf '%s\n' ${packages[$group]}; done | sort -u)
+  # The status is 1 as soon as one of them is unknown; the others are listed all the same.
+  installed=$(dpkg-query -W -f='${db:Status-Status} ${Package}\n' $wanted 2> /dev/null) || [ $? = 1 ] ||
+    die "dpkg-query failed: is this Debian 12, or something near?"
+  for package in $wanted; do
+    [[ $'\n'$installed$'\n' == *$'\n'"installed $package"$'\n'* ]] || printf '%s\n' "$package"
+  done
+}
+
+# setup COMMAND: installs what the command needs and the machine lacks. Fails with apt's own words.
+setup() {
+  local missing
+  missing=$(missing_packages "$1")
+  [ -z "$missing" ] || locked install_packages "$1"
+}
+
+install_packages() {
+  local missing as_root=() by_hand install
+  missing=$(missing_packages "$1")  # again: another ./dev may have held the lock to install them
+  [ -n "$missing" ] || return 0
+  missing=${missing//$'\n'/ }
+  by_hand="as root: apt-get update; apt-get install --no-install-recommends $missing"
+  say "-- missing: $missing"
+  if [ "$(id -u)" != 0 ]; then
+    command -v sudo > /dev/null || die "installing needs root, and there is no sudo; $by_hand"
+    sudo -v || die "installing needs root, and sudo refused; $by_hand"
+    as_root=(sudo)
+  fi
+  export DEBIAN_FRONTEND=noninteractive
+  # The lock is dpkg's: another apt may be at work on this machine.
+  install=("${as_root[@]}" apt-get install -y -q --no-install-recommends -o DPkg::Lock::Timeout=600)
+  if [ -n "$(dpkg --audit)" ]; then  # an installation was interrupted
+    quietly "finishing an interrupted installation" "$by_hand" "${as_root[@]}" dpkg --configure -a
+  fi
+  quietly "fetching the package lists" "$by_hand" "${as_root[@]}" apt-get update -q
+  quietly "installing $(wc -w <<< "$missing") packages and what they depend on" "$by_hand" "${install[@]}" $missing
+}
