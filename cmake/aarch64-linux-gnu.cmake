@@ -1,5 +1,5 @@
 # Toolchain of the preset arm64: Debian's cross compiler (g++-aarch64-linux-gnu) and the C library that
-# comes with it. Not the device build: that is device/android33.cmake.
+# comes with it. Not the device build: that is Soong's.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR aarch64)
 set(CMAKE_CXX_COMPILER aarch64-linux-gnu-g++)

@@ -9,4 +9,6 @@ PRODUCT_PACKAGES += harrowmoss_modem_logger.sh
 PRODUCT_PACKAGES += harrowmoss_trace_sink
 
 SYSTEM_EXT_PRIVATE_SEPOLICY_DIRS += $(HARROWMOSSD_EXAMPLES_DIR)/sepolicy/private
+# A BoardConfig.mk that assigns BOARD_VENDOR_SEPOLICY_DIRS with := drops this line without a word, because
+# it is read after the product's makefiles: use += there, or name the folder there.
 BOARD_VENDOR_SEPOLICY_DIRS += $(HARROWMOSSD_EXAMPLES_DIR)/sepolicy/vendor

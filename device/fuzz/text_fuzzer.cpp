@@ -47,10 +47,9 @@ std::string as_the_shell_reads(const std::string& text) {
 void check_escaping(const uint8_t* data, size_t size) {
   std::string name(reinterpret_cast<const char*>(data), size);
   name.resize(strlen(name.c_str()));
-  std::string command;
-  const bool fits = append_escaped(&command, name.c_str());
-  require(fits == (name.find('\n') == std::string::npos));
-  if (fits) require(as_the_shell_reads(command) == name);
+  const shell_text command = shell_text("").arg(name);
+  require(command.can_be_given() == (name.find('\n') == std::string::npos));
+  if (command.can_be_given()) require(as_the_shell_reads(command.c_str() + 1) == name);
 }
 
 }  // namespace

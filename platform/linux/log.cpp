@@ -24,17 +24,17 @@ constexpr size_t kBufferCount = sizeof(kLogBuffers) / sizeof(kLogBuffers[0]);
 std::atomic<int> s_open_buffers[kBufferCount];
 
 // The platform's C library remembers both ids of a caller; here they would cost every record two
-// system calls. 0: not asked in this process yet; every fork() forgets it in the child.
+// system calls. 0: not asked in this process yet; every fork() corrects it in the child.
 std::atomic<pid_t> s_pid{0};
 const pthread_t s_first_thread = pthread_self();  // static initialisation runs on it
-const bool s_fork_is_noticed = pthread_atfork(nullptr, nullptr, [] { s_pid = 0; }) == 0;
+const bool s_fork_is_noticed = pthread_atfork(nullptr, nullptr, [] { s_pid = getpid(); }) == 0;
 
 void put_ids(LogRecord* record) {
-  record->pid = s_pid.load(std::memory_order_relaxed);
-  if (record->pid == 0) {
-    record->pid = getpid();
-    if (s_fork_is_noticed) s_pid.store(record->pid, std::memory_order_relaxed);
-  }
+  pid_t known = s_pid.load(std::memory_order_relaxed);
+  record->pid = known != 0 ? known : getpid();
+  // A handler may have forked since: what the child of that fork has put there stays.
+  if (known == 0 && s_fork_is_noticed && !s_pid.compare_exchange_strong(known, record->pid))
+    record->pid = known;
   const bool first = pthread_equal(pthread_self(), s_first_thread) != 0;
   record->tid = first ? record->pid : gettid();
 }

@@ -1,6 +1,5 @@
 #include <binder/Parcel.h>
 #include <errno.h>
-#include <stdlib.h>
 #include <string.h>
 
 namespace android {
@@ -16,47 +15,52 @@ constexpr size_t padded(size_t len) {
 
 }  // namespace
 
-Parcel::Parcel() : mData(nullptr), mDataSize(0), mDataCapacity(0), mDataPos(0) {}
-
-Parcel::~Parcel() {
-  free(mData);
-}
+Parcel::Parcel() = default;
+Parcel::~Parcel() = default;
 
 status_t Parcel::setData(const uint8_t* buffer, size_t len) {
   if (len > kMaxSize) return -EINVAL;
-  mDataSize = 0;
-  mDataPos = 0;
-  if (len == 0) return 0;
-  memcpy(grow(len), buffer, len);
+  mData.assign(buffer, buffer + len);
   mDataPos = 0;
   return 0;
 }
 
 const uint8_t* Parcel::data() const {
-  return mData;
+  return mData.empty() ? nullptr : mData.data();
 }
 
 size_t Parcel::dataSize() const {
-  return mDataSize;
+  return mData.size();
 }
 
 size_t Parcel::dataAvail() const {
-  return mDataSize - mDataPos;
+  return mData.size() - mDataPos;
+}
+
+status_t Parcel::take(void* to, size_t len) const {
+  if (dataAvail() < len) return -ENODATA;
+  memcpy(to, mData.data() + mDataPos, len);
+  mDataPos += len;
+  return 0;
+}
+
+status_t Parcel::readInt32(int32_t* pArg) const {
+  return take(pArg, sizeof(*pArg));
 }
 
 int32_t Parcel::readInt32() const {
   int32_t value = 0;
-  if (dataAvail() < sizeof(value)) return 0;
-  memcpy(&value, mData + mDataPos, sizeof(value));
-  mDataPos += sizeof(value);
+  take(&value, sizeof(value));
   return value;
+}
+
+status_t Parcel::readInt64(int64_t* pArg) const {
+  return take(pArg, sizeof(*pArg));
 }
 
 int64_t Parcel::readInt64() const {
   int64_t value = 0;
-  if (dataAvail() < sizeof(value)) return 0;
-  memcpy(&value, mData + mDataPos, sizeof(value));
-  mDataPos += sizeof(value);
+  take(&value, sizeof(value));
   return value;
 }
 
@@ -67,7 +71,7 @@ const char16_t* Parcel::readString16Inplace(size_t* outLen) const {
   // No overflow: at most 2^32 bytes, in 64 bits; on 32 bits the units alone exceed any parcel.
   const uint64_t bytes = (uint64_t{static_cast<uint32_t>(count)} + 1) * sizeof(char16_t);
   if (bytes > kMaxSize || padded(bytes) > dataAvail()) return nullptr;
-  const char16_t* text = reinterpret_cast<const char16_t*>(mData + mDataPos);
+  const char16_t* text = reinterpret_cast<const char16_t*>(mData.data() + mDataPos);
   mDataPos += padded(bytes);
   if (text[count] != u'\0') return nullptr;
   *outLen = static_cast<size_t>(count);
@@ -104,16 +108,9 @@ uint8_t* Parcel::grow(size_t len) {
   const size_t start = mDataPos;
   const size_t end = start + len;
   if (end > kMaxSize) return nullptr;
-  if (end > mDataCapacity) {
-    const size_t capacity = end < 64 ? 64 : end + end / 2;
-    void* larger = realloc(mData, capacity);
-    if (larger == nullptr) abort();
-    mData = static_cast<uint8_t*>(larger);
-    mDataCapacity = capacity;
-  }
+  if (mData.size() < end) mData.resize(end);
   mDataPos = end;
-  if (mDataSize < end) mDataSize = end;
-  return mData + start;
+  return mData.data() + start;
 }
 
 }  // namespace android

@@ -66,13 +66,14 @@ def _files(folder, patterns):
     return {path for pattern in patterns for path in folder.glob(pattern)}
 
 
-def check(root=ROOT):
-    """Problems of Android.bp and device/**/Android.bp."""
+def load(root=ROOT):
+    """The modules of Android.bp and device/**/Android.bp by name, each (kind, {property: value}, folder),
+    and what is wrong with the files themselves."""
     paths = [root / "Android.bp", *sorted((root / "device").rglob("Android.bp"))]
     try:
         blueprints = [Blueprint(path) for path in paths]
     except (ValueError, OSError) as error:
-        return [str(error)]
+        return {}, [str(error)]
     modules, problems = {}, []
     for blueprint in blueprints:
         for kind, properties in blueprint.modules:
@@ -81,12 +82,19 @@ def check(root=ROOT):
                 problems.append(f"{name}: there are two of it")
             if name is not None:
                 modules[name] = (kind, properties, blueprint.path.parent)
+    return modules, problems
+
+
+def check(root=ROOT):
+    """Problems of Android.bp and device/**/Android.bp."""
+    modules, problems = load(root)
     for name, module in modules.items():
         problems += [f"{name}: {problem}" for problem in _module_problems(module, modules)]
     return problems + list(_left_out(modules, root))
 
 
-def _with_defaults(module, modules):
+def with_defaults(module, modules):
+    """A module with what its defaults add."""
     kind, properties, folder = module
     merged = dict(properties)
     for name in properties.get("defaults", []):
@@ -97,8 +105,18 @@ def _with_defaults(module, modules):
     return kind, merged, folder
 
 
+def sources_of(module, modules):
+    """The files that a module or a filegroup compiles; those of a filegroup that it names in its place."""
+    _, properties, folder = module
+    found = _files(folder, [item for item in properties.get("srcs", []) if not item.startswith(":")])
+    for item in properties.get("srcs", []):
+        if item.startswith(":"):
+            found |= set(sources_of(modules[item[1:]], modules))
+    return sorted(found - _files(folder, properties.get("exclude_srcs", [])))
+
+
 def _module_problems(module, modules):
-    kind, properties, folder = _with_defaults(module, modules)
+    kind, properties, folder = with_defaults(module, modules)
     for key in ("srcs", "src", "exclude_srcs", "init_rc", "corpus", "license_text"):
         value = properties.get(key, [])
         for item in value if isinstance(value, list) else [value]:
@@ -128,8 +146,7 @@ def _left_out(modules, root):
     compiled = set()
     for kind, properties, folder in modules.values():
         if kind == "filegroup":
-            compiled |= _files(folder, properties.get("srcs", [])) - \
-                _files(folder, properties.get("exclude_srcs", []))
+            compiled |= set(sources_of((kind, properties, folder), modules))
     for folder in (*DAEMON_FOLDERS, "client"):
         for path in sorted((root / folder).glob("*.cpp")):
             if path not in compiled:

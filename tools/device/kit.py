@@ -7,16 +7,45 @@ import subprocess
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 KIT = ROOT / "device"
-BASE_POLICY = ROOT / "tests" / "device" / "base_policy"
 
-# The folders whose code runs on a phone; the client and the protocol are linked into their own binary.
+# The folders whose code runs on a phone; the client, the protocol and the model are linked into their own binary.
 DAEMON_FOLDERS = ("base", "selflog", "storage", "capture", "input", "feedback", "catchers", "debuglog",
-                  "daemon", "protocol")
+                  "daemon", "protocol", "model")
 VARIANTS = ("user", "userdebug")
 
 
 class MissingTool(Exception):
     """A program that a check cannot do without is not installed."""
+
+
+class Platform:
+    """The platform's own files: policy sources, headers and libraries of Android 13. Two layouts are known:
+    a folder with sepolicy/ and vndk33/, and a tree of the platform."""
+
+    def __init__(self, folder):
+        self.sepolicy = _first(folder / "sepolicy", folder / "system/sepolicy")
+        vndk = _first(folder / "vndk33", folder / "prebuilts/vndk/v33/arm64")
+        self.include = vndk / "include"
+        self.library_folders = sorted({path.parent for path in vndk.rglob("*.so")})
+
+    @staticmethod
+    def find(asked=None):
+        """The platform's files in `asked`, $PLATFORM_DIR or ../shared/platform; None without any of them.
+        A folder that was named and is not there is an error."""
+        named = asked or os.environ.get("PLATFORM_DIR")
+        folder = pathlib.Path(named).resolve() if named else ROOT.parent / "shared/platform"
+        if folder.is_dir():
+            return Platform(folder)
+        if named:
+            raise MissingTool(f"{named} is not a folder with the platform's files")
+        return None
+
+
+def _first(*candidates):
+    for path in candidates:
+        if path.is_dir():
+            return path
+    raise MissingTool(f"there is neither {' nor '.join(map(str, candidates))}")
 
 
 def run(arguments, **options):

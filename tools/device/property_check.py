@@ -3,12 +3,14 @@ each so that the policy lets the daemon do it, on user builds too."""
 
 import re
 
-from kit import BASE_POLICY, KIT, ROOT, VARIANTS, daemon_sources, rows, without_comments
-from policy import Policy
+from kit import KIT, ROOT, daemon_sources, rows, without_comments
 
 SETTERS = ("property_set",)
 GETTERS = ("property_get", "get_int_prop", "get_string_prop", "is_prop_on")
 EXACT_TYPES = {"bool", "int", "uint", "double", "size", "string", "enum"}
+
+# Read all the same: docs/integration.md says what the platform has against it.
+REFUSED = ()
 
 _STRING = r'"(?:\\.|[^"\\])*"'
 _CONSTANT = re.compile(r"constexpr\s+(?:char\s+(\w+)\[\]|const\s+char\s*\*\s*(\w+))\s*=\s*(" + _STRING + ")")
@@ -105,25 +107,28 @@ class Contexts:
 
 def _problems_with(policy, sources, contexts):
     types = set(contexts.exact.values()) | set(contexts.prefix.values())
-    yield from (f"there is no type {t}" for t in sorted(types) if not policy.has_type(t))
+    yield from (f"there is no type {t}" for t in sorted(types) if not policy.has(t, "property_type"))
     for names, klass, permission in ((sources.set, "property_service", "set"), (sources.read, "file", "read")):
         for name, where in sorted(names.items()):
             label = contexts.type_of(name)
-            if not policy.allows("harrowmossd", label, klass, permission):
+            if not policy.allows("harrowmossd", label, klass, permission) and name not in REFUSED:
                 yield f"{where}: {name} ({label}) cannot be {permission}"
 
 
-def check(kit=KIT, root=ROOT):
-    """Problems: what cannot be set or read, and rows that are broken."""
+def check(platform, policies, kit=KIT, root=ROOT):
+    """Problems: what cannot be set or read, and rows that are broken. Without the platform's files
+    (`policies` is empty) only the rows' form."""
     sources, contexts = Sources(root), Contexts()
-    contexts.add(BASE_POLICY / "property_contexts")
+    if platform:
+        contexts.add(platform.sepolicy / "private/property_contexts")
     contexts.add(kit / "sepolicy/private/property_contexts")
     problems = sources.problems + contexts.problems
     if len(sources.set) < 10:
         problems.append(f"only {len(sources.set)} properties found that are set: the search is broken")
-    for variant in VARIANTS:
-        with Policy(variant, kit) as policy:
-            found = ["the policy does not compile"] if policy.errors else \
-                _problems_with(policy, sources, contexts)
-            problems += [f"{variant}: {problem}" for problem in found]
+    for policy in policies:
+        if policy.errors:
+            problems.append(f"{policy.name}: the policy does not compile")
+            continue
+        policy.open()
+        problems += [f"{policy.name}: {problem}" for problem in _problems_with(policy, sources, contexts)]
     return problems

@@ -185,9 +185,7 @@ def _daemon_promises(rc):
     service = rc.services.get("harrowmossd", {})
     made = {c[1]: c[2:] for trigger, commands in rc.actions if trigger == ["post-fs-data"]
             for c in commands if c[0] == "mkdir"}
-    relabel = "sys.zelka.harrowmossd.restorecon_media_zelkalog"
     on = {" ".join(trigger): commands for trigger, commands in rc.actions}
-    asked = on.get(f"property:{relabel}=1", [])
     yield "the daemon is /system_ext/bin/harrowmossd", service.get("program") == "/system_ext/bin/harrowmossd"
     yield "class late_start", service.get("class") == [["late_start"]]
     yield "user root", service.get("user") == [["root"]]
@@ -198,9 +196,8 @@ def _daemon_promises(rc):
         yield f"mkdir {path} 0777 sdcard_rw sdcard_rw", \
             made.get(path) == ["0777", "sdcard_rw", "sdcard_rw"]
     yield "stop at shutdown", ["stop", "harrowmossd"] in on.get("shutdown", [])
-    yield "the relabel request relabels the media store", \
-        ["restorecon_recursive", "/data/media/0/zelkalog"] in asked
-    yield "the relabel request is reset", ["setprop", relabel, "0"] in asked
+    yield "mkdir /mnt/vendor/persist/harrowmoss 0700 root root", \
+        made.get("/mnt/vendor/persist/harrowmoss") == ["0700", "root", "root"]
 
 
 def check(kit=KIT):

@@ -1,5 +1,5 @@
-# watch_fd.sh: prints who has how many open descriptors, every 10 seconds, until it is killed. Of other
-# users' processes the policy shows it those on debuggable builds only.
+# watch_fd.sh: prints who has how many open descriptors, every 10 seconds, until it is killed. The
+# policy shows it the daemon's own processes, on all builds.
 while :; do
   date
   for process in /proc/[0-9]*; do
