@@ -14,9 +14,10 @@ namespace {
 constexpr int kSignals = 65;  // numbers 1..64
 std::atomic<bool> s_noted[kSignals];
 int s_signal_pipe[2] = {-1, -1};
-constexpr int kBlindPollMs = 1000;  // between looks at the notes while there is no pipe
-thread_local volatile sig_atomic_t s_handler_depth = 0;
+constexpr int kBlindPollMs = 1000;          // between looks at the notes while there is no pipe
+volatile sig_atomic_t s_handler_depth = 0;  // handlers that run on the first thread
 void (*s_safe_point_handler)(int sig) = nullptr;
+void (*s_safe_point_look)() = nullptr;
 int s_no_safe_points = 0;
 
 void drain_signal_pipe() {
@@ -45,13 +46,16 @@ void note_signal(int sig) {
 void handle_noted_signals(void (*handle)(int sig)) {
   if (!is_main_process()) return;
   drain_signal_pipe();  // first: what arrives from here on wakes the next wait
+  // Before the signals: a logcat whose run is over must not be replaced in the run's directory.
+  if (s_safe_point_look != nullptr) s_safe_point_look();
   for (int sig = 1; sig < kSignals; sig++) {
     if (s_noted[sig].exchange(false)) handle(sig);
   }
 }
 
-void set_safe_point_handler(void (*handle)(int sig)) {
+void set_safe_point_handler(void (*handle)(int sig), void (*look)()) {
   s_safe_point_handler = handle;
+  s_safe_point_look = look;
 }
 
 void safe_point() {
@@ -88,11 +92,11 @@ void wait_ready(int fd, short events, void (*handle)(int sig)) {
   }
 }
 
-signal_scope::signal_scope() {
-  s_handler_depth = s_handler_depth + 1;
+signal_scope::signal_scope() : counted_(own_thread_id() == own_pid()) {
+  if (counted_) s_handler_depth = s_handler_depth + 1;
 }
 signal_scope::~signal_scope() {
-  s_handler_depth = s_handler_depth - 1;
+  if (counted_) s_handler_depth = s_handler_depth - 1;
 }
 bool in_signal_handler() {
   return s_handler_depth > 0;

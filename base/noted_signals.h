@@ -17,8 +17,9 @@ void note_signal(int sig);
 // nothing in another process than the main one.
 void handle_noted_signals(void (*handle)(int sig));
 
-// The handler of safe_point(). Main process, once at start-up.
-void set_safe_point_handler(void (*handle)(int sig));
+// The handler of safe_point(), and what is called at every safe point before the noted signals: a
+// look at what the main process shares with others. Main process, once at start-up.
+void set_safe_point_handler(void (*handle)(int sig), void (*look)());
 
 // A safe point inside of a request's own waiting: handles what was noted. Nothing while a
 // no_safe_points object lives: the start and the stop change the tables that the handling reads.
@@ -39,12 +40,18 @@ void forget_noted_signals();
 // process than the main one it only waits.
 void wait_ready(int fd, short events, void (*handle)(int sig));
 
-// Marks the dynamic extent of a signal handler on this thread.
+// Marks the dynamic extent of a signal handler. Counts those on the process's first thread, in a
+// plain variable: a thread_local one allocates memory at a thread's first use on Android.
 class signal_scope {
  public:
   signal_scope();
   ~signal_scope();
   signal_scope(const signal_scope&) = delete;
   signal_scope& operator=(const signal_scope&) = delete;
+
+ private:
+  const bool counted_;  // a handler that forks ends in the child on another first thread
 };
+
+// True while a handler runs on the first thread. Asked on that thread only.
 bool in_signal_handler();

@@ -28,6 +28,7 @@ constexpr int kMaxClosedInChildren =
 int s_closed_in_children[kMaxClosedInChildren];
 std::atomic<int> s_closed_in_children_count{0};  // raised when the slot holds its descriptor
 int s_connection = -1;
+bool s_is_stray = false;
 
 // A process without a SIGCHLD handler, or a thread that blocks it, is not woken by a child's end.
 constexpr int64_t kLookMs = 100;
@@ -41,7 +42,7 @@ const bool s_fork_is_noticed = pthread_atfork(nullptr, nullptr, [] { s_own_pid =
 pid_t s_forked_by = -1;                      // the process that forked this one
 std::atomic<bool> s_may_convert_time{true};  // false in a child of an extra thread
 
-// What /proc tells of a process.
+// Fields of /proc/<pid>/stat.
 struct process_stat {
   char state;  // 'Z': ended, not yet reaped
   pid_t parent;
@@ -163,7 +164,17 @@ pid_t fork_process(group where) {
 }
 
 pid_t fork_process_keeping_connection(group where) {
-  return fork_with(where, true);
+  const pid_t pid = fork_with(where, true);
+  if (pid == 0) s_is_stray = true;  // unless it becomes another program
+  return pid;
+}
+
+bool is_stray_child() {
+  return s_is_stray;
+}
+
+void end_stray_child() {
+  if (s_is_stray) end_process(0);
 }
 
 void close_in_children(int fd) {
@@ -181,8 +192,8 @@ void end_process(int status) {
 }
 
 bool may_convert_time() {
-  return s_may_convert_time.load(std::memory_order_relaxed) && !in_signal_handler() &&
-         getpid() == gettid();
+  return s_may_convert_time.load(std::memory_order_relaxed) && getpid() == gettid() &&
+         !in_signal_handler();
 }
 
 bool is_ours(pid_t pid) {
@@ -229,7 +240,7 @@ void kill_with_descendants(pid_t pid) {
   constexpr int kMost = 64;
   pid_t tree[kMost] = {pid};
   int count = 1;
-  // Found first and killed then: what has lost its parent descends from nobody any more.
+  // Collect before killing: orphans are re-parented.
   for (int i = 0; i < count; i++) {
     any_process([&](pid_t child, const process_stat& stat) {
       if (stat.parent == tree[i] && count < kMost) tree[count++] = child;

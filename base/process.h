@@ -35,9 +35,17 @@ enum class group {
 // in a signal handler and in an extra thread.
 pid_t fork_process(group where);
 
-// The same, but the child keeps the connection: for the one child that may come back into the
-// request loop.
+// The same for the descriptor watcher's child, which keeps the connection. When it cannot become a
+// shell it goes on in the code of the process that forked it, as a stray child, to the end of the
+// request or of the start. It sends no reply, accepts no client, starts no size monitor and tells
+// nobody of a new run.
 pid_t fork_process_keeping_connection(group where);
+
+// True in a stray child.
+bool is_stray_child();
+
+// Ends a stray child; does nothing in any other process. Where only the real one may go on.
+void end_stray_child();
 
 // `fd` stays open in the main process for ever and is closed in every child; at most 4, more abort.
 // Main thread of the main process only, as set_connection().

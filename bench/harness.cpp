@@ -161,7 +161,7 @@ pid_t spawn(const std::function<void()>& body) {
 }
 
 void end(pid_t pid) {
-  kill(pid, SIGKILL);
+  signal_one(pid, SIGKILL);
   waitpid(pid, nullptr, 0);
 }
 
@@ -220,9 +220,4 @@ void await(const char* what, const std::function<bool()>& done) {
 void fail(const std::string& what) {
   fprintf(stderr, "bench: %s\n", what.c_str());
   exit(2);
-}
-
-int64_t number_after(const std::string& text, const std::string& key) {
-  const size_t at = text.find(key);
-  return at == std::string::npos ? -1 : atoll(text.c_str() + at + key.size());
 }

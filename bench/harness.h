@@ -72,15 +72,12 @@ int64_t count_instructions(pid_t tracee, long mark);
 void await(const char* what, const std::function<bool()>& done);
 [[noreturn]] void fail(const std::string& what);
 
-// The number behind the first `key` in a text, such as "Pss:" in /proc/PID/smaps_rollup; -1: no
-// key.
-int64_t number_after(const std::string& text, const std::string& key);
-
 // The rows, each run in a phone of its own as bench/run.py says.
 void bench_touch();
 void bench_self_log();
 void bench_file_size();
 void bench_oldest_run();
+void bench_move();
 void bench_request();
 void bench_request_workers();
 void bench_memory();

@@ -15,6 +15,7 @@ constexpr struct {
     {"self-log", bench_self_log},
     {"file-size", bench_file_size},
     {"oldest-run", bench_oldest_run},
+    {"move", bench_move},
     {"request", bench_request},
     {"request-workers", bench_request_workers},
     {"memory", bench_memory},

@@ -9,6 +9,7 @@
 
 #include "bench/daemon.h"
 #include "bench/harness.h"
+#include "phone/host/wait.h"
 #include "protocol/protocol.h"
 
 namespace fs = std::filesystem;
@@ -27,7 +28,7 @@ std::string smaps_of(pid_t pid) {
 }
 
 double kib_of(pid_t pid, const char* key) {
-  return static_cast<double>(number_after(smaps_of(pid), key));
+  return static_cast<double>(number_behind(smaps_of(pid), key));
 }
 
 double pss_of(const std::vector<pid_t>& pids) {
@@ -49,7 +50,7 @@ void start_logging(Client* client, int32_t mask) {
 int64_t wakeups_of(pid_t pid) {
   int64_t total = 0;
   for (const auto& task : fs::directory_iterator("/proc/" + std::to_string(pid) + "/task"))
-    total += number_after(read_file(task.path() / "status"), "\nvoluntary_ctxt_switches:");
+    total += number_behind(read_file(task.path() / "status"), "\nvoluntary_ctxt_switches:");
   return total;
 }
 
@@ -116,7 +117,7 @@ void bench_memory() {
   report("memory.pss", daemon_kib);
   report("memory.ratio", daemon_kib / pss_of(all));
   report("memory.shells", daemon_kib / pss_of(shells));
-  for (const pid_t pid : all) kill(pid, SIGKILL);
+  for (const pid_t pid : all) signal_one(pid, SIGKILL);
 }
 
 // In a phone with the real daemon: everything that can be logged is being logged.

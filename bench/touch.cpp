@@ -55,7 +55,7 @@ class Finger {
   // How often the node is open.
   int64_t readers() {
     ask(InputOp::kList, 0);
-    return number_after(reply_.text, std::string(kNode) + " ");
+    return number_behind(reply_.text, std::string(kNode) + " ");
   }
 
  private:
@@ -103,7 +103,7 @@ pid_t start_recorder() {
 
 // What the kernel counts as written by a process: four times an event.
 int64_t writes_of(pid_t pid) {
-  return number_after(read_file("/proc/" + std::to_string(pid) + "/io"), "syscw: ");
+  return number_behind(read_file("/proc/" + std::to_string(pid) + "/io"), "syscw: ");
 }
 
 void await_writes(pid_t pid, int64_t count) {

@@ -7,8 +7,8 @@
 
 namespace {
 
-// The type's name is a constant of the logger type table; the run's name comes from its property,
-// so that nothing has to be shared with the rotation thread but this pointer.
+// The type's name is a constant of the logger type table; the run's name is read where it is
+// shared anyway, so the rotation thread needs nothing but this pointer.
 std::atomic<const char*> s_type_name{nullptr};
 
 }  // namespace
@@ -16,7 +16,7 @@ std::atomic<const char*> s_type_name{nullptr};
 std::string fingerprint_log_dir() {
   const char* type_name = s_type_name.load();
   if (type_name == nullptr) return "";
-  return std::string(kWorkingDir) + published_run_name() + "/" + type_name;
+  return std::string(kWorkingDir) + current_run_name() + "/" + type_name;
 }
 
 void set_fingerprint_log_dir(const char* name) {

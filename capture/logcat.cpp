@@ -2,18 +2,22 @@
 
 #include <cutils/properties.h>
 #include <errno.h>
+#include <fcntl.h>
 #include <signal.h>
 #include <string.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <string>
 
 #include "base/process.h"
+#include "base/scoped.h"
 #include "base/text.h"
 #include "capture/run.h"
 #include "capture/workers.h"
 #include "selflog/local_time.h"
 #include "selflog/log.h"
+#include "selflog/logcat_file.h"
 #include "selflog/props.h"
 #include "storage/shell.h"
 #include "storage/utils.h"
@@ -31,9 +35,14 @@ namespace {
 
 constexpr char kLogSource[] = "commands";
 constexpr size_t kPathSize = 256;
+constexpr char kDebugFormat[] = "threadtime,usec";
 constexpr char kDebugRotationKiB[] = "102400";
-constexpr char kExtendedFileCount[] = "39";
+constexpr int64_t kDebugRotationBytes = 100 * 1024 * 1024;
 constexpr int32_t kMobileType = 0x1;
+
+// What the latest debug logcat was told to keep. The stop forgets s_extended_logcat_count before it
+// completes the files.
+int32_t s_kept_files = kDefaultLogcatFileCount;
 
 // The rotation of a general logcat: by the beginning of the buffer's name, the first row that fits.
 struct general_rotation {
@@ -64,11 +73,11 @@ Row* find_buffer(Row (&table)[kLogcatBuffers], const char* buffer) {
   char name[96] = {};
   build_process_name(buffer, name, is_debug, true);
   creat_file(file);
-  char count[16];
-  format_cut(count, "%d", s_logcat_file_count);
-  const char* format = is_debug != 0 ? "threadtime,usec" : "threadtime";
+  if (is_trap(file)) end_process(0);  // creat_file() has said so
+  const char* format = is_debug != 0 ? kDebugFormat : "threadtime";
   const char* size = is_debug != 0 ? kDebugRotationKiB : general_rotation_kib(buffer);
-  const char* keep = is_debug == 0 ? "1" : s_extended_logcat_count ? kExtendedFileCount : count;
+  char keep[16];
+  format_cut(keep, "%d", is_debug != 0 ? s_kept_files : 1);
   const int ret = execlp(kLogcat, name, "-v", format, "-b", buffer, "-f", file, "-r", size, "-n",
                          keep, static_cast<char*>(nullptr));
   LOG_AS(ANDROID_LOG_ERROR, "run_logcat", "logcat %s ret: %d, err: %s\n", buffer, ret,
@@ -81,20 +90,107 @@ Row* find_buffer(Row (&table)[kLogcatBuffers], const char* buffer) {
 void clear_buffer(const char* buffer, pid_t dead) {
   const pid_t pid = fork_process(group::own);
   if (pid == -1) {
-    LOG_AS(ANDROID_LOG_DEBUG, "update_logcat_log", "fork err:%s.\n", strerror(errno));
+    LOG_AS(ANDROID_LOG_ERROR, "update_logcat_log", "fork err:%s.\n", strerror(errno));
     return;
   }
   if (pid == 0) {
     const int ret = execlp(kLogcat, "vesk_clear", "-b", buffer, "-c", static_cast<char*>(nullptr));
-    LOG_AS(ANDROID_LOG_DEBUG, "update_logcat_log", "logcat -c %s ret: %d, err: %s\n", buffer, ret,
+    LOG_AS(ANDROID_LOG_ERROR, "update_logcat_log", "logcat -c %s ret: %d, err: %s\n", buffer, ret,
            strerror(errno));
     end_process(0);
   }
   LOG_AS(ANDROID_LOG_ERROR, "update_logcat_log",
          "fork child process, pid:%d, update_logcat_log: vesk -b %s -c \n", dead, buffer);
   int status = 0;
-  const pid_t ret = wait_for(pid, &status);
+  const pid_t ret = await_logcat(pid, kToolBoundMs, "clear", &status);
   LOG_AS(ANDROID_LOG_DEBUG, "update_logcat_log", "status is:%d.ret is %d. \n", status, ret);
+}
+
+// ---- Completing what ended logcats have written. ----
+
+// A debug logcat's file. The directory is held open so that what is named in it is not reached
+// through a link.
+struct capture {
+  const char* buffer;
+  char path[kPathSize];
+  pid_t pid;  // of the logcat that completes it
+};
+
+// Opens the directory of the current run's logcats; never through a link in its own place.
+int open_capture_dir(char (&path)[kPathSize]) {
+  format_cut(path, "%s/mobile/", s_log_store_path);
+  std::string without_slash(path, strlen(path) - 1);
+  if (is_trap(without_slash.c_str())) return -1;
+  return open(without_slash.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+}
+
+// Names the file of `buffer`'s latest logcat in `directory`: that of its replacement when there is
+// one, else its first one's. Cuts the line that its end has torn. False when there is none, or,
+// logged, when it cannot be completed.
+bool prepare_capture(int dir, const char* directory, const char* buffer, capture* out) {
+  out->buffer = buffer;
+  out->pid = 0;
+  char tag[64];
+  format_cut(tag, "%s_%d", buffer, find_buffer(s_newlog_group, buffer)->count);
+  for (const char* candidate : {static_cast<const char*>(tag), buffer}) {
+    copy_or_abort(out->path, directory);
+    build_logcat_file_name(candidate, out->path);
+    if (trim_logcat_file(dir, get_file_name(out->path), torn_line::cut)) return true;
+    if (errno == ENOENT) continue;
+    LOG_AS(ANDROID_LOG_ERROR, "complete_captures", "cannot complete %s: %s", out->path,
+           strerror(errno));
+    return false;
+  }
+  return false;
+}
+
+// Starts the logcat that adds to the file what its buffer still holds: everything since the time of
+// the file's last line, which it repeats.
+void start_completion(capture* file) {
+  file->pid = fork_process(group::own);
+  if (file->pid != 0) return;
+  char keep[16];
+  format_cut(keep, "%d", s_kept_files);
+  const int ret =
+      execlp(kLogcat, "vesk_complete", "-d", "-v", kDebugFormat, "-b", file->buffer, "-f",
+             file->path, "-r", kDebugRotationKiB, "-n", keep, static_cast<char*>(nullptr));
+  LOG_AS(ANDROID_LOG_ERROR, "complete_captures", "logcat %s ret: %d, err: %s\n", file->buffer, ret,
+         strerror(errno));
+  end_process(0);
+}
+
+// A completion preallocates too, and a full disk or its bound may tear its last line.
+void end_completion(int dir, const capture& file, int64_t deadline) {
+  if (file.pid > 0) {
+    const int64_t left = std::max<int64_t>(0, deadline - monotonic_ms());
+    await_logcat(file.pid, static_cast<int>(left), file.path, nullptr);
+  }
+  trim_logcat_file(dir, get_file_name(file.path), torn_line::cut);
+}
+
+// Completes the files of these buffers: side by side where there is room for what the logcats
+// preallocate, else one after the other. What is not begun within kCompletionMs is left out.
+void complete_files(const char* const* buffers, int count) {
+  const int64_t deadline = monotonic_ms() + kCompletionMs;
+  char directory[kPathSize];
+  const scoped_fd dir(open_capture_dir(directory));
+  if (!dir.valid()) return;
+  capture files[kLogcatBuffers];
+  int found = 0;
+  for (int i = 0; i < count; i++) {
+    found += prepare_capture(dir.get(), directory, buffers[i], &files[found]) ? 1 : 0;
+  }
+  const bool together = get_filesystem_size("/data") >= found * kDebugRotationBytes;
+  const int at_once = together ? found : 1;
+  for (int first = 0; first < found; first += at_once) {
+    if (monotonic_ms() >= deadline) {
+      LOG_AS(ANDROID_LOG_ERROR, "complete_captures", "no time left to complete %s and %d more",
+             files[first].path, found - first - 1);
+      return;
+    }
+    for (int i = first; i < first + at_once; i++) start_completion(&files[i]);
+    for (int i = first; i < first + at_once; i++) end_completion(dir.get(), files[i], deadline);
+  }
 }
 
 // Starts the replacement logcat of `buffer` that writes <directory>/<build id>-<tag>.txt.
@@ -118,12 +214,10 @@ void catcher_new_logcat_log(const char* buffer, const char* directory, const cha
 }  // namespace
 
 int build_logcat_file_name(const char* tag, char* path) {
-  char display_id[PROPERTY_VALUE_MAX] = {};
-  property_get("ro.vendor.build.display.id", display_id, "zelka");
-  std::replace(display_id, display_id + strlen(display_id), ' ', '-');
+  const std::string display_id = get_name_prop("ro.vendor.build.display.id", "zelka");
   const size_t length = strlen(path);
   if (length == 0 || path[length - 1] != '/') append_or_abort(path, kPathSize, "/");
-  append_or_abort(path, kPathSize, display_id);
+  append_or_abort(path, kPathSize, display_id.c_str());
   append_or_abort(path, kPathSize, "-");
   const size_t before_suffix = append_or_abort(path, kPathSize, tag);
   append_or_abort(path, kPathSize, ".txt");
@@ -132,6 +226,7 @@ int build_logcat_file_name(const char* tag, char* path) {
 
 pid_t run_logcat(const char* buffer, const char* file, int is_debug) {
   LOGD("buffer=%s, out_file=%s, is_debug=%d", buffer, file, is_debug);
+  if (is_debug != 0) s_kept_files = files_to_keep(s_logcat_file_count, s_extended_logcat_count);
   const pid_t pid = fork_process(group::own);
   if (pid == -1) {
     LOGE("fork err:%s.\n", strerror(errno));
@@ -173,6 +268,7 @@ void update_logcat_log(pid_t pid) {
   if (!enabled) return;
   char subdir[kPathSize];
   format_cut(subdir, "%s/mobile/", s_log_store_path);
+  complete_files(&ended->buffer, 1);
   clear_buffer(ended->buffer, pid);
   clear_buffer(ended->buffer, pid);
   char buffer[32] = {};
@@ -185,6 +281,15 @@ void update_logcat_log(pid_t pid) {
   catcher_new_logcat_log(buffer, subdir, file_name);
 }
 
+void complete_captures() {
+  static char completed[sizeof(s_log_dir_name)] = "";  // the run whose files are complete
+  if (strcmp(completed, s_log_dir_name) == 0) return;
+  copy_or_abort(completed, s_log_dir_name);
+  const char* buffers[kLogcatBuffers];
+  for (int i = 0; i < kLogcatBuffers; i++) buffers[i] = s_debug_vesk_group[i].buffer;
+  complete_files(buffers, kLogcatBuffers);
+}
+
 void get_logcat_control_message(const char* directory) {
   const size_t length = strlen(directory);
   if (length == 0) return;
@@ -195,10 +300,8 @@ void get_logcat_control_message(const char* directory) {
   format_cut(file, "%s%slogcat_control_message-%02d-%02d_%02d-%02d-%02d.txt", directory,
              ends_sep ? "" : "/", now.month, now.day, now.hour, now.minute, now.second);
   LOGD("logcat control message > %s ,ends_sep %d", file, ends_sep);
-  std::string target;
-  if (!append_escaped(&target, file)) return;
-  run_tool((std::string(kLogcat) + " -p -g >> " + target).c_str());
-  run_tool((std::string(kLogcat) + " -S >> " + target).c_str());
+  run_tool(shell_text(kLogcat).raw(" -p -g >>").target(file));
+  run_tool(shell_text(kLogcat).raw(" -S >>").target(file));
 }
 
 void get_logcat_control_message_for_debug(const char* store_path) {

@@ -27,8 +27,14 @@ constexpr int kDefaultLogcatFileCount = 9;
 constexpr char kLogcatFileCountProp[] = "persist.sys.zelka.harrowmossd.log_file_count";
 extern int32_t s_logcat_file_count;
 
+// The number after "-n": logcat refuses 0, and would capture nothing.
+constexpr int32_t kExtendedFileCount = 39;
+constexpr int32_t files_to_keep(int32_t count, bool extended) {
+  return extended ? kExtendedFileCount : count < 1 ? kDefaultLogcatFileCount : count;
+}
+
 // Completes `path` (256 bytes, a directory on entry; longer aborts) to <dir>/<build id>-<tag>.txt,
-// blanks of the build's display id as '-'. Returns the length before ".txt".
+// blanks and slashes of the build's display id as dashes. Returns the length before ".txt".
 int build_logcat_file_name(const char* tag, char* path);
 
 // Forks a logcat of `buffer` into `file`. `is_debug` other than 0 makes a debug logcat (100 MiB a
@@ -40,10 +46,17 @@ pid_t run_logcat(const char* buffer, const char* file, int is_debug);
 // Returns 0.
 int catcher_logcat_log(const char* buffer, const char* directory, int is_debug);
 
-// Replaces the debug logcat `pid`, which has ended by itself, while debug logging is on: clears its
-// buffer twice and captures into a new file. Other pids are none of its business. Main process, at
-// a safe point.
+// Replaces the debug logcat `pid`, which has ended by itself, while debug logging is on: completes
+// its file, clears its buffer twice and captures into a new file. Other pids are none of its
+// business. Main process, at a safe point; waits up to kCompletionMs for the file and kToolBoundMs
+// for each clear.
 void update_logcat_log(pid_t pid);
+
+// Adds to the files of the current run what its logcats, which have ended, had not written yet, and
+// gives back what they have preallocated. A buffer whose logcat was replaced has its replacement's
+// file completed. Once for each run; nothing before the first one and for a run without logcats.
+// Failures are logged. Up to kCompletionMs for all together. Main process.
+void complete_captures();
 
 // Writes the log daemon's prune list, buffer sizes and statistics into a file in `directory`, which
 // is made when missing; nothing for "".

@@ -1,7 +1,12 @@
 #include "capture/run.h"
 
+#include <errno.h>
+#include <string.h>
+#include <sys/mman.h>
+
 #include "base/text.h"
-#include "selflog/props.h"
+#include "protocol/run_name.h"
+#include "selflog/log.h"
 #include "storage/utils.h"
 
 char s_log_store_path[256];
@@ -10,18 +15,73 @@ char s_log_dir_name[32];
 bool s_extended_logcat_count = false;
 std::atomic<int32_t> s_self_log_collector_pid{0};
 
-std::string published_run_name() {
-  const std::string path = get_string_prop(kStorePathProp, "");
-  if (!starts_with(path.c_str(), kStoreDir)) return "";
-  const std::string name = path.substr(sizeof(kStoreDir) - 1);
-  const bool plain = name.find('/') == std::string::npos && name != "." && name != "..";
-  return plain && name.size() < sizeof(s_log_dir_name) ? name : "";
-}
+namespace {
 
-void adopt_published_run() {
-  const std::string name = published_run_name();
-  if (s_log_dir_name[0] == '\0' || name.empty() || name == s_log_dir_name) return;
-  copy_or_abort(s_log_dir_name, name.c_str());
+constexpr char kLogSource[] = "commands";
+
+// Two slots and the count of runs entered: a name is written into the slot that nobody reads, and
+// becomes the current one when the count is raised. One process writes at a time: a size monitor
+// that was told to end starts no run.
+struct run_page {
+  using word = std::atomic<uint64_t>;
+  static constexpr size_t kWords = sizeof(s_log_dir_name) / sizeof(uint64_t);
+
+  std::atomic<uint32_t> entered;  // slot `entered` % 2 is the current one
+  word slots[2][kWords];
+};
+static_assert(run_page::word::is_always_lock_free && std::atomic<uint32_t>::is_always_lock_free,
+              "a lock would stay taken by a process that is killed");
+
+run_page s_own_page;  // until it is shared
+run_page* s_page = &s_own_page;
+
+void take_paths(const char* name) {
+  copy_or_abort(s_log_dir_name, name);
   format_cut(s_log_store_path, "%s%s", kWorkingDir, s_log_dir_name);
   format_cut(s_vendor_log_root_path, "%s%s", kVendorRunsDir, s_log_dir_name);
+}
+
+}  // namespace
+
+void share_current_run() {
+  void* const page =
+      mmap(nullptr, sizeof(run_page), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+  if (page == MAP_FAILED) {
+    LOGE("no shared page: %s", strerror(errno));
+    return;
+  }
+  s_page = static_cast<run_page*>(page);  // zeroed by the kernel: no run yet
+}
+
+void enter_run(const char* name) {
+  take_paths(name);
+  uint64_t words[run_page::kWords] = {};
+  memcpy(words, s_log_dir_name, strlen(s_log_dir_name));
+  const uint32_t next = s_page->entered.load() + 1;
+  for (size_t i = 0; i < run_page::kWords; i++) s_page->slots[next % 2][i].store(words[i]);
+  s_page->entered.store(next);
+}
+
+std::string current_run_name() {
+  for (;;) {
+    const uint32_t entered = s_page->entered.load();
+    uint64_t words[run_page::kWords];
+    for (size_t i = 0; i < run_page::kWords; i++) words[i] = s_page->slots[entered % 2][i].load();
+    if (s_page->entered.load() != entered) continue;  // the slot may have been written meanwhile
+    char name[sizeof(words) + 1] = {};
+    memcpy(name, words, sizeof(words));
+    return name;
+  }
+}
+
+bool follow_current_run() {
+  const std::string name = current_run_name();
+  if (name.empty() || name == s_log_dir_name) return false;
+  take_paths(name.c_str());
+  return true;
+}
+
+bool is_stored_run(const std::string& path) {
+  return starts_with(path.c_str(), kStoreDir) &&
+         run_number(std::string_view(path).substr(strlen(kStoreDir))) >= 0;
 }

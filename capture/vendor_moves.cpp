@@ -48,7 +48,5 @@ int calc_vendor_mv_actions_timeout(int64_t start, int64_t now, bool modem_or_wif
   LOGD("start_secs=%ld, now=%ld, wasted=%lds", static_cast<long>(start), static_cast<long>(now),
        static_cast<long>(wasted));
   const int64_t left = (modem_or_wifi ? kModemOrWifiSeconds : kSeconds) - wasted;
-  const int budget = left > 0 ? static_cast<int>(left) : 0;
-  LOGD("wait timeout %ds", budget);
-  return budget;
+  return left > 0 ? static_cast<int>(left) : 0;
 }

@@ -104,15 +104,21 @@ pid_t fork_worker(const char* function) {
   return pid;
 }
 
-int wait_child_to_finish(pid_t pid, int ticks) {
+int count_polls(pid_t pid, int poll_ms, int limit) {
+  if (wait_within(pid, 0, nullptr) != 0) return 0;
+  if (limit <= 0) return -1;
   const int64_t start = monotonic_ms();
-  const int polls = ticks > 0 ? ticks + 1 : 1;
-  if (wait_within(pid, polls * kTickMs, nullptr) != 0) {
-    const int64_t polled = (monotonic_ms() - start) / kTickMs;
-    LOGD("%d wait child %d to finish wastes %f secs", getpid(), pid,
-         static_cast<double>(polled) / 10.0);
+  if (wait_within(pid, limit * poll_ms, nullptr) == 0) return -1;
+  return std::clamp(polls_before(monotonic_ms() - start, poll_ms), 1, limit);
+}
+
+int wait_child_to_finish(pid_t pid, int ticks) {
+  const int polls = count_polls(pid, kTickMs, ticks);
+  if (polls != -1) {
+    LOGD("%d wait child %d to finish wastes %f secs", getpid(), pid, polls / 10.0);
     return 1;
   }
+  sleep_ms(kTickMs);
   LOGE("wait child %d timeout, kill it", pid);
   kill_with_group(pid);
   sleep_ms(kTickMs);

@@ -44,10 +44,21 @@ inline void add_to_debug_group(pid_t pid) {
 // `s_debug_group`. Returns as fork() does; a failure is logged under the name `function`.
 pid_t fork_worker(const char* function);
 
-// Waits for the child `pid`: looks every 100 ms, `ticks` + 1 times (30 ticks are about 3.1 s; 0 or
-// less looks once). One that outlives that is killed with its process group, and left to the
-// reaper. Returns 1 when the child is gone, also when it was never ours; 0 when it had to be
-// killed.
+// How many polls, one every `poll_ms` from the start on, find a child running that ends after
+// `elapsed_ms`; 0 when the first one finds it gone.
+constexpr int polls_before(int64_t elapsed_ms, int poll_ms) {
+  return static_cast<int>((elapsed_ms + poll_ms - 1) / poll_ms);
+}
+
+// Waits until the child `pid` is gone: polls every `poll_ms`, the last time after `limit` pauses
+// (0 or less: polls once). Returns how many polls found it running, 0 also when it was never ours;
+// -1 when the last one did. The child's end wakes the wait, but counts at the next poll.
+int count_polls(pid_t pid, int poll_ms, int limit);
+
+// Waits for the child `pid`: polls every 100 ms, `ticks` + 1 times (30 ticks are about 3.1 s; 0 or
+// less polls once). One that the last poll finds running is killed with its process group after
+// another 100 ms, and left to the reaper. Returns 1 when the child is gone, also when it was never
+// ours; 0 when it was killed.
 int wait_child_to_finish(pid_t pid, int ticks);
 
 // Waits for the request's child `pid`: looks every `poll_ms`, at a safe point each time, and kills

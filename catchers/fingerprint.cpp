@@ -11,6 +11,7 @@
 #include "catchers/type_dir.h"
 #include "selflog/log.h"
 #include "selflog/props.h"
+#include "storage/shell.h"
 #include "storage/utils.h"
 
 namespace {
@@ -24,23 +25,19 @@ pid_t get_fingerprint_log(const char* out_dir, const char* source, const char* f
   char path[4096];
   format_cut(path, "%s/%s", out_dir, file_name);
   LOGD("%s, out:%s", source, out_dir);
-  char command[100] = {};
-  copy_or_abort(command, "cat ");
-  append_or_abort(command, source);
-  append_or_abort(command, " >> ");
-  append_or_abort(command, path);
+  const shell_text command = shell_text("cat").arg(source).raw(" >>").target(path);
   const pid_t pid = fork_process(group::own);
   if (pid == -1) {
     LOGE("fork err:%s.\n", strerror(errno));
     return -1;
   }
   if (pid == 0) {
-    LOGE("command=%s,getpid=%d", command, getpid());
-    execlp("sh", "harrowmossd-fp", "-c", command, static_cast<char*>(nullptr));
+    LOGE("command=%s,getpid=%d", command.c_str(), getpid());
+    exec_shell("sh", "harrowmossd-fp", command);
     perror("execlp error");
     end_process(0);
   }
-  LOGE("fork child process, pid:%d, sh -c %s \n", pid, command);
+  LOGE("fork child process, pid:%d, sh -c %s \n", pid, command.c_str());
   add_to_debug_group(pid);
   if (strcmp(source, kSecureWorldLog) == 0) {
     qsee_log_pid = pid;

@@ -6,6 +6,8 @@
 #include <string.h>
 #include <unistd.h>
 
+#include <string>
+
 #include "base/process.h"
 #include "base/scoped.h"
 #include "base/text.h"
@@ -49,15 +51,12 @@ void catcher_watch_fd_log(const char* dir) {
   copy_or_abort(fd_dir, dir);
   append_or_abort(fd_dir, "/fd");
   creat_dir(fd_dir);
-  char command[kPathSize] = {};
-  copy_or_abort(command, "/system/bin/sh /system/etc/watch_fd.sh > ");
-  append_or_abort(command, fd_dir);
-  append_or_abort(command, "/fd_log.txt");
+  const shell_text command = shell_text("/system/bin/sh /system/etc/watch_fd.sh >")
+                                 .target(std::string(fd_dir) + "/fd_log.txt");
   const pid_t pid = fork_process_keeping_connection(group::own);
   if (pid == 0) {
-    execlp(kShell, "debug/vesk", "-c", command, static_cast<char*>(nullptr));
-    return;  // without a shell this process goes on as the daemon would, up to the end of its
-             // request
+    exec_shell("/system/bin/sh", "debug/vesk", command);
+    return;  // without a shell: a stray child, see fork_process_keeping_connection()
   }
   if (pid == -1) {
     LOGE("watch fd fork err:%s.", strerror(errno));
@@ -66,7 +65,7 @@ void catcher_watch_fd_log(const char* dir) {
   }
   add_to_debug_group(pid);
   watch_fd_pid = pid;
-  LOGE("fork child process, pid:%d, /system/bin/sh debug/vesk -c %s \n", pid, command);
+  LOGE("fork child process, pid:%d, /system/bin/sh debug/vesk -c %s \n", pid, command.c_str());
 }
 
 // Option "qmi_msg": the modem's control messages in the kernel log.

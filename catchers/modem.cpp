@@ -1,4 +1,5 @@
 #include <cutils/properties.h>
+#include <stdlib.h>
 #include <sys/stat.h>
 
 #include "base/process.h"
@@ -50,7 +51,7 @@ int catcher_modem_log(const char* /*log_dir*/, const char* name) {
   const std::string types_wifi = get_string_prop("persist.sys.zklog.wifi_mdm2", "0");
   LOGD("prop_5g=%s, types_wifi=%s, creat_dir=%s, log path=%s", prop_5g.c_str(), types_wifi.c_str(),
        dir, s_log_store_path);
-  const bool second_modem = get_int_prop("persist.sys.zklog.wifi_mdm2", 0) == 1;
+  const bool second_modem = atoi(types_wifi.c_str()) == 1;
   if (second_modem) LOGE("wifi log 2");
   const diag_cfg& cfg = second_modem ? kSecondModem : kFirstModem;
   copy_mask_file(cfg);

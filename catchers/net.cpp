@@ -1,6 +1,7 @@
 #include "catchers/net.h"
 
 #include <cutils/properties.h>
+#include <fcntl.h>
 #include <stdio.h>
 #include <string.h>
 
@@ -8,6 +9,7 @@
 #include <iterator>
 #include <string>
 
+#include "base/beneath.h"
 #include "base/process.h"
 #include "base/text.h"
 #include "capture/workers.h"
@@ -73,11 +75,9 @@ static_assert(std::size(kSnapshot) == 33, "two snapshots are compared row by row
 #undef IPTABLES
 #undef IP6TABLES
 
-// <dir>/<build's display id>-netlog.pcap, blanks of the id as '-'.
+// <dir>/<build's display id>-netlog.pcap.
 std::string capture_path(const char* dir) {
-  char display_id[PROPERTY_VALUE_MAX] = {};
-  property_get("ro.build.display.id", display_id, "zelka");
-  std::replace(display_id, display_id + strlen(display_id), ' ', '-');
+  const std::string display_id = get_name_prop("ro.build.display.id", "zelka");
   const size_t length = strlen(dir);
   const char* separator = length > 0 && dir[length - 1] == '/' ? "" : "/";
   return std::string(dir) + separator + display_id + "-netlog.pcap";
@@ -87,9 +87,9 @@ std::string capture_path(const char* dir) {
 [[noreturn]] void run_capture(const char* name, const std::string& path) {
   set_process_name(name);
   creat_file(path.c_str());
-  std::string command = "/system/bin/sh /system/etc/get_net_log.sh ";
-  if (append_escaped(&command, path.c_str()) && command.size() < kPathSize) {
-    run_shell(command.c_str());
+  const shell_text command = shell_text("/system/bin/sh /system/etc/get_net_log.sh").target(path);
+  if (command.size() < kPathSize) {
+    run_shell(command);
   } else {
     LOG_AS(ANDROID_LOG_ERROR, "catcher_net_log", "no command for the capture file %s",
            path.c_str());
@@ -122,14 +122,14 @@ void write_line(void* context, const char* line) {
   fputs(line, section->file);
 }
 
-void write_command_output(FILE* file, const char* command) {
-  snapshot_section section = {file, command, false};
+void write_command_output(FILE* file, const shell_text& command, int bound_ms) {
+  snapshot_section section = {file, command.c_str(), false};
   char line[kLineSize];
-  if (run_shell_lines(command, kToolBoundMs, line, sizeof(line), write_line, &section) == 0) {
+  if (run_shell_lines(command, bound_ms, line, sizeof(line), write_line, &section) == 0) {
     section.write_head();
     fputs("\n", file);
   } else {
-    fprintf(file, "%s failed\n", command);
+    fprintf(file, "%s failed\n", command.c_str());
   }
   fflush(file);
 }
@@ -154,6 +154,12 @@ int catcher_net_log(const char* log_dir, const char* name) {
   return 0;
 }
 
+void follow_net_log(const char* log_dir) {
+  if (net_log_dir[0] == '\0') return;
+  const std::string name = get_file_name(net_log_dir);
+  format_cut(net_log_dir, "%s/%s", log_dir, name.c_str());
+}
+
 void catcher_net_cmd_log(const net_cmd_path* table, size_t count, const char* file_name) {
   LOGD("function invoked");
   if (file_name == nullptr) return;
@@ -162,14 +168,14 @@ void catcher_net_cmd_log(const net_cmd_path* table, size_t count, const char* fi
   append_or_abort(path, "/");
   append_or_abort(path, file_name);
   if (creat_file(path) < 0) return;
-  FILE* file = fopen(path, "w+e");
+  FILE* file = open_stream_beneath(path, O_RDWR | O_TRUNC, "w+");
   if (file == nullptr) return;
+  series_budget budget(file_name);
   for (size_t i = 0; i < count; i++) {
-    if (table[i].cmd == nullptr || table[i].args == nullptr) continue;
-    char command[kPathSize] = {};
-    copy_or_abort(command, table[i].cmd);
-    append_or_abort(command, table[i].args);
-    write_command_output(file, command);
+    if (table[i].cmd.get() == nullptr || table[i].args.get() == nullptr) continue;
+    const int left = budget.left();
+    if (left == 0) break;
+    write_command_output(file, shell_text(table[i].cmd).raw(table[i].args), left);
   }
   fclose(file);
 }

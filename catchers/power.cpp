@@ -29,7 +29,7 @@ void write_power_switch(const char* digit) {
 }
 
 // The fuel-gauge worker's body.
-[[noreturn]] void run_fg_script(const char* command) {
+[[noreturn]] void run_fg_script(const shell_text& command) {
   set_process_name("fg");
   LOG_AS(ANDROID_LOG_DEBUG, "catcher_fg_log", "execute fg log pid %d  \n", getpid());
   const int rc = run_shell(command);
@@ -45,25 +45,20 @@ void catcher_fg_log(const char* log_dir) {
   char dir[kPathSize];
   make_type_dir(dir, log_dir, "fg");
   // No slash in front: the shell is found from the daemon's working directory, which is "/".
-  char command[kPathSize] = {};
-  copy_or_abort(command, "system/bin/sh");
-  append_or_abort(command, "  /system/etc/fg_logs_start.sh ");
-  append_or_abort(command, dir);
+  const shell_text command = shell_text("system/bin/sh  /system/etc/fg_logs_start.sh").target(dir);
   const pid_t pid = fork_worker(__func__);
   if (pid == -1) return;
   if (pid == 0) run_fg_script(command);
   fg_log_pid = pid;
-  LOGE("fork child process, pid:%d, system: %s \n", pid, command);
+  LOGE("fork child process, pid:%d, system: %s \n", pid, command.c_str());
 }
 
 // Runs `script` with the run's directory and its power directory, which is made first.
-void run_power_script(const char* script, const char* log_dir, const char* name) {
+void run_power_script(fixed_text script, const char* log_dir, const char* name) {
   char dir[kPathSize];
   format_cut(dir, "%s/%s", log_dir, name);
   creat_dir(dir);
-  char command[512];
-  format_cut(command, "%s %s %s %s", kShell, script, log_dir, dir);
-  run_tool(command);
+  run_tool(shell_text("/system/bin/sh ").raw(script).target(log_dir).target(dir));
 }
 
 }  // namespace

@@ -1,20 +1,18 @@
 #include <errno.h>
-#include <fcntl.h>
 #include <stdio.h>
 #include <string.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <atomic>
 
 #include "base/process.h"
-#include "base/scoped.h"
 #include "base/text.h"
 #include "base/thread.h"
 #include "capture/workers.h"
 #include "catchers/catchers.h"
 #include "selflog/log.h"
 #include "selflog/props.h"
+#include "storage/shell.h"
 #include "storage/utils.h"
 
 std::atomic<bool> qtrlog_running{false};
@@ -31,43 +29,12 @@ constexpr int kLookMs = 10 * 1000;
 // A rotation thread exists; it may outlast its run by one look.
 std::atomic<bool> s_rotating{false};
 
-// The copier, for the rotation thread; qrtr_log_pid belongs to the main thread.
-std::atomic<pid_t> s_copier{0};
-
-// Sets O_APPEND on standard output of `pid` when that is the log. The flag belongs to the open
-// file, which the copy of the descriptor shares.
-bool make_append(pid_t pid) {
-  char link[32];
-  char target[sizeof(kFile) + 1] = {};
-  format_cut(link, "/proc/%d/fd/1", pid);
-  if (readlink(link, target, sizeof(target) - 1) < 0 || strcmp(target, kFile) != 0) return false;
-  scoped_fd process(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
-  if (!process.valid()) return false;
-  scoped_fd output(static_cast<int>(syscall(SYS_pidfd_getfd, process.get(), 1, 0)));
-  return output.valid() && fcntl(output.get(), F_SETFL, O_WRONLY | O_APPEND) == 0;
-}
-
-// The copier's shell opens the log without O_APPEND, so after an emptying it would go on behind a
-// hole of all that it has ever written, and each copy of the file would fill the hole. A kernel
-// before 5.6 cannot help; there the rotation counts only what is allocated. True once it is done.
-bool keep_appending(pid_t copier) {
-  constexpr int kMembers = 4;  // the shell and its cat
-  pid_t members[kMembers];
-  const int count = list_group(copier, members, kMembers);
-  bool done = false;
-  for (int i = 0; i < count; i++) done = make_append(members[i]) || done;
-  return done;
-}
-
 // Copies the router log as long as it is wanted. False when the fork failed.
 bool start_copier() {
   const bool second_channel = get_string_prop("persist.sys.harrowmoss.cfg", "false") == "true";
-  char command[100] = {};
-  copy_or_abort(command, "cat ");
-  append_or_abort(command, second_channel ? "/d/ipc_logging/qrtr_2/log_cont"
-                                          : "/d/ipc_logging/qrtr_0/log_cont");
-  append_or_abort(command, " > ");
-  append_or_abort(command, kFile);
+  const char* source =
+      second_channel ? "/d/ipc_logging/qrtr_2/log_cont" : "/d/ipc_logging/qrtr_0/log_cont";
+  const shell_text command = shell_text("cat").arg(source).raw(" >").target(kFile);
   const pid_t pid = fork_process(group::own);
   if (pid == -1) {
     qrtr_log_pid = 0;
@@ -75,15 +42,15 @@ bool start_copier() {
     return false;
   }
   if (pid == 0) {
-    LOG_AS(ANDROID_LOG_ERROR, "catcher_mobile_log", "command=%s,getpid=%d", command, getpid());
-    execlp("sh", "sh", "-c", command, static_cast<char*>(nullptr));
+    LOG_AS(ANDROID_LOG_ERROR, "catcher_mobile_log", "command=%s,getpid=%d", command.c_str(),
+           getpid());
+    exec_shell("sh", "sh", command);
     perror("execlp error");
     end_process(0);
   }
   LOG_AS(ANDROID_LOG_ERROR, "catcher_mobile_log", "fork child process, pid:%d, sh -c %s \n", pid,
-         command);
+         command.c_str());
   qrtr_log_pid = pid;
-  s_copier = pid;
   add_to_debug_group(pid);
   return true;
 }
@@ -112,11 +79,8 @@ int start_router_log() {
 
 void* qtrlogThread(void*) {
   LOGD("function invoked");
-  pid_t appending = 0;  // the copier that has been told to append
   for (;;) {
     while (qtrlog_running) {
-      const pid_t copier = s_copier;
-      if (copier != appending && keep_appending(copier)) appending = copier;
       rotateFpLogs(kWorkingDir, kFileName, kLimit, kGenerations);
       sleep_ms(kLookMs);
     }

@@ -26,8 +26,8 @@ constexpr int kStepMs = 100;
 constexpr int kStopPolls = 60;
 constexpr int kKillPauseMs = 1000;
 
-int connect_to_service() {
-  if (get_int_prop("ro.build.version.sdk", 0) < kAbstractSdk) {
+int connect_to_service(int sdk) {
+  if (sdk < kAbstractSdk) {
     return socket_local_client("systrace", ANDROID_SOCKET_NAMESPACE_RESERVED, SOCK_SEQPACKET);
   }
   return socket_local_client("systraceur", ANDROID_SOCKET_NAMESPACE_ABSTRACT, SOCK_SEQPACKET);
@@ -37,8 +37,9 @@ int connect_to_service() {
 
 int sendSystraceSocket(int code) {
   LOGD("function invoked");
+  const int sdk = get_int_prop("ro.build.version.sdk", 0);
   for (int attempt = 0; attempt < kAttempts; attempt++) {
-    const int fd = connect_to_service();
+    const int fd = connect_to_service(sdk);
     if (fd < 0) {
       sleep_ms(kStepMs);
       continue;
@@ -86,14 +87,16 @@ void stop_systrace_service() {
     LOG_AS(ANDROID_LOG_DEBUG, name, "sendSystraceSocket sucess");
     end_process(0);
   }
-  LOG_AS(ANDROID_LOG_DEBUG, name, "fork child process, pid:%d, sendSystraceSocket\n", pid);
-  int polls = 0;
-  for (; wait_within(pid, kStepMs, nullptr) == 0; polls++) {
-    if (polls < kStopPolls) continue;
-    LOG_AS(ANDROID_LOG_ERROR, name, "wait child %d timeout, kill it", pid);
-    kill_with_group(pid);
-    sleep_ms(kKillPauseMs);
+  LOG_AS(ANDROID_LOG_ERROR, name, "fork child process, pid:%d, sendSystraceSocket\n", pid);
+  int polls = count_polls(pid, kStepMs, kStopPolls);
+  if (polls == -1) {
+    polls = kStopPolls;
+    do {
+      LOG_AS(ANDROID_LOG_ERROR, name, "wait child %d timeout, kill it", pid);
+      kill_with_group(pid);
+      sleep_ms(kKillPauseMs);
+      polls++;
+    } while (wait_within(pid, 0, nullptr) == 0);
   }
-  LOG_AS(ANDROID_LOG_DEBUG, name, "wait child %d to finish wastes %f secs", pid,
-         static_cast<double>(polls) / 10.0);
+  LOG_AS(ANDROID_LOG_DEBUG, name, "wait child %d to finish wastes %f secs", pid, polls / 10.0);
 }

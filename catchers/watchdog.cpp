@@ -21,6 +21,7 @@
 #include "catchers/logger_types.h"
 #include "selflog/log.h"
 #include "selflog/props.h"
+#include "storage/flush.h"
 #include "storage/shell.h"
 
 std::atomic<bool> mpss_monitor_running{false};
@@ -33,6 +34,7 @@ sleep_counters s_sleep_baseline;
 namespace {
 
 constexpr char kLogSource[] = "commands";
+constexpr char kLoop[] = "handle_mpss_stats";  // its steps log under its name
 constexpr char kNoServiceProp[] = "persist.sys.no.service";
 constexpr char kStartIndProp[] = "persist.radio.start_ind";
 constexpr int32_t kRoundSeconds = 600;
@@ -89,30 +91,31 @@ void take_baseline(int32_t now) {
 }
 
 void log_counter(const char* name, int32_t now, int32_t before) {
-  LOG_AS(ANDROID_LOG_DEBUG, "handle_mpss_stats", "the %s is %d\n", name, now);
-  LOG_AS(ANDROID_LOG_DEBUG, "handle_mpss_stats", "the %s_prev is %d\n", name, before);
+  LOG_AS(ANDROID_LOG_DEBUG, kLoop, "the %s is %d\n", name, now);
+  LOG_AS(ANDROID_LOG_DEBUG, kLoop, "the %s_prev is %d\n", name, before);
 }
 
-// Starts a modem log in a directory of its own, to be stopped by the alarm.
-void capture_modem() {
+// Starts a modem log in a directory of its own, to be stopped by the alarm. Logs under the name
+// `function`.
+void capture_modem(const char* function) {
   char name[64];
   format_cut(name, "mpss_dump/%d", mpss_dump_count++);
-  LOG_AS(ANDROID_LOG_ERROR, "handle_mpss_stats", "start catcher_modem_log %s", name);
+  LOG_AS(ANDROID_LOG_ERROR, function, "start catcher_modem_log %s", name);
   catcher_modem_log(s_vendor_log_root_path, name);
   s_watchdog_world.set_alarm(kCaptureSeconds);
 }
 
 void handle_no_service_catch_modem_log() {
   LOGD("function invoked");
-  capture_modem();
+  capture_modem(__func__);
 }
 
 void serve_no_service(bool modem_logger_on) {
   if (is_mpss_catch_modem || get_string_prop(kNoServiceProp, "0") != "1") return;
   if (modem_logger_on) {
-    LOG_AS(ANDROID_LOG_DEBUG, "handle_mpss_stats", "ignore this request");
+    LOG_AS(ANDROID_LOG_DEBUG, kLoop, "ignore this request");
   } else {
-    LOG_AS(ANDROID_LOG_DEBUG, "handle_mpss_stats", "handle_no_service_catch_modem_log");
+    LOG_AS(ANDROID_LOG_DEBUG, kLoop, "handle_no_service_catch_modem_log");
     handle_no_service_catch_modem_log();
   }
   property_set(kNoServiceProp, "0");
@@ -122,10 +125,10 @@ void start_capture() {
   is_mpss_catch_modem = true;
   LOG_AS(ANDROID_LOG_DEBUG, "handle_mpss_stats",
          "the is_mpss_catch_modem(catch_modem_log_pid == 0) is %d\n", is_mpss_catch_modem);
-  capture_modem();
-  LOG_AS(ANDROID_LOG_DEBUG, "handle_mpss_stats", "before pause catch_modem_log_pid = %d", getpid());
+  capture_modem(kLoop);
+  LOG_AS(ANDROID_LOG_DEBUG, kLoop, "before pause catch_modem_log_pid = %d", getpid());
   s_watchdog_world.await_alarm();
-  LOG_AS(ANDROID_LOG_DEBUG, "handle_mpss_stats", "after pause catch_modem_log_pid = %d", getpid());
+  LOG_AS(ANDROID_LOG_DEBUG, kLoop, "after pause catch_modem_log_pid = %d", getpid());
   last_check_time = s_watchdog_world.now();
 }
 
@@ -148,14 +151,14 @@ void end_known_workers() {
     const pid_t pid = s_debug_group[slot];
     if (pid < 1) continue;
     if (std::find(std::begin(hard), std::end(hard), pid) != std::end(hard)) {
-      LOG_AS(ANDROID_LOG_ERROR, "handle_mpss_stats", "STOP PID  %d  \n", pid);
+      LOG_AS(ANDROID_LOG_ERROR, kLoop, "STOP PID  %d  \n", pid);
       signal_process(pid, SIGKILL);
     } else {
       signal_process(pid, SIGTERM);
     }
-    LOG_AS(ANDROID_LOG_DEBUG, "handle_mpss_stats", "kill s_debug_group, wait pid %d \n", pid);
+    LOG_AS(ANDROID_LOG_DEBUG, kLoop, "kill s_debug_group, wait pid %d \n", pid);
     wait_for(pid, &status);
-    LOG_AS(ANDROID_LOG_DEBUG, "handle_mpss_stats", "wait debug pid over. status=%d", status);
+    LOG_AS(ANDROID_LOG_DEBUG, kLoop, "wait debug pid over. status=%d", status);
     s_debug_group[slot] = 0;
   }
 }
@@ -165,22 +168,22 @@ void act_on_stuck_processor(verdict decided) {
     case verdict::keep_watching:
       break;
     case verdict::dump_at_once:
-      LOG_AS(ANDROID_LOG_ERROR, "handle_mpss_stats", "else echo c > /proc/sysrq-trigger!!!!");
+      LOG_AS(ANDROID_LOG_ERROR, kLoop, "else echo c > /proc/sysrq-trigger!!!!");
       end_known_workers();
       s_watchdog_world.crash();
       break;
     case verdict::dump_after_grace:
-      LOG_AS(ANDROID_LOG_DEBUG, "handle_mpss_stats", "will trigger dump");
-      LOG_AS(ANDROID_LOG_ERROR, "handle_mpss_stats", "if echo c > /proc/sysrq-trigger!!!!");
+      LOG_AS(ANDROID_LOG_DEBUG, kLoop, "will trigger dump");
+      LOG_AS(ANDROID_LOG_ERROR, kLoop, "if echo c > /proc/sysrq-trigger!!!!");
       s_watchdog_world.sleep(kGraceMs);
       s_watchdog_world.crash();
       break;
     case verdict::extend_capture:
-      LOG_AS(ANDROID_LOG_DEBUG, "handle_mpss_stats", "will catch modem log");
+      LOG_AS(ANDROID_LOG_DEBUG, kLoop, "will catch modem log");
       extend_capture();
       break;
     case verdict::start_capture:
-      LOG_AS(ANDROID_LOG_DEBUG, "handle_mpss_stats", "will catch modem log");
+      LOG_AS(ANDROID_LOG_DEBUG, kLoop, "will catch modem log");
       start_capture();
       break;
   }
@@ -237,6 +240,7 @@ verdict judge(bool ap_stuck, bool modem_stuck, bool captured_before, bool modem_
 }
 
 void crash_for_dump() {
+  wait_for_moves();  // what a stop has moved is not on storage before its flush
   run_shell("echo c > /proc/sysrq-trigger");
 }
 

@@ -22,6 +22,7 @@ namespace {
   dup2(setup.in == -1 ? null : setup.in, STDIN_FILENO);
   dup2(setup.out == -1 ? null : setup.out, STDOUT_FILENO);
   if (setup.quiet) dup2(null, STDERR_FILENO);
+  for (const int fd : setup.kept) fcntl(fd, F_SETFD, 0);
   execv(argv[0], argv);
   _exit(127);
 }

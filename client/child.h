@@ -14,6 +14,7 @@ struct child_setup {
   int in = -1;                    // its standard input; -1: /dev/null
   int out = -1;                   // its standard output; -1: /dev/null
   bool quiet = false;             // standard error goes to /dev/null too
+  std::vector<int> kept = {};     // descriptors that it has beside those, under their numbers
 };
 
 // Starts a tool. The descriptors stay the caller's. Its pid, or -1 with errno.

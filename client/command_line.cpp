@@ -3,6 +3,7 @@
 
 #include "client/commands.h"
 #include "client/json.h"
+#include "client/requests.h"
 #include "client/text.h"
 
 namespace {
@@ -59,11 +60,16 @@ bool read_value(const std::vector<std::string>& words, size_t* at, invocation* c
   const std::string name = word.substr(0, equals);
   for (const auto& row : kValues) {
     if (name != row.name) continue;
-    if (equals == std::string::npos && *at + 1 == words.size()) {
+    std::string value;
+    if (equals != std::string::npos) {
+      value = word.substr(equals + 1);
+    } else if (*at + 1 < words.size()) {
+      value = words[++*at];
+    }
+    if (value.empty()) {
       *error = name + " wants a value";
       return false;
     }
-    const std::string value = equals == std::string::npos ? words[++*at] : word.substr(equals + 1);
     if (row.field == nullptr) return parse_timeout(value, call, error);
     call->*row.field = value;
     return true;
@@ -108,10 +114,16 @@ std::string wrong_use(const invocation& call) {
   for (const auto& row : special) {
     if (row.given && (what.options & row.option) == 0) return row.said;
   }
-  if (what.dangerous && !call.yes && !call.dry_run) {
-    return std::string(what.name) + ": " + what.summary + "; say --yes if that is what you want";
-  }
   return "";
+}
+
+// "" when the command may be run, else what it would do without --yes.
+std::string missing_consent(const invocation& call, const environment& env) {
+  const command& what = *call.what;
+  if (!what.dangerous || call.yes || call.dry_run) return "";
+  const std::string loss = loss_while_logging(what.request, env);
+  return std::string(what.name) + ": " + what.summary + (loss.empty() ? "" : "; " + loss) +
+         "; say --yes if that is what you want";
 }
 
 }  // namespace
@@ -147,12 +159,24 @@ int fail(const invocation& call, environment& env, exit_code code, const std::st
   return code;
 }
 
+int show_help(const invocation& call, const command* about, environment& env) {
+  const std::string help = about == nullptr ? general_help() : command_help(*about);
+  if (!call.json) {
+    fputs(help.c_str(), env.out);
+    return EXIT_OK;
+  }
+  json_writer json;
+  json.begin_object().member("command", "help").key("about");
+  about == nullptr ? json.null() : json.string(about->name);
+  fprintf(env.out, "%s\n", json.member("text", help).end_object().text().c_str());
+  return EXIT_OK;
+}
+
 int run_client(const std::vector<std::string>& words, environment& env) {
   invocation call;
   std::string error;
   if (!parse_command_line(words, &call, &error)) return fail(call, env, EXIT_USAGE, error);
-  if (!call.help) return call.what->run(call, env);
-  const std::string help = call.what == nullptr ? general_help() : command_help(*call.what);
-  fputs(help.c_str(), env.out);
-  return EXIT_OK;
+  if (call.help) return show_help(call, call.what, env);
+  error = missing_consent(call, env);
+  return error.empty() ? call.what->run(call, env) : fail(call, env, EXIT_USAGE, error);
 }

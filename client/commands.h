@@ -51,7 +51,7 @@ struct invocation {
 };
 
 // Reads the words behind the program's name. False and one line in `error` for anything that is not
-// understood, a wrong number of arguments, and a missing --yes.
+// understood and a wrong number of arguments.
 bool parse_command_line(const std::vector<std::string>& words, invocation* call,
                         std::string* error);
 
@@ -60,6 +60,9 @@ const command* find_command(const std::string& name);
 
 std::string general_help();
 std::string command_help(const command& what);
+
+// Prints the help of `about`, or the general one when it is null; with --json as an object's text.
+int show_help(const invocation& call, const command* about, environment& env);
 
 // The whole program without main(): reads `words`, runs the command, returns the exit code.
 int run_client(const std::vector<std::string>& words, environment& env);

@@ -33,11 +33,22 @@ std::string check_process(const health_facts& facts) {
   return "the daemon does not run: " + facts.session.error;
 }
 
+bool is_mute(const health_facts& facts) {
+  return facts.session.code == EXIT_TIMED_OUT && facts.other == other_client::kNone;
+}
+
 std::string check_held(const health_facts& facts) {
-  return facts.session.code == EXIT_TIMED_OUT ? facts.session.error : "";
+  return facts.session.code == EXIT_TIMED_OUT && !is_mute(facts) ? facts.session.error : "";
 }
 
 std::string check_answer(const health_facts& facts) {
+  if (is_mute(facts)) {
+    char seconds[24];
+    snprintf(seconds, sizeof seconds, "%.1f", static_cast<double>(facts.waited.count()) / 1000);
+    return std::string("the daemon does not answer: nothing for ") + seconds +
+           " s, and no other client is connected; it hangs, or works on a request whose client has "
+           "gone";
+  }
   const bool odd = facts.session.code == EXIT_BAD_REPLY;
   const bool shut = facts.session.code == EXIT_NO_CONNECTION && facts.sees_daemon;
   return odd || shut ? "the daemon runs, but cannot be talked to: " + facts.session.error : "";
@@ -75,6 +86,11 @@ std::string check_monitor(const health_facts& facts) {
   return wants_monitor(facts) && !facts.sees_monitor
              ? "debug logging is on, but the size monitor is gone: nothing keeps the quota"
              : "";
+}
+
+std::string check_lost_run(const health_facts& facts) {
+  if (facts.lost_run.empty()) return "";
+  return "the run that is captured is gone, what its writers write is lost: " + facts.lost_run;
 }
 
 std::string check_odd_switch(const health_facts& facts) {
@@ -128,6 +144,7 @@ constexpr struct {
     {"odd-switch", check_odd_switch, "`harrowmossctl stop`, then start again"},
     {"no-logcat", check_logcats, "`harrowmossctl stop`, then start again"},
     {"no-monitor", check_monitor, "`harrowmossctl stop`, then start again"},
+    {"lost-run", check_lost_run, "`harrowmossctl stop`, then start again"},
     {"deletion", check_deletion,
      "`setprop persist.sys.zelka.log.del true`, then stop and start logging"},
     {"left-behind", check_left_behind,

@@ -13,6 +13,9 @@
 #include "client/settings.h"
 #include "client/volume.h"
 
+// Whether somebody else is being served.
+enum class other_client { kUnknown, kConnected, kNone };
+
 // A file that a logger type needs of the platform.
 struct missing_file {
   std::string path;
@@ -31,7 +34,10 @@ struct health_facts {
   bool sees_daemon = false;              // its process, which may be hidden from us
   bool sees_monitor = false;
   bool sees_logcats = false;  // a worker of the type "mobile"
+  std::string lost_run;       // a directory that is gone though the run's writers live; "" none
   outcome session;            // of asking the daemon for its version
+  std::chrono::milliseconds waited{0};  // for its end
+  other_client other = other_client::kUnknown;
 };
 
 struct finding {

@@ -1,8 +1,12 @@
+#include <errno.h>
+#include <stdio.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <iterator>
 
 #include "client/doctor.h"
+#include "client/files.h"
 #include "client/processes.h"
 #include "client/runs.h"
 #include "client/session.h"
@@ -13,6 +17,8 @@ constexpr const char* kEnable = "persist.sys.zklog.enable";
 constexpr const char* kTypes = "persist.sys.zklog.type";
 constexpr const char* kMounted = "vold.mounted";
 constexpr const char* kSelfLogSwitch = "persist.sys.logger.enable";
+
+constexpr size_t kSocketsLimit = 4 << 20;  // some 100 bytes for each socket of the phone
 
 // clang-format off
 
@@ -42,23 +48,67 @@ bool is_usable(const std::string& path) {
   return access(path.c_str(), script ? R_OK : X_OK) == 0;
 }
 
+bool is_logger_type(const std::string& role) {
+  return std::any_of(std::begin(kLoggerTypeNames), std::end(kLoggerTypeNames),
+                     [&](const named_bit& type) { return role == type.name; });
+}
+
+// Where the run that somebody is writing should be, when nothing is there.
+std::string lost_run(const environment& env, const logging_settings& settings) {
+  if (!settings.logging || settings.run_name.empty()) return "";
+  const std::string path = env.working + "/" + settings.run_name;
+  return access(path.c_str(), F_OK) != 0 && errno == ENOENT ? path : "";
+}
+
+// Our own connection must be closed when this looks. A line of /proc/net/unix reads "number:
+// RefCount Protocol Flags Type St Inode Path", the figures in hexadecimal. The daemon's end of a
+// connection bears the path of its socket; St is 3 once it is accepted. Two references are its own:
+// one more is that of a client which has not closed.
+other_client look_for_clients(const environment& env) {
+  const std::string table = read_start(env.proc + "/net/unix", kSocketsLimit);
+  const std::string path = std::string("/dev/socket/") + kControlSocketName;
+  other_client found = other_client::kUnknown;
+  for (size_t start = 0, end; (end = table.find('\n', start)) != std::string::npos;
+       start = end + 1) {
+    const std::string line = table.substr(start, end - start);
+    unsigned references, state;
+    int name = 0;
+    if (sscanf(line.c_str(), "%*s %x %*s %*s %*s %x %*s %n", &references, &state, &name) != 2 ||
+        line.substr(static_cast<size_t>(name)) != path) {
+      continue;
+    }
+    if (state == 3 && references > 2) return other_client::kConnected;
+    found = other_client::kNone;
+  }
+  return found;
+}
+
 void look_at_processes(const environment& env, health_facts* facts) {
   const std::vector<process> all = read_processes(env.proc);
   const process* daemon = find_daemon(all);
   if (daemon == nullptr) return;
   facts->sees_daemon = true;
+  bool writers = false;
   for (const worker& found : find_workers(all, daemon->pid)) {
     facts->sees_monitor |= found.role == kSizeMonitorRole && found.who.parent == daemon->pid;
     facts->sees_logcats |= found.role == "mobile";
+    writers |= is_logger_type(found.role);
   }
+  if (writers) facts->lost_run = lost_run(env, facts->settings);
 }
 
 }  // namespace
 
 health_facts read_health(const environment& env, steady_time deadline) {
   health_facts facts;
-  connection daemon;
-  facts.session = open_session(env, deadline, &daemon, nullptr);
+  const steady_time begin = std::chrono::steady_clock::now();
+  {
+    connection daemon;
+    facts.session = open_session(env, deadline, &daemon, nullptr);
+  }
+  facts.waited = std::chrono::duration_cast<std::chrono::milliseconds>(
+      std::chrono::steady_clock::now() - begin);
+  facts.other = look_for_clients(env);
   facts.settings = read_settings(env);
   facts.enable = env.property(kEnable, "off");
   facts.type_text = env.property(kTypes, "");

@@ -2,6 +2,7 @@
 
 #include <cutils/properties.h>
 #include <cutils/sockets.h>
+#include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/vfs.h>
 #include <unistd.h>
@@ -16,6 +17,17 @@ constexpr const char* kWorking = "/data/misc/zelkalog";
 constexpr const char* kSelfLog = "/data/misc/zelkalog/.logger/harrowmossd.txt";
 
 }  // namespace
+
+bool fill_standard_streams() {
+  const bool has_output = fcntl(STDOUT_FILENO, F_GETFD) != -1;
+  int fd;
+  // Each takes the lowest number that is free.
+  while ((fd = open("/dev/null", O_RDWR | O_CLOEXEC)) != -1 && fd <= STDERR_FILENO) {
+    fcntl(fd, F_SETFD, 0);  // our tools have the three too
+  }
+  if (fd != -1) close(fd);
+  return has_output;
+}
 
 environment phone_environment() {
   environment env;

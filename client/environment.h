@@ -32,6 +32,7 @@ struct environment {
   std::function<std::string(const char*, const char*)> property;
   // False when the path cannot be asked, or its file system has no size.
   std::function<bool(const std::string& path, volume_space* out)> space;
+  bool has_output = true;  // false: standard output was closed when we began
   FILE* out;
   FILE* err;
   bool progress;         // show steps on `err` while a long request runs
@@ -41,6 +42,10 @@ struct environment {
   std::string working;   // runs being captured
   std::string self_log;  // the daemon's diary
 };
+
+// Opens the closed ones of the three standard streams to /dev/null, lest a file that is opened
+// later takes their place. Returns whether standard output was there.
+bool fill_standard_streams();
 
 // The phone's own: the reserved control socket, system properties, standard streams, absolute
 // paths.

@@ -3,7 +3,9 @@
 #include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
+#include <limits.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -40,12 +42,6 @@ void walk_files(const std::string& root,
   }
 }
 
-int64_t tree_bytes(const std::string& root) {
-  int64_t total = 0;
-  walk_files(root, [&](const std::string&, int64_t bytes) { total += bytes; });
-  return total;
-}
-
 std::string read_start(const std::string& path, size_t limit) {
   // Non-blocking, in case somebody left a FIFO under the name.
   const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
@@ -66,6 +62,16 @@ std::string read_start(const std::string& path, size_t limit) {
 bool is_directory(const std::string& path) {
   struct stat info;
   return stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
+}
+
+bool is_link(const std::string& path) {
+  struct stat info;
+  return lstat(path.c_str(), &info) == 0 && S_ISLNK(info.st_mode);
+}
+
+std::string resolved(const std::string& path) {
+  char real[PATH_MAX];
+  return realpath(path.c_str(), real) == nullptr ? "" : real;
 }
 
 bool make_directories(const std::string& path) {

@@ -1,4 +1,5 @@
-// Small looks at the file system that `status` and `runs` share. None follows a symbolic link.
+// Small looks at the file system. Only is_directory(), make_directories() and resolved() follow a
+// symbolic link at the end of a path.
 #pragma once
 
 #include <stddef.h>
@@ -16,13 +17,14 @@ std::vector<std::string> list_directory(const std::string& directory);
 void walk_files(const std::string& root,
                 const std::function<void(const std::string& path, int64_t bytes)>& visit);
 
-// Bytes of all regular files below `root`; 0 when there is none.
-int64_t tree_bytes(const std::string& root);
-
 // At most `limit` bytes from the start of `path`; "" when it cannot be read.
 std::string read_start(const std::string& path, size_t limit);
 
 bool is_directory(const std::string& path);
+bool is_link(const std::string& path);
+
+// Where `path` leads when every link on the way is followed; "" when nothing is there.
+std::string resolved(const std::string& path);
 
 // Makes `path` and its missing parents with mode 0777. False with errno set on failure.
 bool make_directories(const std::string& path);

@@ -62,14 +62,10 @@ int run_types(const invocation& call, environment& env) {
 }
 
 int run_help(const invocation& call, environment& env) {
-  if (call.arguments.empty()) {
-    fputs(general_help().c_str(), env.out);
-    return EXIT_OK;
-  }
+  if (call.arguments.empty()) return show_help(call, nullptr, env);
   const command* what = find_command(call.arguments[0]);
   if (what == nullptr) {
     return fail(call, env, EXIT_USAGE, "there is no command \"" + call.arguments[0] + "\"");
   }
-  fputs(command_help(*what).c_str(), env.out);
-  return EXIT_OK;
+  return show_help(call, what, env);
 }

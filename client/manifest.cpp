@@ -1,5 +1,6 @@
 #include "client/manifest.h"
 
+#include <errno.h>
 #include <fcntl.h>
 #include <stdio.h>
 #include <string.h>
@@ -7,7 +8,10 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <deque>
+#include <map>
 
+#include "base/scoped.h"
 #include "client/child.h"
 #include "client/files.h"
 #include "client/text.h"
@@ -15,7 +19,10 @@
 namespace {
 
 constexpr const char* kSha256 = "/system/bin/sha256sum";
-constexpr std::chrono::minutes kSumLimit{30};  // for one file, of many gigabytes at worst
+constexpr std::chrono::minutes kSumLimit{30};  // for one start: a file of many gigabytes at worst
+constexpr size_t kSumFiles = 256;              // for one start: so many are open at once
+constexpr int64_t kSumBytes = 1 << 30;         // after which no further file is added
+constexpr const char* kDescriptors = "/proc/self/fd/";
 constexpr size_t kDigits = 64;
 constexpr const char* kManifestTail = ".manifest.txt";
 
@@ -30,6 +37,40 @@ struct tar_field {
   size_t offset;
   const char* text;
 };
+
+// Writes the sums of paths[first] and what follows, as many as one start of the tool takes; returns
+// the index of the next. The tool gets numbers of descriptors: no name, however odd, can change
+// what it prints, and what is put in a file's place meanwhile is not waited for.
+size_t add_sums(const environment& env, const std::vector<std::string>& paths, size_t first,
+                std::vector<std::string>* sums) {
+  child_setup setup = {{env.root + kSha256}};
+  std::deque<scoped_fd> files;
+  std::map<std::string, size_t> places;  // indices by what the tool calls the file
+  int64_t bytes = 0;
+  size_t next = first;
+  for (; next < paths.size() && files.size() < kSumFiles && bytes < kSumBytes; ++next) {
+    const int fd = open(paths[next].c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+    if (fd == -1 && errno == EMFILE && !files.empty()) break;
+    files.emplace_back(fd);
+    struct stat info;
+    if (fd == -1 || fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) continue;
+    bytes += info.st_size;
+    setup.kept.push_back(fd);
+    setup.argv.push_back(kDescriptors + std::to_string(fd));
+    places[setup.argv.back()] = next;
+  }
+  if (places.empty()) return next;  // without a name it would read its standard input
+  std::string printed;
+  read_child(setup, kSumLimit, [&](std::string_view text) { printed += text; });
+  for (size_t start = 0, end; (end = printed.find('\n', start)) != std::string::npos;
+       start = end + 1) {
+    const std::string sum = printed.substr(start, end - start);  // digits, two blanks, name
+    if (sum.find_first_not_of("0123456789abcdef") != kDigits || sum.size() < kDigits + 2) continue;
+    const auto place = places.find(sum.substr(kDigits + 2));
+    if (place != places.end()) (*sums)[place->second] = sum.substr(0, kDigits);
+  }
+  return next;
+}
 
 int64_t tar_bytes(const std::string& path) {
   struct stat info;
@@ -65,17 +106,10 @@ std::vector<packed_file> list_files(const pack_source& source) {
   return files;
 }
 
-std::string sha256_of(const environment& env, const std::string& path) {
-  // Non-blocking, in case somebody put a FIFO there meanwhile. The tool reads its standard input:
-  // no name, however odd, can change what it prints.
-  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
-  if (fd == -1) return "";
-  std::string printed;
-  const child_setup setup = {{env.root + kSha256}, fd};
-  const int status = read_child(setup, kSumLimit, [&](std::string_view text) { printed += text; });
-  close(fd);
-  const size_t digits = printed.find_first_not_of("0123456789abcdef");
-  return status == 0 && digits == kDigits ? printed.substr(0, kDigits) : "";
+std::vector<std::string> sha256_of(const environment& env, const std::vector<std::string>& paths) {
+  std::vector<std::string> sums(paths.size());
+  for (size_t next = 0; next < paths.size();) next = add_sums(env, paths, next, &sums);
+  return sums;
 }
 
 std::string manifest_text(const manifest_head& head, const std::vector<packed_file>& files) {

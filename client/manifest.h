@@ -28,8 +28,9 @@ struct packed_file {
 // Every regular file of the source, by path, without checksums.
 std::vector<packed_file> list_files(const pack_source& source);
 
-// The checksum of the file `path`, by the phone's own sha256sum; "" on failure.
-std::string sha256_of(const environment& env, const std::string& path);
+// The checksum of each of `paths`, by the phone's own sha256sum, which is started once for many; ""
+// for what is no regular file or could not be read.
+std::vector<std::string> sha256_of(const environment& env, const std::vector<std::string>& paths);
 
 struct manifest_head {
   std::string name;

@@ -9,6 +9,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include "base/scoped.h"
 #include "client/child.h"
 #include "client/files.h"
 #include "client/json.h"
@@ -33,21 +34,11 @@ struct pack_job {
   std::string output;  // the archive's path, "-" for standard output
 };
 
-class owned_fd {
- public:
-  explicit owned_fd(int fd = -1) : fd_(fd) {}
-  ~owned_fd() { reset(); }
-  owned_fd(const owned_fd&) = delete;
-  owned_fd& operator=(const owned_fd&) = delete;
-  int get() const { return fd_; }
-  void reset(int fd = -1) {
-    if (fd_ != -1) close(fd_);
-    fd_ = fd;
-  }
-
- private:
-  int fd_;
-};
+// With a slash at its end, or ".".
+std::string directory_of(const std::string& path) {
+  const size_t slash = path.find_last_of('/');
+  return slash == std::string::npos ? "." : path.substr(0, slash + 1);
+}
 
 // The unfinished archive, removed unless it was kept; also when a signal ends us.
 class unfinished_file {
@@ -57,7 +48,7 @@ class unfinished_file {
     path_ = target.substr(0, slash) + "." + target.substr(slash) + "." + std::to_string(getpid());
     unlink(path_.c_str());   // of a process with our number, long gone
     s_path = path_.c_str();  // before there is a file: a signal may come at once
-    for (const int sig : {SIGINT, SIGTERM, SIGHUP}) signal(sig, remove_and_end);
+    for (const int sig : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) signal(sig, remove_and_end);
     fd_.reset(open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
     if (fd_.get() == -1) s_path = nullptr;
   }
@@ -72,8 +63,7 @@ class unfinished_file {
   bool keep_as(const std::string& target) {
     if (fsync(fd_.get()) != 0 || rename(path_.c_str(), target.c_str()) != 0) return false;
     s_path = nullptr;
-    const std::string directory = target.substr(0, target.find_last_of('/') + 1);
-    const owned_fd parent(open(directory.empty() ? "." : directory.c_str(), O_RDONLY | O_CLOEXEC));
+    const scoped_fd parent(open(directory_of(target).c_str(), O_RDONLY | O_CLOEXEC));
     fsync(parent.get());  // the name too; file systems that cannot are none of our business
     return true;
   }
@@ -85,7 +75,7 @@ class unfinished_file {
   }
   static inline const char* volatile s_path = nullptr;
   std::string path_;
-  owned_fd fd_;
+  scoped_fd fd_;
 };
 
 std::string without_slashes(std::string path) {
@@ -111,6 +101,7 @@ void describe(const run_report& content, manifest_head* head) {
 std::string plan_bundle(const std::string& word, pack_job* job) {
   const std::string path = without_slashes(word);
   if (path == "/" || !is_directory(path)) return "there is no directory " + path;
+  if (is_link(path)) return path + " is a link; name what it leads to, " + resolved(path);
   const std::string name = path.substr(path.find_last_of('/') + 1);
   run_report content;
   add_content(path, &content);
@@ -136,6 +127,23 @@ std::string plan_run(const environment& env, const std::string& word, pack_job* 
   return "";
 }
 
+// "" when the archive can have the name `output`, else why not.
+std::string check_output(const std::string& output, const pack_source& source) {
+  struct stat info;
+  if (lstat(output.c_str(), &info) == 0 && !S_ISREG(info.st_mode)) {
+    return output + " is " + (S_ISDIR(info.st_mode) ? "a directory" : "no regular file") +
+           "; say the archive's name";
+  }
+  const std::string directory = resolved(directory_of(output)) + "/";
+  for (const std::string& name : source.names) {
+    const std::string inside = resolved(source.base + "/" + name) + "/";
+    if (directory.compare(0, inside.size(), inside) == 0) {
+      return "the archive cannot lie in what it packs";
+    }
+  }
+  return "";
+}
+
 // Reads the arguments. "" or why they make no sense.
 std::string plan(const invocation& call, const environment& env, pack_job* job) {
   const std::string& word = call.arguments[0];
@@ -147,17 +155,11 @@ std::string plan(const invocation& call, const environment& env, pack_job* job) 
   job->head.name = job->source.name;
   job->head.identity = env.property(kFingerprint, "");
   if (job->output == "-") {
+    if (!env.has_output) return "standard output is closed";
     if (call.json) return "--json cannot share standard output with the archive";
     return isatty(fileno(env.out)) == 1 ? "an archive does not go to a terminal" : "";
   }
-  if (is_directory(job->output)) return job->output + " is a directory; say the archive's name";
-  for (const std::string& name : job->source.names) {
-    const std::string inside = job->source.base + "/" + name + "/";
-    if (job->output.compare(0, inside.size(), inside) == 0) {
-      return "the archive cannot lie in what it packs";
-    }
-  }
-  return "";
+  return check_output(job->output, job->source);
 }
 
 bool send_all(int fd, std::string_view bytes) {
@@ -182,7 +184,7 @@ std::string write_archive(const environment& env, const pack_source& source,
                           const std::string& first, int out) {
   int ends[2];  // a socket and no pipe: writing to a gzip that has ended must not end us
   if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) return strerror(errno);
-  owned_fd reader(ends[0]), writer(ends[1]);
+  scoped_fd reader(ends[0]), writer(ends[1]);
   const pid_t gzip = start_child({{env.root + kGzip, "-c"}, reader.get(), out});
   reader.reset();
   if (gzip == -1) return std::string("cannot start gzip: ") + strerror(errno);
@@ -206,17 +208,18 @@ std::string write_archive(const environment& env, const pack_source& source,
 std::string make_manifest(const environment& env, const pack_job& job, bool progress) {
   std::vector<packed_file> files = list_files(job.source);
   if (progress) fprintf(env.err, "checksums of %zu files\n", files.size());
-  for (packed_file& file : files) {
-    file.sha256 = sha256_of(env, job.source.base + "/" + file.path);
-  }
+  std::vector<std::string> paths;
+  for (const packed_file& file : files) paths.push_back(job.source.base + "/" + file.path);
+  const std::vector<std::string> sums = sha256_of(env, paths);
+  for (size_t i = 0; i < files.size(); ++i) files[i].sha256 = sums[i];
   return manifest_text(job.head, files);
 }
 
 // "" when the archive fits beside `target`, else the line that says so.
 std::string check_room(const environment& env, const std::string& target, int64_t wanted) {
-  const std::string directory = target.substr(0, target.find_last_of('/') + 1);
+  const std::string directory = directory_of(target);
   volume_space space;
-  if (!env.space(directory.empty() ? "." : directory, &space)) return "";
+  if (!env.space(directory, &space)) return "";
   if (wanted <= space.available) return "";
   return "no room for the archive: " + space_text(directory, wanted, space.available) +
          "; -o names another place, -o - needs none";
@@ -225,7 +228,7 @@ std::string check_room(const environment& env, const std::string& target, int64_
 int show_result(const invocation& call, environment& env, const std::string& path) {
   struct stat info = {};
   stat(path.c_str(), &info);
-  const std::string sum = sha256_of(env, path);
+  const std::string sum = sha256_of(env, {path})[0];
   if (call.json) {
     json_writer json;
     json.begin_object().member("command", "pack").member("archive", path);

@@ -4,38 +4,15 @@
 #include <string.h>
 #include <sys/stat.h>
 
-#include <utility>
-
 #include "client/files.h"
+#include "model/tree_size.h"
+#include "protocol/data_room.h"
 
 namespace {
 
 constexpr const char* kSequence = "persist.sys.zklog.dir_sequence";
 constexpr int64_t kMib = 1 << 20;
-constexpr int64_t kExtremeLow = 128 * kMib;  // of /data
 constexpr const char* kData = "/data";
-
-using inode = std::pair<dev_t, ino_t>;
-
-int64_t bytes_below(const std::string& directory, std::vector<inode>* ancestors) {
-  int64_t total = 0;
-  for (const std::string& name : list_directory(directory)) {
-    const std::string path = directory + "/" + name;
-    struct stat info;
-    if (stat(path.c_str(), &info) != 0) continue;
-    if (S_ISDIR(info.st_mode)) {
-      const inode self = {info.st_dev, info.st_ino};
-      bool inside_itself = false;
-      for (const inode& ancestor : *ancestors) inside_itself |= ancestor == self;
-      if (inside_itself) continue;
-      ancestors->push_back(self);
-      total += bytes_below(path, ancestors);
-      ancestors->pop_back();
-    }
-    total += info.st_size;
-  }
-  return total;
-}
 
 struct oldest {
   int number = -1;  // -1: none that may go
@@ -69,19 +46,32 @@ numbered_runs directories_of(const std::string& root) {
 }  // namespace
 
 int64_t quota_bytes(const std::string& root) {
-  struct stat info;
-  if (stat(root.c_str(), &info) != 0) return 0;
-  std::vector<inode> ancestors = {{info.st_dev, info.st_ino}};
-  return info.st_size + (S_ISDIR(info.st_mode) ? bytes_below(root, &ancestors) : 0);
+  int64_t bytes = 0;
+  tree_size(root, nullptr, &bytes);
+  return bytes;
 }
 
-quota_verdict judge_quota(int64_t used_bytes, int quota_gib, int32_t types,
-                          int64_t data_available) {
+int64_t preallocated_bytes(const std::string& working) {
+  int64_t total = 0;
+  for (const std::string& run : list_directory(working)) {
+    const std::string captured = working + "/" + run + "/mobile/";
+    for (const std::string& name : list_directory(captured)) {
+      struct stat info;
+      if (lstat((captured + name).c_str(), &info) == 0 && S_ISREG(info.st_mode)) {
+        total += preallocated(info);
+      }
+    }
+  }
+  return total;
+}
+
+quota_verdict judge_quota(int64_t used_bytes, int quota_gib, int32_t types, int64_t data_available,
+                          int64_t data_preallocated) {
   quota_verdict verdict;
   verdict.used_mib = used_bytes / kMib;
   verdict.limit_mib = int64_t{quota_gib} * (shrinks_quota(types) ? 768 : 1024);
   verdict.over = verdict.limit_mib < verdict.used_mib;
-  verdict.extreme = data_available > 0 && data_available < kExtremeLow;
+  verdict.extreme = data_extremely_low(data_available, data_preallocated);
   return verdict;
 }
 
@@ -109,8 +99,9 @@ quota_report read_quota(const environment& env) {
   for (const volume_reading& volume : report.volumes) {
     if (volume.path == kData) data = volume.available;
   }
-  report.verdict = judge_quota(report.store_bytes + report.working_bytes,
-                               report.settings.quota_setting, report.settings.types, data);
+  report.verdict =
+      judge_quota(report.store_bytes + report.working_bytes, report.settings.quota_setting,
+                  report.settings.types, data, preallocated_bytes(env.working));
   report.plan = plan_eviction(directories_of(env.store), directories_of(env.working),
                               atoi(env.property(kSequence, "0").c_str()), report.settings.logging);
   if (report.plan.what == next_victim::kRun) report.victim_bytes = quota_bytes(report.plan.path);

@@ -12,19 +12,23 @@
 #include "client/settings.h"
 #include "client/volume.h"
 
-// Bytes of `root` and all that is below it as the monitor counts them: directories' own sizes
-// included, links followed, a directory inside itself once. 0 when there is none.
+// Bytes of `root` and all that is below it as the size monitor counts them (model/tree_size.h). 0
+// when there is none.
 int64_t quota_bytes(const std::string& root);
 
 struct quota_verdict {
   int64_t used_mib = 0;   // both trees together, whole MiB
   int64_t limit_mib = 0;  // three quarters of the setting with modem or wifi
   bool over = false;      // strictly more than the limit
-  bool extreme = false;   // less than 128 MiB free on /data: everything will go
+  bool extreme = false;   // less than 128 MiB of /data free or preallocated: everything will go
 };
 
+// Bytes that the logcats of the runs in `working` have allocated for lines to come.
+int64_t preallocated_bytes(const std::string& working);
+
 // `quota_gib` is the setting, not yet shrunk; `data_available` 0 or less is unknown.
-quota_verdict judge_quota(int64_t used_bytes, int quota_gib, int32_t types, int64_t data_available);
+quota_verdict judge_quota(int64_t used_bytes, int quota_gib, int32_t types, int64_t data_available,
+                          int64_t data_preallocated = 0);
 
 enum class next_victim {
   kNothing,

@@ -26,6 +26,7 @@ constexpr milliseconds kVersionTimeout{10'000};  // a daemon that serves us answ
 constexpr int64_t kRequestSerial = 2;
 
 constexpr int32_t kStart = 2;
+constexpr int32_t kDelete = 12;
 
 // clang-format off
 
@@ -162,9 +163,12 @@ bool read_values(const invocation& call, environment& env, request_values* value
   return error->empty();
 }
 
-// The daemon answers 0 to a start even when it found too little space and switched logging off.
-std::string start_warning(const reply& answer, const environment& env) {
-  if (answer.code != kStart || failed(answer) || read_settings(env).logging) return "";
+// What a reply that sounds well does not tell, or "". The daemon answers 0 to a start even when it
+// found too little space and switched logging off.
+std::string warning_of(const reply& answer, const request_name& request, const environment& env) {
+  if (failed(answer)) return "";
+  if (answer.code != kStart) return loss_while_logging(&request, env);
+  if (read_settings(env).logging) return "";
   std::string text =
       "the daemon accepted the start, but debug logging is off: it wants more than "
       "64 MiB free on /sdcard and more than 128 MiB on /data";
@@ -179,9 +183,10 @@ int show_reply(const invocation& call, environment& env, const std::string& byte
   if (!decode_reply(bytes, request, kRequestSerial, &answer, &error)) {
     return fail(call, env, EXIT_BAD_REPLY, error);
   }
-  const std::string warning = start_warning(answer, env);
+  const std::string warning = warning_of(answer, request, env);
   if (!warning.empty()) fprintf(env.err, "harrowmossctl: %s\n", warning.c_str());
-  const std::string text = warning.empty() ? reply_text(answer, request) : "debug logging is off";
+  const bool not_started = answer.code == kStart && !warning.empty();
+  const std::string text = not_started ? "debug logging is off" : reply_text(answer, request);
   if (call.json) {
     fputs(reply_json(answer, request, warning).c_str(), env.out);
   } else {
@@ -223,6 +228,12 @@ std::string check_destination(std::string_view path) {
     start = end + 1;
   }
   return components >= 2 ? "" : "the destination must lie at least two levels below /";
+}
+
+std::string loss_while_logging(const request_name* request, const environment& env) {
+  if (request == nullptr || request->code != kDelete || !read_settings(env).logging) return "";
+  return "debug logging is on and goes on in deleted files: what is captured until the next start "
+         "is lost (`harrowmossctl stop`, then start)";
 }
 
 std::string reply_text(const reply& answer, const request_name& request) {

@@ -19,6 +19,10 @@ int run_raw(const invocation& call, environment& env);
 // characters [A-Za-z0-9._/@%+=:,#-] only.
 std::string check_destination(std::string_view path);
 
+// What `request` (may be null) destroys beside what it says, as debug logging is on; "" when it
+// does not. The daemon's writers keep the files that it deletes.
+std::string loss_while_logging(const request_name* request, const environment& env);
+
 // What people and scripts read about a reply.
 std::string reply_text(const reply& answer, const request_name& request);
 std::string reply_json(const reply& answer, const request_name& request,

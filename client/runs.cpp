@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "client/files.h"
+#include "client/quota.h"
 #include "client/settings.h"
 #include "protocol/protocol.h"
 
@@ -131,8 +132,8 @@ void add_content(const std::string& directory, run_report* run) {
   }
   if (run->build.empty()) run->build = property_of_lists(directory, kBuildKeys);
   std::string build;
-  walk_files(directory, [&](const std::string& path, int64_t bytes) {
-    run->bytes += bytes;
+  run->bytes += quota_bytes(directory);
+  walk_files(directory, [&](const std::string& path, int64_t) {
     const size_t dot = path.rfind('.');
     const std::string suffix = dot == std::string::npos ? "" : path.substr(dot + 1);
     if (is_number(suffix)) {
@@ -174,8 +175,9 @@ std::vector<run_report> read_runs(const environment& env) {
   const auto note = [&](const std::string& root, std::string run_report::*place) {
     for (const std::string& name : list_directory(root)) {
       run_report run;
-      if (!parse_run_name(name, &run) || !is_directory(root + "/" + name)) continue;
-      by_name.emplace(name, run).first->second.*place = root + "/" + name;
+      const std::string path = root + "/" + name;
+      if (!parse_run_name(name, &run) || !is_directory(path) || is_link(path)) continue;
+      by_name.emplace(name, run).first->second.*place = path;
     }
   };
   note(env.store, &run_report::store);

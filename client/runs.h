@@ -34,9 +34,9 @@ struct run_report {
   int32_t types = 0;         // of the settings, of its property list, or as its content shows
   bool types_known = false;  // false: content only; types that leave nothing may be missing
   std::string build;         // the display id, "" when nothing tells it
-  int64_t bytes = 0;
+  int64_t bytes = 0;         // as the quota counts them
   std::vector<std::string>
-      replaced;  // "mobile/ID-radio_1.txt": a logcat died, lines before it are lost
+      replaced;  // "mobile/ID-radio_1.txt": a logcat died, lines just before it may be lost
   std::vector<rotated_file> rotated;
 };
 

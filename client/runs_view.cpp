@@ -36,7 +36,8 @@ std::string runs_text(const std::vector<run_report>& runs) {
     const std::string indent(8, ' ');
     if (run.state == run_state::kLeftBehind) text += indent + "in " + printable(run.working) + "\n";
     for (const std::string& path : run.replaced) {
-      text += indent + printable(path) + ": its logcat was replaced, lines before it are lost\n";
+      text += indent + printable(path) +
+              ": its logcat was replaced, lines just before it may be lost\n";
     }
     for (const rotated_file& file : run.rotated) {
       text += indent + printable(file.path) + ": " + std::to_string(file.generations) +

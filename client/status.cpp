@@ -23,7 +23,7 @@ status_report read_status(const environment& env) {
   report.settings = read_settings(env);
   if (!report.settings.run_name.empty()) {
     report.working_dir = env.working + "/" + report.settings.run_name;
-    report.working_bytes = tree_bytes(report.working_dir);
+    report.working_bytes = quota_bytes(report.working_dir);
   }
   report.used_bytes = quota_bytes(env.working) + quota_bytes(env.store);
 

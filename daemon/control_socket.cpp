@@ -129,6 +129,7 @@ void serve_connection(int fd) {
     android::Parcel reply;
     if (!receive_request(fd, &request)) break;
     execute(request, reply);
+    if (is_stray_child()) break;  // the main process replies
     if (!send_reply(fd, reply)) break;
   }
   LOG_AS(ANDROID_LOG_INFO, "main", "closing connection\n");

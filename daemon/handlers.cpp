@@ -20,8 +20,10 @@
 #include "protocol/protocol.h"
 #include "selflog/log.h"
 #include "selflog/props.h"
+#include "storage/linked_move.h"
 #include "storage/size_monitor.h"
 #include "storage/store.h"
+#include "storage/tree.h"
 #include "storage/utils.h"
 
 namespace {
@@ -61,11 +63,16 @@ const char* kernel_log_copy_fault(const char* path) {
   });
 }
 
-// False, after one error line, for a destination that no command may be composed with.
+// False, after one error line, for a destination that no command may be composed with. The
+// directory that an accepted one lies in is made when it is missing.
 bool destination_ok(const request_text& path, const char* (*fault_of)(const char*)) {
   const char* fault = fault_of(path.get());
-  if (fault != nullptr) LOGE("destination refused, %s: %s", fault, shown(path));
-  return fault == nullptr;
+  if (fault != nullptr) {
+    LOGE("destination refused, %s: %s", fault, shown(path));
+    return false;
+  }
+  creat_dir(split(path.get()).directory.c_str());
+  return true;
 }
 
 // Writes an int32 length and the text.
@@ -140,9 +147,8 @@ int do_get_feedback_log(const android::Parcel& request, android::Parcel& reply) 
 int do_get_build_state(const android::Parcel&, android::Parcel& reply) {
   LOGD("function invoked");
   const int state = getBuildState();
-  LOGD("ret: %d.", state);
   reply.writeInt32(state);
-  return 0;
+  return state;
 }
 
 int do_no_service_catch_modem(const android::Parcel&, android::Parcel& reply) {
@@ -150,10 +156,11 @@ int do_no_service_catch_modem(const android::Parcel&, android::Parcel& reply) {
 }
 
 int do_get_pstore_dir(const android::Parcel&, android::Parcel& reply) {
-  adopt_published_run();
-  LOGD("function invoked, %s,strlen(psstoredir=%lu)\n", s_log_dir_name,
-       static_cast<unsigned long>(strlen(s_log_dir_name)));
-  write_text(reply, s_log_dir_name);
+  LOGD("function invoked");
+  const std::string name = current_run_name();
+  LOGD("function invoked, %s,strlen(psstoredir=%lu)\n", name.c_str(),
+       static_cast<unsigned long>(name.size()));
+  write_text(reply, name.c_str());
   return 0;
 }
 
@@ -181,6 +188,7 @@ int do_del_log(const android::Parcel&, android::Parcel&) {
   delete_dir("/data/anr");
   delete_dir("/data/misc/zelkalog/*");
   delete_dir("/data/vendor/zelkalog/*");
+  remove_move_trees(kWorkingDir, nullptr);
   return 0;
 }
 

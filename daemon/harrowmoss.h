@@ -15,7 +15,11 @@ class Parcel;
 // status 1 when there is no control socket to listen on.
 [[noreturn]] void run_daemon();
 
-// Rotates the secure-world traces once a second. Thread body.
+// Keeps each of the run's two secure-world traces below 20 MiB, with five generations. Monitor
+// thread.
+void rotate_traces();
+
+// Calls rotate_traces() once a second. Thread body.
 void* monitorThread(void*);
 
 // Installs the dispositions that the main process has and every child inherits until it execs. The

@@ -121,7 +121,6 @@ void signal_waitpid(int sig) {
        getpid(), getppid(), s_harrowmossd_pid);
   if (!is_main_process()) return;  // children wait for theirs where they started them
   signal_waitpid_parent();
-  end_superseded_workers();
 }
 
 // What the kernel calls.
@@ -147,7 +146,7 @@ void dispatch_signal(int sig) {
 }
 
 void install_signal_handlers() {
-  set_safe_point_handler(dispatch_signal);
+  set_safe_point_handler(dispatch_signal, end_superseded_workers);
   // SIGKILL cannot be caught; the attempt is part of the order and fails without harm.
   for (const int sig : {SIGKILL, SIGTERM, SIGINT, SIGPIPE, SIGALRM, SIGCHLD})
     signal(sig, on_signal);

@@ -2,6 +2,7 @@
 #include <cutils/sockets.h>
 #include <errno.h>
 #include <fcntl.h>
+#include <pthread.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/prctl.h>
@@ -16,6 +17,7 @@
 #include "base/thread.h"
 #include "capture/fingerprint_dir.h"
 #include "capture/logcat.h"
+#include "capture/run.h"
 #include "capture/workers.h"
 #include "catchers/logger_types.h"
 #include "daemon/harrowmoss.h"
@@ -25,6 +27,8 @@
 #include "selflog/log.h"
 #include "selflog/props.h"
 #include "selflog/self_logger.h"
+#include "storage/linked_move.h"
+#include "storage/preallocation.h"
 #include "storage/shell.h"
 #include "storage/size_monitor.h"
 #include "storage/utils.h"
@@ -57,11 +61,10 @@ void protect_control_socket() {
 void capture_boot_failure() {
   if (get_string_prop("sys.android.reboot", "0")[0] != '1') return;
   if (access(kBootFailLog, F_OK) == 0) return;
-  const std::string command = std::string(
-                                  "/system/bin/vesk -v threadtime -b main -b events -b system -b "
-                                  "crash -b radio -b kernel -d -f ") +
-                              kBootFailLog;
-  run_tool(command.c_str());
+  run_tool(
+      shell_text("/system/bin/vesk -v threadtime -b main -b events -b system -b crash -b radio "
+                 "-b kernel -d -f")
+          .target(kBootFailLog));
 }
 
 void init_systrace_state() {
@@ -77,7 +80,9 @@ void create_working_dir() {
 
 void start_monitor_thread() {
   s_monitor_running = true;
-  if (start_thread(monitorThread, nullptr) == 0) return;
+  pthread_t never_joined;
+  const signals_blocked for_the_thread;
+  if (pthread_create(&never_joined, nullptr, monitorThread, nullptr) == 0) return;
   LOG_AS(ANDROID_LOG_ERROR, "main", "create monitor thread fail, error=%s\n", strerror(errno));
   s_monitor_running = false;
 }
@@ -86,9 +91,10 @@ void start_monitor_thread() {
 [[noreturn]] void save_kernel_log() {
   alarm(kKernelLogSeconds);
   if (is_dir_exist(kSelfLogDir) < 0) creat_dir(kSelfLogDir);
-  char command[512];
-  format_cut(command, "/system/bin/rm %s; %s -d -v %s -t %d -b %s -f %s", kKernelLog, kLogcat,
-             kKernelLogFormat, kKernelLogLines, kKernelLogBuffer, kKernelLog);
+  shell_text command("/system/bin/rm");
+  command.arg(kKernelLog).raw("; ").raw(kLogcat).raw(" -d -v").arg(kKernelLogFormat);
+  command.raw(" -t").arg(std::to_string(kKernelLogLines)).raw(" -b").arg(kKernelLogBuffer);
+  command.raw(" -f").target(kKernelLog);
   LOG_AS(ANDROID_LOG_DEBUG, "collect_kernel_pmic_log", "kernel_pmic fetch %s > %s",
          kKernelLogBuffer, kKernelLog);
   run_shell(command);
@@ -123,21 +129,30 @@ int listen_on_control_socket() {
 
 }  // namespace
 
+void rotate_traces() {
+  const std::string dir = fingerprint_log_dir();
+  rotateFpLogs(dir.c_str(), "qsee_log.txt", kTraceLimit, kTraceGenerations);
+  rotateFpLogs(dir.c_str(), "tzbsp.txt", kTraceLimit, kTraceGenerations);
+}
+
 void* monitorThread(void*) {
   LOGD("function invoked");
   while (s_monitor_running) {
-    const std::string dir = fingerprint_log_dir();
-    rotateFpLogs(dir.c_str(), "qsee_log.txt", kTraceLimit, kTraceGenerations);
-    rotateFpLogs(dir.c_str(), "tzbsp.txt", kTraceLimit, kTraceGenerations);
+    rotate_traces();
     sleep_ms(1000);
   }
   return nullptr;
 }
 
-void run_daemon() {
+namespace {
+
+// Start-up as far as the signal handlers. Until they stand, signals that the daemon ignores or
+// handles would end it: they are blocked, and delivered afterwards.
+void prepare() {
+  const signals_blocked until_handled;
   protect_control_socket();
   if (property_set("persist.sys.logger.enable", "on") != 0) {
-    ALOG(ANDROID_LOG_DEBUG, "logger, set LOGSYS_LOG_ENABLE on failed.");
+    LOG_ANDROID(ANDROID_LOG_DEBUG, "logger, set LOGSYS_LOG_ENABLE on failed.");
   }
   s_harrowmossd_pid = getpid();
   prctl(PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0);  // what workers leave behind becomes ours to end
@@ -146,20 +161,27 @@ void run_daemon() {
   sleep_ms(kStartPauseMs);
   create_working_dir();
   LOG_AS(ANDROID_LOG_ERROR, "main", "After create directories;\n");
+  share_current_run();
   // Before the first thread, which forks: children close what is named by then.
   if (!open_signal_pipe()) {
     LOG_AS(ANDROID_LOG_ERROR, "main", "no signal pipe: %s", strerror(errno));
   }
   start_monitor_thread();
   install_signal_handlers();
-  set_logging_switch(stop_debug_log, start_debug_log);
+}
+
+}  // namespace
+
+void run_daemon() {
+  prepare();
+  set_logging_switch(stop_debug_log, start_debug_log, current_run_name);
   initialize_globals();
+  give_back_preallocation();
+  settle_moves();
   preProcess();
   collect_kernel_pmic_log();
   start_debug_log();
-  // The descriptor watcher's child, when it has no shell, comes back from there: it has no
-  // connection to serve and must not accept one.
-  if (!is_main_process()) end_process(0);
+  end_stray_child();
   checkLogSize();
   serve_connections(listen_on_control_socket());
 }

@@ -15,8 +15,9 @@ int start_debug_log();
 // each platform tool, 5 minutes for a bug report when enabled; the moves take as long as they take.
 int stop_debug_log();
 
-// Ends the workers that this process knows when the properties name another run than theirs: the
-// size monitor has restarted logging. Then takes that run over. Main process, at a safe point.
+// Takes over the run that the size monitor has started, and ends the workers of the run before,
+// which that one may not have known. Nothing while the run is this process's own. Main process, at
+// every safe point.
 void end_superseded_workers();
 
 // Ends whatever logging has left behind: children of the main process that nobody knows any more.

@@ -64,6 +64,7 @@ void wait_vendor_mv_actions_done() {
   const bool modem_or_wifi = (types & (kTypeModem | kTypeWifi)) != 0;
   const int budget =
       calc_vendor_mv_actions_timeout(s_vendor_mv_start_secs, time(nullptr), modem_or_wifi);
+  LOGD("wait timeout %ds", budget);
   s_vendor_mv_start_secs = time(nullptr);
   wait_vendor_mv_action_done(kVendorCommonDoneProp, budget * 10);
   if ((types & kTypeWifi) != 0) {
@@ -80,7 +81,7 @@ void wait_vendor_mv_actions_done() {
 void move_wifi_log_if_needed() {
   const std::string store = get_string_prop(kStorePathProp, "");
   if (store.empty()) return;
-  if (published_run_name().empty()) {
+  if (!is_stored_run(store)) {
     LOGE("not a run of the store: %s", store.c_str());
     return;
   }
@@ -120,6 +121,7 @@ void copy_minidump_if_needed() {
     LOGI("delete old minidump log");
   }
   creat_dir(kMinidumpDir);
+  if (is_trap(kMinidumpDir)) return;
   const int ret = rename(kHiddenMinidumpDir, kMinidumpDir);
   LOGD("rename minidump_path_hide=%s, minidump_path=%s %d", kHiddenMinidumpDir, kMinidumpDir, ret);
 }

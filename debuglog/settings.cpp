@@ -1,6 +1,7 @@
 #include "debuglog/settings.h"
 
 #include <cutils/properties.h>
+#include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <stdlib.h>
@@ -16,7 +17,7 @@
 #include "feedback/report.h"
 #include "selflog/log.h"
 #include "selflog/props.h"
-#include "storage/measure.h"
+#include "storage/copied.h"
 #include "storage/utils.h"
 
 namespace {
@@ -31,7 +32,7 @@ constexpr char kPowerOffDir[] = "/data/misc/zelkalog/poweroffcharge";
 // Makes the store for root alone. False after a log line.
 bool make_persist_dir() {
   const auto failed = [](const char* call) {
-    LOG_AS(ANDROID_LOG_DEBUG, "setPersistProperty", "%s %s failed. %s", call, kPersistDir,
+    LOG_AS(ANDROID_LOG_ERROR, "setPersistProperty", "%s %s failed. %s", call, kPersistDir,
            strerror(errno));
     return false;
   };
@@ -55,19 +56,35 @@ constexpr fingerprint_part kFingerprintParts[] = {
     {"ro.build.type", "/"},     {"ro.build.tags", ""},
 };
 
-// Moves one directory of power-off logs; it stays where it is when there is no room.
+bool has_hidden(const char* dir) {
+  scoped_dir stream(opendir(dir));
+  while (const dirent* entry = stream.valid() ? readdir(stream.get()) : nullptr) {
+    const char* name = entry->d_name;
+    if (name[0] == '.' && strcmp(name, ".") != 0 && strcmp(name, "..") != 0) return true;
+  }
+  return false;
+}
+
+// Moves one directory of power-off logs. It stays where it is when there is no room, when a name of
+// it is taken by other logs (until a stop has moved those), and when not all of it was copied.
 void move_poweroff_logs(const char* source) {
   if (is_poweroffcharge() || is_dir_exist(source) != 0 || creat_dir(kPowerOffDir) != 0) return;
+  const auto stays = [&](const char* why) {
+    LOG_AS(ANDROID_LOG_ERROR, "copyPoweroffchargelog", "%s stays: %s", source, why);
+  };
   const std::string content = std::string(source) + "/*";
-  int64_t needed = 0;
-  int64_t available = 0;
-  if (!copy_has_room(content.c_str(), kPowerOffDir, &needed, &available)) {
-    LOG_AS(ANDROID_LOG_ERROR, "copyPoweroffchargelog",
-           "no room to copy %s to %s: %lld bytes needed, %lld free", source, kPowerOffDir,
-           static_cast<long long>(needed), static_cast<long long>(available));
+  if (is_taken(content.c_str(), kPowerOffDir)) {
+    stays("other logs have its names in /data/misc/zelkalog/poweroffcharge");
     return;
   }
-  if (copy_dir(content.c_str(), kPowerOffDir) == 0) delete_dir(source);
+  if (copy_dir(content.c_str(), kPowerOffDir) == -1) return;  // was not begun
+  if (!is_copied(content.c_str(), kPowerOffDir)) return;
+  if (has_hidden(source)) {
+    stays("it holds hidden files, which are not copied");
+    delete_dir(content.c_str());
+  } else {
+    delete_dir(source);
+  }
   LOG_AS(ANDROID_LOG_ERROR, "copyPoweroffchargelog", "cp poweroffchargelog to %s", kPowerOffDir);
 }
 
@@ -98,15 +115,15 @@ int setPersistProperty(const char* key, const char* value) {
   format_cut(path, "%s%s", kPersistDir, key);
   scoped_fd fd(open(path, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600));
   if (!fd.valid()) {
-    LOGD("open/create %s failed. %s", path, strerror(errno));
+    LOGE("open/create %s failed. %s", path, strerror(errno));
     return -1;
   }
   if (fchown(fd.get(), 0, 0) != 0) {
-    LOGD("chown %s failed. %s", path, strerror(errno));
+    LOGE("chown %s failed. %s", path, strerror(errno));
     return -1;
   }
   if (fchmod(fd.get(), 0600) != 0) {
-    LOGD("chmod %s failed. %s", path, strerror(errno));
+    LOGE("chmod %s failed. %s", path, strerror(errno));
     return -1;
   }
   (void)!write(fd.get(), value, strlen(value));

@@ -1,6 +1,5 @@
 #include <cutils/properties.h>
 #include <errno.h>
-#include <limits.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -42,20 +41,19 @@ bool query(const char* mount, struct statfs* info) {
 // Takes the next number, names the run and makes its directories known.
 void open_run() {
   creat_dir(kStoreDir);
-  const int last = get_log_dir_sequence();
-  const int sequence = last == INT_MAX ? 1 : last + 1;
+  const int sequence = get_log_dir_sequence() + 1;
   char text[PROPERTY_VALUE_MAX];
   format_cut(text, "%d", sequence);
   property_set(kSequenceProp, text);
-  get_current_datetime_with_sequence(s_log_dir_name, sequence);
+  char name[sizeof(s_log_dir_name)];
+  get_current_datetime_with_sequence(name, sequence);
+  enter_run(name);
 
   char final_path[sizeof(s_log_store_path)];
   format_cut(final_path, "%s%s", kStoreDir, s_log_dir_name);
   property_set(kStorePathProp, final_path);
 
-  format_cut(s_log_store_path, "%s%s", kWorkingDir, s_log_dir_name);
   creat_dir(s_log_store_path);
-  format_cut(s_vendor_log_root_path, "%s%s", kVendorRunsDir, s_log_dir_name);
   creat_dir(s_vendor_log_root_path);
   property_set("sys.harrowmossd.vendor_log_root_path", s_vendor_log_root_path);
   LOG_AS(ANDROID_LOG_DEBUG, "start_debug_log", "current work dir : %s", s_log_dir_name);
@@ -73,9 +71,8 @@ void start_types(int32_t mask) {
   char dir[4096];
   format_cut(dir, "%s/%s", store_path, "bugreport");
   creat_dir(dir);
-  const std::string command = std::string("bugreportz -s > ") + dir + "/" +
-                              (start ? "bugreport_start.zip" : "bugreport_stop.zip");
-  run_shell(command.c_str());
+  const char* file = start ? "/bugreport_start.zip" : "/bugreport_stop.zip";
+  run_shell(shell_text("bugreportz -s >").target(std::string(dir) + file));
   end_process(0);
 }
 

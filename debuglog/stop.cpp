@@ -103,7 +103,7 @@ void stop_bluetooth_and_fp_dump() {
   property_set("sys.zelka.fp.dump", "off");
 }
 
-// The vendor's move is asked for early, so that its time overlaps with everything behind it.
+// Ask for the vendor's move early: it runs in parallel with the rest of the stop.
 constexpr void (*kClosingSteps[])() = {
     close_bugreport,
     stop_router_log,
@@ -233,9 +233,19 @@ void end_self_log_collector() {
   LOG_AS(ANDROID_LOG_DEBUG, "stop_debug_log", "kill log collector %d", pid);
   const bool killed = signal_process(pid, SIGKILL) == 0;
   const bool gone = kill(pid, 0) == -1 && errno == ESRCH;
-  if (!killed && !gone) return;  // not now, no descriptor free perhaps: the next stop
+  if (!killed && !gone) {          // not now, no descriptor free perhaps: the next stop
+    signal_process(pid, SIGCONT);  // completing its file has stopped it
+    return;
+  }
   // While logging goes on with another mask its thread may have put a new pid there already.
   s_self_log_collector_pid.compare_exchange_strong(pid, 0);
+}
+
+// The size monitor may have started the current run, or, there, the main process.
+bool take_over_run() {
+  if (!follow_current_run()) return false;
+  follow_net_log(s_log_store_path);
+  return true;
 }
 
 }  // namespace
@@ -243,13 +253,14 @@ void end_self_log_collector() {
 int stop_debug_log() {
   const no_safe_points until_done;
   LOGD("function invoked");
-  adopt_published_run();
+  take_over_run();
   create_store_dir_if_needed();
   restorecon_media_zelkalog();
   for (const auto step : kClosingSteps) step();
   const ended_workers ended = end_workers();
   if (is_main_process()) {
     end_logging_leftovers();
+    complete_captures();  // the size monitor stops a run only to delete it
   } else {
     end_groups(ended.pids, ended.count);
   }
@@ -258,6 +269,7 @@ int stop_debug_log() {
   LOGE("stop debug log over.");
   move_runs();
   wait_vendor_mv_actions_done();
+  if (is_main_process()) loggersystem::completeSelfLog(s_self_log_collector_pid);
   copy_self_log();
   end_self_log_collector();
   return 0;
@@ -270,9 +282,7 @@ void end_logging_leftovers() {
 }
 
 void end_superseded_workers() {
-  const std::string name = published_run_name();
-  if (s_log_dir_name[0] == '\0' || name.empty() || name == s_log_dir_name) return;
+  if (!take_over_run()) return;
   const ended_workers ended = end_workers();
   end_groups(ended.pids, ended.count);
-  adopt_published_run();
 }

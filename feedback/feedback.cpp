@@ -8,6 +8,7 @@
 
 #include <string>
 
+#include "base/beneath.h"
 #include "base/noted_signals.h"
 #include "base/process.h"
 #include "base/text.h"
@@ -28,13 +29,7 @@ constexpr int kPropertyPolls = 20;
   LOG_AS(ANDROID_LOG_DEBUG, "copy_system_propertie", "in child %d.", getpid());
   char path[4096] = {};
   if (copy_or_abort(path, dir) == 0 || path[strlen(path) - 1] != '/') append_or_abort(path, "/");
-  std::string target;
-  if (append_escaped(&target, path)) {
-    run_shell(("getprop > " + target + "system" + suffix + ".prop").c_str());
-  } else {
-    LOG_AS(ANDROID_LOG_ERROR, "copy_system_propertie", "name cannot be given to the shell: %s",
-           path);
-  }
+  run_shell(shell_text("getprop >").target(std::string(path) + "system" + suffix + ".prop"));
   char name[64];
   format_cut(name, "others%s.prop", suffix);
   write_info(path, name);
@@ -111,6 +106,7 @@ const char* destination_fault(const char* path, const char* const* sources, size
       return "inside of what is copied";
     }
   }
+  if (is_trap(path)) return "a link or no directory is in the way";
   return fits(path) ? nullptr : "too long";
 }
 

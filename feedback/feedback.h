@@ -18,7 +18,8 @@ extern const feedback_getter kFeedbackGetters[kFeedbackGetterCount];  // in the 
 // Why a destination that a client names is refused; null when it may be used. Root copies into it
 // and gives it to everybody, so it must be absolute, at least two components deep, without "." and
 // "..", control bytes, none of the `count` `sources` that are copied nor below one, under whatever
-// name (cp would copy into itself without end), and short enough for every command that is composed
+// name (cp would copy into itself without end), reached by no link that somebody has put below the
+// platform's way (base/beneath.h), and short enough for every command that is composed
 // with it: `fits` tells whether the longest of these holds it.
 const char* destination_fault(const char* path, const char* const* sources, size_t count,
                               bool (*fits)(const char* path));

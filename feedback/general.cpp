@@ -16,6 +16,7 @@
 #include "capture/workers.h"
 #include "feedback/feedback.h"
 #include "selflog/log.h"
+#include "storage/copied.h"
 #include "storage/shell.h"
 #include "storage/utils.h"
 
@@ -36,14 +37,14 @@ void dump_buffer(const char* dir, const char* buffer) {
   if (is_dir_exist(path) != 0) creat_dir(path);
   build_logcat_file_name(buffer, path);
   creat_file(path);
-  std::string command = std::string(kLogcat) + " -d -v threadtime,usec -t " +
-                        std::to_string(kDumpLines) + " -b " + buffer + " -f ";
-  if (!append_escaped(&command, path)) {
-    LOG_AS(ANDROID_LOG_ERROR, "get_general_log", "name cannot be given to the shell: %s", path);
-    return;
-  }
   LOG_AS(ANDROID_LOG_DEBUG, "get_general_log", "catch %s > %s", buffer, path);
-  run_shell(command.c_str());
+  run_shell(shell_text(kLogcat)
+                .raw(" -d -v threadtime,usec -t")
+                .arg(std::to_string(kDumpLines))
+                .raw(" -b")
+                .arg(buffer)
+                .raw(" -f")
+                .target(path));
 }
 
 // One buffer's dump, and the thread that it runs on.
@@ -112,8 +113,12 @@ void trim_trace_files() {
 
 int get_general_log(const char* dir) {
   LOGD("get general log");
+  const std::string copied = place_of_copy(kGeneralDir, dir) + "/boot_fail.log";
   copy_dir(kGeneralDir, dir);
-  run_shell("rm -f /sdcard/Android/data/.harrowmoss/general/boot_fail.log");
+  if (is_copied("/sdcard/Android/data/.harrowmoss/general/boot_fail.log", copied.c_str())) {
+    run_shell(
+        shell_text("rm -f").removal("/sdcard/Android/data/.harrowmoss/general/boot_fail.log"));
+  }
   const pid_t pid = fork_process(group::own);
   if (pid == 0) dump_all_buffers(dir);
   int ret = 0;

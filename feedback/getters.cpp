@@ -10,7 +10,8 @@
 #include "feedback/feedback.h"
 #include "protocol/protocol.h"
 #include "selflog/log.h"
-#include "storage/measure.h"
+#include "storage/copied.h"
+#include "storage/linked_move.h"
 #include "storage/shell.h"
 #include "storage/store.h"
 #include "storage/utils.h"
@@ -19,6 +20,7 @@ namespace {
 
 constexpr char kLogSource[] = "commands";
 constexpr char kBootFailLog[] = "/cache/boot_fail.log";
+constexpr char kStagedBootFailLog[] = "/sdcard/Android/data/.harrowmoss/general/boot_fail.log";
 constexpr char kBluetoothLogs[] = "/data/misc/bluetooth/logs";
 constexpr char kBluetoothSnoops[] = "/data/misc/bluetooth/logs/snoops";
 constexpr char kPowerFeedbackDir[] = "/sdcard/Android/data/.harrowmoss/zklog/feedback/power/";
@@ -26,22 +28,24 @@ constexpr char kExceptionDir[] = "/data/aee_exp/";
 constexpr char kMinidumpDoneProp[] = "sys.zelka.harrowmossd.action.mv_minidump_logs_done";
 constexpr int kMinidumpPolls = 25;  // of 100 ms
 
-// False, logged, when a copy or move of `source` to `target` would run out of room and lose it.
-bool has_room(bool (*asks)(const char*, const char*, int64_t*, int64_t*), const char* source,
-              const char* target) {
-  int64_t needed = 0;
-  int64_t available = 0;
-  if (asks(source, target, &needed, &available)) return true;
-  LOGE("no room for %s in %s: %lld bytes needed, %lld free", source, target,
-       static_cast<long long>(needed), static_cast<long long>(available));
-  return false;
+// Copies `source` to `target`, and deletes `deleted` once the copy is known to be whole. Otherwise
+// it stays, with one error line.
+void copy_then_delete(const char* source, const char* target, const char* deleted) {
+  const std::string place = place_of_copy(source, target);
+  if (copy_dir(source, target) == -1) return;  // was not begun
+  if (is_copied(source, place.c_str())) delete_dir(deleted);
 }
 
 int get_bootfail_log(const char* dir) {
   copy_dir("/data/anr", dir);
-  if (has_room(move_has_room, kBootFailLog, kGeneralDir)) {
-    run_shell("mv /cache/boot_fail.log /sdcard/Android/data/.harrowmoss/general/boot_fail.log");
+  linked_move move(kBootFailLog, kGeneralDir);
+  if (move.prepare() == move_way::stays) {
+    LOGE("no room to move %s to %s: %lld bytes needed, %lld free", kBootFailLog, kGeneralDir,
+         static_cast<long long>(move.needed()), static_cast<long long>(move.available()));
+    return 0;
   }
+  run_shell(shell_text("mv /cache/boot_fail.log").target(kStagedBootFailLog));
+  move.settle();
   return 0;
 }
 
@@ -81,9 +85,7 @@ int get_power_log(const char* dir) {
   LOGD("function invoked");
   run_tool("/system/bin/sh /system/etc/power_logs_feedback.sh");
   if (holds(dir, kPowerFeedbackDir)) return 0;  // in its place already; nothing to copy nor delete
-  if (!has_room(copy_has_room, kPowerFeedbackDir, dir)) return 0;
-  copy_dir(kPowerFeedbackDir, dir);
-  delete_dir(kPowerFeedbackDir);
+  copy_then_delete(kPowerFeedbackDir, dir, kPowerFeedbackDir);
   return 0;
 }
 
@@ -95,9 +97,7 @@ int get_mtkdb_log(const char* dir) {
     LOGE("name too long to copy: %s", latest.get());
     return 0;
   }
-  if (!has_room(copy_has_room, latest.get(), dir)) return 0;
-  copy_dir(latest.get(), dir);
-  delete_dir(kExceptionDir);
+  copy_then_delete(latest.get(), dir, kExceptionDir);
   return 0;
 }
 
@@ -158,9 +158,7 @@ int get_bluetooth_log(const char* /*dir*/) {
   char dir[128];
   format_cut(dir, "%sbtlog", kWorkingDir);
   if (is_dir_exist(dir) != 0) creat_dir(dir);
-  if (!has_room(copy_has_room, kBluetoothLogs, dir)) return 0;
-  copy_dir(kBluetoothLogs, dir);
-  delete_dir(kBluetoothLogs);
+  copy_then_delete(kBluetoothLogs, dir, kBluetoothLogs);
   return 0;
 }
 

@@ -9,6 +9,7 @@
 #include <sys/vfs.h>
 #include <unistd.h>
 
+#include "base/beneath.h"
 #include "base/scoped.h"
 #include "base/text.h"
 #include "selflog/log.h"
@@ -24,7 +25,7 @@ constexpr const char* kMounts[] = {"/system", "/data"};
 
 struct base_info {
   const char* label;
-  const char* command;
+  fixed_text command;
 };
 constexpr base_info kBaseInfo[] = {
     {"Version Number", "getprop ro.build.display.id"},
@@ -55,7 +56,7 @@ void write_text(int fd, const char* text) {
 void append_info(const char* dir, const char* name, const char* text) {
   char path[kPathSize];
   format_cut(path, "%s%s", dir, name);
-  FILE* file = fopen(path, "a+e");
+  FILE* file = open_stream_beneath(path, O_RDWR | O_APPEND | O_CREAT, "a+");
   if (file == nullptr) {
     LOGE("%s create/open failed!\n", path);
     return;
@@ -68,7 +69,11 @@ void write_info(const char* dir, const char* name) {
   std::string block = header_row();
   for (const char* mount : kMounts) block += write_mount_info_detail(mount);
   block += "\n";
-  for (const base_info& info : kBaseInfo) block += write_device_base_info(info.label, info.command);
+  series_budget budget(name);
+  for (const base_info& info : kBaseInfo) {
+    const int left = budget.left();
+    if (left > 0) block += write_device_base_info(info.label, info.command, left);
+  }
   block += kSeparator;
   block += write_device_base_info("Memory", "cat /proc/meminfo");
   block += kSeparator;
@@ -89,7 +94,7 @@ std::string write_mount_info_detail(const char* mount) {
   return row;
 }
 
-std::string write_device_base_info(const char* label, const char* command) {
+std::string write_device_base_info(const char* label, fixed_text command, int bound_ms) {
   char head[64];
   format_cut(head, "%-22s  ", label);
   struct item {
@@ -103,7 +108,7 @@ std::string write_device_base_info(const char* label, const char* command) {
     to->has_line = true;
   };
   char line[kLineSize];
-  if (run_shell_lines(command, kToolBoundMs, line, sizeof(line), on_line, &out) != 0) return "";
+  if (run_shell_lines(command, bound_ms, line, sizeof(line), on_line, &out) != 0) return "";
   return out.text + "\n";
 }
 
@@ -130,15 +135,18 @@ bool isRooted() {
   return strcmp(rooted, "1") == 0;
 }
 
-void write_cmd_output(const char* dir, const char* name, const char* command) {
+void write_cmd_output(const char* dir, const char* name, fixed_text command) {
   char path[kPathSize];
   format_cut(path, "%s%s", dir, name);
   char frame[128];
-  format_cut(frame, "\n----- %s -----\n", command);
-  scoped_fd fd(open(path, O_RDWR | O_APPEND | O_CLOEXEC));
+  format_cut(frame, "\n----- %s -----\n", command.get());
+  scoped_fd fd(open_file_beneath(path, O_RDWR | O_APPEND));
   write_text(fd.get(), frame);
-  dup2(fd.get(), STDOUT_FILENO);
-  run_shell(command);
+  char line[kLineSize];
+  const auto on_line = [](void* to, const char* text) {
+    write_text(static_cast<scoped_fd*>(to)->get(), text);
+  };
+  run_shell_lines(command, kToolBoundMs, line, sizeof(line), on_line, &fd);
   write_text(fd.get(), frame);
 }
 

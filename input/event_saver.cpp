@@ -10,6 +10,7 @@
 
 #include <algorithm>
 
+#include "base/beneath.h"
 #include "base/text.h"
 
 namespace {
@@ -38,7 +39,7 @@ EventSaver::EventSaver(char* base) {
 int EventSaver::openLiveFile() {
   event_path path;
   compose_path(path, mBaseName, 0);
-  mFd = open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+  mFd = open_file_beneath(path, O_WRONLY | O_CREAT | O_APPEND, 0600);
   struct stat info;
   mOutByteCount =
       stat(path, &info) == 0 ? static_cast<int32_t>(std::min<off_t>(info.st_size, INT32_MAX)) : 0;

@@ -34,7 +34,10 @@ constexpr char kEventFile[] = "/event";  // appended to the output directory
 constexpr size_t kOutputDirSize = 256;     // the caller's buffer
 constexpr size_t kIdentitySize = 79;       // asked of the device, without our NUL
 constexpr size_t kNotifyBufferSize = 512;  // one read of the watch
-constexpr int kRemovalFlags = 0x10000 | 0x4 | kRecordRemoval | kSayWhenMissing;
+
+// The interface's value for a removal that the watch reports: kSayWhenMissing, kRecordRemoval, and
+// two bits that close_device() ignores.
+constexpr int kRemovalFlags = 0x10007;
 
 // A device is recorded when its name contains one of these.
 constexpr const char* kAcceptedNames[] = {

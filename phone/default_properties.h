@@ -14,7 +14,6 @@ constexpr DefaultProperty kDefaultProperties[] = {
     {"ro.build.type",                 "userdebug"},
     {"ro.build.tags",                 "test-keys"},
     {"ro.build.display.id",           "QZ201A V1.02"},
-    {"ro.vendor.build.display.id",    "QZ201A V1.02"},
     {"ro.build.id",                   "TQ1A.230105.001"},
     {"ro.build.date.utc",             "1672876800"},
     {"ro.build.fingerprint",          "zelka/QZ201A/QZ201A:13/TQ1A.230105.001/1042:userdebug/test-keys"},
@@ -37,9 +36,15 @@ constexpr DefaultProperty kDefaultProperties[] = {
     {"gsm.operator.iso-country",      "de,"},
     {"gsm.sim.state",                 "LOADED,ABSENT"},
     {"persist.sys.timezone",          "UTC"},
-    {"vold.mounted",                  "1"},
     {"sys.boot_completed",            "1"},
     {"dev.bootcomplete",              "1"},
+    {"sys.user.0.ce_available",       "true"},
     {"init.svc.logd",                 "running"},
+};
+
+// Set by the vendor's part of the system. The platform's policy shows them to nobody else, unless the
+// device kit's property_contexts gives them a label of their own.
+constexpr DefaultProperty kVendorProperties[] = {
+    {"ro.vendor.build.display.id",    "QZ201A V1.02"},
 };
 // clang-format on

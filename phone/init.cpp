@@ -19,12 +19,14 @@
 #include <algorithm>
 #include <iterator>
 #include <memory>
+#include <set>
 #include <thread>
 
 #include "phone/default_properties.h"
 #include "phone/init_log.h"
 #include "phone/input_supervisor.h"
 #include "phone/log_buffers.h"
+#include "phone/policy.h"
 #include "phone/rc_commands.h"
 #include "phone/rc_parser.h"
 #include "phone/root_layout.h"
@@ -51,6 +53,7 @@ static const char* const kAndroidEnvironment[] = {
     "EXTERNAL_STORAGE=/sdcard",
     "DOWNLOAD_CACHE=/data/cache",
     "ASEC_MOUNTPOINT=/mnt/asec",
+    "TMPDIR=/data/local",  // of Android's shell, which has it built in
 };
 
 struct InitOptions {
@@ -59,6 +62,7 @@ struct InitOptions {
   bool terminal = false;
   bool input = false;
   std::vector<std::string> properties, environment, command;
+  std::set<std::string> loose;
 };
 
 // The launcher made these arguments; they are not checked again.
@@ -76,6 +80,7 @@ static InitOptions read_options(int argc, char** argv) {
     if (i + 1 == argc) break;
     if (option == "--control-fd") options.control = atoi(argv[++i]);
     if (option == "--prop") options.properties.push_back(argv[++i]);
+    if (option == "--loose") options.loose.insert(argv[++i]);
     if (option == "--env") options.environment.push_back(argv[++i]);
   }
   return options;
@@ -142,6 +147,13 @@ bool Init::set_properties() {
     if (given(property.key) || properties_.get(property.key, saved) > 0) continue;
     if (!set(property.key, property.value)) return false;
   }
+  const bool loose = options_.loose.count("properties") == 1;
+  const std::string contexts = read_file(std::string(kPolicyFolder) + "property_contexts");
+  for (const DefaultProperty& property : kVendorProperties) {
+    const bool readable = loose || has_property_row(contexts, property.key);
+    if (readable && !given(property.key) && !set(property.key, property.value)) return false;
+  }
+  if (loose && !given("vold.mounted") && !set("vold.mounted", "1")) return false;
   for (const std::string& pair : options_.properties) {
     const size_t equals = pair.find('=');
     if (!set(pair.substr(0, equals), pair.substr(equals + 1))) return false;
@@ -202,11 +214,13 @@ bool Init::boot() {
   std::vector<std::string> environment(std::begin(kAndroidEnvironment),
                                        std::end(kAndroidEnvironment));
   environment.insert(environment.end(), options_.environment.begin(), options_.environment.end());
-  services_ = std::make_unique<Services>(rc_.services, environment, &properties_);
+  services_ = std::make_unique<Services>(rc_.services, environment, &properties_,
+                                         options_.loose.count("capabilities") == 0);
   return announce();
 }
 
-// Tells the launcher that the phone is there, and hands it the terminal's other end.
+// Tells the launcher that the phone is there, hands it the terminal's other end, and waits until it
+// has taken what it wants of the phone.
 bool Init::announce() {
   struct iovec iov = {const_cast<char*>("booted"), strlen("booted")};
   struct msghdr message = {};
@@ -233,7 +247,8 @@ bool Init::announce() {
   }
   const bool sent = sendmsg(options_.control, &message, MSG_NOSIGNAL) > 0;
   terminal_master_.reset();
-  return sent;
+  char go[2];
+  return sent && recv(options_.control, go, sizeof go, 0) > 0;
 }
 
 void Init::run_event(const std::string& event) {

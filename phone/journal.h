@@ -63,6 +63,28 @@ inline bool parse_call(std::string_view line, BenchCall* call) {
   return !call->program.empty();
 }
 
+// The calls in a journal's text, in order; with `program`, only that one's. A line that is no call
+// has no program.
+inline std::vector<BenchCall> calls_in(std::string_view journal, std::string_view program = "") {
+  std::vector<BenchCall> calls;
+  for (size_t end; (end = journal.find('\n')) != std::string_view::npos;
+       journal.remove_prefix(end + 1)) {
+    BenchCall call;
+    if (!parse_call(journal.substr(0, end), &call)) call = {};
+    if (program.empty() || call.program == program) calls.push_back(std::move(call));
+  }
+  return calls;
+}
+
+// The texts in it that were given to `sh -c`; the shells that scripts start are left out.
+inline std::vector<std::string> shell_commands_in(std::string_view journal) {
+  std::vector<std::string> texts;
+  for (BenchCall& call : calls_in(journal, "/system/bin/sh")) {
+    if (call.argv.size() == 3 && call.argv[1] == "-c") texts.push_back(std::move(call.argv[2]));
+  }
+  return texts;
+}
+
 // Appends the calling process's own call. A journal that cannot be written is no reason to fail the
 // call (the stand-in may run where /dev/bench is gone), so nothing is returned.
 inline void journal_call(const char* program, int argc, char** argv) {

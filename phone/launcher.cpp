@@ -11,7 +11,9 @@
 #include <sys/wait.h>
 
 #include <chrono>
+#include <filesystem>
 
+#include "phone/keep_logs.h"
 #include "phone/options.h"
 #include "phone/root.h"
 #include "phone/root_layout.h"
@@ -34,6 +36,10 @@ static std::vector<std::string> init_arguments(const PhoneOptions& options, int 
   if (!options.services) arguments.push_back("--no-services");
   if (options.input) arguments.push_back("--input");
   if (terminal) arguments.push_back("--terminal");
+  for (const std::string& word : options.loose) {
+    arguments.push_back("--loose");
+    arguments.push_back(word);
+  }
   for (const std::string& pair : options.properties) {
     arguments.push_back("--prop");
     arguments.push_back(pair);
@@ -55,6 +61,7 @@ static std::vector<std::string> init_arguments(const PhoneOptions& options, int 
 [[noreturn]] static void become_init(const PhoneParts& parts, const PhoneOptions& options,
                                      Fd control, bool terminal) {
   prctl(PR_SET_PDEATHSIG, SIGKILL);
+  setsid();  // a signal to the whole group, by whatever runs in here, stays in here
   // A launcher that ended before that line is noticed by its closed end of the control socket.
   struct pollfd launcher = {control.get(), POLLIN, 0};
   if (poll(&launcher, 1, 0) != 0) _exit(kCannotBoot);
@@ -117,6 +124,30 @@ static int exit_status_of(pid_t pid) {
   return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
+// The phone's logs outlive it as long as their file systems are held open.
+struct HeldLogs {
+  Fd dev, data;
+  explicit HeldLogs(pid_t init) : dev(hold(init, "/dev")), data(hold(init, "/data")) {}
+  static int hold(pid_t init, const char* path) {
+    const std::string inside = "/proc/" + std::to_string(init) + "/root" + path;
+    return open(inside.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+  }
+  static std::string path(const Fd& fd) { return "/proc/self/fd/" + std::to_string(fd.get()); }
+};
+
+// COMMAND says in kPhoneNameFile by what name its logs are kept.
+static void keep_or_drop(const HeldLogs& held, const std::string& parent, bool failed) {
+  std::string name = read_file(HeldLogs::path(held.dev) + (kPhoneNameFile + strlen("/dev")));
+  if (name.empty() || name.find('/') != std::string::npos) name = "phone";
+  const std::string directory = parent + "/" + name;
+  std::error_code error;
+  if (!failed) {
+    std::filesystem::remove_all(directory, error);
+  } else if (keep_logs(HeldLogs::path(held.dev), HeldLogs::path(held.data), directory)) {
+    complain("its logs are in " + directory);
+  }
+}
+
 static int run_phone(const PhoneOptions& options, PhoneParts* parts) {
   const auto start = std::chrono::steady_clock::now();
   const auto left_ms = [&]() -> int {
@@ -148,6 +179,8 @@ static int run_phone(const PhoneOptions& options, PhoneParts* parts) {
   rmdir(parts->mount_point.c_str());  // still there only when the phone could not be made
   if (booted && !options.pid_file.empty() && !write_pid_file(options.pid_file, pid))
     complain(errno_text("cannot write " + options.pid_file));
+  const HeldLogs held(options.failed_logs.empty() ? 0 : pid);
+  (void)!send(mine.get(), "go", 2, MSG_NOSIGNAL);  // a short COMMAND would be over by now
   bool in_time = true;
   if (master.ok()) {
     in_time = relay_terminal(master.get(), pidfd.get(), left_ms());
@@ -158,11 +191,13 @@ static int run_phone(const PhoneOptions& options, PhoneParts* parts) {
     }
     in_time = ready != 0;
   }
-  if (in_time) return exit_status_of(pid);
-  kill(pid, SIGKILL);
-  exit_status_of(pid);
-  complain("ended after " + std::to_string(options.timeout_s) + " s");
-  return kTimedOut;
+  if (!in_time) {
+    kill(pid, SIGKILL);
+    complain("ended after " + std::to_string(options.timeout_s) + " s");
+  }
+  const int ended = exit_status_of(pid), status = in_time ? ended : kTimedOut;
+  if (held.dev.ok()) keep_or_drop(held, options.failed_logs, status != 0);
+  return status;
 }
 
 int main(int argc, char** argv) {

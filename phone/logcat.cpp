@@ -5,7 +5,8 @@
 // nothing), bench.logcat.BUFFER.exit_after_ms (ends by itself, with
 // bench.logcat.BUFFER.exit_status); without "BUFFER." they hold for every logcat. A logcat takes
 // those of the buffers it reads. bench.logcat.exit_pid ends the running logcat with that pid in the
-// same way, while another in its place goes on.
+// same way, while another in its place goes on. What the real one does with its file can be
+// switched off in the same way: preallocate, buffer, private_mode, go_on (0).
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
@@ -55,6 +56,11 @@ long knob(const LogcatOptions& options, const char* name, long unset) {
   return unset;
 }
 
+LogFileHabits file_habits(const LogcatOptions& options) {
+  return {knob(options, "preallocate", 1) != 0, knob(options, "buffer", 1) != 0,
+          knob(options, "private_mode", 1) != 0};
+}
+
 // Merges the sources of all buffers, the oldest entry first.
 class Merged {
  public:
@@ -97,7 +103,9 @@ class Logcat {
   explicit Logcat(LogcatOptions options)
       : options_(std::move(options)),
         sources_(options_.buffers),
-        output_(options_.file, options_.rotate_kb, static_cast<int>(options_.generations)) {}
+        habits_(file_habits(options_)),
+        output_(options_.file, options_.rotate_kb, static_cast<int>(options_.generations),
+                habits_) {}
 
   int run();
 
@@ -112,8 +120,9 @@ class Logcat {
 
   LogcatOptions options_;
   Merged sources_;
+  LogFileHabits habits_;
   LogOutput output_;
-  int64_t shown_until_ns_ = -1;  // entries up to here are in the file already
+  int64_t begin_ns_ = -1;  // older entries are in the file already
   std::vector<std::string> begun_;
   std::string last_buffer_;
   bool stubborn_ = false;
@@ -122,9 +131,11 @@ class Logcat {
   PropertyArea properties_;
 };
 
-// A logcat that is started again with the same -f goes on behind the last line that it wrote there.
+// A logcat that is started again with the same -f goes on at the time of the last line that it
+// wrote there. That line told its time in microseconds, the buffer knows nanoseconds: it comes once
+// more.
 void Logcat::resume_after_existing_lines() {
-  if (options_.file.empty() || options_.tail != 0) return;
+  if (options_.file.empty() || options_.tail != 0 || knob(options_, "go_on", 1) == 0) return;
   Fd fd(open(options_.file.c_str(), O_RDONLY | O_CLOEXEC));
   struct stat st;
   if (!fd.ok() || fstat(fd.get(), &st) != 0 || !S_ISREG(st.st_mode)) return;
@@ -132,31 +143,30 @@ void Logcat::resume_after_existing_lines() {
   std::string end(std::min(st.st_size, kLook), '\0');
   if (pread(fd.get(), end.data(), end.size(), st.st_size - end.size()) < 0) return;
   for (const std::string& line : split(end, "\n"))
-    shown_until_ns_ = std::max(shown_until_ns_, time_of_line(line, clock_ns(CLOCK_REALTIME)));
-  // The line told the time no finer than it was printed.
-  if (shown_until_ns_ >= 0) shown_until_ns_ += options_.format.microseconds ? 999 : 999999;
+    begin_ns_ = std::max(begin_ns_, time_of_line(line, clock_ns(CLOCK_REALTIME)));
 }
 
-// SIGTERM is let in only while waiting, so that it never cuts an entry. What the caller left
-// blocked or ignored stays so: the real logcat does nothing about it either.
+// SIGTERM ends a logcat that buffers, and what it holds is lost. One that does not lets it in only
+// while waiting, so that everything that was there is written. What the caller left blocked or
+// ignored stays so: the real logcat does nothing about it either.
 void Logcat::prepare_signals() {
   stubborn_ = knob(options_, "ignore_term", 0) != 0;
   const long exit_after_ms = knob(options_, "exit_after_ms", -1);
   if (exit_after_ms >= 0) end_ns_ = clock_ns(CLOCK_MONOTONIC) + exit_after_ms * 1000000;
-  sigset_t term;
-  sigemptyset(&term);
-  sigaddset(&term, SIGTERM);
-  sigprocmask(SIG_BLOCK, &term, &waiting_mask_);
+  sigset_t held_back;
+  sigemptyset(&held_back);
+  if (!habits_.buffers) sigaddset(&held_back, SIGTERM);
+  sigprocmask(SIG_BLOCK, &held_back, &waiting_mask_);
   struct sigaction action;
   sigaction(SIGTERM, nullptr, &action);
-  if (action.sa_handler == SIG_IGN) return;
+  if (action.sa_handler == SIG_IGN || (habits_.buffers && !stubborn_)) return;
   action = {};
   action.sa_handler = stubborn_ ? SIG_IGN : note_term;
   sigaction(SIGTERM, &action, nullptr);
 }
 
 bool Logcat::show(const LogEntry& entry) {
-  if (entry.time_ns <= shown_until_ns_) return true;
+  if (entry.time_ns < begin_ns_) return true;
   if (!options_.filter.shows(entry.tag, entry.priority)) return true;
   std::string text;
   if (entry.buffer != last_buffer_) {
@@ -230,8 +240,8 @@ int Logcat::run() {
   prepare_signals();
   if (!properties_.open()) return 1;
   if (!show_backlog()) return 1;
-  if (options_.dump) return 0;
-  if (!follow()) return 1;
+  if (options_.dump) return output_.flush() ? 0 : 1;
+  if (!follow() || !output_.flush()) return 1;
   if (g_terminated != 0) {  // everything that was there is written: die of it, as the real one does
     signal(SIGTERM, SIG_DFL);
     raise(SIGTERM);

@@ -12,15 +12,20 @@ Boots a throw-away Android phone root in namespaces of its own, starts the daemo
 and runs COMMAND inside once the daemon listens. Without COMMAND: an interactive shell. The exit status
 is COMMAND's; 125 when the phone could not be made, 124 after --timeout. Nothing of it stays behind.
 
-  --data-size N         size of /data (default 512m)
+  --data-size N         size of /data (default 1g)
   --sdcard-size N       size of /sdcard, which is /data/media/0 (default 512m)
+  --one-pool            /sdcard takes its room from /data, as on a phone
   --prop KEY=VALUE      set a property before the daemon starts; may be repeated
   --file HOST=PHONE     copy a file over the root before boot, mode kept; may be repeated
   --env NAME=VALUE      environment of the services and of COMMAND; may be repeated
+  --loose WHAT          leave out a strictness of a real phone: capabilities, data, properties, sdcard,
+                        tmp, or all of them ("all"); may be repeated
   --input               input devices for `finger`, which plugs them and moves fingers on them
   --no-daemon           start no service; COMMAND runs at once
   --daemon PATH         this daemon instead of the one of the same build
   --pid-file FILE       write the outer pid of the phone's init; /proc/PID/root shows the inside
+  --failed-logs DIR     when COMMAND fails, keep the phone's logs in DIR/NAME; NAME is what COMMAND
+                        wrote into /dev/bench/name, or "phone"
   --timeout SECONDS     end the phone after that time
   --help                this text
 )";
@@ -52,6 +57,11 @@ static const struct {
     {"--data-size", "a size", [](auto* o, auto& v) { return normalise_size(v, &o->data_size); }},
     {"--sdcard-size", "a size",
      [](auto* o, auto& v) { return normalise_size(v, &o->sdcard_size); }},
+    {"--one-pool", nullptr,
+     [](auto* o, auto&) {
+       o->one_pool = true;
+       return true;
+     }},
     {"--prop", "KEY=VALUE",
      [](auto* o, auto& v) {
        o->properties.push_back(v);
@@ -74,6 +84,16 @@ static const struct {
        o->services = false;
        return true;
      }},
+    {"--loose", "capabilities, data, properties, sdcard, tmp or all",
+     [](auto* o, auto& v) {
+       bool known = false;
+       for (const char* word : kLooseWords) {
+         if (v != word && v != "all") continue;
+         o->loose.insert(word);
+         known = true;
+       }
+       return known;
+     }},
     {"--input", nullptr,
      [](auto* o, auto&) {
        o->input = true;
@@ -87,6 +107,11 @@ static const struct {
     {"--pid-file", "a path",
      [](auto* o, auto& v) {
        o->pid_file = v;
+       return !v.empty();
+     }},
+    {"--failed-logs", "a path",
+     [](auto* o, auto& v) {
+       o->failed_logs = v;
        return !v.empty();
      }},
     {"--timeout", "seconds",

@@ -1,24 +1,31 @@
 // The command line of the bench phone's launcher, as values.
 #pragma once
 
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
 
 struct PhoneOptions {
-  std::string data_size = "512m";                          // of /data, as tmpfs takes it
-  std::string sdcard_size = "512m";                        // of /data/media/0, also seen as /sdcard
-  std::vector<std::string> properties;                     // KEY=VALUE, in order
+  std::string data_size = "1g";         // of /data, as tmpfs takes it
+  std::string sdcard_size = "512m";     // of /data/media/0, also seen as /sdcard
+  bool one_pool = false;                // /data/media/0 takes its room from /data, as on a phone
+  std::vector<std::string> properties;  // KEY=VALUE, in order
   std::vector<std::pair<std::string, std::string>> files;  // host path, path in the phone
   std::vector<std::string> environment;                    // K=V, for services and COMMAND
   bool services = true;                                    // false: init starts no service
+  std::set<std::string> loose;                             // of kLooseWords
   bool input = false;                                      // devices that `finger` plugs
   std::string daemon;                                      // "": the one of this build
   std::string pid_file;
-  int timeout_s = 0;  // end of everything, 0: none
+  std::string failed_logs;  // where the logs of a COMMAND that fails are kept, "": nowhere
+  int timeout_s = 0;        // end of everything, 0: none
   std::vector<std::string> command;
   bool help = false;
 };
+
+// What is stricter than Linux by itself asks for, and can be switched off.
+constexpr const char* kLooseWords[] = {"capabilities", "data", "properties", "sdcard", "tmp"};
 
 // Shown for --help and after a usage error.
 extern const char* const kPhoneUsage;

@@ -8,6 +8,7 @@
 #include <sys/syscall.h>
 
 #include "phone/root_layout.h"
+#include "phone/sdcard.h"
 #include "phone/sysrq.h"
 #include "phone/util.h"
 #include "platform/linux/bench_phone.h"
@@ -108,6 +109,7 @@ void add_programs(Builder* b, const PhoneParts& parts) {
   for (const ProgramRow& row : kHostPrograms) b->bind(host_program(row.from), row.to, true);
   for (const char* applet : kToyboxApplets) b->link("toybox", std::string("/system/bin/") + applet);
   for (const char* script : kScripts) b->copy(parts.tools + script, script);
+  for (const char* source : kPolicySources) b->copy(parts.tools + source, source);
   if (!parts.daemon.empty()) b->bind(parts.daemon, kPhoneDaemon, true);
   if (!parts.client.empty()) b->bind(parts.client, kPhoneClient, true);
 }
@@ -157,6 +159,17 @@ void add_canned_files(Builder* b) {
   }
 }
 
+// /data/media/0 as apps see it. Without FUSE, or when a plain file system is asked for: the same
+// files at a second place.
+void add_sdcard(Builder* b, bool plain) {
+  if (!b->ok()) return;
+  Fd lower(open(b->at("/data/media/0").c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  const std::string sdcard = b->at("/sdcard");
+  if (!plain && mount_sdcard(lower.get(), sdcard.c_str())) return;
+  b->check(mount(b->at("/data/media/0").c_str(), sdcard.c_str(), nullptr, MS_BIND, nullptr) == 0,
+           "show /data/media/0 as /sdcard");
+}
+
 // The host's tree goes out of sight: "." is put under itself and the old root taken off.
 bool become_root(const PhoneParts& parts) {
   Fd old_root(open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
@@ -202,15 +215,20 @@ bool enter_phone_root(const PhoneParts& parts, const PhoneOptions& options, std:
   b.tmpfs("", "mode=0755,size=1g");  // holds what --file copies
   for (const DirectoryRow& row : kRootDirectories) b.directory(row);
   for (const LinkRow& row : kRootLinks) b.link(row.text, row.path);
+  if (options.loose.count("tmp") == 1) {
+    b.directory({"/tmp", 01777, kAidRoot, kAidRoot});
+    b.tmpfs("/tmp", "mode=1777,size=64m");
+  }
   for (const MountRow& row : kMounts) b.tmpfs(row.path, row.options);
-  b.tmpfs("/data", "mode=0771,size=" + options.data_size);
+  // system:system 0771 on a phone, where policy lets few services make anything in it.
+  const char* data_mode = options.loose.count("data") == 1 ? "0771" : "0751";
+  b.tmpfs("/data",
+          std::string("uid=1000,gid=1000,mode=") + data_mode + ",size=" + options.data_size);
   for (const DirectoryRow& row : kDirectories) b.directory(row);
   for (const LinkRow& row : kLateLinks) b.link(row.text, row.path);
-  b.tmpfs("/data/media/0", "mode=0777,uid=1015,gid=1015,size=" + options.sdcard_size);
-  if (b.ok())
-    b.check(mount(b.at("/data/media/0").c_str(), b.at("/sdcard").c_str(), nullptr, MS_BIND,
-                  nullptr) == 0,
-            "show /data/media/0 as /sdcard");
+  if (!options.one_pool)
+    b.tmpfs("/data/media/0", "mode=0770,uid=1023,gid=1023,size=" + options.sdcard_size);
+  add_sdcard(&b, options.loose.count("sdcard") == 1);
   add_host_libraries(&b);
   add_programs(&b, parts);
   add_devices(&b);

@@ -6,7 +6,7 @@
 
 // Android's fixed user numbers.
 constexpr uid_t kAidRoot = 0, kAidSystem = 1000, kAidSdcard = 1015, kAidMedia = 1023,
-                kAidShell = 2000, kAidBluetooth = 1002;
+                kAidShell = 2000, kAidBluetooth = 1002, kAidCache = 2001;
 
 constexpr const char* kPhoneDaemon = "/system_ext/bin/harrowmossd";
 constexpr const char* kPhoneClient = "/system_ext/bin/harrowmossctl";
@@ -52,13 +52,12 @@ constexpr DirectoryRow kRootDirectories[] = {  // on the root itself, which beco
     {"/data",           0771, kAidSystem, kAidSystem},
     {"/sdcard",         0777, kAidSdcard, kAidSdcard},
     {"/persist",        0771, kAidRoot, kAidSystem},
-    {"/cache",          0770, kAidSystem, kAidSystem},
+    {"/cache",          0770, kAidSystem, kAidCache},
     {"/mnt",            0755, kAidRoot, kAidSystem},
     {"/proc",           0555, kAidRoot, kAidRoot},
     {"/sys",            0555, kAidRoot, kAidRoot},
     {"/d",              0700, kAidRoot, kAidRoot},
     {"/dev",            0755, kAidRoot, kAidRoot},
-    {"/tmp",            0777, kAidRoot, kAidRoot},
 };
 constexpr LinkRow kRootLinks[] = {
     {"/bin", "system/bin"},
@@ -69,11 +68,10 @@ constexpr LinkRow kLateLinks[] = {  // inside the mounts below
 };
 constexpr MountRow kMounts[] = {
     {"/persist", "mode=0771,gid=1000,size=32m"},
-    {"/cache",   "mode=0770,uid=1000,gid=1000,size=256m"},
+    {"/cache",   "mode=0770,uid=1000,gid=2001,size=256m"},
     {"/sys",     "mode=0755,size=16m"},
     {"/d",       "mode=0700,size=16m"},
     {"/dev",     "mode=0755,size=512m"},  // holds the log buffers
-    {"/tmp",     "mode=1777,size=64m"},
 };
 constexpr DirectoryRow kDirectories[] = {  // inside the mounts above
     {"/dev/pts",             0755, kAidRoot, kAidRoot},
@@ -81,7 +79,6 @@ constexpr DirectoryRow kDirectories[] = {  // inside the mounts above
     {"/dev/log",             0755, kAidRoot, kAidRoot},
     {"/dev/input",           0755, kAidRoot, kAidRoot},
     {"/dev/bench",           0777, kAidRoot, kAidRoot},
-    {"/data",                0771, kAidSystem, kAidSystem},
     {"/data/anr",            0775, kAidSystem, kAidSystem},
     {"/data/tombstones",     0771, kAidSystem, kAidSystem},
     {"/data/property",       0700, kAidRoot, kAidRoot},
@@ -94,7 +91,7 @@ constexpr DirectoryRow kDirectories[] = {  // inside the mounts above
     {"/data/vendor",         0771, kAidRoot, kAidRoot},
     {"/data/system",         0775, kAidSystem, kAidSystem},
     {"/data/media",          0770, kAidMedia, kAidMedia},
-    {"/data/media/0",        0777, kAidSdcard, kAidSdcard},
+    {"/data/media/0",        0770, kAidMedia, kAidMedia},
     {"/sys/fs/pstore",       0755, kAidRoot, kAidRoot},
     {"/sys/kernel",          0755, kAidRoot, kAidRoot},
 };
@@ -134,6 +131,10 @@ constexpr const char* kScripts[] = {
     "/system/etc/get_net_log.sh", "/system/etc/watch_fd.sh", "/system/etc/fg_logs_start.sh",
     "/system/etc/power_logs_start.sh", "/system/etc/power_logs_stop.sh",
     "/system/etc/power_logs_feedback.sh", kPhoneRc, kBenchServicesRc,
+};
+// The device kit's policy, for what of it holds without SELinux.
+constexpr const char* kPolicySources[] = {
+    "/system/etc/selinux/harrowmossd.te", "/system/etc/selinux/property_contexts",
 };
 constexpr const char* kToyboxApplets[] = {
     "[", "base64", "basename", "cat", "chgrp", "chmod", "chown", "cksum", "cmp", "comm", "cp",

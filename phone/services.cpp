@@ -3,15 +3,19 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <grp.h>
+#include <linux/capability.h>
 #include <signal.h>
 #include <string.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <time.h>
 
 #include "phone/init_log.h"
+#include "phone/policy.h"
 
 static constexpr const char* kSocketDirectory = "/dev/socket/";
 static constexpr int kListenPollMs = 1;
@@ -67,10 +71,13 @@ int kill_leftovers(const std::string& name) {
 }
 
 Services::Services(std::vector<RcService> services, std::vector<std::string> environment,
-                   PropertyArea* properties)
+                   PropertyArea* properties, bool keeps_to_policy)
     : environment_(std::move(environment)), properties_(properties) {
   for (RcService& service : services) {
     states_.emplace_back();
+    const std::string policy = read_file(kPolicyFolder + service.name + ".te");
+    if (keeps_to_policy && !policy.empty())
+      states_.back().capabilities = granted_capabilities(policy, service.name);
     states_.back().service = std::move(service);
   }
 }
@@ -157,8 +164,24 @@ static std::vector<char*> pointers(const std::vector<std::string>& texts) {
   return all;
 }
 
+// From the next exec on this process and its children have no more than `granted`: a program that
+// root executes gets what is inheritable and what is in the bounding set.
+static bool limit_capabilities(uint64_t granted) {
+  __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
+  __user_cap_data_struct sets[2];
+  if (syscall(SYS_capget, &header, sets) != 0) return false;
+  for (auto& set : sets) set.inheritable = 0;
+  if (syscall(SYS_capset, &header, sets) != 0) return false;
+  for (unsigned long number = 0; prctl(PR_CAPBSET_READ, number) >= 0; number++) {
+    const bool keep = (granted >> number & 1) != 0;
+    if (!keep && prctl(PR_CAPBSET_DROP, number) != 0) return false;
+  }
+  return true;
+}
+
 // In the service's process: what Android's init sets up before it execs.
-[[noreturn]] static void become_service(const RcService& service, const std::vector<Fd>& sockets,
+[[noreturn]] static void become_service(const RcService& service, uint64_t capabilities,
+                                        const std::vector<Fd>& sockets,
                                         const std::vector<std::string>& environment) {
   sigset_t none;
   sigemptyset(&none);
@@ -169,10 +192,11 @@ static std::vector<char*> pointers(const std::vector<std::string>& texts) {
   const int null = open("/dev/null", O_RDWR | O_CLOEXEC);
   for (int fd = 0; fd <= 2; fd++) dup2(null, fd);
   const std::vector<gid_t>& groups = service.groups;
-  const bool dropped = chdir("/") == 0 &&
-                       (groups.empty() || (setgroups(groups.size() - 1, groups.data() + 1) == 0 &&
-                                           setgid(groups[0]) == 0)) &&
-                       (service.uid == 0 || setuid(service.uid) == 0);
+  const bool dropped =
+      chdir("/") == 0 &&
+      (groups.empty() ||
+       (setgroups(groups.size() - 1, groups.data() + 1) == 0 && setgid(groups[0]) == 0)) &&
+      limit_capabilities(capabilities) && (service.uid == 0 || setuid(service.uid) == 0);
   if (dropped)
     execve(service.command[0].c_str(), pointers(service.command).data(),
            pointers(environment).data());
@@ -187,7 +211,7 @@ bool Services::run(State* state) {
   std::vector<std::string> environment = environment_;
   environment.push_back(std::string(kServiceMarker) + "=" + state->service.name);
   const pid_t pid = make_sockets(state, &environment) ? fork() : -1;
-  if (pid == 0) become_service(state->service, state->listening, environment);
+  if (pid == 0) become_service(state->service, state->capabilities, state->listening, environment);
   state->started_ms = boot_time_ms();
   if (pid < 0) {
     init_complain(errno_text("cannot start " + state->service.name));

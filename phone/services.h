@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "phone/policy.h"
 #include "phone/rc_parser.h"
 #include "phone/util.h"
 #include "platform/linux/property_area.h"
@@ -24,9 +25,11 @@ int64_t boot_time_ms();
 
 class Services {
  public:
-  // `environment` is what every service gets beside its sockets and its marker.
+  // `environment` is what every service gets beside its sockets and its marker. With
+  // `keeps_to_policy` a service of which kPolicyFolder has a NAME.te runs with the capabilities
+  // that this grants; any other has them all.
   Services(std::vector<RcService> services, std::vector<std::string> environment,
-           PropertyArea* properties);
+           PropertyArea* properties, bool keeps_to_policy);
 
   void start_class(const std::string& klass);
   void stop_class(const std::string& klass);
@@ -48,6 +51,7 @@ class Services {
  private:
   struct State {
     RcService service;
+    uint64_t capabilities = kEveryCapability;
     pid_t pid = 0;
     int64_t started_ms = -kRestartPeriodMs;
     int64_t due_ms = -1;        // when it will be started again; -1: not waiting

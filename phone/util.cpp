@@ -1,6 +1,7 @@
 #include "phone/util.h"
 
 #include <fcntl.h>
+#include <stdlib.h>
 #include <string.h>
 #include <sys/sendfile.h>
 #include <sys/stat.h>
@@ -24,6 +25,11 @@ static bool write_all(int fd, std::string_view text) {
     text.remove_prefix(n);
   }
   return true;
+}
+
+int64_t number_behind(const std::string& text, const std::string& key) {
+  const size_t at = text.find(key);
+  return at == std::string::npos ? -1 : atoll(text.c_str() + at + key.size());
 }
 
 bool write_file(const std::string& path, std::string_view text, mode_t mode) {

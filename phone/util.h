@@ -2,6 +2,7 @@
 #pragma once
 
 #include <errno.h>
+#include <stdint.h>
 #include <sys/types.h>
 #include <unistd.h>
 
@@ -42,6 +43,10 @@ class Fd {
 
 // The whole file; "" when it cannot be read (errno tells why).
 std::string read_file(const std::string& path);
+
+// The number behind the first `key` in such a text, blanks before it skipped; -1 when there is
+// none.
+int64_t number_behind(const std::string& text, const std::string& key);
 
 // Replaces the file's content and makes missing parent directories (0755). False with errno.
 bool write_file(const std::string& path, std::string_view text, mode_t mode);

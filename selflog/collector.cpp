@@ -1,21 +1,28 @@
 #include <cutils/properties.h>
 #include <errno.h>
+#include <fcntl.h>
 #include <pthread.h>
+#include <signal.h>
 #include <string.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include "base/beneath.h"
 #include "base/process.h"
 #include "base/scoped.h"
 #include "base/text.h"
 #include "base/thread.h"
 #include "selflog/log.h"
+#include "selflog/logcat_file.h"
 #include "selflog/props.h"
+#include "selflog/replacement_pace.h"
 #include "selflog/self_logger.h"
 
 namespace {
 
 constexpr char kLogSource[] = "utils";
 constexpr char kLogcat[] = "/system/bin/logcat";
+constexpr int kRefusedPauseMs = 2000;  // before the next attempt, which may find it gone
 constexpr char kOwnTags[] = "Harrowmoss harrowmoss harrowmossd";  // the app's, older ones, ours
 
 // A collector runs, in this process or, inherited by the size monitor, in the main one.
@@ -29,6 +36,12 @@ bool claim_collector() {
 
 [[noreturn]] void become_collector() {
   LOG_AS(ANDROID_LOG_DEBUG, "collectSelfLog", "start collect self log %s", kCollectorFile);
+  if (is_trap(kCollectorFile)) {
+    LOG_AS(ANDROID_LOG_ERROR, "collectSelfLog", "a link or no file is in the way of %s",
+           kCollectorFile);
+    sleep_ms(kRefusedPauseMs);
+    end_process(0);
+  }
   const int ret =
       execlp(kLogcat, "harrowmossd:SLC", "-v", "threadtime,usec", "-s", kOwnTags, "-b", "main",
              "-f", kCollectorFile, "-r", "10240", "-n", "2", static_cast<char*>(nullptr));
@@ -37,11 +50,40 @@ bool claim_collector() {
   end_process(0);
 }
 
+[[noreturn]] void become_completion() {
+  const int ret =
+      execlp(kLogcat, "vesk_complete", "-d", "-v", "threadtime,usec", "-s", kOwnTags, "-b", "main",
+             "-f", kCollectorFile, "-r", "10240", "-n", "2", static_cast<char*>(nullptr));
+  LOG_AS(ANDROID_LOG_ERROR, "completeSelfLog", "exec ret: %d, err: %s\n", ret, strerror(errno));
+  end_process(0);
+}
+
+// Stops the collector's logcat `pid` where it is and waits until it stands. False when it is gone
+// or does not stand within a second.
+bool halt(pid_t pid) {
+  constexpr int kLooks = 1000;
+  if (signal_process(pid, SIGSTOP) != 0) return false;
+  for (int look = 0; look < kLooks; look++) {
+    siginfo_t info = {};
+    const auto id = static_cast<id_t>(pid);
+    if (waitid(P_PID, id, &info, WEXITED | WSTOPPED | WNOHANG | WNOWAIT) != 0) return false;
+    if (info.si_pid == pid) return info.si_code == CLD_STOPPED;
+    sleep_ms(1);
+  }
+  return false;
+}
+
+// What its logcat has left in the collector's file. Between two of them, the next one goes on at
+// the time of the last whole line.
+bool trim_collector_file() {
+  return trim_logcat_file(AT_FDCWD, kCollectorFile, torn_line::cut);
+}
+
 }  // namespace
 
 int loggersystem::startSelfLogCollector(std::atomic<int32_t>* pid) {
   if (!is_prop_on("persist.sys.logger.enable", "off")) {
-    ALOG(ANDROID_LOG_WARN, "not enabled self logger");
+    LOG_ANDROID(ANDROID_LOG_WARN, "not enabled self logger");
     return -1;
   }
   // One that still waits for its logcat is good for the next run too.
@@ -49,13 +91,16 @@ int loggersystem::startSelfLogCollector(std::atomic<int32_t>* pid) {
   const int result = start_thread(collectSelfLog, pid);
   if (result != 0) s_collecting = false;
   if (result < 0) {
-    ALOG(ANDROID_LOG_ERROR, "create collect self log thread fail, error=%s\n", strerror(errno));
+    LOG_ANDROID(ANDROID_LOG_ERROR, "create collect self log thread fail, error=%s\n",
+                strerror(errno));
   }
   return result == 0 ? 0 : -1;
 }
 
 void* loggersystem::collectSelfLog(void* arg) {
   auto* pid = static_cast<std::atomic<int32_t>*>(arg);
+  replacement_pace pace;
+  bool slow = false;
   for (;;) {
     *pid = 0;
     if (!scoped_dir(opendir(kSelfLogDir)).valid() && logger_mkdir(kSelfLogDir) != 0) {
@@ -74,10 +119,29 @@ void* loggersystem::collectSelfLog(void* arg) {
     LOGD("fork child process, pid:%d", child);
     wait_for(child, nullptr);
     LOGE("waitpid %d finished", child);
+    *pid = 0;
+    trim_collector_file();
+    const int delay_ms = is_logger_enabled() ? pace.next_delay_ms(monotonic_ms()) : 0;
+    if (delay_ms > 0 && !slow) LOGW("logcat ends again and again, started once a second now");
+    slow = delay_ms > 0;
+    sleep_ms(delay_ms);
     if (is_logger_enabled()) continue;
     LOGW("logger stopoped, exit");
     s_collecting = false;
     // A start that came in between found this thread still claiming the collector.
     if (!is_logger_enabled() || !claim_collector()) return nullptr;
   }
+}
+
+void loggersystem::completeSelfLog(int32_t pid) {
+  if (pid < 1 || !halt(pid)) return;
+  if (!trim_collector_file()) {
+    LOGE("cannot complete %s: %s", kCollectorFile, strerror(errno));
+    return;
+  }
+  const pid_t child = fork_process(group::own);
+  if (child == 0) become_completion();
+  if (child == -1) return;
+  await_logcat(child, kCompletionMs, kCollectorFile, nullptr);
+  trim_collector_file();
 }

@@ -25,4 +25,4 @@ void log_message(int priority, const char* source, const char* function, int lin
 
 // Android log only, for what cannot or must not go through the self log.
 constexpr char kLogTag[] = "harrowmossd";
-#define ALOG(priority, ...) __android_log_print(priority, kLogTag, __VA_ARGS__)
+#define LOG_ANDROID(priority, ...) __android_log_print(priority, kLogTag, __VA_ARGS__)

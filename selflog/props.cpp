@@ -4,9 +4,14 @@
 #include <stdio.h>
 #include <stdlib.h>
 
+#include <algorithm>
+
 #include "base/text.h"
+#include "selflog/log.h"
 
 namespace {
+
+constexpr char kLogSource[] = "utils";
 
 int int_of(const char* key, const char* def) {
   char value[PROPERTY_VALUE_MAX] = {};
@@ -21,6 +26,23 @@ int get_int_prop(const char* key, int def) {
   const int length = snprintf(text, sizeof(text), "%d", def);
   if (length < 0 || static_cast<size_t>(length) >= sizeof(text)) abort();
   return int_of(key, text);
+}
+
+int get_count_prop(const char* key, int def, int most) {
+  const std::string value = get_string_prop(key, "");
+  if (value.empty()) return def;
+  char* end = nullptr;
+  const long long number = strtoll(value.c_str(), &end, 10);
+  if (end != value.c_str() && number >= 0 && number <= most) return static_cast<int>(number);
+  LOGE("%s is %s, taken for %d", key, value.c_str(), def);
+  return def;
+}
+
+std::string get_name_prop(const char* key, const char* def) {
+  std::string name = get_string_prop(key, def);
+  const auto is_no_part = [](char c) { return c == ' ' || c == '/'; };
+  std::replace_if(name.begin(), name.end(), is_no_part, '-');
+  return name;
 }
 
 std::string get_string_prop(const char* key, const char* def) {

@@ -1,5 +1,5 @@
 // Typed reads of system properties. None fails: an unset property is its default, a text that is
-// no number reads as 0. Any process, any thread.
+// no number reads as 0 where nothing else is said. Any process, any thread.
 #pragma once
 
 #include <string>
@@ -11,6 +11,14 @@ constexpr char kTypeProp[] = "persist.sys.zklog.type";
 // The integer that the value begins with. `def` is used for an unset or empty property; one that
 // takes more than 7 characters aborts.
 int get_int_prop(const char* key, int def);
+
+// The same for what counts something: a value that begins with no number, or with one outside of 0
+// to `most`, is `def` too, and one error line names it.
+int get_count_prop(const char* key, int def, int most);
+
+// The value as a part of a file's name, `def` when unset or empty: blanks and slashes are dashes.
+// It is not a name of its own: "." and ".." stay.
+std::string get_name_prop(const char* key, const char* def);
 
 // The value, or `def` when it is unset or empty; at most 91 bytes.
 std::string get_string_prop(const char* key, const char* def);

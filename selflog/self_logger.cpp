@@ -11,6 +11,7 @@
 
 #include <algorithm>
 
+#include "base/beneath.h"
 #include "base/process.h"
 #include "base/scoped.h"
 #include "base/text.h"
@@ -27,8 +28,7 @@ constexpr int kGenerations = 5;
 constexpr mode_t kFirstOpenMode =
     0777;                              // a file made at first use; differs from the next on purpose
 constexpr mode_t kRotatedMode = 0600;  // a file made by a rotation
-constexpr int kOpenFlags = O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC;
-constexpr uid_t kStoreOwner = 1015;  // sdcard_rw, also the group
+constexpr int kOpenFlags = O_WRONLY | O_CREAT | O_APPEND;
 
 // One of each per process: a child inherits the values of the moment of its fork. Threads share
 // them without a lock; two that cross the limit together may both rotate.
@@ -42,12 +42,12 @@ bool is_directory(const char* path) {
 
 bool open_log() {
   if (!is_directory(kSelfLogDir) && loggersystem::logger_mkdir(kSelfLogDir) != 0) {
-    ALOG(ANDROID_LOG_DEBUG, "logger, cannot create file:%s", kSelfLogDir);
+    LOG_ANDROID(ANDROID_LOG_DEBUG, "logger, cannot create file:%s", kSelfLogDir);
     return false;
   }
-  const int fd = open(kSelfLogFile, kOpenFlags, kFirstOpenMode);
+  const int fd = open_file_beneath(kSelfLogFile, kOpenFlags, kFirstOpenMode);
   if (fd < 0) {
-    ALOG(ANDROID_LOG_DEBUG, "logger, open file failed.:%s", kSelfLogFile);
+    LOG_ANDROID(ANDROID_LOG_DEBUG, "logger, open file failed.:%s", kSelfLogFile);
     return false;
   }
   int none = -1;
@@ -72,16 +72,16 @@ void rotate_log() {
     generation_name(from, i);
     generation_name(to, i + 1);
     if (rename(from, to) != 0 && errno != ENOENT) {
-      ALOG(ANDROID_LOG_DEBUG, "while rotating log files");
+      LOG_ANDROID(ANDROID_LOG_DEBUG, "while rotating log files");
     }
   }
-  scoped_fd fd(open(kSelfLogFile, kOpenFlags, kRotatedMode));
+  scoped_fd fd(open_file_beneath(kSelfLogFile, kOpenFlags, kRotatedMode));
   if (fd.valid()) {
     dup3(fd.get(), s_log_fd, O_CLOEXEC);
     s_written = 0;
   } else {
     close(s_log_fd.exchange(-1));
-    ALOG(ANDROID_LOG_DEBUG, "rotateLogs, open file failed.:%s", kSelfLogFile);
+    LOG_ANDROID(ANDROID_LOG_DEBUG, "rotateLogs, open file failed.:%s", kSelfLogFile);
   }
 }
 
@@ -152,16 +152,13 @@ ssize_t append_message(char (&line)[kLineSize], size_t length, const char* fmt, 
 
 // Makes the directory `path`. False after a line in the Android log.
 bool make_store_directory(const char* path) {
-  ALOG(ANDROID_LOG_DEBUG, "logger_mkdir: %s is not exist, creat it!", path);
-  if (mkdir(path, 0777) != 0) {
-    ALOG(ANDROID_LOG_DEBUG, "logger_mkdir: mkdir fail! %s", strerror(errno));
-  } else if (chown(path, kStoreOwner, kStoreOwner) != 0) {
-    ALOG(ANDROID_LOG_DEBUG, "logger_mkdir: chown fail! %s", strerror(errno));
-  } else if (chmod(path, 0777) != 0) {
-    ALOG(ANDROID_LOG_DEBUG, "logger_mkdir: chmod fail! %s", strerror(errno));
-  } else {
-    return true;
-  }
+  LOG_ANDROID(ANDROID_LOG_DEBUG, "logger_mkdir: %s is not exist, creat it!", path);
+  const mkdir_step failed = make_shared_directory(path);
+  if (failed == mkdir_step::done) return true;
+  const char* step = failed == mkdir_step::mkdir   ? "mkdir"
+                     : failed == mkdir_step::chown ? "chown"
+                                                   : "chmod";
+  LOG_ANDROID(ANDROID_LOG_DEBUG, "logger_mkdir: %s fail! %s", step, strerror(errno));
   return false;
 }
 
@@ -224,7 +221,7 @@ void log_message(int priority, const char* source, const char* function, int lin
   length = append_number(message, length, '~', parent_pid(), ":: ");
   length = append_cut(message, length, text);
   message[length] = '\0';
-  ALOG(priority, "%s", message);
+  LOG_ANDROID(priority, "%s", message);
   loggersystem::logger("%s|%s|%d:: %s", source, function, line, text);
   errno = saved_errno;
 }

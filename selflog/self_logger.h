@@ -29,8 +29,14 @@ int logger_mkdir(const char* path);
 // nothing was started. Any process that starts debug logging.
 int startSelfLogCollector(std::atomic<int32_t>* pid);
 
-// The collector thread's body; `pid` as above. Ends when its logcat has ended and debug logging is
-// off.
+// The collector thread's body; `pid` as above. A logcat that ends while debug logging is on is
+// replaced, at once unless it ends again and again. Ends when its logcat has ended and debug
+// logging is off.
 void* collectSelfLog(void* pid);
+
+// Stops the collector's logcat `pid` for good and adds to its file what it had not written yet. It
+// must be killed afterwards: it would write that again. Nothing for a `pid` below 1 and for one
+// that is gone; failures are logged. Up to kCompletionMs. Main process.
+void completeSelfLog(int32_t pid);
 
 }  // namespace loggersystem

@@ -1,14 +1,20 @@
+#include <dirent.h>
 #include <errno.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "base/text.h"
+#include "base/beneath.h"
+#include "base/scoped.h"
 #include "selflog/log.h"
+#include "storage/group_access.h"
+#include "storage/linked_move.h"
 #include "storage/measure.h"
 #include "storage/shell.h"
 #include "storage/utils.h"
@@ -19,117 +25,219 @@ constexpr char kLogSource[] = "utils";
 constexpr size_t kCommandSize = 256;  // with its NUL; a longer command aborts
 constexpr size_t kFirstLineSize = 512;
 
-// What all names of a pattern may take together: the kernel refuses more than a quarter of the
+// What all names of one command may take together: the kernel refuses more than a quarter of the
 // stack limit, 2 MiB at the usual 8 MiB, the environment and a pointer for each name included.
-constexpr size_t kPatternBytes = 1024 * 1024;
+constexpr size_t kNamesBytes = 1024 * 1024;
 
-enum class composed { ok, too_long, not_escapable };
-
-// Escapes a source: a last component "*" stays a pattern.
-bool append_source(std::string* out, const char* src) {
-  std::string dir;
-  if (!pattern_directory(src, &dir)) return append_escaped(out, src);
-  if (!append_escaped(out, dir.c_str())) return false;
-  *out += '*';
-  return true;
+size_t bytes_for(const std::string& name) {
+  return name.size() + 1 + sizeof(char*);
 }
 
-// Whether the shell can give all names of a pattern to one command.
-bool pattern_fits(const char* src) {
+bool fit_one_command(const std::vector<std::string>& names) {
   size_t bytes = 0;
-  for (const std::string& entry : pattern_entries(src)) {
-    bytes += entry.size() + 1 + sizeof(char*);
-  }
-  return bytes < kPatternBytes;
+  for (const std::string& name : names) bytes += bytes_for(name);
+  return bytes < kNamesBytes;
 }
 
-// Puts the command's text together. `dst` is "" where there is none.
-composed compose(shell_command which, const char* options, const char* src, const char* dst,
-                 std::string* out) {
-  std::string from;
-  std::string to;
-  if (!append_source(&from, src) || !append_escaped(&to, dst)) return composed::not_escapable;
+// Runs `program` (its path and first words) with as many of `names` a time as fit, and `last`
+// behind them unless that is null. Without a shell, whose text could be 128 KiB long at most. 0, or
+// the wait status of a run that failed.
+int run_in_batches(const std::vector<const char*>& program, const std::vector<std::string>& names,
+                   const char* last) {
+  int result = 0;
+  for (auto name = names.begin(); name != names.end();) {
+    std::vector<const char*> argv = program;
+    size_t bytes = 0;
+    do {
+      bytes += bytes_for(*name);
+      argv.push_back((name++)->c_str());
+    } while (name != names.end() && bytes + bytes_for(*name) < kNamesBytes);
+    if (last != nullptr) argv.push_back(last);
+    argv.push_back(nullptr);
+    const int status = run_program(argv.data());
+    if (status != 0) result = status;
+  }
+  return result;
+}
+
+// run_in_batches() of what is copied or moved into the directory `dst`, which everybody is given
+// then.
+int bring_in_batches(const std::vector<const char*>& program, const std::vector<std::string>& names,
+                     const char* dst) {
+  if (is_dir_exist(dst) != 0) return -1;  // the last name by itself would become `dst`
+  const int result = run_in_batches(program, names, dst);
+  const char* const chmod[] = {"/system/bin/chmod", "-R", "777", dst, nullptr};
+  const int given = run_program(chmod);
+  return result != 0 ? result : given;
+}
+
+// `dst` is "" where there is none.
+shell_text compose(shell_command which, const char* options, const char* src, const char* dst) {
   switch (which) {
     case shell_command::copy_file:
-      *out = "cp " + from + " " + to;
-      break;
+      return shell_text("cp").pattern(src).target(dst);
     case shell_command::copy_dir:
-      *out = "cp -a " + from + " " + to + "; chmod -R 777 " + to;
-      break;
+      return shell_text("cp -a").pattern(src).target(dst).raw("; chmod -R 777").arg(dst);
     case shell_command::copy_dir2:
-      *out = "cp -a " + from + " " + to + " ; chmod -R 777 " + to;
-      break;
+      return shell_text("cp -a").pattern(src).target(dst).raw(" ; chmod -R 777").arg(dst);
     case shell_command::move_dir:
-      *out = std::string("mv ") + options + " " + from + " " + to + " ; chmod -R 777 " + to;
-      break;
+      return shell_text("mv").arg(options).removal(src).target(dst).raw(" ; chmod -R 777").arg(dst);
     case shell_command::delete_dir:
-      *out = "rm -rf " + from;
-      break;
+      return shell_text("rm -rf").removal(src);
   }
-  return out->size() < kCommandSize ? composed::ok : composed::too_long;
+  abort();
 }
 
 // compose() for a utility: a command that is too long ends the process.
-bool compose_or_abort(shell_command which, const char* options, const char* src, const char* dst,
-                      std::string* out) {
-  const composed result = compose(which, options, src, dst, out);
-  if (result == composed::too_long) abort();
-  if (result == composed::not_escapable) LOGE("name cannot be given to the shell: %s %s", src, dst);
-  return result == composed::ok;
+shell_text compose_or_abort(shell_command which, const char* options, const char* src,
+                            const char* dst) {
+  shell_text command = compose(which, options, src, dst);
+  if (command.can_be_given() && command.size() >= kCommandSize) abort();
+  return command;
 }
 
-int run_command(shell_command which, const char* src, const char* dst) {
-  std::string command;
-  if (!compose_or_abort(which, "", src, dst, &command)) return -1;
-  return run_shell(command.c_str());
+// The path at or below `target` through which a copy of `source` there would be led astray, "" when
+// there is none. Links in the source are copied as they are, and write through nothing.
+std::string trap_for(const std::string& source, const std::string& target) {
+  struct stat from;
+  struct stat to;
+  if (lstat(target.c_str(), &to) != 0 || lstat(source.c_str(), &from) != 0) return "";
+  if (!S_ISREG(from.st_mode) && !S_ISDIR(from.st_mode)) return "";
+  if (!S_ISREG(to.st_mode) && !S_ISDIR(to.st_mode)) return target;
+  if (!S_ISDIR(from.st_mode) || !S_ISDIR(to.st_mode)) return "";
+  scoped_dir stream(opendir(source.c_str()));
+  if (!stream.valid()) return "";
+  while (const dirent* entry = readdir(stream.get())) {
+    const std::string name = entry->d_name;
+    if (name == "." || name == "..") continue;
+    const std::string trap = trap_for(source + "/" + name, target + "/" + name);
+    if (!trap.empty()) return trap;
+  }
+  return "";
 }
 
-// Moves the entries of a pattern one by one, oldest run first, as far as each has room: one big run
-// does not keep all others. -1 when something stayed, or `src` is no pattern.
-int move_entries(const char* src, const char* dst, const char* options) {
+// The path below the directory `dst` through which a copy or move of `entry` there would be led
+// astray, "" when there is none.
+std::string trap_of(std::string entry, const char* dst) {
+  while (entry.size() > 1 && entry.back() == '/') entry.pop_back();
+  return trap_for(entry, std::string(dst) + "/" + get_file_name(entry.c_str()));
+}
+
+// Those of `names` that can go to `dst`; each other one costs an error line.
+std::vector<std::string> clear_names(std::vector<std::string> names, const char* dst) {
+  if (is_dir_exist(dst) != 0) return names;
+  const auto is_led_astray = [dst](const std::string& name) {
+    const std::string trap = trap_of(name, dst);
+    if (trap.empty()) return false;
+    LOGE("a link or no file is in the way of %s, %s stays", trap.c_str(), name.c_str());
+    return true;
+  };
+  names.erase(std::remove_if(names.begin(), names.end(), is_led_astray), names.end());
+  return names;
+}
+
+// The names that `src` stands for.
+std::vector<std::string> names_of(const char* src) {
+  std::vector<std::string> names = pattern_entries(src);
+  if (names.empty()) names.push_back(src);
+  return names;
+}
+
+// Whether all of `src` can go to `dst`; false after one error line for each that cannot.
+bool is_clear(const char* src, const char* dst) {
+  const std::vector<std::string> names = names_of(src);
+  return clear_names(names, dst).size() == names.size();
+}
+
+// False, after one error line, when a copy of `src` would leave too little room.
+bool has_room(const char* src, const char* dst) {
+  int64_t needed = 0;
+  int64_t available = 0;
+  if (copy_has_room(src, dst, &needed, &available)) return true;
+  LOGE("no room to copy %s to %s: %lld bytes needed, %lld free", src, dst,
+       static_cast<long long>(needed), static_cast<long long>(available));
+  return false;
+}
+
+// The command of move_dir(), and its line. A name that cannot be given to it stays.
+int run_move(const char* src, const char* dst, const char* options) {
+  if (!command_fits(shell_command::move_dir, src, dst)) return -1;
+  const int result = run_shell(compose(shell_command::move_dir, options, src, dst));
+  LOG_AS(ANDROID_LOG_DEBUG, "move_dir", "%s -> %s, ret=%d(%d(%s)).", src, dst, result, errno,
+         strerror(errno));
+  return result;
+}
+
+// The entries of a pattern, oldest run first.
+std::vector<std::string> ordered_entries(const char* src) {
   std::vector<std::string> entries = pattern_entries(src);
   const auto number = [](const std::string& path) { return atoi(get_file_name(path.c_str())); };
   std::sort(entries.begin(), entries.end(), [&](const std::string& a, const std::string& b) {
     return std::make_pair(number(a), a) < std::make_pair(number(b), b);
   });
+  return entries;
+}
+
+// Does `each` with the entries of a pattern, oldest run first. -1 when one of them failed, or `src`
+// is no pattern.
+template <typename Each>
+int for_entries(const char* src, Each each) {
+  const std::vector<std::string> entries = ordered_entries(src);
   int result = entries.empty() ? -1 : 0;
   for (const std::string& entry : entries) {
-    int64_t needed = 0;
-    int64_t available = 0;
-    const bool moves = command_fits(shell_command::move_dir, entry.c_str(), dst) &&
-                       move_has_room(entry.c_str(), dst, &needed, &available) &&
-                       move_dir(entry.c_str(), dst, options) == 0;
-    if (!moves) result = -1;
+    if (each(entry.c_str()) != 0) result = -1;
   }
   return result;
+}
+
+// The command of move_dir() for all names of a pattern. What it has left because they are too many
+// follows in batches; and so does all but a name that something is in the way of, without it.
+int run_pattern_move(const char* src, const char* dst, const char* options) {
+  const std::vector<std::string> names = ordered_entries(src);
+  std::vector<std::string> clear = clear_names(names, dst);
+  int result = -1;
+  if (clear.size() == names.size()) {
+    result = run_move(src, dst, options);
+    if (fit_one_command(names)) return result;
+    const auto is_gone = [](const std::string& name) { return access(name.c_str(), F_OK) != 0; };
+    clear.erase(std::remove_if(clear.begin(), clear.end(), is_gone), clear.end());
+  }
+  if (clear.empty()) return result;
+  std::vector<const char*> program = {"/system/bin/mv"};
+  if (*options != '\0') program.push_back(options);
+  const int batches = bring_in_batches(program, clear, dst);
+  LOG_AS(ANDROID_LOG_DEBUG, "move_dir", "%zu names of %s -> %s, ret=%d.", clear.size(), src, dst,
+         batches);
+  return batches != 0 ? batches : result;
 }
 
 }  // namespace
 
 bool command_fits(shell_command command, const char* src, const char* dst) {
-  std::string text;
-  return compose(command, "", src, dst == nullptr ? "" : dst, &text) == composed::ok;
+  const shell_text text = compose(command, "", src, dst == nullptr ? "" : dst);
+  return text.can_be_given() && text.size() < kCommandSize;
 }
 
 int copy_file(const char* src, const char* dst) {
-  return run_command(shell_command::copy_file, src, dst);
+  const shell_text command = compose_or_abort(shell_command::copy_file, "", src, dst);
+  return is_clear(src, dst) && has_room(src, dst) ? run_shell(command) : -1;
 }
 
 int copy_dir(const char* src, const char* dst) {
-  if (pattern_fits(src)) return run_command(shell_command::copy_dir, src, dst);
-  for (const std::string& entry : pattern_entries(src)) {
-    const bool fits = command_fits(shell_command::copy_dir, entry.c_str(), dst);
-    if (!fits || run_command(shell_command::copy_dir, entry.c_str(), dst) != 0) {
-      LOGE("cannot copy %s to %s", entry.c_str(), dst);
-      return -1;
-    }
-  }
-  return 0;
+  const shell_text command = compose_or_abort(shell_command::copy_dir, "", src, dst);
+  const scoped_group_access until_copied(src, group_access::read);
+  if (!command.may_run() || !is_clear(src, dst) || !has_room(src, dst)) return -1;
+  const std::vector<std::string> names = pattern_entries(src);
+  const int result = run_shell(command);
+  if (fit_one_command(names)) return result;
+  return bring_in_batches({"/system/bin/cp", "-a"}, names, dst);
 }
 
 int copy_dir2(const char* src, const char* dst) {
-  std::string command;
-  if (!compose_or_abort(shell_command::copy_dir2, "", src, dst, &command)) return -1;
+  const shell_text command = compose_or_abort(shell_command::copy_dir2, "", src, dst);
+  if (!is_clear(src, dst)) return -1;
+  const scoped_group_access until_copied(src, group_access::read);
+  if (!has_room(src, dst)) return 0;
   char line[kFirstLineSize];
   bool said = false;
   const auto on_line = [](void* context, const char* text) {
@@ -139,19 +247,24 @@ int copy_dir2(const char* src, const char* dst) {
     }
     *first_said = true;
   };
-  return run_shell_lines(command.c_str(), kUnbounded, line, sizeof(line), on_line, &said);
+  return run_shell_lines(command, kUnbounded, line, sizeof(line), on_line, &said);
 }
 
 int delete_dir(const char* pattern) {
-  if (pattern_fits(pattern)) return run_command(shell_command::delete_dir, pattern, "");
-  int result = 0;
-  for (const std::string& entry : pattern_entries(pattern)) {
-    if (remove_tree(entry.c_str()) != 0) result = -1;
-  }
-  return result;
+  const scoped_group_access until_deleted(pattern, group_access::remove);
+  const shell_text command = compose_or_abort(shell_command::delete_dir, "", pattern, "");
+  if (!command.may_run()) return -1;
+  const bool fits = fit_one_command(pattern_entries(pattern));
+  const int result = run_shell(command);
+  if (fits) return result;
+  return run_in_batches({"/system/bin/rm", "-rf", "--"}, pattern_entries(pattern), nullptr);
 }
 
 int remove_tree(const char* path) {
+  if (is_trap(directory_of(path).c_str())) {
+    LOGE("a link is in the way of %s", path);
+    return -1;
+  }
   const char* const argv[] = {"/system/bin/rm", "-rf", "--", path, nullptr};
   return run_program(argv);
 }
@@ -161,22 +274,21 @@ int move_dir(const char* src, const char* dst, const char* options) {
     LOGD("dest is null");
     return -1;
   }
+  if (options == nullptr) options = "";
   if (is_dir_exist(dst) != 0) mkdir_s(dst);
-  std::string command;
-  if (!compose_or_abort(shell_command::move_dir, options == nullptr ? "" : options, src, dst,
-                        &command)) {
-    return -1;
-  }
-  // mv across file systems removes the source even when the target filled up on the way.
-  int64_t needed = 0;
-  int64_t available = 0;
-  if (!move_has_room(src, dst, &needed, &available)) {
+  const shell_text command = compose_or_abort(shell_command::move_dir, options, src, dst);
+  std::string dir;
+  const bool is_pattern = pattern_directory(src, &dir);
+  if (!command.may_run() || (!is_pattern && !is_clear(src, dst))) return -1;
+  linked_move move(src, dst);
+  if (move.prepare() == move_way::stays) {
     LOGE("no room to move %s to %s: %lld bytes needed, %lld free", src, dst,
-         static_cast<long long>(needed), static_cast<long long>(available));
-    return move_entries(src, dst, options);
+         static_cast<long long>(move.needed()), static_cast<long long>(move.available()));
+    // One big run does not keep all others.
+    return for_entries(src, [&](const char* entry) {
+      return command_fits(shell_command::move_dir, entry, dst) ? move_dir(entry, dst, options) : -1;
+    });
   }
-  if (!pattern_fits(src)) return move_entries(src, dst, options);
-  const int result = run_shell(command.c_str());
-  LOGD("%s -> %s, ret=%d(%d(%s)).", src, dst, result, errno, strerror(errno));
-  return result;
+  const int result = is_pattern ? run_pattern_move(src, dst, options) : run_move(src, dst, options);
+  return move.settle() ? result : -1;
 }

@@ -10,6 +10,7 @@
 
 #include <string>
 
+#include "base/beneath.h"
 #include "base/scoped.h"
 #include "base/text.h"
 #include "selflog/log.h"
@@ -37,23 +38,22 @@ bool storage_usable(const char* path) {
     LOG_AS(ANDROID_LOG_DEBUG, "creat_dir", "data access W ok. sdcard_prop = %s", mounted);
   } else if (!sdcard_usable) {
     LOG_AS(ANDROID_LOG_DEBUG, "creat_dir", "sdcard cannot access. sdcard_prop = %s", mounted);
+    LOG_AS(ANDROID_LOG_WARN, "creat_dir",
+           "%s is not made: vold.mounted tells of no shared storage, and %s is not writable", path,
+           starts_with(path, kSdcard) ? kSdcard : "/data");
     return false;
   }
   return true;
 }
 
 // Makes one directory for the app to use.
-bool make_shared_directory(const char* path) {
-  if (mkdir(path, 0777) != 0) return false;
-  if (chown(path, kSdcardOwner, kSdcardOwner) != 0) {
-    LOG_AS(ANDROID_LOG_DEBUG, "creat_dir", "chown fail! %s", strerror(errno));
-    return false;
+bool make_one(const char* path) {
+  const mkdir_step failed = make_shared_directory(path);
+  if (failed == mkdir_step::chown || failed == mkdir_step::chmod) {
+    LOG_AS(ANDROID_LOG_ERROR, "creat_dir", "%s fail! %s",
+           failed == mkdir_step::chown ? "chown" : "chmod", strerror(errno));
   }
-  if (chmod(path, 0777) != 0) {
-    LOG_AS(ANDROID_LOG_DEBUG, "creat_dir", "chmod fail! %s", strerror(errno));
-    return false;
-  }
-  return true;
+  return failed == mkdir_step::done;
 }
 
 }  // namespace
@@ -63,17 +63,17 @@ int is_dir_exist(const char* path) {
 }
 
 int creat_file(const char* path) {
-  scoped_fd fd(open(path, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0666));
+  scoped_fd fd(open_file_beneath(path, O_WRONLY | O_CREAT | O_TRUNC, 0666));
   if (!fd.valid()) {
     LOGE("%s filed ! %s\n", path, strerror(errno));
     return -1;
   }
-  if (fchmod(fd.get(), 0666) != 0) {  // the umask had its say in open()
-    LOGD("fchmod on %s failed: %s\n", path, strerror(errno));
+  if (fchmod(fd.get(), 0666) != 0) {  // open() applied the umask
+    LOGE("fchmod on %s failed: %s\n", path, strerror(errno));
     return -1;
   }
   if (fchown(fd.get(), kSdcardOwner, kSdcardOwner) != 0) {
-    LOGD("fchown on %s failed: %s\n", path, strerror(errno));
+    LOGE("fchown on %s failed: %s\n", path, strerror(errno));
     return -1;
   }
   return 0;
@@ -98,6 +98,10 @@ int checkDirPrefixAccess(const char* path, const char* prefix) {
 
 int creat_dir(const char* path) {
   if (path == nullptr) return -1;
+  if (is_trap(path)) {
+    LOGE("a link or no directory is in the way of %s", path);
+    return -1;
+  }
   if (is_dir_exist(path) == 0) return 0;
   char buffer[256];
   const size_t length = copy_or_abort(buffer, path);
@@ -107,7 +111,7 @@ int creat_dir(const char* path) {
     *slash = '\0';
     // "/sdcard" is never made: it is the platform's to mount.
     const bool missing = strcmp(buffer, kSdcard) != 0 && access(buffer, F_OK) != 0;
-    if (missing && !make_shared_directory(buffer)) return -1;
+    if (missing && !make_one(buffer)) return -1;
     *slash = '/';
   }
   return 0;

@@ -7,142 +7,63 @@
 #include <sys/stat.h>
 #include <sys/vfs.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
 #include "base/scoped.h"
+#include "model/tree_size.h"
+#include "protocol/data_room.h"
 #include "selflog/log.h"
+#include "storage/preallocation.h"
 #include "storage/utils.h"
 
 namespace {
 
 constexpr char kLogSource[] = "utils";
 
-// A directory of a walk. Its ancestors are found through `parent`, so that a link to one of them
-// can be told without holding a descriptor for each level.
-struct directory {
-  std::string path;
-  dev_t dev;
-  ino_t ino;
-  size_t parent;  // index; its own for the root
-};
-
-bool is_own_ancestor(const std::vector<directory>& seen, size_t parent, const struct stat& info) {
-  for (size_t i = parent;; i = seen[i].parent) {
-    if (seen[i].dev == info.st_dev && seen[i].ino == info.st_ino) return true;
-    if (seen[i].parent == i) return false;
-  }
-}
-
-// A directory that a link leads to.
-struct linked_directory {
-  dev_t dev;
-  ino_t ino;
-};
-
-// True, once for each, for a directory that no link has led to so far. Without it directories that
-// link to each other would be walked along every path there is.
-bool is_new_link_target(std::vector<linked_directory>* linked, const struct stat& info) {
-  for (const linked_directory& seen : *linked) {
-    if (seen.dev == info.st_dev && seen.ino == info.st_ino) return false;
-  }
-  linked->push_back({info.st_dev, info.st_ino});
-  return true;
-}
-
-// Whether the entry is a link; a file system that does not tell is asked.
-bool is_link(DIR* stream, const dirent* entry) {
-  if (entry->d_type != DT_UNKNOWN) return entry->d_type == DT_LNK;
-  struct stat info;
-  return fstatat(dirfd(stream), entry->d_name, &info, AT_SYMLINK_NOFOLLOW) == 0 &&
-         S_ISLNK(info.st_mode);
-}
-
-bool is_dot(const char* name) {
-  return strcmp(name, ".") == 0 || strcmp(name, "..") == 0;
-}
-
-// Another moment may succeed where this one fails.
-bool is_short_of_resources(int error) {
-  return error == EMFILE || error == ENFILE || error == ENOMEM;
-}
-
-// Calls `visit(info)` for everything below the directory `root`, whose own `info` is given.
-// `stat_flags`: 0 follows links, AT_SYMLINK_NOFOLLOW does not. One stat for each entry, relative to
-// its open directory. Failures are logged under the name `function`. False when a directory was
-// passed over for want of a descriptor or memory.
-template <typename Visit>
-bool walk_below(const char* function, const char* root, const struct stat& root_info,
-                int stat_flags, Visit visit) {
-  std::vector<directory> seen;
-  seen.push_back({root, root_info.st_dev, root_info.st_ino, 0});
-  std::vector<linked_directory> linked;
-  bool complete = true;
-  for (size_t i = 0; i < seen.size(); i++) {
-    const std::string path = std::move(seen[i].path);
-    scoped_dir stream(opendir(path.c_str()));
-    if (!stream.valid()) {
-      complete = complete && !is_short_of_resources(errno);
-      continue;
-    }
-    while (const dirent* entry = readdir(stream.get())) {
-      if (is_dot(entry->d_name)) continue;
-      struct stat info;
-      if (fstatat(dirfd(stream.get()), entry->d_name, &info, stat_flags) != 0) {
-        LOG_AS(ANDROID_LOG_ERROR, function, "cannot open directory %s: %s\n",
-               (path + "/" + entry->d_name).c_str(), strerror(errno));
-        continue;
-      }
-      if (S_ISDIR(info.st_mode)) {
-        if (is_own_ancestor(seen, i, info)) continue;
-        if (is_link(stream.get(), entry) && !is_new_link_target(&linked, info)) continue;
-        seen.push_back({path + "/" + entry->d_name, info.st_dev, info.st_ino, i});
-      }
-      visit(info);
-    }
-  }
-  return complete;
-}
-
-int64_t rounded_up(const struct stat& info, int64_t block_size) {
-  return (info.st_size + block_size - 1) / block_size * block_size + block_size;
-}
-
 int64_t tree_space(const char* path, int64_t block_size) {
-  struct stat root;
-  if (lstat(path, &root) != 0) return 0;
-  int64_t total = rounded_up(root, block_size);
-  if (S_ISDIR(root.st_mode) &&
-      !walk_below("space_needed", path, root, AT_SYMLINK_NOFOLLOW,
-                  [&](const struct stat& info) { total += rounded_up(info, block_size); })) {
-    return kSpaceUnknown;
-  }
-  return total;
+  const split_path parts = split(path);
+  const scoped_fd base(open(parts.directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!base.valid()) return is_absent(errno) ? 0 : kSpaceUnknown;
+  tree_list tree;
+  const listing found = list_tree(base.get(), parts.name, &tree);
+  return found == listing::part ? kSpaceUnknown : room_for(tree, block_size).bytes;
 }
 
-// The file system on which `path` is or will be made.
-bool statfs_nearest(std::string path, struct statfs* info) {
-  while (statfs(path.c_str(), info) != 0) {
+// `path`, or the nearest directory above it that exists.
+std::string nearest_existing(std::string path) {
+  struct stat info;
+  while (stat(path.c_str(), &info) != 0 && errno == ENOENT && path.size() > 1) {
     const size_t slash = path.find_last_of('/');
-    if (errno != ENOENT || slash == std::string::npos || path.size() == 1) return false;
+    if (slash == std::string::npos) break;
     path.resize(slash == 0 ? 1 : slash);
   }
-  return true;
+  return path;
+}
+
+bool on_one_device(const char* a, const char* b) {
+  struct stat one;
+  struct stat other;
+  return stat(a, &one) == 0 && stat(b, &other) == 0 && one.st_dev == other.st_dev;
+}
+
+// Shared storage has a device of its own also where it is a part of /data.
+bool lies_on_data(const char* path) {
+  return on_one_device(path, "/data") ||
+         (on_one_device(path, "/sdcard/") && on_one_device("/data/media/0", "/data"));
 }
 
 }  // namespace
 
 int64_t getFileSize(const char* path) {
-  struct stat root;
-  if (stat(path, &root) != 0) {
-    LOGE("stat file %s error: %s\n", path, strerror(errno));
-    return 0;
-  }
-  int64_t total = root.st_size;
-  if (S_ISDIR(root.st_mode)) {
-    walk_below(__func__, path, root, 0, [&](const struct stat& info) { total += info.st_size; });
-  }
-  return total;
+  int64_t bytes = 0;
+  const auto trouble = [](const std::string& entry, int error) {
+    LOG_AS(ANDROID_LOG_ERROR, "getFileSize", "cannot open directory %s: %s\n", entry.c_str(),
+           strerror(error));
+  };
+  if (!tree_size(path, trouble, &bytes)) LOGE("stat file %s error: %s\n", path, strerror(errno));
+  return bytes;
 }
 
 int64_t get_filesystem_size(const char* path) {
@@ -177,6 +98,16 @@ std::vector<std::string> pattern_entries(const char* source) {
   return entries;
 }
 
+tree_room room_for(const tree_list& tree, int64_t block_size) {
+  tree_room room;
+  for (size_t i = kTreeTop; i < tree.size(); i++) {
+    const int64_t blocks = (tree[i].size + block_size - 1) / block_size + 1;
+    room.bytes += blocks * block_size;
+    room.largest = std::max(room.largest, blocks * block_size);
+  }
+  return room;
+}
+
 int64_t space_needed(const char* source, int64_t block_size) {
   std::string dir;
   if (!pattern_directory(source, &dir)) return tree_space(source, block_size);
@@ -190,18 +121,15 @@ int64_t space_needed(const char* source, int64_t block_size) {
 }
 
 bool copy_has_room(const char* source, const char* target, int64_t* needed, int64_t* available) {
+  const std::string place = nearest_existing(target);
   struct statfs room;
-  if (!statfs_nearest(target, &room)) return true;  // the command will say so
+  if (statfs(place.c_str(), &room) != 0) return true;  // the command will say so
   *needed = space_needed(source, static_cast<int64_t>(room.f_bsize));
   *available = static_cast<int64_t>(room.f_bsize) * static_cast<int64_t>(room.f_bavail);
-  return *needed <= *available;
-}
-
-bool move_has_room(const char* source, const char* target, int64_t* needed, int64_t* available) {
-  std::string dir;
-  if (!pattern_directory(source, &dir)) dir = source;
-  struct stat from;
-  struct stat to;
-  if (stat(dir.c_str(), &from) != 0 || stat(target, &to) != 0) return true;  // mv will say so
-  return from.st_dev == to.st_dev || copy_has_room(source, target, needed, available);
+  // What cannot be looked at here cannot be read by cp either.
+  if (*needed == 0 || *needed == kSpaceUnknown) return true;
+  if (*needed > *available || !lies_on_data(place.c_str())) return *needed <= *available;
+  // The captures' preallocation serves as reserve: they give it back when they end. On a small
+  // phone it is all there is.
+  return *needed + kDataReserve <= *available + preallocated_by_captures();
 }

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "storage/tree.h"
+
 // Whether `source` is a pattern "directory/*"; `dir` receives the directory with its slash.
 bool pattern_directory(const char* source, std::string* dir);
 
@@ -16,13 +18,19 @@ std::vector<std::string> pattern_entries(const char* source);
 // Bytes that `source` (a path, or "directory/*" for all that is not hidden in it) needs on a file
 // system with blocks of `block_size` bytes: every file and directory rounded up, one block more for
 // each entry. Links are not followed: a move takes them as they are. kSpaceUnknown, for which no
-// file system has room, when a part could not be looked at for want of a descriptor or memory.
+// file system has room, when a part could not be looked at.
 constexpr int64_t kSpaceUnknown = INT64_MAX;
 int64_t space_needed(const char* source, int64_t block_size);
 
-// Whether a move of `source` into the directory `target` can hold: true also when both are on one
-// file system. `needed` and `available` receive bytes when it cannot.
-bool move_has_room(const char* source, const char* target, int64_t* needed, int64_t* available);
+// The same of a listed tree, and of the largest thing in it.
+struct tree_room {
+  int64_t bytes = 0;
+  int64_t largest = 0;
+};
+tree_room room_for(const tree_list& tree, int64_t block_size);
 
-// The same for a copy, which takes room on its own file system too. `target` need not exist yet.
+// Whether there is room for a copy of `source` (as in space_needed()) and, where the copy lies on
+// /data's storage, kDataReserve to spare; on a phone that is true of shared storage too. `target`
+// need not exist yet. What takes nothing has room everywhere. `needed` and `available` receive
+// bytes, of the copy and of the whole file system.
 bool copy_has_room(const char* source, const char* target, int64_t* needed, int64_t* available);

@@ -29,17 +29,14 @@ unsigned long counted_size(const char* file_name, const struct stat& info) {
   return starts_with(file_name, "qrtr_last") && allocated < size ? allocated : size;
 }
 
-// Runs "verb from to". False for a command that does not fit: a cut one would name other files.
-bool run_step(const char* verb, const char* from, const char* to) {
-  char command[kCommandSize] = {};
-  const int length = snprintf(command, sizeof(command), "%s %s %s", verb, from, to);
-  if (length < 0 || static_cast<size_t>(length) >= sizeof(command)) {
-    LOG_AS(ANDROID_LOG_ERROR, "rotateFpLogs", "rotateFpLogs cmd too long:%s %s\n", verb, from);
+// False when it was not run: a command that does not fit would name other files if it was cut.
+bool run_step(const shell_text& command) {
+  if (command.size() >= kCommandSize) {
+    LOG_AS(ANDROID_LOG_ERROR, "rotateFpLogs", "rotateFpLogs cmd too long:%s\n", command.c_str());
     return false;
   }
-  LOG_AS(ANDROID_LOG_ERROR, "rotateFpLogs", "run rotateFpLogs cmd:%s\n", command);
-  run_shell(command);
-  return true;
+  LOG_AS(ANDROID_LOG_ERROR, "rotateFpLogs", "run rotateFpLogs cmd:%s\n", command.c_str());
+  return run_shell(command) != -1;
 }
 
 }  // namespace
@@ -54,7 +51,8 @@ void rotateFpLogs(const char* dir, const char* file_name, unsigned long limit, i
   char path[kPathSize] = {};
   format_cut(path, "%s%s%s", dir, separator, file_name);
   struct stat info;
-  if (stat(path, &info) != 0 || counted_size(file_name, info) < limit) return;
+  if (lstat(path, &info) != 0 || !S_ISREG(info.st_mode)) return;
+  if (counted_size(file_name, info) < limit) return;
   LOGE("need to rotateFpLogs, filePath:%s\n", path);
   for (int i = count; i >= 1; i--) {
     char from[kPathSize + 12];
@@ -62,9 +60,9 @@ void rotateFpLogs(const char* dir, const char* file_name, unsigned long limit, i
     format_cut(to, "%s.%d", path, i);
     if (i > 1) {
       format_cut(from, "%s.%d", path, i - 1);
-      run_step("mv", from, to);
-    } else {
-      if (run_step("cp", path, to)) run_step("echo", ">", path);
+      run_step(shell_text("mv").target(from).target(to));
+    } else if (run_step(shell_text("cp").target(path).target(to))) {
+      run_step(shell_text("echo >").target(path));
     }
   }
 }

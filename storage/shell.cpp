@@ -8,32 +8,45 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "base/beneath.h"
 #include "base/process.h"
 #include "base/scoped.h"
 #include "selflog/log.h"
+#include "storage/measure.h"
 #include "storage/size_monitor.h"
 
 namespace {
 
 constexpr char kLogSource[] = "utils";
+constexpr char kShell[] = "/system/bin/sh";
 constexpr char kPlainBytes[] =
     "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789._/@%+=:,#-";
 
+// Appends `word`; false for a newline.
+bool append_escaped(std::string* out, const std::string& word) {
+  for (const char* p = word.c_str(); *p != '\0'; p++) {
+    if (*p == '\n') return false;
+    if (static_cast<unsigned char>(*p) < 0x80 && strchr(kPlainBytes, *p) == nullptr) *out += '\\';
+    *out += *p;
+  }
+  return true;
+}
+
 // Forks a shell for `command`, its standard output on `out_fd` unless that is -1.
-pid_t start_shell(const char* command, group where, int out_fd) {
+pid_t start_shell(const shell_text& command, group where, int out_fd) {
+  if (!command.may_run()) return -1;
   const pid_t pid = fork_process(where);
   if (pid != 0) return pid;
   if (out_fd >= 0) dup2(out_fd, STDOUT_FILENO);
-  execl(kShell, "sh", "-c", command, static_cast<char*>(nullptr));
+  execl(kShell, "sh", "-c", command.c_str(), static_cast<char*>(nullptr));
   end_process(127);  // what system() reports when there is no shell
 }
 
 constexpr int kKillMs =
     1000;  // for a killed process to go; one stuck in the kernel is left to the reaper
 
-// Ends what outlived its bound.
-void end_tool(pid_t pid, int bound_ms, const char* command) {
-  LOGE("tool does not end within %d s, kill it: %s", bound_ms / 1000, command);
+// Ends what has passed a bound.
+void end_tool(pid_t pid) {
   kill_with_descendants(pid);
   wait_within(pid, kKillMs, nullptr);
 }
@@ -60,22 +73,27 @@ struct line_cutter {
   }
 };
 
-// Reads `fd` into `lines` until end-of-file; false when `deadline` (monotonic ms) passes first. The
-// end of the tool `pid` itself ends it too: a background process that keeps the pipe open does not.
-bool read_lines(int fd, pid_t pid, int64_t deadline, line_cutter* lines) {
+enum class reading { over, late, too_much };
+
+// Reads `fd` into `lines` until end-of-file, until `deadline` (monotonic ms) has passed, or more
+// than `most` bytes have come. The end of the tool `pid` itself ends it too: a background process
+// that keeps the pipe open does not.
+reading read_lines(int fd, pid_t pid, int64_t deadline, int64_t most, line_cutter* lines) {
   bool ended = false;
   for (;;) {
     pollfd wait = {fd, POLLIN, 0};
     const int64_t left = deadline - monotonic_ms();
-    if (left <= 0) return ended;
+    if (left <= 0) return ended ? reading::over : reading::late;
     const int ready = poll(&wait, 1, ended ? 0 : static_cast<int>(left < 100 ? left : 100));
     if (ready > 0) {
       char bytes[4096];
       const ssize_t got = read(fd, bytes, sizeof(bytes));
+      if (got == 0 || (got < 0 && errno != EINTR)) return reading::over;
+      if (got > most) return reading::too_much;
       if (got > 0) lines->add(bytes, static_cast<size_t>(got));
-      if (got == 0 || (got < 0 && errno != EINTR)) return true;
+      if (got > 0) most -= got;
     } else if (ready == 0) {
-      if (ended) return true;
+      if (ended) return reading::over;
       siginfo_t info;
       info.si_pid = 0;
       ended = waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT) != 0 ||
@@ -97,9 +115,74 @@ group tool_group() {
   return runs_logging ? group::own : group::inherit;
 }
 
+void say_it_is_late(int bound_ms, const shell_text& command) {
+  LOG_AS(ANDROID_LOG_ERROR, "end_tool", "tool does not end within %d s, kill it: %s",
+         bound_ms / 1000, command.c_str());
+}
+
 }  // namespace
 
-int run_shell(const char* command) {
+shell_text& shell_text::raw(fixed_text text) {
+  text_ += text.get();
+  return *this;
+}
+
+shell_text& shell_text::arg(const std::string& word) {
+  text_ += ' ';
+  can_be_given_ = append_escaped(&text_, word) && can_be_given_;
+  return *this;
+}
+
+shell_text& shell_text::pattern(const std::string& source) {
+  std::string dir;
+  if (!pattern_directory(source.c_str(), &dir)) return arg(source);
+  arg(dir);
+  text_ += '*';
+  return *this;
+}
+
+shell_text& shell_text::target(const std::string& path) {
+  targets_.push_back(path);
+  return arg(path);
+}
+
+shell_text& shell_text::removal(const std::string& source) {
+  targets_.push_back(directory_of(source));
+  return pattern(source);
+}
+
+bool shell_text::may_run() const {
+  if (!can_be_given_) LOGE("name cannot be given to the shell: %s", text_.c_str());
+  for (const std::string& target : targets_) {
+    if (!is_trap(target.c_str())) continue;
+    LOGE("a link or no file is in the way of %s, not run: %s", target.c_str(), text_.c_str());
+    return false;
+  }
+  return can_be_given_;
+}
+
+std::string directory_of(const std::string& path) {
+  const size_t slash = path.find_last_of('/');
+  return slash == std::string::npos ? "." : path.substr(0, slash + 1);
+}
+
+series_budget::series_budget(const char* what)
+    : what_(what), deadline_(monotonic_ms() + kToolBoundMs) {}
+
+int series_budget::left() {
+  const int64_t left = deadline_ - monotonic_ms();
+  if (left > 0) return static_cast<int>(left);
+  if (!said_) LOGE("%s takes longer than %d s, the rest is skipped", what_, kToolBoundMs / 1000);
+  said_ = true;
+  return 0;
+}
+
+void exec_shell(const char* file, const char* name, const shell_text& command) {
+  if (!command.may_run()) end_process(0);
+  execlp(file, name, "-c", command.c_str(), static_cast<char*>(nullptr));
+}
+
+int run_shell(const shell_text& command) {
   const pid_t pid = start_shell(command, shell_group(), -1);
   int status = -1;
   if (pid == -1 || wait_for(pid, &status) == -1) return -1;
@@ -117,16 +200,19 @@ int run_program(const char* const argv[]) {
   return status;
 }
 
-int run_tool(const char* command) {
+int run_tool(const shell_text& command) {
   const pid_t pid = start_shell(command, tool_group(), -1);
   if (pid == -1) return -1;
   int status = -1;
   const pid_t reaped = wait_within(pid, kToolBoundMs, &status);
-  if (reaped == 0) end_tool(pid, kToolBoundMs, command);
+  if (reaped == 0) {
+    say_it_is_late(kToolBoundMs, command);
+    end_tool(pid);
+  }
   return reaped == pid ? status : -1;
 }
 
-int run_shell_lines(const char* command, int bound_ms, char* buffer, size_t size,
+int run_shell_lines(const shell_text& command, int bound_ms, char* buffer, size_t size,
                     void (*on_line)(void* context, const char* line), void* context) {
   int ends[2];
   if (pipe2(ends, O_CLOEXEC) != 0) return -1;
@@ -137,23 +223,21 @@ int run_shell_lines(const char* command, int bound_ms, char* buffer, size_t size
   write_end.reset();
   line_cutter lines = {buffer, size, 0, on_line, context};
   const int64_t deadline = bound_ms == kUnbounded ? INT64_MAX : monotonic_ms() + bound_ms;
-  const bool in_time = read_lines(read_end.get(), pid, deadline, &lines);
+  const int64_t most = bound_ms == kUnbounded ? INT64_MAX : kOutputBytes;
+  const reading result = read_lines(read_end.get(), pid, deadline, most, &lines);
   lines.flush();
   read_end.reset();  // first: a tool that still writes gets SIGPIPE instead of a full pipe
   const int64_t left = deadline - monotonic_ms();
   if (bound_ms == kUnbounded) {
     wait_for(pid, nullptr);
-  } else if (!in_time || wait_within(pid, left > 0 ? static_cast<int>(left) : 0, nullptr) == 0) {
-    end_tool(pid, bound_ms, command);
+  } else if (result == reading::too_much) {
+    LOGE("tool writes more than %lld bytes, kill it: %s", static_cast<long long>(most),
+         command.c_str());
+    end_tool(pid);
+  } else if (result == reading::late ||
+             wait_within(pid, left > 0 ? static_cast<int>(left) : 0, nullptr) == 0) {
+    say_it_is_late(bound_ms, command);
+    end_tool(pid);
   }
   return 0;
-}
-
-bool append_escaped(std::string* out, const char* name) {
-  for (const char* p = name; *p != '\0'; p++) {
-    if (*p == '\n') return false;
-    if (static_cast<unsigned char>(*p) < 0x80 && strchr(kPlainBytes, *p) == nullptr) *out += '\\';
-    *out += *p;
-  }
-  return true;
 }

@@ -1,36 +1,114 @@
-// Running text through the shell: the one replacement for system() and popen().
+// Running text through the shell: the one replacement for system() and popen(), and the one place
+// where such a text is put together.
 #pragma once
 
 #include <stddef.h>
+#include <stdint.h>
 
 #include <string>
+#include <vector>
 
-constexpr char kShell[] = "/system/bin/sh";
+// A text that stands in the source: made of a literal, never of what a program has composed.
+class fixed_text {
+ public:
+  constexpr fixed_text(decltype(nullptr)) : text_(nullptr) {}
+  template <size_t N>
+  constexpr fixed_text(const char (&literal)[N]) : text_(literal) {}
+  template <size_t N>
+  fixed_text(char (&buffer)[N]) = delete;
+
+  constexpr const char* get() const { return text_; }
+
+ private:
+  const char* text_;
+};
+
+// A text for the shell. Whatever is not fixed enters it as a word: every ASCII byte of the word
+// outside [A-Za-z0-9._/@%+=:,#-] is escaped by a backslash, bytes from 0x80 up stay.
+//
+//   run_shell(shell_text("cp -a").arg(src).target(dst).raw("; chmod -R 777").arg(dst));
+class shell_text {
+ public:
+  template <size_t N>
+  shell_text(const char (&literal)[N]) : text_(literal) {}
+  template <size_t N>
+  shell_text(char (&buffer)[N]) = delete;
+  shell_text(fixed_text text) : text_(text.get()) {}
+
+  shell_text& raw(fixed_text text);
+
+  // A blank and the word.
+  shell_text& arg(const std::string& word);
+
+  // The same for a source of which a last component "*" stays a pattern.
+  shell_text& pattern(const std::string& source);
+
+  // The same for a path that the command writes to or changes: when it is a trap (base/beneath.h),
+  // the text is not run.
+  shell_text& target(const std::string& path);
+
+  // pattern() for what the command removes: it is not run when the way to it is a trap. A link at
+  // its end is removed itself, behind a slash and behind "/*" it is a part of the way.
+  shell_text& removal(const std::string& source);
+
+  const char* c_str() const { return text_.c_str(); }
+  size_t size() const { return text_.size(); }
+
+  // False when a word holds a newline, which no backslash escapes.
+  bool can_be_given() const { return can_be_given_; }
+
+  // False, after one error line, for a text that is not to be run: see can_be_given() and target().
+  bool may_run() const;
+
+ private:
+  std::string text_;
+  std::vector<std::string> targets_;
+  bool can_be_given_ = true;
+};
 
 // Tools of the platform that the daemon waits for itself end within this time, or are killed.
 constexpr int kToolBoundMs = 120 * 1000;
 
 // Runs `sh -c command` and waits for it without bound. Returns its wait status as system() does, -1
-// when it could not be forked or was reaped elsewhere. In the main process the shell leads a group
-// of its own; elsewhere it stays in its caller's, so that it ends with it.
-int run_shell(const char* command);
+// when it may not be run, could not be forked or was reaped elsewhere. In the main process the
+// shell leads a group of its own; elsewhere it stays in its caller's, so that it ends with it.
+int run_shell(const shell_text& command);
 
 // The same for platform tools that may hang: after kToolBoundMs the shell and all that it started
 // are killed, one error line says so, and the result is -1.
-int run_tool(const char* command);
+int run_tool(const shell_text& command);
 
 // Runs `sh -c command` and gives its standard output to `on_line(context, line)` in pieces of at
-// most `size` - 1 bytes, each up to and with its newline, as fgets() would. After `bound_ms` it is
-// killed as run_tool() does; kUnbounded waits. Returns 0 once the command has ended or was killed,
-// -1 when it could not be started.
+// most `size` - 1 bytes, each up to and with its newline, as fgets() would. After `bound_ms`, or
+// kOutputBytes of output, it is killed as run_tool() does; kUnbounded waits and takes all. Returns
+// 0 once the command has ended or was killed, -1 when it may not be run or could not be started.
 constexpr int kUnbounded = -1;
-int run_shell_lines(const char* command, int bound_ms, char* buffer, size_t size,
+constexpr int64_t kOutputBytes = 16 * 1024 * 1024;
+int run_shell_lines(const shell_text& command, int bound_ms, char* buffer, size_t size,
                     void (*on_line)(void* context, const char* line), void* context);
+
+// The time that a series of commands without bounds of their own has for all of them together:
+// kToolBoundMs from here on.
+class series_budget {
+ public:
+  explicit series_budget(const char* what);  // for the error line; a literal
+
+  // Milliseconds for the next command; 0, the first time after one error line, when there are none.
+  int left();
+
+ private:
+  const char* what_;
+  int64_t deadline_;
+  bool said_ = false;
+};
+
+// Turns a forked worker into the shell `file` (by PATH) for `command`, named `name`. Returns only
+// when there is no such program; a command that may not be run ends the process.
+void exec_shell(const char* file, const char* name, const shell_text& command);
+
+// What `path` lies in; `path` itself when it ends in a slash or "/*".
+std::string directory_of(const std::string& path);
 
 // Runs the program `argv[0]` (a full path; `argv` ends with null) without a shell, otherwise as
 // run_shell().
 int run_program(const char* const argv[]);
-
-// Appends `name` to `out` with every ASCII byte outside [A-Za-z0-9._/@%+=:,#-] escaped by a
-// backslash; bytes from 0x80 up stay. False when it holds a newline, which no backslash escapes.
-bool append_escaped(std::string* out, const char* name);

@@ -1,18 +1,27 @@
 #include "storage/size_monitor.h"
 
 #include <cutils/properties.h>
+#include <dirent.h>
 #include <errno.h>
+#include <limits.h>
 #include <signal.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/prctl.h>
 #include <unistd.h>
 
+#include <algorithm>
+
 #include "base/noted_signals.h"
 #include "base/process.h"
+#include "base/scoped.h"
 #include "base/text.h"
+#include "protocol/data_room.h"
 #include "selflog/log.h"
 #include "selflog/props.h"
+#include "storage/flush.h"
+#include "storage/linked_move.h"
+#include "storage/preallocation.h"
 #include "storage/shell.h"
 #include "storage/store.h"
 #include "storage/utils.h"
@@ -25,15 +34,16 @@ namespace {
 constexpr char kLogSource[] = "utils";
 constexpr char kDeleteProp[] = "persist.sys.zelka.log.del";
 constexpr char kQuotaProp[] = "persist.sys.zelka.log.size";
+constexpr int kDefaultQuotaGib = 20;
 constexpr int kCycleMs = 5000;
+constexpr int64_t kRestartPauseMs = 600000;  // after a restart that did not help
 constexpr int32_t kTypeModem = 0x2;
 constexpr int32_t kTypeWifi = 0x40;
 constexpr int64_t kMiB = 1024 * 1024;
-constexpr uint64_t kExtremeLow = 0x7FFFFFF;  // available - 1 below this: 1 .. 128 MiB - 1 bytes
-
 int32_t s_living_monitor_pid = -1;  // main process
 int (*s_stop_logging)() = nullptr;
 int (*s_start_logging)() = nullptr;
+std::string (*s_current_run)() = nullptr;
 
 // The monitor's state, shared with its signal handler.
 std::atomic<bool> s_is_deleting{false};
@@ -43,6 +53,8 @@ std::atomic<int32_t> s_pending_pid{-1};  // own pid: SIGUSR1 came during a delet
 struct monitor_state {
   int quota_gib;
   int oldest;  // never reset: a cycle that finds no numbered directory keeps the last one's
+  restart_record restart;
+  int64_t total_bytes;  // of both trees, in this cycle
 };
 
 enum class next { wait, leave };
@@ -66,12 +78,14 @@ next deletion_done() {
 void delete_trees() {
   delete_dir("/sdcard/zelkalog/*");
   delete_dir("/data/misc/zelkalog/*");
+  remove_move_trees(kWorkingDir, nullptr);
 }
 
 // Removes the run `name` of `dir`. A name that no command has room for is removed by a command
 // without a shell; otherwise one planted name would end all eviction.
 void remove_run(const char* dir, const std::string& name) {
   const std::string path = std::string(dir) + name;
+  remove_move_trees(kWorkingDir, name.c_str());
   if (command_fits(shell_command::delete_dir, path.c_str(), nullptr)) {
     delete_dir(path.c_str());
   } else {
@@ -103,14 +117,18 @@ next stop_for_test_run() {
   return leave();
 }
 
-// Starts a run in the monitor. The descriptor watcher's child, when it has no shell, comes back
-// from there too; a second monitor it must not become.
+// True when somebody has asked the monitor to end and, since it stopped the run `stopped`, has
+// switched logging off or begun another run: that stands, and what it writes is not deleted.
+bool is_overruled(const std::string& stopped) {
+  return !s_logsize_monitor && (!is_logger_enabled() || s_current_run() != stopped);
+}
+
+// Starts a run in the monitor.
 void start_logging() {
-  if (!s_logsize_monitor) return;  // asked to end meanwhile: whoever asked decides what runs next
   s_start_logging();
-  if (getpid() != s_logsize_monitor_pid) end_process(0);
-  // Workers that the main process has started since this monitor's fork are known only there: let
-  // it look, as for a child that has ended.
+  end_stray_child();
+  // Workers that the main process has started since this monitor's fork are known only there. Any
+  // signal that it handles brings it by a safe point, where it sees that the run is another one.
   kill(s_harrowmossd_pid, SIGCHLD);
 }
 
@@ -119,13 +137,15 @@ next rescue_data() {
   LOG_AS(ANDROID_LOG_WARN, "monitorLogSizeThread", "storage extreme low, delete logs");
   delete_trees();
   const bool restart = is_logger_enabled();
+  const std::string run = s_current_run();
   if (restart) {
     s_stop_logging();
     sleep_ms(2000);
+    if (is_overruled(run)) return deletion_done();
   }
   delete_trees();
   delete_dir("/data/vendor/zelkalog/*");
-  if (restart) start_logging();
+  if (restart && !is_overruled(run)) start_logging();
   return deletion_done();
 }
 
@@ -136,11 +156,13 @@ next restart_logging() {
     LOG_AS(ANDROID_LOG_DEBUG, "monitorLogSizeThread", "not delete log");
     return leave();
   }
+  const std::string run = s_current_run();
   delete_dir("/sdcard/zelkalog/*");
   s_stop_logging();
   sleep_ms(1000);
+  if (is_overruled(run)) return deletion_done();
   delete_trees();
-  start_logging();
+  if (!is_overruled(run)) start_logging();
   return deletion_done();
 }
 
@@ -172,15 +194,54 @@ next evict(monitor_state* state) {
   tree_reading working = look_at(kWorkingDir, current, state, &name);
   working.store_unknown = store.store_unknown;
   const eviction in_working = judge_working(working);
-  if (store.store_unknown) {
+  if (in_working == eviction::restart_withheld) {
     LOG_AS(ANDROID_LOG_ERROR, "monitorLogSizeThread", "cannot list %s: no restart", kStoreDir);
   }
-  if (in_working == eviction::restart) return restart_logging();
+  if (in_working == eviction::restart) {
+    if (!restart_is_due(state->restart, monotonic_ms(), state->total_bytes)) return deletion_done();
+    const next after = restart_logging();
+    state->restart = {monotonic_ms(), -1};
+    return after;
+  }
   if (in_working == eviction::remove_oldest) {
     LOG_AS(ANDROID_LOG_INFO, "monitorLogSizeThread", "now delete %s%s", kWorkingDir, name.c_str());
     remove_run(kWorkingDir, name);
   }
   return deletion_done();
+}
+
+// The biggest entry of both trees, hidden ones included.
+std::string biggest_entry(int64_t* bytes) {
+  std::string biggest;
+  *bytes = -1;
+  for (const char* dir : {kStoreDir, kWorkingDir}) {
+    scoped_dir stream(opendir(dir));
+    while (const dirent* entry = stream.valid() ? readdir(stream.get()) : nullptr) {
+      if (strcmp(entry->d_name, ".") == 0 || strcmp(entry->d_name, "..") == 0) continue;
+      const std::string path = std::string(dir) + entry->d_name;
+      const int64_t size = getFileSize(path.c_str());
+      if (size <= *bytes) continue;
+      *bytes = size;
+      biggest = path;
+    }
+  }
+  return biggest;
+}
+
+// The first look after a restart tells whether it has helped.
+void follow_restart(restart_record* restart, bool over_quota, int64_t total_bytes) {
+  if (restart->at_ms == -1) return;
+  if (!over_quota) {
+    *restart = {};
+    return;
+  }
+  if (restart->left_bytes != -1) return;
+  restart->left_bytes = total_bytes;
+  int64_t bytes = 0;
+  const std::string path = biggest_entry(&bytes);
+  LOG_AS(ANDROID_LOG_ERROR, "monitorLogSizeThread",
+         "still over quota after a restart, the next one not before %d s: %s takes %lld bytes",
+         static_cast<int>(kRestartPauseMs / 1000), path.c_str(), static_cast<long long>(bytes));
 }
 
 next run_cycle(monitor_state* state) {
@@ -196,13 +257,23 @@ next run_cycle(monitor_state* state) {
   const int64_t common = getFileSize(kWorkingDir);
   const bool modem = has_logger_type(kTypeModem);
   const bool wifi = has_logger_type(kTypeWifi);
-  const size_reading reading = {store, common, state->quota_gib, modem || wifi,
-                                get_filesystem_size("/data")};
+  // Logcats give back meanwhile what they have preallocated: it counts here or there.
+  const int64_t before = get_filesystem_size("/data");
+  const int64_t preallocated = preallocated_by_captures();
+  const size_reading reading = {store,
+                                common,
+                                state->quota_gib,
+                                modem || wifi,
+                                std::max(before, get_filesystem_size("/data")),
+                                preallocated};
   const size_verdict verdict = judge_sizes(reading);
   s_is_deleting = verdict.over_quota;
+  state->total_bytes = store + common;
+  follow_restart(&state->restart, verdict.over_quota, state->total_bytes);
   if (verdict.over_quota || verdict.extreme_low) log_sizes(reading, verdict, modem);
   if (is_in_cts() || is_in_monkey()) return stop_for_test_run();
-  if (verdict.extreme_low) return rescue_data();
+  // A stop's move holds room that it is going to give back.
+  if (verdict.extreme_low && !is_move_under_way()) return rescue_data();
   return verdict.over_quota ? evict(state) : next::wait;
 }
 
@@ -223,7 +294,8 @@ next run_cycle(monitor_state* state) {
 
 }  // namespace
 
-void set_logging_switch(int (*stop)(), int (*start)()) {
+void set_logging_switch(int (*stop)(), int (*start)(), std::string (*current_run)()) {
+  s_current_run = current_run;
   s_stop_logging = stop;
   s_start_logging = start;
 }
@@ -234,8 +306,7 @@ void checkLogSize() {
   property_get(kDeleteProp, del_enable, "true");
   property_get(kEnableProp, log_enable, "off");
   LOGD("log_enable = %s  del_enable = %s", log_enable, del_enable);
-  // The descriptor watcher's child may come by here; a second monitor would know nobody.
-  if (strcmp(del_enable, "true") != 0 || strcmp(log_enable, "on") != 0 || !is_main_process()) {
+  if (strcmp(del_enable, "true") != 0 || strcmp(log_enable, "on") != 0 || is_stray_child()) {
     LOGD(" not open checkLogSize");
     return;
   }
@@ -275,7 +346,7 @@ bool log_size_monitor_ended(int32_t pid) {
 
 void monitorLogSizeThread() {
   LOGD(" into monitorLogSizeThread. s_logsize_monitor = %d\n", s_logsize_monitor.load());
-  monitor_state state = {get_int_prop(kQuotaProp, 20), -1};
+  monitor_state state = {get_count_prop(kQuotaProp, kDefaultQuotaGib, INT_MAX), -1, {}, 0};
   s_pending_pid = -1;
   while (s_logsize_monitor) {
     if (run_cycle(&state) == next::leave) return;
@@ -303,8 +374,13 @@ size_verdict judge_sizes(const size_reading& reading) {
   verdict.total_gib = to_gib(reading.store_bytes + reading.common_bytes);
   const float share = reading.modem_or_wifi ? 0.75F : 1.0F;
   verdict.over_quota = share * static_cast<float>(reading.quota_gib) < verdict.total_gib;
-  verdict.extreme_low = static_cast<uint64_t>(reading.available) - 1 < kExtremeLow;
+  verdict.extreme_low = data_extremely_low(reading.available, reading.preallocated);
   return verdict;
+}
+
+bool restart_is_due(const restart_record& last, int64_t now_ms, int64_t total_bytes) {
+  return last.at_ms == -1 || now_ms - last.at_ms >= kRestartPauseMs ||
+         total_bytes < last.left_bytes;
 }
 
 eviction judge_store(const tree_reading& tree) {
@@ -318,7 +394,7 @@ eviction judge_store(const tree_reading& tree) {
 eviction judge_working(const tree_reading& tree) {
   if (tree.current == tree.oldest) {
     // A restart deletes every finished run: only when it is sure that nothing smaller would do.
-    return tree.store_unknown ? eviction::nothing : eviction::restart;
+    return tree.store_unknown ? eviction::restart_withheld : eviction::restart;
   }
   const bool found = tree.count >= 1 && tree.oldest >= 1 && tree.has_name;
   return found ? eviction::remove_oldest : eviction::nothing;

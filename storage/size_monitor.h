@@ -15,9 +15,9 @@ extern std::atomic<bool> s_logsize_monitor;
 // Main: the monitor; monitor: itself; -1: none.
 extern std::atomic<int32_t> s_logsize_monitor_pid;
 
-// How the monitor restarts logging, in its own process. Given once at start-up, because switching
-// logging on and off stands above this folder.
-void set_logging_switch(int (*stop)(), int (*start)());
+// How the monitor restarts logging, in its own process, and what the current run of all processes
+// is called. Given once at start-up, because this stands above this folder.
+void set_logging_switch(int (*stop)(), int (*start)(), std::string (*current_run)());
 
 // Starts the monitor when deletion and logging are on and none runs. Main process.
 void checkLogSize();
@@ -53,6 +53,8 @@ struct size_reading {
   int quota_gib;         // "persist.sys.zelka.log.size"
   bool modem_or_wifi;    // these types get three quarters of the quota
   int64_t available;     // bytes free on "/data"; 0 and below: unknown
+  // Bytes that the capture has allocated for lines to come: as good as free, to it alone.
+  int64_t preallocated = 0;
 };
 
 struct size_verdict {
@@ -60,13 +62,19 @@ struct size_verdict {
   float common_gib;
   float total_gib;
   bool over_quota;   // strictly more than the quota, counted in whole MiB
-  bool extreme_low;  // less than 128 MiB free on "/data"
+  bool extreme_low;  // less than 128 MiB available or preallocated on "/data"
 };
 
 size_verdict judge_sizes(const size_reading& reading);
 
 // What to do with one of the two trees when over quota.
-enum class eviction { nothing, keep_current, remove_oldest, restart };
+enum class eviction {
+  nothing,
+  keep_current,
+  remove_oldest,
+  restart,           // only the current run is left: delete everything else and start anew
+  restart_withheld,  // the same, but the store may hold runs that would do
+};
 
 struct tree_reading {
   int count;      // numbered directories, -1: the tree does not open
@@ -76,6 +84,17 @@ struct tree_reading {
   bool logging;
   bool store_unknown = false;  // the store could not be listed for now: what is in it is not known
 };
+
+// What the last restart for the quota's sake has brought.
+struct restart_record {
+  int64_t at_ms = -1;       // of CLOCK_MONOTONIC; -1: none yet, or it has helped
+  int64_t left_bytes = -1;  // what both trees held at the first look afterwards; -1: not looked yet
+};
+
+// A restart deletes everything; when that did not bring the sizes below the quota, something is in
+// the way that it cannot delete. It is tried again after ten minutes, or when the trees have
+// shrunk.
+bool restart_is_due(const restart_record& last, int64_t now_ms, int64_t total_bytes);
 
 eviction judge_store(const tree_reading& tree);    // finished runs: keep_current means go on
 eviction judge_working(const tree_reading& tree);  // the working area

@@ -1,5 +1,6 @@
 #include "storage/store.h"
 
+#include <limits.h>
 #include <sys/vfs.h>
 
 #include "selflog/log.h"
@@ -28,5 +29,5 @@ int create_store_dir_if_needed() {
 }
 
 int get_log_dir_sequence() {
-  return get_int_prop(kSequenceProp, 0);
+  return get_count_prop(kSequenceProp, 0, INT_MAX - 1);  // the next one is a number too
 }

@@ -7,5 +7,6 @@ constexpr char kSequenceProp[] = "persist.sys.zklog.dir_sequence";
 // are missing. Returns 0; failures show in what follows.
 int create_store_dir_if_needed();
 
-// The number of the latest run, 0 before the first.
+// The number of the latest run, 0 before the first; also, after one error line, for a stored text
+// that is no such number or the last that there is.
 int get_log_dir_sequence();

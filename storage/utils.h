@@ -1,12 +1,14 @@
 // File and directory utilities. Directories get mode 0777 and owner 1015:1015 (sdcard_rw), so that
-// the companion app can read and remove them; files get 0666. Failures are logged here.
+// the companion app can read and remove them; files get 0666. None writes, makes, moves or removes
+// anything through a link that somebody else has put there (base/beneath.h): one error line, and
+// the result of a failure. Failures are logged here.
 #pragma once
 
 #include <stddef.h>
 #include <stdint.h>
 #include <sys/types.h>
 
-constexpr uid_t kSdcardOwner = 1015;  // sdcard_rw, also the group
+#include "base/beneath.h"  // kSdcardOwner
 
 constexpr char kStoreDir[] = "/sdcard/zelkalog/";  // finished runs
 constexpr char kMediaStoreDir[] =
@@ -17,7 +19,7 @@ constexpr char kVendorDir[] = "/data/vendor/zelkalog/";
 // 0 when `path` opens as a directory, -1 otherwise and for null.
 int is_dir_exist(const char* path);
 
-// Makes `path` an empty file, mode 0666, owner 1015:1015; never follows a symbolic link. 0 or -1.
+// Makes `path` an empty file, mode 0666, owner 1015:1015. 0 or -1.
 int creat_file(const char* path);
 
 // The part of `path` behind its last '/' or '\\'; `path` itself without one; null for null.
@@ -37,16 +39,22 @@ int mkdir_s(const char* path);
 // The shell commands below take names as they are: every byte that means something to the shell is
 // escaped, except a last component "*" of a source, which the shell expands. A command longer than
 // 255 bytes aborts (see command_fits()); a name with a newline cannot be escaped and is refused
-// with -1. A result is the wait status of the shell, as system() returns it.
+// with -1. A result is the wait status of the shell, as system() returns it. When "*" stands for
+// more names than one command takes, those that it has left follow in batches, without a shell.
+//
+// A copy for which there is no room (copy_has_room()) is not begun: one error line, and -1.
 int copy_file(const char* src, const char* dst);  // cp
+// The two copies of a tree have it readable meanwhile, and a removal can empty directories that are
+// the system user's alone (storage/group_access.h).
 int copy_dir(const char* src, const char* dst);   // cp -a, then chmod -R 777 of `dst`
-int copy_dir2(const char* src, const char* dst);  // the same; 0, or -1 when it cannot be started
+int copy_dir2(const char* src, const char* dst);  // the same; 0 also when left out, -1: not started
 int delete_dir(const char* pattern);              // rm -rf
 
 // Moves `src` into the directory `dst`, which is made when missing, and gives it to everybody.
-// `options` go to mv (null: none). A move to another file system that has no room for `src` is not
-// begun: one error line, and -1; of a pattern those entries are moved that fit, oldest run first.
-// -1 also for a null `dst`.
+// `options` go to mv (null: none). A move to another file system loses nothing, whatever happens on
+// the way (storage/linked_move.h). One for which there is no room is not begun: one error line, and
+// -1; of a pattern those entries are moved that fit, oldest run first. -1 also when something did
+// not arrive and is in its place again, and for a null `dst`.
 int move_dir(const char* src, const char* dst, const char* options);
 
 // Removes `path` by rm itself, without a shell: for names that no command text can hold. The wait

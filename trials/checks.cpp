@@ -42,31 +42,7 @@ std::string description(const fs::path& path) {
   return static_cast<uintmax_t>(info.st_size) > kComparedBytes ? text : text + read_file(path);
 }
 
-long number_behind(const std::string& text, const std::string& key) {
-  const size_t at = text.find(key);
-  return at == std::string::npos ? -1 : atol(text.c_str() + at + key.size());
-}
-
 }  // namespace
-
-void remember_captured(const Phone& phone, Captured* captured) {
-  const std::string run = run_name(phone), mobile = working_path(run) + "/mobile";
-  for (const std::string& name : phone.list(mobile)) {
-    const std::string text = phone.read(mobile + "/" + name);
-    if (text.find('\n') == std::string::npos) continue;
-    (*captured)[run + "/mobile/" + name] = text.substr(0, text.rfind('\n') + 1);
-  }
-}
-
-std::vector<std::string> lost(const Phone& phone, const Captured& captured) {
-  std::vector<std::string> files;
-  for (const auto& [file, text] : captured) {
-    if (!begins_with(phone.read(store_path(file)), text) &&
-        !begins_with(phone.read(working_path(file)), text))
-      files.push_back(file);
-  }
-  return files;
-}
 
 std::map<std::string, std::string> surroundings(const Phone& phone) {
   std::map<std::string, std::string> found;

@@ -1,5 +1,5 @@
-// What every trial looks at: what a run has captured, what lies around the daemon's trees, what the
-// main process holds.
+// What every trial looks at besides phone/host/daemon.h: what lies around the daemon's trees, what
+// the main process holds.
 #pragma once
 
 #include <stdint.h>
@@ -9,23 +9,6 @@
 #include <vector>
 
 #include "phone/host/daemon.h"
-
-// Looks until `done` or until the time has passed on the clock, however long a look takes.
-template <typename Done>
-bool within_ms(int limit_ms, Done done) {
-  const int64_t end = monotonic_now_ms() + limit_ms;
-  return eventually([&] { return done() || monotonic_now_ms() > end; }, limit_ms) && done();
-}
-
-// What logcats have written, by "RUN/mobile/FILE": only whole lines, as a write may be under way.
-using Captured = std::map<std::string, std::string>;
-
-// Adds what the current run has now. Later looks replace earlier ones.
-void remember_captured(const Phone& phone, Captured* captured);
-
-// The files whose beginning is not any more what was remembered, neither in the working area nor in
-// the store.
-std::vector<std::string> lost(const Phone& phone, const Captured& captured);
 
 // Every path of the phone outside the daemon's own trees, /dev and /proc: kind, mode, owner, size
 // and, for a file of up to 1 MiB, content.

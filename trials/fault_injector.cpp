@@ -75,6 +75,9 @@ constexpr NumberRow kCalls[] = {
     {"access",  SYS_faccessat,  Look::kPath1},
     {"mkdir",   SYS_mkdirat,    Look::kPath1},
     {"rename",  SYS_renameat,   Look::kPath1},
+    {"link",    SYS_linkat,     Look::kPath1},
+    {"unlink",  SYS_unlinkat,   Look::kPath1},
+    {"syncfs",  SYS_syncfs,     Look::kFile},
     {"owner",   SYS_fchownat,   Look::kPath1},
     {"owner",   SYS_fchown,     Look::kFile},
     {"owner",   SYS_fchmodat,   Look::kPath1},
@@ -85,6 +88,7 @@ constexpr NumberRow kCalls[] = {
     {"access",  SYS_access,     Look::kPath0},
     {"mkdir",   SYS_mkdir,      Look::kPath0},
     {"rename",  SYS_rename,     Look::kPath0},
+    {"unlink",  SYS_unlink,     Look::kPath0},
     {"owner",   SYS_chown,      Look::kPath0},
     {"owner",   SYS_chmod,      Look::kPath0},
 #endif

@@ -35,18 +35,13 @@ struct Usage {
   int64_t wakes = 0;  // voluntary context switches: it slept, and something woke it
 };
 
-int64_t number_behind(const std::string& text, const std::string& key) {
-  const size_t at = text.find("\n" + key);
-  return at == std::string::npos ? 0 : atoll(text.c_str() + at + 1 + key.size());
-}
-
 Usage usage_of(const Phone& phone, pid_t pid) {
   Usage usage;
   const std::string tasks = phone.inside("/proc/" + std::to_string(pid) + "/task");
   std::error_code error;
   for (const auto& task : fs::directory_iterator(tasks, error)) {
     usage.cpu_ms += atoll(read_file(task.path() / "schedstat").c_str()) / 1e6;
-    usage.wakes += number_behind(read_file(task.path() / "status"), "voluntary_ctxt_switches:");
+    usage.wakes += number_behind(read_file(task.path() / "status"), "\nvoluntary_ctxt_switches:");
   }
   return usage;
 }

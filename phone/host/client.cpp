@@ -73,7 +73,9 @@ std::string string16(std::string_view ascii) {
   return bytes;
 }
 
-Client::Client(const Phone& phone) : fd_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+Client::Client(const Phone& phone, Wait wait)
+    : fd_(socket(AF_UNIX,
+                 SOCK_STREAM | SOCK_CLOEXEC | (wait == Wait::kToConnect ? 0 : SOCK_NONBLOCK), 0)) {
   struct sockaddr_un address = {};
   address.sun_family = AF_UNIX;
   const std::string path = phone.inside(kSocketPath);

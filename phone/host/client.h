@@ -25,23 +25,22 @@ std::string request(int32_t code, int64_t serial, std::string_view arguments = "
 // A String16 argument; ASCII only.
 std::string string16(std::string_view ascii);
 
-// How long a client waits when nothing else is said: longer than any query takes.
-constexpr int kClientLimitMs = 30000;
-
 class Client {
  public:
+  enum class Wait { kToConnect, kNotToConnect };  // when there are too many before it
+
   // Connects to the phone's daemon; connected() tells whether that worked.
-  explicit Client(const Phone& phone);
+  explicit Client(const Phone& phone, Wait wait = Wait::kToConnect);
 
   bool connected() const { return fd_.ok(); }
   // False when the peer has gone or does not read within the limit. Raises no SIGPIPE.
-  bool send(std::string_view bytes, int limit_ms = kClientLimitMs);
+  bool send(std::string_view bytes, int limit_ms = kOwedMs);
   // What came until there were `count` bytes, the peer closed, or the limit passed.
-  std::string receive(size_t count, int limit_ms = kClientLimitMs);
+  std::string receive(size_t count, int limit_ms = kOwedMs);
   // One reply, its 4-byte size included; less when it did not come whole.
-  std::string reply(int limit_ms = kClientLimitMs);
+  std::string reply(int limit_ms = kOwedMs);
   // True when the peer closes within the limit without another byte.
-  bool closed_by_peer(int limit_ms = kClientLimitMs);
+  bool closed_by_peer(int limit_ms = kOwedMs);
   void close() { fd_.reset(); }
   // Nothing more will be sent; replies still come.
   void end_sending();
@@ -53,4 +52,4 @@ class Client {
 // Connects, sends one request and returns the reply's bytes behind the echoed code and serial, in
 // hex. Anything but a whole reply with that echo is trouble, and "".
 std::string ask(const Phone& phone, int32_t code, std::string_view arguments = "",
-                int limit_ms = kClientLimitMs);
+                int limit_ms = kOwedMs);

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <regex>
 
 #include "phone/host/trouble.h"
 #include "platform/linux/log_record.h"
@@ -83,6 +84,27 @@ int count_lines(const Phone& phone, const std::string& start) {
   return static_cast<int>(lines_with(daemon_log(phone), start).size());
 }
 
+bool eventually_logged(const Phone& phone, const std::string& start, int times, int limit_ms) {
+  return eventually([&] { return count_lines(phone, start) == times; }, limit_ms);
+}
+
+size_t place_of(const std::vector<std::string>& texts, const std::string& start) {
+  size_t at = 0;
+  while (at < texts.size() && texts[at].compare(0, start.size(), start) != 0) at++;
+  return at;
+}
+
+std::vector<std::string> sets_of_daemon(const Phone& phone, size_t from) {
+  static const std::regex run("[0-9]+#[0-9_-]+");
+  const std::vector<PropertySet> all = phone.properties_log();
+  std::vector<std::string> sets;
+  for (size_t i = from; i < all.size(); i++) {
+    if (all[i].pid != phone.daemon_pid()) continue;
+    sets.push_back(std::regex_replace(all[i].key + "=" + all[i].value, run, "RUN"));
+  }
+  return sets;
+}
+
 std::string rest_of_line(const Phone& phone, const std::string& start) {
   const std::vector<LogLine> found = lines_with(daemon_log(phone), start);
   expect_of_phone(found.size() == 1, std::to_string(found.size()) + " lines: " + start);
@@ -112,14 +134,29 @@ std::vector<LogLine> cut_reports(const Phone& phone, const std::string& function
   return found;
 }
 
-std::vector<std::string> quick_vendor(std::vector<std::string> more) {
-  more.insert(more.end(), {"--prop", "bench.vendor=off", "--prop",
-                           "sys.zelka.harrowmossd.action.mv_vendor_common_logs.done=1", "--prop",
-                           "sys.zelka.harrowmossd.action.mv_vendor_wifi_logs.done=1"});
-  return more;
+std::vector<std::string> promised(const Phone& phone, std::vector<std::string> files) {
+  if (cut_reports(phone, "copy_system_propertie").empty()) return files;
+  const auto is_report = [](const std::string& file) {
+    return file.find(".prop") != std::string::npos;
+  };
+  files.erase(std::remove_if(files.begin(), files.end(), is_report), files.end());
+  return files;
 }
 
-static constexpr int kSwitchLimitMs = 120000;  // a start may contain a stop, with stubborn workers
+std::vector<std::string> commands_of(const Phone& phone, pid_t pid) {
+  std::vector<std::string> commands;
+  for (const BenchCall& call : phone.calls_of("/system/bin/sh")) {
+    if (call.ppid == pid && call.argv.size() == 3) commands.push_back(call.argv[2]);
+  }
+  return commands;
+}
+
+std::vector<std::string> quick_vendor(std::vector<std::string> more) {
+  more.insert(more.begin(), {"--prop", "bench.vendor=off", "--prop", "bench.logcat.preallocate=0",
+                             "--prop", "sys.zelka.harrowmossd.action.mv_vendor_common_logs.done=1",
+                             "--prop", "sys.zelka.harrowmossd.action.mv_vendor_wifi_logs.done=1"});
+  return more;
+}
 
 static int32_t int_reply(const std::string& digits) {
   expect_of_phone(digits.size() == 8, "no int32: " + digits);
@@ -130,11 +167,11 @@ static int32_t int_reply(const std::string& digits) {
 }
 
 int32_t start_logging(const Phone& phone, int32_t mask) {
-  return int_reply(ask(phone, 2, little_endian(static_cast<uint32_t>(mask), 4), kSwitchLimitMs));
+  return int_reply(ask(phone, 2, little_endian(static_cast<uint32_t>(mask), 4), kSwitchMs));
 }
 
 int32_t stop_logging(const Phone& phone) {
-  return int_reply(ask(phone, 3, "", kSwitchLimitMs));
+  return int_reply(ask(phone, 3, "", kSwitchMs));
 }
 
 bool serves(const Phone& phone, int limit_ms) {
@@ -174,6 +211,15 @@ std::vector<PhoneProcess> debug_logcats(const Phone& phone) {
   std::vector<PhoneProcess> found;
   for (PhoneProcess& process : phone.named("logcat")) {
     if (!process.cmdline.empty() && process.cmdline[0].find(":debug-") != std::string::npos)
+      found.push_back(std::move(process));
+  }
+  return found;
+}
+
+std::vector<PhoneProcess> collectors(const Phone& phone) {
+  std::vector<PhoneProcess> found;
+  for (PhoneProcess& process : phone.named("logcat")) {
+    if (!process.cmdline.empty() && process.cmdline[0] == "harrowmossd:SLC")
       found.push_back(std::move(process));
   }
   return found;
@@ -249,6 +295,11 @@ std::string run_name(const Phone& phone) {
   return path.substr(path.rfind('/') + 1);
 }
 
+std::string current_run(const Phone& phone) {
+  const std::string answer = from_hex(ask(phone, 9));  // int32 length, the name, its NUL, padding
+  return answer.size() < 4 ? "" : answer.c_str() + 4;
+}
+
 std::vector<std::string> tree(const Phone& phone, const std::string& directory) {
   std::vector<std::string> paths;
   const std::string root = phone.inside(directory) + "/";
@@ -280,4 +331,23 @@ void fill(const Phone& phone, const std::string& path, int64_t left) {
   const std::string block(kBlock, 'x');
   while (available(phone, path) > left && write(file.get(), block.data(), block.size()) == kBlock) {
   }
+}
+
+void remember_captured(const Phone& phone, Captured* captured) {
+  const std::string run = run_name(phone), mobile = working_path(run) + "/mobile";
+  for (const std::string& name : phone.list(mobile)) {
+    const std::string text = phone.read(mobile + "/" + name);
+    if (text.find('\n') == std::string::npos) continue;
+    (*captured)[run + "/mobile/" + name] = text.substr(0, text.rfind('\n') + 1);
+  }
+}
+
+std::vector<std::string> lost(const Phone& phone, const Captured& captured) {
+  std::vector<std::string> files;
+  for (const auto& [file, text] : captured) {
+    if (phone.read(store_path(file)).compare(0, text.size(), text) != 0 &&
+        phone.read(working_path(file)).compare(0, text.size(), text) != 0)
+      files.push_back(file);
+  }
+  return files;
 }

@@ -18,13 +18,14 @@
 
 #include "phone/host/trouble.h"
 #include "phone/init_log.h"
+#include "phone/keep_logs.h"
+#include "phone/root_layout.h"
 
 namespace fs = std::filesystem;
 
 static constexpr const char* kShellPath =
     "/product/bin:/apex/com.android.runtime/bin:/apex/com.android.art/bin:/system_ext/bin:"
     "/system/bin:/system/xbin:/odm/bin:/vendor/bin:/vendor/xbin:/data/local/tmp";
-static constexpr int kRunLimitMs = 60000;
 
 namespace {
 
@@ -83,10 +84,10 @@ RunResult capture(const std::string& input, const std::function<void()>& child) 
   struct pollfd polled[] = {{out.read_end.get(), POLLIN, 0}, {err.read_end.get(), POLLIN, 0}};
   std::string* texts[] = {&result.out, &result.err};
   while (polled[0].fd >= 0 || polled[1].fd >= 0) {
-    const int ready = poll(polled, 2, kRunLimitMs);
+    const int ready = poll(polled, 2, kSwitchMs);
     if (ready == 0) {
-      kill(pid, SIGKILL);
-      on_phone_trouble("a command did not end within " + std::to_string(kRunLimitMs) + " ms");
+      signal_one(pid, SIGKILL);
+      on_phone_trouble("a command did not end within " + std::to_string(kSwitchMs) + " ms");
       break;
     }
     for (int i = 0; i < 2; i++) {
@@ -118,6 +119,7 @@ RunResult capture(const std::string& input, const std::function<void()>& child) 
     clearenv();
     setenv("PATH", kShellPath, 1);
     setenv("HOME", "/", 1);
+    setenv("TMPDIR", "/data/local", 1);  // built into Android's shell
     umask(022);
     exec_argv(argv);
   }
@@ -145,11 +147,7 @@ bool read_process(const std::string& proc, const std::string& name, PhoneProcess
 
 }  // namespace
 
-int64_t monotonic_now_ms() {
-  struct timespec now;
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return now.tv_sec * INT64_C(1000) + now.tv_nsec / 1000000;
-}
+void (*before_phone_ends)(const Phone& phone) = nullptr;
 
 RunResult run_on_host(const std::vector<std::string>& argv, const std::string& input) {
   return capture(input, [&] { exec_argv(argv); });
@@ -175,6 +173,7 @@ Phone::Phone(const std::vector<std::string>& options, Until until) {
   launcher_ = fork();
   if (launcher_ == 0) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
+    setsid();
     const int messages =
         open((directory_ + "/messages").c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
     const int null = open("/dev/null", O_WRONLY | O_CLOEXEC);
@@ -186,13 +185,10 @@ Phone::Phone(const std::vector<std::string>& options, Until until) {
   input_ = std::move(input.write_end);
   launcher_pidfd_.reset(static_cast<int>(syscall(SYS_pidfd_open, launcher_, 0)));
   const std::string pid_file = directory_ + "/pid";
-  constexpr int kBootLimitMs = 30000;
-  const bool booted = eventually(
-      [&] {
-        struct pollfd ended = {launcher_pidfd_.get(), POLLIN, 0};
-        return access(pid_file.c_str(), F_OK) == 0 || poll(&ended, 1, 0) != 0;
-      },
-      kBootLimitMs);
+  const bool booted = eventually([&] {
+    struct pollfd ended = {launcher_pidfd_.get(), POLLIN, 0};
+    return access(pid_file.c_str(), F_OK) == 0 || poll(&ended, 1, 0) != 0;
+  });
   const int pid = atoi(read_file(pid_file).c_str());
   if (!booted || pid <= 0) {
     on_phone_trouble("no phone: " + messages());
@@ -217,14 +213,14 @@ bool Phone::wait_until_ready(int limit_ms) const {
 
 void Phone::end() {
   if (launcher_ <= 0) return;
-  kill(launcher_, SIGKILL);  // what is inside dies with it: the launcher promises that
+  if (ok() && before_phone_ends != nullptr) before_phone_ends(*this);
+  signal_one(launcher_, SIGKILL);  // what is inside dies with it: the launcher promises that
   while (waitpid(launcher_, nullptr, 0) < 0 && errno == EINTR) {
   }
   launcher_ = -1;
   if (init_pidfd_.ok()) {
     struct pollfd gone = {init_pidfd_.get(), POLLIN, 0};
-    constexpr int kEndLimitMs = 10000;
-    expect_of_phone(poll(&gone, 1, kEndLimitMs) == 1, "the phone outlives its launcher");
+    expect_of_phone(poll(&gone, 1, kOwedMs) == 1, "the phone outlives its launcher");
   }
 }
 
@@ -241,7 +237,10 @@ std::string Phone::read(const std::string& path) const {
 }
 
 void Phone::write(const std::string& path, const std::string& text) const {
-  expect_of_phone(write_file(inside(path), text, 0644), errno_text(path));
+  const bool trace = path.rfind("/data/anr/", 0) == 0;
+  const bool written = write_file(inside(path), text, trace ? 0600 : 0644) &&
+                       (!trace || chown(inside(path).c_str(), kAidSystem, kAidSystem) == 0);
+  expect_of_phone(written, errno_text(path));
 }
 
 void Phone::append(const std::string& path, const std::string& text) const {
@@ -263,42 +262,28 @@ std::vector<std::string> Phone::list(const std::string& directory) const {
 }
 
 void Phone::setprop(const std::string& key, const std::string& value) {
+  if (!ok()) return;
   expect_of_phone(properties_->set(key.c_str(), value.c_str()) == 0, key + "=" + value);
 }
 
 std::string Phone::getprop(const std::string& key) const {
-  char value[92];
-  properties_->get(key.c_str(), value);
+  char value[92] = "";
+  if (ok()) properties_->get(key.c_str(), value);
   return value;
 }
 
 std::vector<BenchCall> Phone::calls() const {
-  std::vector<BenchCall> calls;
-  for (const std::string& line : lines_of(read(kCallsLog))) {
-    BenchCall call;
-    if (parse_call(line, &call)) {
-      calls.push_back(std::move(call));
-    } else {
-      on_phone_trouble("broken journal line: " + line);
-    }
-  }
+  std::vector<BenchCall> calls = calls_in(read(kCallsLog));
+  for (const BenchCall& call : calls) expect_of_phone(!call.program.empty(), "broken journal line");
   return calls;
 }
 
 std::vector<BenchCall> Phone::calls_of(const std::string& program) const {
-  std::vector<BenchCall> found;
-  for (BenchCall& call : calls()) {
-    if (call.program == program) found.push_back(std::move(call));
-  }
-  return found;
+  return calls_in(read(kCallsLog), program);
 }
 
 std::vector<std::string> Phone::shell_commands() const {
-  std::vector<std::string> texts;
-  for (const BenchCall& call : calls_of("/system/bin/sh")) {
-    if (call.argv.size() == 3 && call.argv[1] == "-c") texts.push_back(call.argv[2]);
-  }
-  return texts;
+  return shell_commands_in(read(kCallsLog));
 }
 
 void Phone::clear_calls() const {
@@ -368,8 +353,11 @@ pid_t Phone::outer_pid(pid_t pid) const {
 }
 
 bool Phone::signal(pid_t pid, int sig) const {
-  const pid_t outer = outer_pid(pid);
-  return outer > 0 && kill(outer, sig) == 0;
+  return pid > 1 && signal_one(outer_pid(pid), sig);
+}
+
+bool Phone::keep_logs(const std::string& directory) const {
+  return ::keep_logs(inside("/dev"), inside("/data"), directory);
 }
 
 std::vector<std::string> Phone::init_log() const {
@@ -377,4 +365,22 @@ std::vector<std::string> Phone::init_log() const {
   for (const std::string& line : lines_of(read(kInitLog)))
     texts.push_back(line.substr(line.find(' ') + 1));
   return texts;
+}
+
+Program::Program(const std::string& body, mode_t mode) {
+  close(mkstemp(path_));
+  expect_of_phone(write_file(path_, "#!/system/bin/mksh\n" + body + "\n", mode), errno_text(path_));
+}
+
+Program::~Program() {
+  unlink(path_);
+}
+
+std::vector<std::unique_ptr<Phone>> boot_all(const std::vector<std::vector<std::string>>& options) {
+  std::vector<std::unique_ptr<Phone>> phones;
+  for (const std::vector<std::string>& each : options)
+    phones.push_back(std::make_unique<Phone>(each, Phone::Until::kBooted));
+  for (const std::unique_ptr<Phone>& phone : phones)
+    expect_of_phone(phone->wait_until_ready(), "a daemon does not listen");
+  return phones;
 }

@@ -9,26 +9,10 @@
 #include <string>
 #include <vector>
 
+#include "phone/host/wait.h"
 #include "phone/journal.h"
 #include "phone/util.h"
 #include "platform/linux/property_area.h"
-
-// Milliseconds of CLOCK_MONOTONIC.
-int64_t monotonic_now_ms();
-
-// Polls `done` every 2 ms; false after `limit_ms` of CLOCK_MONOTONIC, but not before 5 looks: a
-// look at a busy machine's processes can take much of the limit. For effects that another process
-// owes us.
-template <typename Done>
-bool eventually(Done done, int limit_ms = 30000) {
-  constexpr int kStepMs = 2, kFewestLooks = 5;
-  const int64_t deadline = monotonic_now_ms() + limit_ms;
-  for (int looks = 1;; looks++) {
-    if (done()) return true;
-    if (looks >= kFewestLooks && monotonic_now_ms() >= deadline) return false;
-    usleep(kStepMs * 1000);
-  }
-}
 
 struct RunResult {
   int status = -1;  // exit status; 128 + signal; -1: could not be run
@@ -36,7 +20,7 @@ struct RunResult {
   std::string err;
 };
 
-// Runs a host program to its end, with `input` as its standard input. 30 s at most.
+// Runs a host program to its end, with `input` as its standard input. kSwitchMs at most.
 RunResult run_on_host(const std::vector<std::string>& argv, const std::string& input = "");
 
 // The launcher with these arguments, to its end.
@@ -75,7 +59,7 @@ class Phone {
 
   bool ok() const { return init_ > 0; }
   pid_t init_pid() const { return init_; }  // as the host counts
-  bool wait_until_ready(int limit_ms = 30000) const;
+  bool wait_until_ready(int limit_ms = kOwedMs) const;
   void end();
   // What the launcher and init wrote to standard error.
   std::string messages() const;
@@ -83,8 +67,9 @@ class Phone {
   // The host's name for a path inside; works for everything, sockets too.
   std::string inside(const std::string& path) const;
 
-  std::string read(const std::string& path) const;                     // "" when missing
-  void write(const std::string& path, const std::string& text) const;  // makes parents; mode 0644
+  std::string read(const std::string& path) const;  // "" when missing
+  // Makes parents; mode 0644, but what is below /data/anr is 0600 of the system, as there.
+  void write(const std::string& path, const std::string& text) const;
   void append(const std::string& path, const std::string& text) const;
   bool exists(const std::string& path) const;
   std::vector<std::string> list(const std::string& directory) const;  // sorted; no "." and ".."
@@ -117,8 +102,11 @@ class Phone {
   pid_t daemon_pid() const;
   // What the host calls a process of the phone; 0 when there is none.
   pid_t outer_pid(pid_t pid) const;
-  // Sends a signal to a process of the phone. False when there is none.
+  // Sends a signal to a process of the phone. False when there is none: init, 0 and less are none.
   bool signal(pid_t pid, int sig) const;
+
+  // Keeps the phone's logs in the host's `directory`, see phone/keep_logs.h.
+  bool keep_logs(const std::string& directory) const;
 
   // init's own log, without the times.
   std::vector<std::string> init_log() const;
@@ -131,3 +119,25 @@ class Phone {
   std::string directory_;  // of the pid file and the messages
   std::unique_ptr<PropertyArea> properties_;
 };
+
+// A program of the test's own in the place of one of the phone's: mksh's script `body`, or with
+// another mode than 0755 a file that cannot be run. On the host only as long as this lives; a phone
+// takes its copy when it boots.
+class Program {
+ public:
+  explicit Program(const std::string& body, mode_t mode = 0755);
+  ~Program();
+  Program(const Program&) = delete;
+  Program& operator=(const Program&) = delete;
+  // The value of the launcher's option --file.
+  std::string over(const std::string& path) const { return path_ + ("=" + path); }
+
+ private:
+  char path_[32] = "/tmp/program.XXXXXX";
+};
+
+// Phones side by side, one for each set of options, each ready.
+std::vector<std::unique_ptr<Phone>> boot_all(const std::vector<std::vector<std::string>>& options);
+
+// Called before a phone ends, while all of it can still be read; null: nothing is done.
+extern void (*before_phone_ends)(const Phone& phone);

@@ -30,7 +30,7 @@ TEST_F(Collector, EndsWhenLoggingIsOffAndCanBeStartedAgain) {
   startSelfLogCollector(&s_self_log_collector_pid);
   const pid_t logcat = wait_for_logcat(1);
   setprop("persist.sys.zklog.enable", "off");
-  kill(logcat, SIGKILL);
+  EXPECT_EQ(signal_process(logcat, SIGKILL), 0);
   wait_for_end(1);
   EXPECT_EQ(calls_of(kLogcatPath).size(), 1u);
   // It says so just before it lets go: a start may come too early for a new one.
@@ -48,7 +48,7 @@ TEST_F(Collector, ASecondStartLeavesTheFirstOneAlone) {
   EXPECT_EQ(startSelfLogCollector(&s_self_log_collector_pid), -1);
   EXPECT_EQ(s_self_log_collector_pid, logcat);
   // A second one would have run its logcat before this one is back.
-  kill(logcat, SIGKILL);
+  EXPECT_EQ(signal_process(logcat, SIGKILL), 0);
   EXPECT_TRUE(eventually([] { return calls_of(kLogcatPath).size() == 2; }));
 }
 

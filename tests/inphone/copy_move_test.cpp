@@ -1,5 +1,6 @@
 #include <functional>
 
+#include "protocol/data_room.h"
 #include "storage/measure.h"
 #include "storage/utils.h"
 #include "tests/inphone/inphone.h"
@@ -36,70 +37,28 @@ TEST(Utilities, RunExactlyTheseCommands) {
   EXPECT_FALSE(exists("/data/d"));
 }
 
-TEST(Utilities, ResultsAreTheShellsStatus) {
-  put("/data/f", "x");
-  EXPECT_EQ(copy_file("/data/f", "/data/g"), 0);
-  EXPECT_EQ(WEXITSTATUS(copy_file("/data/none", "/data/h")), 1);
-  EXPECT_EQ(WEXITSTATUS(copy_file("/data/f", "/data/none/h")), 1);
-  EXPECT_EQ(delete_dir("/data/none"), 0);
-  EXPECT_EQ(copy_dir2("/data/none", "/data/i"), 0);  // the copy's own failure is only logged
-  EXPECT_EQ(move_dir("/data/f", "/data/made", nullptr), 0);
-  EXPECT_EQ(log_texts().back().rfind("D /data/f -> /data/made, ret=0(", 0), 0u);
-}
-
-TEST(Utilities, APatternIsExpandedOnlyInASource) {
-  for (const char* file : {"/data/s/a", "/data/s/b", "/data/s/.hidden"}) put(file, "x");
-  mkdir("/data/d", 0755);
-  copy_dir("/data/s/*", "/data/d");
-  EXPECT_EQ(list("/data/d"), (Texts{"a", "b"}));
-  delete_dir("/data/s/*");
-  EXPECT_EQ(list("/data/s"), Texts{".hidden"});
-}
-
-// Names that mean something to a shell. Each is used as the last component of a destination, with
-// a decoy beside it that any expansion would touch.
-constexpr const char* kHostileNames[] = {
-    "a b",      " ",  "a;touch x", "$(touch x)", "`touch x`", "$HOME", "a'b",  "a\"b",
-    "*",        "?",  "[a-z]*",    "{a,b}",      "~",         "a|b",   "a&b",  "<x>",
-    "(x)",      "!x", "#x",        "a\\b",       "a\\",       "a\tb",  "a\rb", "caf\xc3\xa9",
-    "\x01\x7f", "=x", "x=y",       "1#;touch x", "^",         "%s",
-};
-
-struct utility {
-  const char* name;
-  // Fills the destination, which does not exist, from /data/src, which holds "f".
-  std::function<int(const char* dst)> run;
-  const char* result;  // the path of "f" below the destination
-};
-
+// Which bytes are escaped, and how, is the shell's test: here that every utility does it.
 TEST(Utilities, HostileNamesReachExactlyTheirOwnDirectory) {
-  const utility utilities[] = {
-      {"copy_file", [](const char* dst) { return copy_file("/data/src/f", dst); }, ""},
-      {"copy_dir", [](const char* dst) { return copy_dir("/data/src", dst); }, "/f"},
-      {"copy_dir2", [](const char* dst) { return copy_dir2("/data/src", dst); }, "/f"},
-      {"move_dir", [](const char* dst) { return move_dir("/data/src", dst, nullptr); }, "/src/f"},
+  using utility = std::function<int(const char* dst)>;
+  const std::pair<utility, const char*> utilities[] = {
+      // with the place of "f" below `dst`
+      {[](const char* dst) { return copy_file("/data/src/f", dst); }, ""},
+      {[](const char* dst) { return copy_dir("/data/src", dst); }, "/f"},
+      {[](const char* dst) { return copy_dir2("/data/src", dst); }, "/f"},
+      {[](const char* dst) { return move_dir("/data/src", dst, nullptr); }, "/src/f"},
   };
-  std::filesystem::create_directories("/data/cwd");
-  ASSERT_EQ(chdir("/data/cwd"), 0);
-  for (const utility& each : utilities) {
-    for (const char* name : kHostileNames) {
+  std::filesystem::create_directories("/data/h");
+  ASSERT_EQ(chdir("/data/h"), 0);
+  for (const auto& [run, place] : utilities) {
+    for (const char* name : {"a;touch x", "* $(touch x)", "caf\xc3\xa9 \x01"}) {
       put("/data/src/f", name);
-      std::filesystem::create_directories("/data/h/decoy");
-      chmod("/data/h/decoy", 0700);
+      put("/data/h/decoy/file", "kept");
       const std::string dst = std::string("/data/h/") + name;
-      EXPECT_EQ(each.run(dst.c_str()), 0) << each.name << " " << name;
-      Texts expected = {"decoy", name};
-      std::sort(expected.begin(), expected.end());
-      EXPECT_EQ(list("/data/h"), expected) << each.name;
-      EXPECT_EQ(get(dst + each.result), name) << each.name;
-      EXPECT_EQ(list("/data/h/decoy"), Texts{}) << each.name << " " << name;
-      EXPECT_EQ(mode_and_owner("/data/h/decoy"), "0700 0:0") << each.name << " " << name;
-      if (strcmp(name, "*") != 0) {  // as a source that is the pattern
-        EXPECT_EQ(delete_dir(dst.c_str()), 0);
-        EXPECT_EQ(list("/data/h"), Texts{"decoy"}) << "rm " << name;
-      }
-      std::filesystem::remove_all("/data/h");
-      EXPECT_EQ(list("/data/cwd"), Texts{}) << each.name << " " << name;
+      EXPECT_EQ(run(dst.c_str()), 0) << place << " " << name;
+      EXPECT_EQ(get(dst + place), name) << place;
+      EXPECT_EQ(delete_dir(dst.c_str()), 0);
+      EXPECT_EQ(list("/data/h"), Texts{"decoy"}) << place << " " << name;
+      EXPECT_EQ(list("/data/h/decoy"), Texts{"file"}) << place << " " << name;
     }
   }
 }
@@ -112,6 +71,7 @@ TEST(Utilities, ANewlineIsRefusedBeforeAnythingRuns) {
   EXPECT_EQ(copy_dir("/data/f", bad), -1);
   EXPECT_EQ(copy_dir2("/data/f", bad), -1);
   EXPECT_EQ(move_dir(bad, "/data/d", nullptr), -1);
+  EXPECT_EQ(move_dir("/data/f", nullptr, nullptr), -1);
   EXPECT_EQ(delete_dir(bad), -1);
   EXPECT_EQ(shell_commands(), Texts{});
 }
@@ -151,11 +111,70 @@ TEST(UtilitiesDeathTest, ACommandOf255BytesIsTheLongest) {
   }
 }
 
-TEST(MoveDir, NeedsADestination) {
-  put("/data/f", "x");
-  EXPECT_EQ(move_dir("/data/f", nullptr, nullptr), -1);
-  EXPECT_EQ(logged("D dest is null"), 1);
-  EXPECT_EQ(shell_commands(), Texts{});
+// More than the kernel takes: the shell cannot start the command, which it says to nobody.
+TEST(Utilities, MoreNamesThanOneCommandTakesFollowInBatches) {
+  become_main_process();
+  constexpr size_t kNames = 20000;
+  const std::string from = "/data/local/traces/", tail(100, 'x'), to = "/sdcard/zelkalog/traces";
+  std::filesystem::create_directories(from);
+  for (size_t i = 0; i < kNames; i++) std::ofstream(from + std::to_string(i) + tail) << i;
+  std::filesystem::create_directories("/data/copy");
+  EXPECT_EQ(copy_dir("/data/local/traces/*", "/data/copy"), 0);
+  EXPECT_EQ(list("/data/copy").size(), kNames);
+  EXPECT_EQ(move_dir("/data/local/traces/*", to.c_str(), nullptr), 0);
+  EXPECT_EQ(list(from), Texts{});
+  EXPECT_EQ(list(to).size(), kNames);
+  EXPECT_EQ(get(to + "/19999" + tail), "19999");
+  EXPECT_EQ(mode_and_owner(to + "/19999" + tail).substr(0, 4), "0777");
+  EXPECT_EQ(delete_dir("/data/copy/*"), 0);
+  EXPECT_EQ(list("/data/copy"), Texts{});
+  EXPECT_EQ(shell_commands(),
+            (Texts{
+                "cp -a /data/local/traces/* /data/copy; chmod -R 777 /data/copy",
+                "mv  /data/local/traces/* /sdcard/zelkalog/traces ; chmod -R 777 " + to,
+                "rm -rf /data/copy/*",
+            }));
+}
+
+TEST(Utilities, ACopyLeavesRoomOnData) {
+  const struct {
+    const char* what;
+    std::function<int()> copy;
+    int left_out;  // the result then
+    const char* target;
+    const char* place;
+    bool one_pool;
+  } rows[] = {
+      {"cp", [] { return copy_file("/cache/s/f", "/data/f"); }, -1, "/data/f", "/data/f", false},
+      {"cp -a", [] { return copy_dir("/cache/s", "/data/a"); }, -1, "/data/a", "/data/a/f", false},
+      {"of a pattern", [] { return copy_dir("/cache/s/*", "/data"); }, -1, "/data", "/data/f",
+       false},
+      {"by lines", [] { return copy_dir2("/cache/s", "/data/b"); }, 0, "/data/b", "/data/b/f",
+       false},
+      {"to shared storage in one pool", [] { return copy_dir2("/cache/s", "/sdcard/b"); }, 0,
+       "/sdcard/b", "/sdcard/b/f", true},
+  };
+  put_bytes("/cache/s/f", 100 * kBlock);
+  fill_up_to("/data", kBlock);
+  EXPECT_EQ(copy_dir2("/cache/s", "/sdcard/b"), 0);  // lies elsewhere
+  EXPECT_TRUE(exists("/sdcard/b/f"));
+  unlink("/data/filler");
+  for (const auto& row : rows) {
+    if (row.one_pool) {
+      ASSERT_EQ(umount("/sdcard"), 0);
+      ASSERT_EQ(umount("/data/media/0"), 0);
+      ASSERT_EQ(mount("/data/media/0", "/sdcard", nullptr, MS_BIND, nullptr), 0);
+    }
+    for (const int64_t blocks : {100, 103}) {  // the file and its directory take 103 at most
+      fill_up_to("/data", kDataReserve + blocks * kBlock);
+      const long said = logged_beginning(std::string("E no room to copy /cache/s"));
+      EXPECT_EQ(row.copy(), blocks == 100 ? row.left_out : 0) << row.what;
+      EXPECT_EQ(exists(row.place), blocks == 103) << row.what;
+      EXPECT_EQ(logged_beginning("E no room to copy /cache/s") - said, blocks == 100) << row.what;
+      unlink("/data/filler");
+    }
+    std::filesystem::remove_all(row.place);
+  }
 }
 
 TEST(MoveDir, MakesTheDestinationAndGivesItToEverybody) {
@@ -192,6 +211,19 @@ TEST_F(MoveAcross, IsNotBegunWithoutRoomForAllOfIt) {
                    std::to_string(needed) + " bytes needed, " + std::to_string(needed - kBlock) +
                    " free"),
             1);
+}
+
+TEST_F(MoveAcross, TheOldestRunsThatFitAreMovedByNumber) {
+  std::filesystem::remove_all("/data/misc/zelkalog/run");
+  for (const char* run : {"10#a", "9#b", "100#c", "8#big"})
+    put_bytes(std::string("/data/misc/zelkalog/") + run + "/log",
+              *run == '8' ? 99 * kBlock : kBlock);
+  // A run is measured with room to spare: it takes one block.
+  fill_up_to("/sdcard", space_needed("/data/misc/zelkalog/9#b", kBlock) + kBlock);
+  EXPECT_EQ(move_dir(kPattern, "/sdcard/zelkalog/", "-f"), -1);
+  EXPECT_EQ(list("/sdcard/zelkalog"), (Texts{"10#a", "9#b"}));
+  EXPECT_EQ(list("/data/misc/zelkalog").size(), 3u);  // the big one, the youngest, the self log
+  EXPECT_TRUE(exists("/data/misc/zelkalog/8#big/log") && exists("/data/misc/zelkalog/100#c/log"));
 }
 
 TEST_F(MoveAcross, IsDoneWhenItJustFits) {

@@ -37,20 +37,10 @@ class EventSaverTest : public ::testing::Test {
   EventSaver saver_;
 };
 
-TEST_F(EventSaverTest, CountsFromTheSizeOfTheFile) {
-  for (const int64_t size : {int64_t{-1}, int64_t{0}, int64_t{5}, kLimit + 1}) {
-    if (size >= 0) put(generation(0), std::string(static_cast<size_t>(size), 'o'));
-    EXPECT_GE(saver_.openLogFile(), 0);
-    EXPECT_EQ(log_texts().back(), opened(std::max<int64_t>(size, 0)));
-    EXPECT_EQ(android_log().back().tag, "");
-    EXPECT_EQ(saver_.closeLogFile(), 0);
-  }
-  EXPECT_EQ(size_of(generation(0)), kLimit + 1);  // opening neither cuts nor rotates
-}
-
 TEST_F(EventSaverTest, MakesAPrivateFileAndAppends) {
   umask(0);
   saver_.openLogFile();
+  EXPECT_EQ(android_log().back().tag, "");
   EXPECT_EQ(mode_and_owner(generation(0)), "0600 0:0");
   saver_.flushToFile("one ");
   put(generation(0), "two ");
@@ -63,14 +53,17 @@ TEST_F(EventSaverTest, RotatesAtTheFirstWriteAboveTheLimit) {
     int64_t before;  // in the file when it is opened
     int64_t write;
     bool rotated;
-  } rows[] = {{0, kLimit - 1, false}, {0, kLimit, false},       {0, kLimit + 1, true},
-              {5, kLimit - 5, false}, {kLimit, 1, true},        {kLimit + 7, 1, true},
-              {kLimit - 1, 1, false}, {kLimit - 1, 2000, true}, {kLimit + 7, 0, true}};
+  } rows[] = {{0, kLimit, false},
+              {0, kLimit + 1, true},
+              {5, kLimit - 5, false},
+              {kLimit, 1, true},
+              {kLimit + 7, 0, true}};
   for (const auto& row : rows) {
     unlink(generation(1).c_str());
     put(generation(0), std::string(static_cast<size_t>(row.before), 'o'));
     EventSaver saver(base_);
     saver.openLogFile();
+    EXPECT_EQ(log_texts().back(), opened(row.before));
     saver.flushToFile(std::string(static_cast<size_t>(row.write), 'n').c_str());
     const int64_t all = row.before + row.write;
     EXPECT_EQ(size_of(generation(0)), row.rotated ? 0 : all) << all;
@@ -122,7 +115,6 @@ TEST_F(EventSaverTest, GoesOnWhenAGenerationCannotBeRenamed) {
   write(kLimit + 1, 'b');
   EXPECT_EQ(logged("E rename err while rotating log files"), 1);
   EXPECT_EQ(get(generation(1)).front(), 'b');  // the live file took the place of the stuck one
-  EXPECT_EQ(size_of(generation(0)), 0);
 }
 
 TEST_F(EventSaverTest, SaysThatItCannotOpenAndStaysSilentAfterwards) {
@@ -138,13 +130,6 @@ TEST_F(EventSaverTest, SaysThatItCannotOpenAndStaysSilentAfterwards) {
   EXPECT_LT(saver_.openLogFile(), 0);
   EXPECT_EQ(log_texts().back(), opened(0));
   EXPECT_EQ(saver_.closeLogFile(), -1);
-}
-
-TEST(EventSaverDeathTest, ABaseThatDoesNotFitAborts) {
-  std::string base(255, 'b');
-  EventSaver fits(base.data());
-  base += 'b';
-  EXPECT_EXIT(EventSaver{base.data()}, ::testing::KilledBySignal(SIGABRT), "");
 }
 
 }  // namespace

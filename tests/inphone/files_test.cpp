@@ -14,27 +14,19 @@ const auto kAborted = ::testing::KilledBySignal(SIGABRT);
 
 TEST(CreatDir, MakesEveryMissingParentForEverybody) {
   umask(077);
-  for (const char* path : {"/data/x/y/z", "/data/slash/y/", "/sdcard/zelkalog/1#01-01_00-00-00"}) {
+  mkdir("/data/old", 0700);
+  put("/data/file", "x");
+  for (const char* path : {"/data/x/y/z", "/data/old/new/", "/sdcard/zelkalog/1#run"}) {
     EXPECT_EQ(creat_dir(path), 0) << path;
     EXPECT_EQ(mode_and_owner(path), kShared) << path;
   }
-  for (const char* parent : {"/data/x", "/data/x/y", "/data/slash", "/sdcard/zelkalog"})
+  for (const char* parent : {"/data/x", "/data/x/y", "/sdcard/zelkalog"})
     EXPECT_EQ(mode_and_owner(parent), kShared) << parent;
-}
-
-TEST(CreatDir, ExistingOnesStayAsTheyAre) {
-  mkdir("/data/old", 0700);
   EXPECT_EQ(creat_dir("/data/old"), 0);
-  EXPECT_EQ(creat_dir("/data/old/new"), 0);
-  EXPECT_EQ(mode_and_owner("/data/old"), "0700 0:0");
-  EXPECT_EQ(mode_and_owner("/data/old/new"), kShared);
-}
-
-TEST(CreatDir, FailsWhereNoDirectoryCanBe) {
-  put("/data/file", "x");
+  EXPECT_EQ(mode_and_owner("/data/old"), "0700 0:0");  // existing ones stay as they are
+  for (const char* path : {"/data/file/below", "/proc/nothing"})
+    EXPECT_EQ(creat_dir(path), -1) << path;
   EXPECT_EQ(creat_dir(nullptr), -1);
-  EXPECT_EQ(creat_dir("/data/file/below"), -1);
-  EXPECT_EQ(creat_dir("/proc/nothing"), -1);
 }
 
 TEST(CreatDirDeathTest, APathThatDoesNotFitAborts) {
@@ -99,47 +91,31 @@ TEST(CreatFile, NeverFollowsALink) {
   ASSERT_EQ(symlink("/data/target", "/data/link"), 0);
   EXPECT_EQ(creat_file("/data/link"), -1);
   EXPECT_EQ(get("/data/target"), "kept");
-  EXPECT_EQ(logged("E /data/link filed ! Too many levels of symbolic links\n"), 1);
+  EXPECT_EQ(logged(std::string("E /data/link filed ! ") + strerror(ELOOP) + "\n"), 1);
 }
 
 TEST(CheckDirPrefixAccess, WantsThePrefixAndAWritableDirectory) {
   put("/data/file", "");
   const struct {
-    const char* path;
-    const char* prefix;
+    const char *path, *prefix;
     int expected;
+    // clang-format off
   } rows[] = {
-      {"/data/x", "/data", 1},
-      {"/data", "/data", 1},
-      {"/database", "/data", 1},
-      {"/sdcard/x", "/data", 0},
-      {"/dat", "/data", 0},
-      {"/data/none/x", "/data/none", 0},
-      {"/data/file/x", "/data/file", 0},
-      {"/system/x", "/system", 0},  // read-only
-  };
+      {"/data/x", "/data", 1}, {"/database", "/data", 1}, {"/sdcard/x", "/data", 0},
+      {"/data/none/x", "/data/none", 0}, {"/data/file/x", "/data/file", 0},
+      {"/system/x", "/system", 0}};  // read-only
+  // clang-format on
   for (const auto& row : rows)
     EXPECT_EQ(checkDirPrefixAccess(row.path, row.prefix), row.expected) << row.path;
   EXPECT_EQ(logged("D /system access R ok."), 1);
   EXPECT_EQ(logged("D /system access W ok."), 0);
-  EXPECT_EQ(logged("D /data access W ok."), 3);
-}
-
-TEST(IsDirExist, OnlyWhatOpensAsADirectory) {
-  put("/data/file", "");
-  ASSERT_EQ(symlink("/data", "/data/link"), 0);
-  const std::pair<const char*, int> rows[] = {{"/data", 0},       {"/data/", 0}, {"/data/link", 0},
-                                              {"/data/file", -1}, {"", -1},      {"/missing", -1},
-                                              {nullptr, -1}};
-  for (const auto& [path, expected] : rows)
-    EXPECT_EQ(is_dir_exist(path), expected) << (path == nullptr ? "null" : path);
+  EXPECT_EQ(logged("D /data access W ok."), 2);
 }
 
 TEST(GetFileName, IsBehindTheLastSeparatorOfEitherKind) {
-  const std::pair<const char*, const char*> rows[] = {{"/a/b.txt", "b.txt"}, {"b.txt", "b.txt"},
-                                                      {"/a/", ""},           {"c:\\a\\b", "b"},
-                                                      {"/a\\b/c", "c"},      {"", ""}};
-  for (const auto& [path, name] : rows) EXPECT_STREQ(get_file_name(path), name);
+  for (const auto& [path, name] : {std::pair{"/a/b.txt", "b.txt"}, std::pair{"b", "b"},
+                                   std::pair{"/a/", ""}, std::pair{"/a\\b", "b"}})
+    EXPECT_STREQ(get_file_name(path), name);
   EXPECT_EQ(get_file_name(nullptr), nullptr);
 }
 
@@ -167,12 +143,8 @@ TEST(GetLatestFile, IsTheNewestThatHoldsTheNeedle) {
     ASSERT_NE(latest, nullptr);
     EXPECT_STREQ(latest.get(), found) << needle;
   }
-  EXPECT_GE(logged("E stat /data/d/anr_dangling file error: No such file or directory\n"), 1);
-}
-
-TEST(GetLatestFile, IsNullWithoutADirectory) {
   EXPECT_EQ(getLatestFile("/data/none/", "x"), nullptr);
-  EXPECT_EQ(logged("E cannot open directory: /data/none/\n"), 1);
+  EXPECT_GE(logged("E stat /data/d/anr_dangling file error: No such file or directory\n"), 1);
 }
 
 }  // namespace

@@ -8,13 +8,13 @@
 #include <signal.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/vfs.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -23,6 +23,7 @@
 #include <vector>
 
 #include "base/process.h"
+#include "phone/host/wait.h"
 #include "phone/journal.h"
 #include "platform/linux/log_record.h"
 #include "platform/linux/property_area.h"
@@ -30,20 +31,6 @@
 namespace inphone {
 
 using Texts = std::vector<std::string>;
-
-// Polls `done` every 10 ms; false after `limit_ms` of CLOCK_MONOTONIC, but not before 5 looks: on a
-// busy machine a look can take much of the limit. For effects that another process owes us.
-template <typename Done>
-bool eventually(Done done, int limit_ms = 20000) {
-  using std::chrono::steady_clock;
-  constexpr int kFewestLooks = 5;
-  const auto deadline = steady_clock::now() + std::chrono::milliseconds(limit_ms);
-  for (int looks = 1;; looks++) {
-    if (done()) return true;
-    if (looks >= kFewestLooks && steady_clock::now() >= deadline) return false;
-    usleep(10 * 1000);
-  }
-}
 
 // The whole file, "" when missing.
 inline std::string get(const std::string& path) {
@@ -118,20 +105,18 @@ inline Texts lines_of(const std::string& text) {
 // The recorded calls of the stand-in `program`, in order.
 inline std::vector<Texts> calls_of(const std::string& program) {
   std::vector<Texts> found;
-  for (const std::string& line : lines_of(get(kCallsLog))) {
-    BenchCall call;
-    if (parse_call(line, &call) && call.program == program) found.push_back(call.argv);
-  }
+  for (BenchCall& call : calls_in(get(kCallsLog), program)) found.push_back(std::move(call.argv));
   return found;
 }
 
-// What the daemon gave to `sh -c`, in order; the shells that scripts start are left out.
+// What the daemon gave to `sh -c`, in order.
 inline Texts shell_commands() {
-  Texts commands;
-  for (const Texts& argv : calls_of("/system/bin/sh")) {
-    if (argv.size() == 3 && argv[1] == "-c") commands.push_back(argv[2]);
-  }
-  return commands;
+  return shell_commands_in(get(kCallsLog));
+}
+
+// What `all` holds behind its first `count`.
+inline Texts texts_since(const Texts& all, size_t count) {
+  return Texts(all.begin() + static_cast<ptrdiff_t>(std::min(count, all.size())), all.end());
 }
 
 // "key=value" of every property set since boot, in order.
@@ -146,10 +131,7 @@ inline Texts properties_set() {
 class PropertiesSince {
  public:
   PropertiesSince() : before_(properties_set().size()) {}
-  Texts sets() const {
-    const Texts all = properties_set();
-    return Texts(all.begin() + static_cast<ptrdiff_t>(before_), all.end());
-  }
+  Texts sets() const { return texts_since(properties_set(), before_); }
 
  private:
   size_t before_;
@@ -196,8 +178,7 @@ inline std::string with_properties(
 
 struct LogLine {
   int priority;
-  std::string tag;
-  std::string message;
+  std::string tag, message;
 };
 
 // The records of the Android log's main buffer.
@@ -232,8 +213,39 @@ inline long logged(const std::string& text) {
   return std::count(texts.begin(), texts.end(), text);
 }
 
+// How many begin with `start`.
+inline long logged_beginning(const std::string& start) {
+  const Texts texts = log_texts();
+  return std::count_if(texts.begin(), texts.end(), [&](const std::string& text) {
+    return text.compare(0, start.size(), start) == 0;
+  });
+}
+
+// While it lives no descriptor can be opened: each is refused with EMFILE.
+class NoDescriptors {
+ public:
+  NoDescriptors() {
+    getrlimit(RLIMIT_NOFILE, &before_);
+    const rlimit none = {0, before_.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &none);
+  }
+  ~NoDescriptors() { setrlimit(RLIMIT_NOFILE, &before_); }
+
+ private:
+  rlimit before_;
+};
+
+// Runs `body` in a forked child and returns its wait status.
+inline int status_in_child(const std::function<int()>& body) {
+  const pid_t pid = fork_process(group::inherit);
+  if (pid == 0) _exit(body());
+  int status = -1;
+  wait_for(pid, &status);
+  return status;
+}
+
 inline bool is_running(pid_t pid) {
-  return kill(pid, 0) == 0 &&
+  return signal_one(pid, 0) &&
          get("/proc/" + std::to_string(pid) + "/stat").find(") Z") == std::string::npos;
 }
 
@@ -258,7 +270,7 @@ class ParkedChild {
   ParkedChild(const ParkedChild&) = delete;
   ParkedChild& operator=(const ParkedChild&) = delete;
   ~ParkedChild() {
-    kill(pid_, SIGKILL);
+    signal_one(pid_, SIGKILL);
     waitpid(pid_, nullptr, 0);
     close(gate_[0]);
     close(gate_[1]);

@@ -23,11 +23,7 @@ class Modem : public ::testing::Test {
 
 TEST_F(Modem, PreparesTheLoggerAndThenSwitchesItOn) {
   const struct {
-    const char* second_modem;
-    const char* legacy;
-    const char* source;
-    const char* target;
-    const char* state;
+    const char *second_modem, *legacy, *source, *target, *state;
   } rows[] = {
       {"", "", kDiagCfg, "/data/vendor/zelkalog/.DIAG.cfg",
        "sys.zelka.diag_mdlog_over_qdss_state=1"},
@@ -54,8 +50,7 @@ TEST_F(Modem, PreparesTheLoggerAndThenSwitchesItOn) {
 
 TEST_F(Modem, AtLeastOneFileIsKept) {
   const struct {
-    const char* before;
-    const char* after;
+    const char *before, *after;
   } rows[] = {{"", "25"}, {"0", "25"}, {"-3", "25"}, {"1", "1"}};
   for (const auto& row : rows) {
     setprop(kFilesProp, row.before);
@@ -68,18 +63,23 @@ TEST_F(Modem, AtLeastOneFileIsKept) {
   EXPECT_EQ(logged("W set default mdlog counts 25"), 3);
 }
 
+TEST_F(Modem, OnlyAFileIsCopiedAsTheMask) {
+  unlink(kDiagCfg);
+  ASSERT_EQ(mkfifo(kDiagCfg, 0666), 0);
+  EXPECT_EQ(catcher_modem_log("", "modem"), 0);
+  EXPECT_EQ(shell_commands(), Texts());
+  EXPECT_EQ(logged(std::string("E not a file: ") + kDiagCfg), 1);
+  EXPECT_EQ(prop(kModemStateProp), "1");
+}
+
 TEST(LegacyModemLogger, BelongsToOldModels) {
   const struct {
-    const char* model;
-    const char* forced;
-    const char* legacy;
+    const char *model, *forced, *legacy;
   } rows[] = {
-      {"QZ101A", "", "yes"},     {"QZ101A-EU", "", "no"},  // this one exactly
-      {"QZ102A", "", "yes"},     {"QZ102A-EU", "", "yes"}, {"QZ103A", "", "yes"},
-      {"QZ104AB", "", "yes"},    {"QZ10", "", "no"},       {"QZ105A", "", "no"},
-      {"qz102a", "", "no"},      {" QZ102A", "", "no"},    {"", "", "no"},
-      {"QZ101A-EU", "1", "yes"}, {"QZ201A", "1", "yes"},   {"QZ201A", "2", "no"},
-      {"QZ201A", "true", "no"},  {"QZ101A", "0", "yes"},
+      {"QZ101A", "", "yes"},    {"QZ101A-EU", "", "no"},  // this one exactly
+      {"QZ102A-EU", "", "yes"}, {"QZ103A", "", "yes"},   {"QZ104AB", "", "yes"},
+      {"QZ105A", "", "no"},     {" QZ102A", "", "no"},   {"QZ201A", "1", "yes"},
+      {"QZ201A", "2", "no"},    {"QZ101A", "0", "yes"},
   };
   for (const auto& row : rows) {
     EXPECT_EQ(with_properties({{"ro.product.model", row.model},
@@ -93,18 +93,13 @@ TEST(LegacyModemLogger, BelongsToOldModels) {
 
 TEST(StopModemLog, SwitchesOffOnlyWhatRuns) {
   const struct {
-    const char* legacy;
-    const char* old_state;
-    const char* new_state;
+    const char *legacy, *old_state, *new_state;
     Texts sets;
-  } rows[] = {
-      {"0", "1", "1", {"sys.zelka.diag_mdlog_over_qdss_state=0"}},
-      {"1", "1", "1", {"sys.zelka.diag_mdlog_state=0"}},
-      {"0", "1", "0", {}},
-      {"1", "0", "1", {}},
-      {"0", "", "10", {}},
-      {"0", "", "", {}},
-  };
+  } rows[] = {{"0", "1", "1", {"sys.zelka.diag_mdlog_over_qdss_state=0"}},
+              {"1", "1", "1", {"sys.zelka.diag_mdlog_state=0"}},
+              {"0", "1", "0", {}},
+              {"1", "0", "1", {}},
+              {"0", "", "10", {}}};
   for (const auto& row : rows) {
     setprop("persist.sys.zelka.diag_mdlog_use_legacy", row.legacy);
     setprop(kLegacyModemStateProp, row.old_state);

@@ -17,6 +17,22 @@ TEST(Props, IntegersAreTheNumberThatTheValueBeginsWith) {
   }
 }
 
+TEST(Props, CountsOutsideOfTheirRangeAreTheDefaultAndOneLineSaysSo) {
+  const struct {
+    const char* value;
+    int count;
+    long lines;
+  } rows[] = {
+      {"", 20, 0},    {"0", 0, 0},           {"7x", 7, 0},          {"2147483647", 2147483647, 0},
+      {"-1", 20, 1},  {"2147483648", 20, 1}, {"4294967297", 20, 1}, {"99999999999999999999", 20, 1},
+      {"much", 20, 1}};
+  for (const auto& row : rows) {
+    setprop("bench.count", row.value);
+    EXPECT_EQ(get_count_prop("bench.count", 20, 2147483647), row.count) << row.value;
+    EXPECT_EQ(logged(std::string("E bench.count is ") + row.value + ", taken for 20"), row.lines);
+  }
+}
+
 TEST(PropsDeathTest, ADefaultOfMoreThanSevenCharactersAborts) {
   EXPECT_EQ(get_int_prop("bench.unset", 9999999), 9999999);
   EXPECT_EQ(get_int_prop("bench.unset", -999999), -999999);
@@ -36,65 +52,29 @@ TEST(Props, TextsFallBackToTheirDefault) {
   EXPECT_EQ(get_string_prop("bench.text", "def"), "def");
 }
 
-TEST(Props, TheTypeMaskIsDecimalText) {
-  EXPECT_EQ(get_logger_types(), 1);
-  EXPECT_TRUE(has_logger_type(1));
-  EXPECT_FALSE(has_logger_type(2));
-  const struct {
-    const char* value;
-    int types;
-    bool has_modem;  // 0x2
-    bool has_any;
-  } rows[] = {{"3", 3, true, true},        {"abc", 0, false, false}, {"0x3", 0, false, false},
-              {"1024", 1024, false, true}, {"0", 0, false, false},   {"65538", 65538, true, true}};
-  for (const auto& row : rows) {
-    setprop(kTypeProp, row.value);
-    EXPECT_EQ(get_logger_types(), row.types) << row.value;
-    EXPECT_EQ(has_logger_type(2), row.has_modem) << row.value;
-    EXPECT_EQ(has_logger_type(0x7fffffff), row.has_any) << row.value;
-  }
-}
-
-TEST(Props, SwitchesAreOnWhenTheirValueBeginsWithOn) {
+// The four switches and the mask, for values that are nearly right.
+TEST(Props, EachSwitchHasItsOwnIdeaOfOn) {
   const struct {
     const char* key;
     bool (*asked)();
-  } switches[] = {{kEnableProp, is_logger_enabled},
-                  {"sys.poweroffcharge.control", is_poweroffcharge}};
-  const std::pair<const char*, bool> rows[] = {
-      {"on", true}, {"only", true}, {"onx", true}, {"On", false},  {"ON", false},
-      {"", false},  {"o", false},   {"1", false},  {" on", false}, {"off", false}};
-  for (const auto& each : switches) {
-    EXPECT_FALSE(each.asked()) << each.key;
-    for (const auto& [value, on] : rows) {
-      setprop(each.key, value);
-      EXPECT_EQ(each.asked(), on) << each.key << "=" << value;
-    }
-  }
-}
-
-TEST(Props, EitherPropertyMeansATestSuiteRuns) {
-  EXPECT_FALSE(is_in_cts());
-  const struct {
-    const char* persistent;
-    const char* current;
-    bool in_cts;
-  } rows[] = {{"0", "2", true},  {"1", "0", true}, {"-1", "", true},
-              {"0", "0", false}, {"", "", false},  {"true", "yes", false}};
+    std::vector<const char*> on, off;
+  } rows[] = {
+      {kEnableProp, is_logger_enabled, {"on", "only"}, {"On", "", "o", "1", " on", "off"}},
+      {"sys.poweroffcharge.control", is_poweroffcharge, {"on", "onx"}, {"On", "", "1", "off"}},
+      {"persist.sys.zelka.cts.mode", is_in_cts, {"1", "-1"}, {"0", "", "true"}},
+      {"sys.zelka.cts.mode", is_in_cts, {"2"}, {"0", "", "yes"}},
+      {"sys.zelka.monkey", is_in_monkey, {"true"}, {"True", "true ", "trueish", "1", ""}},
+      {kTypeProp, [] { return has_logger_type(2); }, {"3", "65538"}, {"abc", "0x3", "1024", "0"}},
+      {kTypeProp, [] { return get_logger_types() == 1; }, {"1", ""}, {"3", "x"}},
+  };
+  EXPECT_EQ(get_logger_types(), 1);  // unset
   for (const auto& row : rows) {
-    setprop("persist.sys.zelka.cts.mode", row.persistent);
-    setprop("sys.zelka.cts.mode", row.current);
-    EXPECT_EQ(is_in_cts(), row.in_cts) << row.persistent << " " << row.current;
-  }
-}
-
-TEST(Props, AMonkeyIsExactlyTrue) {
-  EXPECT_FALSE(is_in_monkey());
-  const std::pair<const char*, bool> rows[] = {
-      {"true", true}, {"True", false}, {"true ", false}, {"trueish", false}, {"1", false}};
-  for (const auto& [value, in_monkey] : rows) {
-    setprop("sys.zelka.monkey", value);
-    EXPECT_EQ(is_in_monkey(), in_monkey) << value;
+    for (const bool on : {true, false}) {
+      for (const char* value : on ? row.on : row.off) {
+        setprop(row.key, value);
+        EXPECT_EQ(row.asked(), on) << row.key << "=" << value;
+      }
+    }
   }
 }
 

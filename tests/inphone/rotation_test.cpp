@@ -1,3 +1,6 @@
+#include "capture/fingerprint_dir.h"
+#include "capture/run.h"
+#include "daemon/harrowmoss.h"
 #include "storage/utils.h"
 #include "tests/inphone/inphone.h"
 
@@ -20,10 +23,8 @@ class RotateFpLogs : public ::testing::Test {
 };
 
 TEST_F(RotateFpLogs, OnlyTheseNames) {
-  const std::pair<const char*, bool> rows[] = {{"qsee_log.txt", true},    {"tzbsp.txt", true},
-                                               {"qrtr_last", true},       {"qrtr_last.txt", true},
-                                               {"qsee_log.txt.1", false}, {"QSEE_LOG.TXT", false},
-                                               {"qrtr_last.log", false},  {"main.txt", false}};
+  const std::pair<const char*, bool> rows[] = {
+      {"qrtr_last", true}, {"qsee_log.txt.1", false}, {"QSEE_LOG.TXT", false}, {"main.txt", false}};
   for (const auto& [name, known] : rows) {
     put_bytes(file(name), 4096);
     rotateFpLogs(kDir, name, 4096, 1);
@@ -31,18 +32,6 @@ TEST_F(RotateFpLogs, OnlyTheseNames) {
     EXPECT_EQ(logged(std::string("E error support fp log only. fileName:") + name + "\n"),
               known ? 0 : 1);
   }
-}
-
-TEST_F(RotateFpLogs, FromTheLimitOn) {
-  put_bytes(file("tzbsp.txt"), kLimit - 1);
-  rotateFpLogs(kDir, "tzbsp.txt", kLimit, 5);
-  EXPECT_EQ(shell_commands(), Texts{});
-  put_bytes(file("tzbsp.txt"), kLimit);
-  rotateFpLogs(kDir, "tzbsp.txt", kLimit, 5);
-  EXPECT_EQ(getFileSize(file("tzbsp.txt.1").c_str()), static_cast<int64_t>(kLimit));
-  EXPECT_EQ(get(file("tzbsp.txt")), "\n");
-  rotateFpLogs(kDir, "qsee_log.txt", 0, 5);  // missing
-  EXPECT_EQ(logged("E need to rotateFpLogs, filePath:/data/fp/qsee_log.txt\n"), 0);
 }
 
 TEST_F(RotateFpLogs, RunsExactlyTheseCommands) {
@@ -63,25 +52,34 @@ TEST_F(RotateFpLogs, RunsExactlyTheseCommands) {
     const size_t before = shell_commands().size();
     rotateFpLogs(row.dir, "tzbsp.txt", 4, row.count);
     const Texts run = shell_commands();
-    EXPECT_EQ(Texts(run.begin() + static_cast<ptrdiff_t>(before), run.end()),
+    EXPECT_EQ(texts_since(run, before),
               Texts(all.end() - static_cast<ptrdiff_t>(row.commands), all.end()))
         << row.dir << " " << row.count;
   }
   for (const std::string& command : all)
     EXPECT_GE(logged("E run rotateFpLogs cmd:" + command + "\n"), 1) << command;
   EXPECT_EQ(logged("E need to rotateFpLogs, filePath:/data/fp/tzbsp.txt\n"), 5);
+  rotateFpLogs(kDir, "qsee_log.txt", 0, 5);  // missing
+  EXPECT_EQ(logged_beginning("E need to"), 5);
 }
 
-TEST_F(RotateFpLogs, KeepsAsManyGenerationsAsAsked) {
-  for (const char* content : {"one1", "two2", "three", "four", "five"}) {
-    put(file("qsee_log.txt"), content);
-    rotateFpLogs(kDir, "qsee_log.txt", 4, 3);
+TEST_F(RotateFpLogs, TheRunsTracesHaveFiveGenerationsOf20MiB) {
+  share_current_run();
+  enter_run("1#run");
+  set_fingerprint_log_dir("fingerprint");
+  for (const std::string name : {"qsee_log.txt", "tzbsp.txt"}) {
+    const std::string path = "/data/misc/zelkalog/1#run/fingerprint/" + name;
+    put_bytes(path, kLimit - 1);
+    rotate_traces();
+    EXPECT_FALSE(exists(path + ".1")) << name;
+    for (const char* number : {".1", ".2", ".3", ".4", ".5"}) put(path + number, number);
+    put_bytes(path, kLimit);
+    rotate_traces();
+    EXPECT_EQ(getFileSize((path + ".1").c_str()), static_cast<int64_t>(kLimit)) << name;
+    EXPECT_EQ(get(path + ".2"), ".1") << name;
+    EXPECT_EQ(get(path + ".5"), ".4") << name;
+    EXPECT_FALSE(exists(path + ".6")) << name;
   }
-  EXPECT_EQ(list(kDir),
-            (Texts{"qsee_log.txt", "qsee_log.txt.1", "qsee_log.txt.2", "qsee_log.txt.3"}));
-  EXPECT_EQ(get(file("qsee_log.txt.1")), "five");
-  EXPECT_EQ(get(file("qsee_log.txt.2")), "four");
-  EXPECT_EQ(get(file("qsee_log.txt.3")), "three");
 }
 
 // The copier of the router log writes on at its old offset: from the first rotation on its file is

@@ -60,33 +60,23 @@ class TouchRecorder : public ::testing::Test {
   }
   void TearDown() override {
     if (recorder_ > 0) {
-      kill(recorder_, SIGKILL);
+      signal_one(recorder_, SIGKILL);
       waitpid(recorder_, nullptr, 0);
+      recorder_ = -1;
     }
   }
 
   // Starts the recorder; it is recording when this returns.
   void record(const char* dir = kTouchDir) {
+    const long before = logged_beginning("E gettouchlog, nfds:");
     begin(dir);
-    ASSERT_TRUE(eventually([] {
-      const Texts texts = log_texts();
-      return std::any_of(texts.begin(), texts.end(), [](const std::string& text) {
-        return starts_with_text(text, "E gettouchlog, nfds:");
-      });
-    }));
+    ASSERT_TRUE(eventually([&] { return logged_beginning("E gettouchlog, nfds:") > before; }));
   }
 
   // Starts the recorder only. It ends with gettouchlog()'s result.
   void begin(const char* dir = kTouchDir, bool wanted = true) {
     recorder_ = fork();
     if (recorder_ == 0) be_recorder(dir, wanted);
-  }
-  // The same, stopped before it has done anything.
-  void begin_stopped() {
-    recorder_ = fork();
-    if (recorder_ != 0) return;
-    raise(SIGSTOP);
-    be_recorder(kTouchDir, true);
   }
   [[noreturn]] static void be_recorder(const char* dir, bool wanted) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
@@ -106,14 +96,10 @@ class TouchRecorder : public ::testing::Test {
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
   }
 
-  static bool starts_with_text(const std::string& text, const char* prefix) {
-    return text.compare(0, strlen(prefix), prefix) == 0;
-  }
-
   static Texts events() { return without_stamps(get(kEventFile)); }
 
   // The event file's lines, once there are `count`.
-  static Texts wait_for_events(size_t count, int limit_ms = 5000) {
+  static Texts wait_for_events(size_t count, int limit_ms = kOwedMs) {
     EXPECT_TRUE(eventually(
         [=] {
           const std::string text = get(kEventFile);

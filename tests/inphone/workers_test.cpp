@@ -1,9 +1,5 @@
 #include "capture/workers.h"
 
-#include <atomic>
-#include <regex>
-#include <thread>
-
 #include "tests/inphone/inphone.h"
 
 namespace {
@@ -28,13 +24,10 @@ TEST_F(Workers, NoTicksAreOneLook) {
   }
 }
 
-TEST_F(Workers, AChildThatEndsEndsTheWait) {
-  for (const int ticks : {0, 30, 3000}) {
-    const pid_t child = fork_process(group::own);
-    if (child == 0) _exit(0);
-    EXPECT_EQ(wait_child_to_finish(child, ticks), 1) << ticks;
-    EXPECT_EQ(waitpid(child, nullptr, WNOHANG), -1);  // reaped
-  }
+TEST_F(Workers, PollsBeforeAnEndAreCountedUp) {
+  const int elapsed_ms[] = {0, 50, 100, 101, 150, 290}, polls[] = {0, 1, 1, 2, 2, 3};
+  for (size_t i = 0; i < std::size(polls); i++)
+    EXPECT_EQ(polls_before(elapsed_ms[i], 100), polls[i]) << elapsed_ms[i];
 }
 
 TEST_F(Workers, WhatIsNoChildIsFinishedAtOnce) {
@@ -46,6 +39,10 @@ TEST_F(Workers, WhatIsNoChildIsFinishedAtOnce) {
               1);
   }
   EXPECT_TRUE(is_running(bystander.pid()));
+  const pid_t ended = fork_process(group::own);
+  if (ended == 0) _exit(0);
+  EXPECT_EQ(wait_child_to_finish(ended, 3000), 1);
+  EXPECT_EQ(waitpid(ended, nullptr, WNOHANG), -1);  // reaped
 }
 
 TEST_F(Workers, AStubbornShellTakesItsCommandAlong) {
@@ -64,58 +61,44 @@ TEST_F(Workers, AStubbornShellTakesItsCommandAlong) {
 TEST_F(Workers, TheKernelKeepsTheEndOfTheName) {
   const std::string longest(300, 'n');
   const struct {
-    std::string name;
-    std::string shown;
+    std::string name, shown;
   } rows[] = {
-      {"net", "mossd:debug-net"},        {"mobile", "sd:debug-mobile"},
-      {"fp", "wmossd:debug-fp"},         {"", "rowmossd:debug-"},  // the shortest name is still cut
-      {"anrDumpsys", "ebug-anrDumpsys"}, {"exactly-15-char", "exactly-15-char"},
+      {"net", "mossd:debug-net"},
+      {"", "rowmossd:debug-"},  // the shortest name is still cut
       {longest, std::string(15, 'n')},
   };
   for (const auto& row : rows) {
-    const pid_t child = fork_process(group::inherit);
-    if (child == 0) {
-      const int result = set_process_name(row.name.c_str());
-      _exit(result == 0 && get("/proc/self/comm") == row.shown + "\n" ? 0 : 1);
-    }
-    int status = -1;
-    wait_for(child, &status);
-    EXPECT_EQ(status, 0) << row.name;
+    EXPECT_EQ(status_in_child([&] {
+                const int result = set_process_name(row.name.c_str());
+                return result == 0 && get("/proc/self/comm") == row.shown + "\n" ? 0 : 1;
+              }),
+              0)
+        << row.name;
   }
   set_process_name("touch", 1);
   EXPECT_EQ(logged("D pid " + std::to_string(getpid()) + " : harrowmossd:debug-touch"), 1);
 }
 
 TEST_F(Workers, NamesOfExecutedPrograms) {
+  const std::string longest(95 - strlen("harrowmossd:debug--vesk"), 'n');
   const struct {
-    const char* before;
-    const char* name;
+    std::string name;
     int is_debug;
     bool vesk;
-    const char* composed;
+    std::string composed;
   } rows[] = {
-      {"", "main", 1, true, "harrowmossd:debug-main-vesk"},
-      {"", "kernel", 0, true, "harrowmossd:general-kernel-vesk"},
-      {"", "main", -1, false, "harrowmossd:general-main"},
-      {"", "main", 7, false, "harrowmossd:debug-main"},
-      {"x ", "", 1, false, "x harrowmossd:debug-"},
+      {"main", 7, false, "harrowmossd:debug-main"},
+      {"kernel", 0, true, "harrowmossd:general-kernel-vesk"},
+      {"main", -1, false, "harrowmossd:general-main"},
+      {longest, 1, true, "harrowmossd:debug-" + longest + "-vesk"},
   };
   for (const auto& row : rows) {
     char buffer[96] = {};
-    strcpy(buffer, row.before);
-    EXPECT_EQ(build_process_name(row.name, buffer, row.is_debug, row.vesk), buffer);
-    EXPECT_STREQ(buffer, row.composed);
+    EXPECT_EQ(build_process_name(row.name.c_str(), buffer, row.is_debug, row.vesk), buffer);
+    EXPECT_EQ(buffer, row.composed);
   }
   char buffer[96] = {};
-  const std::string longest(95 - strlen("harrowmossd:debug--vesk"), 'n');
-  build_process_name(longest.c_str(), buffer, 1, true);
-  EXPECT_EQ(strlen(buffer), 95u);
-}
-
-TEST(WorkersDeathTest, AProgramNameThatDoesNotFitAborts) {
-  char buffer[96] = {};
-  const std::string longer(96 - strlen("harrowmossd:debug--vesk"), 'n');
-  EXPECT_EXIT(build_process_name(longer.c_str(), buffer, 1, true),
+  EXPECT_EXIT(build_process_name((longest + "n").c_str(), buffer, 1, true),
               ::testing::KilledBySignal(SIGABRT), "");
 }
 
@@ -173,31 +156,24 @@ pid_t leave_behind_stubborn_grandchild() {
 }
 
 TEST_F(Workers, LeftoversEndButNotWhatIsSpared) {
+  const ParkedChild anybodys;
+  s_harrowmossd_pid = getppid();
+  end_leftover_children(nullptr, 0);  // only the main process does
+  EXPECT_TRUE(is_running(anybodys.pid()));
   become_main_process();
   const pid_t grandchild = leave_behind_stubborn_grandchild();
   ParkedChild obedient;
   ParkedChild stubborn({true, true});
   const ParkedChild first_spared;
   const ParkedChild second_spared({false, true});
-  std::atomic<pid_t> theirs{0};
-  std::atomic<bool> done{false};
-  std::thread thread([&] {
-    const ParkedChild child;
-    theirs = child.pid();
-    while (!done) sched_yield();
-    EXPECT_TRUE(is_running(child.pid()));  // the self log's collector waits for its own
-  });
-  while (theirs == 0) sched_yield();
-  const pid_t spared[] = {first_spared.pid(), 0, second_spared.pid()};
-  end_leftover_children(spared, 3);
-  done = true;
-  thread.join();
+  const pid_t spared[] = {first_spared.pid(), 0, second_spared.pid(), anybodys.pid()};
+  end_leftover_children(spared, 4);
   for (const pid_t ended : {obedient.pid(), stubborn.pid(), grandchild})
     EXPECT_FALSE(is_running(ended)) << ended;
   EXPECT_TRUE(is_running(first_spared.pid()));
   EXPECT_TRUE(is_running(second_spared.pid()));
   pid_t pids[8];
-  EXPECT_EQ(list_children(pids, 8), 2);  // the others are reaped as well
+  EXPECT_EQ(list_children(pids, 8), 3);  // the others are reaped as well
 }
 
 TEST_F(Workers, ObedientLeftoversEndAtOnce) {
@@ -217,13 +193,6 @@ TEST_F(Workers, ObedientLeftoversEndAtOnce) {
   EXPECT_EQ(logged("E leftover children do not end, kill them"), 0);
   pid_t pids[8];
   EXPECT_EQ(list_children(pids, 8), 0);
-}
-
-TEST_F(Workers, OnlyTheMainProcessEndsLeftovers) {
-  s_harrowmossd_pid = getppid();
-  const ParkedChild child;
-  end_leftover_children(nullptr, 0);
-  EXPECT_TRUE(is_running(child.pid()));
 }
 
 }  // namespace

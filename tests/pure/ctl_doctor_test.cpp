@@ -1,7 +1,4 @@
 // `doctor`: each finding from values, and the facts from a phone's tree.
-#include <gtest/gtest.h>
-
-#include <functional>
 
 #include "client/doctor.h"
 #include "tests/pure/ctl_support.h"
@@ -21,46 +18,40 @@ health_facts healthy() {
   return facts;
 }
 
+// clang-format off
 const struct {
-  const char* what;
-  std::function<void(health_facts*)> harm;
   std::vector<std::string> ids;
   const char* said;
+  std::function<void(health_facts*)> harm;
 } kFaults[] = {
-    {"nothing", [](health_facts*) {}, {}, ""},
-    {"switch that begins with on",
-     [](health_facts* f) { f->enable = "only", f->sees_monitor = false; },
-     {"odd-switch"},
-     "\"only\""},
-    {"deletion", [](health_facts* f) { f->settings.deletion = false; }, {"deletion"}, "fill"},
-    {"files",
-     [](health_facts* f) {
-       f->missing = {{"/system/bin/sh", "everything"}, {"/x.sh", "net"}};
-     },
-     {"missing-files"},
-     "/system/bin/sh (for everything), /x.sh (for net)"},
-    {"no daemon",
-     [](health_facts* f) {
+    {{}, "", [](auto*) {}},
+    {{}, "", [](auto* f) { f->sees_daemon = f->sees_monitor = f->sees_logcats = false; }},  // hidden
+    {{"odd-switch"}, "\"only\"", [](auto* f) { f->enable = "only", f->sees_monitor = false; }},
+    {{"deletion"}, "fill", [](auto* f) { f->settings.deletion = false; }},
+    {{"missing-files"}, "/system/bin/sh (for everything), /x.sh (for net)",
+     [](auto* f) { f->missing = {{"/system/bin/sh", "everything"}, {"/x.sh", "net"}}; }},
+    {{"no-daemon"}, "does not run: cannot connect", [](auto* f) {
        f->sees_daemon = f->sees_monitor = f->sees_logcats = false;
-       f->session = {EXIT_NO_CONNECTION, "cannot connect"};
-     },
-     {"no-daemon"},
-     "does not run: cannot connect"},
-    {"processes are hidden from us",
-     [](health_facts* f) { f->sees_daemon = f->sees_monitor = f->sees_logcats = false; },
-     {},
-     ""},
-    {"no right to connect",
-     [](health_facts* f) {
-       f->session = {EXIT_NO_CONNECTION, "cannot connect"};
-     },
-     {"not-answering"},
-     "cannot connect"},
-    {"monitor", [](health_facts* f) { f->sees_monitor = false; }, {"no-monitor"}, "quota"},
-    {"logcats", [](health_facts* f) { f->sees_logcats = false; }, {"no-logcat"}, "mobile"},
-    {"mask 0", [](health_facts* f) { f->settings.types = 0; }, {"mask"}, "mask 0"},
-    {"only an option", [](health_facts* f) { f->settings.types = 0x10000; }, {"mask"}, "65536"},
+       f->session = {EXIT_NO_CONNECTION, "cannot connect"}; }},
+    {{"not-answering"}, "cannot connect",
+     [](auto* f) { f->session = {EXIT_NO_CONNECTION, "cannot connect"}; }},
+    {{"held"}, "not served", [](auto* f) {
+       f->session = {EXIT_TIMED_OUT, "not served"};
+       f->other = other_client::kConnected; }},
+    {{"not-answering"}, "does not answer: nothing for 10.0 s, and no other client", [](auto* f) {
+       f->session = {EXIT_TIMED_OUT, "not served"};
+       f->other = other_client::kNone;
+       f->waited = std::chrono::milliseconds(10040); }},
+    {{"lost-run"}, "is lost: /data/misc/zelkalog/1#x",
+     [](auto* f) { f->lost_run = "/data/misc/zelkalog/1#x"; }},
+    {{"space"}, "/sdcard: 100 bytes wanted, 99 free",
+     [](auto* f) { f->volumes[0] = {"/sdcard", 100, 99, true}; }},
+    {{"no-monitor"}, "quota", [](auto* f) { f->sees_monitor = false; }},
+    {{"no-logcat"}, "mobile", [](auto* f) { f->sees_logcats = false; }},
+    {{"mask"}, "mask 0", [](auto* f) { f->settings.types = 0; }},
+    {{"mask"}, "65536", [](auto* f) { f->settings.types = 0x10000; }},  // only an option
 };
+// clang-format on
 
 TEST(CtlDoctor, FindsEachFaultAndNothingElse) {
   for (const auto& row : kFaults) {
@@ -71,10 +62,10 @@ TEST(CtlDoctor, FindsEachFaultAndNothingElse) {
     for (const finding& found : judge_health(facts)) {
       ids.push_back(found.id);
       said += found.text;
-      EXPECT_STRNE(found.remedy, "") << row.what;
+      EXPECT_STRNE(found.remedy, "") << row.said;
     }
-    EXPECT_EQ(ids, row.ids) << row.what;
-    EXPECT_TRUE(holds(said, row.said)) << row.what << ": " << said;
+    EXPECT_EQ(ids, row.ids) << row.said;
+    EXPECT_TRUE(holds(said, row.said)) << said;
   }
 }
 

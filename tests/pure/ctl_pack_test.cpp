@@ -1,5 +1,5 @@
 // `pack`, `check` and `feedback --estimate` as functions over values.
-#include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include "client/manifest.h"
 #include "client/run_check.h"
@@ -21,6 +21,70 @@ TEST(CtlPack, WritesAManifestThatSha256sumCanRead) {
                 "              1 " + std::string(64, '-') + "  7#x/d\n");
   EXPECT_EQ(manifest_name("7#x"), "7#x.manifest.txt");
   EXPECT_EQ(manifest_name(std::string(255, 'n')).size(), 100u);
+}
+
+// However odd a name is, and however many files there are.
+TEST(CtlPack, OneSha256sumReadsManyFiles) {
+  bench_client client;
+  const std::string tool = client.env.root + "/system/bin/sha256sum";
+  client.tree.put("system/bin/sha256sum",
+                  "#!/bin/sh\necho >> " + client.env.root + "/starts\nexec sha256sum \"$@\"\n");
+  std::filesystem::permissions(tool, std::filesystem::perms::owner_all);
+  const std::string empty = "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855";
+  std::vector<std::string> paths;
+  std::vector<std::string> sums;
+  const auto add = [&](const std::string& name, const std::string& sum) {
+    paths.push_back(client.env.root + "/files/" + name);
+    sums.push_back(sum);
+  };
+  for (const char* name : {"new\nline", "back\\slash", "-", "--help", "\xff", "0"}) {
+    client.tree.put("files/" + std::string(name), "");
+    add(name, empty);
+  }
+  client.tree.put("files/abc", "abc");
+  add("abc", "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
+  add("missing", "");
+  ASSERT_EQ(mkfifo((client.env.root + "/files/fifo").c_str(), 0600), 0);
+  add("fifo", "");
+  std::filesystem::create_symlink("abc", client.env.root + "/files/link");
+  add("link", "");
+  for (int i = 0; i < 1000; ++i) add("0", empty);
+  EXPECT_EQ(sha256_of(client.env, paths), sums);
+  EXPECT_LE(std::filesystem::file_size(client.env.root + "/starts"), 5u);
+}
+
+TEST(CtlPack, RefusesWhatWouldHarm) {
+  bench_client client;
+  const std::string& root = client.env.root;
+  client.tree.put("sdcard/zelkalog/1#03-07_14-05-09/a", "x");
+  client.tree.put("bundle/sub/a", "x");
+  std::filesystem::create_directory_symlink("1#03-07_14-05-09",
+                                            client.env.store + "/2#03-07_14-05-09");
+  std::filesystem::create_directory_symlink("bundle/sub", root + "/door");
+  std::filesystem::create_symlink("bundle/sub/a", root + "/file-link");
+  ASSERT_EQ(mkfifo((root + "/fifo").c_str(), 0600), 0);
+  const struct {
+    std::string what, output;
+    const char* said;
+  } rows[] = {
+      {"1", "/dev/null", "/dev/null is no regular file"},
+      {"1", root + "/fifo", "is no regular file"},
+      {"1", root + "/file-link", "is no regular file"},
+      {"1", root + "/bundle", "is a directory"},
+      {root + "/bundle", root + "/bundle/x.tgz", "cannot lie in what it packs"},
+      {root + "/bundle", root + "/door/x.tgz", "cannot lie in what it packs"},
+      {root + "/bundle", root + "/door/../../bundle/sub/x.tgz", "cannot lie in what it packs"},
+      {root + "/door", root + "/x.tgz", "is a link"},
+      {"2", root + "/x.tgz", "no run \"2\""},
+      {"1", "-", "standard output is closed"},
+  };
+  client.env.has_output = false;
+  for (const auto& row : rows) {
+    EXPECT_EQ(client.run({"pack", row.what, "-o", row.output}), EXIT_USAGE) << row.output;
+    EXPECT_TRUE(holds(client.err, row.said)) << client.err;
+  }
+  EXPECT_EQ(client.run({"runs"}), EXIT_OK);
+  EXPECT_FALSE(holds(client.out, "     2  ")) << client.out;
 }
 
 // Files of a complete run with mobile and net.
@@ -47,6 +111,7 @@ TEST(CtlCheck, ComparesTheMaskWithTheFiles) {
       {"extra", 0, 0x5, true, ""},
       {"mobile/D-main.txt", -1, 0x5, true, "missing mobile mobile/*-main.txt"},
       {"mobile/D-main.txt", 0, 0x5, true, "empty mobile mobile/D-main.txt"},
+      {"mobile/D-main.txt", 0, 0x5, false, ""},  // its logcat holds less than a block
       {"mobile/D-crash.txt", 0, 0x5, true, ""},
       {"net/iptables-stop.txt", -1, 0x5, true, "note missing net net/iptables-stop.txt"},
       {"net/iptables-stop.txt", 0, 0x5, true, "empty net net/iptables-stop.txt"},
@@ -97,6 +162,21 @@ TEST(CtlCheck, TakesTheMaskFromTheRunsOwnPropertyList) {
   client.tree.put("sdcard/zelkalog/07#03-07_14-05-10/x", "");
   EXPECT_EQ(client.run({"check", "7"}), EXIT_USAGE);
   EXPECT_TRUE(holds(client.err, "several runs")) << client.err;
+}
+
+TEST(CtlEstimate, FitsToTheByte) {
+  bench_client client;
+  client.tree.put("data/tombstones/t", "x");
+  const std::vector<std::string> words = {"feedback", "--estimate", "--json",
+                                          "--select", "tombstone",  client.tree.root() + "/bundle"};
+  EXPECT_EQ(client.run(words), EXIT_OK) << client.err;
+  const std::string key = "\"wanted\":";
+  const int64_t wanted = atoll(client.out.c_str() + client.out.find(key) + key.size());
+  EXPECT_GT(wanted, 0) << client.out;
+  for (const int64_t missing : {0, 1}) {
+    client.free_bytes = {{"", wanted - missing}};
+    EXPECT_EQ(client.run(words), missing == 0 ? EXIT_OK : EXIT_FAILED) << client.out;
+  }
 }
 
 }  // namespace

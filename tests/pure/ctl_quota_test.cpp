@@ -1,8 +1,10 @@
 // `du` and the start's space check; the client judges as the size monitor does.
-#include <gtest/gtest.h>
+#include <fcntl.h>
 #include <unistd.h>
 
 #include "client/quota.h"
+#include "model/tree_size.h"
+#include "phone/util.h"
 #include "storage/size_monitor.h"
 #include "tests/pure/ctl_support.h"
 
@@ -32,6 +34,36 @@ TEST(CtlQuota, IsJudgedAsTheMonitorJudgesIt) {
   EXPECT_GT(over, 100);
 }
 
+// The links have no end when they are followed along every path there is.
+TEST(CtlQuota, EveryCommandCountsWhatTheMonitorCounts) {
+  bench_client client;
+  const std::string run = "data/misc/zelkalog/3#01-02_03-04-05";
+  constexpr int kDirectories = 12;
+  for (int i = 0; i < kDirectories; ++i) client.tree.put(run + "/" + std::to_string(i) + "/a", "x");
+  for (int i = 0; i < kDirectories * kDirectories; ++i) {
+    const std::string to = std::to_string(i % kDirectories);
+    std::filesystem::create_directory_symlink(
+        "../" + to,
+        client.env.root + "/" + run + "/" + std::to_string(i / kDirectories) + "/to" + to);
+  }
+  client.tree.put("data/misc/zelkalog/.moving-3#01-02_03-04-05/a", std::string(1 << 20, 'x'));
+  client.properties["sys.harrowmossd.log_store_path"] = "/sdcard/zelkalog/3#01-02_03-04-05";
+  int64_t working = 0, captured = 0;
+  ASSERT_TRUE(tree_size(client.env.working, nullptr, &working));
+  ASSERT_TRUE(tree_size(client.env.root + "/" + run, nullptr, &captured));
+  EXPECT_LT(working, 1 << 20);
+  const std::pair<const char*, std::string> rows[] = {
+      {"du", "\"working_bytes\":" + std::to_string(working)},
+      {"status", "\"working_bytes\":" + std::to_string(captured)},
+      {"status", "\"used_bytes\":" + std::to_string(working)},
+      {"runs", "\"bytes\":" + std::to_string(captured)},
+  };
+  for (const auto& [command, piece] : rows) {
+    EXPECT_EQ(client.run({command, "--json"}), EXIT_OK);
+    EXPECT_TRUE(holds(client.out, piece + ",")) << command << piece << " in\n" << client.out;
+  }
+}
+
 struct eviction_row {
   const char* what;
   std::vector<std::string> store, working;
@@ -44,6 +76,7 @@ const eviction_row kEvictions[] = {
     {"nothing is there", {}, {}, 3, true, ""},
     {"the oldest number, not the first name", {"10#a", "9#b"}, {"11#c"}, 11, true, "store/9#b"},
     {"007 is 7", {"8#a", "007#b"}, {}, 9, true, "store/007#b"},
+    {"0 hides no other", {"0#a", "1#b"}, {}, 3, true, "store/1#b"},
     {"0 never goes", {"0#a"}, {"2#b"}, 3, true, "working/2#b"},
     {"other names never go", {"traces", "#1", "1", "x1#", "1#a\nb"}, {}, 3, true, ""},
     {"hostile names do", {"1#;touch x", "2#b"}, {}, 3, true, "store/1#;touch x"},
@@ -55,6 +88,15 @@ const eviction_row kEvictions[] = {
     {"logging off: one of two goes", {"5#b", "6#c"}, {}, 6, false, "store/5#b"},
     {"logging off: the working area stays", {}, {"4#b"}, 6, false, ""},
 };
+
+// Not while the store could not be listed: a restart deletes every finished run.
+TEST(CtlQuota, TheMonitorStartsAnewOnlyWhenTheStoreIsKnown) {
+  for (const bool unknown : {false, true}) {
+    EXPECT_EQ(judge_working({1, 7, true, 7, true, unknown}),
+              unknown ? eviction::restart_withheld : eviction::restart);
+    EXPECT_EQ(judge_working({1, 6, true, 7, true, unknown}), eviction::remove_oldest);
+  }
+}
 
 // The monitor's own functions decide the same, from directories.
 TEST(CtlQuota, NamesTheRunThatTheMonitorWouldRemove) {
@@ -123,9 +165,16 @@ TEST(CtlDu, ShowsQuotaRoomAndTheNextToGo) {
     EXPECT_TRUE(holds(client.out, std::string("removal:    ") + removal)) << client.out;
     client.properties = kept;
   }
-  client.free_bytes["/data"] = 134217727;
-  EXPECT_EQ(client.run({"du"}), EXIT_OK);
-  EXPECT_TRUE(holds(client.out, "everything, at once")) << client.out;
+  // Nearly full, but for what a logcat of the run has preallocated.
+  client.free_bytes["/data"] = 128 * kMiB - 65536;
+  const std::string log = "data/misc/zelkalog/3#01-03_00-00-00/mobile/main.txt";
+  client.tree.put(log, "x");
+  for (const bool low : {true, false}) {
+    EXPECT_EQ(client.run({"du"}), EXIT_OK);
+    EXPECT_EQ(holds(client.out, "everything, at once"), low) << client.out;
+    const Fd file(open((client.tree.root() + "/" + log).c_str(), O_WRONLY | O_CLOEXEC));
+    ASSERT_EQ(fallocate(file.get(), FALLOC_FL_KEEP_SIZE, 0, kMiB), 0);
+  }
 }
 
 }  // namespace

@@ -1,6 +1,5 @@
 // harrowmossctl against a daemon of the test's own, over real sockets.
 #include <errno.h>
-#include <gtest/gtest.h>
 #include <string.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -80,42 +79,31 @@ class fake_daemon {
 };
 
 struct session_row {
-  std::vector<std::string> words;
-  std::vector<std::string> replies;
   int code;
-  const char* out;
-  const char* err;
+  std::vector<std::string> words, replies;
+  const char *out, *err;
 };
 
 TEST(CtlSession, EndsWithTheCodeThatScriptsRelyOn) {
+  const std::string &version = kVersionReply, other = "10000000 01000000 0100000000000000 02000000";
+  // clang-format off
   const session_row rows[] = {
-      {{"version"}, {kVersionReply, answer(1, "01000000")}, EXIT_OK, "protocol version 1\n", ""},
-      {{"stop"}, {kVersionReply, answer(3, "ffffffff")}, EXIT_DAEMON_FAILED, "", "failure (-1)"},
-      {{"stop", "--json"},
-       {kVersionReply, answer(3, "")},
-       EXIT_OK,
-       "{\"command\":\"stop\",\"code\":3,\"result\":null}\n",
-       ""},
-      {{"raw", "--yes", "11000000"},
-       {kVersionReply, from_hex("10000000 11000000 0000000000000000 ffffffff")},
-       EXIT_DAEMON_FAILED,
-       "11 00 00 00 00 00 00 00 00 00 00 00 ff ff ff ff\n",
-       ""},
-      {{"--timeout", "0.05", "version"}, {kSilence}, EXIT_TIMED_OUT, "", "another one holds it"},
-      {{"--timeout", "0.05", "--json", "stop"},
-       {kVersionReply, kSilence},
-       EXIT_TIMED_OUT,
-       "{\"command\":\"stop\",\"error\":\"no answer in time",
-       "goes on"},
-      {{"stop"}, {kVersionReply, kHangUp}, EXIT_BAD_REPLY, "", "instead of answering"},
-      {{"stop"}, {kVersionReply, from_hex("ffffffff")}, EXIT_BAD_REPLY, "", "reply of -1 bytes"},
-      {{"stop"}, {answer(1, "01000000")}, EXIT_BAD_REPLY, "", "serial 2"},
-      {{"stop"},
-       {from_hex("10000000 01000000 0100000000000000 02000000")},
-       EXIT_BAD_REPLY,
-       "",
-       "version 2"},
-  };
+      {EXIT_OK, {"version"}, {version, answer(1, "01000000")}, "protocol version 1\n", ""},
+      {EXIT_DAEMON_FAILED, {"stop"}, {version, answer(3, "ffffffff")}, "", "failure (-1)"},
+      {EXIT_OK, {"stop", "--json"}, {version, answer(3, "")},
+       "{\"command\":\"stop\",\"code\":3,\"result\":null}\n", ""},
+      {EXIT_DAEMON_FAILED, {"raw", "--yes", "11000000"},
+       {version, from_hex("10000000 11000000 0000000000000000 ffffffff")},
+       "11 00 00 00 00 00 00 00 00 00 00 00 ff ff ff ff\n", ""},
+      {EXIT_TIMED_OUT, {"--timeout", "0.05", "version"}, {kSilence}, "", "another one holds it"},
+      {EXIT_TIMED_OUT, {"--timeout", "0.05", "--json", "stop"}, {version, kSilence},
+       "{\"command\":\"stop\",\"error\":\"no answer in time", "goes on"},
+      {EXIT_BAD_REPLY, {"stop"}, {version, kHangUp}, "", "instead of answering"},
+      {EXIT_BAD_REPLY, {"stop"}, {version, from_hex("ffffffff")}, "", "reply of -1 bytes"},
+      {EXIT_BAD_REPLY, {"stop"}, {version, from_hex("ffffff7f")}, "", "reply of 2147483647"},
+      {EXIT_BAD_REPLY, {"stop"}, {answer(1, "01000000")}, "", "serial 2"},
+      {EXIT_BAD_REPLY, {"stop"}, {from_hex(other)}, "", "version 2"}};
+  // clang-format on
   for (const session_row& row : rows) {
     bench_client client;
     fake_daemon daemon(row.replies);
@@ -151,6 +139,23 @@ TEST(CtlSession, SaysWhenAnAcceptedStartStartedNothing) {
   EXPECT_EQ(client.run({"start", "net", "--json"}), EXIT_OK);
   EXPECT_TRUE(holds(client.out, "\"warning\":")) << client.out;
   EXPECT_TRUE(holds(client.err, "/sdcard: 67108865 bytes wanted, 67108864 free")) << client.err;
+}
+
+TEST(CtlSession, SaysWhatDeletingLosesWhileLogging) {
+  const std::string loss = "what is captured until the next start is lost";
+  for (const char* enable : {"on", "off"}) {
+    bench_client client;
+    client.properties["persist.sys.zklog.enable"] = enable;
+    const bool lost = client.properties["persist.sys.zklog.enable"] == "on";
+    EXPECT_EQ(client.run({"delete-logs"}), EXIT_USAGE);
+    EXPECT_TRUE(holds(client.err, "--yes")) << client.err;
+    EXPECT_EQ(holds(client.err, loss), lost) << client.err;
+    fake_daemon daemon({kVersionReply, answer(12, "")});
+    client.env.dial = daemon.dial();
+    EXPECT_EQ(client.run({"delete-logs", "--yes"}), EXIT_OK);
+    EXPECT_EQ(client.out, "all logs are deleted\n");
+    EXPECT_EQ(holds(client.err, loss), lost) << client.err;
+  }
 }
 
 TEST(CtlSession, MakesTheDestinationOnceTheDaemonIsThere) {

@@ -1,6 +1,5 @@
 // harrowmossctl as functions over values: command line, replies, texts.
 #include <binder/Parcel.h>
-#include <gtest/gtest.h>
 #include <string.h>
 
 #include <nlohmann/json.hpp>
@@ -59,6 +58,7 @@ TEST(CtlCommandLine, MisuseEndsWith2AndSaysWhy) {
       {{"feedback", "/sdcard/x"}, "--select"},
       {{"feedback", "--estimate", "--select", "anr", "/sdcard"}, "two levels"},
       {{"check", "1", "-o", "x"}, "-o is for pack"},
+      {{"pack", "1", "-o", ""}, "-o wants a value"},
       {{"pack", "1"}, "no run \"1\""},
       {{"pack", "sdcard/x"}, "absolute"},
       {{"pack", "/no/such"}, "no directory /no/such"},
@@ -87,6 +87,16 @@ TEST(CtlCommandLine, EveryRequestIsACommandAndEveryCommandHasHelp) {
     EXPECT_TRUE(holds(help, std::string("\n  ") + row.command + " ")) << row.command;
     EXPECT_EQ(client.run({"help", row.command}), EXIT_OK);
     EXPECT_TRUE(holds(client.out, std::string("usage: harrowmossctl ") + row.command));
+  }
+  const std::pair<std::vector<std::string>, const char*> rows[] = {
+      {{"--help", "--json"}, "{\"command\":\"help\",\"about\":null,\"text\":\"usage: "},
+      {{"stop", "-h", "--json"}, "{\"command\":\"help\",\"about\":\"stop\",\"text\":\"usage: "},
+      {{"help", "stop", "--json"}, "{\"command\":\"help\",\"about\":\"stop\",\"text\":\"usage: "},
+  };
+  for (const auto& [words, begin] : rows) {
+    EXPECT_EQ(client.run(words), EXIT_OK);
+    EXPECT_EQ(client.out.find(begin), 0u) << client.out;
+    EXPECT_TRUE(nlohmann::json::accept(client.out)) << client.out;
   }
 }
 
@@ -159,8 +169,7 @@ TEST(CtlReply, IsToldToPeopleAndScripts) {
 TEST(CtlReply, IsRefusedWhenItLies) {
   const struct {
     int32_t code;
-    const char* bytes;
-    const char* said;
+    const char *bytes, *said;
   } rows[] = {
       {1, "", "0 bytes"},
       {1, "01000000 0900000000000000 010000", "just a number"},  // cut in the number
@@ -170,6 +179,7 @@ TEST(CtlReply, IsRefusedWhenItLies) {
       {4, "04000000 0900000000000000 00000000", "nothing behind"},
       {9, "09000000 0900000000000000 04000000 61626364", "does not match"},  // no terminator
       {9, "09000000 0900000000000000 02000000 61626300", "does not end"},
+      {9, "09000000 0900000000000000 02000000 61000000", "does not end"},  // a NUL inside
       {9, "09000000 0900000000000000 02000000 61620001", "does not end"},  // padding is zero
       {9, "09000000 0900000000000000 03000000 61626300 00000000", "does not match"},
       {9, "09000000 0900000000000000 ffffff7f 61626300", "does not match"},
@@ -193,6 +203,9 @@ TEST(CtlJson, HoldsAnyBytes) {
   };
   for (const auto& [bytes, read] : rows)
     EXPECT_EQ(nlohmann::json::parse(json_writer().string(bytes).text()), read);
+
+  // Escaped, because a terminal acts on it; JSON itself would allow it.
+  EXPECT_EQ(json_writer().string("\x7f\x1b").text(), "\"\\u007f\\u001b\"");
 
   json_writer json;
   json.begin_object().key("a").begin_array().number(-1).null().begin_object().end_object();

@@ -25,22 +25,4 @@ TEST(OldestRun, IsUnknownOnlyWhereADirectoryCannotBeListed) {
   EXPECT_TRUE(unknown("/dev", false));
 }
 
-TEST(JudgeWorking, StartsAnewOnlyWhenTheStoreIsKnown) {
-  constexpr int kCurrent = 7;
-  const struct {
-    int oldest;
-    bool store_unknown;
-    eviction verdict;
-  } rows[] = {
-      {kCurrent, false, eviction::restart},
-      {kCurrent, true, eviction::nothing},
-      {kCurrent - 1, false, eviction::remove_oldest},
-      {kCurrent - 1, true, eviction::remove_oldest},
-  };
-  for (const auto& row : rows) {
-    EXPECT_EQ(judge_working({1, row.oldest, true, kCurrent, true, row.store_unknown}), row.verdict)
-        << row.oldest << " " << row.store_unknown;
-  }
-}
-
 }  // namespace

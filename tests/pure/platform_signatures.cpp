@@ -51,7 +51,12 @@ static_assert(same<const char16_t*, decltype(std::declval<const Parcel&>().readS
 static_assert(same<status_t (Parcel::*)(int32_t), decltype(&Parcel::writeInt32)>, "");
 static_assert(same<status_t (Parcel::*)(int64_t), decltype(&Parcel::writeInt64)>, "");
 static_assert(same<status_t (Parcel::*)(const char*), decltype(&Parcel::writeCString)>, "");
-static_assert(!std::is_copy_constructible<Parcel>::value, "never copied");
-static_assert(!std::is_copy_assignable<Parcel>::value, "never copied");
+static_assert(std::is_copy_constructible<Parcel>::value && std::is_copy_assignable<Parcel>::value,
+              "a type that holds one can be copied: nothing but care keeps it from that");
+
+// <binder/Parcel.h> brings <log/log.h> along: names of ours keep clear of its macros.
+#if !defined(ALOG) || !defined(ALOGE) || !defined(LOG_TAG) || !defined(LOG_PRI)
+#error "the log macros are missing"
+#endif
 
 }  // namespace

@@ -10,25 +10,18 @@ TEST(SizeVerdict, IsOverQuotaFromTheFirstWholeMiBAboveIt) {
     const char* what;
     int64_t store, common;
     int quota_gib;
-    bool modem_or_wifi;
-    bool over;
+    bool modem_or_wifi, over;
   } rows[] = {
-      {"nothing", 0, 0, 20, false, false},
       {"20 GiB exactly", 21474836480, 0, 20, false, false},
-      {"a byte more is no MiB", 21474836481, 0, 20, false, false},
       {"a byte less than a MiB more", 21475885055, 0, 20, false, false},
       {"a MiB more", 21475885056, 0, 20, false, true},
-      {"both places count", 10737418240, 10738466816, 20, false, true},
       {"two halves of a MiB are one", 10737942528, 10737942528, 20, false, true},
       {"the working area alone", 0, 21475885056, 20, false, true},
-      {"three quarters exactly", 16106127360, 0, 20, true, false},
       {"three quarters and a byte", 16106127361, 0, 20, true, false},
       {"three quarters and a MiB", 16107175936, 0, 20, true, true},
       {"the same without these types", 16107175936, 0, 20, false, false},
       {"three quarters of 1 GiB are no whole number", 805306368, 0, 1, true, false},
-      {"and a MiB", 806354944, 0, 1, true, true},
-      {"no quota, less than a MiB", 1048575, 0, 0, false, false},
-      {"no quota, a MiB", 1048576, 0, 0, false, true},
+      {"no quota, a MiB", 0, 1048576, 0, false, true},
       {"a quota below nothing", 0, 0, -1, false, true},
   };
   for (const auto& row : rows) {
@@ -46,15 +39,40 @@ TEST(SizeVerdict, SizesAreGibibytes) {
   EXPECT_EQ(verdict.total_gib, 2.0F);
 }
 
-TEST(SizeVerdict, LessThan128MiBFreeIsExtremelyLowAndUnknownIsNot) {
-  const std::pair<int64_t, bool> rows[] = {
-      {-2, false},       {-1, false},        {0, false},         {1, true},
-      {134217727, true}, {134217728, false}, {134217729, false}, {INT64_MAX, false}};
-  for (const auto& [available, low] : rows) {
-    const size_verdict verdict = judge_sizes({0, 0, 20, false, available});
-    EXPECT_EQ(verdict.extreme_low, low) << available;
-    EXPECT_FALSE(verdict.over_quota) << available;
+TEST(SizeVerdict, LessThan128MiBForTheCaptureIsExtremelyLowAndUnknownIsNot) {
+  const struct {
+    int64_t available, preallocated;
+    bool low;
+  } rows[] = {
+      {-2, 0, false},       {-1, 0, false},           {0, 0, false},         {1, 0, true},
+      {134217727, 0, true}, {134217728, 0, false},    {134217729, 0, false}, {INT64_MAX, 0, false},
+      {1, 134217726, true}, {1, 134217727, false},    {134217727, 1, false}, {0, 1, false},
+      {-2, 4096, false},    {4096, 629145600, false},
+  };
+  for (const auto& row : rows) {
+    const size_verdict verdict = judge_sizes({0, 0, 20, false, row.available, row.preallocated});
+    EXPECT_EQ(verdict.extreme_low, row.low) << row.available << " and " << row.preallocated;
+    EXPECT_FALSE(verdict.over_quota) << row.available;
   }
+}
+
+TEST(SizeVerdict, ARestartThatDidNotHelpIsNotRepeatedAtOnce) {
+  const struct {
+    restart_record last;
+    int64_t now_ms, total_bytes;
+    bool due;
+  } rows[] = {
+      {{}, 5000, 100, true},             // none yet
+      {{5000, -1}, 5001, 100, false},    // not looked at yet
+      {{5000, 100}, 11500, 100, false},  // nothing has changed
+      {{5000, 100}, 11500, 101, false},  // the new run grows
+      {{5000, 100}, 11500, 99, true},    // something is gone
+      {{5000, 100}, 604999, 200, false},
+      {{5000, 100}, 605000, 200, true},  // ten minutes
+  };
+  for (const auto& row : rows)
+    EXPECT_EQ(restart_is_due(row.last, row.now_ms, row.total_bytes), row.due)
+        << row.last.at_ms << " " << row.now_ms << " " << row.total_bytes;
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <signal.h>
 
 #include <string>
+#include <type_traits>
 
 #include "storage/shell.h"
 
@@ -40,17 +41,7 @@ TEST(FormatCut, ReturnsWhatStandsInTheBuffer) {
   }
 }
 
-TEST(StartsWith, ComparesTheWholePrefix) {
-  const struct {
-    const char* text;
-    const char* prefix;
-    bool holds;
-  } rows[] = {{"on", "on", true},  {"only", "on", true}, {"o", "on", false}, {"", "on", false},
-              {"On", "on", false}, {"", "", true},       {"off", "", true}};
-  for (const auto& row : rows) EXPECT_EQ(starts_with(row.text, row.prefix), row.holds) << row.text;
-}
-
-TEST(AppendEscaped, LeavesOrdinaryNamesAsTheyAre) {
+TEST(ShellText, LeavesOrdinaryNamesAsTheyAre) {
   const std::pair<const char*, const char*> rows[] = {
       {"/sdcard/zelkalog/12#03-07_14-05-09", "/sdcard/zelkalog/12#03-07_14-05-09"},
       {"AZaz09._/@%+=:,#-", "AZaz09._/@%+=:,#-"},
@@ -65,17 +56,24 @@ TEST(AppendEscaped, LeavesOrdinaryNamesAsTheyAre) {
       {"", ""},
   };
   for (const auto& [name, escaped] : rows) {
-    std::string out = "rm ";
-    EXPECT_TRUE(append_escaped(&out, name));
-    EXPECT_EQ(out, std::string("rm ") + escaped);
+    const shell_text text = shell_text("rm").arg(name).raw(";");
+    EXPECT_TRUE(text.can_be_given());
+    EXPECT_EQ(text.c_str(), std::string("rm ") + escaped + ";");
   }
 }
 
-TEST(AppendEscaped, RefusesANewlineWhereverItStands) {
+TEST(ShellText, RefusesANewlineWhereverItStands) {
   for (const char* name : {"\n", "a\nb", "a\n", "\na"}) {
-    std::string out;
-    EXPECT_FALSE(append_escaped(&out, name)) << name;
+    EXPECT_FALSE(shell_text("rm").arg(name).arg("b").can_be_given()) << name;
+    EXPECT_FALSE(shell_text("rm").pattern(std::string(name) + "/*").can_be_given()) << name;
   }
 }
+
+// What a program has put together can only enter as a word.
+template <typename Text>
+constexpr bool kIsFixed =
+    std::is_constructible_v<fixed_text, Text> || std::is_convertible_v<Text, shell_text>;
+static_assert(kIsFixed<const char (&)[8]>);
+static_assert(!kIsFixed<char (&)[8]> && !kIsFixed<const char*> && !kIsFixed<std::string>);
 
 }  // namespace

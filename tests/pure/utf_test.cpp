@@ -24,12 +24,6 @@ TEST(Strndup16to8, EncodesEachUnitOnItsOwn) {
   } rows[] = {
       {u"", ""},
       {u"/sdcard/a b", "/sdcard/a b"},
-      {u"\u007f", "\x7f"},
-      {u"\u0080", "\xc2\x80"},
-      {u"\u07ff", "\xdf\xbf"},
-      {u"\u0800", "\xe0\xa0\x80"},
-      {u"\uffff", "\xef\xbf\xbf"},
-      {u"a\u00e9\u4e16z", "a\xc3\xa9\xe4\xb8\x96z"},
       {std::u16string(1, u'\0'), "\xc0\x80"},  // never a terminator
       {std::u16string(u"a\0b", 3),
        "a\xc0\x80"
@@ -44,6 +38,7 @@ TEST(Strndup16to8, EveryUnitRoundTrips) {
   for (unsigned unit = 1; unit <= 0xffff; unit++) {
     const std::string bytes = converted(std::u16string(1, static_cast<char16_t>(unit)));
     const auto byte = [&bytes](size_t i) { return static_cast<unsigned char>(bytes[i]); };
+    ASSERT_EQ(bytes.size(), unit < 0x80 ? 1u : unit < 0x800 ? 2u : 3u) << unit;
     unsigned decoded = 0;
     if (bytes.size() == 1) decoded = byte(0);
     if (bytes.size() == 2) decoded = (byte(0) & 0x1fu) << 6 | (byte(1) & 0x3fu);

@@ -1,7 +1,6 @@
 // `harrowmossctl pack` in a phone: archives that are taken apart again.
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <sys/stat.h>
 
 #include <filesystem>
@@ -115,7 +114,7 @@ TEST(CtlPackSystem, StreamsWithoutNeedingRoomOrADaemon) {
 }
 
 TEST(CtlPackSystem, ABundleWithHostileNamesIsPackedLiterally) {
-  Phone phone({"--no-daemon", "--file", kGzip});
+  Phone phone({"--no-daemon", "--file", kGzip, "--loose", "sdcard"});
   const std::string bundle = "/sdcard/-rf $(touch PWNED)";
   for (const char* name : {"plain", "-C", "a b", "new\nline", "$(id)", "quote'\"", "\xc3\xa9\xff"})
     phone.write(bundle + "/" + name, name);
@@ -133,55 +132,59 @@ TEST(CtlPackSystem, ABundleWithHostileNamesIsPackedLiterally) {
   }
 }
 
+// Each is a line of a shell, in a phone with the run 5 and the daemon.
+const std::pair<const char*, int> kClosedStreams[] = {
+    {"harrowmossctl pack 5 <&- >&-; s=$?; gzip -t /sdcard/5#*.gz && exit $s", 0},
+    {"harrowmossctl pack 5 <&- >&- 2>&-; s=$?; gzip -t /sdcard/5#*.gz && exit $s", 0},
+    {"harrowmossctl pack 5 -o - >&-", 2},
+    {"harrowmossctl feedback-start >&-", 0},  // the request was done
+    // Whoever reads the answer, or the steps, has left.
+    {"{ sleep 1; harrowmossctl feedback-start; echo $? > /data/s; } | true; exit $(cat /data/s)",
+     0},
+    {"{ harrowmossctl pack 5 --progress 2>&1 > /dev/null; echo $? > /data/s; } | true; "
+     "exit $(cat /data/s)",
+     0},
+    {"harrowmossctl feedback-start > /dev/full", 5},
+};
+
+TEST(CtlPackSystem, ClosedStreamsChangeNothing) {
+  Phone phone({"--file", kGzip});
+  phone.write("/sdcard/zelkalog/5#01-01_00-00-00/mobile/a", std::string(100000, 'a'));
+  for (const auto& [line, status] : kClosedStreams) {
+    phone.shell("rm -f /sdcard/*.gz");
+    const RunResult result = phone.shell(line);
+    EXPECT_EQ(result.status, status) << line << ": " << result.out << result.err;
+    EXPECT_EQ(phone.shell("ls -A /sdcard | grep '^[.]5'").out, "") << line;
+  }
+}
+
 // A gzip that never ends.
 const std::string kSlowGzip = "/tmp/ctl-slow-gzip." + std::to_string(getpid());
 
 const struct {
-  const char* what;
   std::vector<std::string> options;
-  std::vector<std::string> words;
-  bool interrupt;
   int status;
   const char* err;  // regular expression
 } kUnfinished[] = {
-    {"no room",
-     {"--file", kGzip, "--sdcard-size", "1m"},
-     {"pack", "/data/bundle", "-o", "/sdcard/x.tgz"},
-     false,
+    {{"--file", kGzip, "--sdcard-size", "1m"},
      1,
      "no room for the archive: /sdcard/: [0-9]+ bytes wanted, 1048576 free"},
-    {"a compressor that fails",
-     {"--file", "/usr/bin/false=/system/bin/gzip"},
-     {"pack", "/data/bundle", "-o", "/sdcard/x.tgz"},
-     false,
-     1,
-     "gzip ended with 1"},
-    {"interrupted",
-     {"--file", kSlowGzip + "=/system/bin/gzip"},
-     {"pack", "/data/bundle", "-o", "/sdcard/x.tgz"},
-     true,
-     128 + SIGTERM,
-     ""},
+    {{"--file", "/usr/bin/false=/system/bin/gzip"}, 1, "gzip ended with 1"},
+    {{"--file", kSlowGzip + "=/system/bin/gzip"}, 128 + SIGTERM, ""},  // interrupted
 };
 
 TEST(CtlPackSystem, LeavesNothingBehindWhenItCannotFinish) {
   ASSERT_TRUE(write_file(kSlowGzip, "#!/system/bin/mksh\nexec sleep 1000000\n", 0755));
   for (const auto& row : kUnfinished) {
-    SCOPED_TRACE(row.what);
     std::vector<std::string> options = row.options;
-    options.insert(options.end(), {"--no-daemon"});
+    options.push_back("--no-daemon");
     Phone phone(options);
     phone.write("/data/bundle/file", std::string(2 << 20, 'x'));
     const size_t before = phone.list("/data/bundle").size();
-    std::vector<std::string> argv = {"harrowmossctl"};
-    argv.insert(argv.end(), row.words.begin(), row.words.end());
-    if (row.interrupt) {
-      std::string text;
-      for (const std::string& word : argv) text += word + " ";
-      argv = {"/system/bin/mksh", "-c",
-              text + "& until [ -e /sdcard/.x.tgz.* ]; do sleep 0.01; done; kill $!; wait $!"};
-    }
-    const RunResult packed = phone.run(argv);
+    std::string line = "harrowmossctl pack /data/bundle -o /sdcard/x.tgz";
+    if (row.status > 128)
+      line += "& until [ -e /sdcard/.x.tgz.* ]; do sleep 0.01; done; kill $!; wait $!";
+    const RunResult packed = phone.shell(line);
     EXPECT_EQ(packed.status, row.status) << packed.err;
     EXPECT_TRUE(std::regex_search(packed.err, std::regex(row.err))) << packed.err;
     EXPECT_TRUE(phone.list("/sdcard").empty());

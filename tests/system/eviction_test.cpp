@@ -19,7 +19,6 @@ constexpr int64_t kGiB = INT64_C(1) << 30, kMiB = 1 << 20, kHalfMiB = 1 << 19;
 constexpr const char* kStore = "/sdcard/zelkalog/";
 constexpr const char* kWorking = "/data/misc/zelkalog/";
 constexpr const char* kDate = "#01-01_00-00-00";
-constexpr int kCyclesMs = 60000;  // the monitor looks every 5 s; a busy machine is slow to follow
 
 void put_sparse(const Phone& phone, const std::string& path, int64_t bytes) {
   phone.write(path, "");
@@ -63,17 +62,13 @@ TEST(Eviction, BeginsAboveTheQuota) {
       {"less than a MiB counts as nothing", 0, "0", kHalfMiB, false},
       {"one MiB of a quota of nothing", 0, "0", kMiB, true},
   };
-  std::vector<std::unique_ptr<Phone>> phones;
-  for (const auto& row : rows) {
-    Words options = quick_vendor();
-    if (row.quota[0] != '\0')
-      options.insert(options.end(),
-                     {"--prop", std::string("persist.sys.zelka.log.size=") + row.quota});
-    phones.push_back(std::make_unique<Phone>(options, Phone::Until::kBooted));
-  }
+  std::vector<Words> options;
+  for (const auto& row : rows)  // an empty value is none
+    options.push_back(
+        quick_vendor({"--prop", std::string("persist.sys.zelka.log.size=") + row.quota}));
+  const auto phones = boot_all(options);
   for (size_t i = 0; i < std::size(rows); i++) {
     const Phone& phone = *phones[i];
-    ASSERT_TRUE(phone.wait_until_ready());
     put_sparse(phone, std::string(kStore) + "1" + kDate + "/mobile/main.txt", rows[i].bytes);
     ASSERT_EQ(start_logging(phone, rows[i].mask), 0);
   }
@@ -104,7 +99,7 @@ TEST(Eviction, TakesTheOldestOneByOneAndThenStartsAnew) {
   const std::string current = working_path(run_name(phone));
   const std::string restart = "we have deleted logs all we can, but still not enough";
   for (size_t i = 0; i < order.size(); i++) {
-    ASSERT_TRUE(eventually([&] { return evicted(phone).size() > i; }, kCyclesMs));
+    ASSERT_TRUE(eventually([&] { return evicted(phone).size() > i; }, kTimerMs));
     ASSERT_TRUE(eventually([&] { return !phone.exists(order[i]); }));
     for (size_t later = i + 1; later < order.size(); later++)
       EXPECT_TRUE(phone.exists(order[later])) << "together with " << order[i];
@@ -117,7 +112,7 @@ TEST(Eviction, TakesTheOldestOneByOneAndThenStartsAnew) {
 
   // Only the current run is left.
   const pid_t monitor = size_monitor(phone).pid, old_logcat = logcat_of(phone, "main").pid;
-  ASSERT_TRUE(eventually([&] { return run_name(phone).compare(0, 3, "11#") == 0; }, kCyclesMs));
+  ASSERT_TRUE(eventually([&] { return run_name(phone).compare(0, 3, "11#") == 0; }, kTimerMs));
   ASSERT_TRUE(eventually([&] { return logcats(phone).size() == 6u && monitor_waits(phone); }));
   EXPECT_EQ(count_lines(phone, restart), 1);
   EXPECT_FALSE(is_alive(phone, old_logcat));
@@ -138,21 +133,35 @@ TEST(Eviction, TakesTheOldestOneByOneAndThenStartsAnew) {
             std::string::npos);
 }
 
+// A hidden name is not deleted, so that neither eviction nor the last resort brings the sizes down.
+TEST(Eviction, StartsAnewOnceWhenThatDoesNotHelp) {
+  Phone phone(quick_vendor({"--prop", "persist.sys.zelka.log.size=1"}));
+  const std::string hidden = std::string(kStore) + ".hidden";
+  put_sparse(phone, hidden, 2 * kGiB);
+  ASSERT_EQ(start_logging(phone, kMobile), 0);
+  ASSERT_TRUE(eventually_logged(phone, "still over quota after a restart", 1, kTimerMs));
+  ASSERT_TRUE(eventually([&] { return monitor_waits(phone); }));
+  const auto said = lines_with(daemon_log(phone), "still over quota after a restart");
+  EXPECT_NE(said[0].text.find(hidden + " takes 2147483648 bytes"), std::string::npos)
+      << said[0].text;
+  EXPECT_EQ(count_lines(phone, "we have deleted logs all we can"), 1);
+  EXPECT_EQ(run_name(phone).compare(0, 2, "2#"), 0) << run_name(phone);
+  EXPECT_TRUE(all_logcats_run(phone));
+  EXPECT_EQ(stop_logging(phone), 0);
+}
+
 TEST(Eviction, LeavesTestRunsAlone) {
   const char* switches[] = {"persist.sys.zelka.cts.mode=1", "sys.zelka.cts.mode=2",
                             "sys.zelka.monkey=true"};
-  std::vector<std::unique_ptr<Phone>> phones;
-  for (const char* test_run : switches)
-    phones.push_back(
-        std::make_unique<Phone>(quick_vendor({"--prop", test_run}), Phone::Until::kBooted));
+  std::vector<Words> options;
+  for (const char* test_run : switches) options.push_back(quick_vendor({"--prop", test_run}));
+  const auto phones = boot_all(options);
   for (size_t i = 0; i < std::size(switches); i++) {
     const Phone& phone = *phones[i];
-    ASSERT_TRUE(phone.wait_until_ready());
     const std::string old = std::string(kStore) + "1" + kDate;
     put_sparse(phone, old + "/main.txt", 21 * kGiB);
     ASSERT_EQ(start_logging(phone, kMobile), 0);
-    ASSERT_TRUE(
-        eventually([&] { return count_lines(phone, "run out of monitorLogSizeThread!!!") == 1; }));
+    ASSERT_TRUE(eventually_logged(phone, "run out of monitorLogSizeThread!!!"));
     EXPECT_TRUE(eventually([&] { return size_monitor(phone).pid == 0; })) << switches[i];
     EXPECT_EQ(count_lines(phone, "in cts or monkey, do not delete logs"), 1) << switches[i];
     EXPECT_EQ(phone.getprop("persist.sys.zelka.log.del"), "false") << switches[i];
@@ -162,24 +171,10 @@ TEST(Eviction, LeavesTestRunsAlone) {
   }
 }
 
-// A `touch` that tells when anybody runs it.
-class Trap {
- public:
-  Trap() {
-    close(mkstemp(path_));
-    EXPECT_TRUE(write_file(path_, "#!/system/bin/mksh\necho \"$@\" >> /data/sprung\n", 0755));
-  }
-  ~Trap() { unlink(path_); }
-  std::string option() const { return std::string(path_) + "=/system/bin/touch"; }
-
- private:
-  char path_[32] = "/tmp/trap.XXXXXX";
-};
-
 TEST(Eviction, GivesNoNameToTheShell) {
-  const Trap trap;
-  Phone phone(
-      quick_vendor({"--file", trap.option(), "--prop", "persist.sys.zklog.dir_sequence=50"}));
+  const Program trap("echo \"$@\" >> /data/sprung");  // a `touch` that tells
+  Phone phone(quick_vendor({"--file", trap.over("/system/bin/touch"), "--loose", "sdcard", "--prop",
+                            "persist.sys.zklog.dir_sequence=50"}));
   phone.write("/data/anr/kept", "");
   put_sparse(phone, std::string(kStore) + "0" + kDate + "/main.txt", 21 * kGiB);
   const std::string long_name = "4#" + std::string(248, 'x');
@@ -196,8 +191,8 @@ TEST(Eviction, GivesNoNameToTheShell) {
   const pid_t monitor = running_monitor(phone).pid;
   const auto gone = [&phone](const std::string& name) { return !phone.exists(kStore + name); };
   for (const std::string& name : names)
-    ASSERT_TRUE(eventually([&] { return gone(name); }, kCyclesMs)) << name;
-  ASSERT_TRUE(eventually([&] { return gone("6#link"); }, kCyclesMs));
+    ASSERT_TRUE(eventually([&] { return gone(name); }, kTimerMs)) << name;
+  ASSERT_TRUE(eventually([&] { return gone("6#link"); }, kTimerMs));
   EXPECT_TRUE(phone.exists("/data/anr/kept"));
   EXPECT_FALSE(phone.exists("/data/sprung")) << phone.read("/data/sprung");
   EXPECT_EQ(size_monitor(phone).pid, monitor);
@@ -215,14 +210,8 @@ TEST(Eviction, GivesNoNameToTheShell) {
 
 // An `rm` that waits as long as /data/hold exists.
 TEST(Eviction, FinishesADeletionBeforeItEnds) {
-  char tool[] = "/tmp/slow-rm.XXXXXX";
-  close(mkstemp(tool));
-  ASSERT_TRUE(write_file(tool,
-                         "#!/system/bin/mksh\nwhile [ -e /data/hold ]; do sleep 0.02; done\n"
-                         "exec toybox rm \"$@\"\n",
-                         0755));
-  Phone phone(quick_vendor({"--file", std::string(tool) + "=/system/bin/rm"}));
-  unlink(tool);
+  const Program slow("while [ -e /data/hold ]; do sleep 0.02; done\nexec toybox rm \"$@\"");
+  Phone phone(quick_vendor({"--file", slow.over("/system/bin/rm")}));
   ASSERT_TRUE(settled(phone));
   const std::string old = std::string(kStore) + "1" + kDate;
   put_sparse(phone, old + "/main.txt", 21 * kGiB);
@@ -231,13 +220,12 @@ TEST(Eviction, FinishesADeletionBeforeItEnds) {
   ASSERT_TRUE(eventually([&] { return evicted(phone) == Words{old}; }));
   const pid_t monitor = size_monitor(phone).pid;
   ASSERT_EQ(stop_logging(phone), 0);
-  EXPECT_TRUE(
-      eventually([&] { return count_lines(phone, "deleting, just set pending state") == 1; }));
+  EXPECT_TRUE(eventually_logged(phone, "deleting, just set pending state"));
   EXPECT_EQ(count_lines(phone, "receive signal 10, is_deleting=1"), 1);
   EXPECT_TRUE(is_alive(phone, monitor));
   EXPECT_TRUE(phone.exists(old));
   ASSERT_EQ(unlink(phone.inside("/data/hold").c_str()), 0);
-  EXPECT_TRUE(eventually([&] { return !is_alive(phone, monitor); }, kCyclesMs));
+  EXPECT_TRUE(eventually([&] { return !is_alive(phone, monitor); }, kTimerMs));
   EXPECT_FALSE(phone.exists(old));
   EXPECT_EQ(count_lines(phone, "run out of monitorLogSizeThread!!!"), 1);
   EXPECT_TRUE(eventually_childless(phone));

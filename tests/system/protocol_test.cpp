@@ -1,8 +1,6 @@
 // The control protocol as a client meets it: bytes in, bytes out, and what the daemon logs of it.
 #include <gtest/gtest.h>
-#include <limits.h>
-#include <signal.h>
-#include <string.h>
+#include <sys/resource.h>
 
 #include "phone/host/daemon.h"
 
@@ -38,54 +36,9 @@ class Protocol : public ::testing::Test {
   }
 };
 
-TEST_F(Protocol, ReadsMissingValuesAsZero) {
-  const struct {
-    const char* payload;
-    const char* reply;  // behind its size, 16
-  } rows[] = {
-      {"01", "00000000 0000000000000000 ffffffff"},
-      {"01000000", "01000000 0000000000000000 01000000"},
-      {"01000000 05", "01000000 0000000000000000 01000000"},
-      {"01000000 05050505", "01000000 0000000000000000 01000000"},
-      {"01000000 05050505050505", "01000000 0000000000000000 01000000"},
-      {"01000000 0505050505050585", "01000000 0505050505050585 01000000"},
-      {"01000000 0500000000000000 ff", "01000000 0500000000000000 01000000"},  // more than needed
-  };
-  Client client(phone);
-  for (const auto& row : rows) {
-    ASSERT_TRUE(client.send(frame(from_hex(row.payload))));
-    EXPECT_EQ(hex(client.reply()), hex(from_hex(std::string("10000000 ") + row.reply)))
-        << row.payload;
-  }
-}
-
-TEST_F(Protocol, RefusesCodesOutsideOfTheTable) {
-  const std::pair<int32_t, const char*> rows[] = {
-      {0, "10000000 00000000 2a00000000000000 ffffffff"},
-      {17, "10000000 11000000 2a00000000000000 ffffffff"},
-      {-1, "10000000 ffffffff 2a00000000000000 ffffffff"},
-      {INT_MIN, "10000000 00000080 2a00000000000000 ffffffff"},
-      {INT_MAX, "10000000 ffffff7f 2a00000000000000 ffffffff"},
-      {0x10001, "10000000 01000100 2a00000000000000 ffffffff"},  // 1 in the low half only
-      {4, "0c000000 04000000 2a00000000000000"},                 // served, without a field
-  };
-  Client client(phone);
-  for (const auto& [code, reply] : rows) {
-    ASSERT_TRUE(client.send(request(code, 42)));
-    EXPECT_EQ(hex(client.reply()), hex(from_hex(reply))) << code;
-  }
-  client.close();
-  new_lines("4 closing connection\n");
-  EXPECT_EQ(count_lines(phone, "execute: ERROR_NOT_SUPORT."), 6);
-  EXPECT_EQ(lines_with(daemon_log(phone), "execute: ERROR_NOT_SUPORT.")[0].priority, 6);
-  EXPECT_EQ(count_lines(phone, "execute: request = -2147483648, serial = 42."), 1);
-}
-
 TEST_F(Protocol, ClosesOnALengthThatCannotBe) {
   const struct {
-    const char* length;
-    const char* dump;
-    const char* complaint;
+    const char *length, *dump, *complaint;
   } rows[] = {
       {"0000", "3 read socket data = 0-0- ", "6 invalid size 0\n"},
       {"0004", "3 read socket data = 0-4- ", "6 invalid size 1024\n"},
@@ -111,7 +64,6 @@ TEST_F(Protocol, PutsFramesTogetherHoweverTheyCome) {
   EXPECT_EQ(hex(client.reply()), hex(kVersionReply));
   EXPECT_EQ(hex(client.reply()), "0c000000040000000200000000000000");
   EXPECT_EQ(hex(client.reply()), hex(kVersionReply));
-  EXPECT_EQ(client.receive(1, 50), "");
   ASSERT_TRUE(client.send(next.substr(1)));
   EXPECT_EQ(hex(client.reply()), "0c000000050000000300000000000000");
 
@@ -207,65 +159,63 @@ TEST_F(Protocol, NotesABrokenPipeAndGoesOn) {
 }
 
 TEST_F(Protocol, ServesOneClientAfterTheOther) {
+  constexpr int kWaiting = 3;
   Client first(phone);
   ASSERT_TRUE(first.send(frame(kVersion)));
   EXPECT_EQ(first.reply(), kVersionReply);
-  Client second(phone), third(phone);
-  ASSERT_TRUE(third.send(frame(kVersion)));
-  ASSERT_TRUE(second.send(frame(kVersion)));
-  EXPECT_EQ(second.receive(1, 100), "");
+  std::vector<Client> waiting;
+  for (int i = 0; i < kWaiting; i++) {
+    waiting.emplace_back(phone);
+    ASSERT_TRUE(waiting.back().send(frame(kVersion)));
+  }
+  const int connections = count_lines(phone, "new connection");
   ASSERT_TRUE(first.send(frame(kVersion)));  // it has the daemon until it closes
   EXPECT_EQ(first.reply(), kVersionReply);
+  EXPECT_EQ(count_lines(phone, "new connection"), connections);
   first.close();
-  EXPECT_EQ(second.reply(), kVersionReply);
-  EXPECT_EQ(third.receive(1, 100), "");
-  second.close();
-  EXPECT_EQ(third.reply(), kVersionReply);
+  for (int i = 0; i < kWaiting; i++) {
+    EXPECT_EQ(waiting[i].reply(), kVersionReply) << i;
+    EXPECT_EQ(count_lines(phone, "new connection"), connections + 1 + i);
+    waiting[i].close();
+  }
 }
 
-// A message is dumped as text into 1024 bytes: 2 characters for a byte below 16, else 3.
-TEST_F(Protocol, ServesWhatItsDumpHolds) {
+// Five wait beside the one whose turn is next; the seventh is told to come again.
+TEST_F(Protocol, LetsFewClientsWait) {
+  constexpr int kBacklog = 5;
+  Client first(phone);
+  ASSERT_TRUE(first.send(frame(kVersion)));
+  EXPECT_EQ(first.reply(), kVersionReply);
+  std::vector<Client> waiting;
+  for (int i = 0; i <= kBacklog; i++) {
+    waiting.emplace_back(phone, Client::Wait::kNotToConnect);
+    EXPECT_TRUE(waiting.back().connected()) << i;
+  }
+  EXPECT_FALSE(Client(phone, Client::Wait::kNotToConnect).connected());
+}
+
+// Without a descriptor for the next client it tries again ten times a second, and no more often.
+TEST_F(Protocol, RestsAfterAnAcceptThatFails) {
+  constexpr int kTries = 6;
+  constexpr int64_t kPauseMs = 100, kRoundingMs = 2;
+  const pid_t daemon = phone.outer_pid(phone.daemon_pid());
+  struct rlimit limit = {}, none = {};
+  ASSERT_GT(daemon, 1);
+  ASSERT_EQ(prlimit(daemon, RLIMIT_NOFILE, nullptr, &limit), 0);
+  none.rlim_max = limit.rlim_max;
+  ASSERT_EQ(prlimit(daemon, RLIMIT_NOFILE, &none, nullptr), 0);
   Client client(phone);
-  const std::string one_digit(511, '\x0f'), two_digits(341, '\xf0');
-  ASSERT_TRUE(client.send(frame(one_digit) + frame(two_digits)));
-  EXPECT_EQ(hex(client.reply()), hex(from_hex("10000000 0f0f0f0f 0f0f0f0f0f0f0f0f ffffffff")));
-  EXPECT_EQ(hex(client.reply()), hex(from_hex("10000000 f0f0f0f0 f0f0f0f0f0f0f0f0 ffffffff")));
-  client.close();
-  const Texts lines = new_lines("4 closing");
-  std::string dump = "3 read socket data = ";
-  for (int i = 0; i < 300; i++) dump += "f0-";  // the log itself keeps about 1000 characters
-  EXPECT_EQ(std::count_if(lines.begin(), lines.end(),
-                          [&](const std::string& line) { return line.find(dump) == 0; }),
-            1);
-}
-
-TEST(ProtocolDump, EndsTheProcessWhenItOverflows) {
-  const struct {
-    const char* what;
-    std::string payload;
-  } rows[] = {
-      {"512 one-digit bytes", std::string(512, '\x01')},
-      {"342 two-digit bytes", std::string(342, '\x10')},
-      {"1023 bytes, the longest payload", std::string(1023, '\x01')},
-  };
-  Phone phones[std::size(rows)];
-  pid_t before[std::size(rows)];
-  for (size_t i = 0; i < std::size(rows); i++) {
-    before[i] = phones[i].daemon_pid();
-    Client client(phones[i]);
-    ASSERT_TRUE(client.send(frame(rows[i].payload)));
-    EXPECT_TRUE(client.closed_by_peer()) << rows[i].what;
-  }
-  for (size_t i = 0; i < std::size(rows); i++) {
-    const Phone& phone = phones[i];
-    const std::string ended = "ended harrowmossd " + std::to_string(before[i]) + " signal 6";
-    EXPECT_TRUE(eventually([&] {
-      const Texts log = phone.init_log();
-      return std::count(log.begin(), log.end(), ended) == 1;
-    })) << rows[i].what;
-    EXPECT_TRUE(eventually([&] { return serves(phone, 2000); })) << rows[i].what;
-    EXPECT_NE(phone.daemon_pid(), before[i]);
-  }
+  const std::string failed = std::string("Accept failed: ") + strerror(EMFILE);
+  std::vector<LogLine> lines;
+  EXPECT_TRUE(eventually([&] {
+    lines = lines_with(daemon_log(phone), failed);
+    return lines.size() >= kTries;
+  }));
+  ASSERT_EQ(prlimit(daemon, RLIMIT_NOFILE, &limit, nullptr), 0);
+  for (size_t i = 1; i < lines.size(); i++)
+    EXPECT_GE(lines[i].time_ms - lines[i - 1].time_ms, kPauseMs - kRoundingMs) << i;
+  ASSERT_TRUE(client.send(frame(kVersion)));
+  EXPECT_EQ(client.reply(), kVersionReply);
 }
 
 }  // namespace

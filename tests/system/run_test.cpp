@@ -1,7 +1,8 @@
-// A run of debug logging from its start to the moved result.
+// A run of debug logging from its start to the moved result, and what comes after it.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <regex>
 #include <set>
 
@@ -11,149 +12,370 @@ namespace {
 
 using Words = std::vector<std::string>;
 
-// With the run's name and times of day replaced, so that texts can be compared.
-std::string normal(std::string text, const std::string& run) {
-  for (size_t at; !run.empty() && (at = text.find(run)) != std::string::npos;)
-    text.replace(at, run.size(), "RUN");
-  static const std::regex stamp("message-\\d\\d-\\d\\d_\\d\\d-\\d\\d-\\d\\d");
-  return std::regex_replace(text, stamp, "message-STAMP");
+constexpr int kAllTypes = 0x7fff, kCoreDump = 0x100;
+
+// Every option that adds a worker is on; the blanks of the display id become '-'.
+const Words kEverythingOn = {
+    "--prop", "ro.build.display.id=QZ101A V1.0 user", "--prop", "persist.sys.qtrlog.enable=1",
+    "--prop", "persist.sys.zklog.tzbsp.enable=on",    "--prop", "persist.sys.zelka.release=1"};
+
+void ask_for_watch_fd(const Phone& phone) {
+  phone.write("/sdcard/Android/data/cn.zelka.harrowmoss/files/.harrowmoss/MOBILE.cfg",
+              "watch_fd\n");
 }
 
-// "key=value" of what the main process has set since `from` sets.
-Words sets_of_daemon(const Phone& phone, size_t from, const std::string& run) {
-  const std::vector<PropertySet> all = phone.properties_log();
-  Words texts;
-  for (size_t i = from; i < all.size(); i++) {
-    if (all[i].pid == phone.daemon_pid())
-      texts.push_back(normal(all[i].key + "=" + all[i].value, run));
-  }
-  return texts;
-}
-
-// What a run with the mobile and modem types does, from its start to the end of its stop.
-const Words kSets = {
-    "persist.sys.zklog.type=3",
-    "persist.sys.zklog.enable=on",
-    "persist.bluetooth.btsnoopenable=true",
-    "persist.sys.zklog.dir_sequence=1",
-    "sys.harrowmossd.log_store_path=/sdcard/zelkalog/RUN",
-    "sys.harrowmossd.vendor_log_root_path=/data/vendor/zelkalog/common/RUN",
-    "persist.odm.zklog.qmimsg.enable=0",
-    "persist.sys.harrowmossd.mdlog_counts=25",
-    "sys.harrowmossd.diag_mdlog_path=/data/vendor/zelkalog/common/RUN/modem",
-    "sys.harrowmossd.diag_mdlog_cfg=/data/vendor/zelkalog/.DIAG.cfg",
-    "sys.harrowmossd.diag_mdlog_src_cfg="
-    "/sdcard/Android/data/cn.zelka.harrowmoss/files/.harrowmoss/.DIAG.cfg",
-    "sys.zelka.diag_mdlog_over_qdss_state=1",
-    "sys.zelka.fp.dump=on",
-    "sys.zelka.modemdump=on",
-    "persist.sys.zklog.enable=off",  // the stop
-    "persist.sys.qtrlog.enable=0",
-    "sys.zelka.diag_mdlog_over_qdss_state=0",
-    "sys.zelka.harrowmossd.action.mv_vendor_common_logs=1",
-    "log.wl.capture.ssrdump=1",
-    "sys.zelka.modemdump=off",
-    "persist.debug.trace=0",
-    "persist.bluetooth.btsnoopenable=false",
-    "sys.zelka.fp.dump=off",
-};
-
-const Words kFiles = {
-    "anr/",
-    "anr/trace_00",
-    "mobile/",
-    "mobile/QZ201A-V1.02-crash.txt",
-    "mobile/QZ201A-V1.02-events.txt",
-    "mobile/QZ201A-V1.02-kernel.txt",
-    "mobile/QZ201A-V1.02-main.txt",
-    "mobile/QZ201A-V1.02-radio.txt",
-    "mobile/QZ201A-V1.02-system.txt",
-    "mobile/logcat_control_message-STAMP.txt",
-    "mobile/logcat_control_message-STAMP.txt",
-    "modem/",
-    "modem/diag_log_0000.qmdl",
-    "others.prop",
-    "others_stop.prop",
-    "system.prop",
-    "system_stop.prop",
-    "tombstones/",
-    "tombstones/tombstone_00",
-    "wlan_logs/",
-};
-
-// `files` without those that are missing when their worker was cut, if one was.
-Words promised(const Phone& phone, Words files) {
-  if (cut_reports(phone, "copy_system_propertie").empty()) return files;
-  const auto is_report = [](const std::string& file) {
-    return file.find(".prop") != std::string::npos;
+// The commands that the daemon's main process gave to a shell, in order; one "SNAPSHOT" for the
+// network commands. Workers that become a shell by themselves are left out: when they get to it is
+// up to them.
+Words commands_of_daemon(const Phone& phone) {
+  static const std::regex snapshot(
+      "/system/bin/(date|ip|iptables|ip6tables|cat|dumpsys|netstat)( .*)?");
+  static const std::pair<std::regex, const char*> names[] = {
+      {std::regex("/data/misc/zelkalog/[0-9]+#[0-9_-]+"), "RUN"},
+      {std::regex("/sdcard/zelkalog/[0-9]+#[0-9_-]+"), "STORED"},
+      {std::regex("message-[0-9_-]+\\.txt"), "message-NOW"},
+      {std::regex("cnss_fw_logs_00[01]"), "cnss_fw_logs"},
   };
-  files.erase(std::remove_if(files.begin(), files.end(), is_report), files.end());
-  return files;
+  Words commands;
+  for (const BenchCall& call : phone.calls_of("/system/bin/sh")) {
+    if (call.ppid != phone.daemon_pid() || call.argv.size() != 3 || call.argv[0] != "sh") continue;
+    std::string command = call.argv[2];
+    if (command.compare(0, 7, "cat /d/") == 0) continue;
+    if (std::regex_match(command, snapshot)) command = "SNAPSHOT";
+    if (!commands.empty() && command == "SNAPSHOT" && commands.back() == command) continue;
+    for (const auto& name : names) command = std::regex_replace(command, name.first, name.second);
+    commands.push_back(command);
+  }
+  return commands;
 }
 
-TEST(Run, PublishesRunsAndOrdersAsStated) {
-  Phone phone;  // with the vendor's side, which brings the modem's log
+// What ps shows of the daemon's own children, in the order of their start. Those that come and go
+// on their own time are left out.
+Words children_in_order(const Phone& phone) {
+  std::vector<PhoneProcess> children;
+  for (PhoneProcess& process : phone.processes()) {
+    if (process.ppid == phone.daemon_pid() && !process.cmdline.empty())
+      children.push_back(std::move(process));
+  }
+  std::sort(children.begin(), children.end(),
+            [](const PhoneProcess& a, const PhoneProcess& b) { return a.pid < b.pid; });
+  Words names;
+  for (const PhoneProcess& child : children) {
+    const bool executed = child.comm == "logcat" || child.comm == "mksh" || child.comm == "sh";
+    const std::string name = executed ? child.cmdline[0] : child.comm;
+    if (name != "harrowmossd:SLC" && name != ":debug-systrace") names.push_back(name);
+  }
+  return names;
+}
+
+// The names of all that runs.
+Words running(const Phone& phone) {
+  Words names;
+  for (const PhoneProcess& process : phone.processes()) names.push_back(process.comm);
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+// What the run of all types does, by its start and by its stop, and leaves.
+const std::string kApp = "/sdcard/Android/data/cn.zelka.harrowmoss/files/.harrowmoss/.DIAG.cfg";
+const std::string kGive = " ; chmod -R 777 ";
+
+const Words kStartSets = {"persist.sys.zklog.type=32767",
+                          "persist.sys.zklog.enable=on",
+                          "persist.bluetooth.btsnoopenable=true",
+                          "persist.sys.zklog.dir_sequence=1",
+                          "sys.harrowmossd.log_store_path=/sdcard/zelkalog/RUN",
+                          "sys.harrowmossd.vendor_log_root_path=/data/vendor/zelkalog/common/RUN",
+                          "persist.odm.zklog.qmimsg.enable=0",
+                          "persist.sys.harrowmossd.mdlog_counts=25",
+                          "sys.harrowmossd.diag_mdlog_path=/data/vendor/zelkalog/common/RUN/modem",
+                          "sys.harrowmossd.diag_mdlog_cfg=/data/vendor/zelkalog/.DIAG.cfg",
+                          "sys.harrowmossd.diag_mdlog_src_cfg=" + kApp,
+                          "sys.zelka.diag_mdlog_over_qdss_state=1",
+                          "persist.service.powersave.logs=1",
+                          "persist.sys.ssr.restart_level=1",
+                          "persist.sys.ap.restart_level=1",
+                          "persist.sys.zelka_pwrkey_dump=1",
+                          "sys.zelka.wifi.log=enable",
+                          "persist.debug.trace=1",
+                          "persist.sys.systrace.enable=1",
+                          "persist.radio.start_ind=on",
+                          "persist.sys.memory.debug.enable=1",
+                          "sys.zelka.harrowmossd.sensorlog_state=1",
+                          "persist.sys.dumpsys.enable=1",
+                          "sys.zelka.fp.dump=on",
+                          "sys.zelka.modemdump=on"};
+
+const Words kStartCommands = {"/system/bin/logcat -p -g >> RUN/mobile/logcat_control_message-NOW",
+                              "/system/bin/logcat -S >> RUN/mobile/logcat_control_message-NOW",
+                              "cp " + kApp + " /data/vendor/zelkalog/.DIAG.cfg",
+                              "SNAPSHOT",
+                              "dumpsys power",
+                              "dumpsys alarm",
+                              "/system/bin/sh /system/etc/power_logs_start.sh RUN RUN/power",
+                              "echo 1 > /sys/class/light/light/debug"};
+
+const Words kChildren = {
+    "harrowmossd:debug-main-vesk",
+    "harrowmossd:debug-events-vesk",
+    "harrowmossd:debug-system-vesk",
+    "harrowmossd:debug-radio-vesk",
+    "harrowmossd:debug-crash-vesk",
+    "harrowmossd:debug-kernel-vesk",
+    "debug/vesk",
+    "sh",  // descriptor watcher, router log
+    "mossd:debug-net",
+    "wmossd:debug-fg",
+    "/system/bin/sh",  // what the power script left running
+    "harrowmossd-fp",
+    "harrowmossd-fp",
+    "ssd:debug-touch",
+    ":debug-MPSSDump",
+    "harrowmossd-lsm",
+};
+
+const Words kStopSets = {"persist.sys.zklog.enable=off",
+                         "persist.sys.qtrlog.enable=0",
+                         "sys.zelka.wifi.log=disable",
+                         "sys.zelka.diag_mdlog_over_qdss_state=0",
+                         "sys.zelka.harrowmossd.action.mv_vendor_common_logs=1",
+                         "sys.zelka.harrowmossd.sensorlog_state=0",
+                         "persist.service.powersave.logs=0",
+                         "log.wl.capture.ssrdump=1",
+                         "sys.zelka.modemdump=off",
+                         "persist.sys.ssr.restart_level=3",
+                         "persist.sys.ap.restart_level=0",
+                         "persist.sys.zelka_pwrkey_dump=0",
+                         "persist.sys.systrace.enable=0",
+                         "persist.debug.trace=0",
+                         "persist.sys.memory.debug.enable=0",
+                         "persist.sys.dumpsys.enable=0",
+                         "persist.radio.start_ind=off",
+                         "persist.bluetooth.btsnoopenable=false",
+                         "sys.zelka.fp.dump=off"};
+
+const Words kStopCommands = {
+    "echo 0 > /sys/class/light/light/debug",
+    "/system/bin/sh /system/etc/power_logs_stop.sh RUN RUN/power",
+    "cp -a /data/anr RUN" + kGive + "RUN",
+    "cp -a /data/anr/heap RUN" + kGive + "RUN",
+    "cp -a /data/tombstones RUN" + kGive + "RUN",
+    "mv  /data/local/traces/* /sdcard/zelkalog/traces" + kGive + "/sdcard/zelkalog/traces",
+    "rm -rf /data/anr/systrace/*",
+    "SNAPSHOT",
+    "echo 0x0 > /sys/module/ipc_router_core/parameters/debug_mask",
+    "/system/bin/logcat -p -g >> RUN/mobile/logcat_control_message-NOW",
+    "/system/bin/logcat -S >> RUN/mobile/logcat_control_message-NOW",
+    "mv  /data/misc/zelkalog/* /sdcard/zelkalog/" + kGive + "/sdcard/zelkalog/",
+    "mv  STORED/cnss_fw_logs.txt STORED/wlan_logs" + kGive + "STORED/wlan_logs",
+    "mv  STORED/cnss_fw_logs.txt STORED/wlan_logs" + kGive + "STORED/wlan_logs",
+    "cp -a /data/misc/zelkalog/.logger/ /sdcard/zelkalog/; chmod -R 777 "
+    "/sdcard/zelkalog/"};
+
+const Words kStored = {"anr/trace_00",
+                       "fg/fg_log.txt",
+                       "fingerprint/qsee_log.txt",
+                       "fingerprint/tzbsp.txt",
+                       "mobile/QZ201A-V1.02-crash.txt",
+                       "mobile/QZ201A-V1.02-events.txt",
+                       "mobile/QZ201A-V1.02-kernel.txt",
+                       "mobile/QZ201A-V1.02-main.txt",
+                       "mobile/QZ201A-V1.02-radio.txt",
+                       "mobile/QZ201A-V1.02-system.txt",
+                       "mobile/fd/fd_log.txt",
+                       "modem/diag_log_0000.qmdl",
+                       "net/QZ101A-V1.0-user-netlog.pcap",
+                       "net/iptables-start.txt",
+                       "net/iptables-stop.txt",
+                       "others.prop",
+                       "others_stop.prop",
+                       "power/batterystats.txt",
+                       "power/power_log.txt",
+                       "system.prop",
+                       "system_stop.prop",
+                       "tombstones/tombstone_00",
+                       "touch/",
+                       "wlan_logs/cnss_fw_logs_000.txt",
+                       "wlan_logs/cnss_fw_logs_001.txt"};
+
+// All fourteen types at once: what is started in which order, what a stop switches off and leaves,
+// and that no worker, group or script's background process outlives it.
+TEST(Run, OfAllTypesFromItsStartToTheStore) {
+  Phone phone(kEverythingOn);  // with the vendor's side, which brings logs of its own
   ASSERT_TRUE(settled(phone));
-  phone.write("/data/anr/trace_00", "stack\n");
-  phone.write("/data/tombstones/tombstone_00", "crash\n");
+  ask_for_watch_fd(phone);
+  for (const char* file : {"/data/anr/trace_00", "/data/tombstones/tombstone_00"})
+    phone.write(file, "crash\n");
+  const Words before = running(phone);
   phone.clear_calls();
-  const size_t from = phone.properties_log().size();
-  ASSERT_EQ(start_logging(phone, kMobile | kModem), 0);
-  const std::string run = run_name(phone);
-  EXPECT_TRUE(std::regex_match(run, std::regex("1#\\d\\d-\\d\\d_\\d\\d-\\d\\d-\\d\\d"))) << run;
+  const size_t start = phone.properties_log().size();
+  ASSERT_EQ(start_logging(phone, kAllTypes), 0);
+
+  EXPECT_EQ(sets_of_daemon(phone, start), kStartSets);
+  EXPECT_EQ(commands_of_daemon(phone), kStartCommands);
+  Words children;
+  EXPECT_TRUE(eventually([&] { return (children = children_in_order(phone)) == kChildren; }))
+      << testing::PrintToString(children);
+  EXPECT_TRUE(eventually([&] { return phone.read("/dev/bench/systrace.log") == "00000000\n"; }));
+
   // All of it is being written before the stop comes.
-  const std::string modem = "/data/vendor/zelkalog/common/" + run + "/modem/diag_log_0000.qmdl";
-  ASSERT_TRUE(eventually([&] {
-    return phone.exists(modem) && phone.list(working_path(run) + "/mobile").size() >= 7;
-  }));
-  ASSERT_TRUE(all_logcats_run(phone));
-  // Request 9 names the same run.
+  const std::string run = run_name(phone), work = working_path(run);
+  EXPECT_TRUE(std::regex_match(run, std::regex("1#\\d\\d-\\d\\d_\\d\\d-\\d\\d-\\d\\d"))) << run;
   EXPECT_EQ(from_hex(ask(phone, 9)).substr(4, run.size()), run);
+  phone.append("/d/tzdbg/qsee_log", "secure world\n");
+  phone.append("/d/tzdbg/log", "trust zone\n");
+  phone.append("/d/ipc_logging/qrtr_0/log_cont", "router\n");
+  for (const std::string& file :
+       {work + "/fingerprint/qsee_log.txt", work + "/fingerprint/tzbsp.txt",
+        work + "/mobile/fd/fd_log.txt", work + "/fg/fg_log.txt", work + "/power/power_log.txt",
+        work + "/net/QZ101A-V1.0-user-netlog.pcap",
+        std::string("/data/misc/zelkalog/qrtr_last.txt"),
+        "/data/vendor/zelkalog/common/" + run + "/modem/diag_log_0000.qmdl"})
+    EXPECT_TRUE(eventually([&] { return !phone.read(file).empty(); })) << file;
+  ASSERT_TRUE(all_logcats_run(phone));
+
+  phone.clear_calls();
+  const size_t stop = phone.properties_log().size();
   ASSERT_EQ(stop_logging(phone), 0);
-
-  EXPECT_EQ(sets_of_daemon(phone, from, run), kSets);
-
+  // It went on when the vendor had answered, not when the 15 s for that were over.
+  for (const LogLine& line : lines_with(daemon_log(phone), "wait prop "))
+    EXPECT_EQ(line.text.find("timeout"), std::string::npos) << line;
+  EXPECT_EQ(sets_of_daemon(phone, stop), kStopSets);
+  EXPECT_EQ(commands_of_daemon(phone), kStopCommands);
+  Words left;
+  EXPECT_TRUE(eventually([&] { return (left = running(phone)) == before; }))
+      << testing::PrintToString(left);
+  EXPECT_TRUE(
+      eventually([&] { return phone.read("/dev/bench/systrace.log") == "00000000\n00000002\n"; }));
+  for (const char* file : {"/sys/zelka_power_debug/enable", "/sys/class/light/light/debug"})
+    EXPECT_EQ(phone.read(file)[0], '0') << file;
   EXPECT_EQ(phone.read("/sys/module/ipc_router_core/parameters/debug_mask"), "0x0\n");
+  // Every worker went when it was told to; none had to be killed behind its bound.
+  EXPECT_EQ(overdue_kills(phone), Words{});
 
-  Words files;
-  for (const std::string& path : tree(phone, store_path(run))) files.push_back(normal(path, run));
-  EXPECT_EQ(promised(phone, files), promised(phone, kFiles));
+  const Words stored = tree(phone, store_path(run));
+  for (const std::string& path : promised(phone, kStored))
+    EXPECT_TRUE(std::binary_search(stored.begin(), stored.end(), path)) << path;
+  EXPECT_EQ(phone.read("/sdcard/zelkalog/qrtr_last.txt"), "router\n");
   EXPECT_EQ(phone.list("/data/misc/zelkalog"), Words{".logger"});
+  EXPECT_EQ(phone.list("/data/vendor/zelkalog/common/" + run), Words{});
   EXPECT_TRUE(phone.exists("/data/anr/trace_00"));  // copied: its owner keeps it
-  struct stat st;
-  ASSERT_EQ(stat(phone.inside(store_path(run)).c_str(), &st), 0);
-  EXPECT_EQ(st.st_mode & 07777, 0777u);
-  EXPECT_EQ(st.st_uid, 1015u);
 }
 
-TEST(Run, CapturesEveryBufferUpToTheStop) {
+// The stop finds workers that are only just being started.
+TEST(Run, NothingIsLeftWhenTheStopFollowsAtOnce) {
+  Phone phone(quick_vendor(kEverythingOn));
+  ASSERT_TRUE(settled(phone));
+  ask_for_watch_fd(phone);
+  const Words before = running(phone);
+  for (int cycle = 1; cycle <= 3; cycle++) {
+    SCOPED_TRACE(cycle);
+    phone.setprop("persist.sys.qtrlog.enable", "1");  // each stop switches it off
+    Client client(phone);
+    ASSERT_TRUE(client.send(request(2, 1, little_endian(kAllTypes, 4)) + request(3, 2)));
+    ASSERT_EQ(client.reply(kSwitchMs).size(), 20u);
+    ASSERT_EQ(client.reply(kSwitchMs).size(), 20u);
+    Words left;
+    EXPECT_TRUE(eventually([&] { return (left = running(phone)) == before; }))
+        << testing::PrintToString(left);
+    EXPECT_EQ(phone.getprop("persist.sys.zklog.dir_sequence"), std::to_string(cycle));
+  }
+}
+
+// What one run has asked for ends with it, and a stop tells of nothing that an earlier one has
+// ended.
+TEST(Run, LeavesNothingToTheNextOne) {
   Phone phone(quick_vendor());
-  const Words buffers = {"main", "events", "system", "radio", "crash", "kernel"};
-  phone.shell("log -t before -b radio 'from before the start'");
-  ASSERT_EQ(start_logging(phone, kMobile), 0);
-  const std::string run = run_name(phone);
-  const auto say = [&](const std::string& word) {
-    for (const std::string& buffer : buffers)
-      phone.shell("log -t mark -b " + buffer + " '" + word + buffer + "'");
-  };
-  const auto has = [&](const std::string& place, const std::string& buffer,
-                       const std::string& word) {
-    return phone.read(place + "/mobile/QZ201A-V1.02-" + buffer + ".txt").find(word + buffer) !=
-           std::string::npos;
-  };
-  say("first word in ");
-  for (const std::string& buffer : buffers) {
-    ASSERT_TRUE(eventually([&] { return has(working_path(run), buffer, "first word in "); }))
-        << buffer;
+  ASSERT_TRUE(settled(phone));
+  const std::pair<int, const char*> rows[] = {{kMobile | 0x10000, "39"}, {kMobile, "9"}};
+  for (const auto& [mask, kept] : rows) {
+    ASSERT_EQ(start_logging(phone, mask), 0);
+    ASSERT_TRUE(all_logcats_run(phone));
+    for (const PhoneProcess& logcat : logcats(phone)) {
+      const auto number = std::find(logcat.cmdline.begin(), logcat.cmdline.end(), "-n") + 1;
+      ASSERT_LT(number, logcat.cmdline.end()) << mask;
+      EXPECT_EQ(*number, kept) << mask;
+    }
+    ASSERT_EQ(stop_logging(phone), 0);
   }
-  say("last word in ");  // whatever the captures do just now: what was said before the stop is in
+  ASSERT_TRUE(eventually_childless(phone));
+  const size_t from = daemon_log(phone).size();
   ASSERT_EQ(stop_logging(phone), 0);
-  for (const std::string& buffer : buffers) {
-    for (const char* word : {"first word in ", "last word in "})
-      EXPECT_TRUE(has(store_path(run), buffer, word)) << word << buffer;
+  const std::regex names_one("(kill|pid|PID) [a-z ]*[0-9]");
+  for (const std::string& line : main_thread_log(phone, from))
+    EXPECT_FALSE(std::regex_search(line, names_one)) << line;
+}
+
+// Whatever its logcats had not written when they were ended is in the run all the same, however
+// little or much there was.
+void expect_every_line(Phone& phone, int lines) {
+  constexpr const char* kBuffers[] = {"main", "events", "system", "radio", "crash", "kernel"};
+  const std::string run = run_name(phone), count = std::to_string(lines);
+  for (const std::string buffer : kBuffers)
+    phone.shell("log -t mark -n " + count + " -b " + buffer + " 'a line of some length:'");
+  ASSERT_EQ(stop_logging(phone), 0);
+  for (const std::string buffer : kBuffers) {
+    const std::string text =
+        phone.read(store_path(run) + "/mobile/QZ201A-V1.02-" + buffer + ".txt");
+    size_t at = 0;
+    for (int line = 1; line <= lines && at != std::string::npos; line++)
+      at = text.find("length: " + std::to_string(line) + "\n", at);
+    EXPECT_NE(at, std::string::npos) << buffer << " of " << lines;
   }
-  EXPECT_NE(phone.read(store_path(run) + "/mobile/QZ201A-V1.02-radio.txt").find("from before"),
-            std::string::npos);
+}
+
+TEST(Run, HasEveryLineThatWasLoggedBeforeTheStop) {
+  for (const int lines : {200, 2000}) {
+    Phone phone(quick_vendor());
+    ASSERT_EQ(start_logging(phone, kMobile), 0);
+    ASSERT_TRUE(all_logcats_run(phone));
+    expect_every_line(phone, lines);
+  }
+}
+
+// All types at once where the logcats preallocate more than there is, which is no reason to delete
+// what is in the store; with a trace that only the system user may read, and with what shared
+// storage cannot hold.
+TEST(Run, IsCapturedOnASmallPhone) {
+  Phone phone(quick_vendor({"--data-size", "500m", "--prop", "bench.logcat.preallocate=1"}));
+  const std::string old = "/sdcard/zelkalog/1#01-01_00-00-00/main.txt";
+  phone.write(old, "of an old run\n");
+  phone.setprop("persist.sys.zklog.dir_sequence", "1");
+  phone.write("/data/anr/app/anr_1", "trace\n");
+  phone.write("/data/tombstones/tombstone_00", "crash\n");
+  phone.shell("chmod 0700 /data/anr/app; chown system:system /data/anr/app");
+  ASSERT_EQ(start_logging(phone, kAllTypes), 0);
+  ASSERT_TRUE(all_logcats_run(phone));
+  ASSERT_TRUE(eventually([&] { return available(phone, "/data") < 128 << 20; }));
+  // Each look of the monitor ends in one sleep.
+  const auto sleeps = [&phone, monitor = running_monitor(phone).pid] {
+    const std::string status = phone.read("/proc/" + std::to_string(monitor) + "/status");
+    const std::string label = "\nvoluntary_ctxt_switches:";
+    return atoi(status.c_str() + status.find(label) + label.size());
+  };
+  const int before = sleeps();
+  EXPECT_TRUE(eventually([&] { return sleeps() >= before + 2; }));
+  EXPECT_EQ(count_lines(phone, "storage extreme low, delete logs"), 0);
+
+  const std::string run = run_name(phone);
+  ASSERT_EQ(
+      phone.shell("cd '" + working_path(run) + "'; ln -s main link; mkfifo mobile/pipe").status, 0);
+  const std::string socket = phone.inside(working_path(run) + "/mobile/socket");
+  ASSERT_EQ(mknod(socket.c_str(), S_IFSOCK | 0600, 0), 0);
+  expect_every_line(phone, 20);
+  EXPECT_EQ(phone.read(store_path(run) + "/anr/app/anr_1"), "trace\n");
+  EXPECT_EQ(phone.read(store_path(run) + "/tombstones/tombstone_00"), "crash\n");
+  EXPECT_EQ(phone.shell("stat -c '%a %U' /data/anr/app /data/anr/app/anr_1").out,
+            "700 system\n600 system\n");
+  EXPECT_EQ(phone.list("/data/misc/zelkalog"), Words{".logger"});
+  std::string dropped = rest_of_line(phone, "dropped, because /sdcard/zelkalog cannot hold it: ");
+  for (const std::string what : {"/link -> main", "/mobile/pipe (FIFO)", "/mobile/socket (socket)"})
+    EXPECT_NE(dropped.find(run + what), std::string::npos) << dropped;
+  EXPECT_EQ(phone.read(old), "of an old run\n");
+  EXPECT_GT(available(phone, "/data"), 470 << 20);  // and nothing of it is kept
+
+  ask(phone, 12);
+  EXPECT_EQ(phone.list("/data/anr"), Words{});
 }
 
 TEST(Run, AnswersTheActiveMaskWithNothing) {
@@ -177,7 +399,6 @@ TEST(Run, AnswersTheActiveMaskWithNothing) {
 }
 
 TEST(Run, StopsFirstForAnotherMask) {
-  constexpr int kCoreDump = 0x100;
   Phone phone(quick_vendor());
   ASSERT_TRUE(settled(phone));
   ASSERT_EQ(start_logging(phone, kMobile), 0);
@@ -200,13 +421,7 @@ TEST(Run, StopsFirstForAnotherMask) {
   ASSERT_TRUE(all_logcats_run(phone));
   for (const PhoneProcess& process : logcats(phone)) EXPECT_EQ(old.count(process.pid), 0u);
   // The collector goes on: one, and one only.
-  const auto collectors = [&] {
-    int alive = 0;
-    for (const PhoneProcess& process : phone.named("logcat"))
-      alive += !process.cmdline.empty() && process.cmdline[0] == "harrowmossd:SLC";
-    return alive;
-  };
-  EXPECT_TRUE(eventually([&] { return collectors() == 1; }));
+  EXPECT_TRUE(eventually([&] { return collectors(phone).size() == 1; }));
   EXPECT_EQ(stop_logging(phone), 0);
   EXPECT_TRUE(eventually_childless(phone));
 }

@@ -10,7 +10,8 @@ using Words = std::vector<std::string>;
 
 constexpr int64_t kMiB = 1 << 20, kBlock = 4096;
 constexpr const char* kEnable = "persist.sys.zklog.enable";
-constexpr int kCyclesMs = 60000;  // the monitor looks every 5 s; a busy machine is slow to follow
+constexpr int kCoreDump = 0x100;  // a type that only sets a property
+constexpr int kNet = 0x4;
 
 TEST(Space, DecidesAtTheBlockWhetherLoggingBegins) {
   const struct {
@@ -25,12 +26,9 @@ TEST(Space, DecidesAtTheBlockWhetherLoggingBegins) {
        "There is not enough data space left to capture the log, data_space=134217728"},
       {"/data", 128 * kMiB + kBlock, true, ""},
   };
-  std::vector<std::unique_ptr<Phone>> phones;
-  for (size_t i = 0; i < std::size(rows); i++)
-    phones.push_back(std::make_unique<Phone>(quick_vendor(), Phone::Until::kBooted));
+  const auto phones = boot_all({std::size(rows), quick_vendor({"--data-size", "512m"})});
   for (size_t i = 0; i < std::size(rows); i++) {
     Phone& phone = *phones[i];
-    ASSERT_TRUE(phone.wait_until_ready());
     ASSERT_TRUE(settled(phone));
     phone.setprop("persist.sys.logger.enable", "off");  // the self log would take blocks
     phone.setprop(kEnable, "off");                      // so that the saved properties have theirs
@@ -47,52 +45,149 @@ TEST(Space, DecidesAtTheBlockWhetherLoggingBegins) {
   }
 }
 
-// The store's own files fill /data: everything in it goes, and logging starts anew.
-TEST(Space, RescuesDataFromTheStore) {
-  Phone phone(quick_vendor({"--data-size", "200m"}));
-  phone.write("/data/local/kept", "");
-  phone.write("/data/anr/kept", "");
-  ASSERT_EQ(start_logging(phone, kMobile), 0);
-  const std::string first = run_name(phone);
-  phone.write("/sdcard/zelkalog/1#old/main.txt", "");
-  phone.write("/data/vendor/zelkalog/common/old/diag.qmdl", "");
-  fill(phone, working_path(first) + "/filling", 100 * kMiB);
-  ASSERT_TRUE(eventually([&] { return run_name(phone).compare(0, 2, "2#") == 0; }, kCyclesMs));
-  ASSERT_TRUE(all_logcats_run(phone));
-  EXPECT_EQ(count_lines(phone, "storage extreme low, delete logs"), 1);
-  EXPECT_EQ(phone.getprop(kEnable), "on");
-  EXPECT_GT(available(phone, "/data"), 190 * kMiB);
-  for (const std::string& gone :
-       {working_path(first), store_path(first), std::string("/sdcard/zelkalog/1#old"),
-        std::string("/data/vendor/zelkalog/common/old")})
-    EXPECT_FALSE(phone.exists(gone)) << gone;
-  EXPECT_TRUE(phone.exists("/data/local/kept"));
-  EXPECT_TRUE(phone.exists("/data/anr/kept"));
-  EXPECT_EQ(logcat_of(phone, "main").ppid, running_monitor(phone).pid);
-  ASSERT_EQ(stop_logging(phone), 0);
-  EXPECT_TRUE(eventually_childless(phone));
+// ---- The store's own files fill /data: everything in it goes, and logging starts anew, in the
+// monitor's process. ----
+
+const std::string kMain = "/mobile/QZ201A-V1.02-main.txt";
+
+// The files of debug logcats that are not the current run's, deleted ones among them.
+Words stray_files(const Phone& phone) {
+  const std::string current = working_path(run_name(phone)) + "/";
+  Words stray;
+  for (const PhoneProcess& logcat : debug_logcats(phone)) {
+    for (const std::string& target : descriptors(phone, logcat.pid)) {
+      if (target.find("/mobile/") != std::string::npos && target.find(current) != 0)
+        stray.push_back(target);
+    }
+  }
+  return stray;
 }
 
-// Somebody else's files fill it to the last block: logging ends, theirs stay.
-TEST(Space, GivesUpWhenOthersFillData) {
-  Phone phone(quick_vendor({"--data-size", "200m"}));
-  ASSERT_EQ(start_logging(phone, kMobile), 0);
-  const std::string run = run_name(phone);
-  fill(phone, "/data/local/filling", 0);
-  phone.shell("log -t mark -n 20000 'a line that finds no room'");
-  EXPECT_TRUE(serves(phone));
+void expect_one_set_of_logcats(const Phone& phone) {
+  size_t count = 0;
+  Words stray;
+  EXPECT_TRUE(eventually([&] {
+    count = debug_logcats(phone).size();
+    stray = stray_files(phone);
+    return count == 6 && stray.empty();
+  })) << count
+      << " logcats, stray: " << testing::PrintToString(stray);
+}
+
+void start_a_younger_run(Phone& phone) {
+  ASSERT_EQ(start_logging(phone, kMobile | kNet | kCoreDump), 0);
+}
+
+void have_a_logcat_replaced(Phone& phone) {
+  phone.setprop("bench.logcat.exit_pid", std::to_string(logcat_of(phone, "radio").pid));
+  const std::string file = working_path(run_name(phone)) + "/mobile/QZ201A-V1.02-radio_1.txt";
+  ASSERT_TRUE(eventually([&] { return phone.exists(file); }));
+  ASSERT_TRUE(eventually([&] { return debug_logcats(phone).size() == 6; }));
+}
+
+void ask_for_another_mask(Phone& phone) {
+  const std::string rescued = run_name(phone);
+  ASSERT_TRUE(eventually([&] { return !phone.read(working_path(rescued) + kMain).empty(); }));
+  phone.shell("log -t mark before the other mask");
+  ASSERT_EQ(start_logging(phone, kMobile | kCoreDump), 0);
+  expect_one_set_of_logcats(phone);
+  EXPECT_EQ(overdue_kills(phone), Words());
+  EXPECT_NE(phone.read(store_path(rescued) + kMain).find("before the other mask"),
+            std::string::npos);
+}
+
+TEST(Space, RescuesDataFromTheStore) {
+  const struct {
+    const char* what;
+    void (*before)(Phone& phone);
+    void (*after)(Phone& phone);
+  } rows[] = {
+      {"the monitor's own run", nullptr, nullptr},
+      {"a run that is younger than the monitor", start_a_younger_run, nullptr},
+      {"a logcat that had replaced another", have_a_logcat_replaced, nullptr},
+      {"a start with another mask behind it", nullptr, ask_for_another_mask},
+  };
+  const auto phones = boot_all({std::size(rows), quick_vendor({"--data-size", "200m"})});
+  Words runs;
+  for (size_t i = 0; i < std::size(rows); i++) {
+    SCOPED_TRACE(rows[i].what);
+    Phone& phone = *phones[i];
+    for (const char* file : {"/data/local/kept", "/data/anr/kept"}) phone.write(file, "");
+    ASSERT_EQ(start_logging(phone, kMobile | kNet), 0);
+    ASSERT_TRUE(all_logcats_run(phone));
+    if (rows[i].before != nullptr) rows[i].before(phone);
+    runs.push_back(run_name(phone));
+    phone.write("/sdcard/zelkalog/1#old/main.txt", "");
+    phone.write("/data/vendor/zelkalog/common/old/diag.qmdl", "");
+    fill(phone, working_path(runs[i]) + "/filling", 100 * kMiB);
+  }
+  for (size_t i = 0; i < std::size(rows); i++) {
+    SCOPED_TRACE(rows[i].what);
+    Phone& phone = *phones[i];
+    ASSERT_TRUE(eventually([&] { return run_name(phone) != runs[i]; }, kTimerMs));
+    ASSERT_TRUE(eventually([&] { return phone.getprop("sys.zelka.modemdump") == "on"; }));
+    expect_one_set_of_logcats(phone);
+    EXPECT_EQ(count_lines(phone, "storage extreme low, delete logs"), 1);
+    EXPECT_EQ(phone.getprop(kEnable), "on");
+    EXPECT_GT(available(phone, "/data"), 190 * kMiB);
+    for (const std::string& gone :
+         {working_path(runs[i]), store_path(runs[i]), std::string("/sdcard/zelkalog/1#old"),
+          std::string("/data/vendor/zelkalog/common/old")})
+      EXPECT_FALSE(phone.exists(gone)) << gone;
+    for (const char* file : {"/data/local/kept", "/data/anr/kept"})
+      EXPECT_TRUE(phone.exists(file)) << file;
+    EXPECT_EQ(logcat_of(phone, "main").ppid, running_monitor(phone).pid);
+    // Asking for the name, as a client may at any time, must not keep the workers.
+    EXPECT_EQ(current_run(phone), run_name(phone));
+    if (rows[i].after != nullptr) rows[i].after(phone);
+    const std::string last = run_name(phone);
+    EXPECT_EQ(stop_logging(phone), 0);  // also what the monitor has started
+    EXPECT_TRUE(phone.exists(store_path(last) + kMain));
+    for (const char* file : {"/net/iptables-start.txt", "/net/iptables-stop.txt"}) {
+      EXPECT_EQ(rows[i].after == nullptr, !phone.read(store_path(last) + file).empty()) << file;
+    }
+    EXPECT_TRUE(eventually_childless(phone));
+  }
+}
+
+// Somebody else's files fill it to the last block: logging ends, theirs stay. And a client's stop
+// that comes while the monitor rests between its stop and its start has the last word.
+TEST(Space, EndsARescueWithoutAStart) {
+  const auto phones = boot_all({2, quick_vendor({"--data-size", "200m"})});
+  const std::string filling = "/data/local/filling";
+  for (const auto& phone : phones) ASSERT_EQ(start_logging(*phone, kMobile), 0);
+  Phone &others = *phones[0], &stopped = *phones[1];
+  const std::string run = run_name(others);
+  fill(others, filling, 0);
+  others.shell("log -t mark -n 20000 'a line that finds no room'");
+  EXPECT_TRUE(serves(others));
   // No block is left, which counts as unknown; a few are extremely low.
-  ASSERT_EQ(truncate(phone.inside("/data/local/filling").c_str(), 150 * kMiB), 0);
-  ASSERT_TRUE(eventually([&] { return phone.getprop(kEnable) == "off"; }, kCyclesMs));
-  ASSERT_TRUE(eventually([&] { return size_monitor(phone).pid == 0; }, kCyclesMs));
-  EXPECT_EQ(count_lines(phone, "storage extreme low, delete logs"), 1);
-  EXPECT_TRUE(phone.exists("/data/local/filling"));
-  EXPECT_FALSE(phone.exists(working_path(run)));
+  ASSERT_EQ(truncate(others.inside(filling).c_str(), 150 * kMiB), 0);
+
+  fill(stopped, working_path(run_name(stopped)) + "/filling", 100 * kMiB);
+  const PhoneProcess monitor = running_monitor(stopped);
+  ASSERT_TRUE(eventually(
+      [&] {
+        const auto ends = lines_with(daemon_log(stopped), "stop debug log over.");
+        return !ends.empty() && ends.back().pid == monitor.pid;
+      },
+      kTimerMs));
+  ASSERT_EQ(stop_logging(stopped), 0);
+  EXPECT_EQ(count_lines(stopped, "deleting, just set pending state"), 1);
+  EXPECT_TRUE(eventually_childless(stopped, kTimerMs));
+  EXPECT_EQ(stopped.getprop("persist.sys.zklog.dir_sequence"), "1");
+  EXPECT_EQ(stopped.getprop(kEnable), "off");
+
+  ASSERT_TRUE(eventually([&] { return others.getprop(kEnable) == "off"; }, kTimerMs));
+  ASSERT_TRUE(eventually([&] { return size_monitor(others).pid == 0; }, kTimerMs));
+  EXPECT_EQ(count_lines(others, "storage extreme low, delete logs"), 1);
+  EXPECT_TRUE(others.exists(filling));
+  EXPECT_FALSE(others.exists(working_path(run)));
   // Also those that had replaced one that failed to write.
-  EXPECT_TRUE(eventually([&] { return debug_logcats(phone).empty(); }));
-  EXPECT_TRUE(serves(phone));
-  ASSERT_EQ(stop_logging(phone), 0);
-  EXPECT_TRUE(eventually_childless(phone));
+  EXPECT_TRUE(eventually([&] { return debug_logcats(others).empty(); }));
+  EXPECT_TRUE(serves(others));
+  ASSERT_EQ(stop_logging(others), 0);
+  EXPECT_TRUE(eventually_childless(others));
 }
 
 TEST(Space, KeepsARunThatDoesNotFitTheStore) {
@@ -105,8 +200,7 @@ TEST(Space, KeepsARunThatDoesNotFitTheStore) {
   const pid_t monitor = running_monitor(phone).pid;
   EXPECT_TRUE(serves(phone));
   ASSERT_EQ(stop_logging(phone), 0);
-  const std::string file = "/mobile/QZ201A-V1.02-main.txt";
-  const std::string text = phone.read(working_path(first) + file);
+  const std::string text = phone.read(working_path(first) + kMain);
   EXPECT_NE(text.find("makes the run larger"), std::string::npos);
   EXPECT_EQ(count_lines(phone, "no room to move /data/misc/zelkalog/* to /sdcard/zelkalog/: "), 1);
   EXPECT_FALSE(phone.exists(store_path(first) + "/mobile"));
@@ -122,8 +216,8 @@ TEST(Space, KeepsARunThatDoesNotFitTheStore) {
   const std::string second = run_name(phone);
   EXPECT_EQ(second.substr(0, 2), "2#");
   ASSERT_EQ(stop_logging(phone), 0);
-  EXPECT_EQ(phone.read(store_path(first) + file).compare(0, text.size(), text), 0);
-  EXPECT_TRUE(phone.exists(store_path(second) + file));
+  EXPECT_EQ(phone.read(store_path(first) + kMain).compare(0, text.size(), text), 0);
+  EXPECT_TRUE(phone.exists(store_path(second) + kMain));
   EXPECT_EQ(phone.list("/data/misc/zelkalog"), Words{".logger"});
 }
 

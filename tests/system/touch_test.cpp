@@ -1,6 +1,5 @@
 // The touch recorder as a worker of the real daemon: fingers move, a log run ends up in the store.
 #include <gtest/gtest.h>
-#include <signal.h>
 
 #include "phone/host/daemon.h"
 
@@ -22,11 +21,11 @@ class Touch : public ::testing::Test {
   PhoneProcess start() {
     finger("plug event0 zelka_goodix_ts\n");
     EXPECT_EQ(start_logging(phone, kTouch), 0);
+    std::vector<PhoneProcess> found;
     EXPECT_TRUE(eventually([&] {
-      return phone.run({"finger", "list"}).out == "event0 1 zelka_goodix_ts\n" &&
-             phone.named(kWorker).size() == 1;
+      found = phone.named(kWorker);
+      return phone.run({"finger", "list"}).out == "event0 1 zelka_goodix_ts\n" && found.size() == 1;
     }));
-    const std::vector<PhoneProcess> found = phone.named(kWorker);
     return found.empty() ? PhoneProcess() : found[0];
   }
   // "TYPE CODE VALUE" of the lines of an event file, once there are `count`.
@@ -73,21 +72,6 @@ TEST_F(Touch, TheStopEndsItWithoutInput) {
   EXPECT_EQ(stop_logging(phone), 0);
   EXPECT_FALSE(is_alive(phone, recorder.pid));
   EXPECT_EQ(overdue_kills(phone), Texts());
-}
-
-TEST_F(Touch, EndsByItsSignalsWithoutInput) {
-  const std::pair<int, const char*> rows[] = {{SIGTERM, " receive signal 15("},
-                                              {SIGINT, " receive signal 2("},
-                                              {SIGPIPE, " pipe broken, receive signal 13("},
-                                              {SIGALRM, " alarm arrives, receive signal 14("}};
-  for (const auto& [signal, said] : rows) {
-    phone.run({"finger", "unplug", "event0"});
-    const PhoneProcess recorder = start();
-    ASSERT_TRUE(phone.signal(recorder.pid, signal));
-    EXPECT_TRUE(eventually([&] { return !is_alive(phone, recorder.pid); })) << signal;
-    EXPECT_EQ(count_lines(phone, std::to_string(recorder.pid) + said), 1) << signal;
-    EXPECT_EQ(stop_logging(phone), 0);
-  }
 }
 
 }  // namespace

@@ -2,22 +2,16 @@
 // authors.
 #include "tests/support/vectors.h"
 
-#include <gtest/gtest.h>
-#include <string.h>
 #include <sys/stat.h>
 #include <sys/vfs.h>
 
 #include <filesystem>
-#include <memory>
 
 #include "phone/host/client.h"
-#include "phone/host/phone.h"
 
 namespace fs = std::filesystem;
 
 namespace {
-
-constexpr int kRestartLimitMs = 20000;  // init waits 5 s before it starts a daemon again
 
 // Makes one "given" of the file true. False when it is not understood.
 bool provide(Phone* phone, const std::string& given) {
@@ -86,16 +80,19 @@ TEST(VectorsSystem, TheDaemonAnswersEachByteForByte) {
     const pid_t daemon = phone.daemon_pid();
     ASSERT_TRUE(client->send(from_hex(vector.request)));
     if (vector.then.empty()) {
-      EXPECT_EQ(hex(client->reply(30000)), expected_reply(phone, vector.reply));
+      EXPECT_EQ(hex(client->reply(kOwedMs)), expected_reply(phone, vector.reply));
       continue;
     }
     EXPECT_TRUE(client->closed_by_peer());
     const bool ends = vector.then == "daemon ends";
     EXPECT_TRUE(ends || vector.then == "closed") << vector.then;
     if (ends) {
-      EXPECT_TRUE(
-          eventually([&] { return phone.daemon_pid() != 0 && phone.daemon_pid() != daemon; },
-                     kRestartLimitMs));
+      EXPECT_TRUE(eventually(
+          [&] {
+            const pid_t now = phone.daemon_pid();
+            return now != 0 && now != daemon;
+          },
+          kTimerMs));
     } else {
       EXPECT_EQ(phone.daemon_pid(), daemon);
     }
@@ -105,7 +102,7 @@ TEST(VectorsSystem, TheDaemonAnswersEachByteForByte) {
           client = std::make_unique<Client>(phone);
           return client->connected();
         },
-        kRestartLimitMs));
+        kTimerMs));
   }
 }
 

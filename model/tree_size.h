@@ -1,0 +1,23 @@
+// How much a tree takes, as the quota of all runs counts it. The daemon's size monitor decides by
+// it, the client shows it; both link this one walk.
+#pragma once
+
+#include <stdint.h>
+
+#include <functional>
+#include <string>
+
+// Called with what cannot be looked at, and why (errno); it is left out of the size.
+using tree_trouble = std::function<void(const std::string& path, int error)>;
+
+// Bytes (st_size) of `path` and, when it is a directory, of everything below it: directories' own
+// sizes count too. A link counts as what it shows:
+//   - a directory that stands in itself, through whatever link, counts once on each path;
+//   - a directory that several links lead to counts once for all of them, and once more where it
+//     lies itself. Otherwise directories that link to each other would be walked along every path
+//     there is.
+// The trees of a move (protocol/move_trees.h) right below `path` are not looked at. Takes one stat
+// for each entry, and one descriptor at a time. Writes `bytes`; false with errno, and nothing
+// written, when `path` itself cannot be looked at. `trouble` may be null. A directory that cannot
+// be listed counts with its own size only, silently.
+bool tree_size(const std::string& path, const tree_trouble& trouble, int64_t* bytes);

@@ -1,0 +1,72 @@
+#include "storage/flush.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <string.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "base/process.h"
+#include "base/scoped.h"
+#include "base/text.h"
+#include "storage/utils.h"
+
+namespace {
+
+constexpr char kSdcard[] = "/sdcard";
+constexpr const char* kSharedStorage[] = {kMediaStoreDir, "/data/media/0"};
+constexpr int kLookMs = 100;
+
+constexpr int kOpenFlags = O_RDONLY | O_NONBLOCK | O_CLOEXEC;
+
+// Whether `path` is on shared storage, by whatever name.
+bool is_shared(const char* path) {
+  struct stat own;
+  struct stat shared;
+  return stat(path, &own) == 0 && stat(kSdcard, &shared) == 0 && own.st_dev == shared.st_dev;
+}
+
+scoped_fd open_working_area() {
+  return scoped_fd(open(kWorkingDir, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+}
+
+}  // namespace
+
+std::string flush_storage(const char* path) {
+  scoped_fd fd;
+  for (const char* place : kSharedStorage) {
+    if (!fd.valid() && is_shared(path)) fd.reset(open(place, kOpenFlags));
+  }
+  if (!fd.valid()) fd.reset(open(path, kOpenFlags));
+  const pid_t pid = fd.valid() ? fork_process(group::own) : -1;
+  if (pid == -1) return strerror(errno);
+  if (pid == 0) end_process(syncfs(fd.get()) == 0 ? 0 : errno);
+  int status = 0;
+  const pid_t reaped = wait_within(pid, kFlushMs, &status);
+  if (reaped == 0) {
+    kill_with_group(pid);  // the reaper takes it when the kernel lets it go
+    return "no end within 60 s";
+  }
+  if (reaped == -1 || !WIFEXITED(status)) return "the flush was ended";
+  return WEXITSTATUS(status) == 0 ? "" : strerror(WEXITSTATUS(status));
+}
+
+move_lock::move_lock() : fd_(open_working_area().release()) {
+  if (fd_ != -1) flock(fd_, LOCK_EX | LOCK_NB);
+}
+
+move_lock::~move_lock() {
+  if (fd_ != -1) close(fd_);
+}
+
+bool is_move_under_way() {
+  const scoped_fd fd = open_working_area();
+  return fd.valid() && flock(fd.get(), LOCK_SH | LOCK_NB) != 0;
+}
+
+void wait_for_moves() {
+  const int64_t deadline = monotonic_ms() + kFlushMs;
+  while (is_move_under_way() && monotonic_ms() < deadline) sleep_ms(kLookMs);
+}

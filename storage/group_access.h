@@ -1,0 +1,41 @@
+// Root without CAP_DAC_OVERRIDE can neither read what belongs to the system user alone, such as the
+// traces of an application that did not respond (0600), nor empty a directory of that user (0700).
+// It may change modes (CAP_FOWNER), and it is in the group system.
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+enum class group_access {
+  read,    // regular files; directories can be listed and searched
+  remove,  // directories can be emptied
+};
+
+// Gives this process's groups access to a tree for as long as the object lives: regular files and
+// directories of the user system get the group's bits that are missing. Links are not followed.
+// Whatever stays closed costs one error line each that names it. The destructor puts the modes
+// back, unless somebody has changed, replaced or removed the file meanwhile; a process that is
+// killed before leaves the group bits set. Any process.
+class scoped_group_access {
+ public:
+  // `tree`: a path, or "directory/*"; one that is missing is no error.
+  scoped_group_access(const char* tree, group_access access);
+  scoped_group_access(const scoped_group_access&) = delete;
+  scoped_group_access& operator=(const scoped_group_access&) = delete;
+  ~scoped_group_access();
+
+ private:
+  struct change {
+    std::string path;
+    dev_t device;
+    ino_t inode;
+    mode_t before, after;
+  };
+
+  void visit(int parent, const char* name, const std::string& path);
+
+  const group_access access_;
+  std::vector<change> changes_;  // a directory before what is in it
+};

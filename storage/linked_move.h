@@ -1,0 +1,107 @@
+// Moves to another file system that lose nothing.
+//
+// mv across file systems removes its source even when the target filled up on the way, and a kill
+// or a power cut in the middle leaves half a file. So every file gets a second name first, in a
+// hidden tree of hard links beside the source; then the command runs; and only when every file is
+// known to be at the target, written back, are the links dropped. What is missing gets its name in
+// the source again. What lies beside a source NAME tells how far it came:
+//
+//   neither         no move is under way
+//   .linking-NAME   the links are being made; NAME is whole. Removed by whoever finds it.
+//   .moving-NAME    every file has its second name; the command may have run. Settled by whoever
+//                   finds it: compare, flush, put back what is missing, flush that, remove what is
+//                   too short at the target, drop the tree.
+//
+// Every step can be repeated: none gives up a file's last name. The main process alone makes and
+// settles links; the size monitor's moves are part of making room, which links would hold. Whoever
+// deletes a run on purpose removes its trees too (remove_move_trees()).
+#pragma once
+
+#include <stdint.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "base/scoped.h"
+#include "storage/flush.h"
+#include "storage/measure.h"
+#include "storage/tree.h"
+
+// ---- The decisions, as functions over values. ----
+
+struct move_facts {
+  bool one_pool;      // source and target share their storage: links hold the space that mv frees
+  bool can_link;      // links may be made, and were not refused so far
+  bool tree_fits;     // all of it, where it is; in one pool beside itself with 128 MiB to spare
+  bool largest_fits;  // the largest file, with 128 MiB to spare
+};
+enum class move_way {
+  with_links,  // links, the command, the comparison
+  bare,        // the command alone: nothing crosses, or links would take the room that it needs
+  stays,       // not now
+};
+constexpr move_way judge_move(const move_facts& facts) {
+  if (facts.tree_fits && facts.can_link) return move_way::with_links;
+  const bool runs = facts.one_pool ? facts.largest_fits : facts.tree_fits;
+  return runs ? move_way::bare : move_way::stays;
+}
+
+enum class arrival {
+  none,      // has no link: it was gone before the command, or is settled
+  complete,  //
+  grown,     // arrived as it was when the command began; its writer went on
+  missing,   // absent, shorter, or not known
+};
+// Sizes: at the start of the command, of the link now, at the target; kAbsent and kUnknown too.
+constexpr arrival judge_arrival(int64_t at_start, int64_t now, int64_t there) {
+  if (now == kAbsent) return arrival::none;
+  if (now == kUnknown || there < 0) return arrival::missing;
+  if (there >= now) return arrival::complete;
+  return there >= at_start ? arrival::grown : arrival::missing;
+}
+
+// ---- The move. ----
+
+// One move of `source` (a path, or "directory/*") into the directory `target`:
+//   linked_move move(source, target);
+//   if (move.prepare() != move_way::stays) run the command, then move.settle();
+class linked_move {
+ public:
+  linked_move(const char* source, const char* target);
+
+  // Settles what an earlier move has left, looks at the source and the room, and makes the links
+  // when there shall be some. Where nothing crosses, nothing is looked at: bare.
+  move_way prepare();
+
+  // After the command. True when all that was linked is at the target; otherwise what is missing is
+  // in the source again, or waits in its tree for the next try, and one error line says so. Links,
+  // FIFOs, sockets and devices that mv could not take along are dropped once all files of their
+  // tree are gone from the source; one line names them, a link with where it led.
+  bool settle();
+
+  // Of a move that stays: bytes that it wanted and bytes that were free.
+  int64_t needed() const { return needed_; }
+  int64_t available() const { return available_; }
+
+ private:
+  void weigh(move_facts* facts);
+  bool make_links();
+
+  std::string from_;  // the directory that is moved from
+  std::vector<std::string> names_;
+  bool is_pattern_;
+  const std::string to_;
+  scoped_fd base_;                   // of `from_`
+  std::vector<tree_list> trees_;     // of a move that crosses
+  std::unique_ptr<move_lock> lock_;  // while there are links
+  int64_t needed_ = kSpaceUnknown;
+  int64_t available_ = 0;
+};
+
+// Settles what moves of an earlier life have left. At start-up, before logging begins; main
+// process.
+void settle_moves();
+
+// Removes the trees of `name` in the directory `dir`; of every name when that is null.
+void remove_move_trees(const char* dir, const char* name);

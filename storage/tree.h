@@ -1,0 +1,91 @@
+// A directory tree as a list, and the way to each of its directories: by descriptors alone, so that
+// no path is too long, no link is followed, and neither the stack nor the descriptors run out.
+#pragma once
+
+#include <stdint.h>
+#include <sys/stat.h>
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+#include "base/scoped.h"
+
+struct tree_node {
+  size_t parent;  // index in the list
+  size_t depth;
+  std::string name;
+  mode_t type;   // S_IFMT bits of st_mode
+  int64_t size;  // st_size
+};
+
+// Node 0 is the directory that holds the tree, node 1 the tree's own file or directory; parents
+// come before children.
+using tree_list = std::vector<tree_node>;
+constexpr size_t kTreeTop = 1;
+
+inline bool is_file(const tree_node& node) {
+  return S_ISREG(node.type);
+}
+
+// `part`: something could not be looked at, and is missing in the list. `none`: there is no such
+// tree; the list has node 0 only. What vanishes meanwhile does not count.
+enum class listing { whole, part, none };
+
+// Lists the entry `name` of the directory `base` and all below it, one stat for each.
+listing list_tree(int base, const std::string& name, tree_list* tree);
+
+// Walks to directories of a listed tree, here or in another place that looks like it.
+class tree_cursor {
+ public:
+  // Makes a directory that is missing in the open directory `parent`; false with errno.
+  using make_directory = bool (*)(int parent, const char* name);
+
+  // `base` and `tree` stay the caller's. `top` is what node 1 is called here.
+  tree_cursor(int base, const tree_list& tree, std::string top, make_directory make = nullptr);
+
+  // The descriptor of the directory `node`, good until the next call; -1 with errno when it is not
+  // there, or is no directory. Quick for nodes that are near each other.
+  int at(size_t node);
+  int at_parent(size_t node) { return at(tree_[node].parent); }
+
+  const char* name(size_t node) const;
+
+ private:
+  struct identity {
+    dev_t dev;
+    ino_t ino;
+  };
+  bool climb(size_t steps);
+  bool descend(size_t node);
+
+  const int base_;
+  const tree_list& tree_;
+  const std::string top_;
+  const make_directory make_;
+  scoped_fd fd_;               // of `where_`; none for node 0
+  size_t where_ = 0;           // a node
+  std::vector<identity> way_;  // the directories from node 0 down to `where_`
+};
+
+// What lies where a node's name leads to in another place.
+constexpr int64_t kAbsent = -1;   // nothing, or something of another type
+constexpr int64_t kUnknown = -2;  // could not be looked at
+
+// The size of each node of `tree` (kAbsent, kUnknown), as it is found in the directory `base` when
+// node 1 is called `top` there. One stat for each. The result has an item for every node.
+std::vector<int64_t> sizes_at(int base, const std::string& top, const tree_list& tree);
+
+// Removes what has the names of `tree` below `base`, where node 1 is called `top`; true when
+// nothing of it is left.
+bool remove_listed(int base, const std::string& top, const tree_list& tree);
+
+// Whether errno says that there is nothing under a name.
+bool is_absent(int error);
+
+// A path as the directory that holds it and its last component; slashes at its end do not count.
+struct split_path {
+  std::string directory;
+  std::string name;
+};
+split_path split(const std::string& path);

@@ -1,0 +1,18 @@
+// Tells the phone's launcher by which name to keep the logs of a test that fails.
+#include "phone/keep_logs.h"
+#include "tests/inphone/inphone.h"
+
+namespace {
+
+class LogNamer : public testing::EmptyTestEventListener {
+  void OnTestStart(const testing::TestInfo& test) override {
+    inphone::put(kPhoneNameFile, std::string(test.test_suite_name()) + "." + test.name());
+  }
+};
+
+[[maybe_unused]] const bool added = [] {
+  testing::UnitTest::GetInstance()->listeners().Append(new LogNamer);
+  return true;
+}();
+
+}  // namespace
