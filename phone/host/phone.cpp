@@ -15,6 +15,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <functional>
+#include <set>
 
 #include "phone/host/trouble.h"
 #include "phone/init_log.h"
@@ -59,8 +60,45 @@ struct Pipe {
   }
 };
 
+// The first fields behind the name in /proc/PID/stat.
+bool read_process(const std::string& proc, const std::string& name, PhoneProcess* process) {
+  const std::string stat = read_file(proc + "/" + name + "/stat");
+  const size_t begin = stat.find('('), end = stat.rfind(')');
+  if (begin == std::string::npos || end == std::string::npos) return false;
+  process->pid = atoi(name.c_str());
+  process->comm = stat.substr(begin + 1, end - begin - 1);
+  if (sscanf(stat.c_str() + end, ") %c %d %d %d", &process->state, &process->ppid, &process->pgrp,
+             &process->session) != 4)
+    return false;
+  const std::string cmdline = read_file(proc + "/" + name + "/cmdline");
+  for (size_t at = 0, zero; (zero = cmdline.find('\0', at)) != std::string::npos; at = zero + 1)
+    process->cmdline.push_back(cmdline.substr(at, zero - at));
+  return true;
+}
+
+// A line for each process: who holds a command's output open, and in which kernel function it
+// waits.
+std::string holders_of(const std::set<std::string>& pipes) {
+  std::string lines;
+  std::error_code error;
+  for (const auto& entry : fs::directory_iterator("/proc", error)) {
+    const std::string number = entry.path().filename();
+    PhoneProcess process;
+    if (!isdigit(number[0]) || !read_process("/proc", number, &process)) continue;
+    bool holds = false;
+    for (const auto& fd : fs::directory_iterator(entry.path() / "fd", error))
+      holds = holds || pipes.count(fs::read_symlink(fd.path(), error)) > 0;
+    if (!holds || process.pid == getpid()) continue;
+    lines += "\n  " + number + " (child of " + std::to_string(process.ppid) + ") " + process.state +
+             " " + read_file(entry.path() / "wchan") + ":";
+    for (const std::string& word : process.cmdline) lines += " " + word;
+  }
+  return lines;
+}
+
 // Forks `child` with pipes for its three standard streams and reads until both outputs are closed.
-RunResult capture(const std::string& input, const std::function<void()>& child) {
+RunResult capture(const std::vector<std::string>& argv, const std::string& input,
+                  const std::function<void()>& child) {
   Pipe in, out, err;
   RunResult result;
   const pid_t pid = fork();
@@ -86,8 +124,16 @@ RunResult capture(const std::string& input, const std::function<void()>& child) 
   while (polled[0].fd >= 0 || polled[1].fd >= 0) {
     const int ready = poll(polled, 2, kSwitchMs);
     if (ready == 0) {
+      std::string trouble = "did not end within " + std::to_string(kSwitchMs) + " ms:";
+      for (const std::string& word : argv) trouble += " " + word;
+      std::error_code error;
+      std::set<std::string> pipes;
+      for (const Pipe* each : {&out, &err})
+        pipes.insert(
+            fs::read_symlink("/proc/self/fd/" + std::to_string(each->read_end.get()), error));
+      trouble += holders_of(pipes);
       signal_one(pid, SIGKILL);
-      on_phone_trouble("a command did not end within " + std::to_string(kSwitchMs) + " ms");
+      on_phone_trouble(trouble);
       break;
     }
     for (int i = 0; i < 2; i++) {
@@ -129,28 +175,12 @@ RunResult capture(const std::string& input, const std::function<void()>& child) 
   _exit(pid < 0 ? 126 : exit_code(status));
 }
 
-// The first fields behind the name in /proc/PID/stat.
-bool read_process(const std::string& proc, const std::string& name, PhoneProcess* process) {
-  const std::string stat = read_file(proc + "/" + name + "/stat");
-  const size_t begin = stat.find('('), end = stat.rfind(')');
-  if (begin == std::string::npos || end == std::string::npos) return false;
-  process->pid = atoi(name.c_str());
-  process->comm = stat.substr(begin + 1, end - begin - 1);
-  if (sscanf(stat.c_str() + end, ") %c %d %d %d", &process->state, &process->ppid, &process->pgrp,
-             &process->session) != 4)
-    return false;
-  const std::string cmdline = read_file(proc + "/" + name + "/cmdline");
-  for (size_t at = 0, zero; (zero = cmdline.find('\0', at)) != std::string::npos; at = zero + 1)
-    process->cmdline.push_back(cmdline.substr(at, zero - at));
-  return true;
-}
-
 }  // namespace
 
 void (*before_phone_ends)(const Phone& phone) = nullptr;
 
 RunResult run_on_host(const std::vector<std::string>& argv, const std::string& input) {
-  return capture(input, [&] { exec_argv(argv); });
+  return capture(argv, input, [&] { exec_argv(argv); });
 }
 
 RunResult run_phone(const std::vector<std::string>& arguments, const std::string& input) {
@@ -310,7 +340,7 @@ std::vector<std::string> Phone::values_of(const std::string& key) const {
 }
 
 RunResult Phone::run(const std::vector<std::string>& argv, const std::string& input) const {
-  return capture(input, [&] { run_inside(init_, argv); });
+  return capture(argv, input, [&] { run_inside(init_, argv); });
 }
 
 std::vector<PhoneProcess> Phone::processes() const {
