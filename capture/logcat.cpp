@@ -300,8 +300,8 @@ void get_logcat_control_message(const char* directory) {
   format_cut(file, "%s%slogcat_control_message-%02d-%02d_%02d-%02d-%02d.txt", directory,
              ends_sep ? "" : "/", now.month, now.day, now.hour, now.minute, now.second);
   LOGD("logcat control message > %s ,ends_sep %d", file, ends_sep);
-  run_tool(shell_text(kLogcat).raw(" -p -g >>").target(file));
-  run_tool(shell_text(kLogcat).raw(" -S >>").target(file));
+  run_tool(shell_text(kLogcat).raw(" -p -g >>").target(file), kOutputBytes);
+  run_tool(shell_text(kLogcat).raw(" -S >>").target(file), kOutputBytes);
 }
 
 void get_logcat_control_message_for_debug(const char* store_path) {

@@ -29,7 +29,8 @@ constexpr int kPropertyPolls = 20;
   LOG_AS(ANDROID_LOG_DEBUG, "copy_system_propertie", "in child %d.", getpid());
   char path[4096] = {};
   if (copy_or_abort(path, dir) == 0 || path[strlen(path) - 1] != '/') append_or_abort(path, "/");
-  run_shell(shell_text("getprop >").target(std::string(path) + "system" + suffix + ".prop"));
+  run_tool(shell_text("getprop >").target(std::string(path) + "system" + suffix + ".prop"),
+           kOutputBytes);
   char name[64];
   format_cut(name, "others%s.prop", suffix);
   write_info(path, name);

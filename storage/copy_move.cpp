@@ -282,6 +282,10 @@ int move_dir(const char* src, const char* dst, const char* options) {
   if (!command.may_run() || (!is_pattern && !is_clear(src, dst))) return -1;
   linked_move move(src, dst);
   if (move.prepare() == move_way::stays) {
+    if (!move.has_target()) {
+      LOGE("%s is missing, %s stays", dst, src);
+      return -1;
+    }
     LOGE("no room to move %s to %s: %lld bytes needed, %lld free", src, dst,
          static_cast<long long>(move.needed()), static_cast<long long>(move.available()));
     // One big run does not keep all others.

@@ -361,27 +361,28 @@ move_way linked_move::prepare() {
   base_.reset(open_directory(from_).release());
   if (!base_.valid()) return is_absent(errno) ? move_way::bare : move_way::stays;
   const scoped_fd target = open_directory(to_);
-  if (!target.valid()) return is_absent(errno) ? move_way::bare : move_way::stays;  // mv says so
-  if (!crosses(base_.get(), target.get())) return move_way::bare;
+  if (!target.valid() && !is_absent(errno)) return move_way::stays;
+  // mv would give a missing target's name to what it moves: a copy too, when that crosses.
+  has_target_ = target.valid();
+  const scoped_fd above = open_directory(nearest_existing(split(to_).directory));
+  if (!crosses(base_.get(), has_target_ ? target.get() : above.get())) return move_way::bare;
   const bool ours = is_main_process() && is_crossing(from_, to_);
   if (ours) settle_found(base_.get(), from_, to_);
   const auto is_shown = [](std::string_view name) { return name[0] != '.'; };
   if (is_pattern_ && !add_names(base_.get(), is_shown, &names_)) return move_way::stays;
   move_facts facts = {share_pool(base_.get(), to_), ours, false, false};
-  weigh(&facts);
-  move_way way = judge_move(facts);
-  if (way == move_way::with_links && !make_links()) {
-    facts.can_link = false;
-    way = judge_move(facts);
-  }
+  weigh(target.get(), &facts);
+  const move_way way = judge_move(facts);
+  if (way == move_way::with_links) make_links();
   return way;
 }
 
-// Lists the trees and compares them with the room; what cannot be known does not fit.
-void linked_move::weigh(move_facts* facts) {
+// Lists the trees and compares them with the room; what cannot be known does not fit. `target` is
+// -1 when it is missing.
+void linked_move::weigh(int target, move_facts* facts) {
   struct statfs room;
-  bool whole = statfs(to_.c_str(), &room) == 0;
-  const int64_t block = whole ? static_cast<int64_t>(room.f_bsize) : 0;
+  bool whole = fstatfs(target, &room) == 0;
+  const int64_t block = whole ? static_cast<int64_t>(room.f_bsize) : 1;
   int64_t all = 0;
   int64_t largest = 0;
   for (const std::string& name : names_) {
@@ -389,39 +390,44 @@ void linked_move::weigh(move_facts* facts) {
     const listing found = list_tree(base_.get(), name, &tree);
     if (found == listing::none) continue;
     whole = whole && found == listing::whole;
-    if (!whole) break;
     const tree_room wanted = room_for(tree, block);
     all += wanted.bytes;
     largest = std::max(largest, wanted.largest);
-    trees_.push_back(std::move(tree));
+    unlinked_.push_back(std::move(tree));
+    if (!whole) break;
   }
   available_ = whole ? block * static_cast<int64_t>(room.f_bavail) : 0;
   needed_ = !whole ? kSpaceUnknown : facts->one_pool ? largest + kDataReserve : all;
-  facts->tree_fits = whole && all + (facts->one_pool ? kDataReserve : 0) <= available_;
+  facts->tree_fits = unlinked_.empty() ||  // mv says so
+                     (whole && all + (facts->one_pool ? kDataReserve : 0) <= available_);
   facts->largest_fits = whole && largest + kDataReserve <= available_;
 }
 
-bool linked_move::make_links() {
+// A name that cannot have links moves without: the room for all of them was weighed, and is enough.
+void linked_move::make_links() {
   lock_ = std::make_unique<move_lock>();
-  for (size_t i = 0; i < trees_.size(); i++) {
-    if (link_tree(base_.get(), trees_[i])) continue;
-    LOGW("no second names for %s/%s: %s", from_.c_str(), trees_[i][kTreeTop].name.c_str(),
-         strerror(errno));
-    while (i-- > 0) {
-      remove_listed(base_.get(), moving(trees_[i][kTreeTop].name), trees_[i]);
-    }
-    lock_.reset();
-    return false;
+  std::vector<tree_list> refused;
+  std::string first;
+  for (tree_list& tree : unlinked_) {
+    const bool has_links = link_tree(base_.get(), tree);
+    if (!has_links && first.empty()) first = tree[kTreeTop].name + ": " + strerror(errno);
+    (has_links ? linked_ : refused).push_back(std::move(tree));
   }
-  return true;
+  unlinked_ = std::move(refused);
+  if (linked_.empty()) lock_.reset();
+  if (first.empty()) return;
+  const size_t more = unlinked_.size() - 1;
+  LOGW("no second names for %s/%s%s", from_.c_str(), first.c_str(),
+       more == 0 ? "" : (", and for " + std::to_string(more) + " more").c_str());
 }
 
 bool linked_move::settle() {
-  const bool linked = lock_ != nullptr;
-  const bool arrived = !linked || settle_trees(base_.get(), from_, to_, trees_);
+  const bool arrived = linked_.empty() || settle_trees(base_.get(), from_, to_, linked_);
   const scoped_fd target = open_directory(to_);
-  for (const tree_list& tree : trees_) {
-    if (target.valid()) drop_leftovers(base_.get(), tree[kTreeTop].name, target.get(), to_);
+  for (const auto* trees : {&linked_, &unlinked_}) {
+    for (const tree_list& tree : *trees) {
+      if (target.valid()) drop_leftovers(base_.get(), tree[kTreeTop].name, target.get(), to_);
+    }
   }
   lock_.reset();
   return arrived;

@@ -71,7 +71,9 @@ class linked_move {
   linked_move(const char* source, const char* target);
 
   // Settles what an earlier move has left, looks at the source and the room, and makes the links
-  // when there shall be some. Where nothing crosses, nothing is looked at: bare.
+  // when there shall be some. A name whose links cannot be made (EMLINK, ENAMETOOLONG, an earlier
+  // tree that could not be settled) goes without, and alone: one warning names the first. Where
+  // nothing crosses, nothing is looked at: bare. What would cross to a missing target stays.
   move_way prepare();
 
   // After the command. True when all that was linked is at the target; otherwise what is missing is
@@ -84,16 +86,21 @@ class linked_move {
   int64_t needed() const { return needed_; }
   int64_t available() const { return available_; }
 
+  // Of a move that stays: false when its target is missing.
+  bool has_target() const { return has_target_; }
+
  private:
-  void weigh(move_facts* facts);
-  bool make_links();
+  void weigh(int target, move_facts* facts);
+  void make_links();
 
   std::string from_;  // the directory that is moved from
   std::vector<std::string> names_;
   bool is_pattern_;
   const std::string to_;
-  scoped_fd base_;                   // of `from_`
-  std::vector<tree_list> trees_;     // of a move that crosses
+  scoped_fd base_;  // of `from_`
+  bool has_target_ = true;
+  std::vector<tree_list> linked_;    // of a move that crosses
+  std::vector<tree_list> unlinked_;  // the same, for which the room was weighed
   std::unique_ptr<move_lock> lock_;  // while there are links
   int64_t needed_ = kSpaceUnknown;
   int64_t available_ = 0;

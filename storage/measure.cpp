@@ -31,17 +31,6 @@ int64_t tree_space(const char* path, int64_t block_size) {
   return found == listing::part ? kSpaceUnknown : room_for(tree, block_size).bytes;
 }
 
-// `path`, or the nearest directory above it that exists.
-std::string nearest_existing(std::string path) {
-  struct stat info;
-  while (stat(path.c_str(), &info) != 0 && errno == ENOENT && path.size() > 1) {
-    const size_t slash = path.find_last_of('/');
-    if (slash == std::string::npos) break;
-    path.resize(slash == 0 ? 1 : slash);
-  }
-  return path;
-}
-
 bool on_one_device(const char* a, const char* b) {
   struct stat one;
   struct stat other;
@@ -55,6 +44,16 @@ bool lies_on_data(const char* path) {
 }
 
 }  // namespace
+
+std::string nearest_existing(std::string path) {
+  struct stat info;
+  while (stat(path.c_str(), &info) != 0 && errno == ENOENT && path.size() > 1) {
+    const size_t slash = path.find_last_of('/');
+    if (slash == std::string::npos) break;
+    path.resize(slash == 0 ? 1 : slash);
+  }
+  return path;
+}
 
 int64_t getFileSize(const char* path) {
   int64_t bytes = 0;

@@ -15,6 +15,9 @@ bool pattern_directory(const char* source, std::string* dir);
 // anything else.
 std::vector<std::string> pattern_entries(const char* source);
 
+// `path`, or the nearest directory above it that exists.
+std::string nearest_existing(std::string path);
+
 // Bytes that `source` (a path, or "directory/*" for all that is not hidden in it) needs on a file
 // system with blocks of `block_size` bytes: every file and directory rounded up, one block more for
 // each entry. Links are not followed: a move takes them as they are. kSpaceUnknown, for which no

@@ -1,9 +1,13 @@
+#include <fcntl.h>
 #include <stdio.h>
 #include <string.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include "base/process.h"
 #include "base/text.h"
 #include "selflog/log.h"
+#include "storage/measure.h"
 #include "storage/shell.h"
 #include "storage/utils.h"
 
@@ -13,6 +17,10 @@ constexpr char kLogSource[] = "utils";
 constexpr const char* kRotated[] = {"qsee_log.txt", "tzbsp.txt", "qrtr_last", "qrtr_last.txt"};
 constexpr size_t kPathSize = 4096;
 constexpr size_t kCommandSize = 500;
+constexpr int64_t kRetryMs = 60 * 1000;  // after a copy that failed
+
+// Of this thread's rotations (monotonic ms); 0: none has failed.
+thread_local int64_t t_not_before = 0;
 
 bool is_rotated(const char* file_name) {
   for (const char* name : kRotated) {
@@ -29,14 +37,39 @@ unsigned long counted_size(const char* file_name, const struct stat& info) {
   return starts_with(file_name, "qrtr_last") && allocated < size ? allocated : size;
 }
 
-// False when it was not run: a command that does not fit would name other files if it was cut.
-bool run_step(const shell_text& command) {
+// The wait status; -1 when it was not run: a command that does not fit would name other files if it
+// was cut.
+int run_step(const shell_text& command) {
   if (command.size() >= kCommandSize) {
     LOG_AS(ANDROID_LOG_ERROR, "rotateFpLogs", "rotateFpLogs cmd too long:%s\n", command.c_str());
-    return false;
+    return -1;
   }
   LOG_AS(ANDROID_LOG_ERROR, "rotateFpLogs", "run rotateFpLogs cmd:%s\n", command.c_str());
-  return run_shell(command) != -1;
+  return run_shell(command);
+}
+
+struct generation_path {
+  char text[kPathSize + 12];
+  generation_path(const char* path, int number) { format_cut(text, "%s.%d", path, number); }
+};
+
+// Copies the live file to generation 1. On failure nothing of the copy is left.
+bool copy_live_file(const char* path, const char* copy) {
+  int64_t needed = 0;
+  int64_t available = 0;
+  if (!copy_has_room(path, copy, &needed, &available)) return false;
+  const int status = run_step(shell_text("cp").target(path).target(copy));
+  if (status > 0) unlink(copy);
+  return status == 0;
+}
+
+// Gives the generations from 2 on their old numbers again. Without it, retries would shift them all
+// out.
+void shift_back(const char* path, int count) {
+  for (int i = 2; i <= count; i++) {
+    renameat2(AT_FDCWD, generation_path(path, i).text, AT_FDCWD, generation_path(path, i - 1).text,
+              RENAME_NOREPLACE);
+  }
 }
 
 }  // namespace
@@ -52,17 +85,20 @@ void rotateFpLogs(const char* dir, const char* file_name, unsigned long limit, i
   format_cut(path, "%s%s%s", dir, separator, file_name);
   struct stat info;
   if (lstat(path, &info) != 0 || !S_ISREG(info.st_mode)) return;
-  if (counted_size(file_name, info) < limit) return;
+  if (counted_size(file_name, info) < limit || monotonic_ms() < t_not_before) return;
   LOGE("need to rotateFpLogs, filePath:%s\n", path);
-  for (int i = count; i >= 1; i--) {
-    char from[kPathSize + 12];
-    char to[kPathSize + 12];
-    format_cut(to, "%s.%d", path, i);
-    if (i > 1) {
-      format_cut(from, "%s.%d", path, i - 1);
-      run_step(shell_text("mv").target(from).target(to));
-    } else if (run_step(shell_text("cp").target(path).target(to))) {
-      run_step(shell_text("echo >").target(path));
-    }
+  if (count < 1) return;
+  for (int i = count; i > 1; i--) {
+    run_step(shell_text("mv")
+                 .target(generation_path(path, i - 1).text)
+                 .target(generation_path(path, i).text));
   }
+  if (copy_live_file(path, generation_path(path, 1).text)) {
+    run_step(shell_text("echo >").target(path));
+    return;
+  }
+  shift_back(path, count);
+  t_not_before = monotonic_ms() + kRetryMs;
+  LOGE("cannot copy %s, it is not emptied; the next try is in %d s", path,
+       static_cast<int>(kRetryMs / 1000));
 }

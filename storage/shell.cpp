@@ -5,6 +5,7 @@
 #include <poll.h>
 #include <signal.h>
 #include <string.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -32,12 +33,18 @@ bool append_escaped(std::string* out, const std::string& word) {
   return true;
 }
 
-// Forks a shell for `command`, its standard output on `out_fd` unless that is -1.
-pid_t start_shell(const shell_text& command, group where, int out_fd) {
+// Forks a shell for `command`, its standard output on `out_fd` unless that is -1. A file that it
+// makes longer than `file_bytes` ends the writer.
+pid_t start_shell(const shell_text& command, group where, int out_fd,
+                  int64_t file_bytes = kUnbounded) {
   if (!command.may_run()) return -1;
   const pid_t pid = fork_process(where);
   if (pid != 0) return pid;
   if (out_fd >= 0) dup2(out_fd, STDOUT_FILENO);
+  if (file_bytes != kUnbounded) {
+    const rlimit most = {static_cast<rlim_t>(file_bytes), static_cast<rlim_t>(file_bytes)};
+    setrlimit(RLIMIT_FSIZE, &most);
+  }
   execl(kShell, "sh", "-c", command.c_str(), static_cast<char*>(nullptr));
   end_process(127);  // what system() reports when there is no shell
 }
@@ -115,6 +122,18 @@ group tool_group() {
   return runs_logging ? group::own : group::inherit;
 }
 
+// Whether a wait status tells of the end for a file that became too long, of the shell or of its
+// command.
+bool wrote_too_much(int status) {
+  return (WIFSIGNALED(status) && WTERMSIG(status) == SIGXFSZ) ||
+         (WIFEXITED(status) && WEXITSTATUS(status) == 128 + SIGXFSZ);
+}
+
+void say_it_is_too_much(int64_t most, const shell_text& command) {
+  LOG_AS(ANDROID_LOG_ERROR, "end_tool", "tool writes more than %lld bytes, kill it: %s",
+         static_cast<long long>(most), command.c_str());
+}
+
 void say_it_is_late(int bound_ms, const shell_text& command) {
   LOG_AS(ANDROID_LOG_ERROR, "end_tool", "tool does not end within %d s, kill it: %s",
          bound_ms / 1000, command.c_str());
@@ -166,13 +185,13 @@ std::string directory_of(const std::string& path) {
   return slash == std::string::npos ? "." : path.substr(0, slash + 1);
 }
 
-series_budget::series_budget(const char* what)
-    : what_(what), deadline_(monotonic_ms() + kToolBoundMs) {}
+series_budget::series_budget(const char* what, int bound_ms)
+    : what_(what), bound_ms_(bound_ms), deadline_(monotonic_ms() + bound_ms) {}
 
 int series_budget::left() {
   const int64_t left = deadline_ - monotonic_ms();
   if (left > 0) return static_cast<int>(left);
-  if (!said_) LOGE("%s takes longer than %d s, the rest is skipped", what_, kToolBoundMs / 1000);
+  if (!said_) LOGE("%s takes longer than %d s, the rest is skipped", what_, bound_ms_ / 1000);
   said_ = true;
   return 0;
 }
@@ -200,8 +219,8 @@ int run_program(const char* const argv[]) {
   return status;
 }
 
-int run_tool(const shell_text& command) {
-  const pid_t pid = start_shell(command, tool_group(), -1);
+int run_tool(const shell_text& command, int64_t file_bytes) {
+  const pid_t pid = start_shell(command, tool_group(), -1, file_bytes);
   if (pid == -1) return -1;
   int status = -1;
   const pid_t reaped = wait_within(pid, kToolBoundMs, &status);
@@ -209,6 +228,7 @@ int run_tool(const shell_text& command) {
     say_it_is_late(kToolBoundMs, command);
     end_tool(pid);
   }
+  if (reaped == pid && wrote_too_much(status)) say_it_is_too_much(file_bytes, command);
   return reaped == pid ? status : -1;
 }
 
@@ -231,8 +251,7 @@ int run_shell_lines(const shell_text& command, int bound_ms, char* buffer, size_
   if (bound_ms == kUnbounded) {
     wait_for(pid, nullptr);
   } else if (result == reading::too_much) {
-    LOGE("tool writes more than %lld bytes, kill it: %s", static_cast<long long>(most),
-         command.c_str());
+    say_it_is_too_much(most, command);
     end_tool(pid);
   } else if (result == reading::late ||
              wait_within(pid, left > 0 ? static_cast<int>(left) : 0, nullptr) == 0) {

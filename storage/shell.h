@@ -74,30 +74,35 @@ constexpr int kToolBoundMs = 120 * 1000;
 // shell leads a group of its own; elsewhere it stays in its caller's, so that it ends with it.
 int run_shell(const shell_text& command);
 
+constexpr int kUnbounded = -1;
+constexpr int64_t kOutputBytes = 16 * 1024 * 1024;
+
 // The same for platform tools that may hang: after kToolBoundMs the shell and all that it started
-// are killed, one error line says so, and the result is -1.
-int run_tool(const shell_text& command);
+// are killed, one error line says so, and the result is -1. Whoever makes a file longer than
+// `file_bytes` (kOutputBytes for what goes to a file and has no bound of its own) is killed, with
+// one error line.
+int run_tool(const shell_text& command, int64_t file_bytes = kUnbounded);
 
 // Runs `sh -c command` and gives its standard output to `on_line(context, line)` in pieces of at
 // most `size` - 1 bytes, each up to and with its newline, as fgets() would. After `bound_ms`, or
 // kOutputBytes of output, it is killed as run_tool() does; kUnbounded waits and takes all. Returns
 // 0 once the command has ended or was killed, -1 when it may not be run or could not be started.
-constexpr int kUnbounded = -1;
-constexpr int64_t kOutputBytes = 16 * 1024 * 1024;
 int run_shell_lines(const shell_text& command, int bound_ms, char* buffer, size_t size,
                     void (*on_line)(void* context, const char* line), void* context);
 
 // The time that a series of commands without bounds of their own has for all of them together:
-// kToolBoundMs from here on.
+// `bound_ms` from here on.
 class series_budget {
  public:
-  explicit series_budget(const char* what);  // for the error line; a literal
+  // `what` is for the error line, and stays the caller's.
+  explicit series_budget(const char* what, int bound_ms = kToolBoundMs);
 
   // Milliseconds for the next command; 0, the first time after one error line, when there are none.
   int left();
 
  private:
   const char* what_;
+  int bound_ms_;
   int64_t deadline_;
   bool said_ = false;
 };

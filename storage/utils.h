@@ -81,6 +81,8 @@ int64_t getFileSize(const char* path);
 int64_t get_filesystem_size(const char* path);
 
 // Keeps `file_name` in `dir` below `limit` bytes: from `limit` on, generations .1 to .`count` are
-// shifted, the live file is copied to .1 and emptied. Only for qsee_log.txt, tzbsp.txt and the
-// router log; other names are refused with a log line.
+// shifted, the live file is copied to .1 and emptied. When it cannot be copied (copy_has_room(), a
+// cp that fails) all keep their numbers but the oldest, which is gone, the live file stays as it
+// is, one error line says so, and the calling thread rotates nothing for a minute. Only for
+// qsee_log.txt, tzbsp.txt and the router log; other names are refused with a log line.
 void rotateFpLogs(const char* dir, const char* file_name, unsigned long limit, int count);

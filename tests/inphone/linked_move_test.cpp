@@ -274,6 +274,31 @@ TEST_F(LinkedMoves, WithoutHardLinksTheRoomDecides) {
   expect_no_tree();
 }
 
+// What has no room for a second name, or has an earlier one that could not be settled.
+TEST_F(LinkedMoves, OneNameWithoutLinksTakesThemFromNoOther) {
+  const std::string longest = "8#" + std::string(253, 'x'), seen = "/data/local/tmp/seen";
+  put(kWork + longest + "/f", "long");
+  put(std::string(kWork) + ".moving-9#file/f", "older");
+  put(std::string(kWork) + "9#file", "newer");
+  hook_into_mv("ls -d /data/misc/zelkalog/.moving-* > " + seen, "");
+  EXPECT_EQ(move_runs(), 0);
+  EXPECT_EQ(get(seen), std::string(kWork) + ".moving-7#run\n" + kWork + ".moving-9#file\n");
+  for (int i = 0; i < kFiles; i++) EXPECT_TRUE(get(kStore + file(i)) == content(i)) << i;
+  EXPECT_EQ(get(kStore + longest + "/f"), "long");
+  EXPECT_EQ(get(std::string(kStore) + "9#file"), "newer");
+  EXPECT_EQ(get(std::string(kWork) + ".moving-9#file/f"), "older");
+  EXPECT_EQ(logged_beginning("W no second names for /data/misc/zelkalog/"), 1);
+}
+
+// mv would make the only run a directory called as the store.
+TEST_F(LinkedMoves, WhatCrossesToAMissingPlaceStays) {
+  remove_sdcard();
+  EXPECT_EQ(move_runs(), -1);
+  EXPECT_EQ(logged("E /sdcard/zelkalog/ is missing, /data/misc/zelkalog/* stays"), 1);
+  EXPECT_EQ(calls_of("/system/bin/mv"), std::vector<Texts>{});
+  for (int i = 0; i < kFiles; i++) EXPECT_TRUE(get(kWork + file(i)) == content(i)) << i;
+}
+
 // Where /sdcard takes its room from /data, links hold what mv frees.
 TEST_F(LinkedMoves, InOnePoolLinksAreMadeOnlyWhereThereIsRoomForThem) {
   ASSERT_EQ(umount("/sdcard"), 0);

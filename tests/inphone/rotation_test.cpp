@@ -1,3 +1,5 @@
+#include <thread>
+
 #include "capture/fingerprint_dir.h"
 #include "capture/run.h"
 #include "daemon/harrowmoss.h"
@@ -105,6 +107,38 @@ TEST_F(RotateFpLogs, AHoleInTheRouterLogDoesNotCount) {
   put_sparse(file("tzbsp.txt"), 512000);
   rotateFpLogs(kDir, "tzbsp.txt", 512000, 3);
   EXPECT_TRUE(exists(file("tzbsp.txt.1")));
+}
+
+// A copy that is not whole costs neither the live file nor, at each try, another generation.
+TEST_F(RotateFpLogs, ACopyThatFailsCostsOnlyTheOldest) {
+  ASSERT_EQ(mount("tmpfs", kDir, "tmpfs", 0, "size=1m"), 0);
+  const std::string text(300000, 'q');
+  const auto rotate_in_thread = [](int count) {  // each begins without a pause
+    std::thread([count] { rotateFpLogs(kDir, "tzbsp.txt", 4, count); }).join();
+  };
+  put(file("tzbsp.txt"), text);
+  for (const char* number : {".1", ".2", ".3"}) put(file("tzbsp.txt") + number, number);
+  fill_up_to(kDir, 98304);
+  rotateFpLogs(kDir, "tzbsp.txt", 4, 3);
+  const size_t commands = shell_commands().size();
+  rotateFpLogs(kDir, "tzbsp.txt", 4, 3);
+  EXPECT_EQ(shell_commands().size(), commands);
+  for (int i = 0; i < 4; i++) rotate_in_thread(3);
+  unlink(file("filler").c_str());
+  rlimit before;
+  getrlimit(RLIMIT_FSIZE, &before);
+  const rlimit less = {text.size() - 1, before.rlim_max};
+  setrlimit(RLIMIT_FSIZE, &less);  // cp is killed in the middle
+  for (int i = 0; i < 2; i++) rotate_in_thread(3);
+  setrlimit(RLIMIT_FSIZE, &before);
+  EXPECT_TRUE(get(file("tzbsp.txt")) == text);
+  EXPECT_EQ(get(file("tzbsp.txt.1")), ".1");
+  EXPECT_EQ(get(file("tzbsp.txt.2")), ".2");
+  EXPECT_EQ(logged("E cannot copy /data/fp/tzbsp.txt, it is not emptied; the next try is in 60 s"),
+            7);
+  rotate_in_thread(3);
+  EXPECT_TRUE(get(file("tzbsp.txt.1")) == text);
+  EXPECT_EQ(get(file("tzbsp.txt.3")), ".2");
 }
 
 // Between these lengths the copy does not fit its command, but the emptying would.

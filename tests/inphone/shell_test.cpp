@@ -1,5 +1,6 @@
 #include "storage/shell.h"
 
+#include "storage/utils.h"
 #include "tests/inphone/inphone.h"
 
 namespace {
@@ -139,7 +140,23 @@ TEST_F(Shell, ATorrentIsCutAt16MiB) {
     bytes += piece.size();
   EXPECT_LE(bytes, 16u << 20);
   EXPECT_GT(bytes, 15u << 20);
-  EXPECT_EQ(logged("E tool writes more than 16777216 bytes, kill it: yes " + word), 1);
+  const std::string line = "E tool writes more than 16777216 bytes, kill it: yes ";
+  EXPECT_EQ(logged(line + word), 1);
+  // The same into a file; what is in it already counts. A shell may be left to write it.
+  for (const fixed_text command : {fixed_text("yes >> /data/f"), fixed_text("yes >> /data/f; :")}) {
+    run_tool(command, kOutputBytes);
+    EXPECT_EQ(getFileSize("/data/f"), 16 << 20);
+  }
+}
+
+TEST_F(Shell, ASeriesHasOneBudget) {
+  series_budget budget("series", 1500);
+  int first = budget.left();
+  EXPECT_GT(first, 0);
+  pieces_of("sleep 1000", first);
+  EXPECT_EQ(budget.left(), 0);
+  EXPECT_EQ(budget.left(), 0);
+  EXPECT_EQ(logged("E series takes longer than 1 s, the rest is skipped"), 1);
 }
 
 }  // namespace
