@@ -8,6 +8,8 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <string>
+
 // Appends `src` to the text in `dst` (a buffer of `size` bytes); a text that does not fit, with its
 // NUL, ends the process with abort(). Returns the new length.
 size_t append_or_abort(char* dst, size_t size, const char* src);
@@ -43,4 +45,13 @@ size_t format_cut(char (&dst)[N], const char* fmt, ...) {
 // True when `text` begins with `prefix`. A property "begins with on" counts as switched on.
 inline bool starts_with(const char* text, const char* prefix) {
   return strncmp(text, prefix, strlen(prefix)) == 0;
+}
+
+// The number at the beginning of `text`, as atoi() finds it; `otherwise` when there is none, or it
+// is negative or above `most`.
+inline int read_count(const std::string& text, int most, int otherwise) {
+  char* end = nullptr;
+  const long long number = strtoll(text.c_str(), &end, 10);
+  return end != text.c_str() && number >= 0 && number <= most ? static_cast<int>(number)
+                                                              : otherwise;
 }

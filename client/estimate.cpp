@@ -9,9 +9,11 @@
 #include "client/connection.h"
 #include "client/files.h"
 #include "client/json.h"
+#include "client/quota.h"
 #include "client/requests.h"
 #include "client/text.h"
 #include "client/volume.h"
+#include "protocol/data_room.h"
 #include "protocol/names.h"
 
 namespace {
@@ -100,7 +102,8 @@ const char* room_text(bool enough) {
 }
 
 bool fits(const estimate_report& report) {
-  return !report.known || report.wanted <= report.available;
+  return !report.known ||
+         copy_fits(report.wanted, report.available, report.on_data, report.preallocated);
 }
 
 }  // namespace
@@ -110,8 +113,11 @@ estimate_report estimate_bundle(const environment& env, int32_t mask,
   estimate_report report;
   report.destination = destination;
   volume_space space;
-  report.known = env.space(existing_parent(destination), &space);
+  const std::string place = existing_parent(env.root + destination);
+  report.known = env.space(place, &space);
   report.available = space.available;
+  report.on_data = lies_on_data(place, env.root);
+  report.preallocated = preallocated_bytes(env.working);
   std::set<std::string> counted;
   for (const named_bit& selection : kFeedbackNames) {
     if ((selection.mask & mask) == 0) continue;
@@ -152,7 +158,8 @@ std::string estimate_text(const estimate_report& report) {
            " bytes wanted, free bytes unknown\n";
   }
   return text + room_text(fits(report)) + ": " +
-         printable(space_text(report.destination, report.wanted, report.available)) + "\n";
+         printable(space_text(report.destination, report.wanted, report.available)) +
+         (report.on_data ? ", " + size_text(kDataReserve) + " of them to be left" : "") + "\n";
 }
 
 std::string estimate_json(const estimate_report& report) {
@@ -165,6 +172,7 @@ std::string estimate_json(const estimate_report& report) {
   json.end_array().member("path", report.destination).member("wanted", report.wanted);
   json.key("free");
   report.known ? json.number(report.available) : json.null();
+  json.member("reserve", report.on_data ? kDataReserve : 0);
   return json.flag("enough", fits(report)).end_object().text() + "\n";
 }
 

@@ -20,7 +20,9 @@ struct estimate_report {
   std::vector<estimate_row> rows;
   int64_t wanted = 0;  // bytes; a directory that two selections copy counts once
   int64_t available = 0;
-  bool known = false;  // `available` could be asked
+  bool known = false;        // `available` could be asked
+  bool on_data = false;      // the copy leaves kDataReserve free (protocol/data_room.h)
+  int64_t preallocated = 0;  // what counts as free for that
 };
 
 // Measures the selections of `mask`: directories as they are now, the log buffers by dumping them

@@ -1,9 +1,9 @@
 #include "client/quota.h"
 
-#include <stdlib.h>
-#include <string.h>
+#include <limits.h>
 #include <sys/stat.h>
 
+#include "base/text.h"
 #include "client/files.h"
 #include "model/tree_size.h"
 #include "protocol/data_room.h"
@@ -14,33 +14,12 @@ constexpr const char* kSequence = "persist.sys.zklog.dir_sequence";
 constexpr int64_t kMib = 1 << 20;
 constexpr const char* kData = "/data";
 
-struct oldest {
-  int number = -1;  // -1: none that may go
-  std::string name;
-  int count = 0;  // number 0 counts, but never goes
-};
-
-oldest oldest_of(const numbered_runs& runs) {
-  oldest found;
-  for (const std::string& name : runs.names) {
-    const size_t digits = strspn(name.c_str(), "0123456789");
-    const bool one_line = name.find_first_of("\n\r") == std::string::npos;
-    if (digits == 0 || name[digits] != '#' || !one_line) continue;
-    ++found.count;
-    const int number = atoi(name.c_str());
-    if (number < 1 || (found.number != -1 && number >= found.number)) continue;
-    found.number = number;
-    found.name = name;
-  }
-  return found;
-}
-
-numbered_runs directories_of(const std::string& root) {
-  numbered_runs runs = {root, {}};
+oldest_run oldest_of(const std::string& root) {
+  oldest_run oldest;
   for (const std::string& name : list_directory(root)) {
-    if (is_directory(root + "/" + name)) runs.names.push_back(name);
+    if (is_directory(root + "/" + name)) oldest.add(name.c_str());
   }
-  return runs;
+  return oldest;
 }
 
 }  // namespace
@@ -65,30 +44,6 @@ int64_t preallocated_bytes(const std::string& working) {
   return total;
 }
 
-quota_verdict judge_quota(int64_t used_bytes, int quota_gib, int32_t types, int64_t data_available,
-                          int64_t data_preallocated) {
-  quota_verdict verdict;
-  verdict.used_mib = used_bytes / kMib;
-  verdict.limit_mib = int64_t{quota_gib} * (shrinks_quota(types) ? 768 : 1024);
-  verdict.over = verdict.limit_mib < verdict.used_mib;
-  verdict.extreme = data_extremely_low(data_available, data_preallocated);
-  return verdict;
-}
-
-eviction_plan plan_eviction(const numbered_runs& store, const numbered_runs& working,
-                            int64_t current, bool logging) {
-  const oldest finished = oldest_of(store);
-  const bool last_one = !logging && finished.count == 1 && finished.number == current;
-  if (finished.number != -1 && !last_one) {
-    return {next_victim::kRun, store.root + "/" + finished.name};
-  }
-  if (!logging) return {};
-  const oldest captured = oldest_of(working);
-  if (captured.number == -1) return {};
-  if (captured.number == current) return {next_victim::kEverything, ""};
-  return {next_victim::kRun, working.root + "/" + captured.name};
-}
-
 quota_report read_quota(const environment& env) {
   quota_report report;
   report.settings = read_settings(env);
@@ -99,12 +54,19 @@ quota_report read_quota(const environment& env) {
   for (const volume_reading& volume : report.volumes) {
     if (volume.path == kData) data = volume.available;
   }
-  report.verdict =
-      judge_quota(report.store_bytes + report.working_bytes, report.settings.quota_setting,
-                  report.settings.types, data, preallocated_bytes(env.working));
-  report.plan = plan_eviction(directories_of(env.store), directories_of(env.working),
-                              atoi(env.property(kSequence, "0").c_str()), report.settings.logging);
-  if (report.plan.what == next_victim::kRun) report.victim_bytes = quota_bytes(report.plan.path);
+  const int quota = report.settings.quota_setting;
+  const bool shrinks = shrinks_quota(report.settings.types);
+  report.used_mib = (report.store_bytes + report.working_bytes) / kMib;
+  report.limit_mib = int64_t{quota} * (shrinks ? 768 : 1024);
+  report.verdict = judge_sizes({report.store_bytes, report.working_bytes, quota, shrinks, data,
+                                preallocated_bytes(env.working)});
+  const oldest_run store = oldest_of(env.store);
+  const oldest_run working = oldest_of(env.working);
+  const int current = read_count(env.property(kSequence, "0"), INT_MAX - 1, 0);
+  report.next = plan_eviction(store, working, current, report.settings.logging, -1).what;
+  if (report.next == eviction::store_run) report.next_path = env.store + "/" + store.name;
+  if (report.next == eviction::working_run) report.next_path = env.working + "/" + working.name;
+  if (!report.next_path.empty()) report.next_bytes = quota_bytes(report.next_path);
   return report;
 }
 

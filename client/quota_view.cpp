@@ -10,27 +10,21 @@
 
 namespace {
 
-constexpr const char* kVictimNames[] = {"nothing", "run", "everything"};
-
 std::string victim_text(const quota_report& report) {
-  switch (report.plan.what) {
-    case next_victim::kNothing:
-      return "nothing";
-    case next_victim::kRun:
-      return printable(report.plan.path) + ", " + size_text(report.victim_bytes);
-    case next_victim::kEverything:
-      break;
+  if (report.next == eviction::restart) {
+    return "only the current run is left: all would go, and logging would begin anew";
   }
-  return "only the current run is left: all would go, and logging would begin anew";
+  if (report.next_path.empty()) return "nothing";
+  return printable(report.next_path) + ", " + size_text(report.next_bytes);
 }
 
 // When the run that is named goes.
 std::string removal_text(const quota_report& report) {
   if (!report.settings.deletion) return "switched off (persist.sys.zelka.log.del)";
   if (!report.settings.logging) return "none while debug logging is off";
-  if (report.verdict.extreme) return "everything, at once: /data is nearly full";
-  return report.verdict.over ? "one run every 5 s until the quota is kept"
-                             : "none: below the quota";
+  if (report.verdict.extreme_low) return "everything, at once: /data is nearly full";
+  return report.verdict.over_quota ? "one run every 5 s until the quota is kept"
+                                   : "none: below the quota";
 }
 
 }  // namespace
@@ -46,11 +40,10 @@ std::string quota_text(const quota_report& report, const environment& env) {
     line(label, size_text(bytes) + " (" + std::to_string(bytes) + " bytes) in " + path);
   };
   const logging_settings& settings = report.settings;
-  const quota_verdict& verdict = report.verdict;
   tree("store", report.store_bytes, env.store);
   tree("working", report.working_bytes, env.working);
-  line("used", std::to_string(verdict.used_mib) + " MiB of " + std::to_string(verdict.limit_mib) +
-                   " MiB" + (verdict.over ? ", over quota" : ""));
+  line("used", std::to_string(report.used_mib) + " MiB of " + std::to_string(report.limit_mib) +
+                   " MiB" + (report.verdict.over_quota ? ", over quota" : ""));
   line("quota", std::to_string(settings.quota_setting) + " GiB" +
                     (shrinks_quota(settings.types) ? ", three quarters of it with modem or wifi"
                                                    : ", all of it: neither modem nor wifi"));
@@ -64,17 +57,18 @@ std::string quota_text(const quota_report& report, const environment& env) {
 }
 
 std::string quota_json(const quota_report& report) {
-  const quota_verdict& verdict = report.verdict;
+  const size_verdict& verdict = report.verdict;
   json_writer json;
   json.begin_object().member("command", "du").member("store_bytes", report.store_bytes);
-  json.member("working_bytes", report.working_bytes).member("used_mib", verdict.used_mib);
-  json.member("limit_mib", verdict.limit_mib).flag("over_quota", verdict.over);
-  json.flag("data_extremely_low", verdict.extreme).flag("deletion", report.settings.deletion);
+  json.member("working_bytes", report.working_bytes).member("used_mib", report.used_mib);
+  json.member("limit_mib", report.limit_mib).flag("over_quota", verdict.over_quota);
+  json.flag("data_extremely_low", verdict.extreme_low).flag("deletion", report.settings.deletion);
   json.flag("logging", report.settings.logging);
-  json.member("next", kVictimNames[static_cast<int>(report.plan.what)]);
+  const bool all = report.next == eviction::restart;
+  json.member("next", all ? "everything" : report.next_path.empty() ? "nothing" : "run");
   json.key("next_path");
-  report.plan.path.empty() ? json.null() : json.string(report.plan.path);
-  json.member("next_bytes", report.victim_bytes).key("volumes").begin_array();
+  report.next_path.empty() ? json.null() : json.string(report.next_path);
+  json.member("next_bytes", report.next_bytes).key("volumes").begin_array();
   for (const volume_reading& volume : report.volumes) {
     json.begin_object().member("path", volume.path).member("wanted", volume.wanted);
     json.key("free");

@@ -1,6 +1,10 @@
 #include "client/settings.h"
 
+#include <limits.h>
 #include <stdlib.h>
+
+#include "base/text.h"
+#include "model/eviction.h"
 
 namespace {
 
@@ -24,7 +28,7 @@ logging_settings read_settings(const environment& env) {
   settings.types = atoi(env.property(kTypes, "1").c_str());
   settings.store_path = env.property(kStorePath, "");
   settings.run_name = settings.store_path.substr(settings.store_path.find_last_of('/') + 1);
-  settings.quota_setting = atoi(env.property(kQuota, "20").c_str());
+  settings.quota_setting = read_count(env.property(kQuota, ""), INT_MAX, kDefaultQuotaGib);
   settings.quota_gib = (shrinks_quota(settings.types) ? 0.75 : 1.0) * settings.quota_setting;
   settings.deletion = env.property(kDeletion, "true") == "true";
   return settings;

@@ -12,7 +12,7 @@ struct logging_settings {
   int32_t types = 0;       // logger type mask; text that is no number counts as 0
   std::string store_path;  // where the latest run ends, "" before the first
   std::string run_name;    // last component of store_path
-  int quota_setting = 0;   // GiB, as it is set
+  int quota_setting = 0;   // GiB, as it is set; 20 for what is no quota
   double quota_gib = 0;    // at which the oldest runs are removed
   bool deletion = false;   // the quota is enforced
 };

@@ -63,10 +63,9 @@ const char* kernel_log_copy_fault(const char* path) {
   });
 }
 
-// False, after one error line, for a destination that no command may be composed with. The
-// directory that an accepted one lies in is made when it is missing.
-bool destination_ok(const request_text& path, const char* (*fault_of)(const char*)) {
-  const char* fault = fault_of(path.get());
+// False, after one error line, for a destination with a `fault` (null: none). The directory that an
+// accepted one lies in is made when it is missing.
+bool destination_ok(const request_text& path, const char* fault) {
   if (fault != nullptr) {
     LOGE("destination refused, %s: %s", fault, shown(path));
     return false;
@@ -140,7 +139,7 @@ int do_get_feedback_log(const android::Parcel& request, android::Parcel& reply) 
     return -1;
   }
   LOGD("types: %d, path: %s.", types, shown(path));
-  const bool ok = destination_ok(path, feedback_destination_fault);
+  const bool ok = destination_ok(path, feedback_destination_fault(types, path.get()));
   return write_result(reply, __func__, ok ? get_feedback_log(types, path.get()) : -1);
 }
 
@@ -209,7 +208,7 @@ int do_copy_sys_trace_log(const android::Parcel& request, android::Parcel& reply
   const request_text path = read_text(request);
   LOGD("path: %s.", shown(path));
   LOG_AS(ANDROID_LOG_DEBUG, "do_copy_systrace", "function invoked");
-  if (destination_ok(path, trace_copy_fault)) copy_dir(kTraceDir, path.get());
+  if (destination_ok(path, trace_copy_fault(path.get()))) copy_dir(kTraceDir, path.get());
   return write_result(reply, __func__, 0);
 }
 
@@ -221,7 +220,7 @@ int do_copy_kernel_pmic(const android::Parcel& request, android::Parcel& reply) 
     LOGE("pmic_file does not exist: %s.", kKernelLog);
     return -1;
   }
-  const bool ok = destination_ok(path, kernel_log_copy_fault);
+  const bool ok = destination_ok(path, kernel_log_copy_fault(path.get()));
   return write_result(reply, __func__, ok ? copy_dir2(kKernelLog, path.get()) : -1);
 }
 

@@ -24,8 +24,8 @@ extern const feedback_getter kFeedbackGetters[kFeedbackGetterCount];  // in the 
 const char* destination_fault(const char* path, const char* const* sources, size_t count,
                               bool (*fits)(const char* path));
 
-// The same for a feedback bundle.
-const char* feedback_destination_fault(const char* dir);
+// The same for a feedback bundle: `sources` are those of the pieces of `mask`.
+const char* feedback_destination_fault(int mask, const char* dir);
 
 // Collects the pieces of `mask` into `dir`, in table order, and the property files in any case.
 // Returns the result of the last getter that ran, 0 when none did, or the first negative one.

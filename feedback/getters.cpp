@@ -134,11 +134,21 @@ static_assert(bits_match_protocol(), "the protocol names other pieces than are c
 
 }  // namespace
 
-const char* feedback_destination_fault(const char* dir) {
-  constexpr const char* kSources[] = {kGeneralDir,      "/data/anr",       "/data/tombstones",
-                                      "/sys/fs/pstore", kPowerFeedbackDir, kExceptionDir,
-                                      kBluetoothLogs};
-  return destination_fault(dir, kSources, std::size(kSources), [](const char* path) {
+const char* feedback_destination_fault(int mask, const char* dir) {
+  constexpr struct {
+    int32_t bits;
+    const char* directory;  // is copied, deleted or cleared by these pieces
+  } kSources[] = {
+      {0x00010, kGeneralDir},      {0x04050, "/data/anr"},       {0x00020, "/data/tombstones"},
+      {0x00080, "/sys/fs/pstore"}, {0x01000, kPowerFeedbackDir}, {0x02000, kExceptionDir},
+      {0x08000, kBluetoothLogs},
+  };
+  const char* selected[std::size(kSources)];
+  size_t count = 0;
+  for (const auto& source : kSources) {
+    if ((source.bits & mask) != 0) selected[count++] = source.directory;
+  }
+  return destination_fault(dir, selected, count, [](const char* path) {
     return command_fits(shell_command::copy_dir, kPowerFeedbackDir, path);  // the longest of them
   });
 }

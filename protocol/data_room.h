@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <string>
 
 // Bytes that a file has allocated behind its end: a logcat's rotation size that is not used yet.
 inline int64_t preallocated(const struct stat& info) {
@@ -20,4 +21,26 @@ constexpr int64_t kDataReserve = INT64_C(128) * 1024 * 1024;
 // were `preallocated` by the current run's logcats.
 constexpr bool data_extremely_low(int64_t available, int64_t preallocated) {
   return available > 0 && available + preallocated < kDataReserve;
+}
+
+// Whether `needed` bytes may be copied to storage that has `available` free. Where the copy lies
+// `on_data` (shared storage takes its room from there too, on a phone) the reserve stays free; what
+// captures have `preallocated` serves as such: they give it back when they end, and on a small
+// phone it is all there is. What takes nothing has room everywhere.
+constexpr bool copy_fits(int64_t needed, int64_t available, bool on_data, int64_t preallocated) {
+  if (needed == 0 || needed > available) return needed == 0;
+  return !on_data || needed + kDataReserve <= available + preallocated;
+}
+
+// Whether an existing `path` lies on /data's storage; `root` stands before the names of the phone.
+// Shared storage has a device of its own also where it is a part of /data.
+inline bool lies_on_data(const std::string& path, const std::string& root = "") {
+  const auto on_one_device = [](const std::string& a, const std::string& b) {
+    struct stat one;
+    struct stat other;
+    return stat(a.c_str(), &one) == 0 && stat(b.c_str(), &other) == 0 && one.st_dev == other.st_dev;
+  };
+  return on_one_device(path, root + "/data") ||
+         (on_one_device(path, root + "/sdcard/") &&
+          on_one_device(root + "/data/media/0", root + "/data"));
 }

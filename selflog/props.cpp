@@ -31,9 +31,8 @@ int get_int_prop(const char* key, int def) {
 int get_count_prop(const char* key, int def, int most) {
   const std::string value = get_string_prop(key, "");
   if (value.empty()) return def;
-  char* end = nullptr;
-  const long long number = strtoll(value.c_str(), &end, 10);
-  if (end != value.c_str() && number >= 0 && number <= most) return static_cast<int>(number);
+  const int number = read_count(value, most, -1);
+  if (number != -1) return number;
   LOGE("%s is %s, taken for %d", key, value.c_str(), def);
   return def;
 }

@@ -31,18 +31,6 @@ int64_t tree_space(const char* path, int64_t block_size) {
   return found == listing::part ? kSpaceUnknown : room_for(tree, block_size).bytes;
 }
 
-bool on_one_device(const char* a, const char* b) {
-  struct stat one;
-  struct stat other;
-  return stat(a, &one) == 0 && stat(b, &other) == 0 && one.st_dev == other.st_dev;
-}
-
-// Shared storage has a device of its own also where it is a part of /data.
-bool lies_on_data(const char* path) {
-  return on_one_device(path, "/data") ||
-         (on_one_device(path, "/sdcard/") && on_one_device("/data/media/0", "/data"));
-}
-
 }  // namespace
 
 std::string nearest_existing(std::string path) {
@@ -126,9 +114,6 @@ bool copy_has_room(const char* source, const char* target, int64_t* needed, int6
   *needed = space_needed(source, static_cast<int64_t>(room.f_bsize));
   *available = static_cast<int64_t>(room.f_bsize) * static_cast<int64_t>(room.f_bavail);
   // What cannot be looked at here cannot be read by cp either.
-  if (*needed == 0 || *needed == kSpaceUnknown) return true;
-  if (*needed > *available || !lies_on_data(place.c_str())) return *needed <= *available;
-  // The captures' preallocation serves as reserve: they give it back when they end. On a small
-  // phone it is all there is.
-  return *needed + kDataReserve <= *available + preallocated_by_captures();
+  if (*needed == kSpaceUnknown) return true;
+  return copy_fits(*needed, *available, lies_on_data(place), preallocated_by_captures());
 }

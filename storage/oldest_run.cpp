@@ -1,24 +1,15 @@
 #include <dirent.h>
 #include <errno.h>
-#include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
 
 #include "base/scoped.h"
-#include "base/text.h"
 #include "selflog/log.h"
 #include "storage/size_monitor.h"
 
 namespace {
 
 constexpr char kLogSource[] = "utils";
-
-// The regular expression ^(\d+)#(.*)$ over a whole name, by hand: std::regex takes longer than the
-// stat() beside it. As there, '.' is no line end.
-bool is_run_name(const char* name) {
-  const size_t digits = strspn(name, "0123456789");
-  return digits > 0 && name[digits] == '#' && strpbrk(name, "\n\r") == nullptr;
-}
 
 bool is_directory(const char* dir, DIR* stream, const char* name) {
   struct stat info;
@@ -31,25 +22,20 @@ bool is_directory(const char* dir, DIR* stream, const char* name) {
 }  // namespace
 
 oldest_run find_oldest_run(const char* dir) {
-  oldest_run oldest = {-1, -1, "", false};
+  oldest_run oldest;
   scoped_dir stream(opendir(dir));
   if (!stream.valid()) {
+    oldest.count = -1;
     oldest.unknown = errno != ENOENT && errno != ENOTDIR;
     return oldest;
   }
-  oldest.count = 0;
   for (;;) {
     errno = 0;
     const dirent* entry = readdir(stream.get());
     if (entry == nullptr) break;
     const char* name = entry->d_name;
     if (strcmp(name, ".") == 0 || strcmp(name, "..") == 0) continue;
-    if (!is_directory(dir, stream.get(), name) || !is_run_name(name)) continue;
-    oldest.count++;
-    const int number = atoi(name);
-    if (number < 1 || (oldest.number != -1 && number >= oldest.number)) continue;
-    oldest.number = number;
-    oldest.name = name;
+    if (is_directory(dir, stream.get(), name)) oldest.add(name);
   }
   oldest.unknown = errno != 0;
   return oldest;

@@ -34,12 +34,9 @@ namespace {
 constexpr char kLogSource[] = "utils";
 constexpr char kDeleteProp[] = "persist.sys.zelka.log.del";
 constexpr char kQuotaProp[] = "persist.sys.zelka.log.size";
-constexpr int kDefaultQuotaGib = 20;
 constexpr int kCycleMs = 5000;
-constexpr int64_t kRestartPauseMs = 600000;  // after a restart that did not help
 constexpr int32_t kTypeModem = 0x2;
 constexpr int32_t kTypeWifi = 0x40;
-constexpr int64_t kMiB = 1024 * 1024;
 int32_t s_living_monitor_pid = -1;  // main process
 int (*s_stop_logging)() = nullptr;
 int (*s_start_logging)() = nullptr;
@@ -58,11 +55,6 @@ struct monitor_state {
 };
 
 enum class next { wait, leave };
-
-// Whole MiB, as GiB.
-float to_gib(int64_t bytes) {
-  return static_cast<float>(bytes / kMiB) * 0.0009765625F;
-}
 
 next leave() {
   s_logsize_monitor = false;
@@ -166,46 +158,36 @@ next restart_logging() {
   return deletion_done();
 }
 
-// Looks at a tree; its oldest number is remembered in `state` when there is one.
-tree_reading look_at(const char* dir, int current, monitor_state* state, std::string* name) {
-  oldest_run found = find_oldest_run(dir);
-  if (found.number != -1) state->oldest = found.number;
-  *name = std::move(found.name);
-  return {found.count, state->oldest, !name->empty(), current, is_logger_enabled(), found.unknown};
-}
-
-// Over quota: at most one run is removed in a cycle, finished ones first.
+// Over quota: at most one run is removed in a cycle.
 next evict(monitor_state* state) {
   const int current = get_log_dir_sequence();
-  std::string name;
   LOG_AS(ANDROID_LOG_INFO, "monitorLogSizeThread", "first check log store dir..");
-  const tree_reading store = look_at(kStoreDir, current, state, &name);
-  const eviction in_store = judge_store(store);
-  if (in_store == eviction::keep_current) {
+  const oldest_run store = find_oldest_run(kStoreDir);
+  const oldest_run working = find_oldest_run(kWorkingDir);
+  const bool logging = is_logger_enabled();
+  const eviction_plan plan = plan_eviction(store, working, current, logging, state->oldest);
+  state->oldest = plan.oldest;
+  if (plan.what == eviction::keep_last) {
     LOG_AS(ANDROID_LOG_WARN, "monitorLogSizeThread", "do not delete current dir when only one");
-  } else if (in_store == eviction::remove_oldest) {
+  } else if (plan.what == eviction::store_run) {
     LOG_AS(ANDROID_LOG_INFO, "monitorLogSizeThread", "now delete oldest dir %s%s", kStoreDir,
-           name.c_str());
-    remove_run(kStoreDir, name);
+           store.name.c_str());
+    remove_run(kStoreDir, store.name);
     return deletion_done();
   }
-  if (!is_logger_enabled()) return deletion_done();
+  if (!logging) return deletion_done();
   LOG_AS(ANDROID_LOG_INFO, "monitorLogSizeThread", "next,check log common catching dir..");
-  tree_reading working = look_at(kWorkingDir, current, state, &name);
-  working.store_unknown = store.store_unknown;
-  const eviction in_working = judge_working(working);
-  if (in_working == eviction::restart_withheld) {
+  if (plan.what == eviction::restart_withheld) {
     LOG_AS(ANDROID_LOG_ERROR, "monitorLogSizeThread", "cannot list %s: no restart", kStoreDir);
-  }
-  if (in_working == eviction::restart) {
-    if (!restart_is_due(state->restart, monotonic_ms(), state->total_bytes)) return deletion_done();
+  } else if (plan.what == eviction::working_run) {
+    LOG_AS(ANDROID_LOG_INFO, "monitorLogSizeThread", "now delete %s%s", kWorkingDir,
+           working.name.c_str());
+    remove_run(kWorkingDir, working.name);
+  } else if (plan.what == eviction::restart &&
+             restart_is_due(state->restart, monotonic_ms(), state->total_bytes)) {
     const next after = restart_logging();
     state->restart = {monotonic_ms(), -1};
     return after;
-  }
-  if (in_working == eviction::remove_oldest) {
-    LOG_AS(ANDROID_LOG_INFO, "monitorLogSizeThread", "now delete %s%s", kWorkingDir, name.c_str());
-    remove_run(kWorkingDir, name);
   }
   return deletion_done();
 }
@@ -365,37 +347,4 @@ void signal_log_size_monitor_handler(int sig) {
   }
   LOGW("deleting, just set pending state");
   s_pending_pid = getpid();
-}
-
-size_verdict judge_sizes(const size_reading& reading) {
-  size_verdict verdict;
-  verdict.store_gib = to_gib(reading.store_bytes);
-  verdict.common_gib = to_gib(reading.common_bytes);
-  verdict.total_gib = to_gib(reading.store_bytes + reading.common_bytes);
-  const float share = reading.modem_or_wifi ? 0.75F : 1.0F;
-  verdict.over_quota = share * static_cast<float>(reading.quota_gib) < verdict.total_gib;
-  verdict.extreme_low = data_extremely_low(reading.available, reading.preallocated);
-  return verdict;
-}
-
-bool restart_is_due(const restart_record& last, int64_t now_ms, int64_t total_bytes) {
-  return last.at_ms == -1 || now_ms - last.at_ms >= kRestartPauseMs ||
-         total_bytes < last.left_bytes;
-}
-
-eviction judge_store(const tree_reading& tree) {
-  if (!tree.logging && tree.count == 1 && tree.current == tree.oldest) {
-    return eviction::keep_current;
-  }
-  const bool found = tree.count >= 1 && tree.oldest >= 1 && tree.has_name;
-  return found ? eviction::remove_oldest : eviction::nothing;
-}
-
-eviction judge_working(const tree_reading& tree) {
-  if (tree.current == tree.oldest) {
-    // A restart deletes every finished run: only when it is sure that nothing smaller would do.
-    return tree.store_unknown ? eviction::restart_withheld : eviction::restart;
-  }
-  const bool found = tree.count >= 1 && tree.oldest >= 1 && tree.has_name;
-  return found ? eviction::remove_oldest : eviction::nothing;
 }

@@ -39,8 +39,8 @@ TEST(FeedbackDestination, IsRefusedInsideOfASourceUnderAnyName) {
   std::filesystem::create_directories("/data/anr/heap");
   for (const char* path : {"/data/media/0/Android/data/.harrowmoss/general", "/data/link/new/dir",
                            "/data/media/0/Android/data/.harrowmoss/general/new", "/data/link/heap"})
-    EXPECT_STREQ(feedback_destination_fault(path), "inside of what is copied") << path;
-  EXPECT_EQ(feedback_destination_fault("/data/media/0/Android/data/.harrowmoss/new"), nullptr);
+    EXPECT_STREQ(feedback_destination_fault(-1, path), "inside of what is copied") << path;
+  EXPECT_EQ(feedback_destination_fault(-1, "/data/media/0/Android/data/.harrowmoss/new"), nullptr);
 }
 
 }  // namespace

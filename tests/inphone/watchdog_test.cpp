@@ -4,6 +4,7 @@
 #include "capture/vendor_moves.h"
 #include "catchers/catchers.h"
 #include "selflog/props.h"
+#include "storage/flush.h"
 #include "tests/inphone/catchers.h"
 #include "tests/support/sleep_texts.h"
 
@@ -217,6 +218,27 @@ TEST(WatchdogWorld, ItsClockCountsSleepAndNoClockSetting) {
   clock_gettime(CLOCK_BOOTTIME, &boot);
   EXPECT_GE(s_watchdog_world.now(), boot.tv_sec);
   EXPECT_LE(s_watchdog_world.now(), boot.tv_sec + 1);
+}
+
+// What a stop has moved is not on storage before its flush.
+TEST(WatchdogWorld, ItsCrashWaitsForAMove) {
+  creat_dir("/data/misc/zelkalog");
+  int ready[2];
+  ASSERT_EQ(pipe2(ready, O_CLOEXEC), 0);
+  const pid_t mover = fork_process(group::inherit);
+  if (mover == 0) {
+    const move_lock lock;
+    (void)!write(ready[1], "x", 1);
+    sleep_ms(500);
+    put("/data/flushed", "");
+    _exit(0);
+  }
+  char byte;
+  ASSERT_EQ(read(ready[0], &byte, 1), 1);
+  crash_for_dump();
+  EXPECT_TRUE(exists("/data/flushed"));
+  EXPECT_EQ(shell_commands(), Texts{"echo c > /proc/sysrq-trigger"});
+  wait_for(mover, nullptr);
 }
 
 TEST_F(Watchdog, TheStopForgetsTheCounters) {

@@ -58,7 +58,9 @@ TEST(CtlSettings, AreReadTheWayTheDaemonReadsThem) {
   } rows[] = {
       {"", "", "", "", false, 1, 20, true},
       {"only", "5", "30", "true", true, 5, 30, true},
-      {"On", "0x3", "x", "false", false, 0, 0, false},
+      {"On", "0x3", "x", "false", false, 0, 20, false},
+      {"on", "1", "-1", "", true, 1, 20, true},
+      {"on", "1", "0", "", true, 1, 0, true},
       {"on", "2", "20", "True", true, 2, 15, false},
       {"on", "64", "10", "true", true, 0x40, 7.5, true},
   };

@@ -1,38 +1,15 @@
-// `du` and the start's space check; the client judges as the size monitor does.
+// `du`, and the rule by which the size monitor and the client choose what goes next.
 #include <fcntl.h>
 #include <unistd.h>
 
 #include "client/quota.h"
 #include "model/tree_size.h"
 #include "phone/util.h"
-#include "storage/size_monitor.h"
 #include "tests/pure/ctl_support.h"
 
 namespace {
 
 constexpr int64_t kMiB = 1 << 20;
-constexpr int64_t kGiB = 1 << 30;
-
-TEST(CtlQuota, IsJudgedAsTheMonitorJudgesIt) {
-  int over = 0;
-  for (const int64_t used : {int64_t{0}, kMiB - 1, kMiB, 15 * kGiB, 15 * kGiB + kMiB - 1,
-                             15 * kGiB + kMiB, 20 * kGiB, 20 * kGiB + kMiB, 900 * kGiB}) {
-    for (const int quota : {-1, 0, 1, 19, 20, 30}) {
-      for (const int32_t types : {0x1, 0x2, 0x40, 0x42, 0x10000}) {
-        for (const int64_t free :
-             {int64_t{-2}, int64_t{0}, int64_t{1}, 128 * kMiB - 1, 128 * kMiB, kGiB}) {
-          const bool shrunk = (types & 0x42) != 0;
-          const size_verdict theirs = judge_sizes({used, 0, quota, shrunk, free});
-          const quota_verdict ours = judge_quota(used, quota, types, free);
-          EXPECT_EQ(ours.over, theirs.over_quota) << used << " of " << quota << " " << types;
-          EXPECT_EQ(ours.extreme, theirs.extreme_low) << free;
-          over += ours.over;
-        }
-      }
-    }
-  }
-  EXPECT_GT(over, 100);
-}
 
 // The links have no end when they are followed along every path there is.
 TEST(CtlQuota, EveryCommandCountsWhatTheMonitorCounts) {
@@ -67,7 +44,7 @@ TEST(CtlQuota, EveryCommandCountsWhatTheMonitorCounts) {
 struct eviction_row {
   const char* what;
   std::vector<std::string> store, working;
-  int64_t current;
+  int current;
   bool logging;
   const char* next;  // below the tree's root, "" nothing, "*" everything
 };
@@ -89,45 +66,33 @@ const eviction_row kEvictions[] = {
     {"logging off: the working area stays", {}, {"4#b"}, 6, false, ""},
 };
 
-// Not while the store could not be listed: a restart deletes every finished run.
-TEST(CtlQuota, TheMonitorStartsAnewOnlyWhenTheStoreIsKnown) {
-  for (const bool unknown : {false, true}) {
-    EXPECT_EQ(judge_working({1, 7, true, 7, true, unknown}),
-              unknown ? eviction::restart_withheld : eviction::restart);
-    EXPECT_EQ(judge_working({1, 6, true, 7, true, unknown}), eviction::remove_oldest);
+TEST(Eviction, TakesTheOldestRunFinishedOnesFirst) {
+  for (const eviction_row& row : kEvictions) {
+    oldest_run store, working;
+    for (const std::string& name : row.store) store.add(name.c_str());
+    for (const std::string& name : row.working) working.add(name.c_str());
+    for (const bool unknown : {false, true}) {
+      store.unknown = unknown;
+      const eviction_plan plan = plan_eviction(store, working, row.current, row.logging, -1);
+      std::string next;
+      if (plan.what == eviction::store_run) next = "store/" + store.name;
+      if (plan.what == eviction::working_run) next = "working/" + working.name;
+      if (plan.what == eviction::restart) next = "*";
+      // A restart deletes every finished run: not while the store could not be listed.
+      const bool withheld = plan.what == eviction::restart_withheld;
+      EXPECT_EQ(withheld, unknown && row.next == std::string("*")) << row.what;
+      EXPECT_EQ(withheld ? "*" : next, row.next) << row.what;
+    }
   }
 }
 
-// The monitor's own functions decide the same, from directories.
-TEST(CtlQuota, NamesTheRunThatTheMonitorWouldRemove) {
-  for (const eviction_row& row : kEvictions) {
-    const eviction_plan plan =
-        plan_eviction({"store", row.store}, {"working", row.working}, row.current, row.logging);
-    EXPECT_EQ(plan.what == next_victim::kEverything ? "*" : plan.path, row.next) << row.what;
-
-    temporary_tree tree;
-    const std::string roots[] = {tree.root() + "/store", tree.root() + "/working"};
-    const std::vector<std::string>* names[] = {&row.store, &row.working};
-    for (int i = 0; i < 2; ++i) {
-      for (const std::string& name : *names[i]) {
-        std::filesystem::create_directories(roots[i] + "/" + name);
-      }
-    }
-    const int current = static_cast<int>(row.current);
-    const oldest_run store = find_oldest_run(roots[0].c_str());
-    const oldest_run working = find_oldest_run(roots[1].c_str());
-    std::string next;
-    if (judge_store({store.count, store.number, !store.name.empty(), current, row.logging}) ==
-        eviction::remove_oldest) {
-      next = "store/" + store.name;
-    } else if (row.logging) {
-      const eviction verdict = judge_working(
-          {working.count, working.number, !working.name.empty(), current, row.logging});
-      if (verdict == eviction::restart) next = "*";
-      if (verdict == eviction::remove_oldest) next = "working/" + working.name;
-    }
-    EXPECT_EQ(next, row.next) << row.what;
-  }
+// A tree that shows no number is judged by the last one that was seen.
+TEST(Eviction, RemembersTheOldestNumber) {
+  const oldest_run none;
+  EXPECT_EQ(plan_eviction(none, none, 6, true, 6).what, eviction::restart);
+  EXPECT_EQ(plan_eviction(none, none, 6, true, 5).what, eviction::nothing);
+  EXPECT_EQ(plan_eviction(none, none, 6, true, 5).oldest, 5);
+  EXPECT_EQ(plan_eviction({1, 4, "4#a", false}, none, 6, true, 5).oldest, 4);
 }
 
 TEST(CtlDu, ShowsQuotaRoomAndTheNextToGo) {

@@ -8,8 +8,8 @@
 
 namespace {
 
-std::string fault_of(const char* path) {
-  const char* const fault = feedback_destination_fault(path);
+std::string fault_of(const char* path, int mask = -1) {
+  const char* const fault = feedback_destination_fault(mask, path);
   return fault == nullptr ? "taken" : fault;
 }
 
@@ -43,6 +43,24 @@ TEST(Destination, IsRefusedForWhatRootWouldDoThereAndTakenHoweverOdd) {
   for (const auto& [verdict, paths] : rows) {
     for (const char* path : paths)
       EXPECT_EQ(fault_of(path), verdict) << (path == nullptr ? "null" : path);
+  }
+}
+
+// A piece that is not selected copies and deletes nothing.
+TEST(Destination, IsRefusedInsideOfSelectedSourcesOnly) {
+  const std::pair<const char*, int> rows[] = {
+      {"/data/anr/x", 0x4050},
+      {"/data/tombstones", 0x20},
+      {"/sys/fs/pstore/x", 0x80},
+      {"/sdcard/Android/data/.harrowmoss/general/x", 0x10},
+      {"/sdcard/Android/data/.harrowmoss/zklog/feedback/power", 0x1000},
+      {"/data/aee_exp/x", 0x2000},
+      {"/data/misc/bluetooth/logs/snoops", 0x8000},
+  };
+  for (const auto& [path, pieces] : rows) {
+    for (int bit = 1; bit <= 0x10000; bit <<= 1)
+      EXPECT_EQ(fault_of(path, bit), (bit & pieces) != 0 ? "inside of what is copied" : "taken")
+          << path << " " << bit;
   }
 }
 

@@ -1,7 +1,8 @@
 // The size monitor's two limits, to the byte. The numbers stand here a second time on purpose.
 #include <gtest/gtest.h>
 
-#include "storage/size_monitor.h"
+#include "model/eviction.h"
+#include "protocol/data_room.h"
 
 namespace {
 
@@ -54,6 +55,22 @@ TEST(SizeVerdict, LessThan128MiBForTheCaptureIsExtremelyLowAndUnknownIsNot) {
     EXPECT_EQ(verdict.extreme_low, row.low) << row.available << " and " << row.preallocated;
     EXPECT_FALSE(verdict.over_quota) << row.available;
   }
+}
+
+TEST(SizeVerdict, ACopyLeaves128MiBOfDataFree) {
+  const struct {
+    int64_t needed, available;
+    bool on_data;
+    int64_t preallocated;
+    bool fits;
+  } rows[] = {
+      {0, 0, true, 0, true},         {1, 134217729, true, 0, true}, {1, 134217728, true, 0, false},
+      {1, 134217728, true, 1, true}, {5, 4, true, 1 << 30, false},  {4, 4, false, 0, true},
+      {5, 4, false, 0, false},       {4, 4, true, 134217728, true},
+  };
+  for (const auto& row : rows)
+    EXPECT_EQ(copy_fits(row.needed, row.available, row.on_data, row.preallocated), row.fits)
+        << &row - rows;
 }
 
 TEST(SizeVerdict, ARestartThatDidNotHelpIsNotRepeatedAtOnce) {
