@@ -123,8 +123,8 @@ void serve_no_service(bool modem_logger_on) {
 
 void start_capture() {
   is_mpss_catch_modem = true;
-  LOG_AS(ANDROID_LOG_DEBUG, "handle_mpss_stats",
-         "the is_mpss_catch_modem(catch_modem_log_pid == 0) is %d\n", is_mpss_catch_modem);
+  LOG_AS(ANDROID_LOG_DEBUG, kLoop, "the is_mpss_catch_modem(catch_modem_log_pid == 0) is %d\n",
+         is_mpss_catch_modem);
   capture_modem(kLoop);
   LOG_AS(ANDROID_LOG_DEBUG, kLoop, "before pause catch_modem_log_pid = %d", getpid());
   s_watchdog_world.await_alarm();
@@ -134,8 +134,8 @@ void start_capture() {
 
 void extend_capture() {
   is_mpss_catch_modem = true;
-  LOG_AS(ANDROID_LOG_DEBUG, "handle_mpss_stats",
-         "the is_mpss_catch_modem(catch_modem_log_pid != 0) is %d\n", is_mpss_catch_modem);
+  LOG_AS(ANDROID_LOG_DEBUG, kLoop, "the is_mpss_catch_modem(catch_modem_log_pid != 0) is %d\n",
+         is_mpss_catch_modem);
   s_watchdog_world.set_alarm(0);
   s_watchdog_world.sleep(kRearmPauseMs);
   s_watchdog_world.set_alarm(kCaptureSeconds);

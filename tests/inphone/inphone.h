@@ -213,6 +213,16 @@ inline long logged(const std::string& text) {
   return std::count(texts.begin(), texts.end(), text);
 }
 
+// How many messages of `function` are exactly `text`, without the priority.
+inline long logged_by(const std::string& function, const std::string& text) {
+  const auto lines = android_log();
+  return std::count_if(lines.begin(), lines.end(), [&](const LogLine& line) {
+    const size_t cut = line.message.find(":: ");
+    return cut != std::string::npos && line.message.substr(cut + 3) == text &&
+           line.message.substr(0, cut).find("|" + function + "|") != std::string::npos;
+  });
+}
+
 // How many begin with `start`.
 inline long logged_beginning(const std::string& start) {
   const Texts texts = log_texts();

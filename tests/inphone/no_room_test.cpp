@@ -43,6 +43,8 @@ TEST_F(NoRoom, AFailedForkFailsTheRowAndNoOther) {
     EXPECT_EQ(workers(), std::vector<pid_t>());
     for (const int32_t pid : {net_log_pid, qrtr_log_pid, watch_fd_pid}) EXPECT_EQ(pid, 0);
     for (const logcat_row& row : s_debug_vesk_group) EXPECT_EQ(row.pid, 0) << row.buffer;
+    s_debug_vesk_group[0].pid = 12345;  // has ended: its buffer cannot be cleared
+    update_logcat_log(12345);
   });
   // What is no process was switched on all the same.
   for (const char* key : {"persist.service.powersave.logs", "persist.sys.systrace.enable",
@@ -54,7 +56,8 @@ TEST_F(NoRoom, AFailedForkFailsTheRowAndNoOther) {
   EXPECT_EQ(logged("E get qtrlog, fork err:" + error + ".\n"), 1);
   // Six logcats, the network capture, the fuel gauge, two copiers, the recorder, the trace client
   // and the watchdog.
-  EXPECT_GE(logged("E fork err:" + error + ".\n"), 13);
+  EXPECT_GE(logged("E fork err:" + error + ".\n"), 15);
+  EXPECT_EQ(logged_by("update_logcat_log", "fork err:" + error + ".\n"), 2);
 }
 
 TEST_F(NoRoom, WithoutASlotAWorkerIsToldToEndAndTheRowSucceeds) {

@@ -128,6 +128,9 @@ TEST_F(SecondRun, WifiLogsOfALateVendorStillArrive) {
   wait_vendor_mv_actions_done();
   vendor.join();
   EXPECT_EQ(logged("D wait timeout 0s"), 1);
+  for (const char* text : {"wait timeout 0s", "left wait timeout 1s"})
+    EXPECT_EQ(logged_by("wait_vendor_mv_actions_done", text), 1) << text;
+  EXPECT_EQ(logged_beginning("D start_secs="), 1);
   EXPECT_EQ(logged(std::string("W wait prop ") + kVendorWifiDoneProp + " timeout."), 0);
   EXPECT_EQ(get("/sdcard/zelkalog/1#01-02_03-04-05/wlan_logs/cnss_fw_logs_1"), "late");
 }

@@ -48,6 +48,8 @@ TEST_F(Systrace, StartLeavesAWorkerThatSendsTheStart) {
   EXPECT_EQ(prop("persist.sys.systrace.enable"), "1");
   ASSERT_EQ(workers().size(), 1u);
   const pid_t worker = workers()[0];
+  const std::string pid = std::to_string(worker);
+  EXPECT_EQ(logged("E fork child process, pid:" + pid + ", sendSystraceSocket \n"), 1);
   EXPECT_EQ(getpgid(worker), worker);
   EXPECT_TRUE(eventually([=] { return comm_of(worker) == ":debug-systrace"; }));
   start_service();
@@ -69,6 +71,7 @@ TEST_F(Systrace, StopSwitchesOffClearsAndTellsTheService) {
   EXPECT_TRUE(exists("/data/anr/anr_1"));
   EXPECT_EQ(get(kPackets), "00000002\n");
   EXPECT_EQ(logged("D stop systrace log"), 1);
+  EXPECT_EQ(logged_beginning("E fork child process, pid:"), 1);
   EXPECT_EQ(logged("D sendSystraceSocket sucess"), 1);
   pid_t pids[4];
   EXPECT_EQ(list_children(pids, 4), 0);

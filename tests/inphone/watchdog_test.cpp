@@ -129,6 +129,7 @@ TEST_F(Watchdog, AStuckModemIsCapturedFirstAndCrashedNext) {
   for (const char* text : {"D the xo_count is 30\n", "D the sleep_count_prev is 50\n",
                            "D the is_mpss_catch_modem(catch_modem_log_pid == 0) is 1\n"})
     EXPECT_EQ(logged(text), 1) << text;
+  EXPECT_EQ(logged_by("handle_mpss_stats", "start catcher_modem_log mpss_dump/0"), 1);
 
   EXPECT_EQ(turn_after(599), kIdle);
   EXPECT_EQ(turn_after(0), kGrace);
@@ -187,6 +188,8 @@ TEST_F(Watchdog, NoServiceRequests) {
     EXPECT_EQ(prop(kNoServiceProp), row.left);
     EXPECT_TRUE(row.logged == nullptr || logged(row.logged) == before + 1) << row.logged;
   }
+  for (const char* text : {"start catcher_modem_log mpss_dump/0", "function invoked"})
+    EXPECT_GE(logged_by("handle_no_service_catch_modem_log", text), 1) << text;
   EXPECT_EQ(mpss_dump_count, 2);
   EXPECT_EQ(prop(kModemPathProp), std::string(kVendorRun) + "/mpss_dump/1");  // one of its own
   EXPECT_FALSE(is_mpss_catch_modem);  // such a capture does not arm

@@ -94,6 +94,20 @@ TEST_F(Protocol, LogsEveryStepOfARequest) {
                                     }));
   const std::vector<LogLine> invoked = lines_with(daemon_log(phone), "function invoked");
   EXPECT_EQ(invoked.back().source + "|" + invoked.back().function, "harrowmoss|do_get_version");
+  // What handlers say of themselves, before and behind their work.
+  const std::pair<int, std::pair<const char*, Texts>> rows[] = {
+      {7, {"do_get_build_state", {"function invoked"}}},
+      {8, {"do_no_service_catch_modem", {"ret: -1."}}},
+      {9, {"do_get_pstore_dir", {"function invoked", "function invoked, ,strlen(psstoredir=0)\n"}}},
+  };
+  for (const auto& [code, row] : rows) {
+    ask(phone, code);
+    Texts said;
+    for (const LogLine& line : daemon_log(phone)) {
+      if (line.function == row.first) said.push_back(line.text);
+    }
+    EXPECT_EQ(said, row.second) << row.first;
+  }
 }
 
 TEST_F(Protocol, OutlivesAPeerThatClosesInsideARequest) {
