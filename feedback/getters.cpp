@@ -40,8 +40,7 @@ int get_bootfail_log(const char* dir) {
   copy_dir("/data/anr", dir);
   linked_move move(kBootFailLog, kGeneralDir);
   if (move.prepare() == move_way::stays) {
-    LOGE("no room to move %s to %s: %lld bytes needed, %lld free", kBootFailLog, kGeneralDir,
-         static_cast<long long>(move.needed()), static_cast<long long>(move.available()));
+    LOGE("%s", move.refusal(kBootFailLog, kGeneralDir).c_str());
     return 0;
   }
   run_shell(shell_text("mv /cache/boot_fail.log").target(kStagedBootFailLog));

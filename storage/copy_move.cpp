@@ -282,12 +282,8 @@ int move_dir(const char* src, const char* dst, const char* options) {
   if (!command.may_run() || (!is_pattern && !is_clear(src, dst))) return -1;
   linked_move move(src, dst);
   if (move.prepare() == move_way::stays) {
-    if (!move.has_target()) {
-      LOGE("%s is missing, %s stays", dst, src);
-      return -1;
-    }
-    LOGE("no room to move %s to %s: %lld bytes needed, %lld free", src, dst,
-         static_cast<long long>(move.needed()), static_cast<long long>(move.available()));
+    LOGE("%s", move.refusal(src, dst).c_str());
+    if (!move.may_go_in_part()) return -1;
     // One big run does not keep all others.
     return for_entries(src, [&](const char* entry) {
       return command_fits(shell_command::move_dir, entry, dst) ? move_dir(entry, dst, options) : -1;

@@ -421,6 +421,12 @@ void linked_move::make_links() {
        more == 0 ? "" : (", and for " + std::to_string(more) + " more").c_str());
 }
 
+std::string linked_move::refusal(const char* source, const char* target) const {
+  if (!has_target_) return std::string(target) + " is missing, " + source + " stays";
+  return std::string("no room to move ") + source + " to " + target + ": " +
+         std::to_string(needed_) + " bytes needed, " + std::to_string(available_) + " free";
+}
+
 bool linked_move::settle() {
   const bool arrived = linked_.empty() || settle_trees(base_.get(), from_, to_, linked_);
   const scoped_fd target = open_directory(to_);

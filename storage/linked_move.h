@@ -82,12 +82,11 @@ class linked_move {
   // tree are gone from the source; one line names them, a link with where it led.
   bool settle();
 
-  // Of a move that stays: bytes that it wanted and bytes that were free.
-  int64_t needed() const { return needed_; }
-  int64_t available() const { return available_; }
+  // Of a move that stays: why, as a log line about `source` and `target`.
+  std::string refusal(const char* source, const char* target) const;
 
-  // Of a move that stays: false when its target is missing.
-  bool has_target() const { return has_target_; }
+  // Of a move that stays: whether a single name might go. Not to a missing target.
+  bool may_go_in_part() const { return is_pattern_ && has_target_; }
 
  private:
   void weigh(int target, move_facts* facts);

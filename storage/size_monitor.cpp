@@ -177,19 +177,24 @@ next evict(monitor_state* state) {
   }
   if (!logging) return deletion_done();
   LOG_AS(ANDROID_LOG_INFO, "monitorLogSizeThread", "next,check log common catching dir..");
-  if (plan.what == eviction::restart_withheld) {
-    LOG_AS(ANDROID_LOG_ERROR, "monitorLogSizeThread", "cannot list %s: no restart", kStoreDir);
-  } else if (plan.what == eviction::working_run) {
+  if (plan.what == eviction::working_run) {
     LOG_AS(ANDROID_LOG_INFO, "monitorLogSizeThread", "now delete %s%s", kWorkingDir,
            working.name.c_str());
     remove_run(kWorkingDir, working.name);
-  } else if (plan.what == eviction::restart &&
-             restart_is_due(state->restart, monotonic_ms(), state->total_bytes)) {
-    const next after = restart_logging();
-    state->restart = {monotonic_ms(), -1};
-    return after;
+    return deletion_done();
   }
-  return deletion_done();
+  const bool none_smaller =
+      plan.what == eviction::restart || plan.what == eviction::restart_withheld;
+  if (!none_smaller || !restart_is_due(state->restart, monotonic_ms(), state->total_bytes)) {
+    return deletion_done();
+  }
+  if (plan.what == eviction::restart_withheld) {
+    LOG_AS(ANDROID_LOG_ERROR, "monitorLogSizeThread", "cannot list %s: no restart", kStoreDir);
+    return deletion_done();
+  }
+  const next after = restart_logging();
+  state->restart = {monotonic_ms(), -1};
+  return after;
 }
 
 // The biggest entry of both trees, hidden ones included.
