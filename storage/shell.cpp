@@ -42,7 +42,9 @@ pid_t start_shell(const shell_text& command, group where, int out_fd,
   if (pid != 0) return pid;
   if (out_fd >= 0) dup2(out_fd, STDOUT_FILENO);
   if (file_bytes != kUnbounded) {
-    const rlimit most = {static_cast<rlim_t>(file_bytes), static_cast<rlim_t>(file_bytes)};
+    rlimit most;
+    getrlimit(RLIMIT_FSIZE, &most);
+    most.rlim_cur = static_cast<rlim_t>(file_bytes);  // policy watches over the hard limit
     setrlimit(RLIMIT_FSIZE, &most);
   }
   execl(kShell, "sh", "-c", command.c_str(), static_cast<char*>(nullptr));
