@@ -61,6 +61,9 @@ class Setup(unittest.TestCase):
     def test_what_is_asked_for_and_said(self):
         half = {"g++": "installed", "cmake": "installed", "mksh": "half-configured", "toybox": "installed"}
         everything = dict.fromkeys(DEMO, "installed")
+        check = everything | dict.fromkeys((
+            "clang", "clang-format", "git", "libc++-14-dev", "libc++abi-14-dev", "libclang-rt-14-dev", "libfaketime",
+            "libgtest-dev", "llvm", "nlohmann-json3-dev", "python3"), "installed")
         for command, states, stub, asked, said, status in (
                 (["setup", "demo"], {}, {}, DEMO, "everything is installed", 0),
                 (["setup", "demo"], half, {}, {"iproute2", "mksh", "ninja-build"}, "everything is installed", 0),
@@ -70,9 +73,12 @@ class Setup(unittest.TestCase):
                 (["setup", "phone", "soak"], everything, {}, {"libfaketime"}, "for ./dev phone soak", 0),
                 (["setup", "nonsense"], {}, {}, set(), "no command nonsense", 1),
                 (["demo"], {}, {"APT": NETWORK}, DEMO, NETWORK, 1),
-                (["test"], everything | dict.fromkeys(("clang", "m4"), "installed"), {"APT": UNKNOWN},
-                 {"checkpolicy", "libc++-14-dev", "libc++abi-14-dev", "libfaketime", "libgtest-dev", "nlohmann-json3-dev",
-                  "python3", "selinux-utils"}, UNKNOWN, 1)):
+                (["test"], everything | {"clang": "installed"}, {"APT": UNKNOWN, "PLATFORM_DIR": "."},
+                 {"libc++-14-dev", "libc++abi-14-dev", "libfaketime", "libgtest-dev", "nlohmann-json3-dev", "python3"},
+                 UNKNOWN, 1),
+                (["setup", "check"], check, {}, set(), "everything is installed", 0),
+                (["setup", "check"], check, {"PLATFORM_DIR": "."}, {"checkpolicy", "lld", "m4", "secilc"},
+                 "everything is installed", 0)):
             with self.subTest(command=command, states=states, **stub):
                 dev = self.start(command, states, **stub)
                 out, _ = dev.communicate(timeout=LIMIT_S)

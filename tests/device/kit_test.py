@@ -27,12 +27,13 @@ FILES = "device/sepolicy/private/file_contexts"
 APPS = "device/sepolicy/private/seapp_contexts"
 PROPERTIES = "device/sepolicy/private/property_contexts"
 BP = "device/Android.bp"
+SMALL = "#include <cutils/properties.h>\n#include <string>\nint main() { return property_set(\"a\", \"\"); }\n"
 END = None  # in place of a text: the new one goes to the end of the file
 PLATFORM = kit.Platform.find()
 SCRATCH = ROOT / "build/device-check/policy"  # what the platform alone was found to be is kept there
 
 
-class KitTest(unittest.TestCase):
+class PlantedFaults(unittest.TestCase):
     """Works on a copy of what the checks read."""
 
     def setUp(self):
@@ -59,7 +60,25 @@ class KitTest(unittest.TestCase):
                 path, text = self.plant(file, old, new)
                 problems = check()
                 path.write_text(text)
-                self.assertTrue(any(expected in problem for problem in problems), problems)
+                self.assert_each_found([expected], problems)
+
+    def assert_each_found(self, wanted, problems):
+        for expected in wanted:
+            self.assertTrue(any(expected in problem for problem in problems), (expected, problems))
+
+    def compiled(self, platform, libraries, source):
+        """Problems of a module that has one small program and nothing else."""
+        for path in self.root.rglob("Android.bp"):
+            path.unlink()
+        (self.root / "Android.bp").write_text(
+            'cc_binary { name: "small", srcs: ["small.cpp"], cflags: ["-Wall", "-Werror"],\n'
+            f'    shared_libs: [{libraries}] }}\n')
+        (self.root / "small.cpp").write_text(source)
+        return compile_check.check(platform, self.root / "out", self.root)
+
+
+class KitTest(PlantedFaults):
+    """The same on every machine: the platform's files are not looked at."""
 
     def test_rc(self):
         self.check_faults(lambda: rc_check.check(self.root / "device"), (
@@ -93,9 +112,30 @@ class KitTest(unittest.TestCase):
              "cannot tell which property name is"),
         ))
 
+    def test_blueprint(self):
+        self.check_faults(lambda: blueprint_check.check(self.root), (
+            ("Android.bp", '        "input/*.cpp",\n', "", "input/event_line.cpp: no module compiles it"),
+            ("Android.bp", '"protocol/*.cpp"', '"protocol/*.cpp", "base/*.c"', "names no file"),
+            (BP, "    system_ext_specific: true,\n", "", "not system_ext_specific"),
+            (BP, '":harrowmossctl_srcs"', '":harrowmossctl_src"', "there is no module :harrowmossctl_src"),
+            (BP, '        "-Werror",\n', "", "without -Werror"),
+            (BP, 'name: "harrowmossctl"', 'name: "harrowmossd"', "there are two of it"),
+            ("base/text.cpp", END, "#ifdef __ANDROID__\n#endif\n", "asks which platform"),
+        ))
+
+    def test_compile(self):
+        self.assertEqual(self.compiled(None, '"libcutils"', SMALL), [])
+        found = self.compiled(None, '"libbinder"', "#include <binder/Parcel.h>\n#include <typeinfo>\n#define ALOG 1\n"
+                              "int f() { throw 1; }\nconst char* g() { return typeid(int).name(); }\n")
+        self.assert_each_found(("exceptions", "typeid", "ALOG"), found)
+
+
+@unittest.skipUnless(PLATFORM, "the platform's files are not here")
+class PlatformTest(PlantedFaults):
+    """What only the platform's own files show. Its policy is built, which takes minutes where ./dev check has not
+    built it before."""
+
     def built(self, build):
-        if not PLATFORM:
-            self.skipTest("the platform's files are not here: its policy cannot be built")
         folder = self.root.parent / "policy"
         folder.mkdir()
         for passed in SCRATCH.glob("*.passed"):
@@ -109,9 +149,8 @@ class KitTest(unittest.TestCase):
             self.plant(TE, END, f"allow harrowmossd {rule};\n")
         self.plant(TE, "-crash_dump ", "")
         errors = self.built(("user", True)).errors
-        for expected in ("dac_override", "sysfs_batteryinfo", "pstorefs", "sys_ptrace", "debugfs", "mnt_vendor_file",
-                         "harrowmossd_data_file", "crash_dump"):
-            self.assertTrue(any(expected in error for error in errors), (expected, errors))
+        self.assert_each_found(("dac_override", "sysfs_batteryinfo", "pstorefs", "sys_ptrace", "debugfs", "mnt_vendor_file",
+                         "harrowmossd_data_file", "crash_dump"), errors)
 
     def test_what_the_policy_must_allow(self):
         for file, old, new in (
@@ -127,48 +166,22 @@ class KitTest(unittest.TestCase):
         self.assertEqual(built.errors, [])
         problems = policy_check.check(PLATFORM, [built], self.root / "device", self.root) + \
             property_check.check(PLATFORM, [built], self.root / "device", self.root)
-        for expected in ("does not allow harrowmossd logdr_socket", "allows harrowmossd proc_sysrq", "mkdir /sdcard/*",
+        self.assert_each_found(("does not allow harrowmossd logdr_socket", "allows harrowmossd proc_sysrq", "mkdir /sdcard/*",
                          "ro.vendor.build.display.id", "sys.zelka.modemdump", "no type harrowmossd_dat_file",
-                         "harrowmossd_sysfs is no debugfs_type"):
-            self.assertTrue(any(expected in problem for problem in problems), (expected, problems))
+                         "harrowmossd_sysfs is no debugfs_type"), problems)
         table = self.root / "accesses.txt"
         table.write_text("/data/misc/ stat x refused a reason\n/sys/fs/pstore/a read x\n/data/misc/ look x\n")
         problems = accesses.check(PLATFORM, built, self.root / "device", table)
-        for expected in ("marked as refused, and allowed", "pstorefs file open", "not a row", "few rows"):
-            self.assertTrue(any(expected in problem for problem in problems), (expected, problems))
-
-    def test_blueprint(self):
-        self.check_faults(lambda: blueprint_check.check(self.root), (
-            ("Android.bp", '        "input/*.cpp",\n', "", "input/event_line.cpp: no module compiles it"),
-            ("Android.bp", '"protocol/*.cpp"', '"protocol/*.cpp", "base/*.c"', "names no file"),
-            (BP, "    system_ext_specific: true,\n", "", "not system_ext_specific"),
-            (BP, '":harrowmossctl_srcs"', '":harrowmossctl_src"', "there is no module :harrowmossctl_src"),
-            (BP, '        "-Werror",\n', "", "without -Werror"),
-            (BP, 'name: "harrowmossctl"', 'name: "harrowmossd"', "there are two of it"),
-            ("base/text.cpp", END, "#ifdef __ANDROID__\n#endif\n", "asks which platform"),
-        ))
+        self.assert_each_found(("marked as refused, and allowed", "pstorefs file open", "not a row", "few rows"), problems)
 
     def test_compile(self):
-        """Faults of one small program, all at once: what does not compile, then what does not link."""
-        for path in self.root.rglob("Android.bp"):
-            path.unlink()
-        def check(libraries, source):
-            (self.root / "Android.bp").write_text(
-                'cc_binary { name: "small", srcs: ["small.cpp"], cflags: ["-Wall", "-Werror"],\n'
-                f'    shared_libs: [{libraries}] }}\n')
-            (self.root / "small.cpp").write_text(source)
-            return "\n".join(compile_check.check(PLATFORM, self.root / "out", self.root))
-        clean = "#include <cutils/properties.h>\n#include <string>\nint main() { return property_set(\"a\", \"\"); }\n"
-        self.assertEqual(check('"libcutils"', clean), "")
-        found = check('"libbinder"', "#include <binder/Parcel.h>\n#include <typeinfo>\n#define ALOG 1\nint f() { throw 1; }\n"
-                      "const char* g() { return typeid(int).name(); }\n")
-        for expected in ("exceptions", "typeid", "ALOG"):
-            self.assertIn(expected, found)
-        if PLATFORM:
-            missing = clean.replace("{ return", "{ (void)secure_getenv(\"A\"); return")
-            self.assertIn("secure_getenv", check('"libcutils"', missing))
-            self.assertIn("undefined symbol: property_set", check("", clean))
-            self.assertIn("does without liblog", check('"libcutils", "liblog"', clean))
+        missing = SMALL.replace("{ return", "{ (void)secure_getenv(\"A\"); return")
+        for libraries, source, expected in (
+                ('"libcutils"', missing, "secure_getenv"),
+                ('', SMALL, "undefined symbol: property_set"),
+                ('"libcutils", "liblog"', SMALL, "does without liblog")):
+            self.assert_each_found([expected], self.compiled(PLATFORM, libraries, source))
+        self.assertEqual(self.compiled(PLATFORM, '"libcutils"', SMALL), [])
 
 
 if __name__ == "__main__":

@@ -7,7 +7,8 @@ declare -A packages=(
   [user]="uidmap"                                          # whoever is not root boots phones in a user namespace
   [gtest]="libgtest-dev nlohmann-json3-dev"
   [tests]="libfaketime python3"
-  [kit]="python3 clang libc++-14-dev libc++abi-14-dev checkpolicy selinux-utils m4"
+  [kit]="python3 clang libc++-14-dev libc++abi-14-dev"
+  [platform]="lld m4 checkpolicy secilc"                   # for checks against the platform's files, where those are
   [clang]="clang"
   [sanitizers]="clang libclang-rt-14-dev llvm"             # llvm: symbols of a report, line counts
   [style]="git clang-format"
@@ -24,7 +25,7 @@ declare -A needs=(
   [phone]="build phone"
   [ctl]="build phone"
   [test]="build phone gtest tests kit"
-  [check]="build phone gtest tests kit style sanitizers clock"
+  [check]="build phone gtest tests kit platform style sanitizers clock"
   [coverage]="build phone gtest tests kit sanitizers"
   [fuzz]="build phone sanitizers"
   [cost]="build phone"
@@ -46,6 +47,7 @@ declare -A needs=(
 # missing_packages COMMAND: those that are not installed, a line each.
 missing_packages() {
   local groups=${needs[$1]} group wanted installed package
+  [ -d "${PLATFORM_DIR:-../shared/platform}" ] || groups=${groups/platform/}
   [[ $groups != *phone* ]] || [ "$(id -u)" = 0 ] || groups+=" user"
   wanted=$(for group in $groups; do printf '%s\n' ${packages[$group]}; done | sort -u)
   # The status is 1 as soon as one of them is unknown; the others are listed all the same.

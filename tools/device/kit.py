@@ -50,8 +50,6 @@ def _first(*candidates):
 
 def run(arguments, **options):
     """Runs a program; gives its CompletedProcess with text output, whatever its status."""
-    # Debian keeps SELinux's tools where only root looks.
-    os.environ["PATH"] += "" if "/usr/sbin" in os.environ["PATH"].split(":") else ":/usr/sbin"
     try:
         return subprocess.run([str(a) for a in arguments], capture_output=True, text=True, check=False,
                               **options)
