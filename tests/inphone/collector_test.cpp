@@ -21,26 +21,7 @@ class Collector : public ::testing::Test {
     EXPECT_TRUE(eventually([] { return s_self_log_collector_pid > 0; }));
     return s_self_log_collector_pid;
   }
-  void wait_for_end(long times) {
-    EXPECT_TRUE(eventually([=] { return logged("W logger stopoped, exit") == times; }));
-  }
 };
-
-TEST_F(Collector, EndsWhenLoggingIsOffAndCanBeStartedAgain) {
-  startSelfLogCollector(&s_self_log_collector_pid);
-  const pid_t logcat = wait_for_logcat(1);
-  setprop("persist.sys.zklog.enable", "off");
-  EXPECT_EQ(signal_process(logcat, SIGKILL), 0);
-  wait_for_end(1);
-  EXPECT_EQ(calls_of(kLogcatPath).size(), 1u);
-  // It says so just before it lets go: a start may come too early for a new one.
-  setprop("persist.sys.zklog.enable", "on");
-  EXPECT_TRUE(eventually([] {
-    return startSelfLogCollector(&s_self_log_collector_pid) == 0 ||
-           calls_of(kLogcatPath).size() == 2;
-  }));
-  EXPECT_TRUE(eventually([] { return calls_of(kLogcatPath).size() == 2; }));
-}
 
 TEST_F(Collector, ASecondStartLeavesTheFirstOneAlone) {
   EXPECT_EQ(startSelfLogCollector(&s_self_log_collector_pid), 0);

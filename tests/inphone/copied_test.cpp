@@ -66,11 +66,7 @@ TEST(Copied, OnlyThenTheSourceOfAGetterIsDeleted) {
       EXPECT_EQ(get(source), row.deletes ? "" : source) << row.before;
     EXPECT_EQ(exists(kPower), !row.deletes) << row.before;
   }
-  const Texts texts = log_texts();
-  EXPECT_EQ(
-      std::count_if(texts.begin(), texts.end(),
-                    [](const std::string& text) { return text.rfind("E not all of ", 0) == 0; }),
-      8);
+  EXPECT_EQ(logged_beginning("E not all of "), 8);
 }
 
 }  // namespace

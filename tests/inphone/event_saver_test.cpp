@@ -14,11 +14,6 @@ std::string generation(int number) {
   return std::string(kBase) + (number == 0 ? "" : "." + std::to_string(number)) + ".txt";
 }
 
-int64_t size_of(const std::string& path) {
-  struct stat info;
-  return stat(path.c_str(), &info) == 0 ? info.st_size : -1;
-}
-
 std::string opened(int64_t size) {
   return "E openLogFile:" + generation(0) + ".mOutByteCount = " + std::to_string(size) + "\n";
 }

@@ -72,6 +72,12 @@ inline Texts list(const std::string& dir) {
   return names;
 }
 
+// st_size of what `path` leads to; -1 when it is missing.
+inline int64_t size_of(const std::string& path) {
+  struct stat info;
+  return stat(path.c_str(), &info) == 0 ? info.st_size : -1;
+}
+
 // "0777 1015:1015", or "missing".
 inline std::string mode_and_owner(const std::string& path) {
   struct stat info;
@@ -107,6 +113,14 @@ inline std::vector<Texts> calls_of(const std::string& program) {
   std::vector<Texts> found;
   for (BenchCall& call : calls_in(get(kCallsLog), program)) found.push_back(std::move(call.argv));
   return found;
+}
+
+// The "-n" of the main buffer's debug logcats, in the order of their starts.
+inline Texts counts_of_main() {
+  Texts counts;
+  for (const Texts& argv : calls_of("/system/bin/logcat"))
+    if (argv[0] == "harrowmossd:debug-main-vesk") counts.push_back(argv.back());
+  return counts;
 }
 
 // What the daemon gave to `sh -c`, in order.
@@ -315,6 +329,21 @@ class ParkedChild {
 inline void become_main_process() {
   s_harrowmossd_pid = getpid();
   ASSERT_EQ(prctl(PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0), 0);
+}
+
+// Lets mksh run `script` in place of a program of /system/bin; toybox still has the program itself.
+inline void replace_program(const std::string& name, const std::string& script) {
+  ASSERT_EQ(mount(nullptr, "/", nullptr, MS_REMOUNT | MS_BIND, nullptr), 0);
+  unlink(("/system/bin/" + name).c_str());
+  put("/system/bin/" + name, "#!/system/bin/mksh\n" + script + "\n");
+  ASSERT_EQ(chmod(("/system/bin/" + name).c_str(), 0755), 0);
+}
+
+// /sdcard takes its room from /data, as on a phone.
+inline void make_one_pool() {
+  ASSERT_EQ(umount("/sdcard"), 0);
+  ASSERT_EQ(umount("/data/media/0"), 0);
+  ASSERT_EQ(mount("/data/media/0", "/sdcard", nullptr, MS_BIND, nullptr), 0);
 }
 
 // Shared storage that is there but cannot be written.

@@ -15,7 +15,6 @@ using namespace inphone;
 
 constexpr char kWork[] = "/data/misc/zelkalog/";
 constexpr char kStore[] = "/sdcard/zelkalog/";
-constexpr char kHook[] = "/data/local/tmp/hook.";
 constexpr size_t kFileBytes = 2 << 20;
 constexpr int kFiles = 8;
 
@@ -38,14 +37,8 @@ class LinkedMoves : public ::testing::Test {
   }
   // Lets mv run these shell texts before and after what it does.
   static void hook_into_mv(const std::string& before, const std::string& after) {
-    ASSERT_EQ(mount(nullptr, "/", nullptr, MS_REMOUNT | MS_BIND, nullptr), 0);
-    unlink("/system/bin/mv");
-    put("/system/bin/mv", std::string("#!/system/bin/mksh\n. ") + kHook +
-                              "before\n/system/bin/toybox mv \"$@\"\nstatus=$?\n. " + kHook +
-                              "after\nexit $status\n");
-    ASSERT_EQ(chmod("/system/bin/mv", 0755), 0);
-    put(std::string(kHook) + "before", before);
-    put(std::string(kHook) + "after", after);
+    replace_program(
+        "mv", before + "\n/system/bin/toybox mv \"$@\"\nstatus=$?\n" + after + "\nexit $status");
   }
   static int move_runs() { return move_dir("/data/misc/zelkalog/*", kStore, nullptr); }
   static bool is_whole(int i) {
@@ -70,11 +63,8 @@ class LinkedMoves : public ::testing::Test {
     for (const std::string& name : left()) EXPECT_EQ(name.find("ing-"), std::string::npos) << name;
   }
   static long incomplete() {
-    const Texts texts = log_texts();
-    return std::count_if(texts.begin(), texts.end(), [](const std::string& text) {
-      return text.rfind("E move of /data/misc/zelkalog/7#run to /sdcard/zelkalog is not complete: ",
-                        0) == 0;
-    });
+    return logged_beginning(
+        "E move of /data/misc/zelkalog/7#run to /sdcard/zelkalog is not complete: ");
   }
 };
 
@@ -301,9 +291,7 @@ TEST_F(LinkedMoves, WhatCrossesToAMissingPlaceStays) {
 
 // Where /sdcard takes its room from /data, links hold what mv frees.
 TEST_F(LinkedMoves, InOnePoolLinksAreMadeOnlyWhereThereIsRoomForThem) {
-  ASSERT_EQ(umount("/sdcard"), 0);
-  ASSERT_EQ(umount("/data/media/0"), 0);
-  ASSERT_EQ(mount("/data/media/0", "/sdcard", nullptr, MS_BIND, nullptr), 0);
+  make_one_pool();
   const std::string seen = "/data/local/tmp/seen";
   hook_into_mv("ls -d /data/misc/zelkalog/.moving-* > " + seen + " 2>/dev/null", "");
   // The run has 16 MiB in files of 2 MiB; 128 MiB stay free.

@@ -318,24 +318,13 @@ TEST(MayConvertTime, OnlyTheFirstThreadOfAProcessThatAThreadDidNotFork) {
 // A remembered id of the parent would send a child's log lines, and its decisions, to another one.
 TEST(OwnIds, AreTheKernelsInEveryProcessAndThread) {
   const auto right = [] { return own_pid() == getpid() && own_thread_id() == gettid(); };
-  const auto right_in_thread = [&right] {
-    bool result = false;
-    std::thread([&] { result = right(); }).join();
-    return result;
+  const auto right_in_children = [&] {
+    return holds_in_child(right) && holds_in_child(right, [] { return fork(); });
   };
-  const std::function<pid_t()> forks[] = {[] { return fork_process(group::own); },
-                                          [] { return fork(); }};
-  EXPECT_TRUE(right() && right_in_thread());
-  for (const auto& fork_it : forks) {
-    const auto right_in_child = [&] {
-      return holds_in_child([&] { return right() && right_in_thread(); }, fork_it);
-    };
-    EXPECT_TRUE(right_in_child());
-    EXPECT_TRUE(holds_in_child(right_in_child, fork_it));
-    bool from_thread = false;
-    std::thread([&] { from_thread = right_in_child(); }).join();
-    EXPECT_TRUE(from_thread);
-  }
+  bool in_thread = false;
+  std::thread([&] { in_thread = right() && right_in_children(); }).join();
+  EXPECT_TRUE(right() && right_in_children() && in_thread);
+  EXPECT_TRUE(holds_in_child(right_in_children));
 }
 
 TEST(ParentPid, IsTheRealParentsInEveryProcess) {

@@ -1,4 +1,5 @@
-// The device report, and the walk over the getters of a feedback bundle.
+// The device report, the walk over the getters of a feedback bundle, and the dump of the log
+// buffers.
 #include "feedback/report.h"
 
 #include "feedback/feedback.h"
@@ -222,6 +223,39 @@ TEST(FeedbackWalk, EndsAtTheFirstFailureWithThePropertyFiles) {
   EXPECT_EQ(list("/data/out"), (Texts{"others.prop", "system.prop"}));
   EXPECT_NE(get("/data/out/system.prop"), "");
   EXPECT_EQ(get("/data/out/others.prop").rfind("Filesystem  ", 0), 0u);
+}
+
+// Every buffer is dumped, whether it gets a thread or not.
+TEST(GeneralDump, IsMadeWithoutThreadsToo) {
+  become_main_process();
+  catch_sigchld();
+  const int64_t pages = atoll(get("/proc/self/statm").c_str());
+  // Less than a thread's stack takes: 1 MiB with Android's C library, 8 MiB with glibc.
+  const rlim_t no_stack = static_cast<rlim_t>(pages * getpagesize() + (768 << 10));
+  const rlimit all = {RLIM_INFINITY, RLIM_INFINITY}, few = {no_stack, RLIM_INFINITY};
+  for (const bool threads : {false, true}) {
+    const std::string dir = threads ? "/sdcard/with" : "/sdcard/without";
+    ASSERT_EQ(setrlimit(RLIMIT_AS, threads ? &all : &few), 0);
+    EXPECT_EQ(get_general_log(dir.c_str()), 0);
+    long dumps = 0;
+    for (const std::string& command : shell_commands()) {
+      dumps += command.find("logcat -d ") != std::string::npos &&
+               command.find(dir + "/general/") != std::string::npos;
+    }
+    EXPECT_EQ(dumps, 6) << dir;
+    EXPECT_EQ(logged_beginning("E no thread for "), 6);  // the first time
+  }
+}
+
+// Shared storage has several names, and a link gives any directory one more.
+TEST(FeedbackDestination, IsRefusedInsideOfASourceUnderAnyName) {
+  put(std::string(kGeneralDir) + "x", "");
+  ASSERT_EQ(symlink("/data/anr", "/data/link"), 0);
+  std::filesystem::create_directories("/data/anr/heap");
+  for (const char* path : {"/data/media/0/Android/data/.harrowmoss/general", "/data/link/new/dir",
+                           "/data/media/0/Android/data/.harrowmoss/general/new", "/data/link/heap"})
+    EXPECT_STREQ(feedback_destination_fault(-1, path), "inside of what is copied") << path;
+  EXPECT_EQ(feedback_destination_fault(-1, "/data/media/0/Android/data/.harrowmoss/new"), nullptr);
 }
 
 }  // namespace

@@ -38,14 +38,6 @@ class SecondRun : public Catchers {
   }
 };
 
-// The "-n" of the main buffer's debug logcats so far.
-Texts counts_of_main() {
-  Texts counts;
-  for (const Texts& argv : calls_of(kLogcat))
-    if (argv[0] == "harrowmossd:debug-main-vesk") counts.push_back(argv.back());
-  return counts;
-}
-
 TEST_F(SecondRun, HasNothingOfTheFirstOne) {
   Texts counts;
   for (const auto& [types, count] : {std::pair{"65537", "39"}, std::pair{"1", "9"}}) {
@@ -111,6 +103,27 @@ TEST_F(SecondRun, OfAnotherProcessIsTakenOver) {
     EXPECT_EQ(s_debug_vesk_group[0].pid, taken ? 0 : logcat.pid());
     EXPECT_EQ(is_running(worker.pid()), !taken);
     EXPECT_EQ(is_running(logcat.pid()), !taken);
+  }
+}
+
+// 100 ms each; a property that is set later ends them.
+TEST_F(SecondRun, TheVendorIsPolledTenTimesASecondOfItsBudget) {
+  set_safe_point_handler([](int sig) { s_handled++, note_signal(sig); }, [] {});
+  note_signal(SIGUSR2);  // counts the safe points: one behind each poll
+  setprop(kVendorCommonDoneProp, "0");
+  setprop(kVendorWifiDoneProp, "1");
+  const std::tuple<const char*, int, int> rows[] = {{"1", 0, 2}, {"2", 14, 1}, {"64", 13, 2}};
+  for (const auto& [types, since_request_s, seconds] : rows) {
+    setprop(kTypeProp, types);
+    s_handled = 0;
+    s_vendor_mv_start_secs = time(nullptr) - since_request_s;
+    const size_t before = log_texts().size();
+    wait_vendor_mv_actions_done();
+    int budget = -1;  // a second less when one has begun meanwhile
+    for (const std::string& text : texts_since(log_texts(), before))
+      sscanf(text.c_str(), "D wait timeout %ds", &budget);
+    EXPECT_TRUE(budget == seconds || budget == seconds - 1) << types << " " << budget;
+    EXPECT_EQ(s_handled, budget * 10) << types;
   }
 }
 

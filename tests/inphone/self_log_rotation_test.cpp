@@ -13,11 +13,6 @@ std::string generation(int number) {
   return std::string(kSelfLogFile) + (number == 0 ? "" : "." + std::to_string(number));
 }
 
-int64_t size_of(const std::string& path) {
-  struct stat info;
-  return stat(path.c_str(), &info) == 0 ? info.st_size : -1;
-}
-
 // Appends lines of `filler` that take `bytes` altogether; each is 1023 bytes, the last two share
 // the rest.
 class LineWriter {

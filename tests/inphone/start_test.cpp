@@ -116,14 +116,30 @@ TEST_F(Start, TheNumberGoesOnFromWhateverStandsThere) {
   }
 }
 
-TEST_F(Start, WithoutRoomNoRunBegins) {
-  switch_on("1");
-  fill_up_to("/sdcard", 64 * kMiB);
-  const PropertiesSince since;
-  EXPECT_EQ(start_debug_log(), 0);
-  EXPECT_EQ(since.sets(),
-            (Texts{"persist.sys.zklog.enable=off", "persist.bluetooth.btsnoopenable=true"}));
-  EXPECT_EQ(get(kCallsLog), "");
+TEST_F(Start, ARunBeginsFromOneBlockAboveTheLimitsOn) {
+  const struct {
+    const char* volume;
+    int64_t left;
+    const char* refused;  // null: it begins
+  } rows[] = {
+      {"/sdcard", 64 * kMiB, "W There is not enough disk space left to capture the log"},
+      {"/sdcard", 64 * kMiB + 4096, nullptr},
+      {"/data", 128 * kMiB,
+       "W There is not enough data space left to capture the log, data_space=134217728"},
+      {"/data", 128 * kMiB + 4096, nullptr},
+  };
+  setprop("persist.sys.logger.enable", "off");  // the self log would take blocks
+  for (const auto& row : rows) {
+    switch_on("0");
+    fill_up_to(row.volume, row.left);
+    const PropertiesSince since;
+    EXPECT_EQ(start_debug_log(), 0);
+    const Texts sets = since.sets();
+    EXPECT_EQ(sets[0] == "persist.sys.zklog.enable=off", row.refused != nullptr) << row.left;
+    EXPECT_EQ(sets.size() == 2, row.refused != nullptr) << row.left;
+    EXPECT_TRUE(row.refused == nullptr || logged(row.refused) == 1) << row.left;
+    unlink((std::string(row.volume) + "/filler").c_str());
+  }
 }
 
 TEST_F(Start, StorageThatCannotBeAskedIsNoReasonToSwitchOff) {

@@ -145,42 +145,32 @@ TEST(CtlRuns, AreCompleteCapturingOrLeftBehind) {
 
 TEST(CtlRuns, TellTheHolesInTheirLogs) {
   const std::string opening = "--------- beginning of main\n";
+  using Files = std::vector<std::pair<const char*, std::string>>;  // in mobile/
   const struct {
-    const char* what;
-    std::vector<std::pair<const char*, std::string>> files;
+    Files files;
     int generations;  // of the only rotated file; 0: none is rotated
     lost_lines lost;
     size_t replaced;
   } rows[] = {
-      {"not rotated", {{"mobile/D-main.txt", "x"}}, 0, lost_lines::kNo, 0},
-      {"all kept",
-       {{"mobile/D-main.txt", "x"}, {"mobile/D-main.txt.1", "y"}, {"mobile/D-main.txt.2", opening}},
+      {{{"D-main.txt", "x"}}, 0, lost_lines::kNo, 0},
+      {{{"D-main.txt", "x"}, {"D-main.txt.1", "y"}, {"D-main.txt.2", opening}},
        2,
        lost_lines::kNo,
        0},
-      {"oldest gone",
-       {{"mobile/D-main.txt.1", "y"}, {"mobile/D-main.txt.2", "03-07 ..."}},
-       2,
-       lost_lines::kYes,
-       0},
-      {"replaced",
-       {{"mobile/D-radio_1.txt", ""}, {"mobile/D-radio_2.txt", ""}},
-       0,
-       lost_lines::kNo,
-       2},
+      {{{"D-main.txt.1", "y"}, {"D-main.txt.2", "03-07 ..."}}, 2, lost_lines::kYes, 0},
+      {{{"D-radio_1.txt", ""}, {"D-radio_2.txt", ""}}, 0, lost_lines::kNo, 2},
   };
   for (const auto& row : rows) {
     bench_client client;
-    for (const auto& [path, content] : row.files) {
-      client.tree.put("sdcard/zelkalog/1#03-07_14-05-09/" + std::string(path), content);
-    }
+    for (const auto& [name, content] : row.files)
+      client.tree.put("sdcard/zelkalog/1#03-07_14-05-09/mobile/" + std::string(name), content);
     const std::vector<run_report> runs = read_runs(client.env);
     ASSERT_EQ(runs.size(), 1u);
-    EXPECT_EQ(runs[0].replaced.size(), row.replaced) << row.what;
-    ASSERT_EQ(runs[0].rotated.size(), row.generations == 0 ? 0u : 1u) << row.what;
+    EXPECT_EQ(runs[0].replaced.size(), row.replaced) << &row - rows;
+    ASSERT_EQ(runs[0].rotated.size(), row.generations == 0 ? 0u : 1u) << &row - rows;
     if (row.generations == 0) continue;
-    EXPECT_EQ(runs[0].rotated[0].generations, row.generations) << row.what;
-    EXPECT_EQ(runs[0].rotated[0].lost, row.lost) << row.what;
+    EXPECT_EQ(runs[0].rotated[0].generations, row.generations) << &row - rows;
+    EXPECT_EQ(runs[0].rotated[0].lost, row.lost) << &row - rows;
   }
 }
 

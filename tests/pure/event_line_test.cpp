@@ -39,28 +39,6 @@ TEST(EventLine, FieldsByteForByte) {
   for (const auto& row : rows) EXPECT_EQ(fields(row.type, row.code, row.value), row.text);
 }
 
-// The columns as printf would make them, for every type and for codes in and around its range.
-TEST(EventLine, ColumnsArePrintfs) {
-  for (unsigned type = 0; type <= 0x22; type++) {
-    for (unsigned code = 0; code <= 0x310; code++) {
-      const auto t = static_cast<uint16_t>(type);
-      const auto c = static_cast<uint16_t>(code);
-      const auto value = static_cast<int32_t>(code * 2654435761u);
-      char text[128];
-      const char* type_name = event_type_name(t);
-      int used = type_name != nullptr ? snprintf(text, sizeof(text), "%-12.12s", type_name)
-                                      : snprintf(text, sizeof(text), "%04x        ", type);
-      const char* name = event_code_name(t, c);
-      used += name != nullptr ? snprintf(text + used, 64, " %-20.20s", name)
-                              : snprintf(text + used, 64, " %04x                ", code);
-      const char* value_name = type == 1 ? key_value_name(value) : nullptr;
-      value_name != nullptr ? snprintf(text + used, 64, " %-20.20s", value_name)
-                            : snprintf(text + used, 64, " %d            ", value);
-      ASSERT_EQ(fields(t, c, value), text);
-    }
-  }
-}
-
 TEST(EventLine, StampHasUnpaddedMicroseconds) {
   const std::pair<civil_time, long> rows[] = {{{2024, 3, 9, 7, 5, 2}, 41307},
                                               {{2026, 12, 31, 23, 59, 59}, 999999},

@@ -2,15 +2,10 @@
 // directory.
 #include "platform/linux/property_area.h"
 
-#include <signal.h>
 #include <string.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <memory>
-#include <sstream>
 
-#include "phone/host/wait.h"
 #include "tests/pure/ctl_support.h"
 
 namespace {
@@ -69,41 +64,6 @@ TEST_F(PropertyAreaTest, RulesOfSetting) {
   EXPECT_EQ(logged, log);  // a line for every set, and for no other
   boot();
   for (const auto& row : rows) EXPECT_EQ(get(row.key), row.after_boot) << row.key;
-}
-
-// A whole value is a single letter, repeated as often as its place in the alphabet tells.
-std::string whole_value(int i) {
-  return std::string(1 + i % 26 * 90 / 25, static_cast<char>('a' + i % 26));
-}
-bool is_whole(const std::string& value) {
-  return value.empty() || value == whole_value(value[0] - 'a');
-}
-
-TEST_F(PropertyAreaTest, AKilledWriterLeavesWholeValuesAndNoLock) {
-  for (int round = 0; round < 100; ++round) {
-    const char* key = round % 4 == 0 ? "persist.key" : "key";
-    const uint32_t before = area_->serial();
-    const pid_t pid = fork();
-    ASSERT_NE(pid, -1);
-    if (pid == 0) {
-      PropertyArea writer(tree_.root());
-      if (!writer.open()) _exit(1);
-      for (int i = round;; ++i) writer.set(key, whole_value(i).c_str());
-    }
-    // Killed once it writes, after a number of sets that differs from round to round.
-    for (uint32_t seen = before; seen - before <= static_cast<uint32_t>(round % 7);) {
-      const uint32_t now = area_->wait(seen, 20000);
-      ASSERT_NE(now, seen) << "the writer of round " << round << " is stuck";
-      seen = now;
-    }
-    for (volatile int spin = 0; spin < round * 17 % 1000; spin = spin + 1) continue;
-    signal_one(pid, SIGKILL);
-    ASSERT_EQ(waitpid(pid, nullptr, 0), pid);
-    ASSERT_TRUE(is_whole(get(key))) << round << " " << get(key);
-  }
-  EXPECT_EQ(area_->set("key", "after"), 0);
-  boot();
-  EXPECT_TRUE(!get("persist.key").empty() && is_whole(get("persist.key"))) << get("persist.key");
 }
 
 }  // namespace

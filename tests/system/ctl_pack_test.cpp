@@ -7,22 +7,13 @@
 #include <regex>
 #include <set>
 
-#include "phone/host/phone.h"
+#include "tests/system/ctl.h"
 
 namespace fs = std::filesystem;
 
 namespace {
 
 constexpr const char* kGzip = "/usr/bin/gzip=/system/bin/gzip";
-
-RunResult ctl(const Phone& phone, std::vector<std::string> words) {
-  words.insert(words.begin(), "harrowmossctl");
-  return phone.run(words);
-}
-
-bool holds(const std::string& text, const std::string& piece) {
-  return text.find(piece) != std::string::npos;
-}
 
 // Regular files below a directory of the phone, by path below it.
 std::set<std::string> files_below(const Phone& phone, const std::string& directory) {

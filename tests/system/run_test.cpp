@@ -172,31 +172,16 @@ const Words kStopCommands = {
     "cp -a /data/misc/zelkalog/.logger/ /sdcard/zelkalog/; chmod -R 777 "
     "/sdcard/zelkalog/"};
 
-const Words kStored = {"anr/trace_00",
-                       "fg/fg_log.txt",
-                       "fingerprint/qsee_log.txt",
-                       "fingerprint/tzbsp.txt",
-                       "mobile/QZ201A-V1.02-crash.txt",
-                       "mobile/QZ201A-V1.02-events.txt",
-                       "mobile/QZ201A-V1.02-kernel.txt",
-                       "mobile/QZ201A-V1.02-main.txt",
-                       "mobile/QZ201A-V1.02-radio.txt",
-                       "mobile/QZ201A-V1.02-system.txt",
-                       "mobile/fd/fd_log.txt",
-                       "modem/diag_log_0000.qmdl",
-                       "net/QZ101A-V1.0-user-netlog.pcap",
-                       "net/iptables-start.txt",
-                       "net/iptables-stop.txt",
-                       "others.prop",
-                       "others_stop.prop",
-                       "power/batterystats.txt",
-                       "power/power_log.txt",
-                       "system.prop",
-                       "system_stop.prop",
-                       "tombstones/tombstone_00",
-                       "touch/",
-                       "wlan_logs/cnss_fw_logs_000.txt",
-                       "wlan_logs/cnss_fw_logs_001.txt"};
+const Words kStored = split(
+    "anr/trace_00 fg/fg_log.txt fingerprint/qsee_log.txt fingerprint/tzbsp.txt "
+    "mobile/QZ201A-V1.02-crash.txt mobile/QZ201A-V1.02-events.txt "
+    "mobile/QZ201A-V1.02-kernel.txt mobile/QZ201A-V1.02-main.txt "
+    "mobile/QZ201A-V1.02-radio.txt mobile/QZ201A-V1.02-system.txt mobile/fd/fd_log.txt "
+    "modem/diag_log_0000.qmdl net/QZ101A-V1.0-user-netlog.pcap net/iptables-start.txt "
+    "net/iptables-stop.txt others.prop others_stop.prop power/batterystats.txt "
+    "power/power_log.txt system.prop system_stop.prop tombstones/tombstone_00 touch/ "
+    "wlan_logs/cnss_fw_logs_000.txt wlan_logs/cnss_fw_logs_001.txt",
+    " ");
 
 // All fourteen types at once: what is started in which order, what a stop switches off and leaves,
 // and that no worker, group or script's background process outlives it.
@@ -260,50 +245,6 @@ TEST(Run, OfAllTypesFromItsStartToTheStore) {
   EXPECT_EQ(phone.list("/data/misc/zelkalog"), Words{".logger"});
   EXPECT_EQ(phone.list("/data/vendor/zelkalog/common/" + run), Words{});
   EXPECT_TRUE(phone.exists("/data/anr/trace_00"));  // copied: its owner keeps it
-}
-
-// The stop finds workers that are only just being started.
-TEST(Run, NothingIsLeftWhenTheStopFollowsAtOnce) {
-  Phone phone(quick_vendor(kEverythingOn));
-  ASSERT_TRUE(settled(phone));
-  ask_for_watch_fd(phone);
-  const Words before = running(phone);
-  for (int cycle = 1; cycle <= 3; cycle++) {
-    SCOPED_TRACE(cycle);
-    phone.setprop("persist.sys.qtrlog.enable", "1");  // each stop switches it off
-    Client client(phone);
-    ASSERT_TRUE(client.send(request(2, 1, little_endian(kAllTypes, 4)) + request(3, 2)));
-    ASSERT_EQ(client.reply(kSwitchMs).size(), 20u);
-    ASSERT_EQ(client.reply(kSwitchMs).size(), 20u);
-    Words left;
-    EXPECT_TRUE(eventually([&] { return (left = running(phone)) == before; }))
-        << testing::PrintToString(left);
-    EXPECT_EQ(phone.getprop("persist.sys.zklog.dir_sequence"), std::to_string(cycle));
-  }
-}
-
-// What one run has asked for ends with it, and a stop tells of nothing that an earlier one has
-// ended.
-TEST(Run, LeavesNothingToTheNextOne) {
-  Phone phone(quick_vendor());
-  ASSERT_TRUE(settled(phone));
-  const std::pair<int, const char*> rows[] = {{kMobile | 0x10000, "39"}, {kMobile, "9"}};
-  for (const auto& [mask, kept] : rows) {
-    ASSERT_EQ(start_logging(phone, mask), 0);
-    ASSERT_TRUE(all_logcats_run(phone));
-    for (const PhoneProcess& logcat : logcats(phone)) {
-      const auto number = std::find(logcat.cmdline.begin(), logcat.cmdline.end(), "-n") + 1;
-      ASSERT_LT(number, logcat.cmdline.end()) << mask;
-      EXPECT_EQ(*number, kept) << mask;
-    }
-    ASSERT_EQ(stop_logging(phone), 0);
-  }
-  ASSERT_TRUE(eventually_childless(phone));
-  const size_t from = daemon_log(phone).size();
-  ASSERT_EQ(stop_logging(phone), 0);
-  const std::regex names_one("(kill|pid|PID) [a-z ]*[0-9]");
-  for (const std::string& line : main_thread_log(phone, from))
-    EXPECT_FALSE(std::regex_search(line, names_one)) << line;
 }
 
 // Whatever its logcats had not written when they were ended is in the run all the same, however

@@ -13,38 +13,6 @@ constexpr const char* kEnable = "persist.sys.zklog.enable";
 constexpr int kCoreDump = 0x100;  // a type that only sets a property
 constexpr int kNet = 0x4;
 
-TEST(Space, DecidesAtTheBlockWhetherLoggingBegins) {
-  const struct {
-    const char* volume;
-    int64_t left;
-    bool begins;
-    const char* says;
-  } rows[] = {
-      {"/sdcard", 64 * kMiB, false, "There is not enough disk space left to capture the log"},
-      {"/sdcard", 64 * kMiB + kBlock, true, ""},
-      {"/data", 128 * kMiB, false,
-       "There is not enough data space left to capture the log, data_space=134217728"},
-      {"/data", 128 * kMiB + kBlock, true, ""},
-  };
-  const auto phones = boot_all({std::size(rows), quick_vendor({"--data-size", "512m"})});
-  for (size_t i = 0; i < std::size(rows); i++) {
-    Phone& phone = *phones[i];
-    ASSERT_TRUE(settled(phone));
-    phone.setprop("persist.sys.logger.enable", "off");  // the self log would take blocks
-    phone.setprop(kEnable, "off");                      // so that the saved properties have theirs
-    phone.setprop("persist.sys.zklog.type", "0");
-    fill(phone, std::string(rows[i].volume) + "/filling", rows[i].left);
-    ASSERT_EQ(available(phone, rows[i].volume), rows[i].left) << i;
-    ASSERT_EQ(start_logging(phone, 0), 0);
-    EXPECT_EQ(phone.getprop(kEnable), rows[i].begins ? "on" : "off") << i;
-    EXPECT_EQ(run_name(phone).empty(), !rows[i].begins) << i;
-    EXPECT_TRUE(eventually([&] { return size_monitor(phone).pid > 0 || !rows[i].begins; })) << i;
-    const auto said = lines_with(daemon_log(phone), "There is not enough");
-    EXPECT_EQ(said.size(), rows[i].begins ? 0u : 1u) << i;
-    for (const LogLine& line : said) EXPECT_EQ(line.text, rows[i].says);
-  }
-}
-
 // ---- The store's own files fill /data: everything in it goes, and logging starts anew, in the
 // monitor's process. ----
 
@@ -188,37 +156,6 @@ TEST(Space, EndsARescueWithoutAStart) {
   EXPECT_TRUE(serves(others));
   ASSERT_EQ(stop_logging(others), 0);
   EXPECT_TRUE(eventually_childless(others));
-}
-
-TEST(Space, KeepsARunThatDoesNotFitTheStore) {
-  Phone phone(quick_vendor());
-  ASSERT_EQ(start_logging(phone, kMobile), 0);
-  const std::string first = run_name(phone);
-  phone.shell("log -t mark -n 3000 'a line that makes the run larger'");
-  phone.write("/sdcard/mine", "of the user\n");
-  fill(phone, "/sdcard/filling", 16 * kBlock);
-  const pid_t monitor = running_monitor(phone).pid;
-  EXPECT_TRUE(serves(phone));
-  ASSERT_EQ(stop_logging(phone), 0);
-  const std::string text = phone.read(working_path(first) + kMain);
-  EXPECT_NE(text.find("makes the run larger"), std::string::npos);
-  EXPECT_EQ(count_lines(phone, "no room to move /data/misc/zelkalog/* to /sdcard/zelkalog/: "), 1);
-  EXPECT_FALSE(phone.exists(store_path(first) + "/mobile"));
-  EXPECT_EQ(phone.read("/sdcard/mine"), "of the user\n");
-  EXPECT_TRUE(eventually([&] { return !is_alive(phone, monitor); }));
-
-  // Not begun: there is no room.
-  ASSERT_EQ(start_logging(phone, kMobile), 0);
-  EXPECT_EQ(phone.getprop(kEnable), "off");
-
-  ASSERT_EQ(unlink(phone.inside("/sdcard/filling").c_str()), 0);
-  ASSERT_EQ(start_logging(phone, kMobile), 0);
-  const std::string second = run_name(phone);
-  EXPECT_EQ(second.substr(0, 2), "2#");
-  ASSERT_EQ(stop_logging(phone), 0);
-  EXPECT_EQ(phone.read(store_path(first) + kMain).compare(0, text.size(), text), 0);
-  EXPECT_TRUE(phone.exists(store_path(second) + kMain));
-  EXPECT_EQ(phone.list("/data/misc/zelkalog"), Words{".logger"});
 }
 
 }  // namespace

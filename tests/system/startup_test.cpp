@@ -145,6 +145,36 @@ TEST(Startup, ResumesLoggingThatWasOn) {
   EXPECT_TRUE(eventually_childless(phone));
 }
 
+// Killed in the middle of a stop's move: every byte is there afterwards, whole, in one of its two
+// places, and the next stop brings the rest.
+TEST(Startup, SettlesAMoveThatWasCutShort) {
+  constexpr int kFiles = 4;
+  const auto content = [](int i) { return std::string(12 << 20, static_cast<char>('a' + i)); };
+  Phone phone(quick_vendor());
+  ASSERT_EQ(start_logging(phone, kMobile), 0);
+  const std::string run = run_name(phone);
+  const auto name = [](int i) { return "/big/" + std::to_string(i); };
+  for (int i = 0; i < kFiles; i++) phone.write(working_path(run) + name(i), content(i));
+  const pid_t killed = phone.daemon_pid();
+  Client client(phone);
+  ASSERT_TRUE(client.send(request(3, 1)));
+  ASSERT_TRUE(eventually([&] {
+    return phone.exists(working_path(".moving-" + run)) || phone.exists(store_path(run));
+  }));
+  ASSERT_TRUE(phone.signal(killed, SIGKILL));
+  ASSERT_TRUE(eventually([&] { return phone.daemon_pid() != killed && serves(phone); }, kTimerMs));
+  for (int i = 0; i < kFiles; i++) {
+    const std::string stored = phone.read(store_path(run) + name(i));
+    EXPECT_TRUE(stored == content(i) || phone.read(working_path(run) + name(i)) == content(i)) << i;
+    EXPECT_TRUE(stored.empty() || stored == content(i)) << i << " " << stored.size();
+  }
+  for (const std::string& entry : phone.list("/data/misc/zelkalog"))
+    EXPECT_EQ(entry.find("ing-"), std::string::npos) << entry;
+  ASSERT_EQ(stop_logging(phone), 0);
+  for (int i = 0; i < kFiles; i++)
+    EXPECT_TRUE(phone.read(store_path(run) + name(i)) == content(i)) << i;
+}
+
 TEST(Startup, WaitsUntilDataCanBeWritten) {
   const std::unique_ptr<Phone> started = unstarted();
   Phone& phone = *started;

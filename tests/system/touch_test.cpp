@@ -28,42 +28,21 @@ class Touch : public ::testing::Test {
     }));
     return found.empty() ? PhoneProcess() : found[0];
   }
-  // "TYPE CODE VALUE" of the lines of an event file, once there are `count`.
-  Texts lines(const std::string& path, size_t count) {
-    std::vector<std::string> found;
-    EXPECT_TRUE(eventually([&] {
-      found = split(phone.read(path), "\n");
-      return found.size() >= count;
-    })) << path;
-    for (std::string& line : found) {
-      const std::vector<std::string> words = split(line, " ");
-      EXPECT_EQ(words.size(), 5u) << line;
-      if (words.size() == 5) line = words[2] + " " + words[3] + " " + words[4];
-    }
-    return found;
-  }
-
   Phone phone{quick_vendor({"--input"})};
 };
 
 TEST_F(Touch, ASwipeIsInTheStoreAfterTheStop) {
   start();
-  const std::string file = "/touch/event.txt";
+  const std::string run = run_name(phone), file = "/touch/event.txt";
   finger("swipe event0 100 2000 300 1000 1\n");
-  const Texts expected = {
-      "EV_ABS ABS_MT_SLOT 0",          "EV_ABS ABS_MT_TRACKING_ID 0",
-      "EV_KEY BTN_TOUCH DOWN",         "EV_ABS ABS_MT_POSITION_X 100",
-      "EV_ABS ABS_MT_POSITION_Y 2000", "EV_SYN SYN_REPORT 0",
-      "EV_ABS ABS_MT_SLOT 0",          "EV_ABS ABS_MT_POSITION_X 300",
-      "EV_ABS ABS_MT_POSITION_Y 1000", "EV_SYN SYN_REPORT 0",
-      "EV_ABS ABS_MT_SLOT 0",          "EV_ABS ABS_MT_TRACKING_ID -1",
-      "EV_KEY BTN_TOUCH UP",           "EV_SYN SYN_REPORT 0",
-  };
-  const std::string run = run_name(phone);
-  EXPECT_EQ(lines(working_path(run) + file, expected.size()), expected);
+  std::string events;
+  EXPECT_TRUE(eventually([&] {
+    events = phone.read(working_path(run) + file);
+    return events.find("BTN_TOUCH            UP ") != std::string::npos;
+  })) << events;
   EXPECT_EQ(stop_logging(phone), 0);
   EXPECT_FALSE(phone.exists(working_path(run) + file));
-  EXPECT_EQ(lines(store_path(run) + file, expected.size()), expected);
+  EXPECT_EQ(phone.read(store_path(run) + file).compare(0, events.size(), events), 0);
 }
 
 // It waits for an event that does not come; the stop does not wait for it.

@@ -34,9 +34,8 @@ check_banned() {
 # of the check, and it lets no signal through to code that it runs in its own time.
 threaded='^(Collector|Feedback|Logcat|Mobile|NotedSignals|OtherThreads|OwnIds|PropertyArea|Props|ReapAny|RotateFpLogs|Rotation|SelfLog|UtcOffset|WaitReady|WaitWithin)'
 
-# The clock of the first is moved by a preloaded library, which gets in before the sanitizer's and
-# hangs; the others run compilers and no code of this build.
-not_under_asan='^(WatchdogInPhone|DeviceKit)\.'
+# Runs compilers, and no code of this build.
+not_under_asan='^DeviceKit\.'
 
 check_style() {
   say "-- format"
