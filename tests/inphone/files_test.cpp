@@ -86,14 +86,6 @@ TEST(CreatFile, IsEmptyAndEverybodys) {
   }
 }
 
-TEST(CreatFile, NeverFollowsALink) {
-  put("/data/target", "kept");
-  ASSERT_EQ(symlink("/data/target", "/data/link"), 0);
-  EXPECT_EQ(creat_file("/data/link"), -1);
-  EXPECT_EQ(get("/data/target"), "kept");
-  EXPECT_EQ(logged(std::string("E /data/link filed ! ") + strerror(ELOOP) + "\n"), 1);
-}
-
 TEST(CheckDirPrefixAccess, WantsThePrefixAndAWritableDirectory) {
   put("/data/file", "");
   const struct {

@@ -325,6 +325,25 @@ class ParkedChild {
   pid_t pid_ = -1;
 };
 
+// A worker that leads a group, and its child, which ignores SIGTERM and may have left the group.
+inline std::pair<pid_t, pid_t> fork_with_stubborn_child(bool in_own_session) {
+  int ends[2];
+  if (pipe(ends) != 0) abort();
+  const pid_t worker = fork_process(group::own);
+  if (worker == 0) {
+    if (fork() == 0) {
+      if (in_own_session) setsid();
+      signal(SIGTERM, SIG_IGN);
+      const pid_t self = getpid();  // written only now: the reader may send SIGTERM at once
+      (void)!write(ends[1], &self, sizeof(self));
+    }
+    for (;;) pause();
+  }
+  pid_t child = -1;
+  (void)!read(ends[0], &child, sizeof(child));
+  return {worker, child};
+}
+
 // Makes this test the daemon's main process: the one that serves, subreaper of what it starts.
 inline void become_main_process() {
   s_harrowmossd_pid = getpid();

@@ -213,30 +213,19 @@ TEST_F(LinkedMoves, WhatAnEarlierLifeLeftIsSettled) {
 TEST_F(LinkedMoves, ATreeDeeperThanAnyPathIsWeighedAndMoved) {
   constexpr int kLevels = 60;
   const std::string name(200, 'd');
-  const auto open_deepest = [&](const char* root, bool make) {
-    int fd = open(root, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    for (int level = 0; level < kLevels && fd != -1; level++) {
-      if (make) mkdirat(fd, name.c_str(), 0777);
-      const int next = openat(fd, name.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-      close(fd);
-      fd = next;
-    }
-    return fd;
-  };
   const auto size_in = [&](const std::string& root) {
-    const int dir = open_deepest(root.c_str(), false);
-    struct stat info = {};
-    if (dir != -1) fstatat(dir, "file", &info, 0);
-    close(dir);
-    return info.st_size;
+    int result = chdir(root.c_str());
+    for (int level = 0; level < kLevels && result == 0; level++) result = chdir(name.c_str());
+    const int64_t size = result == 0 ? size_of("file") : -1;
+    EXPECT_EQ(chdir("/"), 0);
+    return size;
   };
   std::filesystem::remove_all(std::string(kWork) + "7#run");
   std::filesystem::create_directories(std::string(kWork) + "8#deep");
-  const int dir = open_deepest((std::string(kWork) + "8#deep").c_str(), true);
-  const int fd = openat(dir, "file", O_WRONLY | O_CREAT | O_CLOEXEC, 0666);
-  ASSERT_EQ(posix_fallocate(fd, 0, 20 << 20), 0);
-  close(fd);
-  close(dir);
+  ASSERT_EQ(chdir((std::string(kWork) + "8#deep").c_str()), 0);
+  for (int level = 0; level < kLevels; level++)
+    ASSERT_EQ(mkdir(name.c_str(), 0777) + chdir(name.c_str()), 0);
+  put_bytes("./file", 20 << 20);
   resize("/data/media/0", "10m");
   EXPECT_NE(move_runs(), 0);
   EXPECT_EQ(size_in(std::string(kWork) + "8#deep"), 20 << 20);

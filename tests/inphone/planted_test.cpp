@@ -6,6 +6,7 @@
 #include "catchers/net.h"
 #include "debuglog/commands.h"
 #include "debuglog/harvest.h"
+#include "debuglog/settings.h"
 #include "feedback/feedback.h"
 #include "input/event_saver.h"
 #include "selflog/self_logger.h"
@@ -105,6 +106,8 @@ const struct {
     {"/sdcard/out/others.prop", kFile, [] { copy_system_propertie("/sdcard/out", ""); }, true},
     {"/sdcard/out/others.prop", kFifo, [] { copy_system_propertie("/sdcard/out", ""); }, true},
     {"/sdcard/out", kDirectory, [] { copy_system_propertie("/sdcard/out", ""); }},
+    {"/persist/harrowmoss/key", kFile, [] { EXPECT_EQ(setPersistProperty("key", "v"), -1); }, true},
+    {"/persist/harrowmoss/key", kFifo, [] { EXPECT_EQ(setPersistProperty("key", "v"), -1); }, true},
     {"/data/misc/zelkalog/.logger", kDirectory,
      [] { EXPECT_EQ(loggersystem::logger_mkdir("/data/misc/zelkalog/.logger/x"), -1); }, true},
 };

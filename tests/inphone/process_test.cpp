@@ -122,32 +122,12 @@ TEST(SignalProcess, ReachesOnlyWhatIsOurs) {
   EXPECT_EQ(signal_process(child.pid(), SIGTERM), -1);  // reaped: the number is nobody's
 }
 
-// Starts a leader whose group has one more member, and ends the leader; the member is ours then.
-pid_t orphaned_member(pid_t* leader) {
-  become_main_process();
-  int ends[2];
-  if (pipe(ends) != 0) return -1;
-  *leader = fork_process(group::own);
-  if (*leader == 0) {
-    if (fork() == 0) {
-      signal(SIGTERM, SIG_IGN);
-      const pid_t member = getpid();  // said only now: whoever reads it may send SIGTERM at once
-      (void)!write(ends[1], &member, sizeof(member));
-      for (;;) pause();
-    }
-    _exit(0);
-  }
-  pid_t member = -1;
-  (void)!read(ends[0], &member, sizeof(member));
-  wait_for(*leader, nullptr);
-  return member;
-}
-
 TEST(KillWithGroup, EndsAGroupWhoseLeaderIsGone) {
   catch_sigchld();
-  pid_t leader = -1;
-  const pid_t member = orphaned_member(&leader);
-  ASSERT_TRUE(is_running(member));
+  become_main_process();
+  const auto [leader, member] = fork_with_stubborn_child(false);
+  signal_one(leader, SIGKILL);
+  wait_for(leader, nullptr);
   EXPECT_EQ(signal_group(leader, SIGTERM), 0);
   EXPECT_TRUE(is_running(member));
   kill_with_group(leader);

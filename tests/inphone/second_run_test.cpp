@@ -84,7 +84,8 @@ TEST_F(SecondRun, OfAnotherProcessIsTakenOver) {
   setprop(kStorePathProp, "/sdcard/zelkalog/9#01-02_03-04-05");
   for (const bool taken : {false, true}) {
     enter_run("1#run");
-    ParkedChild worker({false, true}), logcat({false, true});
+    ParkedChild worker({false, true}), logcat({false, true}), replacement({false, true});
+    s_newlog_group[0].pid = replacement.pid();
     s_debug_group[1] = worker.pid();
     s_debug_vesk_group[0].pid = logcat.pid();
     const auto start_another = [] {
@@ -103,6 +104,7 @@ TEST_F(SecondRun, OfAnotherProcessIsTakenOver) {
     EXPECT_EQ(s_debug_vesk_group[0].pid, taken ? 0 : logcat.pid());
     EXPECT_EQ(is_running(worker.pid()), !taken);
     EXPECT_EQ(is_running(logcat.pid()), !taken);
+    EXPECT_EQ(is_running(replacement.pid()), !taken);
   }
 }
 

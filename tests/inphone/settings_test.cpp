@@ -4,7 +4,6 @@
 
 #include <string.h>
 
-#include "protocol/data_room.h"
 #include "tests/inphone/inphone.h"
 
 namespace {
@@ -58,22 +57,6 @@ TEST(PersistStore, FailuresAreLoggedWithTheirReason) {
   EXPECT_TRUE(last_is("W open /persist/harrowmoss/none", ENOENT));
   EXPECT_EQ(stored("directory"), "-1");
   EXPECT_TRUE(last_is("E reading data from /persist/harrowmoss/directory", EISDIR));
-}
-
-TEST(PersistStore, NeverWritesThroughALink) {
-  std::filesystem::create_directories(kDir);
-  put("/data/target", "untouched");
-  ASSERT_EQ(chmod("/data/target", 0644), 0);
-  for (const char* target : {"/data/target", "../../data/target", "/data/missing", "/data"}) {
-    ASSERT_EQ(symlink(target, kKey), 0);
-    EXPECT_EQ(setPersistProperty("persist.test", "v"), -1) << target;
-    EXPECT_TRUE(std::filesystem::is_symlink(kKey)) << target;
-    ASSERT_EQ(unlink(kKey), 0);
-  }
-  EXPECT_EQ(logged(std::string("E open/create ") + kKey + " failed. " + strerror(ELOOP)), 4);
-  EXPECT_EQ(get("/data/target"), "untouched");
-  EXPECT_EQ(mode_and_owner("/data/target"), "0644 0:0");
-  EXPECT_FALSE(exists("/data/missing"));
 }
 
 TEST(BuildState, ThePropertyDecidesBeforeTheSizeOfTheSystem) {
@@ -164,20 +147,6 @@ TEST_F(PowerOffLogs, StayWhenTheirCopyFails) {
   ASSERT_EQ(mount("/dev/null", "/system/bin/chmod", nullptr, MS_BIND, nullptr), 0);
   preProcess();
   EXPECT_EQ(get("/cache/zelkalog/log.txt"), "kept");
-}
-
-TEST_F(PowerOffLogs, WithoutRoomStayWhereTheyAre) {
-  constexpr int64_t kBlock = 4096;
-  std::filesystem::create_directories(kMoved);
-  put_bytes("/cache/zelkalog/big", 100 * kBlock);
-  put("/persist/zelkalog/small", "fits");
-  fill_up_to("/data", kDataReserve + 20 * kBlock);
-  preProcess();
-  EXPECT_EQ(std::filesystem::file_size("/cache/zelkalog/big"), 100u * kBlock);
-  EXPECT_FALSE(exists(std::string(kMoved) + "/big"));
-  EXPECT_EQ(get(std::string(kMoved) + "/small"), "fits");
-  EXPECT_FALSE(exists("/persist/zelkalog"));
-  EXPECT_EQ(logged(said_), 1);  // of the other place
 }
 
 // Each stays, with one line, until its names are free and all of it is copied.

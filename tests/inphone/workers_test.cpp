@@ -134,34 +134,13 @@ TEST_F(Workers, AWorkerWithoutASlotIsEnded) {
   EXPECT_EQ(untracked.end_signal(), SIGTERM);
 }
 
-// A worker that leaves a background process behind, which ignores SIGTERM and has left the group.
-pid_t leave_behind_stubborn_grandchild() {
-  int ends[2];
-  if (pipe(ends) != 0) return -1;
-  const pid_t worker = fork_process(group::own);
-  if (worker == 0) {
-    const pid_t grandchild = fork();
-    if (grandchild == 0) {
-      setsid();
-      signal(SIGTERM, SIG_IGN);
-      const pid_t self = getpid();
-      (void)!write(ends[1], &self, sizeof(self));
-      for (;;) pause();
-    }
-    for (;;) pause();
-  }
-  pid_t grandchild = -1;
-  (void)!read(ends[0], &grandchild, sizeof(grandchild));
-  return grandchild;
-}
-
 TEST_F(Workers, LeftoversEndButNotWhatIsSpared) {
   const ParkedChild anybodys;
   s_harrowmossd_pid = getppid();
   end_leftover_children(nullptr, 0);  // only the main process does
   EXPECT_TRUE(is_running(anybodys.pid()));
   become_main_process();
-  const pid_t grandchild = leave_behind_stubborn_grandchild();
+  const pid_t grandchild = fork_with_stubborn_child(true).second;
   ParkedChild obedient;
   ParkedChild stubborn({true, true});
   const ParkedChild first_spared;

@@ -58,9 +58,4 @@ TEST(EventLine, StampHasUnpaddedMicroseconds) {
   EXPECT_EQ(length, strlen(text));
 }
 
-TEST(EventLine, MarkersAreOfOneWidth) {
-  EXPECT_STREQ(event_device_marker(true), "  second  ");
-  EXPECT_STREQ(event_device_marker(false), "          ");
-}
-
 }  // namespace

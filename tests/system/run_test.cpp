@@ -115,24 +115,13 @@ const Words kStartCommands = {"/system/bin/logcat -p -g >> RUN/mobile/logcat_con
                               "/system/bin/sh /system/etc/power_logs_start.sh RUN RUN/power",
                               "echo 1 > /sys/class/light/light/debug"};
 
-const Words kChildren = {
-    "harrowmossd:debug-main-vesk",
-    "harrowmossd:debug-events-vesk",
-    "harrowmossd:debug-system-vesk",
-    "harrowmossd:debug-radio-vesk",
-    "harrowmossd:debug-crash-vesk",
-    "harrowmossd:debug-kernel-vesk",
-    "debug/vesk",
-    "sh",  // descriptor watcher, router log
-    "mossd:debug-net",
-    "wmossd:debug-fg",
-    "/system/bin/sh",  // what the power script left running
-    "harrowmossd-fp",
-    "harrowmossd-fp",
-    "ssd:debug-touch",
-    ":debug-MPSSDump",
-    "harrowmossd-lsm",
-};
+// "sh" is the descriptor watcher, then the router log; "/system/bin/sh" what the power script left.
+const Words kChildren = split(
+    "harrowmossd:debug-main-vesk harrowmossd:debug-events-vesk harrowmossd:debug-system-vesk "
+    "harrowmossd:debug-radio-vesk harrowmossd:debug-crash-vesk harrowmossd:debug-kernel-vesk "
+    "debug/vesk sh mossd:debug-net wmossd:debug-fg /system/bin/sh harrowmossd-fp "
+    "harrowmossd-fp ssd:debug-touch :debug-MPSSDump harrowmossd-lsm",
+    " ");
 
 const Words kStopSets = {"persist.sys.zklog.enable=off",
                          "persist.sys.qtrlog.enable=0",

@@ -46,13 +46,6 @@ void start_a_younger_run(Phone& phone) {
   ASSERT_EQ(start_logging(phone, kMobile | kNet | kCoreDump), 0);
 }
 
-void have_a_logcat_replaced(Phone& phone) {
-  phone.setprop("bench.logcat.exit_pid", std::to_string(logcat_of(phone, "radio").pid));
-  const std::string file = working_path(run_name(phone)) + "/mobile/QZ201A-V1.02-radio_1.txt";
-  ASSERT_TRUE(eventually([&] { return phone.exists(file); }));
-  ASSERT_TRUE(eventually([&] { return debug_logcats(phone).size() == 6; }));
-}
-
 void ask_for_another_mask(Phone& phone) {
   const std::string rescued = run_name(phone);
   ASSERT_TRUE(eventually([&] { return !phone.read(working_path(rescued) + kMain).empty(); }));
@@ -72,7 +65,6 @@ TEST(Space, RescuesDataFromTheStore) {
   } rows[] = {
       {"the monitor's own run", nullptr, nullptr},
       {"a run that is younger than the monitor", start_a_younger_run, nullptr},
-      {"a logcat that had replaced another", have_a_logcat_replaced, nullptr},
       {"a start with another mask behind it", nullptr, ask_for_another_mask},
   };
   const auto phones = boot_all({std::size(rows), quick_vendor({"--data-size", "200m"})});
