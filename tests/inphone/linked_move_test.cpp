@@ -78,26 +78,21 @@ TEST_F(LinkedMoves, WhatHappensDuringTheCommandCostsNoByte) {
     std::string before, after;
     long lines;  // that tell of it
     Files expected;
+    // clang-format off
   } rows[] = {
       {"nothing", "", "", 0, {{at_target, a}, {at_source, ""}}},
       {"cut at the target", "", ": > " + at_target, 1, {{at_target, ""}, {at_source, a}}},
       {"gone at the target", "", "rm " + at_target, 1, {{at_target, ""}, {at_source, a}}},
       {"mv does nothing", "exit 0", "", 1, {{at_target, ""}, {at_source, a}}},
-      {"its writer goes on",
-       "exec 3>>" + at_source,
-       "echo more >&3",
-       0,
+      {"its writer goes on", "exec 3>>" + at_source, "echo more >&3", 0,
        {{at_target, a + "more\n"}, {at_source, ""}}},
-      {"its name is taken again",
-       "",
-       ": > " + at_target + "; mkdir -p " + run + "; echo new > " + at_source,
-       1,
+      {"its name is taken again", "",
+       ": > " + at_target + "; mkdir -p " + run + "; echo new > " + at_source, 1,
        {{at_target, ""}, {at_source, "new\n"}, {at_source + ".moved-1", a}}},
       {"the vendor puts something there",
-       "mkdir -p /sdcard/zelkalog/7#run; echo theirs > /sdcard/zelkalog/7#run/v",
-       "rm " + at_target,
-       1,
+       "mkdir -p /sdcard/zelkalog/7#run; echo theirs > /sdcard/zelkalog/7#run/v", "rm " + at_target, 1,
        {{"/sdcard/zelkalog/7#run/v", "theirs\n"}, {at_source, a}}},
+      // clang-format on
   };
   for (const auto& row : rows) {
     std::filesystem::remove_all(std::string(kStore) + "7#run");

@@ -107,7 +107,6 @@ const struct {
     {"/sdcard/out/others.prop", kFifo, [] { copy_system_propertie("/sdcard/out", ""); }, true},
     {"/sdcard/out", kDirectory, [] { copy_system_propertie("/sdcard/out", ""); }},
     {"/persist/harrowmoss/key", kFile, [] { EXPECT_EQ(setPersistProperty("key", "v"), -1); }, true},
-    {"/persist/harrowmoss/key", kFifo, [] { EXPECT_EQ(setPersistProperty("key", "v"), -1); }, true},
     {"/data/misc/zelkalog/.logger", kDirectory,
      [] { EXPECT_EQ(loggersystem::logger_mkdir("/data/misc/zelkalog/.logger/x"), -1); }, true},
 };

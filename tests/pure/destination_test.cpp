@@ -28,17 +28,13 @@ TEST(Destination, IsRefusedForWhatRootWouldDoThereAndTakenHoweverOdd) {
         "/data/aee_exp", "/sdcard/Android/data/.harrowmoss/general",
         "/sdcard//Android/data/.harrowmoss//general/x",
         "/sdcard/Android/data/.harrowmoss/zklog/feedback/power/x"}},
-      {"taken", {"/sdcard/x",         "/sdcard/x/",
-                 "//sdcard//x",       "/sdcard/...",
-                 "/sdcard/..x",       "/sdcard/x..",
-                 "/sdcard/.x",        "/sdcard/ ",
-                 "/sdcard/x;touch y", "/sdcard/$(x)",
-                 "/sdcard/`x`",       "/sdcard/*",
-                 "/sdcard/'\"\\",     "/sdcard/\xc3\xa9\xe4\xb8\xad",
-                 "/sdcard/\x80\xff",  "/sdcard/-rf",
-                 "/data/anrs",        "/data/an",
-                 "/data/local/anr",   "/sys/fs/pstor",
-                 "/data/aee_exp2/x",  "/sdcard/Android/data/.harrowmoss/general2"}},
+      // clang-format off
+      {"taken", {"/sdcard/x", "/sdcard/x/", "//sdcard//x", "/sdcard/...", "/sdcard/..x", "/sdcard/x..",
+                 "/sdcard/.x", "/sdcard/ ", "/sdcard/x;touch y", "/sdcard/$(x)", "/sdcard/`x`",
+                 "/sdcard/*", "/sdcard/'\"\\", "/sdcard/\xc3\xa9\xe4\xb8\xad", "/sdcard/\x80\xff",
+                 "/sdcard/-rf", "/data/anrs", "/data/an", "/data/local/anr", "/sys/fs/pstor",
+                 "/data/aee_exp2/x", "/sdcard/Android/data/.harrowmoss/general2"}},
+      // clang-format on
   };
   for (const auto& [verdict, paths] : rows) {
     for (const char* path : paths)

@@ -20,27 +20,16 @@ const char* argument(const Vector& vector, size_t index, const char* kind) {
 // The arguments as our encoder takes them; false for a vector that it would never write.
 bool encoder_values(const Vector& vector, request_values* values) {
   if (!vector.encodable || vector.code < 1 || vector.code > 16) return false;
-  const char* mask = argument(vector, 0, "int32");
-  const char* path = nullptr;
-  size_t wanted = 0;
-  switch (kRequestNames[vector.code - 1].arguments) {
-    case request_arguments::kNone:
-      break;
-    case request_arguments::kMask:
-      wanted = mask == nullptr ? 99 : 1;
-      break;
-    case request_arguments::kPath:
-      path = argument(vector, 0, "string16");
-      wanted = path == nullptr ? 99 : 1;
-      break;
-    case request_arguments::kMaskPathInt:
-      path = argument(vector, 1, "string16");
-      wanted = mask == nullptr || path == nullptr ? 99 : 3;
-      break;
-  }
-  if (mask != nullptr) values->mask = atoi(mask);
-  if (path != nullptr) values->path = path;
-  return vector.arguments.size() == wanted;
+  const request_arguments kind = kRequestNames[vector.code - 1].arguments;
+  const bool both = kind == request_arguments::kMaskPathInt;
+  const bool has_mask = both || kind == request_arguments::kMask;
+  const bool has_path = both || kind == request_arguments::kPath;
+  const char* mask = has_mask ? argument(vector, 0, "int32") : "0";
+  const char* path = has_path ? argument(vector, both ? 1 : 0, "string16") : "";
+  if (mask == nullptr || path == nullptr) return false;
+  values->mask = atoi(mask);
+  values->path = path;
+  return vector.arguments.size() == static_cast<size_t>(both ? 3 : has_mask + has_path);
 }
 
 TEST(Vectors, TheEncoderWritesTheirRequests) {

@@ -20,19 +20,11 @@ constexpr int kEverything = 0x1fff0;
 constexpr const char* kPropertyReport = "copy_system_propertie";
 constexpr const char* kDumps = "get_general_log";
 
-std::string text16(const std::u16string& text) {
-  std::string bytes = little_endian(text.size(), 4);
-  for (const char16_t unit : text) bytes += little_endian(unit, 2);
-  bytes.append(2, '\0');
-  bytes.append((4 - bytes.size() % 4) % 4, '\0');
-  return bytes;
-}
-
 // The answer's bytes in hex to one of the three requests.
-std::string ask_for(const Phone& phone, int code, const std::u16string& destination,
+std::string ask_for(const Phone& phone, int code, const std::string& destination,
                     uint32_t mask = kTombstones) {
   const std::string before = code == kFeedback ? little_endian(mask, 4) : "";
-  return ask(phone, code, before + text16(destination), kSwitchMs);
+  return ask(phone, code, before + string16(destination), kSwitchMs);
 }
 
 // What the requests copy from.
@@ -45,7 +37,7 @@ TEST(Feedback, RefusedDestinationsChangeNothing) {
   Phone phone;
   ASSERT_TRUE(settled(phone));
   put_sources(phone);
-  EXPECT_EQ(ask_for(phone, kFeedback, u""), "ffffffff");  // makes the base directory
+  EXPECT_EQ(ask_for(phone, kFeedback, ""), "ffffffff");  // makes the base directory
   const auto all_paths = [&phone] {  // that a client could name, but what the daemon logs into
     return phone
         .shell(
@@ -59,10 +51,10 @@ TEST(Feedback, RefusedDestinationsChangeNothing) {
   int refused = 1;
   const std::pair<int, const char*> rows[] = {
       {kFeedback, "ffffffff"}, {kCopyTraces, "00000000"}, {kCopyKernelLog, "ffffffff"}};
-  const std::u16string long_name = u"/sdcard/" + std::u16string(112, u'x');
+  const std::string long_name = "/sdcard/" + std::string(112, 'x');
   for (const auto& [code, answer] : rows) {
-    for (const char16_t* destination : {u"", u"relative/x", u"/", u"//", u"/data", u"/sdcard/..",
-                                        u"/sdcard/a\nb", long_name.c_str()}) {
+    for (const char* destination :
+         {"", "relative/x", "/", "//", "/data", "/sdcard/..", "/sdcard/a\nb", long_name.c_str()}) {
       EXPECT_EQ(ask_for(phone, code, destination, kEverything), answer);
       EXPECT_EQ(count_lines(phone, "destination refused, "), ++refused);
     }
@@ -84,8 +76,8 @@ TEST(Feedback, TheBoundOfEachRequestIsThatOfItsCommand) {
     const std::string blanks = std::string(room / 2, ' ') + std::string(room % 2, 'x');
     for (const std::string& rest : {std::string(room, 'y'), blanks}) {  // a blank takes two bytes
       const std::string longest = "/sdcard/a" + rest, longer = longest + "z";
-      ask_for(phone, code, {longest.begin(), longest.end()});
-      ask_for(phone, code, {longer.begin(), longer.end()});
+      ask_for(phone, code, longest);
+      ask_for(phone, code, longer);
       EXPECT_TRUE(phone.exists(longest)) << code << longest;
       EXPECT_FALSE(phone.exists(longer)) << code << longer;
     }
@@ -99,7 +91,7 @@ void have_whole(const Phone& phone, const char* function, uint32_t mask) {
   if (cuts() == 0) return;
   EXPECT_TRUE(eventually([&] {
     const size_t before = cuts();
-    ask_for(phone, kFeedback, u"/sdcard/out", mask);
+    ask_for(phone, kFeedback, "/sdcard/out", mask);
     return cuts() == before;
   })) << function;
 }
@@ -114,7 +106,7 @@ TEST(Feedback, GettersRunInStoredOrder) {
     phone.write(path, path);
   }
   phone.clear_calls();
-  EXPECT_EQ(ask_for(phone, kFeedback, u"/sdcard/out", kEverything), "01000000");
+  EXPECT_EQ(ask_for(phone, kFeedback, "/sdcard/out", kEverything), "01000000");
   const std::string base = "/sdcard/Android/data/.harrowmoss/",
                     power = base + "zklog/feedback/power/";
   const std::string give = "; chmod -R 777 ", to = " /sdcard/out" + give + "/sdcard/out",
@@ -148,7 +140,7 @@ TEST(Feedback, GettersRunInStoredOrder) {
     EXPECT_TRUE(std::binary_search(bundle.begin(), bundle.end(), path)) << path;
   EXPECT_EQ(phone.read(bt + "/logs/snoops/btsnoop"), "/data/misc/bluetooth/logs/snoops/btsnoop");
   phone.clear_calls();
-  EXPECT_EQ(ask_for(phone, kFeedback, u"/sdcard/out", 0xfffe000fu), "00000000");  // none of them
+  EXPECT_EQ(ask_for(phone, kFeedback, "/sdcard/out", 0xfffe000fu), "00000000");  // none of them
   EXPECT_EQ(commands_of(phone, phone.daemon_pid()), Texts{});
 }
 
@@ -156,7 +148,7 @@ TEST(Feedback, AMissingParentOfADestinationIsMade) {
   Phone phone;
   ASSERT_TRUE(settled(phone));
   phone.write("/data/aee_exp/db.fatal.00", "the only one\n");
-  EXPECT_EQ(ask_for(phone, kFeedback, u"/sdcard/new/er/out", 0x2000), "00000000");
+  EXPECT_EQ(ask_for(phone, kFeedback, "/sdcard/new/er/out", 0x2000), "00000000");
   EXPECT_EQ(phone.read("/sdcard/new/er/out"), "the only one\n");  // as cp -a names its copy
   EXPECT_EQ(phone.list("/data/aee_exp"), Texts{});  // in /data itself it may remove nothing
 }
@@ -166,10 +158,10 @@ TEST(Feedback, TracesAreClearedFrom500On) {
   ASSERT_TRUE(settled(phone));
   for (int i = 0; i < 499; i++) phone.write("/data/anr/anr_" + std::to_string(i), "");
   phone.write("/data/anr/.hidden", "");
-  EXPECT_EQ(ask_for(phone, kFeedback, u"/sdcard/out", kGeneral), "00000000");
+  EXPECT_EQ(ask_for(phone, kFeedback, "/sdcard/out", kGeneral), "00000000");
   EXPECT_EQ(phone.list("/data/anr").size(), 500u);
   phone.write("/data/anr/one_more", "");
-  EXPECT_EQ(ask_for(phone, kFeedback, u"/sdcard/out", kGeneral), "00000000");
+  EXPECT_EQ(ask_for(phone, kFeedback, "/sdcard/out", kGeneral), "00000000");
   EXPECT_EQ(phone.list("/data/anr"), Texts{".hidden"});
   have_whole(phone, kPropertyReport, 0);
   EXPECT_EQ(phone.shell_commands().back(), "df -h");  // the walk went on
@@ -214,7 +206,7 @@ TEST(Feedback, WhatHangsIsKilledAndLeavesWhatItWrote) {
     ASSERT_TRUE(settled(phone));
     fs::create_directories(phone.inside("/data/media/0/out"));
     const int64_t start = monotonic_now_ms();
-    EXPECT_EQ(ask_for(phone, kFeedback, u"/sdcard/out", row.mask), row.answer);
+    EXPECT_EQ(ask_for(phone, kFeedback, "/sdcard/out", row.mask), row.answer);
     EXPECT_GE(monotonic_now_ms() - start, row.low_ms);
     if (row.part != nullptr) {
       EXPECT_EQ(phone.read(std::string("/data/media/0/out/") + row.part), "part\n");
@@ -242,7 +234,7 @@ TEST(Feedback, DoesNotDisturbARunningCapture) {
   ASSERT_TRUE(all_logcats_run(phone));
   const std::vector<pid_t> before = captures();
   EXPECT_EQ(phone.run({"/system/bin/log", "-t", "Probe", "before"}).status, 0);
-  EXPECT_EQ(ask_for(phone, kFeedback, u"/sdcard/out", kEverything & ~kMinidump), "00000000");
+  EXPECT_EQ(ask_for(phone, kFeedback, "/sdcard/out", kEverything & ~kMinidump), "00000000");
   EXPECT_EQ(phone.run({"/system/bin/log", "-t", "Probe", "after"}).status, 0);
   EXPECT_EQ(captures(), before);
   EXPECT_EQ(run_name(phone), run);

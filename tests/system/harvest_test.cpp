@@ -50,26 +50,16 @@ TEST(Harvest, WaitsForTheVendorWithinItsBudget) {
     int budget_s;  // from the request on
     Words outcomes;
     int pause_ms, needed_s;  // a slow machine may leave less of the budget
+    // clang-format off
   } rows[] = {
       {"answers", kModem, {}, 15, {common + "done"}, 0, 2},
       {"late", kModem, {"bench.vendor.common_delay_ms=4000"}, 15, {common + "done"}, 0, 6},
       {"never", kMobile, {"bench.vendor.common_delay_ms=never"}, 2, {common + "timeout."}, 0, 1},
-      {"wifi late",
-       kWifi,
-       {"bench.vendor.wifi_delay_ms=3000"},
-       15,
-       {common + "done", wifi + "done"},
-       0,
-       5},
+      {"wifi late", kWifi, {"bench.vendor.wifi_delay_ms=3000"}, 15, {common + "done", wifi + "done"}, 0, 5},
       {"old, neither", kMobile, {"ro.product.model=QZ102A-EU"}, kNone, {}, 0, 0},
       {"old, modem", kModem, {"ro.product.model=QZ101A"}, kNone, {}, 2000, 0},
-      {"old, both",
-       kModem | kWifi,
-       {"persist.sys.zelka.diag_mdlog_use_legacy=1"},
-       kNone,
-       {},
-       3000,
-       0},
+      {"old, both", kModem | kWifi, {"persist.sys.zelka.diag_mdlog_use_legacy=1"}, kNone, {}, 3000, 0},
+      // clang-format on
   };
   std::vector<Words> options(std::size(rows));
   for (size_t i = 0; i < std::size(rows); i++) {

@@ -1,6 +1,5 @@
 // The requests that only move and delete: what they take, what they leave, and in which state.
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include "phone/host/daemon.h"
 
@@ -11,15 +10,6 @@ using Words = std::vector<std::string>;
 constexpr int kDeleteLogs = 12, kMoveTraces = 13;
 constexpr const char* kOld = "/sdcard/zelkalog/7#01-01_00-00-00/mobile/main.txt";
 constexpr const char* kTrace = "/data/local/traces/boot.ctrace";
-
-// "MODE OWNER PATH" in octal and decimal.
-std::string mode_and_owner(const Phone& phone, const std::string& path) {
-  struct stat st = {};
-  stat(phone.inside(path).c_str(), &st);
-  char text[32];
-  snprintf(text, sizeof text, "%04o %u ", st.st_mode & 07777, st.st_uid);
-  return text + path;
-}
 
 TEST(Requests, MoveAndDeleteAsStated) {
   const struct {
@@ -51,7 +41,7 @@ TEST(Requests, MoveAndDeleteAsStated) {
        {"/sdcard/zelkalog/traces/boot.ctrace", "/data/local/traces/.hidden", "/data/anr/x"},
        {},
        {"mv  /data/local/traces/* /sdcard/zelkalog/traces ; chmod -R 777 /sdcard/zelkalog/traces"},
-       {"0777 1015 /sdcard/zelkalog", "0777 1015 /sdcard/zelkalog/traces"}},
+       {"777 1015 /sdcard/zelkalog", "777 1015 /sdcard/zelkalog/traces"}},
       {"move, to older ones, while logging goes on",
        kMoveTraces,
        kMobile,
@@ -60,7 +50,7 @@ TEST(Requests, MoveAndDeleteAsStated) {
        {"/sdcard/zelkalog/traces/boot.ctrace", "/sdcard/zelkalog/traces/older"},
        {},
        {"mv  /data/local/traces/* /sdcard/zelkalog/traces ; chmod -R 777 /sdcard/zelkalog/traces"},
-       {"0777 1015 /sdcard/zelkalog"}},
+       {"777 1015 /sdcard/zelkalog"}},
   };
   // Modes mean nothing on a phone's shared storage, and /data/anr itself stays there.
   const auto phones =
@@ -83,7 +73,8 @@ TEST(Requests, MoveAndDeleteAsStated) {
     for (const std::string& path : row.gone) EXPECT_FALSE(phone.exists(path)) << path;
     for (const std::string& path : row.kept) EXPECT_TRUE(phone.exists(path)) << path;
     for (const std::string& mode : row.modes)
-      EXPECT_EQ(mode_and_owner(phone, mode.substr(mode.rfind(' ') + 1)), mode);
+      EXPECT_EQ(phone.run({"stat", "-c", "%a %u %n", mode.substr(mode.rfind(' ') + 1)}).out,
+                mode + "\n");
     // The next run counts from what is written now.
     ASSERT_EQ(start_logging(phone, 0), 0);
     EXPECT_EQ(run_name(phone).substr(0, 2), row.mask >= 0 ? "2#" : "1#");
