@@ -90,8 +90,8 @@ TEST_F(LinkedMoves, WhatHappensDuringTheCommandCostsNoByte) {
        ": > " + at_target + "; mkdir -p " + run + "; echo new > " + at_source, 1,
        {{at_target, ""}, {at_source, "new\n"}, {at_source + ".moved-1", a}}},
       {"the vendor puts something there",
-       "mkdir -p /sdcard/zelkalog/7#run; echo theirs > /sdcard/zelkalog/7#run/v", "rm " + at_target, 1,
-       {{"/sdcard/zelkalog/7#run/v", "theirs\n"}, {at_source, a}}},
+       "mkdir -p /sdcard/zelkalog/7#run; echo theirs > /sdcard/zelkalog/7#run/v", "rm " + at_target,
+       1, {{"/sdcard/zelkalog/7#run/v", "theirs\n"}, {at_source, a}}},
       // clang-format on
   };
   for (const auto& row : rows) {

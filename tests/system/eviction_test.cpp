@@ -147,7 +147,7 @@ TEST(Eviction, StartsAnewOnceWhenThatDoesNotHelp) {
   EXPECT_EQ(stop_logging(phone), 0);
 }
 
-// Which switches tell of one is tested inside of a phone.
+// Props has the switches that mark a test run.
 TEST(Eviction, LeavesTestRunsAlone) {
   Phone phone(quick_vendor({"--prop", "sys.zelka.monkey=true"}));
   const std::string old = std::string(kStore) + "1" + kDate;

@@ -178,46 +178,65 @@ int looks_before_the_kill(const Phone& phone, const std::string& function) {
   return -1;
 }
 
+// Each in a phone of its own, all of them at once.
 TEST(Feedback, WhatHangsIsKilledAndLeavesWhatItWrote) {
-  const std::string file = "/tmp/feedback_hangs." + std::to_string(getpid());
+  const Program getprop("echo part; sleep 1000");  // hang with a process below them
+  const Program logcat(
+      "case \" $* \" in *' -t 80000 '*) for f; do :; done; echo part > \"$f\"; sleep 1000;;\n"
+      "*) exec /system/bin/vesk \"$@\";; esac");
   const struct {
-    const char* tool;
-    const char* script;  // hangs with a process below it
+    Texts options;
     uint32_t mask;
-    const char* answer;
-    int low_ms;
-    const char* part;
-    const char* function;  // whose worker is killed
-    int looks;             // at once, and then every 100 ms or 1 s
+    const char *answer, *part, *function;  // what is left; whose worker is killed, null: none
+    int looks;                             // at once, and then every 100 ms or 1 s
   } rows[] = {
-      {"/system/bin/getprop", "echo part; sleep 1000", 0, "00000000", 2000, "system.prop",
-       kPropertyReport, 21},
-      {"/system/bin/logcat",
-       "case \" $* \" in *' -t 80000 '*) for f; do :; done; echo part > \"$f\"; sleep 1000;;\n"
-       "*) exec /system/bin/vesk \"$@\";; esac",
-       kGeneral, "00000000", 7000, "general/QZ201A-V1.02-radio.txt", kDumps, 7},
-      {nullptr, "", kMinidump, "01000000", 2500, nullptr, nullptr, 0},
+      {{"--file", getprop.over("/system/bin/getprop")},
+       0,
+       "00000000",
+       "system.prop",
+       kPropertyReport,
+       21},
+      {{"--file", logcat.over("/system/bin/logcat")},
+       kGeneral,
+       "00000000",
+       "general/QZ201A-V1.02-radio.txt",
+       kDumps,
+       7},
+      {{"--prop", "bench.vendor.minidump_delay_ms=never"},
+       kMinidump,
+       "01000000",
+       nullptr,
+       nullptr,
+       0},
   };
-  for (const auto& row : rows) {
-    ASSERT_TRUE(write_file(file, std::string("#!/system/bin/mksh\n") + row.script + "\n", 0755));
-    Texts options = {"--prop", "bench.vendor.minidump_delay_ms=never"};
-    if (row.tool != nullptr) options.insert(options.end(), {"--file", file + "=" + row.tool});
-    Phone phone(options);
-    ASSERT_TRUE(settled(phone));
-    fs::create_directories(phone.inside("/data/media/0/out"));
-    const int64_t start = monotonic_now_ms();
-    EXPECT_EQ(ask_for(phone, kFeedback, "/sdcard/out", row.mask), row.answer);
-    EXPECT_GE(monotonic_now_ms() - start, row.low_ms);
-    if (row.part != nullptr) {
-      EXPECT_EQ(phone.read(std::string("/data/media/0/out/") + row.part), "part\n");
-      EXPECT_EQ(looks_before_the_kill(phone, row.function), row.looks);
+  std::vector<Texts> options;
+  for (const auto& row : rows) options.push_back(row.options);
+  const auto phones = boot_all(options);
+  std::vector<std::unique_ptr<Client>> clients;
+  for (size_t i = 0; i < std::size(rows); i++) {
+    ASSERT_TRUE(settled(*phones[i]));
+    fs::create_directories(phones[i]->inside("/data/media/0/out"));
+    clients.push_back(std::make_unique<Client>(*phones[i]));
+    const std::string arguments = little_endian(rows[i].mask, 4) + string16("/sdcard/out");
+    ASSERT_TRUE(clients[i]->send(request(kFeedback, 1, arguments)));
+  }
+  for (size_t i = 0; i < std::size(rows); i++) {
+    SCOPED_TRACE(i);
+    const Phone& phone = *phones[i];
+    EXPECT_EQ(hex(clients[i]->reply(kSwitchMs)).substr(32), rows[i].answer);
+    clients[i]->close();
+    if (rows[i].part != nullptr) {
+      EXPECT_EQ(phone.read(std::string("/data/media/0/out/") + rows[i].part), "part\n");
+      EXPECT_EQ(looks_before_the_kill(phone, rows[i].function), rows[i].looks);
     }
+    EXPECT_EQ(
+        count_lines(phone, "wait prop sys.zelka.harrowmossd.action.mv_minidump_logs_done timeout."),
+        rows[i].part == nullptr);
     EXPECT_EQ(overdue_kills(phone), Texts{});
     EXPECT_TRUE(eventually_childless(phone));
     EXPECT_EQ(phone.named("sleep").size(), 0u);
     EXPECT_TRUE(serves(phone));
   }
-  unlink(file.c_str());
 }
 
 TEST(Feedback, DoesNotDisturbARunningCapture) {

@@ -38,7 +38,7 @@ VendorWait vendor_wait(const Phone& phone) {
 
 constexpr int64_t kRoundingMs = 20;  // log times are cut, and of a clock that is adjusted
 
-// All stops run side by side, each in its phone. How often it polls is tested inside of a phone.
+// All stops run side by side, each in its phone. SecondRun has the number of polls.
 TEST(Harvest, WaitsForTheVendorWithinItsBudget) {
   const std::string common = "sys.zelka.harrowmossd.action.mv_vendor_common_logs.done ";
   const std::string wifi = "sys.zelka.harrowmossd.action.mv_vendor_wifi_logs.done ";
@@ -55,10 +55,11 @@ TEST(Harvest, WaitsForTheVendorWithinItsBudget) {
       {"answers", kModem, {}, 15, {common + "done"}, 0, 2},
       {"late", kModem, {"bench.vendor.common_delay_ms=4000"}, 15, {common + "done"}, 0, 6},
       {"never", kMobile, {"bench.vendor.common_delay_ms=never"}, 2, {common + "timeout."}, 0, 1},
-      {"wifi late", kWifi, {"bench.vendor.wifi_delay_ms=3000"}, 15, {common + "done", wifi + "done"}, 0, 5},
+      {"wifi late", kWifi, {"bench.vendor.wifi_delay_ms=3000"}, 15,
+       {common + "done", wifi + "done"}, 0, 5},
       {"old, neither", kMobile, {"ro.product.model=QZ102A-EU"}, kNone, {}, 0, 0},
       {"old, modem", kModem, {"ro.product.model=QZ101A"}, kNone, {}, 2000, 0},
-      {"old, both", kModem | kWifi, {"persist.sys.zelka.diag_mdlog_use_legacy=1"}, kNone, {}, 3000, 0},
+      {"old, both", kModem | kWifi, {"ro.product.model=QZ101A"}, kNone, {}, 3000, 0},
       // clang-format on
   };
   std::vector<Words> options(std::size(rows));
