@@ -1,5 +1,5 @@
-// Little room: the limits below which logging is not begun, the rescue of a full /data, and full
-// volumes during a capture.
+// Little room: the rescue of a full /data, and what ends it. The limits below which logging is not
+// begun are tests of Start.
 #include <gtest/gtest.h>
 
 #include "phone/host/daemon.h"
@@ -8,7 +8,7 @@ namespace {
 
 using Words = std::vector<std::string>;
 
-constexpr int64_t kMiB = 1 << 20, kBlock = 4096;
+constexpr int64_t kMiB = 1 << 20;
 constexpr const char* kEnable = "persist.sys.zklog.enable";
 constexpr int kCoreDump = 0x100;  // a type that only sets a property
 constexpr int kNet = 0x4;
