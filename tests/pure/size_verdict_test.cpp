@@ -4,6 +4,7 @@
 
 #include "model/eviction.h"
 #include "protocol/data_room.h"
+#include "storage/size_monitor.h"
 
 namespace {
 
