@@ -94,11 +94,10 @@ Words phone_options(const Trial& trial) {
   char text[64];
   snprintf(text, sizeof text, "%s=%s %d %d %d %d", kFaultVariable, plan.call, plan.error,
            plan.first, plan.every, plan.armed);
-  return quick_vendor({"--loose", "all", "--daemon", FAULT_INJECTOR, "--file",
-                       std::string(HARROWMOSSD "=") + kRealDaemon, "--env", text, "--prop",
-                       "persist.sys.zelka.log.size=1", "--prop", "persist.sys.zklog.dir_sequence=2",
-                       "--prop", "persist.sys.qtrlog.enable=1", "--prop",
-                       "persist.sys.zklog.tzbsp.enable=on"});
+  return quick_vendor(
+      {"--daemon", FAULT_INJECTOR, "--file", std::string(HARROWMOSSD "=") + kRealDaemon, "--env",
+       text, "--prop", "persist.sys.zelka.log.size=1", "--prop", "persist.sys.zklog.dir_sequence=2",
+       "--prop", "persist.sys.qtrlog.enable=1", "--prop", "persist.sys.zklog.tzbsp.enable=on"});
 }
 
 // An old run that is above the quota by itself, one that is not; crash artefacts; a dump to rename.
