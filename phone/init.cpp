@@ -25,6 +25,7 @@
 #include "phone/default_properties.h"
 #include "phone/init_log.h"
 #include "phone/input_supervisor.h"
+#include "phone/kmsg.h"
 #include "phone/log_buffers.h"
 #include "phone/policy.h"
 #include "phone/rc_commands.h"
@@ -202,6 +203,7 @@ bool Init::boot() {
     init_complain(errno_text("cannot make the log buffers"));
     return false;
   }
+  std::thread(copy_kmsg).detach();
   if (!set_properties()) return false;
   property_log_.reset(open(kPropertiesLog, O_RDONLY | O_CLOEXEC));
   lseek(property_log_.get(), 0, SEEK_END);

@@ -1,14 +1,17 @@
 #include "phone/kmsg.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <stdio.h>
-#include <stdlib.h>
 #include <time.h>
 
+#include <algorithm>
+
+#include "phone/log_buffers.h"
+#include "phone/util.h"
 #include "platform/linux/log_record.h"
 
 static constexpr const char* kKmsg = "/dev/kmsg";
-static constexpr const char* kClearedFile = "/dev/log/kernel.cleared";  // a sequence number
 constexpr size_t kRecordMax = 8192;  // the kernel's own limit, CONSOLE_EXT_LOG_MAX
 
 static int64_t clock_ns(clockid_t clock) {
@@ -17,7 +20,7 @@ static int64_t clock_ns(clockid_t clock) {
   return now.tv_sec * INT64_C(1000000000) + now.tv_nsec;
 }
 
-bool parse_kmsg(std::string_view record, int64_t offset_ns, LogEntry* entry, uint64_t* sequence) {
+bool parse_kmsg(std::string_view record, int64_t offset_ns, LogEntry* entry) {
   // By the kernel's level: emergency, alert, critical, error, warning, notice, info, debug.
   static constexpr int kPriorities[] = {7, 7, 7, 6, 5, 4, 4, 3};
   const size_t text_at = record.find(';');
@@ -31,7 +34,6 @@ bool parse_kmsg(std::string_view record, int64_t offset_ns, LogEntry* entry, uin
   std::string_view text = record.substr(text_at + 1);
   text = text.substr(0, text.find('\n'));
   const size_t colon = text.find(": ");
-  *sequence = number;
   entry->buffer = "kernel";
   entry->time_ns = static_cast<int64_t>(microseconds) * 1000 + offset_ns;
   entry->pid = entry->tid = 0;
@@ -42,34 +44,43 @@ bool parse_kmsg(std::string_view record, int64_t offset_ns, LogEntry* entry, uin
   return true;
 }
 
-KmsgSource::KmsgSource() : fd_(open(kKmsg, O_RDONLY | O_NONBLOCK | O_CLOEXEC)) {
-  cleared_ = strtoull(read_file(kClearedFile).c_str(), nullptr, 10);
+static std::string log_record(const LogEntry& entry) {
+  constexpr int64_t kSecond = 1000000000;
+  std::string payload = entry.tag + '\0' + entry.message;
+  payload.resize(std::min(payload.size(), kLogPayloadMax - 1) + 1);  // with its NUL
+  LogRecord record = {};
+  record.magic = kLogRecordMagic;
+  record.size = static_cast<uint16_t>(payload.size());
+  record.priority = static_cast<uint8_t>(entry.priority);
+  record.sec = static_cast<uint32_t>(entry.time_ns / kSecond);
+  record.nsec = static_cast<uint32_t>(entry.time_ns % kSecond);
+  payload.resize((payload.size() + 3) & ~size_t{3});
+  return std::string(reinterpret_cast<const char*>(&record), sizeof record) + payload;
 }
 
-bool KmsgSource::next(LogEntry* entry) {
-  if (!fd_.ok()) return false;
-  char record[kRecordMax];
-  while (true) {
-    const ssize_t n = read(fd_.get(), record, sizeof record);
+void copy_kmsg() {
+  const Fd kmsg(open(kKmsg, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  const Fd buffer(open(log_buffer_path("kernel").c_str(), O_WRONLY | O_APPEND | O_CLOEXEC));
+  struct pollfd readable = {kmsg.get(), POLLIN, 0};
+  bool live = false;
+  while (kmsg.ok() && buffer.ok()) {
+    char record[kRecordMax];
+    const ssize_t n = read(kmsg.get(), record, sizeof record);
+    if (n < 0 && errno == EAGAIN) {
+      live = true;
+      poll(&readable, 1, -1);
+      continue;
+    }
     if (n < 0 && (errno == EPIPE || errno == EINTR)) continue;  // overwritten before it was read
-    if (n <= 0) return false;
-    const int64_t offset = clock_ns(CLOCK_REALTIME) - clock_ns(CLOCK_MONOTONIC);
-    uint64_t sequence;
-    if (parse_kmsg({record, static_cast<size_t>(n)}, offset, entry, &sequence) &&
-        sequence >= cleared_)
-      return true;
+    if (n <= 0) return;
+    const int64_t now = clock_ns(CLOCK_REALTIME);
+    LogEntry entry;
+    if (!parse_kmsg({record, static_cast<size_t>(n)}, now - clock_ns(CLOCK_MONOTONIC), &entry))
+      continue;
+    // The kernel's clock drifts from the others: a line behind its time would be taken for one that
+    // a file has already.
+    entry.time_ns = live ? now : std::min(entry.time_ns, now);
+    const std::string copy = log_record(entry);
+    (void)!write(buffer.get(), copy.data(), copy.size());
   }
-}
-
-void clear_kmsg() {
-  Fd fd(open(kKmsg, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-  if (!fd.ok()) return;
-  char record[kRecordMax];
-  uint64_t last = 0;
-  LogEntry entry;
-  ssize_t n;
-  while ((n = read(fd.get(), record, sizeof record)) > 0 || (n < 0 && errno == EPIPE)) {
-    if (n > 0) parse_kmsg({record, static_cast<size_t>(n)}, 0, &entry, &last);
-  }
-  write_file(kClearedFile, std::to_string(last + 1) + "\n", 0666);
 }

@@ -3,7 +3,9 @@
 #include <fcntl.h>
 #include <string.h>
 
-#include "phone/kmsg.h"
+#include <algorithm>
+#include <iterator>
+
 #include "phone/log_buffers.h"
 #include "platform/linux/log_record.h"
 
@@ -77,11 +79,7 @@ bool RecordSource::next(LogEntry* entry) {
   return true;
 }
 
-std::vector<std::unique_ptr<LogSource>> open_log_buffer(const std::string& buffer) {
-  std::vector<std::unique_ptr<LogSource>> sources;
-  for (const char* known : kLogBuffers) {
-    if (buffer == known) sources.push_back(std::make_unique<RecordSource>(buffer));
-  }
-  if (buffer == "kernel") sources.push_back(std::make_unique<KmsgSource>());
-  return sources;
+std::unique_ptr<RecordSource> open_log_buffer(const std::string& buffer) {
+  const auto known = std::find(std::begin(kLogBuffers), std::end(kLogBuffers), buffer);
+  return known == std::end(kLogBuffers) ? nullptr : std::make_unique<RecordSource>(buffer);
 }

@@ -1,30 +1,21 @@
-// Where a logcat reads: the record files of the phone's buffers, and the kernel's own log.
+// Where a logcat reads: the record files of the phone's buffers.
 #pragma once
 
 #include <sys/types.h>
 
 #include <memory>
 #include <string>
-#include <vector>
 
 #include "phone/log_entry.h"
 #include "phone/util.h"
 
-class LogSource {
- public:
-  virtual ~LogSource() = default;
-  // The oldest entry that has not been taken yet; false when there is none now.
-  virtual bool next(LogEntry* entry) = 0;
-  // Readable when next() may have something; -1: nothing tells, look again from time to time.
-  virtual int poll_fd() const { return -1; }
-};
-
 // The records of one buffer file, from the oldest that is still there. Follows the file over the
 // holes that init, or a clearing logcat, makes in it.
-class RecordSource : public LogSource {
+class RecordSource {
  public:
   explicit RecordSource(const std::string& buffer);
-  bool next(LogEntry* entry) override;
+  // The oldest entry that has not been taken yet; false when there is none now.
+  bool next(LogEntry* entry);
 
  private:
   bool fill();
@@ -37,5 +28,5 @@ class RecordSource : public LogSource {
   std::string block_;
 };
 
-// The sources of one buffer; none for a buffer that a bench phone does not have.
-std::vector<std::unique_ptr<LogSource>> open_log_buffer(const std::string& buffer);
+// Null for a buffer that a bench phone does not have.
+std::unique_ptr<RecordSource> open_log_buffer(const std::string& buffer);

@@ -20,7 +20,6 @@
 #include <deque>
 
 #include "phone/journal.h"
-#include "phone/kmsg.h"
 #include "phone/log_buffers.h"
 #include "phone/log_output.h"
 #include "phone/log_source.h"
@@ -66,7 +65,8 @@ class Merged {
  public:
   explicit Merged(const std::vector<std::string>& buffers) {
     for (const std::string& buffer : buffers) {
-      for (auto& source : open_log_buffer(buffer)) heads_.push_back({std::move(source), {}, false});
+      auto source = open_log_buffer(buffer);
+      if (source != nullptr) heads_.push_back({std::move(source), {}, false});
     }
   }
   bool next(LogEntry* entry) {
@@ -81,17 +81,10 @@ class Merged {
     oldest->full = false;
     return true;
   }
-  std::vector<struct pollfd> polled() const {
-    std::vector<struct pollfd> all;
-    for (const Head& head : heads_) {
-      if (head.source->poll_fd() >= 0) all.push_back({head.source->poll_fd(), POLLIN, 0});
-    }
-    return all;
-  }
 
  private:
   struct Head {
-    std::unique_ptr<LogSource> source;
+    std::unique_ptr<RecordSource> source;
     LogEntry entry;
     bool full;
   };
@@ -220,14 +213,12 @@ bool Logcat::follow() {
   // than its own write, and delays our end: the kernel takes up to 20 ms to give an inotify
   // descriptor back, and a logcat has to be gone as soon as it is told to.
   constexpr int64_t kLookEveryNs = 10000000;
-  std::vector<struct pollfd> polled = sources_.polled();
   while (true) {
     if (!show_new()) return false;
     const int64_t left = end_ns_ - clock_ns(CLOCK_MONOTONIC);
     if (left <= 0 || g_terminated != 0 || is_told_to_exit()) return true;
     const struct timespec limit = {0, static_cast<long>(std::min(left, kLookEveryNs))};
-    if (ppoll(polled.data(), polled.size(), &limit, &waiting_mask_) < 0 && errno != EINTR)
-      return false;
+    if (ppoll(nullptr, 0, &limit, &waiting_mask_) < 0 && errno != EINTR) return false;
   }
 }
 
@@ -252,11 +243,10 @@ int Logcat::run() {
 
 int clear(const LogcatOptions& options) {
   for (const std::string& buffer : options.buffers) {
-    if (!open_log_buffer(buffer).empty() && !punch_log_buffer(buffer, -1)) {
+    if (open_log_buffer(buffer) != nullptr && !punch_log_buffer(buffer, -1)) {
       fprintf(stderr, "failed to clear the '%s' log: %s\n", buffer.c_str(), strerror(errno));
       return 1;
     }
-    if (buffer == "kernel") clear_kmsg();
   }
   return 0;
 }
@@ -282,9 +272,8 @@ void print_statistics(const LogcatOptions& options) {
   for (const std::string& buffer : options.buffers) {
     long entries = 0;
     LogEntry entry;
-    for (const auto& source : open_log_buffer(buffer)) {
-      while (source->next(&entry)) entries++;
-    }
+    const auto source = open_log_buffer(buffer);
+    while (source != nullptr && source->next(&entry)) entries++;
     printf("%-10s %10lld %10ld\n", buffer.c_str(), static_cast<long long>(log_buffer_bytes(buffer)),
            entries);
   }
