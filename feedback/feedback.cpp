@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <string>
+#include <string_view>
 
 #include "base/beneath.h"
 #include "base/noted_signals.h"
@@ -87,6 +88,14 @@ bool is_same_or_below_by_inode(const char* path, const char* dir) {
   return false;
 }
 
+// Where shared storage keeps `dir`: through FUSE a file has another number than there.
+std::string place_on_data(const char* dir) {
+  constexpr std::string_view kShared = "/sdcard/";
+  const std::string_view path = dir;
+  if (path.substr(0, kShared.size()) != kShared) return dir;
+  return "/data/media/0/" + std::string(path.substr(kShared.size()));
+}
+
 bool has_control_byte(const char* path) {
   for (const char* p = path; *p != '\0'; p++) {
     if (static_cast<unsigned char>(*p) < 0x20 || *p == 0x7F) return true;
@@ -103,7 +112,8 @@ const char* destination_fault(const char* path, const char* const* sources, size
   if (has_dot_component(path)) return "has a . or .. component";
   if (has_control_byte(path)) return "has a control byte";
   for (size_t i = 0; i < count; i++) {
-    if (is_same_or_below(path, sources[i]) || is_same_or_below_by_inode(path, sources[i])) {
+    if (is_same_or_below(path, sources[i]) || is_same_or_below_by_inode(path, sources[i]) ||
+        is_same_or_below_by_inode(path, place_on_data(sources[i]).c_str())) {
       return "inside of what is copied";
     }
   }
