@@ -1,4 +1,4 @@
-// A bench phone, seen and handled from the host. Every test boots its own: about 6 ms.
+// A bench phone, seen and handled from the host. Every test boots its own: about 10 ms.
 #pragma once
 
 #include <sys/types.h>
