@@ -53,9 +53,9 @@ TEST(BenchPhone, IsAsStrictAsAPhone) {
   Phone loose(all);
   // Of the machine's kernel log, which only whoever has CAP_SYSLOG can read.
   const std::string last = strict.shell("dmesg | tail -n 1 | sed 's/.*: //'").out;
-  EXPECT_TRUE(eventually(
-      [&] { return strict.read("/data/local/kernel.txt").find(last) != std::string::npos; }))
-      << last;
+  EXPECT_TRUE(eventually([&] {
+    return strict.read("/data/local/kernel.txt").find(last) != std::string::npos;
+  })) << last;
   const bool fuse = strict.read("/proc/1/mounts").find(" /sdcard fuse ") != std::string::npos;
   EXPECT_EQ(fuse, access("/dev/fuse", R_OK | W_OK) == 0);
   for (const auto& row : rows) {
