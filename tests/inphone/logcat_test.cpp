@@ -1,5 +1,8 @@
 #include "capture/logcat.h"
 
+#include <signal.h>
+#include <sys/wait.h>
+
 #include <regex>
 
 #include "capture/run.h"
@@ -125,6 +128,8 @@ TEST_F(ReplacedLogcat, ClearsTheBufferTwiceAndWritesANewFile) {
   EXPECT_EQ(getpgid(first), first);
 
   // A replacement that ends too is not replaced; a later run's logcat is, under the next number.
+  kill(first, SIGKILL);  // it would make its file again
+  waitpid(first, nullptr, 0);
   update_logcat_log(first);
   s_debug_vesk_group[3].pid = kDead + 1;
   unlink("/data/misc/zelkalog/1#run/mobile/QZ201A-V1.02-radio_1.txt");
