@@ -8,8 +8,8 @@
 
 #include "base/noted_signals.h"
 #include "base/process.h"
-#include "capture/workers.h"
 #include "daemon/harrowmoss.h"
+#include "debuglog/workers.h"
 #include "protocol/protocol.h"
 #include "selflog/props.h"
 

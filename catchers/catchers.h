@@ -2,8 +2,6 @@
 // routine returns 0, or -1 when its fork() failed, and never ends logging.
 #pragma once
 
-#include <atomic>
-
 int catcher_mobile_log(const char* log_dir, const char* name);
 int catcher_modem_log(const char* log_dir, const char* name);
 int catcher_net_log(const char* log_dir, const char* name);
@@ -20,33 +18,28 @@ int start_sensor_log(const char* log_dir = nullptr, const char* name = nullptr);
 int start_anr_dumpsys_log(const char* log_dir = nullptr, const char* name = nullptr);
 
 // Counterparts of the stop, which calls them in its order. Each looks at the type mask itself.
+void stop_router_log();
 void stop_wifi_log();
 void stop_sensor_log();
 void stop_power_log(const char* log_dir);
 void stop_dump_log();
+void stop_systrace_log();
 void stop_core_dump_log();
 void stop_memory_log();
 void stop_anr_dumpsys_log();
 void stop_mpss_dump_log();
 
-// Switches the platform's trace service off and tells it so, insisting on its worker's end: 6 s and
-// a second for each kill. The stop has looked at the mask.
+// A part of stop_systrace_log(): switches the platform's trace service off and tells it so,
+// insisting on its worker's end: 6 s and a second for each kill. The stop has looked at the mask.
 void stop_systrace_service();
 
 // Sends one command to the trace service's socket, trying for about 6.2 s. Returns the result of
 // closing it; ends the process with status 1 without a connection: only for a forked worker.
 int sendSystraceSocket(int code);
 
-// Asks the watchdog for a modem log, because the phone has no service. 0 when the request was
-// recorded, -1 when debug logging with the watchdog's type is not on. Request thread.
-int no_service_catch_modem_log();
-
 // Starts the router log's copier and its rotation when the property asks for them; a step of the
 // mobile type. 0, or -1 when the fork failed.
 int start_router_log();
-
-// Keeps the router log's rotation thread looping. Set by catcher_mobile_log(), cleared by the stop.
-extern std::atomic<bool> qtrlog_running;
 
 // The rotation thread's body: every 10 s the router log is kept below 512,000 bytes, three
 // generations. One runs at most.

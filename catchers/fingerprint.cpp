@@ -1,14 +1,18 @@
+#include "catchers/fingerprint.h"
+
 #include <errno.h>
 #include <stdio.h>
 #include <string.h>
 #include <unistd.h>
 
+#include <atomic>
+
 #include "base/process.h"
 #include "base/text.h"
-#include "capture/fingerprint_dir.h"
-#include "capture/workers.h"
 #include "catchers/catchers.h"
 #include "catchers/type_dir.h"
+#include "debuglog/run.h"
+#include "debuglog/workers.h"
 #include "selflog/log.h"
 #include "selflog/props.h"
 #include "storage/shell.h"
@@ -19,6 +23,10 @@ namespace {
 constexpr char kLogSource[] = "commands";
 constexpr char kSecureWorldLog[] = "/d/tzdbg/qsee_log";
 constexpr char kTrustZoneLog[] = "/d/tzdbg/log";
+
+// The type's name, a constant of the table of types, once it was started. The rotation thread needs
+// nothing else: the run's name is on the shared page.
+std::atomic<const char*> s_type_name{nullptr};
 
 // Starts one copier of `source` to the end of <out_dir>/<file_name>. Its pid, or -1.
 pid_t get_fingerprint_log(const char* out_dir, const char* source, const char* file_name) {
@@ -61,4 +69,14 @@ int catcher_fp_log(const char* log_dir, const char* name) {
     get_fingerprint_log(dir, kTrustZoneLog, "tzbsp.txt");
   }
   return 0;
+}
+
+std::string fingerprint_log_dir() {
+  const char* type_name = s_type_name.load();
+  if (type_name == nullptr) return "";
+  return std::string(kWorkingDir) + current_run_name() + "/" + type_name;
+}
+
+void set_fingerprint_log_dir(const char* name) {
+  s_type_name = name;
 }

@@ -4,11 +4,10 @@
 
 #include "base/process.h"
 #include "base/text.h"
-#include "capture/modem_logger.h"
-#include "capture/run.h"
 #include "catchers/app_files.h"
 #include "catchers/catchers.h"
-#include "catchers/logger_types.h"
+#include "debuglog/modem_logger.h"
+#include "debuglog/run.h"
 #include "selflog/log.h"
 #include "selflog/props.h"
 #include "storage/utils.h"
@@ -72,13 +71,5 @@ int catcher_modem_log(const char* /*log_dir*/, const char* name) {
     property_set(kModemStateProp, "1");
   }
   sleep_ms(kLoggerStartMs);
-  return 0;
-}
-
-int no_service_catch_modem_log() {
-  LOGD("function invoked");
-  if (!is_logger_enabled() || !has_logger_type(kTypeMpssDump)) return -1;
-  LOGD("set NO_SERVICE_CATCH_MODEM");
-  property_set("persist.sys.no.service", "1");
   return 0;
 }

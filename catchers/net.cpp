@@ -12,10 +12,11 @@
 #include "base/beneath.h"
 #include "base/process.h"
 #include "base/text.h"
-#include "capture/workers.h"
 #include "catchers/catchers.h"
-#include "catchers/logger_types.h"
 #include "catchers/type_dir.h"
+#include "debuglog/logger_types.h"
+#include "debuglog/run.h"
+#include "debuglog/workers.h"
 #include "selflog/log.h"
 #include "selflog/props.h"
 #include "storage/shell.h"
@@ -154,12 +155,6 @@ int catcher_net_log(const char* log_dir, const char* name) {
   return 0;
 }
 
-void follow_net_log(const char* log_dir) {
-  if (net_log_dir[0] == '\0') return;
-  const std::string name = get_file_name(net_log_dir);
-  format_cut(net_log_dir, "%s/%s", log_dir, name.c_str());
-}
-
 void catcher_net_cmd_log(const net_cmd_path* table, size_t count, const char* file_name) {
   LOGD("function invoked");
   if (file_name == nullptr) return;
@@ -186,6 +181,9 @@ void stop_net_cmd_log() {
   const std::string enable = get_string_prop(kEnableProp, "on");
   if (starts_with(enable.c_str(), "off") && has_logger_type(kTypeNet)) {
     LOGD("stop net cmd log");
+    // The size monitor may have started the current run.
+    const std::string name = get_file_name(net_log_dir);
+    format_cut(net_log_dir, "%s/%s", s_log_store_path, name.c_str());
     catcher_net_cmd_log(kSnapshot, std::size(kSnapshot), "iptables-stop.txt");
   }
   net_log_dir[0] = '\0';

@@ -15,13 +15,11 @@ struct net_cmd_path {
 // size monitor.
 extern char net_log_dir[256];
 
-// Lets net_log_dir, when it is set, lie in the run `log_dir`, which another process has started.
-void follow_net_log(const char* log_dir);
-
 // Writes <net_log_dir>/<file_name>: each of the `count` commands with what it prints. A command
 // is skipped once all of them have taken 120 s, and killed when it writes more than 16 MiB. Nothing
 // when the file cannot be made.
 void catcher_net_cmd_log(const net_cmd_path* table, size_t count, const char* file_name);
 
-// The closing snapshot of a real stop, when "net" was started here. Then forgets the directory.
+// The closing snapshot of a real stop, when "net" was started here, in the directory of the current
+// run. Then forgets the directory.
 void stop_net_cmd_log();

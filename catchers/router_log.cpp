@@ -1,3 +1,4 @@
+#include <cutils/properties.h>
 #include <errno.h>
 #include <stdio.h>
 #include <string.h>
@@ -8,14 +9,12 @@
 #include "base/process.h"
 #include "base/text.h"
 #include "base/thread.h"
-#include "capture/workers.h"
 #include "catchers/catchers.h"
+#include "debuglog/workers.h"
 #include "selflog/log.h"
 #include "selflog/props.h"
 #include "storage/shell.h"
 #include "storage/utils.h"
-
-std::atomic<bool> qtrlog_running{false};
 
 namespace {
 
@@ -88,4 +87,8 @@ void* qtrlogThread(void*) {
     // A start that came in between found this thread and left the rotation to it.
     if (!qtrlog_running || s_rotating.exchange(true)) return nullptr;
   }
+}
+
+void stop_router_log() {
+  property_set("persist.sys.qtrlog.enable", "0");
 }

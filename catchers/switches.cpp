@@ -2,7 +2,7 @@
 #include <cutils/properties.h>
 
 #include "catchers/catchers.h"
-#include "catchers/logger_types.h"
+#include "debuglog/logger_types.h"
 #include "selflog/log.h"
 #include "selflog/props.h"
 #include "storage/shell.h"

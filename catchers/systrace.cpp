@@ -8,8 +8,10 @@
 #include <unistd.h>
 
 #include "base/process.h"
-#include "capture/workers.h"
+#include "catchers/artefacts.h"
 #include "catchers/catchers.h"
+#include "debuglog/logger_types.h"
+#include "debuglog/workers.h"
 #include "selflog/log.h"
 #include "selflog/props.h"
 #include "storage/utils.h"
@@ -99,4 +101,11 @@ void stop_systrace_service() {
     } while (wait_within(pid, 0, nullptr) == 0);
   }
   LOG_AS(ANDROID_LOG_DEBUG, name, "wait child %d to finish wastes %f secs", pid, polls / 10.0);
+}
+
+void stop_systrace_log() {
+  LOGD("function invoked");
+  if (!has_logger_type(kTypeSystrace)) return;
+  do_move_traces(nullptr);
+  stop_systrace_service();
 }

@@ -1,7 +1,7 @@
 #include "base/process.h"
-#include "capture/workers.h"
 #include "catchers/catchers.h"
 #include "catchers/type_dir.h"
+#include "debuglog/workers.h"
 #include "input/touch_recorder.h"
 #include "selflog/log.h"
 

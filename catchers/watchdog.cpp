@@ -14,11 +14,11 @@
 #include "base/noted_signals.h"
 #include "base/process.h"
 #include "base/text.h"
-#include "capture/modem_logger.h"
-#include "capture/run.h"
-#include "capture/workers.h"
 #include "catchers/catchers.h"
-#include "catchers/logger_types.h"
+#include "debuglog/logger_types.h"
+#include "debuglog/modem_logger.h"
+#include "debuglog/run.h"
+#include "debuglog/workers.h"
 #include "selflog/log.h"
 #include "selflog/props.h"
 #include "storage/flush.h"
@@ -312,4 +312,12 @@ void stop_mpss_dump_log() {
   if (!has_logger_type(kTypeMpssDump)) return;
   LOGD("stop mpss dump log");
   property_set(kStartIndProp, "off");
+}
+
+int no_service_catch_modem_log() {
+  LOGD("function invoked");
+  if (!is_logger_enabled() || !has_logger_type(kTypeMpssDump)) return -1;
+  LOGD("set NO_SERVICE_CATCH_MODEM");
+  property_set("persist.sys.no.service", "1");
+  return 0;
 }

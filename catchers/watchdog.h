@@ -53,6 +53,10 @@ void* handle_mpss_stats();
 // One turn of the loop: serves a no-service request, and a statistics round when one is due.
 void watch_once();
 
+// Asks the watchdog for a modem log, because the phone has no service. 0 when the request was
+// recorded, -1 when debug logging with the watchdog's type is not on. Request thread.
+int no_service_catch_modem_log();
+
 // Handler of SIGALRM and SIGTERM in the watchdog.
 void sign_handler(int sig);
 

@@ -10,10 +10,10 @@
 
 #include "base/process.h"
 #include "base/text.h"
-#include "capture/run.h"
-#include "catchers/catchers.h"
+#include "catchers/watchdog.h"
 #include "daemon/harrowmoss.h"
 #include "debuglog/commands.h"
+#include "debuglog/run.h"
 #include "debuglog/settings.h"
 #include "feedback/feedback.h"
 #include "feedback/report.h"

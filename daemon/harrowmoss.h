@@ -15,6 +15,13 @@ class Parcel;
 // status 1 when there is no control socket to listen on.
 [[noreturn]] void run_daemon();
 
+// Allocates the tables of workers (debuglog/workers.h), zeroed. Main process, before the first
+// worker.
+void initialize_globals();
+
+// Frees them. Main process, on its way out.
+void free_globals();
+
 // Keeps each of the run's two secure-world traces below 20 MiB, with five generations. Monitor
 // thread.
 void rotate_traces();

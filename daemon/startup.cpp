@@ -15,14 +15,14 @@
 #include "base/process.h"
 #include "base/text.h"
 #include "base/thread.h"
-#include "capture/fingerprint_dir.h"
-#include "capture/logcat.h"
-#include "capture/run.h"
-#include "capture/workers.h"
-#include "catchers/logger_types.h"
+#include "catchers/fingerprint.h"
 #include "daemon/harrowmoss.h"
 #include "debuglog/commands.h"
+#include "debuglog/logcat.h"
+#include "debuglog/logger_types.h"
+#include "debuglog/run.h"
 #include "debuglog/settings.h"
+#include "debuglog/workers.h"
 #include "protocol/protocol.h"
 #include "selflog/log.h"
 #include "selflog/props.h"
@@ -142,6 +142,20 @@ void* monitorThread(void*) {
     sleep_ms(1000);
   }
   return nullptr;
+}
+
+void initialize_globals() {
+  LOGD("function invoked");
+  s_debug_group = static_cast<int32_t*>(calloc(1, (kGroupSlots + 1) * sizeof(int32_t)));
+  s_general_group = static_cast<int32_t*>(calloc(1, (kGroupSlots + 1) * sizeof(int32_t)));
+}
+
+void free_globals() {
+  LOGD("function invoked");
+  free(s_debug_group);
+  s_debug_group = nullptr;
+  free(s_general_group);
+  s_general_group = nullptr;
 }
 
 namespace {

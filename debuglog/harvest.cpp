@@ -13,12 +13,11 @@
 #include "base/process.h"
 #include "base/scoped.h"
 #include "base/text.h"
-#include "capture/modem_logger.h"
-#include "capture/run.h"
-#include "capture/vendor_moves.h"
-#include "capture/workers.h"
-#include "catchers/logger_types.h"
-#include "feedback/feedback.h"
+#include "debuglog/logger_types.h"
+#include "debuglog/modem_logger.h"
+#include "debuglog/run.h"
+#include "debuglog/vendor_moves.h"
+#include "debuglog/workers.h"
 #include "selflog/log.h"
 #include "selflog/props.h"
 #include "storage/utils.h"
@@ -26,12 +25,6 @@
 namespace {
 
 constexpr char kLogSource[] = "commands";
-constexpr char kMinidumpDir[] = "/sdcard/zelkalog/minidump";
-constexpr char kHiddenMinidumpDir[] = "/sdcard/zelkalog/.minidump";  // the vendor stages here
-constexpr int64_t kMinidumpBytes = 512 * 1024;                       // not worth showing up to here
-constexpr char kHeapdumpDir[] = "/sdcard/Documents/oom";
-constexpr int64_t kHeapdumpBytes = 64 * 1024;  // not worth moving up to here
-constexpr char kTraces[] = "/data/local/traces/*";
 constexpr const char* kWifiLogPrefixes[] = {"cnss_fw_logs_", "host_driver_logs_", "txrx_pktlog_"};
 
 // The old vendor side tells nobody when it is done.
@@ -108,58 +101,4 @@ void move_wifi_log_if_needed() {
       }
     }
   }
-}
-
-void copy_minidump_if_needed() {
-  const bool has_minidump = get_int_prop("vendor.harrowmossd.minidump.status", 0) == 1;
-  LOGD("function invoked. has_minidump %d", has_minidump);
-  if (has_minidump) get_minidump_log(kMinidumpDir);
-  if (is_dir_exist(kHiddenMinidumpDir) != 0) return;
-  if (getFileSize(kHiddenMinidumpDir) <= kMinidumpBytes) return;
-  if (is_dir_exist(kMinidumpDir) == 0) {
-    delete_dir(kMinidumpDir);
-    LOGI("delete old minidump log");
-  }
-  creat_dir(kMinidumpDir);
-  if (is_trap(kMinidumpDir)) return;
-  const int ret = rename(kHiddenMinidumpDir, kMinidumpDir);
-  LOGD("rename minidump_path_hide=%s, minidump_path=%s %d", kHiddenMinidumpDir, kMinidumpDir, ret);
-}
-
-void copy_apps_oom_heapdump() {
-  LOGD("function invoked");
-  if (is_dir_exist(kHeapdumpDir) == 0 && getFileSize(kHeapdumpDir) > kHeapdumpBytes) {
-    move_dir(kHeapdumpDir, kStoreDir, nullptr);
-    LOGD("cp apps heapdump end");
-  } else {
-    LOGD("no heapdump found");
-  }
-}
-
-void do_move_traces(const char* /*ignored*/) {
-  LOGD("function invoked");
-  if (mkdir_s("/sdcard/zelkalog/traces") == 1) {
-    move_dir(kTraces, "/sdcard/zelkalog/traces", nullptr);
-    LOGD("done moving traces.");
-  } else if (mkdir_s("/data/misc/zelkalog/traces") == 1) {
-    move_dir(kTraces, "/data/misc/zelkalog/traces", nullptr);
-    LOGD("done moving traces..");
-  }
-}
-
-int stop_general_log() {
-  LOGD("function invoked");
-  for (int slot = 1; s_general_group != nullptr && slot <= kGroupSlots; slot++) {
-    const pid_t pid = s_general_group[slot];
-    if (pid < 1) continue;
-    signal_process(pid, SIGTERM);
-    LOGE("wait s_general_group begin, wait pid %d \n", pid);
-    int status = 0;
-    const pid_t ret = wait_for(pid, &status);
-    LOGD("wait s_general_group over. status=%d, return:%d, errno:%d, pid:%d", status, ret, errno,
-         pid);
-    s_general_group[slot] = 0;
-  }
-  LOGE("stop general log over");
-  return delete_dir(kGeneralDir);
 }

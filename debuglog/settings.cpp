@@ -7,6 +7,7 @@
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -14,7 +15,6 @@
 
 #include "base/scoped.h"
 #include "base/text.h"
-#include "feedback/report.h"
 #include "selflog/log.h"
 #include "selflog/props.h"
 #include "storage/copied.h"
@@ -163,4 +163,13 @@ void preProcess() {
          !is_poweroffcharge());
   move_poweroff_logs("/cache/zelkalog");
   move_poweroff_logs("/persist/zelkalog");
+}
+
+int64_t get_mount_used_size(const char* mount) {
+  struct statfs info = {};
+  if (statfs(mount, &info) == 0 && info.f_blocks != 0) {
+    return static_cast<int64_t>(info.f_blocks - info.f_bfree) * static_cast<int64_t>(info.f_bsize);
+  }
+  LOGE("get used size of filesystem:%s failed. %s", mount, strerror(errno));
+  return 0;
 }

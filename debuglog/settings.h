@@ -2,6 +2,8 @@
 // Main process, request thread or start-up.
 #pragma once
 
+#include <stdint.h>
+
 // Reads the stored value of `key`, at most 91 bytes and without a terminator, into the zeroed `buf`
 // (92 bytes). 0, or -1 after a log line. No system property: each key is a file of root's.
 int getPersistProperty(const char* key, char* buf);
@@ -20,3 +22,6 @@ int getBuildID(char* buf);
 
 // Moves the logs that were written while the device charged powered off into the working area.
 void preProcess();
+
+// Used bytes of the file system at `mount`, 0 after a log line when it cannot be asked.
+int64_t get_mount_used_size(const char* mount);

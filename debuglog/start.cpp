@@ -5,15 +5,15 @@
 #include <string.h>
 #include <sys/vfs.h>
 
+#include "base/local_time.h"
 #include "base/noted_signals.h"
 #include "base/process.h"
 #include "base/text.h"
-#include "capture/modem_logger.h"
-#include "capture/run.h"
-#include "capture/workers.h"
-#include "catchers/logger_types.h"
 #include "debuglog/commands.h"
-#include "selflog/local_time.h"
+#include "debuglog/logger_types.h"
+#include "debuglog/modem_logger.h"
+#include "debuglog/run.h"
+#include "debuglog/workers.h"
 #include "selflog/log.h"
 #include "selflog/props.h"
 #include "selflog/self_logger.h"

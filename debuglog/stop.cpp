@@ -1,4 +1,3 @@
-#include <cutils/properties.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <signal.h>
@@ -14,23 +13,14 @@
 #include "base/process.h"
 #include "base/scoped.h"
 #include "base/text.h"
-#include "capture/logcat.h"
-#include "capture/modem_logger.h"
-#include "capture/run.h"
-#include "capture/vendor_moves.h"
-#include "capture/workers.h"
-#include "catchers/catchers.h"
-#include "catchers/logger_types.h"
-#include "catchers/net.h"
-#include "catchers/watchdog.h"
 #include "debuglog/commands.h"
 #include "debuglog/harvest.h"
-#include "feedback/feedback.h"
-#include "input/touch_recorder.h"
+#include "debuglog/logcat.h"
+#include "debuglog/logger_types.h"
+#include "debuglog/run.h"
+#include "debuglog/workers.h"
 #include "selflog/log.h"
-#include "selflog/props.h"
 #include "selflog/self_logger.h"
-#include "storage/shell.h"
 #include "storage/size_monitor.h"
 #include "storage/store.h"
 #include "storage/utils.h"
@@ -39,98 +29,6 @@ namespace {
 
 constexpr char kLogSource[] = "commands";
 constexpr int kWorkerTicks = 30;  // of 100 ms: a worker's bound, about 3.1 s
-
-// ---- Closing and switching off: a function for each step, run in the order of kClosingSteps. ----
-
-void close_bugreport() {
-  catch_bugreport(false, s_log_store_path);
-  s_extended_logcat_count = false;
-}
-
-void stop_router_log() {
-  property_set("persist.sys.qtrlog.enable", "0");
-}
-
-void stop_power() {
-  stop_power_log(s_log_store_path);
-}
-
-// Crash artefacts are copied: their owners keep them.
-void copy_anr_traces() {
-  LOG_AS(ANDROID_LOG_DEBUG, "get_anr_log", "function invoked");
-  get_anr_log(s_log_store_path);
-}
-
-void copy_leak_dumps() {
-  LOG_AS(ANDROID_LOG_DEBUG, "get_memory_leak_log", "function invoked");
-  copy_dir2("/data/anr/heap", s_log_store_path);
-}
-
-void copy_bluetooth_logs() {
-  get_bluetooth_log(s_log_store_path);
-}
-
-void copy_tombstones() {
-  LOG_AS(ANDROID_LOG_DEBUG, "get_tombstone_log", "function invoked");
-  get_tombstone_log(s_log_store_path);
-}
-
-void stop_modem_dump() {
-  property_set("sys.zelka.modemdump", "off");
-}
-
-void stop_systrace_log() {
-  LOGD("function invoked");
-  if (!has_logger_type(kTypeSystrace)) return;
-  do_move_traces(nullptr);
-  stop_systrace_service();
-}
-
-void stop_touch_log() {
-  stop_tp_log();
-}
-
-void stop_ipc_router_debug() {
-  run_shell("echo 0x0 > /sys/module/ipc_router_core/parameters/debug_mask");
-}
-
-void copy_closing_properties() {
-  copy_system_propertie(s_log_store_path, "_stop");
-}
-
-void stop_bluetooth_and_fp_dump() {
-  property_set("persist.bluetooth.btsnoopenable", "false");
-  property_set("sys.zelka.fp.dump", "off");
-}
-
-// Ask for the vendor's move early: it runs in parallel with the rest of the stop.
-constexpr void (*kClosingSteps[])() = {
-    close_bugreport,
-    stop_router_log,
-    stop_wifi_log,
-    copy_minidump_if_needed,
-    stop_modem_log,
-    do_move_vendor_logs,
-    copy_apps_oom_heapdump,
-    stop_sensor_log,
-    stop_power,
-    copy_anr_traces,
-    copy_leak_dumps,
-    copy_bluetooth_logs,
-    copy_tombstones,
-    stop_modem_dump,
-    stop_dump_log,
-    stop_systrace_log,
-    stop_core_dump_log,
-    stop_net_cmd_log,
-    stop_touch_log,
-    stop_memory_log,
-    stop_anr_dumpsys_log,
-    stop_mpss_dump_log,
-    stop_ipc_router_debug,
-    copy_closing_properties,
-    stop_bluetooth_and_fp_dump,
-};
 
 // ---- Ending the workers. ----
 
@@ -241,22 +139,15 @@ void end_self_log_collector() {
   s_self_log_collector_pid.compare_exchange_strong(pid, 0);
 }
 
-// The size monitor may have started the current run, or, there, the main process.
-bool take_over_run() {
-  if (!follow_current_run()) return false;
-  follow_net_log(s_log_store_path);
-  return true;
-}
-
 }  // namespace
 
 int stop_debug_log() {
   const no_safe_points until_done;
   LOGD("function invoked");
-  take_over_run();
+  follow_current_run();
   create_store_dir_if_needed();
   restorecon_media_zelkalog();
-  for (const auto step : kClosingSteps) step();
+  for (const closing_step step : kClosingSteps) step();
   const ended_workers ended = end_workers();
   if (is_main_process()) {
     end_logging_leftovers();
@@ -264,7 +155,6 @@ int stop_debug_log() {
   } else {
     end_groups(ended.pids, ended.count);
   }
-  stop_mpss_watchdog();
   get_logcat_control_message_for_debug(s_log_store_path);
   LOGE("stop debug log over.");
   move_runs();
@@ -282,7 +172,7 @@ void end_logging_leftovers() {
 }
 
 void end_superseded_workers() {
-  if (!take_over_run()) return;
+  if (!follow_current_run()) return;
   const ended_workers ended = end_workers();
   end_groups(ended.pids, ended.count);
 }

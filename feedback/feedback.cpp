@@ -13,7 +13,7 @@
 #include "base/noted_signals.h"
 #include "base/process.h"
 #include "base/text.h"
-#include "capture/workers.h"
+#include "debuglog/workers.h"
 #include "feedback/report.h"
 #include "selflog/log.h"
 #include "storage/shell.h"

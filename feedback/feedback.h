@@ -49,3 +49,7 @@ int get_minidump_log(const char* dir);
 // Dumps the six log buffers and the app's staging area into `dir`. 0, or -1 when it cannot fork.
 int get_general_log(const char* dir);
 constexpr char kGeneralDir[] = "/sdcard/Android/data/.harrowmoss/general/";
+
+// Ends the logcats of the general collection, waiting for each without bound, and deletes what they
+// wrote. Returns the result of the deletion.
+int stop_general_log();

@@ -1,6 +1,7 @@
 #include <dirent.h>
 #include <errno.h>
 #include <pthread.h>
+#include <signal.h>
 #include <stdio.h>
 #include <string.h>
 #include <unistd.h>
@@ -12,8 +13,8 @@
 #include "base/scoped.h"
 #include "base/text.h"
 #include "base/thread.h"
-#include "capture/logcat.h"
-#include "capture/workers.h"
+#include "debuglog/logcat.h"
+#include "debuglog/workers.h"
 #include "feedback/feedback.h"
 #include "selflog/log.h"
 #include "storage/copied.h"
@@ -131,4 +132,21 @@ int get_general_log(const char* dir) {
   }
   trim_trace_files();
   return ret;
+}
+
+int stop_general_log() {
+  LOGD("function invoked");
+  for (int slot = 1; s_general_group != nullptr && slot <= kGroupSlots; slot++) {
+    const pid_t pid = s_general_group[slot];
+    if (pid < 1) continue;
+    signal_process(pid, SIGTERM);
+    LOGE("wait s_general_group begin, wait pid %d \n", pid);
+    int status = 0;
+    const pid_t ret = wait_for(pid, &status);
+    LOGD("wait s_general_group over. status=%d, return:%d, errno:%d, pid:%d", status, ret, errno,
+         pid);
+    s_general_group[slot] = 0;
+  }
+  LOGE("stop general log over");
+  return delete_dir(kGeneralDir);
 }

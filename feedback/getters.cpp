@@ -6,7 +6,7 @@
 #include <string>
 
 #include "base/text.h"
-#include "capture/vendor_moves.h"
+#include "debuglog/vendor_moves.h"
 #include "feedback/feedback.h"
 #include "protocol/protocol.h"
 #include "selflog/log.h"

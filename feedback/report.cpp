@@ -149,12 +149,3 @@ void write_cmd_output(const char* dir, const char* name, fixed_text command) {
   run_shell_lines(command, kToolBoundMs, line, sizeof(line), on_line, &fd);
   write_text(fd.get(), frame);
 }
-
-int64_t get_mount_used_size(const char* mount) {
-  struct statfs info = {};
-  if (statfs(mount, &info) == 0 && info.f_blocks != 0) {
-    return static_cast<int64_t>(info.f_blocks - info.f_bfree) * static_cast<int64_t>(info.f_bsize);
-  }
-  LOGE("get used size of filesystem:%s failed. %s", mount, strerror(errno));
-  return 0;
-}

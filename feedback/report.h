@@ -1,10 +1,8 @@
 // The device information report: plain text, appended piece by piece to one file. The report file
-// is named by a directory that ends in '/' and a name. All but get_mount_used_size() run in the
-// forked child of copy_system_propertie(), which is killed when a command hangs; one that writes
-// more than kOutputBytes is killed by itself.
+// is named by a directory that ends in '/' and a name. All of it runs in the forked child of
+// copy_system_propertie(), which is killed when a command hangs; one that writes more than
+// kOutputBytes is killed by itself.
 #pragma once
-
-#include <stdint.h>
 
 #include <string>
 
@@ -30,6 +28,3 @@ std::string write_device_base_info(const char* label, fixed_text command,
 // True when a directory of PATH (255 bytes at most; longer aborts) holds "su", or a property says
 // so.
 bool isRooted();
-
-// Used bytes of the file system at `mount`, 0 after a log line when it cannot be asked.
-int64_t get_mount_used_size(const char* mount);

@@ -20,9 +20,9 @@
 #include <string_view>
 #include <vector>
 
-#include "capture/workers.h"
 #include "client/reply.h"
 #include "daemon/harrowmoss.h"
+#include "debuglog/workers.h"
 #include "fuzz/require.h"
 #include "platform/linux/bench_phone.h"
 #include "protocol/encode.h"

@@ -4,7 +4,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
-#include "selflog/local_time.h"
+#include "base/local_time.h"
 
 // Time stamp of a line, "2024-03-09 07:05:02:41307  ": the microseconds are not padded. Puts it
 // with its NUL into `text` and returns its length.

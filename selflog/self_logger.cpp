@@ -12,11 +12,11 @@
 #include <algorithm>
 
 #include "base/beneath.h"
+#include "base/local_time.h"
 #include "base/process.h"
 #include "base/scoped.h"
 #include "base/text.h"
 #include "base/text_writer.h"
-#include "selflog/local_time.h"
 #include "selflog/log.h"
 
 namespace {

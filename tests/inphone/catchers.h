@@ -9,8 +9,9 @@
 #include <sys/syscall.h>
 
 #include "base/text.h"
-#include "capture/run.h"
-#include "capture/workers.h"
+#include "daemon/harrowmoss.h"
+#include "debuglog/run.h"
+#include "debuglog/workers.h"
 #include "storage/utils.h"
 #include "tests/inphone/inphone.h"
 

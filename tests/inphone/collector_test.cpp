@@ -1,4 +1,4 @@
-#include "capture/run.h"
+#include "debuglog/run.h"
 #include "selflog/self_logger.h"
 #include "tests/inphone/inphone.h"
 

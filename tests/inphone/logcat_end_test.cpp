@@ -1,7 +1,8 @@
 // What is done about the files of logcats that have ended.
-#include "capture/logcat.h"
-#include "capture/run.h"
-#include "capture/workers.h"
+#include "daemon/harrowmoss.h"
+#include "debuglog/logcat.h"
+#include "debuglog/run.h"
+#include "debuglog/workers.h"
 #include "selflog/logcat_file.h"
 #include "selflog/props.h"
 #include "storage/preallocation.h"

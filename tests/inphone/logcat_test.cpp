@@ -1,12 +1,13 @@
-#include "capture/logcat.h"
+#include "debuglog/logcat.h"
 
 #include <signal.h>
 #include <sys/wait.h>
 
 #include <regex>
 
-#include "capture/run.h"
-#include "capture/workers.h"
+#include "daemon/harrowmoss.h"
+#include "debuglog/run.h"
+#include "debuglog/workers.h"
 #include "selflog/props.h"
 #include "storage/utils.h"
 #include "tests/inphone/inphone.h"

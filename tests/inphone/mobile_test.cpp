@@ -1,8 +1,9 @@
 #include <thread>
 
-#include "capture/logcat.h"
 #include "catchers/app_files.h"
 #include "catchers/catchers.h"
+#include "daemon/harrowmoss.h"
+#include "debuglog/logcat.h"
 #include "tests/inphone/catchers.h"
 
 namespace {

@@ -1,7 +1,7 @@
-#include "capture/modem_logger.h"
-#include "capture/run.h"
 #include "catchers/app_files.h"
 #include "catchers/catchers.h"
+#include "debuglog/modem_logger.h"
+#include "debuglog/run.h"
 #include "storage/utils.h"
 #include "tests/inphone/inphone.h"
 

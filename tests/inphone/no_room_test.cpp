@@ -1,9 +1,9 @@
 // What the start routines do when there is no process, no slot or no directory to be had: logging
 // goes on with the rest.
-#include "capture/logcat.h"
-#include "capture/modem_logger.h"
 #include "catchers/catchers.h"
-#include "catchers/logger_types.h"
+#include "debuglog/logcat.h"
+#include "debuglog/logger_types.h"
+#include "debuglog/modem_logger.h"
 #include "selflog/props.h"
 #include "tests/inphone/catchers.h"
 

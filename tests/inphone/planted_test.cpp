@@ -1,11 +1,11 @@
 // Links and FIFOs that somebody puts where the daemon writes, makes, moves or removes something.
 #include <functional>
 
-#include "capture/logcat.h"
+#include "catchers/artefacts.h"
 #include "catchers/catchers.h"
 #include "catchers/net.h"
 #include "debuglog/commands.h"
-#include "debuglog/harvest.h"
+#include "debuglog/logcat.h"
 #include "debuglog/settings.h"
 #include "feedback/feedback.h"
 #include "input/event_saver.h"

@@ -2,6 +2,7 @@
 // buffers.
 #include "feedback/report.h"
 
+#include "debuglog/settings.h"
 #include "feedback/feedback.h"
 #include "tests/inphone/inphone.h"
 

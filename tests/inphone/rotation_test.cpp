@@ -1,8 +1,8 @@
 #include <thread>
 
-#include "capture/fingerprint_dir.h"
-#include "capture/run.h"
+#include "catchers/fingerprint.h"
 #include "daemon/harrowmoss.h"
+#include "debuglog/run.h"
 #include "storage/utils.h"
 #include "tests/inphone/inphone.h"
 

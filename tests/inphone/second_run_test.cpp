@@ -3,11 +3,11 @@
 #include <thread>
 
 #include "base/noted_signals.h"
-#include "capture/logcat.h"
-#include "capture/vendor_moves.h"
 #include "catchers/catchers.h"
 #include "debuglog/commands.h"
 #include "debuglog/harvest.h"
+#include "debuglog/logcat.h"
+#include "debuglog/vendor_moves.h"
 #include "feedback/feedback.h"
 #include "selflog/props.h"
 #include "tests/inphone/catchers.h"

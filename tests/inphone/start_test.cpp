@@ -2,10 +2,11 @@
 
 #include <regex>
 
-#include "capture/logcat.h"
-#include "capture/run.h"
-#include "capture/workers.h"
+#include "daemon/harrowmoss.h"
 #include "debuglog/commands.h"
+#include "debuglog/logcat.h"
+#include "debuglog/run.h"
+#include "debuglog/workers.h"
 #include "protocol/run_name.h"
 #include "selflog/props.h"
 #include "storage/store.h"

@@ -4,9 +4,9 @@
 
 #include <memory>
 
-#include "capture/modem_logger.h"
 #include "catchers/catchers.h"
 #include "catchers/watchdog.h"
+#include "debuglog/modem_logger.h"
 #include "selflog/log.h"
 #include "tests/inphone/catchers.h"
 #include "tests/support/sleep_texts.h"

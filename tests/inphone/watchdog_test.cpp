@@ -1,8 +1,8 @@
 #include "catchers/watchdog.h"
 
-#include "capture/modem_logger.h"
-#include "capture/vendor_moves.h"
 #include "catchers/catchers.h"
+#include "debuglog/modem_logger.h"
+#include "debuglog/vendor_moves.h"
 #include "selflog/props.h"
 #include "storage/flush.h"
 #include "tests/inphone/catchers.h"

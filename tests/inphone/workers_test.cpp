@@ -1,5 +1,6 @@
-#include "capture/workers.h"
+#include "debuglog/workers.h"
 
+#include "daemon/harrowmoss.h"
 #include "tests/inphone/inphone.h"
 
 namespace {

@@ -5,7 +5,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "capture/run.h"
+#include "debuglog/run.h"
 #include "phone/host/wait.h"
 #include "protocol/run_name.h"
 

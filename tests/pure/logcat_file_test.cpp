@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include "capture/logcat.h"
+#include "debuglog/logcat.h"
 #include "protocol/data_room.h"
 #include "selflog/replacement_pace.h"
 

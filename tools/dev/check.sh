@@ -30,6 +30,23 @@ check_banned() {
   rm -r build/banned
 }
 
+# A folder of the daemon includes headers of folders to its left; the client and the platform's stand-ins are above
+# nothing but what is named here.
+layers="base protocol model selflog storage debuglog feedback input catchers daemon"
+check_layers() {
+  local folder below="" found
+  local -A may=([client]="base protocol model" [platform]="base")
+  for folder in $layers; do
+    may[$folder]=$below
+    below+="$folder "
+  done
+  found=$(for folder in "${!may[@]}"; do
+    git grep -nE '^#include "[a-z]+/' -- "$folder/*.cpp" "$folder/*.h" |
+      grep -vE "#include \"(${may[$folder]// /|}|$folder)/" || [ $? = 1 ]
+  done)
+  [ -z "$found" ] || die "includes of a folder that is not below (see docs/architecture.md):"$'\n'"$found"
+}
+
 # The suites that have threads: everything under the thread sanitizer would take as long as the rest
 # of the check, and it lets no signal through to code that it runs in its own time.
 threaded='^(Collector|Feedback|Logcat|Mobile|NotedSignals|OtherThreads|OwnIds|PropertyArea|Props|ReapAny|RotateFpLogs|Rotation|SelfLog|UtcOffset|WaitReady|WaitWithin)'
@@ -42,6 +59,8 @@ check_style() {
   our_sources | xargs clang-format --dry-run -Werror || die "run: clang-format -i on the files above"
   say "-- banned calls"
   check_banned
+  say "-- layers"
+  check_layers
 }
 
 # Two builds see all of it: g++ with everything on, as it is shipped, and clang++ with the address and

@@ -9,8 +9,8 @@ ROOT = pathlib.Path(__file__).resolve().parents[2]
 KIT = ROOT / "device"
 
 # The folders whose code runs on a phone; the client, the protocol and the model are linked into their own binary.
-DAEMON_FOLDERS = ("base", "selflog", "storage", "capture", "input", "feedback", "catchers", "debuglog",
-                  "daemon", "protocol", "model")
+DAEMON_FOLDERS = ("base", "selflog", "storage", "debuglog", "feedback", "input", "catchers", "daemon",
+                  "protocol", "model")
 VARIANTS = ("user", "userdebug")
 
 

@@ -1,4 +1,4 @@
-#include "selflog/local_time.h"
+#include "base/local_time.h"
 
 #include <atomic>
 

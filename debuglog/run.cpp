@@ -1,4 +1,4 @@
-#include "capture/run.h"
+#include "debuglog/run.h"
 
 #include <errno.h>
 #include <string.h>

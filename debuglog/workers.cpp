@@ -1,4 +1,4 @@
-#include "capture/workers.h"
+#include "debuglog/workers.h"
 
 #include <errno.h>
 #include <signal.h>
@@ -23,13 +23,13 @@ int32_t fg_log_pid = 0;
 int32_t qsee_log_pid = 0;
 int32_t bsp_log_pid = 0;
 int32_t mpss_stats_pid = 0;
+std::atomic<bool> qtrlog_running{false};
 int32_t s_kernel_log_pid = 0;
 int32_t s_request_pid = 0;
 
 namespace {
 
 constexpr char kLogSource[] = "commands";
-constexpr char kDaemonSource[] = "harrowmoss";  // of the steps of the daemon's start and end
 constexpr int kTickMs = 100;
 constexpr size_t kProcessNameSize = 96;
 constexpr size_t kKernelNameLength = 15;  // what PR_SET_NAME keeps, without the NUL
@@ -72,20 +72,6 @@ void end_or_kill(List list, Send send) {
 }
 
 }  // namespace
-
-void initialize_globals() {
-  log_message(ANDROID_LOG_DEBUG, kDaemonSource, __func__, __LINE__, "function invoked");
-  s_debug_group = static_cast<int32_t*>(calloc(1, (kGroupSlots + 1) * sizeof(int32_t)));
-  s_general_group = static_cast<int32_t*>(calloc(1, (kGroupSlots + 1) * sizeof(int32_t)));
-}
-
-void free_globals() {
-  log_message(ANDROID_LOG_DEBUG, kDaemonSource, __func__, __LINE__, "function invoked");
-  free(s_debug_group);
-  s_debug_group = nullptr;
-  free(s_general_group);
-  s_general_group = nullptr;
-}
 
 bool add_to_group(int32_t* table, pid_t pid) {
   for (int slot = 1; table != nullptr && slot <= kGroupSlots; slot++) {

@@ -1,4 +1,4 @@
-#include "capture/logcat.h"
+#include "debuglog/logcat.h"
 
 #include <cutils/properties.h>
 #include <errno.h>
@@ -10,12 +10,12 @@
 #include <algorithm>
 #include <string>
 
+#include "base/local_time.h"
 #include "base/process.h"
 #include "base/scoped.h"
 #include "base/text.h"
-#include "capture/run.h"
-#include "capture/workers.h"
-#include "selflog/local_time.h"
+#include "debuglog/run.h"
+#include "debuglog/workers.h"
 #include "selflog/log.h"
 #include "selflog/logcat_file.h"
 #include "selflog/props.h"

@@ -1,4 +1,4 @@
-// The logger types: what debug logging can capture, and the routine that starts each capture.
+// What debug logging can capture: the rows that start and stop walk. catchers/ has the tables.
 #pragma once
 
 #include <stdint.h>
@@ -13,6 +13,12 @@ struct logger_type {
 
 constexpr int kLoggerTypeCount = 14;
 extern const logger_type kLoggerTypes[kLoggerTypeCount];  // in the order of starting
+
+// What a stop does before it ends the workers, in this order. A step that belongs to a type looks
+// at the mask itself. Called in the process that stops logging, on its main thread.
+using closing_step = void (*)();
+constexpr int kClosingStepCount = 26;
+extern const closing_step kClosingSteps[kClosingStepCount];
 
 // Type bits that code outside of the table asks for.
 constexpr int32_t kTypeMobile = 0x1;

@@ -1,4 +1,4 @@
-#include "capture/modem_logger.h"
+#include "debuglog/modem_logger.h"
 
 #include <cutils/properties.h>
 #include <string.h>

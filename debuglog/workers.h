@@ -5,6 +5,8 @@
 #include <stdint.h>
 #include <sys/types.h>
 
+#include <atomic>
+
 // Tables of worker pids; a slot holds 0 when it is free. Index 0 is never used: "32 slots" are the
 // indices 1..32. Allocated by initialize_globals(), null before.
 constexpr int kGroupSlots = 32;
@@ -21,17 +23,14 @@ extern int32_t qsee_log_pid;    // secure-world log copier
 extern int32_t bsp_log_pid;     // trust-zone log copier
 extern int32_t mpss_stats_pid;  // modem watchdog
 
+// Keeps the router log's rotation thread looping. Set by catcher_mobile_log(), cleared by the stop.
+extern std::atomic<bool> qtrlog_running;
+
 // The one-shot worker that saves the kernel log at start-up; not a part of debug logging.
 extern int32_t s_kernel_log_pid;
 
 // The child that the current request waits for, 0 when none.
 extern int32_t s_request_pid;
-
-// Allocates both tables, zeroed. Main process, before the first worker.
-void initialize_globals();
-
-// Frees both tables. Main process, on its way out.
-void free_globals();
 
 // Enters `pid` in the first free slot of `table`. Without one the process is sent SIGTERM at once,
 // because nobody could end it later; false then.

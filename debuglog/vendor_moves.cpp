@@ -1,4 +1,4 @@
-#include "capture/vendor_moves.h"
+#include "debuglog/vendor_moves.h"
 
 #include <cutils/properties.h>
 #include <time.h>

@@ -1,0 +1,13 @@
+// Artefacts of crashes and hangs that a stop brings into the store. Main process or size monitor;
+// moves and copies take as long as they take.
+#pragma once
+
+// Has the vendor deliver new minidumps, and shows what it has staged when it is more than 512 KiB.
+void copy_minidump_if_needed();
+
+// Moves application heap dumps of more than 64 KiB into the store.
+void copy_apps_oom_heapdump();
+
+// Moves traces into the store, or into the working area when that cannot be. The argument is not
+// used.
+void do_move_traces(const char* ignored);
