@@ -231,10 +231,6 @@ void signal_with_its_group(pid_t pid, int sig) {
   signal_process(pid, sig);
 }
 
-void kill_with_group(pid_t pid) {
-  signal_group(pid, SIGKILL);
-}
-
 void kill_with_descendants(pid_t pid) {
   if (!is_ours(pid)) return;
   constexpr int kMost = 64;
@@ -247,7 +243,7 @@ void kill_with_descendants(pid_t pid) {
       return count == kMost;
     });
   }
-  kill_with_group(pid);
+  signal_group(pid, SIGKILL);
   for (int i = 1; i < count; i++) kill(tree[i], SIGKILL);
 }
 

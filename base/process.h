@@ -80,9 +80,6 @@ int signal_group(pid_t leader, int sig);
 // process's own. For what a dead worker left behind: its group has lost its leader.
 void signal_with_its_group(pid_t pid, int sig);
 
-// Ends `pid` and the group that it may lead with SIGKILL.
-void kill_with_group(pid_t pid);
-
 // Ends our child `pid` with SIGKILL, with the group that it may lead and with all that descends
 // from it: a worker's tool is in the worker's group.
 void kill_with_descendants(pid_t pid);

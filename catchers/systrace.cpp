@@ -2,6 +2,7 @@
 #include <cutils/sockets.h>
 #include <errno.h>
 #include <fcntl.h>
+#include <signal.h>
 #include <stdint.h>
 #include <string.h>
 #include <sys/socket.h>
@@ -95,7 +96,7 @@ void stop_systrace_service() {
     polls = kStopPolls;
     do {
       LOG_AS(ANDROID_LOG_ERROR, name, "wait child %d timeout, kill it", pid);
-      kill_with_group(pid);
+      signal_group(pid, SIGKILL);
       sleep_ms(kKillPauseMs);
       polls++;
     } while (wait_within(pid, 0, nullptr) == 0);

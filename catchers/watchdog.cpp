@@ -165,8 +165,6 @@ void end_known_workers() {
 
 void act_on_stuck_processor(verdict decided) {
   switch (decided) {
-    case verdict::keep_watching:
-      break;
     case verdict::dump_at_once:
       LOG_AS(ANDROID_LOG_ERROR, kLoop, "else echo c > /proc/sysrq-trigger!!!!");
       end_known_workers();
@@ -203,8 +201,7 @@ void give_verdict(int32_t now, bool modem_logger_on) {
   log_counter("mpss_numshutdowns", is.mpss_numshutdowns, was.mpss_numshutdowns);
   log_counter("xo_count", is.xo_count, was.xo_count);
   log_counter("sleep_count", is.sleep_count, was.sleep_count);
-  act_on_stuck_processor(
-      judge(true, is_modem_stuck(is, was), is_mpss_catch_modem, modem_logger_on));
+  act_on_stuck_processor(judge(is_modem_stuck(is, was), is_mpss_catch_modem, modem_logger_on));
 }
 
 }  // namespace
@@ -232,8 +229,7 @@ bool is_modem_stuck(const sleep_counters& now, const sleep_counters& baseline) {
          has_not_moved(now.sleep_count, baseline.sleep_count);
 }
 
-verdict judge(bool ap_stuck, bool modem_stuck, bool captured_before, bool modem_logger_on) {
-  if (!ap_stuck) return verdict::keep_watching;
+verdict judge(bool modem_stuck, bool captured_before, bool modem_logger_on) {
   if (!modem_stuck) return verdict::dump_at_once;
   if (modem_logger_on) return verdict::extend_capture;
   return captured_before ? verdict::dump_after_grace : verdict::start_capture;

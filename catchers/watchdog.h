@@ -23,14 +23,14 @@ bool is_verdict_due(int32_t baseline, int32_t now);  // the baseline is 3600 s o
 bool is_ap_stuck(const sleep_counters& now, const sleep_counters& baseline);
 bool is_modem_stuck(const sleep_counters& now, const sleep_counters& baseline);
 
+// What to do with a phone whose processor is stuck.
 enum class verdict {
-  keep_watching,     // the phone sleeps: a new baseline
   dump_at_once,      // the modem sleeps, the processor does not
   dump_after_grace,  // the modem was captured before and is stuck again
   extend_capture,    // a modem log runs already: 20 minutes more
   start_capture,     // a modem log for 20 minutes
 };
-verdict judge(bool ap_stuck, bool modem_stuck, bool captured_before, bool modem_logger_on);
+verdict judge(bool modem_stuck, bool captured_before, bool modem_logger_on);
 
 // ---- The world around the loop; tests put their own in its place. ----
 

@@ -106,7 +106,7 @@ int wait_child_to_finish(pid_t pid, int ticks) {
   }
   sleep_ms(kTickMs);
   LOGE("wait child %d timeout, kill it", pid);
-  kill_with_group(pid);
+  signal_group(pid, SIGKILL);
   sleep_ms(kTickMs);
   return 0;
 }
@@ -120,7 +120,7 @@ int await_request_child(const char* function, pid_t pid, int poll_ms, int polls)
     safe_point();
     if (gone != 0 || count < polls) continue;
     LOG_AS(ANDROID_LOG_ERROR, function, "wait child %d timeout, kill it", pid);
-    kill_with_group(pid);
+    signal_group(pid, SIGKILL);
     sleep_ms(kTickMs);
     gone = wait_within(pid, 0, nullptr);
   }

@@ -2,6 +2,7 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -51,7 +52,7 @@ pid_t await_logcat(pid_t pid, int milliseconds, const char* what, int* status) {
   const pid_t reaped = wait_within(pid, milliseconds, status);
   if (reaped != 0) return reaped;
   LOGE("logcat %d does not end in time, kill it: %s", pid, what);
-  kill_with_group(pid);
+  signal_group(pid, SIGKILL);
   wait_within(pid, kKillMs, nullptr);
   return 0;
 }

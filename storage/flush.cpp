@@ -2,6 +2,7 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <signal.h>
 #include <string.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -46,7 +47,7 @@ std::string flush_storage(const char* path) {
   int status = 0;
   const pid_t reaped = wait_within(pid, kFlushMs, &status);
   if (reaped == 0) {
-    kill_with_group(pid);  // the reaper takes it when the kernel lets it go
+    signal_group(pid, SIGKILL);  // the reaper takes it when the kernel lets it go
     return "no end within 60 s";
   }
   if (reaped == -1 || !WIFEXITED(status)) return "the flush was ended";

@@ -1,5 +1,6 @@
 #include "base/process.h"
 
+#include <signal.h>
 #include <sys/time.h>
 
 #include <atomic>
@@ -114,7 +115,7 @@ TEST(SignalProcess, ReachesOnlyWhatIsOurs) {
   for (const pid_t pid : {0, 1, -1, -child.pid(), getppid()}) {
     EXPECT_EQ(signal_process(pid, SIGTERM), -1) << pid;
     EXPECT_EQ(signal_group(pid, SIGTERM), -1) << pid;
-    kill_with_group(pid);
+    signal_group(pid, SIGKILL);
   }
   EXPECT_TRUE(is_running(child.pid()));
   EXPECT_EQ(signal_process(child.pid(), SIGTERM), 0);
@@ -130,7 +131,7 @@ TEST(KillWithGroup, EndsAGroupWhoseLeaderIsGone) {
   wait_for(leader, nullptr);
   EXPECT_EQ(signal_group(leader, SIGTERM), 0);
   EXPECT_TRUE(is_running(member));
-  kill_with_group(leader);
+  signal_group(leader, SIGKILL);
   int status = 0;
   EXPECT_EQ(wait_within(member, 20000, &status), member);
   EXPECT_EQ(WTERMSIG(status), SIGKILL);
@@ -277,7 +278,7 @@ TEST(ProcessStat, IsReadBehindTheWholeName) {
     EXPECT_TRUE(is_child_of(child, getpid())) << name;
     EXPECT_EQ(list_group(child, pids, 2), 1) << name;
     EXPECT_EQ(list_group_leaders(getpid(), pids, 2), 1) << name;
-    kill_with_group(child);
+    signal_group(child, SIGKILL);
     wait_within(child, 20000, nullptr);
   }
 }

@@ -1,5 +1,7 @@
 // What a stop must reset for the next run, and what a process takes over when another one has
 // started a run.
+#include <signal.h>
+
 #include <thread>
 
 #include "base/noted_signals.h"
@@ -49,7 +51,7 @@ TEST_F(SecondRun, HasNothingOfTheFirstOne) {
     EXPECT_TRUE(eventually([&] { return counts_of_main() == counts; })) << types;
     EXPECT_TRUE(eventually([] { return s_self_log_collector_pid > 0; })) << types;
     const pid_t dead = s_debug_vesk_group[3].pid;
-    kill_with_group(dead);
+    signal_group(dead, SIGKILL);
     wait_within(dead, 20000, nullptr);
     update_logcat_log(dead);
     EXPECT_GT(s_newlog_group[3].pid, 0) << types;
