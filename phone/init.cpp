@@ -59,6 +59,8 @@ static const char* const kAndroidEnvironment[] = {
 
 struct InitOptions {
   int control = -1;
+  int adb = -1;          // a listening socket
+  std::string adb_user;  // whom adb's commands run as
   bool services = true;
   bool terminal = false;
   bool input = false;
@@ -80,6 +82,10 @@ static InitOptions read_options(int argc, char** argv) {
     if (option == "--input") options.input = true;
     if (i + 1 == argc) break;
     if (option == "--control-fd") options.control = atoi(argv[++i]);
+    if (option == "--adb") {
+      options.adb = atoi(argv[++i]);
+      options.adb_user = argv[++i];
+    }
     if (option == "--prop") options.properties.push_back(argv[++i]);
     if (option == "--loose") options.loose.insert(argv[++i]);
     if (option == "--env") options.environment.push_back(argv[++i]);
@@ -104,6 +110,8 @@ class Init {
   void property_was_set(const std::string& key, const std::string& value);
   void read_property_changes();
   void reap();
+  void set_environment();
+  void start_adb();
   void start_command();
   [[noreturn]] void become_command();
 
@@ -189,6 +197,7 @@ void Init::read_rc(const std::string& path) {
 
 bool Init::boot() {
   if (options_.control >= 0) fcntl(options_.control, F_SETFD, FD_CLOEXEC);
+  if (options_.adb >= 0) fcntl(options_.adb, F_SETFD, FD_CLOEXEC);
   if (options_.input && start_input_supervisor() < 0) {
     init_complain(errno_text("cannot supervise input devices"));
     return false;
@@ -317,18 +326,12 @@ void Init::reap() {
   }
 }
 
-void Init::become_command() {
+// What COMMAND and adb's shells start with.
+void Init::set_environment() {
   sigset_t none;
   sigemptyset(&none);
   sigprocmask(SIG_SETMASK, &none, nullptr);
   umask(022);
-  if (!terminal_name_.empty()) {
-    setsid();
-    const int slave = open(terminal_name_.c_str(), O_RDWR | O_CLOEXEC);
-    ioctl(slave, TIOCSCTTY, 0);
-    const bool with_stderr = isatty(STDERR_FILENO);
-    for (int fd = 0; fd <= (with_stderr ? 2 : 1); fd++) dup2(slave, fd);
-  }
   const char* terminal_type = getenv("TERM");
   const std::string type = terminal_type != nullptr ? terminal_type : "dumb";
   clearenv();
@@ -342,6 +345,33 @@ void Init::become_command() {
   for (const std::string& pair : environment) {
     const size_t equals = pair.find('=');
     setenv(pair.substr(0, equals).c_str(), pair.substr(equals + 1).c_str(), 1);
+  }
+}
+
+// It is on its own from here: a connection that hangs does not hold up anything of init's.
+void Init::start_adb() {
+  if (options_.adb < 0) return;
+  const pid_t pid = fork();
+  if (pid == 0) {
+    set_environment();
+    dup2(Fd(open("/dev/null", O_RDWR | O_CLOEXEC)).get(), STDIN_FILENO);
+    fcntl(options_.adb, F_SETFD, 0);
+    execl(kPhoneAdbd, "adbd", std::to_string(options_.adb).c_str(), options_.adb_user.c_str(),
+          nullptr);
+    _exit(127);
+  }
+  if (pid < 0) init_complain(errno_text("cannot start adbd"));
+  close(options_.adb);
+}
+
+void Init::become_command() {
+  set_environment();
+  if (!terminal_name_.empty()) {
+    setsid();
+    const int slave = open(terminal_name_.c_str(), O_RDWR | O_CLOEXEC);
+    ioctl(slave, TIOCSCTTY, 0);
+    const bool with_stderr = isatty(STDERR_FILENO);
+    for (int fd = 0; fd <= (with_stderr ? 2 : 1); fd++) dup2(slave, fd);
   }
   std::vector<char*> argv;
   for (const std::string& word : options_.command) argv.push_back(const_cast<char*>(word.c_str()));
@@ -364,6 +394,7 @@ void Init::start_command() {
 }
 
 void Init::run() {
+  start_adb();
   for (const char* event : {"early-init", "init", "late-init", "post-fs", "post-fs-data", "boot"})
     run_event(event);
   // The sets of the boot itself are no events; a trigger that holds already runs once, as on a
@@ -393,9 +424,13 @@ void Init::run() {
 int main(int argc, char** argv) {
   InitOptions options = read_options(argc, argv);
   // Whatever the launcher's caller left open is none of the phone's business.
-  const unsigned control = options.control < 0 ? 2 : options.control;
-  if (control > 3) close_range(3, control - 1, 0);
-  close_range(std::max(control + 1, 3u), ~0u, 0);
+  unsigned first = STDERR_FILENO + 1;
+  for (const int kept : std::set<int>{options.control, options.adb}) {
+    if (kept < static_cast<int>(first)) continue;
+    if (kept > static_cast<int>(first)) close_range(first, kept - 1, 0);
+    first = kept + 1;
+  }
+  close_range(first, ~0u, 0);
   Init init(std::move(options));
   if (!init.boot()) _exit(kCannotBoot);
   init.run();

@@ -1,4 +1,5 @@
 // phone: boots a bench phone, runs a command in it, and ends with the command's exit status.
+#include <arpa/inet.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <sched.h>
@@ -30,12 +31,16 @@ static void complain(const std::string& what) {
 }
 
 // The rest of the options is init's business.
-static std::vector<std::string> init_arguments(const PhoneOptions& options, int control,
+static std::vector<std::string> init_arguments(const PhoneOptions& options, int control, int adb,
                                                bool terminal) {
   std::vector<std::string> arguments = {"init", "--control-fd", std::to_string(control)};
   if (!options.services) arguments.push_back("--no-services");
   if (options.input) arguments.push_back("--input");
   if (terminal) arguments.push_back("--terminal");
+  if (adb >= 0) {
+    for (const std::string& word : {std::string("--adb"), std::to_string(adb), options.adb_user})
+      arguments.push_back(word);
+  }
   for (const std::string& word : options.loose) {
     arguments.push_back("--loose");
     arguments.push_back(word);
@@ -59,7 +64,7 @@ static std::vector<std::string> init_arguments(const PhoneOptions& options, int 
 
 // The first process of the new namespaces; becomes the phone's init.
 [[noreturn]] static void become_init(const PhoneParts& parts, const PhoneOptions& options,
-                                     Fd control, bool terminal) {
+                                     Fd control, const Fd& adb, bool terminal) {
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   setsid();  // a signal to the whole group, by whatever runs in here, stays in here
   // A launcher that ended before that line is noticed by its closed end of the control socket.
@@ -72,7 +77,9 @@ static std::vector<std::string> init_arguments(const PhoneOptions& options, int 
   }
   (void)!sethostname("localhost", strlen("localhost"));  // cosmetic
   fcntl(control.get(), F_SETFD, 0);                      // init speaks through it
-  const std::vector<std::string> arguments = init_arguments(options, control.get(), terminal);
+  if (adb.ok()) fcntl(adb.get(), F_SETFD, 0);
+  const std::vector<std::string> arguments =
+      init_arguments(options, control.get(), adb.get(), terminal);
   std::vector<char*> argv;
   for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
   argv.push_back(nullptr);
@@ -111,6 +118,27 @@ static bool write_pid_file(const std::string& path, pid_t pid) {
   const std::string temporary = path + ".new";
   return write_file(temporary, std::to_string(pid) + "\n", 0644) &&
          rename(temporary.c_str(), path.c_str()) == 0;
+}
+
+// Listens on the loopback of the machine, not of the phone: a socket stays in the network that it
+// was made in.
+static Fd listen_for_adb(int port) {
+  Fd fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  struct sockaddr_in address = {};
+  socklen_t length = sizeof address;
+  address.sin_family = AF_INET;
+  address.sin_port = htons(static_cast<uint16_t>(port));
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  const int on = 1;
+  setsockopt(fd.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+  auto* name = reinterpret_cast<struct sockaddr*>(&address);
+  if (bind(fd.get(), name, length) != 0 || listen(fd.get(), SOMAXCONN) != 0 ||
+      getsockname(fd.get(), name, &length) != 0) {
+    complain(errno_text("cannot listen on 127.0.0.1:" + std::to_string(port)));
+    return Fd();
+  }
+  complain("adb connect 127.0.0.1:" + std::to_string(ntohs(address.sin_port)));
+  return fd;
 }
 
 static pid_t clone_phone() {
@@ -157,6 +185,14 @@ static int run_phone(const PhoneOptions& options, PhoneParts* parts) {
     return std::max<int>(0, options.timeout_s * 1000 - static_cast<int>(gone.count()));
   };
   const bool terminal = on_terminal();
+  Fd adb;
+  if (options.adb_port >= 0) {
+    adb = listen_for_adb(options.adb_port);
+    if (!adb.ok()) {
+      rmdir(parts->mount_point.c_str());
+      return kCannotBoot;
+    }
+  }
   int ends[2];
   if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) return kCannotBoot;
   Fd mine(ends[0]), theirs(ends[1]);
@@ -170,9 +206,10 @@ static int run_phone(const PhoneOptions& options, PhoneParts* parts) {
   }
   if (pid == 0) {
     mine.reset();
-    become_init(*parts, options, std::move(theirs), terminal);
+    become_init(*parts, options, std::move(theirs), adb, terminal);
   }
   theirs.reset();
+  adb.reset();
   Fd pidfd(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
   Fd master;
   const bool booted = wait_for_boot(mine.get(), left_ms(), &master);

@@ -26,6 +26,8 @@ is COMMAND's; 125 when the phone could not be made, 124 after --timeout. Nothing
   --pid-file FILE       write the outer pid of the phone's init; /proc/PID/root shows the inside
   --failed-logs DIR     when COMMAND fails, keep the phone's logs in DIR/NAME; NAME is what COMMAND
                         wrote into /dev/bench/name, or "phone"
+  --adb PORT            adb connect 127.0.0.1:PORT; 0 takes a free port and tells which
+  --adb-user USER       whom adb's commands run as: shell (the default) or root
   --timeout SECONDS     end the phone after that time
   --help                this text
 )";
@@ -113,6 +115,18 @@ static const struct {
      [](auto* o, auto& v) {
        o->failed_logs = v;
        return !v.empty();
+     }},
+    {"--adb", "a port",
+     [](auto* o, auto& v) {
+       long port = 0;
+       const bool ok = parse_number(v, 0, 65535, &port);
+       o->adb_port = static_cast<int>(port);
+       return ok;
+     }},
+    {"--adb-user", "shell or root",
+     [](auto* o, auto& v) {
+       o->adb_user = v;
+       return v == "shell" || v == "root";
      }},
     {"--timeout", "seconds",
      [](auto* o, auto& v) {

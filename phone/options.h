@@ -18,8 +18,10 @@ struct PhoneOptions {
   bool input = false;                                      // devices that `finger` plugs
   std::string daemon;                                      // "": the one of this build
   std::string pid_file;
-  std::string failed_logs;  // where the logs of a COMMAND that fails are kept, "": nowhere
-  int timeout_s = 0;        // end of everything, 0: none
+  int adb_port = -1;               // of the host's loopback; 0: any that is free, -1: no adb
+  std::string adb_user = "shell";  // or "root"
+  std::string failed_logs;         // where the logs of a COMMAND that fails are kept, "": nowhere
+  int timeout_s = 0;               // end of everything, 0: none
   std::vector<std::string> command;
   bool help = false;
 };

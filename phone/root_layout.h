@@ -11,6 +11,7 @@ constexpr uid_t kAidRoot = 0, kAidSystem = 1000, kAidSdcard = 1015, kAidMedia = 
 constexpr const char* kPhoneDaemon = "/system_ext/bin/harrowmossd";
 constexpr const char* kPhoneClient = "/system_ext/bin/harrowmossctl";
 constexpr const char* kPhoneInit = "/system/bin/init";
+constexpr const char* kPhoneAdbd = "/system/bin/adbd";
 constexpr const char* kPhoneRc = "/system/etc/init/harrowmossd.rc";
 constexpr const char* kBenchServicesRc = "/system/etc/init/bench_services.rc";
 
@@ -103,6 +104,7 @@ constexpr const char* kDeviceNodes[] = {
 constexpr ProgramRow kOwnPrograms[] = {
     {"init",     kPhoneInit},
     {"sh",       "/system/bin/sh"},
+    {"adbd",     kPhoneAdbd},
     {"logcat",   "/system/bin/logcat"},
     {"logcat",   "/system/bin/vesk"},
     {"log",      "/system/bin/log"},

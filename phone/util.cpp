@@ -18,9 +18,10 @@ std::string read_file(const std::string& path) {
   return text;
 }
 
-static bool write_all(int fd, std::string_view text) {
+bool write_all(int fd, std::string_view text) {
   while (!text.empty()) {
     const ssize_t n = write(fd, text.data(), text.size());
+    if (n < 0 && errno == EINTR) continue;
     if (n < 0) return false;
     text.remove_prefix(n);
   }

@@ -48,6 +48,9 @@ std::string read_file(const std::string& path);
 // none.
 int64_t number_behind(const std::string& text, const std::string& key);
 
+// Writes all of it to a blocking descriptor. False with errno.
+bool write_all(int fd, std::string_view text);
+
 // Replaces the file's content and makes missing parent directories (0755). False with errno.
 bool write_file(const std::string& path, std::string_view text, mode_t mode);
 
