@@ -62,8 +62,8 @@ class Setup(unittest.TestCase):
         half = {"g++": "installed", "cmake": "installed", "mksh": "half-configured", "toybox": "installed"}
         everything = dict.fromkeys(DEMO, "installed")
         check = everything | dict.fromkeys((
-            "clang", "clang-format", "git", "libc++-14-dev", "libc++abi-14-dev", "libclang-rt-14-dev", "libfaketime",
-            "libgtest-dev", "llvm", "nlohmann-json3-dev", "python3"), "installed")
+            "adb", "clang", "clang-format", "git", "libc++-14-dev", "libc++abi-14-dev", "libclang-rt-14-dev",
+            "libfaketime", "libgtest-dev", "llvm", "nlohmann-json3-dev", "python3"), "installed")
         for command, states, stub, asked, said, status in (
                 (["setup", "demo"], {}, {}, DEMO, "everything is installed", 0),
                 (["setup", "demo"], half, {}, {"iproute2", "mksh", "ninja-build"}, "everything is installed", 0),
@@ -71,6 +71,7 @@ class Setup(unittest.TestCase):
                 (["setup", "demo"], everything, {"USER_ID": "1000"}, {"uidmap"}, "everything is installed", 0),
                 (["setup", "demo"], {}, {"USER_ID": "1000", "SUDO": "1"}, set(), "sudo refused", 1),
                 (["setup", "phone", "soak"], everything, {}, {"libfaketime"}, "for ./dev phone soak", 0),
+                (["phone", "--adb=1"], everything | {"python3": "installed"}, {"APT": UNKNOWN}, {"adb"}, UNKNOWN, 1),
                 (["setup", "nonsense"], {}, {}, set(), "no command nonsense", 1),
                 (["demo"], {}, {"APT": NETWORK}, DEMO, NETWORK, 1),
                 (["test"], everything | {"clang": "installed"}, {"APT": UNKNOWN, "PLATFORM_DIR": "."},

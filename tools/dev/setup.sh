@@ -16,15 +16,17 @@ declare -A packages=(
   [bench]="libspdlog-dev python3"
   [clock]="libfaketime"
   [bare]="mmdebstrap"
+  [adb]="adb python3"                                      # for ./dev phone --adb, and tests of tools/fleet
 )
 
 # What each command needs of them. A command without a row installs nothing.
 declare -A needs=(
   [demo]="build phone"
   [phone]="build phone"
+  ["phone --adb"]="build phone adb"
   [ctl]="build phone"
   [test]="build phone gtest kit"
-  [check]="build phone gtest kit platform style sanitizers clock"
+  [check]="build phone gtest kit platform style sanitizers clock adb"
   [coverage]="build phone gtest kit sanitizers"
   [fuzz]="build phone sanitizers"
   [cost]="build phone"
