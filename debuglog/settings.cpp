@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <string>
 
+#include "base/beneath.h"
 #include "base/scoped.h"
 #include "base/text.h"
 #include "selflog/log.h"
@@ -97,7 +98,7 @@ int getPersistProperty(const char* key, char* buf) {
   }
   char path[kPathSize];
   format_cut(path, "%s%s", kPersistDir, key);
-  scoped_fd fd(open(path, O_RDONLY | O_CLOEXEC));
+  scoped_fd fd(open(path, O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
   if (!fd.valid()) {
     LOGW("open %s failed. %s", path, strerror(errno));
     return -1;
@@ -113,7 +114,7 @@ int setPersistProperty(const char* key, const char* value) {
   if (access(kPersistDir, F_OK) != 0 && !make_persist_dir()) return -1;
   char path[kPathSize];
   format_cut(path, "%s%s", kPersistDir, key);
-  scoped_fd fd(open(path, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600));
+  scoped_fd fd(open_file_beneath(path, O_WRONLY | O_CREAT | O_TRUNC, 0600));
   if (!fd.valid()) {
     LOGE("open/create %s failed. %s", path, strerror(errno));
     return -1;

@@ -129,7 +129,7 @@ TEST_F(ReplacedLogcat, ClearsTheBufferTwiceAndWritesANewFile) {
   EXPECT_EQ(getpgid(first), first);
 
   // A replacement that ends too is not replaced; a later run's logcat is, under the next number.
-  kill(first, SIGKILL);  // it would make its file again
+  signal_one(first, SIGKILL);  // it would make its file again
   waitpid(first, nullptr, 0);
   update_logcat_log(first);
   s_debug_vesk_group[3].pid = kDead + 1;

@@ -55,6 +55,8 @@ void run_net_command() {
   catcher_net_cmd_log(date, 1, "iptables-stop.txt");
 }
 
+char value[PROPERTY_VALUE_MAX];
+
 const struct {
   const char *path, *what;
   std::function<void()> act;
@@ -107,6 +109,8 @@ const struct {
     {"/sdcard/out/others.prop", kFifo, [] { copy_system_propertie("/sdcard/out", ""); }, true},
     {"/sdcard/out", kDirectory, [] { copy_system_propertie("/sdcard/out", ""); }},
     {"/persist/harrowmoss/key", kFile, [] { EXPECT_EQ(setPersistProperty("key", "v"), -1); }, true},
+    {"/persist/harrowmoss/key", kFifo, [] { EXPECT_EQ(setPersistProperty("key", "v"), -1); }, true},
+    {"/persist/harrowmoss/key", kFifo, [] { getPersistProperty("key", value); }, true},
     {"/data/misc/zelkalog/.logger", kDirectory,
      [] { EXPECT_EQ(loggersystem::logger_mkdir("/data/misc/zelkalog/.logger/x"), -1); }, true},
 };
