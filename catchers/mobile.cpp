@@ -17,6 +17,7 @@
 #include "debuglog/logcat.h"
 #include "debuglog/workers.h"
 #include "feedback/feedback.h"
+#include "model/log_buffers.h"
 #include "selflog/log.h"
 #include "selflog/props.h"
 #include "storage/shell.h"
@@ -26,14 +27,13 @@ namespace {
 
 constexpr char kLogSource[] = "commands";
 constexpr size_t kOptionBytes = 512;  // of the option file that are read
-constexpr const char* kBuffers[] = {"main", "events", "system", "radio", "crash"};
 constexpr int kKernelBufferSdk = 23;  // the log daemon has a kernel buffer from this release on
 constexpr char kQmiMsgProp[] = "persist.odm.zklog.qmimsg.enable";
 
 void start_logcats(const char* dir) {
-  for (const char* buffer : kBuffers) catcher_logcat_log(buffer, dir, 1);
-  if (get_int_prop("ro.build.version.sdk", 0) >= kKernelBufferSdk) {
-    catcher_logcat_log("kernel", dir, 1);
+  const bool has_kernel_buffer = get_int_prop("ro.build.version.sdk", 0) >= kKernelBufferSdk;
+  for (const char* buffer : kLogBuffers) {
+    if (has_kernel_buffer || strcmp(buffer, "kernel") != 0) catcher_logcat_log(buffer, dir, 1);
   }
 }
 

@@ -100,8 +100,7 @@ std::string check_odd_switch(const health_facts& facts) {
 }
 
 std::string check_logcats(const health_facts& facts) {
-  constexpr int32_t kMobile = 0x1;
-  const bool wanted = facts.settings.logging && (facts.settings.types & kMobile) != 0;
+  const bool wanted = facts.settings.logging && (facts.settings.types & kTypeMobile) != 0;
   return wanted && facts.sees_daemon && !facts.sees_logcats
              ? "debug logging is on with mobile, but no logcat of it runs"
              : "";

@@ -28,16 +28,16 @@ constexpr struct {
   const char* needed_for;
   const char* path;
 } kNeededFiles[] = {
-    {0,   "everything", "/system/bin/sh"},
-    {0,   "everything", "/system/bin/cp"},
-    {0,   "everything", "/system/bin/mv"},
-    {0,   "everything", "/system/bin/rm"},
-    {0,   "everything", "/system/bin/chmod"},
-    {0x1, "mobile",     "/system/bin/logcat"},
-    {0x4, "net",        "/system/etc/get_net_log.sh"},
-    {0x8, "power",      "/system/etc/fg_logs_start.sh"},
-    {0x8, "power",      "/system/etc/power_logs_start.sh"},
-    {0x8, "power",      "/system/etc/power_logs_stop.sh"},
+    {0,           "everything", "/system/bin/sh"},
+    {0,           "everything", "/system/bin/cp"},
+    {0,           "everything", "/system/bin/mv"},
+    {0,           "everything", "/system/bin/rm"},
+    {0,           "everything", "/system/bin/chmod"},
+    {kTypeMobile, "mobile",     "/system/bin/logcat"},
+    {kTypeNet,    "net",        "/system/etc/get_net_log.sh"},
+    {kTypePower,  "power",      "/system/etc/fg_logs_start.sh"},
+    {kTypePower,  "power",      "/system/etc/power_logs_start.sh"},
+    {kTypePower,  "power",      "/system/etc/power_logs_stop.sh"},
 };
 
 // clang-format on

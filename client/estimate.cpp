@@ -13,7 +13,8 @@
 #include "client/requests.h"
 #include "client/text.h"
 #include "client/volume.h"
-#include "protocol/data_room.h"
+#include "model/data_room.h"
+#include "model/log_buffers.h"
 #include "protocol/names.h"
 
 namespace {
@@ -22,13 +23,10 @@ using std::chrono::milliseconds;
 
 constexpr const char* kLogcat = "/system/bin/logcat";
 constexpr const char* kGetprop = "/system/bin/getprop";
-constexpr const char* kBuffers[] = {"main", "events", "system", "radio", "crash", "kernel"};
 constexpr const char* kDumpLines = "80000";  // of each buffer, as the daemon takes them
 constexpr milliseconds kDumpLimit{7000};     // what the daemon gives all dumps together
 constexpr milliseconds kGetpropLimit{2000};
 constexpr int64_t kReportBytes = 16 << 10;  // the device report and logcat's statistics, generously
-constexpr int32_t kGeneral = 0x10;
-constexpr int32_t kExceptions = 0x2000;
 constexpr const char* kExceptionDir = "/data/aee_exp";
 constexpr const char* kExceptionWord = "fatal";
 
@@ -40,15 +38,15 @@ constexpr struct {
   const char* directory;  // "" when nothing that can be measured
   const char* note;
 } kSources[] = {
-    {0x04000, "/data/anr", "the boot-failure log moves to the staging area"},
-    {0x00010, "/sdcard/Android/data/.harrowmoss/general", "the staging area and the log buffers of now"},
-    {0x00020, "/data/tombstones", ""},
-    {0x00040, "/data/anr", ""},
-    {0x00080, "/sys/fs/pstore", ""},
-    {0x01000, "/sdcard/Android/data/.harrowmoss/zklog/feedback/power", "and what the platform's script adds"},
-    {0x02000, "", "the newest fatal entry of /data/aee_exp"},
-    {0x08000, "", "moves to /data/misc/zelkalog/btlog, not to the bundle"},
-    {0x10000, "", "what the vendor service moves is not known before"},
+    {kSelectBootfail, "/data/anr", "the boot-failure log moves to the staging area"},
+    {kSelectGeneral, "/sdcard/Android/data/.harrowmoss/general", "the staging area and the log buffers of now"},
+    {kSelectTombstone, "/data/tombstones", ""},
+    {kSelectAnr, "/data/anr", ""},
+    {kSelectPstore, "/sys/fs/pstore", ""},
+    {kSelectPower, "/sdcard/Android/data/.harrowmoss/zklog/feedback/power", "and what the platform's script adds"},
+    {kSelectExceptions, "", "the newest fatal entry of /data/aee_exp"},
+    {kSelectBluetooth, "", "moves to /data/misc/zelkalog/btlog, not to the bundle"},
+    {kSelectMinidump, "", "what the vendor service moves is not known before"},
 };
 
 // clang-format on
@@ -56,7 +54,7 @@ constexpr struct {
 int64_t dumped_bytes(const environment& env, int64_t block, std::string* note) {
   const steady_time deadline = after(kDumpLimit);
   int64_t total = 0;
-  for (const char* buffer : kBuffers) {
+  for (const char* buffer : kLogBuffers) {
     int64_t bytes = 0;
     const auto left =
         std::chrono::duration_cast<milliseconds>(deadline - std::chrono::steady_clock::now());
@@ -126,13 +124,13 @@ estimate_report estimate_bundle(const environment& env, int32_t mask,
       if (source.bit != selection.mask) continue;
       row.note = source.note;
       std::string path = *source.directory == '\0' ? "" : env.root + source.directory;
-      if (source.bit == kExceptions) path = newest_exception(env);
+      if (source.bit == kSelectExceptions) path = newest_exception(env);
       if (!path.empty()) row.bytes = copy_bytes(path, space.block);
       const bool again = !path.empty() && !counted.insert(path).second;
       if (again) row.note = "the same files as above, counted once";
       if (!again) report.wanted += row.bytes;
     }
-    if (selection.mask == kGeneral) {
+    if (selection.mask == kSelectGeneral) {
       const int64_t dumps = dumped_bytes(env, space.block, &row.note);
       row.bytes += dumps;
       report.wanted += dumps;

@@ -21,7 +21,7 @@ struct estimate_report {
   int64_t wanted = 0;  // bytes; a directory that two selections copy counts once
   int64_t available = 0;
   bool known = false;        // `available` could be asked
-  bool on_data = false;      // the copy leaves kDataReserve free (protocol/data_room.h)
+  bool on_data = false;      // the copy leaves kDataReserve free (model/data_room.h)
   int64_t preallocated = 0;  // what counts as free for that
 };
 

@@ -5,8 +5,8 @@
 
 #include "base/text.h"
 #include "client/files.h"
+#include "model/data_room.h"
 #include "model/tree_size.h"
-#include "protocol/data_room.h"
 
 namespace {
 

@@ -32,37 +32,35 @@ constexpr struct {
   bool at_stop;         // written by the stop
   const char* absent;   // a good reason, for kUsual
 } kPieces[] = {
-    {0x01, "mobile/*-main.txt",                      promise::kLogged,  false, ""},
-    {0x01, "mobile/*-events.txt",                    promise::kLogged,  false, ""},
-    {0x01, "mobile/*-system.txt",                    promise::kLogged,  false, ""},
-    {0x01, "mobile/*-radio.txt",                     promise::kPresent, false, ""},
-    {0x01, "mobile/*-crash.txt",                     promise::kPresent, false, ""},
-    {0x01, "mobile/*-kernel.txt",                    promise::kLogged,  false, ""},
-    {0x01, "mobile/logcat_control_message-*.txt",    promise::kFilled,  false, ""},
-    {0x01, "system.prop",                            promise::kFilled,  false, ""},
-    {0x01, "others.prop",                            promise::kFilled,  false, ""},
-    {0x02, "modem/*",                                promise::kFilled,  true,  ""},
-    {0x04, "net/*-netlog.pcap",                      promise::kFilled,  false, ""},
-    {0x04, "net/iptables-start.txt",                 promise::kFilled,  false, ""},
-    {0x04, "net/iptables-stop.txt",                  promise::kUsual,   true,  "not written when a change of types ended the run"},
-    {0x08, "power/*",                                promise::kFilled,  true,  ""},
-    {0x08, "fg/*",                                   promise::kFilled,  false, ""},
-    {0x20, "fingerprint/qsee_log.txt",               promise::kPresent, false, ""},
-    {0x20, "fingerprint/tzbsp.txt",                  promise::kUsual,   false, "only with persist.sys.zklog.tzbsp.enable"},
-    {0x40, "wlan_logs/*",                            promise::kUsual,   true,  "the vendor service brought no file"},
-    {0x10, "touch/event.txt",                        promise::kPresent, false, ""},
-    {0x400, "mpss_dump/*",                           promise::kUsual,   true,  "the watchdog had nothing to capture"},
-    {0,    "system_stop.prop",                       promise::kFilled,  true,  ""},
-    {0,    "others_stop.prop",                       promise::kFilled,  true,  ""},
+    {kTypeMobile,      "mobile/*-main.txt",                      promise::kLogged,  false, ""},
+    {kTypeMobile,      "mobile/*-events.txt",                    promise::kLogged,  false, ""},
+    {kTypeMobile,      "mobile/*-system.txt",                    promise::kLogged,  false, ""},
+    {kTypeMobile,      "mobile/*-radio.txt",                     promise::kPresent, false, ""},
+    {kTypeMobile,      "mobile/*-crash.txt",                     promise::kPresent, false, ""},
+    {kTypeMobile,      "mobile/*-kernel.txt",                    promise::kLogged,  false, ""},
+    {kTypeMobile,      "mobile/logcat_control_message-*.txt",    promise::kFilled,  false, ""},
+    {kTypeMobile,      "system.prop",                            promise::kFilled,  false, ""},
+    {kTypeMobile,      "others.prop",                            promise::kFilled,  false, ""},
+    {kTypeModem,       "modem/*",                                promise::kFilled,  true,  ""},
+    {kTypeNet,         "net/*-netlog.pcap",                      promise::kFilled,  false, ""},
+    {kTypeNet,         "net/iptables-start.txt",                 promise::kFilled,  false, ""},
+    {kTypeNet,         "net/iptables-stop.txt",                  promise::kUsual,   true,  "not written when a change of types ended the run"},
+    {kTypePower,       "power/*",                                promise::kFilled,  true,  ""},
+    {kTypePower,       "fg/*",                                   promise::kFilled,  false, ""},
+    {kTypeFingerprint, "fingerprint/qsee_log.txt",               promise::kPresent, false, ""},
+    {kTypeFingerprint, "fingerprint/tzbsp.txt",                  promise::kUsual,   false, "only with persist.sys.zklog.tzbsp.enable"},
+    {kTypeWifi,        "wlan_logs/*",                            promise::kUsual,   true,  "the vendor service brought no file"},
+    {kTypeTouch,       "touch/event.txt",                        promise::kPresent, false, ""},
+    {kTypeMpssDump,    "mpss_dump/*",                           promise::kUsual,   true,  "the watchdog had nothing to capture"},
+    {0,                "system_stop.prop",                       promise::kFilled,  true,  ""},
+    {0,                "others_stop.prop",                       promise::kFilled,  true,  ""},
 };
 
 // clang-format on
 
 const char* type_name(int32_t mask) {
-  for (const named_bit& type : kLoggerTypeNames) {
-    if (type.mask == mask) return type.name;
-  }
-  return kEveryRun;
+  const char* name = logger_type_name(mask);
+  return name == nullptr ? kEveryRun : name;
 }
 
 std::string types_text(const run_report& run) {

@@ -11,6 +11,7 @@
 #include "client/files.h"
 #include "client/quota.h"
 #include "client/settings.h"
+#include "model/log_buffers.h"
 #include "protocol/protocol.h"
 
 namespace {
@@ -24,7 +25,6 @@ constexpr std::initializer_list<const char*> kBuildKeys = {"ro.vendor.build.disp
 constexpr std::string_view kDigits = "0123456789";
 
 // Logcat buffers, as they end the file names "<display id>-<buffer>.txt".
-constexpr const char* kBuffers[] = {"main", "events", "system", "radio", "crash", "kernel"};
 
 // Directories that betray a logger type beside the one that bears its name.
 constexpr struct {
@@ -64,7 +64,7 @@ bool is_replacement(std::string_view file) {
   const size_t underscore = file.rfind('_');
   if (underscore == std::string_view::npos || !is_number(file.substr(underscore + 1))) return false;
   const std::string_view stem = file.substr(0, underscore);
-  return std::any_of(std::begin(kBuffers), std::end(kBuffers), [&](const char* buffer) {
+  return std::any_of(std::begin(kLogBuffers), std::end(kLogBuffers), [&](const char* buffer) {
     const std::string tail = std::string("-") + buffer;
     return stem.size() > tail.size() && stem.substr(stem.size() - tail.size()) == tail;
   });

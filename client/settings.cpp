@@ -5,6 +5,7 @@
 
 #include "base/text.h"
 #include "model/eviction.h"
+#include "model/masks.h"
 
 namespace {
 
@@ -14,7 +15,8 @@ constexpr const char* kStorePath = "sys.harrowmossd.log_store_path";
 constexpr const char* kQuota = "persist.sys.zelka.log.size";
 constexpr const char* kDeletion = "persist.sys.zelka.log.del";
 
-constexpr int32_t kModemAndWifi = 0x2 | 0x40;  // either shrinks the quota to three quarters
+constexpr int32_t kModemAndWifi =
+    kTypeModem | kTypeWifi;  // either shrinks the quota to three quarters
 
 }  // namespace
 

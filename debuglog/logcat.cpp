@@ -16,6 +16,7 @@
 #include "base/text.h"
 #include "debuglog/run.h"
 #include "debuglog/workers.h"
+#include "model/masks.h"
 #include "selflog/log.h"
 #include "selflog/logcat_file.h"
 #include "selflog/props.h"
@@ -38,7 +39,6 @@ constexpr size_t kPathSize = 256;
 constexpr char kDebugFormat[] = "threadtime,usec";
 constexpr char kDebugRotationKiB[] = "102400";
 constexpr int64_t kDebugRotationBytes = 100 * 1024 * 1024;
-constexpr int32_t kMobileType = 0x1;
 
 // What the latest debug logcat was told to keep. The stop forgets s_extended_logcat_count before it
 // completes the files.
@@ -306,7 +306,7 @@ void get_logcat_control_message(const char* directory) {
 
 void get_logcat_control_message_for_debug(const char* store_path) {
   const size_t length = strlen(store_path);
-  if (length == 0 || !has_logger_type(kMobileType)) return;
+  if (length == 0 || !has_logger_type(kTypeMobile)) return;
   char directory[kPathSize];
   format_cut(directory, "%s%smobile/", store_path, store_path[length - 1] == '/' ? "" : "/");
   get_logcat_control_message(directory);

@@ -5,7 +5,7 @@
 #include <sys/mman.h>
 
 #include "base/text.h"
-#include "protocol/run_name.h"
+#include "model/run_name.h"
 #include "selflog/log.h"
 #include "storage/utils.h"
 

@@ -14,6 +14,7 @@
 #include "debuglog/modem_logger.h"
 #include "debuglog/run.h"
 #include "debuglog/workers.h"
+#include "model/data_room.h"
 #include "selflog/log.h"
 #include "selflog/props.h"
 #include "selflog/self_logger.h"
@@ -26,9 +27,7 @@ namespace {
 constexpr char kLogSource[] = "commands";
 constexpr char kSdcard[] = "/sdcard";
 constexpr char kData[] = "/data";
-constexpr int64_t kSdcardReserve = 64LL * 1024 * 1024;   // logging needs more than this
-constexpr uint64_t kDataReserve = 128ULL * 1024 * 1024;  // logging needs more than this
-constexpr int kBugreportTicks = 3000;                    // of 100 ms: about 5 minutes
+constexpr int kBugreportTicks = 3000;  // of 100 ms: about 5 minutes
 
 // The numbers of a file system; false, logged, when there are none.
 bool query(const char* mount, struct statfs* info) {
@@ -61,7 +60,7 @@ void open_run() {
 
 void start_types(int32_t mask) {
   for (const logger_type& type : kLoggerTypes) {
-    if ((type.mask & mask) != 0) type.start(s_log_store_path, type.name);
+    if ((type.mask & mask) != 0) type.start(s_log_store_path, logger_type_name(type.mask));
   }
 }
 
@@ -122,8 +121,8 @@ void detail_avail_storage_space() {
     LOGW("There is not enough disk space left to capture the log");
   }
   if (!query(kData, &info)) return;
-  const uint64_t available =
-      static_cast<uint64_t>(info.f_bsize) * static_cast<uint64_t>(info.f_bavail);
+  const int64_t available =
+      static_cast<int64_t>(info.f_bsize) * static_cast<int64_t>(info.f_bavail);
   if (available > kDataReserve) return;
   property_set(kEnableProp, "off");
   LOGW("There is not enough data space left to capture the log, data_space=%lu",

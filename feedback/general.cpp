@@ -16,6 +16,7 @@
 #include "debuglog/logcat.h"
 #include "debuglog/workers.h"
 #include "feedback/feedback.h"
+#include "model/log_buffers.h"
 #include "selflog/log.h"
 #include "storage/copied.h"
 #include "storage/shell.h"
@@ -24,7 +25,6 @@
 namespace {
 
 constexpr char kLogSource[] = "commands";
-constexpr const char* kBuffers[] = {"main", "events", "system", "radio", "crash", "kernel"};
 constexpr int kDumpLines = 80000;
 constexpr int kDumpPollMs = 1000;
 constexpr int kDumpPolls = 6;
@@ -75,18 +75,18 @@ void start_dump(dump* job) {
 // The general worker's body: six threads, one for each buffer.
 [[noreturn]] void dump_all_buffers(const char* dir) {
   set_process_name("general");
-  dump dumps[std::size(kBuffers)];
+  dump dumps[std::size(kLogBuffers)];
   {
     const signals_blocked for_the_threads;
-    for (size_t i = 0; i < std::size(kBuffers); i++) {
-      dumps[i] = {dir, kBuffers[i], {}, false};
+    for (size_t i = 0; i < std::size(kLogBuffers); i++) {
+      dumps[i] = {dir, kLogBuffers[i], {}, false};
       start_dump(&dumps[i]);
     }
   }
   char general[256];
   format_cut(general, "%s/%s", dir, "general");
   get_logcat_control_message(general);
-  for (size_t i = 0; i < std::size(kBuffers); i++) {
+  for (size_t i = 0; i < std::size(kLogBuffers); i++) {
     LOG_AS(ANDROID_LOG_DEBUG, "get_general_log", "wait thread %d to finish.", static_cast<int>(i));
     if (dumps[i].has_thread) pthread_join(dumps[i].thread, nullptr);
     LOG_AS(ANDROID_LOG_DEBUG, "get_general_log", "thread %d finished.", static_cast<int>(i));

@@ -104,32 +104,33 @@ int get_mtkdb_log(const char* dir) {
 
 // clang-format off
 constexpr feedback_getter kFeedbackGetters[kFeedbackGetterCount] = {  // run top to bottom, not in bit order
-    {0x04000, get_bootfail_log,  "get_bootfail_log"},
-    {0x00010, get_general_log,   "get_general_log"},
-    {0x00020, get_tombstone_log, "get_tombstone_log"},
-    {0x00040, get_anr_log,       "get_anr_log"},
-    {0x00080, get_pstore_log,    "get_pstore_log"},
-    {0x00100, get_memory_log,    "get_memory_log"},
-    {0x00200, get_systrace_log,  "get_systrace_log"},
-    {0x00400, get_screen_record, "get_screen_record"},
-    {0x00800, get_cell_log,      "get_cell_log"},
-    {0x01000, get_power_log,     "get_power_log"},
-    {0x02000, get_mtkdb_log,     "get_mtkdb_log"},
-    {0x08000, get_bluetooth_log, "get_bluetooth_log"},
-    {0x10000, get_minidump_log,  "get_minidump_log"},
+    {kSelectBootfail,     get_bootfail_log,  "get_bootfail_log"},
+    {kSelectGeneral,      get_general_log,   "get_general_log"},
+    {kSelectTombstone,    get_tombstone_log, "get_tombstone_log"},
+    {kSelectAnr,          get_anr_log,       "get_anr_log"},
+    {kSelectPstore,       get_pstore_log,    "get_pstore_log"},
+    {kSelectMemory,       get_memory_log,    "get_memory_log"},
+    {kSelectSystrace,     get_systrace_log,  "get_systrace_log"},
+    {kSelectScreenrecord, get_screen_record, "get_screen_record"},
+    {kSelectCell,         get_cell_log,      "get_cell_log"},
+    {kSelectPower,        get_power_log,     "get_power_log"},
+    {kSelectExceptions,   get_mtkdb_log,     "get_mtkdb_log"},
+    {kSelectBluetooth,    get_bluetooth_log, "get_bluetooth_log"},
+    {kSelectMinidump,     get_minidump_log,  "get_minidump_log"},
 };
 // clang-format on
 
 namespace {
 
-constexpr bool bits_match_protocol() {
+constexpr bool has_the_order_of_the_names() {
   if (sizeof(kFeedbackNames) / sizeof(kFeedbackNames[0]) != kFeedbackGetterCount) return false;
   for (int i = 0; i < kFeedbackGetterCount; i++) {
     if (kFeedbackGetters[i].bit != kFeedbackNames[i].mask) return false;
   }
   return true;
 }
-static_assert(bits_match_protocol(), "the protocol names other pieces than are collected");
+static_assert(has_the_order_of_the_names(),
+              "each named piece is collected, in the order of the names");
 
 }  // namespace
 
@@ -138,9 +139,13 @@ const char* feedback_destination_fault(int mask, const char* dir) {
     int32_t bits;
     const char* directory;  // is copied, deleted or cleared by these pieces
   } kSources[] = {
-      {0x00010, kGeneralDir},      {0x04050, "/data/anr"},       {0x00020, "/data/tombstones"},
-      {0x00080, "/sys/fs/pstore"}, {0x01000, kPowerFeedbackDir}, {0x02000, kExceptionDir},
-      {0x08000, kBluetoothLogs},
+      {kSelectGeneral, kGeneralDir},
+      {kSelectGeneral | kSelectAnr | kSelectBootfail, "/data/anr"},
+      {kSelectTombstone, "/data/tombstones"},
+      {kSelectPstore, "/sys/fs/pstore"},
+      {kSelectPower, kPowerFeedbackDir},
+      {kSelectExceptions, kExceptionDir},
+      {kSelectBluetooth, kBluetoothLogs},
   };
   const char* selected[std::size(kSources)];
   size_t count = 0;

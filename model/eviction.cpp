@@ -3,7 +3,7 @@
 #include <stdlib.h>
 #include <string.h>
 
-#include "protocol/data_room.h"
+#include "model/data_room.h"
 
 namespace {
 

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "base/scoped.h"
-#include "protocol/move_trees.h"
+#include "model/move_trees.h"
 
 namespace {
 

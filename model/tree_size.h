@@ -16,7 +16,7 @@ using tree_trouble = std::function<void(const std::string& path, int error)>;
 //   - a directory that several links lead to counts once for all of them, and once more where it
 //     lies itself. Otherwise directories that link to each other would be walked along every path
 //     there is.
-// The trees of a move (protocol/move_trees.h) right below `path` are not looked at. Takes one stat
+// The trees of a move (model/move_trees.h) right below `path` are not looked at. Takes one stat
 // for each entry, and one descriptor at a time. Writes `bytes`; false with errno, and nothing
 // written, when `path` itself cannot be looked at. `trouble` may be null. A directory that cannot
 // be listed counts with its own size only, silently.

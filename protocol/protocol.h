@@ -6,6 +6,8 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include "model/masks.h"
+
 // The name of the reserved local socket (/dev/socket/harrowmossd).
 constexpr const char* kControlSocketName = "harrowmossd";
 
@@ -17,55 +19,6 @@ constexpr size_t kPayloadMax = 1023;
 // The daemon dumps every message as text ("%x-" a byte) into 1024 bytes, terminator included, and
 // aborts when that overflows. A client must never send a payload whose text is longer than this.
 constexpr size_t kDumpTextMax = 1023;
-
-// One bit of a mask with the name people use for it.
-struct named_bit {
-  int32_t mask;       // exactly one bit
-  const char* name;   // for logger types also the directory and process-name suffix
-  const char* about;  // one line: what it captures, and what it leaves behind
-};
-
-// clang-format off
-
-// Logger types, in the order in which the daemon starts them; not in bit order, keep it so.
-inline constexpr named_bit kLoggerTypeNames[] = {
-    {0x0001, "mobile",      "logcat of all buffers, qrtr IPC log; mobile/ and qrtr_last.txt"},
-    {0x0002, "modem",       "vendor modem diagnostic logger, with .DIAG.cfg; modem/, moved in by the vendor at the stop"},
-    {0x0004, "net",         "packet capture and network snapshots at start and stop; net/"},
-    {0x0008, "power",       "kernel power debugging, fuel gauge, power scripts; power/ and fg/"},
-    {0x0020, "fingerprint", "secure-world and trust-zone traces, rotated; fingerprint/"},
-    {0x0080, "dump",        "full dumps on a crash or the power key (restart levels 1); nothing of its own"},
-    {0x0040, "wifi",        "Wi-Fi firmware log of the vendor service; wlan_logs/ after the stop"},
-    {0x0100, "coredump",    "core dumps of native crashes (persist.debug.trace); nothing of its own"},
-    {0x0010, "touch",       "input events of the touch devices; touch/"},
-    {0x0200, "systrace",    "the platform's trace service; traces moved to zelkalog/traces at the stop"},
-    {0x0400, "MPSSDump",    "watchdog of modem and sleep counters: may crash the phone on purpose; mpss_dump/"},
-    {0x1000, "memory",      "the platform's memory debugging switch; nothing of its own"},
-    {0x4000, "sensor",      "sensor service log and the light sensor's kernel messages; nothing of its own"},
-    {0x2000, "anrDumpsys",  "dumpsys beside each ANR; with the ANR traces of the run"},
-};
-
-// Bits of the same mask that start nothing but change how a run is captured; not part of "all".
-inline constexpr named_bit kLoggerOptionNames[] = {
-    {0x10000, "longlogcat", "keep 39 rotated files of 100 MiB for each logcat buffer of \"mobile\""},
-};
-
-// Pieces of a feedback bundle, in the order in which the daemon collects them.
-inline constexpr named_bit kFeedbackNames[] = {
-    {0x04000, "bootfail",     "ANR traces; moves the boot-failure log into the general staging area"},
-    {0x00010, "general",      "the app's staged files and the last 80000 lines of each log buffer (7 s at most)"},
-    {0x00020, "tombstone",    "native crash reports, /data/tombstones"},
-    {0x00040, "anr",          "traces of applications not responding, /data/anr"},
-    {0x00080, "pstore",       "what the previous kernel left, /sys/fs/pstore"},
-    {0x00100, "memory",       "accepted, collects nothing"},
-    {0x00200, "systrace",     "accepted, collects nothing"},
-    {0x00400, "screenrecord", "accepted, collects nothing"},
-    {0x00800, "cell",         "accepted, collects nothing"},
-    {0x01000, "power",        "output of the platform's power feedback script"},
-    {0x02000, "mtkdb",        "newest fatal entry of /data/aee_exp; removes /data/aee_exp"},
-    {0x08000, "bluetooth",    "moves the Bluetooth logs to /data/misc/zelkalog/btlog, not to the bundle"},
-    {0x10000, "minidump",     "asks the vendor service to move its minidumps here (2.5 s at most)"},
-};
 
 // What a request carries behind its code and serial.
 enum class request_arguments {
@@ -91,6 +44,8 @@ struct request_name {
   reply_fields reply;
 };
 
+// clang-format off
+
 // Every request, by code.
 inline constexpr request_name kRequestNames[] = {
     { 1, "version",         "do_get_version",            request_arguments::kNone,        reply_fields::kInt},
@@ -112,20 +67,6 @@ inline constexpr request_name kRequestNames[] = {
 };
 
 // clang-format on
-
-// True when every row has one bit that no other row has.
-template <size_t N>
-constexpr bool bits_are_distinct(const named_bit (&table)[N]) {
-  uint32_t seen = 0;
-  for (const named_bit& row : table) {
-    const uint32_t bit = static_cast<uint32_t>(row.mask);
-    if (bit == 0 || (bit & (bit - 1)) != 0 || (seen & bit) != 0) return false;
-    seen |= bit;
-  }
-  return true;
-}
-static_assert(bits_are_distinct(kLoggerTypeNames), "each logger type needs a bit of its own");
-static_assert(bits_are_distinct(kFeedbackNames), "each selection needs a bit of its own");
 
 constexpr bool requests_are_in_code_order() {
   int32_t code = 0;

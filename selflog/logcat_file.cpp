@@ -10,7 +10,7 @@
 
 #include "base/process.h"
 #include "base/scoped.h"
-#include "protocol/data_room.h"
+#include "model/data_room.h"
 #include "selflog/log.h"
 
 namespace {

@@ -12,8 +12,8 @@
 
 #include "base/process.h"
 #include "base/text.h"
-#include "protocol/data_room.h"
-#include "protocol/move_trees.h"
+#include "model/data_room.h"
+#include "model/move_trees.h"
 #include "selflog/log.h"
 #include "storage/measure.h"
 #include "storage/utils.h"

@@ -12,8 +12,8 @@
 #include <vector>
 
 #include "base/scoped.h"
+#include "model/data_room.h"
 #include "model/tree_size.h"
-#include "protocol/data_room.h"
 #include "selflog/log.h"
 #include "storage/preallocation.h"
 #include "storage/utils.h"

@@ -5,7 +5,7 @@
 #include <sys/stat.h>
 
 #include "base/scoped.h"
-#include "protocol/data_room.h"
+#include "model/data_room.h"
 #include "selflog/logcat_file.h"
 #include "selflog/self_logger.h"
 #include "storage/utils.h"

@@ -16,7 +16,8 @@
 #include "base/process.h"
 #include "base/scoped.h"
 #include "base/text.h"
-#include "protocol/data_room.h"
+#include "model/data_room.h"
+#include "model/masks.h"
 #include "selflog/log.h"
 #include "selflog/props.h"
 #include "storage/flush.h"
@@ -35,8 +36,6 @@ constexpr char kLogSource[] = "utils";
 constexpr char kDeleteProp[] = "persist.sys.zelka.log.del";
 constexpr char kQuotaProp[] = "persist.sys.zelka.log.size";
 constexpr int kCycleMs = 5000;
-constexpr int32_t kTypeModem = 0x2;
-constexpr int32_t kTypeWifi = 0x40;
 int32_t s_living_monitor_pid = -1;  // main process
 int (*s_stop_logging)() = nullptr;
 int (*s_start_logging)() = nullptr;

@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <regex>
 
+#include "model/log_buffers.h"
 #include "phone/host/trouble.h"
 #include "platform/linux/log_record.h"
 
@@ -235,7 +236,7 @@ static PhoneProcess running_logcat(const Phone& phone, const std::string& buffer
 
 std::vector<PhoneProcess> logcats(const Phone& phone) {
   std::vector<PhoneProcess> found;
-  for (const char* buffer : {"main", "events", "system", "radio", "crash", "kernel"}) {
+  for (const char* buffer : kLogBuffers) {
     PhoneProcess process = running_logcat(phone, buffer);
     if (process.pid > 0) found.push_back(std::move(process));
   }

@@ -9,8 +9,9 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include "model/log_buffers.h"
+
 constexpr const char* kLogDirectory = "/dev/log";
-constexpr const char* kLogBuffers[] = {"main", "events", "system", "radio", "crash", "kernel"};
 constexpr uint32_t kLogRecordMagic = 0x474f4c48;  // "HLOG"
 constexpr size_t kLogPayloadMax = 4068;           // the platform's limit: tag, NUL, message, NUL
 

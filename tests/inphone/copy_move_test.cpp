@@ -1,6 +1,6 @@
 #include <functional>
 
-#include "protocol/data_room.h"
+#include "model/data_room.h"
 #include "storage/measure.h"
 #include "storage/utils.h"
 #include "tests/inphone/inphone.h"

@@ -28,8 +28,9 @@ class NoRoom : public Catchers {
     Texts failed;
     for (const logger_type& type : kLoggerTypes) {
       if ((type.mask & mask) == 0) continue;
-      const int result = type.start(s_log_store_path, type.name);
-      if (result != 0) failed.push_back(type.name + ("=" + std::to_string(result)));
+      const char* name = logger_type_name(type.mask);
+      const int result = type.start(s_log_store_path, name);
+      if (result != 0) failed.push_back(name + ("=" + std::to_string(result)));
     }
     return failed;
   }

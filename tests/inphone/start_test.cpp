@@ -7,7 +7,7 @@
 #include "debuglog/logcat.h"
 #include "debuglog/run.h"
 #include "debuglog/workers.h"
-#include "protocol/run_name.h"
+#include "model/run_name.h"
 #include "selflog/props.h"
 #include "storage/store.h"
 #include "storage/utils.h"

@@ -6,8 +6,8 @@
 #include <unistd.h>
 
 #include "debuglog/run.h"
+#include "model/run_name.h"
 #include "phone/host/wait.h"
-#include "protocol/run_name.h"
 
 namespace {
 

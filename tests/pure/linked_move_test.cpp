@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include "protocol/move_trees.h"
+#include "model/move_trees.h"
 
 namespace {
 

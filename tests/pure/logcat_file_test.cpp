@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "debuglog/logcat.h"
-#include "protocol/data_room.h"
+#include "model/data_room.h"
 #include "selflog/replacement_pace.h"
 
 namespace {

@@ -2,8 +2,8 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 
+#include "model/data_room.h"
 #include "model/eviction.h"
-#include "protocol/data_room.h"
 #include "storage/size_monitor.h"
 
 namespace {

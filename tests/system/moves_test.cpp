@@ -19,7 +19,7 @@ TEST(Moves, LoseNothingWhenAWriterFillsThePool) {
   ASSERT_TRUE(client.send(request(3, 1)));
   const std::string moving = "/data/misc/zelkalog/.moving-" + run;
   ASSERT_TRUE(eventually([&] { return phone.exists(moving) || phone.exists(store_path(run)); }));
-  phone.shell("head -c 340m /dev/zero > /sdcard/other");
+  EXPECT_EQ(phone.shell("fallocate -l 340m /data/media/0/other").status, 0);
   EXPECT_FALSE(client.reply(kSwitchMs).empty());
   client.close();
   for (int i = 0; i < kFiles; i++) {
@@ -28,7 +28,7 @@ TEST(Moves, LoseNothingWhenAWriterFillsThePool) {
                 (stored.empty() && phone.read(working_path(run) + file(i)) == content(i)))
         << file(i) << " " << stored.size();
   }
-  unlink(phone.inside("/sdcard/other").c_str());
+  unlink(phone.inside("/data/media/0/other").c_str());
   ASSERT_EQ(stop_logging(phone), 0);
   for (int i = 0; i < kFiles; i++)
     EXPECT_TRUE(phone.read(store_path(run) + file(i)) == content(i)) << file(i);

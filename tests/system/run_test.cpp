@@ -6,6 +6,7 @@
 #include <regex>
 #include <set>
 
+#include "model/log_buffers.h"
 #include "phone/host/daemon.h"
 
 namespace {
@@ -239,12 +240,11 @@ TEST(Run, OfAllTypesFromItsStartToTheStore) {
 // Whatever its logcats had not written when they were ended is in the run all the same, however
 // little or much there was.
 void expect_every_line(Phone& phone, int lines) {
-  constexpr const char* kBuffers[] = {"main", "events", "system", "radio", "crash", "kernel"};
   const std::string run = run_name(phone), count = std::to_string(lines);
-  for (const std::string buffer : kBuffers)
+  for (const std::string buffer : kLogBuffers)
     phone.shell("log -t mark -n " + count + " -b " + buffer + " 'a line of some length:'");
   ASSERT_EQ(stop_logging(phone), 0);
-  for (const std::string buffer : kBuffers) {
+  for (const std::string buffer : kLogBuffers) {
     const std::string text =
         phone.read(store_path(run) + "/mobile/QZ201A-V1.02-" + buffer + ".txt");
     size_t at = 0;

@@ -32,10 +32,10 @@ check_banned() {
 
 # A folder of the daemon includes headers of folders to its left; the client and the platform's stand-ins are above
 # nothing but what is named here.
-layers="base protocol model selflog storage debuglog feedback input catchers daemon"
+layers="base model protocol selflog storage debuglog feedback input catchers daemon"
 check_layers() {
   local folder below="" found
-  local -A may=([client]="base protocol model" [platform]="base")
+  local -A may=([client]="base model protocol" [platform]="base model")
   for folder in $layers; do
     may[$folder]=$below
     below+="$folder "

@@ -14,8 +14,10 @@ inline int64_t preallocated(const struct stat& info) {
   return std::max<int64_t>(0, static_cast<int64_t>(info.st_blocks) * kStatBlock - info.st_size);
 }
 
-// What shall stay free on /data for the rest of the phone.
+// What shall stay free on /data for the rest of the phone; logging begins with more than that.
 constexpr int64_t kDataReserve = INT64_C(128) * 1024 * 1024;
+// Logging begins with more than that free on shared storage.
+constexpr int64_t kSdcardReserve = INT64_C(64) * 1024 * 1024;
 
 // True for 1 to kDataReserve - 1 bytes that are `available` (0 and below: unknown, never low) or
 // were `preallocated` by the current run's logcats.

@@ -1,4 +1,4 @@
-#include "protocol/run_name.h"
+#include "model/run_name.h"
 
 #include <charconv>
 
