@@ -29,7 +29,8 @@ constexpr struct {
     {"--json", &invocation::json},         {"--dry-run", &invocation::dry_run},
     {"--yes", &invocation::yes},           {"--progress", &invocation::progress},
     {"--help", &invocation::help},         {"-h", &invocation::help},
-    {"--estimate", &invocation::estimate},
+    {"--estimate", &invocation::estimate}, {"-E", &invocation::extended},
+    {"--count", &invocation::count},       {"--follow", &invocation::follow},
 };
 
 // Options with a value behind them or behind "=".
@@ -41,6 +42,14 @@ constexpr struct {
     {"--select", &invocation::select},
     {"--output", &invocation::output},
     {"-o", &invocation::output},
+    {"--since", &invocation::since},
+    {"--until", &invocation::until},
+    {"--around", &invocation::around},
+    {"--buffer", &invocation::buffer},
+    {"--tag", &invocation::tag},
+    {"--level", &invocation::level},
+    {"--pid", &invocation::pid},
+    {"--grep", &invocation::grep},
 };
 
 bool set_switch(const std::string& word, invocation* call) {
@@ -101,6 +110,12 @@ std::string wrong_use(const invocation& call) {
   if (count < what.min_arguments || count > what.max_arguments) {
     return std::string("usage: harrowmossctl ") + what.name + " " + what.arguments;
   }
+  bool lines = call.extended || call.count || call.follow;
+  for (const auto field :
+       {&invocation::since, &invocation::until, &invocation::around, &invocation::buffer,
+        &invocation::tag, &invocation::level, &invocation::pid, &invocation::grep}) {
+    lines = lines || !(call.*field).empty();
+  }
   const struct {
     bool given;
     unsigned option;
@@ -108,7 +123,8 @@ std::string wrong_use(const invocation& call) {
   } special[] = {
       {!call.select.empty(), kTakesSelect, "--select is for feedback"},
       {call.estimate, kTakesEstimate, "--estimate is for feedback"},
-      {!call.output.empty(), kTakesOutput, "-o is for pack"},
+      {!call.output.empty(), kTakesOutput, "-o is for pack and view"},
+      {lines, kTakesLines, "what chooses lines is for log"},
       {call.dry_run, kTakesDryRun, "--dry-run is for commands that ask the daemon"},
   };
   for (const auto& row : special) {

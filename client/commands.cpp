@@ -5,6 +5,7 @@
 #include "client/doctor.h"
 #include "client/estimate.h"
 #include "client/local_commands.h"
+#include "client/merge/log_command.h"
 #include "client/pack.h"
 #include "client/quota.h"
 #include "client/requests.h"
@@ -45,6 +46,20 @@ constexpr command kCommands[] = {
      "what a run's types promised against what lies in it",
      "RUN: a name or number of `runs`. Tells what is missing, empty, or lost between two logcats or by\n"
      "rotation, and ends with 1 then. A note is no fault: the piece may be absent for a good reason.\n"},
+    {"log", "RUN", 1, 1, kLocal, false, kTakesLines, nullptr, run_log,
+     "one list of a run's log buffers, by time",
+     "RUN: a name or number of `runs`, a directory, or an archive of `pack`. Lines that begin with dashes\n"
+     "are the list's own: holes, a clock that was set back, what the daemon did.\n"
+     "  --since T, --until T    from T on, up to T\n"
+     "  --around T[,SECONDS]    so long before and after T (30)\n"
+     "  --buffer LIST           main, system, radio, events, crash, kernel, touch, daemon; without it all\n"
+     "                          but touch\n"
+     "  --tag LIST, --pid LIST, --level L    of these tags and pids; of level V, D, I, W, E, F or above\n"
+     "  --grep TEXT [-E]        lines with TEXT; with -E an extended regular expression\n"
+     "  --count                 a table instead: lines by buffer and level\n"
+     "  --follow                goes on while the run is captured\n"
+     "T: \"[YYYY-]MM-DD hh:mm[:ss]\"; hh:mm[:ss], the first of the run; +N or -N[s|m|h|d], after its start\n"
+     "or before its end. --json gives an object a line.\n"},
     {"pack", "RUN", 1, 1, kLocal, false, kTakesOutput, nullptr, run_pack,
      "one .tar.gz of a run or a bundle",
      "RUN: a name or number of `runs`, or the absolute path of a bundle. -o names the archive; without\n"
@@ -133,6 +148,9 @@ std::string general_help() {
          "  --select LIST       what `feedback` collects\n"
          "  --estimate          show what `feedback` would take; send nothing\n"
          "  -o, --output FILE   where `pack` puts the archive; - is standard output\n"
+         "  --since, --until, --around, --buffer, --tag, --level, --pid, --grep, -E, --count, "
+         "--follow\n"
+         "                      which lines `log` shows; see harrowmossctl help log\n"
          "  -h, --help          this, or the help of the command\n"
          "\nExit codes: 0 ok, 1 the daemon reports failure or something is wrong, 2 usage, 3 "
          "cannot connect,\n"

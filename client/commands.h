@@ -19,6 +19,7 @@ enum command_option : unsigned {
   kTakesSelect = 2,
   kTakesEstimate = 4,
   kTakesOutput = 8,
+  kTakesLines = 16,  // which lines, and how
 };
 
 struct command {
@@ -39,8 +40,12 @@ struct command {
 struct invocation {
   const command* what = nullptr;  // null only when `help` is set
   std::vector<std::string> arguments;
-  std::string select;  // --select, "" when not given
-  std::string output;  // -o, "" when not given
+  std::string select;                                               // --select, "" when not given
+  std::string output;                                               // -o, "" when not given
+  std::string since, until, around, buffer, tag, level, pid, grep;  // of `log`, as they are given
+  bool extended = false;                                            // -E
+  bool count = false;
+  bool follow = false;
   bool estimate = false;
   bool json = false;
   bool dry_run = false;

@@ -41,7 +41,7 @@ json_writer& json_writer::string(std::string_view bytes) {
   text_ += '"';
   while (!bytes.empty()) {
     const unsigned char byte = bytes[0];
-    size_t length = utf8_length(bytes);
+    size_t length = byte < 0x80 ? 1 : utf8_length(bytes);
     if (byte == '"' || byte == '\\') {
       text_ += '\\';
       text_ += bytes[0];

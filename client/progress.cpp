@@ -6,6 +6,7 @@
 
 #include <utility>
 
+#include "client/reader/self_log.h"
 #include "client/text.h"
 
 namespace {
@@ -61,20 +62,13 @@ bool begins_with(std::string_view text, std::string_view head) {
 
 }  // namespace
 
-// A line reads "date time || harrowmossd [pid, tid] source|function|line:: message".
 std::string progress_step(std::string_view line) {
-  const size_t bracket = line.find("] ");
-  const size_t colons = line.find(":: ");
-  if (bracket == std::string_view::npos || colons == std::string_view::npos) return "";
-  const size_t bar = line.find('|', bracket);
-  const size_t second = bar == std::string_view::npos ? bar : line.find('|', bar + 1);
-  if (second == std::string_view::npos || second > colons) return "";
-  const std::string_view function = line.substr(bar + 1, second - bar - 1);
-  const std::string_view message = line.substr(colons + 3);
+  self_log_parts parts;
+  if (!split_self_log(line, &parts)) return "";
   for (const auto& row : kSteps) {
-    if (!row.function.empty() && row.function != function) continue;
-    if (!begins_with(message, row.message)) continue;
-    const std::string_view rest = message.substr(row.message.size());
+    if (!row.function.empty() && row.function != parts.function) continue;
+    if (!begins_with(parts.message, row.message)) continue;
+    const std::string_view rest = parts.message.substr(row.message.size());
     return row.append_rest ? row.step + std::string(rest) : row.step;
   }
   return "";

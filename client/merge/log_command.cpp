@@ -1,0 +1,165 @@
+#include "client/merge/log_command.h"
+
+#include <poll.h>
+#include <stdlib.h>
+
+#include <algorithm>
+
+#include "client/merge/file_stream.h"
+#include "client/merge/filter.h"
+#include "client/merge/list.h"
+#include "client/merge/story.h"
+#include "client/merge/when.h"
+
+namespace {
+
+constexpr int kFollowMs = 200;
+constexpr log_stamp kAround = 30 * kSecond;
+constexpr const char* kAll = "all";
+
+bool chosen(const std::vector<std::string>& buffers, const std::string& name) {
+  if (buffers.empty()) return name != kTouchStream;
+  return std::any_of(buffers.begin(), buffers.end(),
+                     [&](const std::string& buffer) { return buffer == name || buffer == kAll; });
+}
+
+std::string read_buffers(const std::string& list, std::vector<std::string>* buffers) {
+  *buffers = split_list(list);
+  const std::vector<std::string>& names = stream_names();
+  for (const std::string& buffer : *buffers) {
+    if (buffer == kAll || std::find(names.begin(), names.end(), buffer) != names.end()) continue;
+    std::string known;
+    for (const std::string& name : names) known += name + ", ";
+    return "there is no buffer \"" + buffer + "\"; there are " + known + kAll;
+  }
+  return "";
+}
+
+// "T[,SECONDS]"
+std::string read_around(const std::string& text, const when_base& base, time_range* range) {
+  const size_t comma = text.find(',');
+  log_stamp middle = 0;
+  log_stamp distance = kAround;
+  if (comma != std::string::npos) {
+    char* end = nullptr;
+    const double seconds = strtod(text.c_str() + comma + 1, &end);
+    if (*end != '\0' || !(seconds > 0 && seconds < 1e8)) return "--around wants T or T,SECONDS";
+    distance = static_cast<log_stamp>(seconds * kSecond);
+  }
+  if (!parse_when(text.substr(0, comma), base, &middle)) return "--around: no time of this run";
+  *range = {middle - distance, middle + distance};
+  return "";
+}
+
+std::string read_range(const invocation& call, const run_source& source, time_range* range) {
+  if (call.since.empty() && call.until.empty() && call.around.empty()) return "";
+  const std::vector<log_stream> streams = order_files(source.files);
+  when_base base = {source.start, source.written, [&] { return span_of(source, streams).last; }};
+  if (base.start == kNoStamp) base.start = span_of(source, streams).first;
+  if (!call.around.empty()) {
+    if (call.since.empty() && call.until.empty()) return read_around(call.around, base, range);
+    return "--around is for itself, without --since and --until";
+  }
+  const struct {
+    const char* name;
+    const std::string& text;
+    log_stamp* time;
+  } rows[] = {{"--since", call.since, &range->since}, {"--until", call.until, &range->until}};
+  for (const auto& row : rows) {
+    if (row.text.empty() || parse_when(row.text, base, row.time)) continue;
+    return std::string(row.name) + " \"" + row.text +
+           "\" is no time of this run; see harrowmossctl help log";
+  }
+  return range->since <= range->until ? "" : "--since is later than --until";
+}
+
+std::unique_ptr<line_stream> make_stream(const run_source& source, const log_stream& files,
+                                         const stream_choice& choice) {
+  if (files.name != kDaemonStream) {
+    return std::make_unique<file_stream>(source, files, choice.range, choice.follow);
+  }
+  return std::make_unique<story_stream>(source, files, choice.range, choice.follow);
+}
+
+// Waits for more of a run that is being captured.
+class follower {
+ public:
+  follower(const environment& env, run_source* source, stream_choice choice, stream_list* streams,
+           list_writer* writer)
+      : env_(env),
+        source_(source),
+        choice_(std::move(choice)),
+        streams_(streams),
+        writer_(writer) {}
+
+  // False when the run is complete and was read to its end, or nobody reads any more.
+  bool operator()() {
+    if (!writer_->flush() || !source_->capturing) return false;
+    poll(nullptr, 0, kFollowMs);
+    source_->capturing = false;
+    refresh_source(env_, source_);
+    for (const log_stream& files : order_files(source_->files)) {
+      if (!chosen(choice_.buffers, files.name)) continue;
+      const auto same = std::find_if(streams_->begin(), streams_->end(), [&](const auto& stream) {
+        return stream->name() == files.name;
+      });
+      if (same == streams_->end()) {
+        streams_->push_back(make_stream(*source_, files, choice_));
+      } else {
+        static_cast<file_stream&>(**same).update(files, !source_->capturing);
+      }
+    }
+    return true;
+  }
+
+ private:
+  const environment& env_;
+  run_source* source_;
+  stream_choice choice_;
+  stream_list* streams_;
+  list_writer* writer_;
+};
+
+}  // namespace
+
+stream_list open_streams(const run_source& source, const stream_choice& choice) {
+  stream_list streams;
+  for (const log_stream& files : order_files(source.files)) {
+    if (chosen(choice.buffers, files.name)) streams.push_back(make_stream(source, files, choice));
+  }
+  return streams;
+}
+
+int run_log(const invocation& call, environment& env) {
+  run_source source;
+  stream_choice choice;
+  line_filter filter;
+  std::string error = read_buffers(call.buffer, &choice.buffers);
+  if (error.empty()) {
+    error = filter.set({call.level, call.tag, call.pid, call.grep, call.extended});
+  }
+  if (error.empty() && call.extended && call.grep.empty()) error = "-E is for --grep";
+  if (error.empty()) error = find_source(env, call.arguments[0], &source);
+  if (error.empty() && call.follow && (!source.capturing || call.count)) {
+    error = call.count ? "--count wants a run that ends: without --follow"
+                       : source.name + " is not being captured, there is nothing to follow";
+  }
+  if (error.empty()) error = read_range(call, source, &choice.range);
+  if (!error.empty()) return fail(call, env, EXIT_USAGE, error);
+
+  choice.follow = call.follow;
+  list_writer writer(call.count  ? list_form::kCount
+                     : call.json ? list_form::kJson
+                                 : list_form::kText,
+                     &filter, env.out);
+  stream_list streams = open_streams(source, choice);
+  follower more(env, &source, choice, &streams, &writer);
+  merge(&streams, &writer, call.follow ? std::function<bool()>(std::ref(more)) : nullptr);
+  writer.flush();
+  if (call.count) fputs(writer.counts(call.json).c_str(), env.out);
+  for (const auto& stream : streams) {
+    const std::string& trouble = static_cast<file_stream&>(*stream).trouble();
+    if (!trouble.empty()) return fail(call, env, EXIT_FAILED, trouble);
+  }
+  return EXIT_OK;
+}

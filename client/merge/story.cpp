@@ -1,0 +1,97 @@
+#include "client/merge/story.h"
+
+#include <algorithm>
+
+#include "client/reader/self_log.h"
+#include "client/text.h"
+
+namespace {
+
+constexpr const char* kStart = "logging was started: run ";
+constexpr const char* kStop = "logging was stopped";
+constexpr log_stamp kBeforeStart = 2 * kSecond;  // the name is made a moment before the line
+
+// clang-format off
+
+// Recognised by the function that tells it ("" any) and the beginning of its message.
+constexpr struct {
+  std::string_view function;
+  std::string_view message;
+  const char* told;
+  bool append_rest;  // the rest of the message belongs to it
+} kStory[] = {
+    {"main",                  "After create directories",         "the daemon started", false},
+    {"start_debug_log",       "current work dir : ",              kStart, true},
+    {"",                      "There is not enough d",            "too little free space: logging stays off", false},
+    {"stop_debug_log",        "function invoked",                 "logging is being stopped", false},
+    {"stop_debug_log",        "stop debug log over",              kStop, false},
+    {"",                      "current_buffer = ",                "a logcat ended and is replaced: ", true},
+    {"monitorLogSizeThread",  "now delete oldest dir ",           "evicted: ", true},
+    {"",                      "we have deleted logs all we can",  "over quota with one run only: it is deleted, logging begins anew", false},
+    {"signal_waitpid_parent", "log size monitor killed",          "the size monitor was killed and is started again", false},
+    {"",                      "killed by signal",                 "the daemon was told to end: ", true},
+};
+
+// clang-format on
+
+bool begins_with(std::string_view text, std::string_view head) {
+  return text.substr(0, head.size()) == head;
+}
+
+time_range from_start(time_range range, log_stamp start) {
+  if (start != kNoStamp) range.since = std::max(range.since, start - kBeforeStart);
+  return range;
+}
+
+}  // namespace
+
+std::string story_of(std::string_view line) {
+  self_log_parts parts;
+  if (!split_self_log(line, &parts)) return "";
+  for (const auto& row : kStory) {
+    if (!row.function.empty() && row.function != parts.function) continue;
+    if (!begins_with(parts.message, row.message)) continue;
+    std::string_view rest = parts.message.substr(row.message.size());
+    rest = rest.substr(0, rest.find_last_not_of(" \r\n") + 1);
+    return row.append_rest ? row.told + one_line(rest) : row.told;
+  }
+  return "";
+}
+
+story_stream::story_stream(const run_source& source, const log_stream& files,
+                           const time_range& range, bool follow)
+    : file_stream(source, files, from_start(range, source.start), follow),
+      run_(source.start == kNoStamp ? "" : source.name),
+      began_(range.since != kNoStamp && range.since > source.start) {}
+
+// Makes the line one of ours.
+bool story_stream::tell(const std::string& text, line_kind kind, log_stamp until) {
+  const log_stamp from = until == kNoStamp ? line_.time : stopped_;
+  text_ = "--------- " + stamp_text(from) + " " + text + "\n";
+  line_.kind = kind;
+  line_.text = text_;
+  line_.time = from;
+  line_.until = until;
+  return true;
+}
+
+bool story_stream::next() {
+  while (!over_ && file_stream::next()) {
+    if (line_.kind != line_kind::kLine) return true;
+    const std::string told = line_.stamped ? story_of(line_.text) : "";
+    if (told.empty()) continue;
+    if (begins_with(told, kStart)) {
+      const bool ours = run_.empty() || told.substr(std::string_view(kStart).size()) == run_;
+      if (!ours && stopped_ != kNoStamp) {
+        over_ = true;
+        return tell("hole: logging was off until " + stamp_text(line_.time), line_kind::kHole,
+                    line_.time);
+      }
+      began_ = began_ || ours;
+    }
+    if (!began_ && !run_.empty()) continue;  // the end of the run before this one
+    if (told == kStop) stopped_ = line_.time;
+    return tell("daemon: " + told, line_kind::kEvent, kNoStamp);
+  }
+  return false;
+}

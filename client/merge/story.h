@@ -1,0 +1,27 @@
+// What the daemon did while the run was captured, out of its own log.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "client/merge/file_stream.h"
+
+// The line in plain words, "" for one that is no part of the story.
+std::string story_of(std::string_view line);
+
+// Ends with the first start behind the run's stop: what lies between is a hole, logging off.
+class story_stream : public file_stream {
+ public:
+  story_stream(const run_source& source, const log_stream& files, const time_range& range,
+               bool follow);
+  bool next() override;
+
+ private:
+  bool tell(const std::string& text, line_kind kind, log_stamp until);
+
+  std::string run_;
+  std::string text_;
+  bool began_ = false;            // this run's start was there
+  log_stamp stopped_ = kNoStamp;  // when logging was switched off
+  bool over_ = false;
+};

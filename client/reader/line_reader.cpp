@@ -1,0 +1,51 @@
+#include "client/reader/line_reader.h"
+
+#include <errno.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+void line_reader::attach(int fd, int64_t limit) {
+  fd_ = fd;
+  limit_ = limit;
+  at_ = end_ = 0;
+  inside_ = ends_inside_ = false;
+}
+
+// False at the end of the data, which a read that fails is as well.
+bool line_reader::read_more() {
+  if (at_ != 0) memmove(&bytes_[0], &bytes_[at_], end_ - at_);
+  end_ -= at_;
+  at_ = 0;
+  const size_t room = static_cast<size_t>(std::min<int64_t>(kBuffer - end_, limit_));
+  ssize_t got;
+  do {
+    got = read(fd_, &bytes_[end_], room);
+  } while (got == -1 && errno == EINTR);
+  if (got <= 0) return false;
+  end_ += static_cast<size_t>(got);
+  limit_ -= got;
+  return true;
+}
+
+std::string_view line_reader::ahead() {
+  if (at_ == end_) read_more();
+  return {&bytes_[at_], end_ - at_};
+}
+
+// The bytes that are held have no newline.
+bool line_reader::next_block(std::string_view* line, bool last) {
+  while (end_ - at_ < kPiece) {
+    const size_t known = end_ - at_;
+    if (!read_more()) {
+      if (end_ == 0 || !last) return false;
+      break;
+    }
+    if (memchr(&bytes_[known], '\n', end_ - known) != nullptr) return next(line, last);
+  }
+  *line = {&bytes_[at_], std::min(end_ - at_, kPiece)};
+  at_ += line->size();
+  inside_ = ends_inside_;
+  ends_inside_ = true;
+  return true;
+}

@@ -1,0 +1,100 @@
+#include "client/reader/run_files.h"
+
+#include <stdlib.h>
+
+#include <algorithm>
+#include <iterator>
+#include <map>
+#include <tuple>
+
+namespace {
+
+constexpr struct {
+  const char* name;
+  line_format format;
+} kStreams[] = {
+    {"main", line_format::kThreadtime},  {"system", line_format::kThreadtime},
+    {"radio", line_format::kThreadtime}, {"events", line_format::kThreadtime},
+    {"crash", line_format::kThreadtime}, {"kernel", line_format::kThreadtime},
+    {kTouchStream, line_format::kTouch}, {kDaemonStream, line_format::kSelfLog},
+};
+
+constexpr std::string_view kText = ".txt";
+
+bool ends_with(std::string_view text, std::string_view tail) {
+  return text.size() >= tail.size() && text.substr(text.size() - tail.size()) == tail;
+}
+
+// Takes "<separator>N" off the end. False, and nothing taken, when it does not end so.
+bool take_suffix(std::string_view* text, char separator, int64_t* number) {
+  const size_t at = text->rfind(separator);
+  if (at == std::string_view::npos) return false;
+  const std::string digits(text->substr(at + 1));
+  if (digits.empty() || digits.size() > 9 ||
+      digits.find_first_not_of("0123456789") != std::string::npos) {
+    return false;
+  }
+  *number = atoll(digits.c_str());
+  text->remove_suffix(text->size() - at);
+  return true;
+}
+
+// The row of kStreams that the file belongs to, its numbers, and in `stem` what its whole stream
+// has in common; -1 for other files. Buffers have "ID-BUFFER.txt" and "ID-BUFFER_2.txt.9".
+int recognise(run_file* file, std::string* stem) {
+  std::string_view rest = file->path;
+  const size_t slash = rest.rfind('/') + 1;  // npos + 1 is 0
+  const std::string_view directory = rest.substr(0, slash);
+  const bool numbered = take_suffix(&rest, '.', &file->generation);
+  if (!ends_with(rest, kText)) return -1;
+  rest.remove_suffix(kText.size());
+  if (ends_with(directory, "touch/") && !numbered) take_suffix(&rest, '.', &file->generation);
+  const std::string_view whole = rest.substr(slash);
+  const bool recorder = ends_with(directory, "touch/") && whole == "event" && !numbered;
+  const bool diary = ends_with(directory, ".logger/") && whole == "harrowmossd";
+  take_suffix(&rest, '_', &file->replacement);
+  const size_t dash = rest.rfind('-');
+  std::string_view name = dash == std::string_view::npos ? "" : rest.substr(dash + 1);
+  if (recorder) name = kTouchStream;
+  if (diary) name = kDaemonStream;
+  *stem = rest;
+  for (size_t row = 0; row < std::size(kStreams); ++row) {
+    const bool buffer = kStreams[row].format == line_format::kThreadtime;
+    if (name == kStreams[row].name && (buffer || recorder || diary)) return static_cast<int>(row);
+  }
+  return -1;
+}
+
+}  // namespace
+
+const std::vector<std::string>& stream_names() {
+  static const std::vector<std::string> names = [] {
+    std::vector<std::string> made;
+    for (const auto& row : kStreams) made.emplace_back(row.name);
+    return made;
+  }();
+  return names;
+}
+
+std::vector<log_stream> order_files(const std::vector<run_file>& files) {
+  std::map<std::pair<int, std::string>, log_stream> streams;
+  for (run_file file : files) {
+    std::string stem;
+    file.replacement = file.generation = 0;
+    const int row = recognise(&file, &stem);
+    if (row == -1) continue;
+    log_stream& stream = streams[{row, stem}];
+    stream.name = kStreams[row].name;
+    stream.format = kStreams[row].format;
+    stream.files.push_back(file);
+  }
+  std::vector<log_stream> ordered;
+  for (auto& [key, stream] : streams) {
+    std::sort(stream.files.begin(), stream.files.end(), [](const run_file& a, const run_file& b) {
+      return std::make_tuple(a.replacement, -a.generation) <
+             std::make_tuple(b.replacement, -b.generation);
+    });
+    ordered.push_back(std::move(stream));
+  }
+  return ordered;
+}

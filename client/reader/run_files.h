@@ -1,0 +1,35 @@
+// The log files of a run, in the order in which they were written.
+#pragma once
+
+#include <stdint.h>
+
+#include <string>
+#include <vector>
+
+#include "client/reader/stamp.h"
+
+struct run_file {
+  std::string path;   // below the run: "mobile/ID-main.txt.1"
+  std::string place;  // its absolute path, or its name in the archive
+  int64_t bytes = 0;
+  int64_t written = 0;      // last modification, seconds since 1970
+  int64_t replacement = 0;  // number of the logcat that replaced its predecessor; 0: the first one
+  int64_t generation = 0;   // 0: the youngest of its logcat
+};
+
+// What is read as one stream: a log buffer's files, the touch recorder's, or the daemon's own log.
+struct log_stream {
+  std::string name;  // of the buffer, "touch" or "daemon"
+  line_format format = line_format::kThreadtime;
+  std::vector<run_file> files;  // oldest first
+};
+
+constexpr const char* kDaemonStream = "daemon";
+constexpr const char* kTouchStream = "touch";
+
+// Names that a stream can have, in the order in which lines of the same time are shown.
+const std::vector<std::string>& stream_names();
+
+// The streams that `files` make, in the order of stream_names(), others left out. Two streams have
+// the same name when the files of a buffer lie in two directories or are of two builds.
+std::vector<log_stream> order_files(const std::vector<run_file>& files);

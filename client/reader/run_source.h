@@ -1,0 +1,52 @@
+// Where a run that is to be read lies, and its files' bytes.
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+#include "base/scoped.h"
+#include "client/environment.h"
+#include "client/reader/run_files.h"
+
+struct run_source {
+  std::string name;                 // of the run, of another directory, or of the archive
+  std::vector<std::string> places;  // its directories; none for an archive
+  std::string self_log;             // directory of the daemon's own log, "" when it is not known
+  std::string archive;              // absolute path or as the caller named it; "" for directories
+  std::string tar;                  // the tool that reads it
+  bool capturing = false;
+  std::vector<run_file> files;
+  int64_t written = 0;         // of the file that was written last
+  log_stamp start = kNoStamp;  // as the run's name has it
+};
+
+// Finds what `word` names: a run on the phone by number or name, a directory, or an archive made by
+// `pack`. Looks for the daemon's own log on the phone, or beside the run where it was copied to.
+// "", or why there is nothing to read.
+std::string find_source(const environment& env, const std::string& word, run_source* source);
+
+// Lists the files anew: a run that is being captured gets more, and moves when it is stopped.
+void refresh_source(const environment& env, run_source* source);
+
+// A file being read.
+class open_file {
+ public:
+  open_file() = default;
+  ~open_file() { close(); }
+  open_file(const open_file&) = delete;
+  open_file& operator=(const open_file&) = delete;
+
+  // Opens `file`, or starts the tar that gives its bytes. False when it cannot be.
+  bool open(const run_source& source, const run_file& file);
+  // Ends a tar too, which may not have come to its end.
+  void close();
+
+  int fd() const { return fd_.get(); }
+  bool is_file() const { return fd_.valid() && tool_ == -1; }  // not a pipe
+
+ private:
+  scoped_fd fd_;
+  pid_t tool_ = -1;
+};

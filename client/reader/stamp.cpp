@@ -1,0 +1,178 @@
+#include "client/reader/stamp.h"
+
+#include <stdio.h>
+#include <string.h>
+
+#include <initializer_list>
+
+namespace {
+
+constexpr log_stamp kZoneSlack = 2 * kDay;
+constexpr size_t kFractionMax = 9;
+constexpr int kDaysOfMonth[] = {31, 29, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+
+bool is_digit(char c) {
+  return c >= '0' && c <= '9';
+}
+
+// Two digits at `at`; -1 when they are none.
+int two_digits(const char* at) {
+  return is_digit(at[0]) && is_digit(at[1]) ? (at[0] - '0') * 10 + at[1] - '0' : -1;
+}
+
+// The proleptic Gregorian calendar; a year begins in March here, so that the leap day ends it.
+int64_t days_before(int year, int month, int day) {
+  const int64_t y = month <= 2 ? year - 1 : year;
+  const int64_t era = (y >= 0 ? y : y - 399) / 400;
+  const int64_t of_era = y - era * 400;
+  const int64_t of_year = (153 * (month + (month > 2 ? -3 : 9)) + 2) / 5 + day - 1;
+  return era * 146097 + of_era * 365 + of_era / 4 - of_era / 100 + of_year - 719468;
+}
+
+// Reads "MM-DD hh:mm" and leaves year, second and micros alone. False when it is no time.
+bool read_to_minute(const char* text, civil_stamp* time) {
+  time->month = two_digits(text);
+  time->day = two_digits(text + 3);
+  time->hour = two_digits(text + 6);
+  time->minute = two_digits(text + 9);
+  return text[2] == '-' && text[5] == ' ' && text[8] == ':' && time->month >= 1 &&
+         time->month <= 12 && time->day >= 1 && time->day <= kDaysOfMonth[time->month - 1] &&
+         time->hour >= 0 && time->hour < 24 && time->minute >= 0 && time->minute < 60;
+}
+
+// Takes a decimal number and the blanks before it off the text. False when there is none.
+bool take_number(std::string_view* text, int* number) {
+  size_t at = 0;
+  while (at < text->size() && (*text)[at] == ' ') ++at;
+  const size_t first = at;
+  int value = 0;
+  for (; at < text->size() && is_digit((*text)[at]) && at - first < 9; ++at) {
+    value = value * 10 + (*text)[at] - '0';
+  }
+  if (at == first) return false;
+  *number = value;
+  text->remove_prefix(at);
+  return true;
+}
+
+}  // namespace
+
+log_stamp stamp_of(const civil_stamp& time) {
+  const int64_t minutes =
+      (days_before(time.year, time.month, time.day) * 24 + time.hour) * 60 + time.minute;
+  return (minutes * 60 + time.second) * kSecond + time.micros;
+}
+
+civil_stamp civil_of(log_stamp stamp) {
+  int64_t days = stamp / kDay - (stamp % kDay < 0 ? 1 : 0);
+  const int64_t rest = stamp - days * kDay;
+  civil_stamp time = {};
+  time.micros = static_cast<int>(rest % kSecond);
+  const int seconds = static_cast<int>(rest / kSecond);
+  time.hour = seconds / 3600;
+  time.minute = seconds / 60 % 60;
+  time.second = seconds % 60;
+  days += 719468;
+  const int64_t era = (days >= 0 ? days : days - 146096) / 146097;
+  const int64_t of_era = days - era * 146097;
+  const int64_t year = (of_era - of_era / 1460 + of_era / 36524 - of_era / 146096) / 365;
+  const int64_t of_year = of_era - (365 * year + year / 4 - year / 100);
+  const int64_t month = (5 * of_year + 2) / 153;
+  time.day = static_cast<int>(of_year - (153 * month + 2) / 5 + 1);
+  time.month = static_cast<int>(month < 10 ? month + 3 : month - 9);
+  time.year = static_cast<int>(year + era * 400 + (time.month <= 2 ? 1 : 0));
+  return time;
+}
+
+std::string stamp_text(log_stamp stamp) {
+  const civil_stamp time = civil_of(stamp);
+  char text[80];
+  snprintf(text, sizeof text, "%02d-%02d %02d:%02d:%02d.%06d", time.month, time.day, time.hour,
+           time.minute, time.second, time.micros);
+  return text;
+}
+
+std::string iso_text(log_stamp stamp) {
+  std::string text = std::to_string(civil_of(stamp).year) + "-" + stamp_text(stamp);
+  text[text.find(' ')] = 'T';
+  return text;
+}
+
+stamp_parser::stamp_parser(line_format format, int64_t written)
+    : format_(format), latest_(written * kSecond + kZoneSlack) {}
+
+// Fills minute_ and minute_stamp_.
+bool stamp_parser::read_minute(std::string_view line) {
+  civil_stamp time = {};
+  if (line[kMinute - 1] != ':' || !read_to_minute(line.data(), &time)) return false;
+  time.year = civil_of(latest_).year;
+  minute_stamp_ = stamp_of(time);
+  if (minute_stamp_ > latest_) {
+    --time.year;
+    minute_stamp_ = stamp_of(time);
+  }
+  memcpy(minute_, line.data(), kMinute);
+  return true;
+}
+
+log_stamp stamp_parser::threadtime(std::string_view line) {
+  constexpr size_t kShortest = 19;  // "11-22 06:17:46.724 "
+  if (line.size() < kShortest || line[kMinute + 2] != '.') return kNoStamp;
+  const int second = two_digits(&line[kMinute]);
+  if (second < 0 || second > 60) return kNoStamp;
+  if (memcmp(line.data(), minute_, kMinute) != 0 && !read_minute(line)) return kNoStamp;
+  int64_t fraction = 0;
+  int64_t unit = kSecond;
+  size_t digits = 0;
+  const std::string_view rest = line.substr(kMinute + 3);
+  for (; digits < rest.size() && digits <= kFractionMax && is_digit(rest[digits]); ++digits) {
+    unit /= 10;
+    fraction += unit * (rest[digits] - '0');
+  }
+  if (digits < 3 || digits > kFractionMax || digits == rest.size() || rest[digits] != ' ') {
+    return kNoStamp;
+  }
+  return minute_stamp_ + second * kSecond + fraction;
+}
+
+// Both formats with a year.
+log_stamp stamp_parser::dated(std::string_view line) const {
+  constexpr size_t kClock = 14;  // "11-22 06:17:46"
+  const bool touch = format_ == line_format::kTouch;
+  const size_t year_digits = touch ? 4 : 2;
+  if (line.size() < year_digits + 1 + kClock + 2 || line[year_digits] != '-') return kNoStamp;
+  const int high = touch ? two_digits(line.data()) : 20;
+  const int low = two_digits(&line[year_digits - 2]);
+  civil_stamp time = {};
+  const char* clock = &line[year_digits + 1];
+  if (high < 0 || low < 0 || !read_to_minute(clock, &time) || clock[11] != ':') return kNoStamp;
+  time.year = high * 100 + low;
+  time.second = two_digits(clock + 12);
+  if (time.second < 0 || time.second > 60) return kNoStamp;
+  std::string_view rest = line.substr(year_digits + 1 + kClock);
+  if (!touch) return rest[0] == ' ' && rest[1] == '|' ? stamp_of(time) : kNoStamp;
+  if (rest[0] != ':') return kNoStamp;
+  rest.remove_prefix(1);
+  // Microseconds without leading zeros.
+  return is_digit(rest[0]) && take_number(&rest, &time.micros) && time.micros < kSecond
+             ? stamp_of(time)
+             : kNoStamp;
+}
+
+bool parse_threadtime(std::string_view line, threadtime_fields* fields) {
+  const size_t dot = line.find('.');
+  if (dot == std::string_view::npos) return false;
+  const size_t blank = line.find(' ', dot);
+  if (blank == std::string_view::npos) return false;
+  std::string_view rest = line.substr(blank);
+  if (!take_number(&rest, &fields->pid) || !take_number(&rest, &fields->tid)) return false;
+  if (rest.size() < 4 || rest[0] != ' ' || rest[2] != ' ') return false;
+  fields->level = rest[1];
+  rest.remove_prefix(3);
+  const size_t colon = rest.find(": ");
+  if (colon == std::string_view::npos) return false;
+  fields->message = rest.substr(colon + 2);
+  const size_t end = rest.find_last_not_of(' ', colon == 0 ? 0 : colon - 1);
+  fields->tag = end == std::string_view::npos || colon == 0 ? "" : rest.substr(0, end + 1);
+  return true;
+}
