@@ -1,0 +1,302 @@
+// The merged list of a run: `log`.
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include "client/merge/story.h"
+#include "client/merge/when.h"
+#include "client/reader/line_reader.h"
+#include "client/reader/run_files.h"
+#include "client/reader/span.h"
+#include "tests/pure/ctl_support.h"
+
+namespace {
+
+constexpr int64_t kWritten = 1795000000;  // 2026-11-18
+constexpr const char* kRun = "run/7#11-18_10-00-00";
+
+std::string line(const std::string& clock, const std::string& text, char level = 'I') {
+  return "11-18 " + clock + "   113   114 " + level + " Tag     : " + text + "\n";
+}
+
+// A run copied to a desk: files below it, all written at kWritten.
+struct desk : bench_client {
+  void put(const std::string& path, const std::string& content) {
+    tree.put(kRun + ("/" + path), content);
+    const std::string whole = root() + "/" + path;
+    const timespec times[2] = {{kWritten, 0}, {kWritten, 0}};
+    utimensat(AT_FDCWD, whole.c_str(), times, 0);
+  }
+  std::string root() const { return tree.root() + "/" + kRun; }
+  // What `log` prints with these options.
+  std::string list(std::vector<std::string> options = {}) {
+    options.insert(options.begin(), {"log", root()});
+    EXPECT_EQ(run(options), EXIT_OK) << err;
+    return out;
+  }
+};
+
+TEST(CtlLogStamp, IsReadFromEachFormatOrNotAtAll) {
+  const log_stamp time = stamp_of({2026, 11, 18, 10, 0, 1, 5000});
+  const struct {
+    line_format format;
+    const char* text;
+    log_stamp stamp;
+  } rows[] = {
+      {line_format::kThreadtime, "11-18 10:00:01.005 1 1 I T: x", time},
+      {line_format::kThreadtime, "11-18 10:00:01.005000  1 1 I T: x", time},
+      {line_format::kThreadtime, "11-18 10:00:01.005000000 1 1 I T: x", time},
+      {line_format::kThreadtime, "11-21 10:00:01.005 x", time - 362 * kDay},  // a year before
+      {line_format::kThreadtime, "11-18 10:00:01.00 1 1 I T: x", kNoStamp},
+      {line_format::kThreadtime, "11-18 10:00:01.005", kNoStamp},
+      {line_format::kThreadtime, "11-31 10:00:01.005 x    ", kNoStamp},
+      {line_format::kThreadtime, "11-18 24:00:01.005 x    ", kNoStamp},
+      {line_format::kThreadtime, " 1-18 10:00:01.005 x    ", kNoStamp},
+      {line_format::kTouch, "2026-11-18 10:00:01:5000  x", time},
+      {line_format::kTouch, "2026-11-18 10:00:01: 5000 x", kNoStamp},
+      {line_format::kTouch, "remove device 1: /dev/input/event2", kNoStamp},
+      {line_format::kSelfLog, "26-11-18 10:00:01 || x", time - 5000},
+      {line_format::kSelfLog, "26-11-18 10:00:01 x", kNoStamp},
+  };
+  for (const auto& row : rows) {
+    stamp_parser parser(row.format, kWritten);
+    EXPECT_EQ(parser.parse(row.text), row.stamp) << row.text;
+  }
+  for (const int64_t day : {-719162, -1, 0, 59, 11016, 20775, 47541}) {  // leap years among them
+    const log_stamp stamp = day * kDay + 123456;
+    EXPECT_EQ(stamp_of(civil_of(stamp)), stamp) << iso_text(stamp);
+  }
+  EXPECT_EQ(iso_text(time), "2026-11-18T10:00:01.005000");
+}
+
+TEST(CtlLogFiles, AreReadInTheOrderOfWriting) {
+  std::vector<run_file> files;
+  for (const char* path :
+       {"mobile/Q-1-main.txt", "mobile/Q-1-main_1.txt.1", "mobile/Q-1-main_1.txt",
+        "mobile/Q-1-main.txt.10", "mobile/Q-1-main.txt.9", "mobile/Q-1-main_10.txt",
+        "mobile/Q-1-main_2.txt", "mobile/Q-radio.txt", "touch/event.1.txt", "touch/event.txt",
+        ".logger/harrowmossd.txt.1", ".logger/harrowmossd.txt", ".logger/harrowmoss.txt",
+        "mobile/logcat_control_message-11-18_10-00-00.txt", "mobile/Q-1-mainly.txt",
+        "mobile/Q-1-main.txt.x", "mobile/main.txt", "net/Q-1-netlog.pcap", "mobile/x-touch.txt"}) {
+    files.emplace_back().path = path;
+  }
+  std::string order;
+  for (const log_stream& stream : order_files(files)) {
+    order += stream.name + ":";
+    for (const run_file& file : stream.files) {
+      order += " " + file.path.substr(file.path.find_last_of("/-") + 1);
+    }
+    order += "\n";
+  }
+  EXPECT_EQ(order,
+            "main: main.txt.10 main.txt.9 main.txt main_1.txt.1 main_1.txt main_2.txt main_10.txt\n"
+            "radio: radio.txt\n"
+            "touch: event.1.txt event.txt\n"
+            "daemon: harrowmossd.txt.1 harrowmossd.txt\n");
+}
+
+TEST(CtlLog, MergesBuffersAndGenerationsByTime) {
+  desk client;
+  const std::string main1 = "--------- beginning of main\n" + line("10:00:00.100000", "a");
+  client.put("mobile/Q-main.txt.1", main1);
+  client.put("mobile/Q-main.txt", line("10:00:00.300000", "c") + line("10:00:00.500000", "e"));
+  client.put("mobile/Q-radio.txt", line("10:00:00.200000", "b") + line("10:00:00.300000", "d"));
+  client.put("mobile/Q-system.txt", "");
+  client.put("touch/event.txt", "2026-11-18 10:00:00:250000  EV\n");
+  EXPECT_EQ(client.list(), main1 + line("10:00:00.200000", "b") + line("10:00:00.300000", "c") +
+                               line("10:00:00.300000", "d") + line("10:00:00.500000", "e"));
+  EXPECT_EQ(client.list({"--buffer", "touch,radio"}), line("10:00:00.200000", "b") +
+                                                          "2026-11-18 10:00:00:250000  EV\n" +
+                                                          line("10:00:00.300000", "d"));
+}
+
+TEST(CtlLog, PassesBadLinesThroughBehindTheLineTheyFollow) {
+  desk client;
+  const std::string bad = std::string("\x00\xff\xc3(\x1b[2J", 8) + "\r\n\n" + "11-18 10:0\n" +
+                          std::string(1 << 20, 'x') + line("10:00:09.000000", "inside") +
+                          "11-99 10:00:00.300000   1   1 I T: no date\n";
+  const std::string text = line("10:00:00.100000", "a") + bad;
+  client.put("mobile/Q-main.txt", text);
+  client.put("mobile/Q-radio.txt", line("10:00:00.100000", "b") + line("10:00:00.200000", "c"));
+  client.put("mobile/Q-crash.txt", "cut");
+  EXPECT_EQ(client.list(),
+            "cut\n" + text + line("10:00:00.100000", "b") + line("10:00:00.200000", "c"));
+}
+
+TEST(CtlLog, KeepsTheOrderOfAFileWhenItsClockStepsBack) {
+  desk client;
+  client.put("mobile/Q-main.txt", line("10:30:00.000000", "1") + line("10:30:00.000500", "2") +
+                                      line("10:30:00.000100", "late") +
+                                      line("10:10:00.000000", "4") + line("10:20:00.000000", "6"));
+  client.put("mobile/Q-radio.txt", line("10:30:00.000300", "3") + line("10:10:00.000010", "5"));
+  client.put("mobile/Q-crash.txt", line("10:40:00.000000", "7"));
+  const auto step = [](const char* at, const char* buffer, const char* by, const char* from) {
+    return std::string("--------- 11-18 ") + at + " clock: " + buffer + ": set back by " + by +
+           " s, from 11-18 " + from + "\n";
+  };
+  EXPECT_EQ(client.list(), line("10:30:00.000000", "1") + line("10:30:00.000300", "3") +
+                               line("10:30:00.000500", "2") + line("10:30:00.000100", "late") +
+                               step("10:10:00.000000", "main", "1200.000", "10:30:00.000100") +
+                               line("10:10:00.000000", "4") +
+                               step("10:10:00.000010", "radio", "1200.000", "10:30:00.000300") +
+                               line("10:10:00.000010", "5") + line("10:20:00.000000", "6") +
+                               line("10:40:00.000000", "7"));
+}
+
+TEST(CtlLog, ShowsHolesWhereLinesAreMissing) {
+  const struct {
+    std::vector<const char*> files;  // of a line each, second by second
+    bool opened;                     // the first begins as a logcat's does
+    const char* hole;
+  } rows[] = {
+      {{"main.txt.1", "main.txt"}, true, ""},
+      {{"main.txt"}, false, ""},
+      {{"main.txt.1", "main.txt"},
+       false,
+       "--------- 11-18 10:00:00.000000 hole: main: older lines were rotated out; "
+       "until 11-18 10:00:01.000000\n"},
+      {{"main.txt.3", "main.txt"},
+       true,
+       "--------- 11-18 10:00:01.000000 hole: main: files .2 to .1 are missing; "
+       "until 11-18 10:00:02.000000\n"},
+      {{"main.txt", "main_1.txt"},
+       true,
+       "--------- 11-18 10:00:01.000000 hole: main: its logcat was replaced, lines just before it "
+       "may be lost; until 11-18 10:00:02.000000\n"},
+  };
+  for (const auto& row : rows) {
+    desk client;
+    for (size_t i = 0; i < row.files.size(); ++i) {
+      client.put(std::string("mobile/Q-") + row.files[i],
+                 (row.opened && i == 0 ? "--------- beginning of main\n" : "") +
+                     line("10:00:0" + std::to_string(i + 1) + ".000000", "x"));
+    }
+    std::string holes;
+    const std::string text = client.list({"--grep", "no such text"});
+    EXPECT_EQ(text, row.hole) << row.files[0];
+    const std::string json = client.list({"--json", "--since", "10:00", "--until", "10:00:01.5"});
+    EXPECT_EQ(holds(json, "\"kind\":\"hole\""), *row.hole != '\0') << row.files[0];
+  }
+}
+
+TEST(CtlLog, FindsARangeWithoutReadingTheRest) {
+  desk client;
+  std::string text;
+  for (int i = 0; i < 20000; ++i) {  // 10:00:00 to 15:33:19, with some lines that have no time
+    char clock[32];
+    snprintf(clock, sizeof clock, "%02d:%02d:%02d.000000", 10 + i / 3600, i / 60 % 60, i % 60);
+    text += line(clock, "n" + std::to_string(i)) + (i % 50 == 0 ? "torn\n" : "");
+  }
+  client.put("mobile/Q-main.txt.1", text.substr(0, text.find("11-18 13:00:00")));
+  client.put("mobile/Q-main.txt", text.substr(text.find("11-18 13:00:00")));
+  const struct {
+    std::vector<std::string> options;
+    int first, last;  // seconds behind 10:00; -1: none
+  } rows[] = {
+      {{"--since", "12:59:59", "--until", "13:00:01"}, 10799, 10801},
+      {{"--since", "11-18 15:33:18"}, 19998, 19999},
+      {{"--since", "2026-11-18T09:00", "--until", "10:00:02"}, 0, 2},
+      {{"--around", "10:10:10,1"}, 609, 611},
+      {{"--since", "+2h", "--until", "+7201"}, 7200, 7201},
+      {{"--since", "-1.5s"}, 19998, 19999},
+      {{"--until=+1"}, 0, 1},
+      {{"--since", "11-18 15:33:19.5"}, -1, -1},
+      {{"--until", "11-18 09:59"}, -1, -1},
+  };
+  for (const auto& row : rows) {
+    const std::string listed = client.list(row.options);
+    const size_t first = listed.find(" n");
+    const size_t last = listed.rfind(" n");
+    const std::string note = row.options[0] + " " + row.options.back();
+    if (row.first == -1) {
+      EXPECT_EQ(listed, "") << note;
+      continue;
+    }
+    ASSERT_NE(first, std::string::npos) << note;
+    EXPECT_EQ(std::stoi(listed.substr(first + 2)), row.first) << note;
+    EXPECT_EQ(std::stoi(listed.substr(last + 2)), row.last) << note;
+    const int torn = row.last / 50 - (row.first + 49) / 50 + 1;
+    EXPECT_EQ(std::count(listed.begin(), listed.end(), '\n'),
+              row.last - row.first + 1 + torn + (holds(listed, " hole: ") ? 1 : 0))
+        << note;
+  }
+  temporary_tree tree;
+  tree.put("file", text);
+  const int fd = open((tree.root() + "/file").c_str(), O_RDONLY | O_CLOEXEC);
+  const int64_t bytes = static_cast<int64_t>(text.size());
+  stamp_parser parser(line_format::kThreadtime, kWritten);
+  const int64_t at = find_time(fd, bytes, parser, parser.parse("11-18 14:00:00.000 "));
+  EXPECT_LE(at, static_cast<int64_t>(text.find("11-18 14:00:00")));
+  EXPECT_GT(at, static_cast<int64_t>(text.find("11-18 14:00:00")) - 128 * 1024);
+  close(fd);
+}
+
+TEST(CtlLog, FiltersAndCounts) {
+  desk client;
+  const std::string warning = "11-18 10:00:00.200000     9     9 W Other : x: a.b\n";
+  client.put("mobile/Q-main.txt", line("10:00:00.100000", "a.b") + "torn\n" + warning);
+  client.put("mobile/Q-radio.txt", line("10:00:00.300000", "axb", 'E'));
+  const std::string first = line("10:00:00.100000", "a.b") + "torn\n";
+  const std::string error = line("10:00:00.300000", "axb", 'E');
+  const struct {
+    std::vector<std::string> options;
+    std::string lines;
+  } rows[] = {
+      {{"--level", "W"}, warning + error},
+      {{"--tag", "Other,None"}, warning},
+      {{"--pid", "113", "--level", "I"}, first + error},
+      {{"--grep", "a.b"}, first + warning},
+      {{"--grep", "a.b$", "-E"}, first + warning + error},
+      {{"--grep", "torn"}, "torn\n"},
+      {{"--buffer", "radio"}, error},
+  };
+  for (const auto& row : rows) EXPECT_EQ(client.list(row.options), row.lines) << row.options[1];
+  EXPECT_TRUE(holds(client.list({"--count", "--json"}),
+                    R"({"buffer":"main","V":0,"D":0,"I":1,"W":1,"E":0,"F":0,"other":1,"total":3})"))
+      << client.out;
+  const struct {
+    std::vector<std::string> options;
+    const char* said;
+  } wrong[] = {
+      {{"--level", "X"}, "--level wants one of"},
+      {{"--pid", "1x"}, "--pid wants numbers"},
+      {{"--buffer", "mian"}, "there is no buffer \"mian\""},
+      {{"--since", "soon"}, "is no time of this run"},
+      {{"--since", "10:02", "--until", "10:01"}, "--since is later"},
+      {{"--grep", "(", "-E"}, "--grep: "},
+      {{"--follow"}, "not being captured"},
+      {{"--select", "x"}, "--select is for feedback"},
+  };
+  for (const auto& row : wrong) {
+    std::vector<std::string> words = {"log", client.root()};
+    words.insert(words.end(), row.options.begin(), row.options.end());
+    EXPECT_EQ(client.run(words), EXIT_USAGE) << row.said;
+    EXPECT_TRUE(holds(client.err, row.said)) << client.err;
+  }
+}
+
+TEST(CtlLog, ShowsTheDaemonsStoryOfThisRunOnly) {
+  desk client;
+  const auto told = [](const char* clock, const char* function, const std::string& message) {
+    return std::string("26-11-18 ") + clock + " || harrowmossd [7, 7] x|" + function +
+           "|1:: " + message + "\n";
+  };
+  client.tree.put("run/.logger/harrowmossd.txt",
+                  told("09:59:58", "start_debug_log", "current work dir : 6#11-18_09-59-58") +
+                      told("09:59:59", "stop_debug_log", "stop debug log over.") +
+                      told("10:00:00", "start_debug_log", "current work dir : 7#11-18_10-00-00") +
+                      told("10:00:01", "monitorLogSizeThread", "now delete oldest dir /s/5#x") +
+                      told("10:00:01", "other", "of no interest") +
+                      told("10:00:05", "stop_debug_log", "stop debug log over.") +
+                      told("10:00:09", "start_debug_log", "current work dir : 8#11-18_10-00-09") +
+                      told("10:00:10", "monitorLogSizeThread", "now delete oldest dir /s/6#x"));
+  client.put("mobile/Q-main.txt", line("10:00:02.000000", "a"));
+  EXPECT_EQ(client.list(),
+            "--------- 11-18 10:00:00.000000 daemon: logging was started: run 7#11-18_10-00-00\n"
+            "--------- 11-18 10:00:01.000000 daemon: evicted: /s/5#x\n" +
+                line("10:00:02.000000", "a") +
+                "--------- 11-18 10:00:05.000000 daemon: logging was stopped\n"
+                "--------- 11-18 10:00:05.000000 hole: logging was off until "
+                "11-18 10:00:09.000000\n");
+}
+
+}  // namespace
