@@ -204,6 +204,8 @@ bool file_stream::next() {
       trouble_ = files_[current_].path + " ends early in the archive";
     }
     if (!open_next()) {
+      // The stop cuts off a line that was not written to its end, and has it written again.
+      if (growing() && file_.fd() != -1) reader_.give_back();
       return false;
     }
     if (line_.kind != line_kind::kLine) return true;

@@ -14,6 +14,7 @@
 namespace {
 
 constexpr int kFollowMs = 200;
+constexpr int kQuietMs = 30000;
 constexpr log_stamp kAround = 30 * kSecond;
 constexpr const char* kAll = "all";
 
@@ -94,10 +95,15 @@ class follower {
 
   // False when the run is complete and was read to its end, or nobody reads any more.
   bool operator()() {
-    if (!writer_->flush() || !source_->capturing) return false;
+    if (!writer_->flush() || complete_) return false;
     poll(nullptr, 0, kFollowMs);
-    source_->capturing = false;
-    refresh_source(env_, source_);
+    complete_ = !refresh_source(env_, source_);
+    int64_t bytes = 0;
+    for (const run_file& file : source_->files) bytes += file.bytes;
+    // The stop still completes the files; a run for which the store has no room stays.
+    quiet_ms_ = source_->capturing || bytes != bytes_ ? 0 : quiet_ms_ + kFollowMs;
+    bytes_ = bytes;
+    complete_ = complete_ || quiet_ms_ >= kQuietMs;
     for (const log_stream& files : order_files(source_->files)) {
       if (!chosen(choice_.buffers, files.name)) continue;
       const auto same = std::find_if(streams_->begin(), streams_->end(), [&](const auto& stream) {
@@ -106,7 +112,7 @@ class follower {
       if (same == streams_->end()) {
         streams_->push_back(make_stream(*source_, files, choice_));
       } else {
-        static_cast<file_stream&>(**same).update(files, !source_->capturing);
+        static_cast<file_stream&>(**same).update(files, complete_);
       }
     }
     return true;
@@ -118,6 +124,9 @@ class follower {
   stream_choice choice_;
   stream_list* streams_;
   list_writer* writer_;
+  bool complete_ = false;  // what there is now is all
+  int quiet_ms_ = 0;       // nothing was written since logging was switched off
+  int64_t bytes_ = 0;
 };
 
 }  // namespace

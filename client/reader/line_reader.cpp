@@ -28,6 +28,11 @@ bool line_reader::read_more() {
   return true;
 }
 
+void line_reader::give_back() {
+  lseek(fd_, -static_cast<off_t>(end_ - at_), SEEK_CUR);
+  at_ = end_ = 0;
+}
+
 std::string_view line_reader::ahead() {
   if (at_ == end_) read_more();
   return {&bytes_[at_], end_ - at_};

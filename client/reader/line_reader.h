@@ -16,6 +16,10 @@ class line_reader {
   // what it held.
   void attach(int fd, int64_t limit = INT64_MAX);
 
+  // Forgets the beginning of a line whose rest is not there yet, and reads it again next time: the
+  // file may be cut there meanwhile. For files only.
+  void give_back();
+
   // What is held of the coming bytes; reads some when nothing is.
   std::string_view ahead();
 

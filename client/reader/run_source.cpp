@@ -17,6 +17,7 @@
 #include "client/child.h"
 #include "client/files.h"
 #include "client/runs.h"
+#include "client/settings.h"
 
 namespace {
 
@@ -176,13 +177,17 @@ std::string find_source(const environment& env, const std::string& word, run_sou
   return describe(source);
 }
 
-void refresh_source(const environment& env, run_source* source) {
+bool refresh_source(const environment& env, run_source* source) {
+  const logging_settings settings = read_settings(env);
+  source->capturing = settings.logging && settings.run_name == source->name;
   run_report run;
   std::string error;
-  if (find_run(read_runs(env), source->name, &run, &error)) use_run(env, run, source);
+  const bool moved = !is_directory(env.working + "/" + source->name);
+  if (moved && find_run(read_runs(env), source->name, &run, &error)) use_run(env, run, source);
   source->files.clear();
   list_places(source);
   describe(source);
+  return !moved;
 }
 
 bool open_file::open(const run_source& source, const run_file& file) {

@@ -27,8 +27,9 @@ struct run_source {
 // "", or why there is nothing to read.
 std::string find_source(const environment& env, const std::string& word, run_source* source);
 
-// Lists the files anew: a run that is being captured gets more, and moves when it is stopped.
-void refresh_source(const environment& env, run_source* source);
+// Lists the files of a run on the phone anew, wherever it lies now. False when it has left the
+// working area: nothing writes it any more.
+bool refresh_source(const environment& env, run_source* source);
 
 // A file being read.
 class open_file {
