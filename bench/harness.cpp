@@ -15,6 +15,8 @@
 
 #include <algorithm>
 
+#include "phone/host/wait.h"
+
 namespace {
 
 constexpr int kLimitMs = 30000;
