@@ -78,6 +78,7 @@ void bench_self_log();
 void bench_file_size();
 void bench_oldest_run();
 void bench_move();
+void bench_log();
 void bench_request();
 void bench_request_workers();
 void bench_memory();

@@ -16,6 +16,7 @@ constexpr struct {
     {"file-size", bench_file_size},
     {"oldest-run", bench_oldest_run},
     {"move", bench_move},
+    {"log", bench_log},
     {"request", bench_request},
     {"request-workers", bench_request_workers},
     {"memory", bench_memory},
