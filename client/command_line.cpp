@@ -31,6 +31,7 @@ constexpr struct {
     {"--help", &invocation::help},         {"-h", &invocation::help},
     {"--estimate", &invocation::estimate}, {"-E", &invocation::extended},
     {"--count", &invocation::count},       {"--follow", &invocation::follow},
+    {"--view", &invocation::view},
 };
 
 // Options with a value behind them or behind "=".
@@ -124,6 +125,7 @@ std::string wrong_use(const invocation& call) {
       {!call.select.empty(), kTakesSelect, "--select is for feedback"},
       {call.estimate, kTakesEstimate, "--estimate is for feedback"},
       {!call.output.empty(), kTakesOutput, "-o is for pack and view"},
+      {call.view, kTakesView, "--view is for pack"},
       {lines, kTakesLines, "what chooses lines is for log"},
       {call.dry_run, kTakesDryRun, "--dry-run is for commands that ask the daemon"},
   };

@@ -10,6 +10,7 @@
 #include "client/quota.h"
 #include "client/requests.h"
 #include "client/run_check.h"
+#include "client/view/view_command.h"
 
 namespace {
 
@@ -60,11 +61,15 @@ constexpr command kCommands[] = {
      "  --follow                goes on while the run is captured\n"
      "T: \"[YYYY-]MM-DD hh:mm[:ss]\"; hh:mm[:ss], the first of the run; +N or -N[s|m|h|d], after its start\n"
      "or before its end. --json gives an object a line.\n"},
-    {"pack", "RUN", 1, 1, kLocal, false, kTakesOutput, nullptr, run_pack,
+    {"view", "RUN -o FILE", 1, 1, kLocal, false, kTakesOutput, nullptr, run_view,
+     "one page about a run, for a browser",
+     "RUN: as of `log`. The page needs no network and stays below 2 MiB. -o - is standard output.\n"},
+    {"pack", "RUN", 1, 1, kLocal, false, kTakesOutput | kTakesView, nullptr, run_pack,
      "one .tar.gz of a run or a bundle",
      "RUN: a name or number of `runs`, or the absolute path of a bundle. -o names the archive; without\n"
      "it a run's is /sdcard/RUN.tar.gz, a bundle's lies beside it. -o - writes to standard output:\n"
-     "adb exec-out harrowmossctl pack 12 -o - > 12.tar.gz. The manifest comes first in the archive.\n"},
+     "adb exec-out harrowmossctl pack 12 -o - > 12.tar.gz. The manifest comes first in the archive.\n"
+     "--view adds the page of `view` behind it.\n"},
     {"du", "", 0, 0, kLocal, false, kTakesNone, nullptr, run_du,
      "used bytes against the quota, and the run that would go next", ""},
     {"doctor", "", 0, 0, kQuick, false, kTakesNone, nullptr, run_doctor,
@@ -147,7 +152,8 @@ std::string general_help() {
          "  --progress          show the daemon's steps also when this is no terminal\n"
          "  --select LIST       what `feedback` collects\n"
          "  --estimate          show what `feedback` would take; send nothing\n"
-         "  -o, --output FILE   where `pack` puts the archive; - is standard output\n"
+         "  -o, --output FILE   where `pack` and `view` write to; - is standard output\n"
+         "  --view              `pack` adds the page of `view`\n"
          "  --since, --until, --around, --buffer, --tag, --level, --pid, --grep, -E, --count, "
          "--follow\n"
          "                      which lines `log` shows; see harrowmossctl help log\n"

@@ -20,6 +20,7 @@ enum command_option : unsigned {
   kTakesEstimate = 4,
   kTakesOutput = 8,
   kTakesLines = 16,  // which lines, and how
+  kTakesView = 32,
 };
 
 struct command {
@@ -46,6 +47,7 @@ struct invocation {
   bool extended = false;                                            // -E
   bool count = false;
   bool follow = false;
+  bool view = false;  // put the page into the archive
   bool estimate = false;
   bool json = false;
   bool dry_run = false;

@@ -141,8 +141,12 @@ std::string manifest_text(const manifest_head& head, const std::vector<packed_fi
   return text;
 }
 
+std::string piece_name(const std::string& name, const std::string& ending) {
+  return name.substr(0, kTarNameMax - ending.size()) + ending;
+}
+
 std::string manifest_name(const std::string& name) {
-  return name.substr(0, kTarNameMax - strlen(kManifestTail)) + kManifestTail;
+  return piece_name(name, kManifestTail);
 }
 
 std::string tar_piece(const std::string& name, const std::string& content, int64_t now) {

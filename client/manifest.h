@@ -45,7 +45,10 @@ struct manifest_head {
 // without its first 16 columns this last part is what `sha256sum -c` reads.
 std::string manifest_text(const manifest_head& head, const std::vector<packed_file>& files);
 
-// Its name in the archive, at most 100 bytes.
+// A name in the archive, at most 100 bytes: `name`, cut when it is long, and `ending`.
+std::string piece_name(const std::string& name, const std::string& ending);
+
+// The manifest's.
 std::string manifest_name(const std::string& name);
 
 // A file of that name and content as a piece of a tar archive: header, content, padding.

@@ -17,6 +17,7 @@
 #include "client/runs.h"
 #include "client/session.h"
 #include "client/text.h"
+#include "client/view/view_command.h"
 #include "client/volume.h"
 #include "protocol/names.h"
 
@@ -24,6 +25,7 @@ namespace {
 
 constexpr const char* kTar = "/system/bin/tar";
 constexpr const char* kGzip = "/system/bin/gzip";
+constexpr const char* kPageEnding = ".html";
 constexpr const char* kFingerprint = "ro.build.fingerprint";
 constexpr std::chrono::seconds kVersionLimit{2};  // packing needs no daemon: it is only asked
 
@@ -215,6 +217,14 @@ std::string make_manifest(const environment& env, const pack_job& job, bool prog
   return manifest_text(job.head, files);
 }
 
+// The run's page as a piece of the archive; its commands are for the archive.
+std::string page_piece(const environment& env, const std::string& word, const std::string& name) {
+  run_source source;
+  if (!find_source(env, word, &source).empty()) return "";
+  return tar_piece(piece_name(name, kPageEnding), make_page(env, source, name + ".tar.gz"),
+                   time(nullptr));
+}
+
 // "" when the archive fits beside `target`, else the line that says so.
 std::string check_room(const environment& env, const std::string& target, int64_t wanted) {
   const std::string directory = directory_of(target);
@@ -254,14 +264,15 @@ int run_pack(const invocation& call, environment& env) {
   job.head.protocol = protocol_of(env);
   const bool progress = env.progress || call.progress;
   const std::string manifest = make_manifest(env, job, progress);
-  const std::string first = tar_piece(manifest_name(job.source.name), manifest, time(nullptr));
+  std::string first = tar_piece(manifest_name(job.source.name), manifest, time(nullptr));
+  if (call.view) first += page_piece(env, call.arguments[0], job.source.name);
   if (progress) fprintf(env.err, "packing\n");
   if (to_stdout) {
     fflush(env.out);
     error = write_archive(env, job.source, first, fileno(env.out));
     return error.empty() ? EXIT_OK : fail(call, env, EXIT_FAILED, error);
   }
-  error = check_room(env, job.output, archive_bound(job.source, manifest.size()));
+  error = check_room(env, job.output, archive_bound(job.source, first.size()));
   if (!error.empty()) return fail(call, env, EXIT_FAILED, error);
   {
     unfinished_file file(job.output);

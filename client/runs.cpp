@@ -77,18 +77,6 @@ std::string build_of_file(std::string_view file) {
   return std::string(file.substr(0, file.size() - kTail.size()));
 }
 
-// The value of `key` in a list of "[key]: [value]" lines.
-std::string listed_property(const std::string& list, const char* key) {
-  const std::string head = std::string("[") + key + "]: [";
-  for (size_t at = list.find(head); at != std::string::npos; at = list.find(head, at + 1)) {
-    if (at != 0 && list[at - 1] != '\n') continue;
-    const size_t start = at + head.size();
-    const size_t end = list.find("]\n", start);
-    if (end != std::string::npos) return list.substr(start, end - start);
-  }
-  return "";
-}
-
 // The value of the first of `keys` that a property list of the run has.
 std::string property_of_lists(const std::string& directory,
                               std::initializer_list<const char*> keys) {
@@ -117,6 +105,17 @@ lost_lines judge_loss(const generations& kept) {
 }
 
 }  // namespace
+
+std::string listed_property(const std::string& list, const char* key) {
+  const std::string head = std::string("[") + key + "]: [";
+  for (size_t at = list.find(head); at != std::string::npos; at = list.find(head, at + 1)) {
+    if (at != 0 && list[at - 1] != '\n') continue;
+    const size_t start = at + head.size();
+    const size_t end = list.find("]\n", start);
+    if (end != std::string::npos) return list.substr(start, end - start);
+  }
+  return "";
+}
 
 void add_content(const std::string& directory, run_report* run) {
   std::map<std::string, generations> rotated;
@@ -171,21 +170,21 @@ bool parse_run_name(const std::string& name, run_report* run) {
 
 std::vector<run_report> read_runs(const environment& env) {
   const logging_settings settings = read_settings(env);
-  std::map<std::string, run_report> by_name;
+  std::map<std::pair<int64_t, std::string>, run_report> found;  // by sequence, then by name
   const auto note = [&](const std::string& root, std::string run_report::*place) {
     for (const std::string& name : list_directory(root)) {
       run_report run;
       const std::string path = root + "/" + name;
       if (!parse_run_name(name, &run) || !is_directory(path) || is_link(path)) continue;
-      by_name.emplace(name, run).first->second.*place = path;
+      found.emplace(std::pair(run.sequence, name), run).first->second.*place = path;
     }
   };
   note(env.store, &run_report::store);
   note(env.working, &run_report::working);
 
   std::vector<run_report> runs;
-  for (auto& [name, run] : by_name) {
-    const bool current = settings.logging && name == settings.run_name && !run.working.empty();
+  for (auto& [key, run] : found) {
+    const bool current = settings.logging && run.name == settings.run_name && !run.working.empty();
     if (current) run.state = run_state::kCapturing;
     if (!current && !run.working.empty()) run.state = run_state::kLeftBehind;
     run.types_known = current;
@@ -193,9 +192,6 @@ std::vector<run_report> read_runs(const environment& env) {
     for (const std::string& place : directories_of(run)) add_content(place, &run);
     runs.push_back(run);
   }
-  std::stable_sort(runs.begin(), runs.end(), [](const run_report& a, const run_report& b) {
-    return a.sequence < b.sequence;
-  });
   return runs;
 }
 

@@ -43,6 +43,9 @@ struct run_report {
 // "12#03-07_14-05-09" or "03-07_14-05-09": fills name, sequence and date; false for other names.
 bool parse_run_name(const std::string& name, run_report* run);
 
+// The value of `key` in a list of "[key]: [value]" lines, "" when it has none.
+std::string listed_property(const std::string& list, const char* key);
+
 // Adds what `directory` (a run's, or a bundle's) tells of itself: types, build, bytes, holes.
 void add_content(const std::string& directory, run_report* run);
 

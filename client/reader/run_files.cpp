@@ -2,7 +2,6 @@
 
 #include <stdlib.h>
 
-#include <algorithm>
 #include <iterator>
 #include <map>
 #include <tuple>
@@ -77,24 +76,20 @@ const std::vector<std::string>& stream_names() {
 }
 
 std::vector<log_stream> order_files(const std::vector<run_file>& files) {
-  std::map<std::pair<int, std::string>, log_stream> streams;
+  using age = std::tuple<int64_t, int64_t>;  // replacement, generation below 0: ascending
+  std::map<std::pair<int, std::string>, std::map<age, run_file>> streams;
   for (run_file file : files) {
     std::string stem;
     file.replacement = file.generation = 0;
     const int row = recognise(&file, &stem);
-    if (row == -1) continue;
-    log_stream& stream = streams[{row, stem}];
-    stream.name = kStreams[row].name;
-    stream.format = kStreams[row].format;
-    stream.files.push_back(file);
+    if (row != -1) streams[{row, stem}][{file.replacement, -file.generation}] = file;
   }
   std::vector<log_stream> ordered;
-  for (auto& [key, stream] : streams) {
-    std::sort(stream.files.begin(), stream.files.end(), [](const run_file& a, const run_file& b) {
-      return std::make_tuple(a.replacement, -a.generation) <
-             std::make_tuple(b.replacement, -b.generation);
-    });
-    ordered.push_back(std::move(stream));
+  for (const auto& [key, by_age] : streams) {
+    log_stream& stream = ordered.emplace_back();
+    stream.name = kStreams[key.first].name;
+    stream.format = kStreams[key.first].format;
+    for (const auto& [numbers, file] : by_age) stream.files.push_back(file);
   }
   return ordered;
 }

@@ -1,12 +1,16 @@
-// The merged list of a run: `log`.
+// The merged list of a run and the page about it: `log`, `view`.
 #include <fcntl.h>
 #include <sys/stat.h>
+
+#include <nlohmann/json.hpp>
 
 #include "client/merge/story.h"
 #include "client/merge/when.h"
 #include "client/reader/line_reader.h"
 #include "client/reader/run_files.h"
 #include "client/reader/span.h"
+#include "client/view/capture_times.h"
+#include "client/view/survey.h"
 #include "tests/pure/ctl_support.h"
 
 namespace {
@@ -297,6 +301,77 @@ TEST(CtlLog, ShowsTheDaemonsStoryOfThisRunOnly) {
                 "--------- 11-18 10:00:05.000000 daemon: logging was stopped\n"
                 "--------- 11-18 10:00:05.000000 hole: logging was off until "
                 "11-18 10:00:09.000000\n");
+}
+
+TEST(CtlView, KeepsEveryTextInsideItsData) {
+  desk client;
+  const std::string evil = "</script><script>alert(1)</script><!-- \xff\x01\"\\";
+  client.put("mobile/Q-main.txt", line("10:00:00.100000", evil, 'E'));
+  client.put("mobile/Q-crash.txt",
+             "11-18 10:00:01.000000     9     9 E AndroidRuntime: FATAL EXCEPTION: " + evil + "\n" +
+                 "11-18 10:00:01.000000     9     9 E AndroidRuntime: at x\n");
+  client.put("mobile/" + std::string("<img src=x onerror=alert(1)>"), "x");
+  client.put("tombstones/tombstone_00", "x");
+  ASSERT_EQ(client.run({"view", client.root(), "-o", "-"}), EXIT_OK) << client.err;
+  const std::string& page = client.out;
+  const size_t data = page.find("id=\"data\">");
+  ASSERT_NE(data, std::string::npos);
+  const size_t end = page.find('<', data);
+  EXPECT_EQ(page.substr(end, 9), "</script>");
+  EXPECT_EQ(page.find("alert(1)"), page.find("alert(1)", data));  // nowhere else
+  EXPECT_EQ(page.find("alert(1)", end), std::string::npos);
+  const nlohmann::json read = nlohmann::json::parse(page.substr(data + 10, end - data - 10));
+  EXPECT_EQ(read["crashes"][0]["lines"].size(), 2u);
+  EXPECT_EQ(read["marks"].size(), 2u);
+  EXPECT_EQ(read["marks"][0]["kind"], "crash");
+  EXPECT_EQ(read["tags"][1][0], "Tag");
+  EXPECT_EQ(client.run({"view", client.root()}), EXIT_USAGE);
+}
+
+TEST(CtlView, CountsByIntervalsThatGrow) {
+  timeline times;
+  const log_stamp start = stamp_of({2026, 11, 18, 0, 0, 0, 0});
+  for (int i = 0; i < 86400; ++i) times.add(i % 2, start + i * kSecond, i % 10 == 0 ? 'E' : 'I');
+  times.add(0, start - kDay, 'W');
+  int64_t lines = 0, errors = 0, warnings = 0;
+  for (const auto& lane : times.lanes()) {
+    for (const auto& [number, counts] : lane) {
+      lines += counts.lines, errors += counts.errors, warnings += counts.warnings;
+    }
+  }
+  EXPECT_EQ(lines, 86401);
+  EXPECT_EQ(errors, 8640);
+  EXPECT_EQ(warnings, 1);
+  EXPECT_EQ(times.first(), (start - kDay) / times.width());
+  EXPECT_LE(2 * kDay / times.width(), timeline::kIntervals);
+  EXPECT_GT(2 * kDay / times.width(), timeline::kIntervals / 4);
+}
+
+TEST(CtlView, ReadsThePacketsOfACapture) {
+  temporary_tree tree;
+  std::string header(24, '\0'), packet(16, '\0');
+  header.replace(0, 4, from_hex("d4 c3 b2 a1"));
+  packet.replace(0, 12, from_hex("01 00 00 00 02 00 00 00 03 00 00 00"));
+  std::string swapped_header(24, '\0'), swapped(16, '\0');
+  swapped_header.replace(0, 4, from_hex("a1 b2 3c 4d"));  // nanoseconds, the other byte order
+  swapped.replace(0, 12, from_hex("00 00 00 01 00 00 07 d0 00 00 00 03"));
+  const struct {
+    std::string bytes;
+    std::vector<int64_t> times;
+  } rows[] = {
+      {header + packet + "abc" + packet + "ab", {1000002, 1000002}},
+      {swapped_header + swapped + "abc", {1000002}},
+      {header + std::string(16, '\xff'), {}},
+      {"no capture", {}},
+  };
+  for (size_t i = 0; i < std::size(rows); ++i) {
+    tree.put(std::to_string(i), rows[i].bytes);
+    const int fd = open((tree.root() + "/" + std::to_string(i)).c_str(), O_RDONLY | O_CLOEXEC);
+    std::vector<int64_t> times;
+    read_capture(fd, [&](int64_t micros) { times.push_back(micros); });
+    EXPECT_EQ(times, rows[i].times) << i;
+    close(fd);
+  }
 }
 
 }  // namespace

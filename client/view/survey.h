@@ -1,0 +1,89 @@
+// What the page about a run shows, gathered in one pass over its lines.
+#pragma once
+
+#include <stdint.h>
+
+#include <map>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "client/merge/merge.h"
+#include "client/run_check.h"
+
+// Lines of one interval.
+struct interval_counts {
+  int32_t lines = 0;
+  int32_t warnings = 0;
+  int32_t errors = 0;
+};
+
+// Counts by interval, of a length that doubles as the run turns out to be longer: at most
+// kIntervals in all.
+class timeline {
+ public:
+  static constexpr int64_t kIntervals = 4096;
+
+  void add(size_t lane, log_stamp time, char level);
+
+  log_stamp width() const { return width_; }
+  int64_t first() const { return first_ <= last_ ? first_ : 0; }  // number of the first interval
+  // By number: the interval n begins at n * width().
+  const std::vector<std::map<int64_t, interval_counts>>& lanes() const { return lanes_; }
+
+ private:
+  void widen();
+
+  log_stamp width_ = kSecond / 128;
+  int64_t first_ = INT64_MAX;
+  int64_t last_ = INT64_MIN;
+  std::vector<std::map<int64_t, interval_counts>> lanes_;
+};
+
+struct run_mark {
+  const char* kind;  // "crash", "anr", "tombstone", "reboot", "replaced", "evicted", "hole", ...
+  log_stamp until;   // of a hole, else kNoStamp
+  std::string text;
+};
+
+struct talker {
+  int64_t lines = 0;
+  int64_t errors = 0;
+};
+
+struct crash_lines {
+  log_stamp time;
+  std::vector<std::string> lines;
+};
+
+// Counts what the merged list gives it. Memory is bounded whatever the run holds.
+class run_survey : public line_sink {
+ public:
+  // With `own_lines` the daemon's story is taken from its lines in the log, for want of its own
+  // log.
+  explicit run_survey(bool own_lines) : own_lines_(own_lines) {}
+  bool take(const line_stream& stream, const log_line& line) override;
+
+  // Another event at its time, as of the network capture.
+  void add_event(const std::string& lane, log_stamp time) { times.add(lane_of(lane), time, ' '); }
+  void add_mark(const char* kind, log_stamp time, log_stamp until, std::string_view text);
+
+  timeline times;
+  std::vector<std::string> lane_names;
+  std::multimap<log_stamp, run_mark> marks;  // by time
+  int64_t marks_left_out = 0;
+  std::unordered_map<std::string, talker> tags;
+  std::unordered_map<int, talker> pids;
+  std::vector<crash_lines> crashes;
+  log_stamp first = kNoStamp;
+  log_stamp last = kNoStamp;
+
+ private:
+  size_t lane_of(const std::string& name);
+  void judge_line(const line_stream& stream, const log_line& line, const threadtime_fields& fields);
+
+  bool own_lines_;
+  const line_stream* latest_ = nullptr;  // whose lane is latest_lane_
+  size_t latest_lane_ = 0;
+  int crash_left_ = 0;  // lines of the latest crash that are still taken
+};

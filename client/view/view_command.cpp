@@ -1,0 +1,174 @@
+#include "client/view/view_command.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <stdlib.h>
+#include <string.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "client/json.h"
+#include "client/merge/log_command.h"
+#include "client/run_check.h"
+#include "client/runs.h"
+#include "client/settings.h"
+#include "client/text.h"
+#include "client/view/capture_times.h"
+#include "client/view/page.h"
+#include "protocol/names.h"
+
+namespace {
+
+constexpr size_t kPropertiesLimit = 1 << 18;
+constexpr log_stamp kZoneStep = 900 * kSecond;  // zones are whole quarters of an hour
+constexpr const char* kPropertyLists[] = {"system.prop", "system_stop.prop"};
+constexpr const char* kQuotaKey = "persist.sys.zelka.log.size";
+constexpr const char* kTypesKey = "persist.sys.zklog.type";
+constexpr const char* kBuildKeys[] = {"ro.vendor.build.display.id", "ro.build.display.id"};
+
+// Files that are marks by lying there.
+constexpr struct {
+  const char* directory;
+  const char* kind;
+} kMarkFiles[] = {{"anr/", "anr"}, {"tombstones/", "tombstone"}};
+
+bool begins_with(const std::string& text, const std::string& head) {
+  return text.compare(0, head.size(), head) == 0;
+}
+
+std::string read_member(const run_source& source, const std::string& path) {
+  std::string bytes;
+  for (const run_file& file : source.files) {
+    open_file opened;
+    if (file.path != path || !opened.open(source, file)) continue;
+    char part[4096];
+    ssize_t got;
+    while (bytes.size() < kPropertiesLimit &&
+           ((got = read(opened.fd(), part, sizeof part)) > 0 || (got == -1 && errno == EINTR))) {
+      if (got > 0) bytes.append(part, static_cast<size_t>(got));
+    }
+    break;
+  }
+  return bytes;
+}
+
+// What has to be added to a file's time (UTC) for the phone's own: what the youngest log buffer's
+// file lacks to its last line, in whole zones.
+log_stamp zone_of(const run_source& source, log_stamp last) {
+  int64_t written = 0;
+  for (const log_stream& stream : order_files(source.files)) {
+    if (stream.format != line_format::kThreadtime) continue;
+    written = std::max(written, stream.files.back().written);
+  }
+  if (last == kNoStamp || written == 0) return 0;
+  const log_stamp apart = last - written * kSecond;
+  return (apart + (apart < 0 ? -kZoneStep : kZoneStep) / 2) / kZoneStep * kZoneStep;
+}
+
+void add_properties(const run_source& source, run_page* page, int32_t* types) {
+  std::string quota;
+  for (const char* list : kPropertyLists) {
+    const std::string text = read_member(source, list);
+    const std::string mask = listed_property(text, kTypesKey);
+    if (page->types.empty() && !mask.empty()) {
+      *types = atoi(mask.c_str());
+      page->types = mask_text(kLoggerTypeWords, *types);
+    }
+    for (const char* key : kBuildKeys) {
+      if (page->build.empty()) page->build = listed_property(text, key);
+    }
+    if (quota.empty()) quota = listed_property(text, kQuotaKey);
+  }
+  if (quota.empty()) return;
+  page->quota = quota + " GiB" + (shrinks_quota(*types) ? ", three quarters of it" : "");
+}
+
+// `check` on the files.
+void add_files(const run_source& source, int32_t types, run_page* page) {
+  std::map<std::string, int64_t> files;
+  for (const run_file& file : source.files) {
+    if (!begins_with(file.path, ".logger/")) files[file.path] = file.bytes;
+  }
+  int pieces = 0;
+  std::map<std::string, std::string> by_path;
+  for (const check_finding& found : check_content(files, types, !source.capturing, &pieces)) {
+    const bool missing = found.what == check_finding::kMissing;
+    const std::string text = (missing ? found.path + " is missing" : "empty") +
+                             (found.text.empty() ? "" : ": " + found.text) +
+                             (found.note ? " (a note)" : "");
+    missing ? page->findings.push_back(found.type + ": " + text)
+            : static_cast<void>(by_path[found.path] = text);
+  }
+  for (const auto& [path, bytes] : files) page->files.push_back({path, bytes, by_path[path]});
+}
+
+void add_other_files(const run_source& source, run_survey* survey) {
+  const log_stamp zone = zone_of(source, survey->last);
+  for (const run_file& file : source.files) {
+    for (const auto& row : kMarkFiles) {
+      if (!begins_with(file.path, row.directory)) continue;
+      survey->add_mark(row.kind, file.written * kSecond + zone, kNoStamp, file.path);
+    }
+    open_file opened;
+    const std::string_view path = file.path;
+    const bool capture = begins_with(file.path, "net/") && path.find(".pcap") != path.npos;
+    if (!capture || !opened.open(source, file)) continue;
+    read_capture(opened.fd(), [&](int64_t micros) { survey->add_event("net", micros + zone); });
+  }
+}
+
+}  // namespace
+
+std::string make_page(const environment& env, const run_source& source, const std::string& word) {
+  run_page page;
+  page.run = word;
+  page.name = source.name;
+  int32_t types = 0;
+  add_properties(source, &page, &types);
+  add_files(source, types, &page);
+  for (const run_report& run : read_runs(env)) {
+    if (run.name == source.name && source.archive.empty()) page.state = state_name(run);
+  }
+
+  const bool own_lines =
+      std::none_of(source.files.begin(), source.files.end(),
+                   [](const run_file& file) { return begins_with(file.path, ".logger/"); });
+  run_survey survey(own_lines);
+  stream_list streams = open_streams(source, {{"all"}, {}, false});
+  merge(&streams, &survey, nullptr);
+  add_other_files(source, &survey);
+  return page_html(page, survey);
+}
+
+int run_view(const invocation& call, environment& env) {
+  if (call.output.empty()) return fail(call, env, EXIT_USAGE, "view wants -o FILE");
+  run_source source;
+  const std::string error = find_source(env, call.arguments[0], &source);
+  if (!error.empty()) return fail(call, env, EXIT_USAGE, error);
+  const bool to_stdout = call.output == "-";
+  if (to_stdout && call.json) {
+    return fail(call, env, EXIT_USAGE, "--json cannot share standard output with the page");
+  }
+  const std::string page = make_page(env, source, call.arguments[0]);
+  if (to_stdout) {
+    fwrite(page.data(), 1, page.size(), env.out);
+    return EXIT_OK;
+  }
+  FILE* file = fopen(call.output.c_str(), "we");
+  if (file == nullptr) {
+    return fail(call, env, EXIT_USAGE, "cannot write " + call.output + ": " + strerror(errno));
+  }
+  const bool written = fwrite(page.data(), 1, page.size(), file) == page.size();
+  if (fclose(file) != 0 || !written) {
+    const std::string why = strerror(errno);
+    unlink(call.output.c_str());
+    return fail(call, env, EXIT_FAILED, "cannot write " + call.output + ": " + why);
+  }
+  if (!call.json) return EXIT_OK;
+  json_writer json;
+  json.begin_object().member("command", "view").member("page", call.output);
+  json.member("bytes", static_cast<int64_t>(page.size())).end_object();
+  fprintf(env.out, "%s\n", json.text().c_str());
+  return EXIT_OK;
+}
