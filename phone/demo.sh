@@ -130,6 +130,22 @@ lines=$(cat .logger/harrowmoss.txt .logger/harrowmoss.txt.1 | grep ' burst ' | s
 [ "$lines" = 80000 ] || die "$lines of 80000 lines came through the rotation"
 echo "rotation               10 MiB reached, all 80000 lines are in harrowmoss.txt and harrowmoss.txt.1"
 
+say "The run in one list: around the crash"
+name=${run##*/}
+at=$(harrowmossctl log "$name" --grep "FATAL EXCEPTION" | grep -v '^---' | cut -c 1-21)
+echo "$ harrowmossctl log '$name' --around '$at,1' | grep -v harrowmossd:"
+harrowmossctl log "$name" --around "$at,1" | cut -c 1-110 > /data/local/tmp/around
+for piece in "FATAL EXCEPTION" "SIGNAL_STRENGTH" "DemoApp"; do
+  grep -q "$piece" /data/local/tmp/around || die "no $piece around the crash"
+done
+grep -v -e ' burst ' -e 'harrowmossd:' /data/local/tmp/around | head -n 12
+show harrowmossctl log "$name" --count
+
+say "A page about it, for a browser"
+mkdir -p /data/local/taken
+show harrowmossctl view "$name" -o /data/local/taken/run.html
+ls -l /data/local/taken/run.html
+
 say "All fourteen logger types for a few seconds, and what each left"
 show harrowmossctl start all
 sleep 2

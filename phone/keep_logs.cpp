@@ -6,8 +6,8 @@
 
 namespace fs = std::filesystem;
 
-// Plain files only: a FIFO would block its reader.
-static int copy_files(const std::string& from, const std::string& to) {
+// A FIFO would block its reader.
+int copy_files(const std::string& from, const std::string& to) {
   int copied = 0;
   std::error_code error;
   for (const auto& entry : fs::directory_iterator(from, error)) {

@@ -11,3 +11,6 @@ constexpr const char* kPhoneNameFile = "/dev/bench/name";
 // also from a phone that has ended, as long as somebody holds the two open. False when there was
 // nothing.
 bool keep_logs(const std::string& dev, const std::string& data, const std::string& directory);
+
+// Copies the plain files of the directory `from` to the directory `to`; how many.
+int copy_files(const std::string& from, const std::string& to);

@@ -216,7 +216,8 @@ static int run_phone(const PhoneOptions& options, PhoneParts* parts) {
   rmdir(parts->mount_point.c_str());  // still there only when the phone could not be made
   if (booted && !options.pid_file.empty() && !write_pid_file(options.pid_file, pid))
     complain(errno_text("cannot write " + options.pid_file));
-  const HeldLogs held(options.failed_logs.empty() ? 0 : pid);
+  const bool hold = !options.failed_logs.empty() || !options.taken.empty();
+  const HeldLogs held(hold ? pid : 0);
   (void)!send(mine.get(), "go", 2, MSG_NOSIGNAL);  // a short COMMAND would be over by now
   bool in_time = true;
   if (master.ok()) {
@@ -233,7 +234,9 @@ static int run_phone(const PhoneOptions& options, PhoneParts* parts) {
     complain("ended after " + std::to_string(options.timeout_s) + " s");
   }
   const int ended = exit_status_of(pid), status = in_time ? ended : kTimedOut;
-  if (held.dev.ok()) keep_or_drop(held, options.failed_logs, status != 0);
+  if (!held.dev.ok()) return status;
+  if (!options.failed_logs.empty()) keep_or_drop(held, options.failed_logs, status != 0);
+  if (!options.taken.empty()) copy_files(HeldLogs::path(held.data) + kTakenDir, options.taken);
   return status;
 }
 

@@ -28,6 +28,7 @@ is COMMAND's; 125 when the phone could not be made, 124 after --timeout. Nothing
                         wrote into /dev/bench/name, or "phone"
   --adb PORT            adb connect 127.0.0.1:PORT; 0 takes a free port and tells which
   --adb-user USER       whom adb's commands run as: shell (the default) or root
+  --take DIR            copy the files of /data/local/taken to DIR when the phone has ended
   --timeout SECONDS     end the phone after that time
   --help                this text
 )";
@@ -127,6 +128,11 @@ static const struct {
      [](auto* o, auto& v) {
        o->adb_user = v;
        return v == "shell" || v == "root";
+     }},
+    {"--take", "a path",
+     [](auto* o, auto& v) {
+       o->taken = v;
+       return !v.empty();
      }},
     {"--timeout", "seconds",
      [](auto* o, auto& v) {

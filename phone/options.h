@@ -21,10 +21,14 @@ struct PhoneOptions {
   int adb_port = -1;               // of the host's loopback; 0: any that is free, -1: no adb
   std::string adb_user = "shell";  // or "root"
   std::string failed_logs;         // where the logs of a COMMAND that fails are kept, "": nowhere
+  std::string taken;               // where the files of kTakenDir go, "": nowhere
   int timeout_s = 0;               // end of everything, 0: none
   std::vector<std::string> command;
   bool help = false;
 };
+
+// Below the phone's /data; what COMMAND puts there can outlive the phone.
+constexpr const char* kTakenDir = "/local/taken";
 
 // What is stricter than Linux by itself asks for, and can be switched off.
 constexpr const char* kLooseWords[] = {"capabilities", "data", "properties", "sdcard", "tmp"};

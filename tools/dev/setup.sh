@@ -17,6 +17,7 @@ declare -A packages=(
   [clock]="libfaketime"
   [bare]="mmdebstrap"
   [adb]="adb python3"                                      # for ./dev phone --adb, and tests of tools/fleet
+  [browser]="chromium python3"                             # some 400 MB with all that it needs
 )
 
 # What each command needs of them. A command without a row installs nothing.
@@ -36,6 +37,7 @@ declare -A needs=(
   [arm64]="build phone gtest arm64"
   ["arm64 guest"]="guest"
   [bare]="bare"
+  [page]="build browser"
   ["build release"]="build gtest"
   ["build debug"]="build gtest"
   ["build clang"]="build gtest clang"
