@@ -144,6 +144,9 @@ show harrowmossctl log "$name" --count
 say "A page about it, for a browser"
 mkdir -p /data/local/taken
 show harrowmossctl view "$name" -o /data/local/taken/run.html
+for mark in crash anr tombstone evicted start stop; do
+  grep -q "\"kind\":\"$mark\"" /data/local/taken/run.html || die "the page has no mark for $mark"
+done
 ls -l /data/local/taken/run.html
 
 say "All fourteen logger types for a few seconds, and what each left"

@@ -64,7 +64,7 @@ dd { margin: 0; overflow-wrap: anywhere; }
  overflow: hidden; }
 .lane.marks > div { height: 44px; }
 canvas { display: block; width: 100%; height: 100%; }
-.mark { position: absolute; top: 4px; width: 16px; height: 36px; margin-left: -8px; padding: 0; border: 0;
+.mark { position: absolute; top: 4px; width: 16px; height: 36px; margin-left: -8px; padding: 0 0 20px; border: 0;
  background: none; font-size: 12px; font-weight: 700; line-height: 16px; color: var(--error); cursor: pointer; }
 .mark::after { content: ""; position: absolute; left: 7px; top: 16px; width: 2px; height: 20px;
  background: currentColor; }
