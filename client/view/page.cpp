@@ -7,7 +7,9 @@
 namespace {
 
 constexpr size_t kTalkers = 40;
-constexpr size_t kFilesMax = 2000;
+constexpr size_t kRowsMax = 2000;             // of marks and of files, fewer when they are long
+constexpr size_t kPageMax = 2 * 1024 * 1024;  // bytes
+constexpr size_t kFixedMax = 128 * 1024;      // for the page's own text
 
 template <typename Key>
 std::vector<std::pair<Key, talker>> loudest(const std::unordered_map<Key, talker>& all) {
@@ -63,7 +65,7 @@ void add_time(const char* key, log_stamp time, json_writer* json) {
   time == kNoStamp ? json->null() : json->number(time);
 }
 
-std::string data_json(const run_page& page, const run_survey& survey) {
+std::string data_json(const run_page& page, const run_survey& survey, size_t rows) {
   json_writer json;
   json.begin_object().member("run", page.run).member("name", page.name);
   json.member("state", page.state).member("types", page.types).member("build", page.build);
@@ -72,13 +74,16 @@ std::string data_json(const run_page& page, const run_survey& survey) {
   add_time("last", survey.last, &json);
   add_lanes(survey, &json);
   json.key("marks").begin_array();
+  size_t shown = 0;
   for (const auto& [time, mark] : survey.marks) {
+    if (shown++ == rows) break;
     json.begin_object().member("kind", mark.kind);
     add_time("time", time, &json);
     if (mark.until != kNoStamp) json.member("until", mark.until);
     json.member("text", mark.text).end_object();
   }
-  json.end_array().member("marks_left_out", survey.marks_left_out);
+  const auto cut = [&](size_t all) { return static_cast<int64_t>(all - std::min(all, rows)); };
+  json.end_array().member("marks_left_out", survey.marks_left_out + cut(survey.marks.size()));
   add_talkers("tags", survey.tags, &json);
   add_talkers("pids", survey.pids, &json);
   json.key("crashes").begin_array();
@@ -88,13 +93,11 @@ std::string data_json(const run_page& page, const run_survey& survey) {
     json.end_array().end_object();
   }
   json.end_array().key("files").begin_array();
-  for (size_t i = 0; i < page.files.size() && i < kFilesMax; ++i) {
+  for (size_t i = 0; i < page.files.size() && i < rows; ++i) {
     const page_file& file = page.files[i];
     json.begin_array().string(file.path).number(file.bytes).string(file.finding).end_array();
   }
-  json.end_array().member(
-      "files_left_out",
-      static_cast<int64_t>(page.files.size() - std::min(page.files.size(), kFilesMax)));
+  json.end_array().member("files_left_out", cut(page.files.size()));
   json.key("findings").begin_array();
   for (const std::string& finding : page.findings) json.string(finding);
   return json.end_array().end_object().text();
@@ -103,11 +106,16 @@ std::string data_json(const run_page& page, const run_survey& survey) {
 }  // namespace
 
 std::string page_html(const run_page& page, const run_survey& survey) {
-  std::string html = std::string(kPageHead) + "<style>" + kPageStyle + "</style>" + kPageTail +
-                     "<script type=\"application/json\" id=\"data\">";
-  // In JSON this character stands in strings only. Without it nothing ends the element.
-  for (const char c : data_json(page, survey)) {
-    c == '<' ? html += "\\u003c" : html += c;
+  std::string data;
+  for (size_t rows = kRowsMax; rows > 0; rows /= 2) {
+    data.clear();
+    // In JSON this character stands in strings only. Without it nothing ends the element.
+    for (const char c : data_json(page, survey, rows)) {
+      c == '<' ? data += "\\u003c" : data += c;
+    }
+    if (data.size() < kPageMax - kFixedMax) break;
   }
-  return html + "</script>\n<script>" + kPageScript + "</script>\n</body>\n</html>\n";
+  return std::string(kPageHead) + "<style>" + kPageStyle + "</style>" + kPageTail +
+         "<script type=\"application/json\" id=\"data\">" + data + "</script>\n<script>" +
+         kPageScript + "</script>\n</body>\n</html>\n";
 }

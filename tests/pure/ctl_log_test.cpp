@@ -326,6 +326,16 @@ TEST(CtlView, KeepsEveryTextInsideItsData) {
   EXPECT_EQ(read["marks"][0]["kind"], "crash");
   EXPECT_EQ(read["tags"][1][0], "Tag");
   EXPECT_EQ(client.run({"view", client.root()}), EXIT_USAGE);
+
+  std::string many;  // marks whose text grows six times
+  for (int i = 0; i < 3000; ++i) {
+    many += "11-18 10:00:02.000000     9     9 E ActivityManager: ANR in " + std::string(240, '<') +
+            "\n";
+  }
+  client.put("mobile/Q-system.txt", many);
+  ASSERT_EQ(client.run({"view", client.root(), "-o", "-"}), EXIT_OK);
+  EXPECT_LT(client.out.size(), 2u << 20);
+  EXPECT_TRUE(holds(client.out, "\"marks_left_out\":2")) << client.out.size();
 }
 
 TEST(CtlView, CountsByIntervalsThatGrow) {
