@@ -148,7 +148,7 @@ def _left_out(modules, root):
         if kind == "filegroup":
             compiled |= set(sources_of((kind, properties, folder), modules))
     for folder in (*DAEMON_FOLDERS, "client"):
-        for path in sorted((root / folder).glob("*.cpp")):
+        for path in sorted((root / folder).rglob("*.cpp")):
             if path not in compiled:
                 yield f"{path.relative_to(root)}: no module compiles it"
             if platform.search(path.read_text()):
