@@ -166,6 +166,7 @@ int run_log(const invocation& call, environment& env) {
   merge(&streams, &writer, call.follow ? std::function<bool()>(std::ref(more)) : nullptr);
   writer.flush();
   if (call.count) fputs(writer.counts(call.json).c_str(), env.out);
+  if (source.cut) return fail(call, env, EXIT_FAILED, source.archive + " ends early");
   for (const auto& stream : streams) {
     const std::string& trouble = static_cast<file_stream&>(*stream).trouble();
     if (!trouble.empty()) return fail(call, env, EXIT_FAILED, trouble);

@@ -59,9 +59,12 @@ std::string list_archive(run_source* source) {
       if (parse_listed(std::string_view(rest).substr(0, end), &file)) source->files.push_back(file);
     }
   };
-  const int status = read_child({{source->tar, "-t", "-v", "-z", "-f", source->archive}},
-                                std::chrono::milliseconds(kListLimit), take);
-  return status == 0 ? "" : source->archive + " is no archive that tar can read";
+  child_setup tar = {{source->tar, "-t", "-v", "-z", "-f", source->archive}};
+  tar.quiet = true;
+  // What a copy that was broken off still has is read.
+  source->cut = read_child(tar, std::chrono::milliseconds(kListLimit), take) != 0;
+  return source->cut && source->files.empty() ? source->archive + " is no archive that tar can read"
+                                              : "";
 }
 
 void list_places(run_source* source) {

@@ -16,6 +16,7 @@ struct run_source {
   std::string self_log;             // directory of the daemon's own log, "" when it is not known
   std::string archive;              // absolute path or as the caller named it; "" for directories
   std::string tar;                  // the tool that reads it
+  bool cut = false;                 // the archive ends early
   bool capturing = false;
   std::vector<run_file> files;
   int64_t written = 0;         // of the file that was written last

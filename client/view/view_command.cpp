@@ -127,6 +127,7 @@ std::string make_page(const environment& env, const run_source& source, const st
   int32_t types = 0;
   add_properties(source, &page, &types);
   add_files(source, types, &page);
+  if (source.cut) page.findings.push_back("the archive ends early: files are missing");
   for (const run_report& run : read_runs(env)) {
     if (run.name == source.name && source.archive.empty()) page.state = state_name(run);
   }

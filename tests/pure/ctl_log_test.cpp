@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <nlohmann/json.hpp>
+#include <thread>
 
 #include "client/merge/story.h"
 #include "client/merge/when.h"
@@ -276,6 +277,37 @@ TEST(CtlLog, FiltersAndCounts) {
     EXPECT_EQ(client.run(words), EXIT_USAGE) << row.said;
     EXPECT_TRUE(holds(client.err, row.said)) << client.err;
   }
+}
+
+TEST(CtlLog, FollowsThroughRotationTruncationAndTheMove) {
+  namespace fs = std::filesystem;
+  bench_client client;
+  const std::string name = "7#11-18_10-00-00";
+  client.properties = {{"persist.sys.zklog.enable", "on"},
+                       {"sys.harrowmossd.log_store_path", "/sdcard/zelkalog/" + name}};
+  const std::string below = "data/misc/zelkalog/" + name + "/mobile/Q-main.txt";
+  const std::string file = client.tree.root() + "/" + below;
+  const auto write = [&](const std::string& text) { client.tree.put(below, text); };
+  const auto pause = [] { std::this_thread::sleep_for(std::chrono::milliseconds(300)); };
+  write(line("10:00:01.000000", "a") + "11-18 10:00:02.000000   1");  // a torn line
+  std::thread following([&] { EXPECT_EQ(client.run({"log", "7", "--follow"}), EXIT_OK); });
+  pause();
+  fs::resize_file(file, line("10:00:01.000000", "a").size());
+  write(line("10:00:02.000000", "b") + line("10:00:03.000000", "c"));
+  fs::rename(file, file + ".1");
+  write(line("10:00:04.000000", "d"));
+  pause();
+  fs::rename(file + ".1", file + ".2");
+  fs::rename(file, file + ".1");
+  write(line("10:00:05.000000", "e"));
+  client.tree.put("sdcard/zelkalog/none", "");
+  fs::rename(client.env.working + "/" + name, client.env.store + "/" + name);
+  following.join();
+  std::string lines;
+  for (const char* text : {"1.000000 a", "2.000000 b", "3.000000 c", "4.000000 d", "5.000000 e"}) {
+    lines += line("10:00:0" + std::string(text, 8), text + 9);
+  }
+  EXPECT_EQ(client.out, lines) << client.err;
 }
 
 TEST(CtlLog, ShowsTheDaemonsStoryOfThisRunOnly) {

@@ -21,7 +21,7 @@ TEST(CtlLogSystem, FollowsARunToItsEndAndReadsItsArchive) {
     return phone.run({"harrowmossctl", "log", "1", "--follow", "--buffer", "radio,crash"});
   });
   ASSERT_TRUE(eventually([&] { return !phone.named("harrowmossctl").empty(); }));
-  phone.shell("log -b radio -t Radio -n 300 before; log -b crash -t Crash boom");
+  phone.shell("log -b radio -t Radio -n 300 before; log -b crash -t libc 'Fatal signal 11'");
   phone.setprop("bench.logcat.exit_pid", std::to_string(logcat_of(phone, "radio").pid));
   const std::string name = run_name(phone);
   const std::string second = working_path(name) + "/mobile/QZ201A-V1.02-radio_1.txt";
@@ -37,17 +37,22 @@ TEST(CtlLogSystem, FollowsARunToItsEndAndReadsItsArchive) {
                             "daemon: a logcat ended and is replaced: radio"}) {
     EXPECT_EQ(occurrences(whole.out, piece), 1) << piece << " in\n" << whole.out;
   }
-  for (const char* piece : {"Radio   : before", "Crash   : boom", "Radio   : after"}) {
+  for (const char* piece : {"Radio   : before", "libc    : Fatal signal 11", "Radio   : after"}) {
     EXPECT_GE(occurrences(followed.out, piece), 1) << piece << " in\n" << followed.out;
     EXPECT_EQ(occurrences(followed.out, piece), occurrences(whole.out, piece)) << piece;
   }
-  ASSERT_EQ(phone.run({"harrowmossctl", "pack", "1"}).status, 0);
+  ASSERT_EQ(phone.run({"harrowmossctl", "pack", "1", "--view"}).status, 0);
   const RunResult packed = phone.run({"harrowmossctl", "log", "/sdcard/" + name + ".tar.gz"});
   EXPECT_EQ(packed.status, 0) << packed.err;
   EXPECT_EQ(
       packed.out,
       phone.run({"harrowmossctl", "log", "1", "--buffer", "main,system,radio,events,crash,kernel"})
           .out);
+  const RunResult page =
+      phone.run({"tar", "-x", "-O", "-z", "-f", "/sdcard/" + name + ".tar.gz", name + ".html"});
+  for (const char* kind : {"start", "replaced", "hole", "crash", "stop"}) {
+    EXPECT_GE(occurrences(page.out, std::string("\"kind\":\"") + kind + "\""), 1) << kind;
+  }
 }
 
 }  // namespace
