@@ -227,7 +227,9 @@ void file_stream::update(const log_stream& files, bool last) {
   for (size_t i = 0; i < files.files.size() && open && same == SIZE_MAX; ++i) {
     if (files.files[i].path == path) same = i;
   }
+  if (last) follow_ = false;
+  // While a run is moved to the store its files vanish one by one: the next look has them there.
+  if (open && same == SIZE_MAX) return;
   files_ = files.files;
   current_ = same;
-  if (last) follow_ = false;
 }

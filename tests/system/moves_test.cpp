@@ -19,7 +19,7 @@ TEST(Moves, LoseNothingWhenAWriterFillsThePool) {
   ASSERT_TRUE(client.send(request(3, 1)));
   const std::string moving = "/data/misc/zelkalog/.moving-" + run;
   ASSERT_TRUE(eventually([&] { return phone.exists(moving) || phone.exists(store_path(run)); }));
-  EXPECT_EQ(phone.shell("fallocate -l 340m /data/media/0/other").status, 0);
+  phone.shell("dd if=/dev/zero of=/data/media/0/other bs=1048576 count=340");
   EXPECT_FALSE(client.reply(kSwitchMs).empty());
   client.close();
   for (int i = 0; i < kFiles; i++) {
