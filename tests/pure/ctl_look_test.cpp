@@ -25,6 +25,7 @@ TEST(CtlStatus, ShowsDaemonMonitorAndWorkers) {
   bench_client client;
   put_process(client.tree, 1, 0, "init", "init\0"s, nullptr, 0);
   put_process(client.tree, 20, 1, "harrowmossd", "x\0"s, "/system/bin/harrowmossd", 5);
+  put_process(client.tree, 19, 1, "harrowmossd", "x\0"s, "/system/bin/harrowmossd", 9);  // younger
   put_process(client.tree, 21, 20, "harrowmossd-lsm", "x\0"s, nullptr, 6);
   put_process(client.tree, 22, 20, "mossd:debug-net", "x\0y\x1b\0"s, nullptr, 7);
   put_process(client.tree, 23, 20, "a) S 1 1 (b", "z\0"s, nullptr, 8);  // a name like the fields

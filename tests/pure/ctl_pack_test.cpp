@@ -83,6 +83,9 @@ TEST(CtlPack, RefusesWhatWouldHarm) {
     EXPECT_EQ(client.run({"pack", row.what, "-o", row.output}), EXIT_USAGE) << row.output;
     EXPECT_TRUE(holds(client.err, row.said)) << client.err;
   }
+  std::filesystem::create_directory(root + "/bundle-of-mine");
+  client.run({"pack", root + "/bundle", "-o", root + "/bundle-of-mine/x.tgz"});
+  EXPECT_FALSE(holds(client.err, "cannot lie")) << client.err;  // nor in it, nor there
   EXPECT_EQ(client.run({"runs"}), EXIT_OK);
   EXPECT_FALSE(holds(client.out, "     2  ")) << client.out;
 }
@@ -116,6 +119,7 @@ TEST(CtlCheck, ComparesTheMaskWithTheFiles) {
       {"net/iptables-stop.txt", -1, 0x5, true, "note missing net net/iptables-stop.txt"},
       {"net/iptables-stop.txt", 0, 0x5, true, "empty net net/iptables-stop.txt"},
       {"net/iptables-stop.txt", -1, 0x5, false, ""},  // still to come
+      {"extra", 0, 0x45, false, ""},                  // of wifi too
       {"others_stop.prop", -1, 0, true, "missing every run others_stop.prop"},
       {"fg/fg_log.txt", 1, 0xd, true, "missing power power/*"},
   };
@@ -139,7 +143,8 @@ TEST(CtlCheck, TakesTheMaskFromTheRunsOwnPropertyList) {
   bench_client client;
   const std::string run = "sdcard/zelkalog/7#03-07_14-05-09/";
   client.tree.put(run + "system_stop.prop",
-                  "[persist.sys.zklog.type]: [4]\n[ro.build.display.id]: [D]\n");
+                  "[a]: [b [persist.sys.zklog.type]: [2]]\n[persist.sys.zklog.type]: "
+                  "[4]\n[ro.build.display.id]: [D]\n");
   client.tree.put(run + "others_stop.prop", "x");
   client.tree.put(run + "net/D-netlog.pcap", "x");
   client.tree.put(run + "net/iptables-start.txt", "x");
@@ -166,13 +171,18 @@ TEST(CtlCheck, TakesTheMaskFromTheRunsOwnPropertyList) {
 
 TEST(CtlEstimate, FitsToTheByte) {
   bench_client client;
-  client.tree.put("data/tombstones/t", "x");
-  const std::vector<std::string> words = {"feedback", "--estimate", "--json",
-                                          "--select", "tombstone",  client.tree.root() + "/bundle"};
-  EXPECT_EQ(client.run(words), EXIT_OK) << client.err;
-  const std::string key = "\"wanted\":";
-  const int64_t wanted = atoll(client.out.c_str() + client.out.find(key) + key.size());
+  client.tree.put("data/anr/t", "x");
+  std::vector<std::string> words = {"feedback", "--estimate", "--json",
+                                    "--select", "anr",        client.tree.root() + "/bundle"};
+  const auto wanted_for = [&](const char* selection) {
+    words[4] = selection;
+    EXPECT_EQ(client.run(words), EXIT_OK) << client.err;
+    const std::string key = "\"wanted\":";
+    return atoll(client.out.c_str() + client.out.find(key) + key.size());
+  };
+  const int64_t wanted = wanted_for("anr");
   EXPECT_GT(wanted, 0) << client.out;
+  EXPECT_EQ(wanted_for("bootfail,anr"), wanted) << client.out;  // the same files
   for (const int64_t missing : {0, 1}) {
     client.free_bytes = {{"", wanted + 134217728 - missing}};  // it lies where /data does
     EXPECT_EQ(client.run(words), missing == 0 ? EXIT_OK : EXIT_FAILED) << client.out;

@@ -52,6 +52,7 @@ struct eviction_row {
 const eviction_row kEvictions[] = {
     {"nothing is there", {}, {}, 3, true, ""},
     {"the oldest number, not the first name", {"10#a", "9#b"}, {"11#c"}, 11, true, "store/9#b"},
+    {"of two with one number, the first", {"9#a", "9#b"}, {}, 11, true, "store/9#a"},
     {"007 is 7", {"8#a", "007#b"}, {}, 9, true, "store/007#b"},
     {"0 hides no other", {"0#a", "1#b"}, {}, 3, true, "store/1#b"},
     {"0 never goes", {"0#a"}, {"2#b"}, 3, true, "working/2#b"},
@@ -119,15 +120,16 @@ TEST(CtlDu, ShowsQuotaRoomAndTheNextToGo) {
     EXPECT_TRUE(holds(client.out, piece)) << piece << " in\n" << client.out;
   }
   const std::pair<std::map<std::string, std::string>, const char*> rows[] = {
-      {{{"persist.sys.zelka.log.del", "false"}}, "switched off"},
-      {{{"persist.sys.zklog.enable", "off"}}, "none while debug logging is off"},
-      {{{"persist.sys.zelka.log.size", "20"}}, "none: below the quota"},
+      {{{"persist.sys.zelka.log.del", "false"}}, "removal:    switched off"},
+      {{{"persist.sys.zklog.enable", "off"}}, "removal:    none while debug logging is off"},
+      {{{"persist.sys.zelka.log.size", "20"}}, "removal:    none: below the quota"},
+      {{{"persist.sys.zelka.log.size", "20"}}, "used:       3 MiB of 15360 MiB"},
   };
-  for (const auto& [changes, removal] : rows) {
+  for (const auto& [changes, said] : rows) {
     const auto kept = client.properties;
     for (const auto& [key, value] : changes) client.properties[key] = value;
     EXPECT_EQ(client.run({"du"}), EXIT_OK);
-    EXPECT_TRUE(holds(client.out, std::string("removal:    ") + removal)) << client.out;
+    EXPECT_TRUE(holds(client.out, said)) << client.out;
     client.properties = kept;
   }
   // Nearly full, but for what a logcat of the run has preallocated.

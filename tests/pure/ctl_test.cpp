@@ -218,6 +218,7 @@ TEST(CtlText, CannotSteerATerminal) {
       {"plain\nlines \xc3\xa9", "plain\nlines \xc3\xa9"},
       {"\x1b[2J", "\\x1b[2J"},
       {"a\rb\x7f", "a\\x0db\\x7f"},
+      {"\xc2\x9f\xc2\xa0", "\\xc2\\x9f\xc2\xa0"},  // the last of them, and what follows
       {"\xc2\x9b"
        "31m",
        "\\xc2\\x9b31m"},  // one-character CSI
@@ -237,6 +238,7 @@ TEST(CtlDryRun, ShowsTheFrameAndConnectsToNobody) {
     EXPECT_TRUE(holds(client.out, piece)) << client.out;
   }
   EXPECT_FALSE(std::filesystem::exists(target));
+  EXPECT_EQ(client.run({"delete-logs", "--dry-run"}), EXIT_OK);  // needs no --yes
   EXPECT_EQ(client.run({"start", "0x801", "--dry-run", "--json"}), EXIT_OK);
   EXPECT_TRUE(holds(client.out, "\"frame\":\"10 00 02 00 00 00 02 00")) << client.out;
   EXPECT_TRUE(holds(client.out, "\"mobile,0x800 (0x801)\"")) << client.out;

@@ -23,7 +23,7 @@ TEST(ProtocolEncoder, TurnsUtf8IntoUtf16) {
   }
   // Cut, overlong, surrogates, and beyond the last character.
   for (const char* text : {"80", "c2 41", "f0 9f 98", "c1 bf", "e0 9f bf", "f0 8f bf bf",
-                           "ed a0 80", "f4 90 80 80", "ff"}) {
+                           "ed a0 80", "ed bf bf", "f4 90 80 80", "ff"}) {
     request_frame frame;
     std::string error;
     EXPECT_FALSE(encode_request(request(14), 1, {0, "/a/" + from_hex(text)}, &frame, &error));
@@ -70,6 +70,7 @@ TEST(ProtocolNames, ReadListsOfNamesAndNumbers) {
   } rows[] = {
       {kLoggerTypeWords, "mobile", 0x1, "mobile"},
       {kLoggerTypeWords, "net,mobile", 0x5, "mobile,net"},
+      {kLoggerTypeWords, "mobile,mobile", 0x1, "mobile"},
       {kLoggerTypeWords, "MPSSDUMP,anrdumpsys", 0x2400, "MPSSDump,anrDumpsys"},
       {kLoggerTypeWords, "0x5,touch", 0x15, "mobile,net,touch"},
       {kLoggerTypeWords, "mobile,longlogcat", 0x10001, "mobile,longlogcat"},

@@ -162,6 +162,7 @@ const struct {
      "no room for the archive: /sdcard/: [0-9]+ bytes wanted, 1048576 free"},
     {{"--file", "/usr/bin/false=/system/bin/gzip"}, 1, "gzip ended with 1"},
     {{"--file", kSlowGzip + "=/system/bin/gzip"}, 128 + SIGTERM, ""},  // interrupted
+    {{"--file", kSlowGzip + "=/system/bin/gzip"}, 128 + SIGHUP, ""},   // a lost adb shell
 };
 
 TEST(CtlPackSystem, LeavesNothingBehindWhenItCannotFinish) {
@@ -174,7 +175,8 @@ TEST(CtlPackSystem, LeavesNothingBehindWhenItCannotFinish) {
     const size_t before = phone.list("/data/bundle").size();
     std::string line = "harrowmossctl pack /data/bundle -o /sdcard/x.tgz";
     if (row.status > 128)
-      line += "& until [ -e /sdcard/.x.tgz.* ]; do sleep 0.01; done; kill $!; wait $!";
+      line += "& until [ -e /sdcard/.x.tgz.* ]; do sleep 0.01; done; kill -" +
+              std::to_string(row.status - 128) + " $!; wait $!";
     const RunResult packed = phone.shell(line);
     EXPECT_EQ(packed.status, row.status) << packed.err;
     EXPECT_TRUE(std::regex_search(packed.err, std::regex(row.err))) << packed.err;
