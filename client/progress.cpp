@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <iterator>
 #include <utility>
 
 #include "client/reader/self_log.h"
@@ -17,13 +18,7 @@ constexpr auto kQuietTime = std::chrono::seconds(10);  // then a sign of life
 
 // clang-format off
 
-// A step is recognised by the function that tells it ("" any) and the beginning of its message.
-constexpr struct {
-  std::string_view function;
-  std::string_view message;
-  const char* step;
-  bool append_rest;  // the rest of the message belongs to the step
-} kSteps[] = {
+constexpr told_message kSteps[] = {
     {"",                    "request start logger with types changed", "other types: the current run is stopped first", false},
     {"",                    "There is not enough d",            "too little free space: logging stays off", false},
     {"",                    "current work dir : ",              "new run ", true},
@@ -56,22 +51,10 @@ constexpr struct {
 
 // clang-format on
 
-bool begins_with(std::string_view text, std::string_view head) {
-  return text.substr(0, head.size()) == head;
-}
-
 }  // namespace
 
 std::string progress_step(std::string_view line) {
-  self_log_parts parts;
-  if (!split_self_log(line, &parts)) return "";
-  for (const auto& row : kSteps) {
-    if (!row.function.empty() && row.function != parts.function) continue;
-    if (!begins_with(parts.message, row.message)) continue;
-    const std::string_view rest = parts.message.substr(row.message.size());
-    return row.append_rest ? row.step + std::string(rest) : row.step;
-  }
-  return "";
+  return retell(kSteps, std::size(kSteps), line);
 }
 
 progress_lines::progress_lines(std::string self_log, FILE* out)

@@ -1,6 +1,7 @@
 #include "client/merge/story.h"
 
 #include <algorithm>
+#include <iterator>
 
 #include "client/reader/self_log.h"
 #include "client/text.h"
@@ -13,13 +14,7 @@ constexpr log_stamp kBeforeStart = 2 * kSecond;  // the name is made a moment be
 
 // clang-format off
 
-// Recognised by the function that tells it ("" any) and the beginning of its message.
-constexpr struct {
-  std::string_view function;
-  std::string_view message;
-  const char* told;
-  bool append_rest;  // the rest of the message belongs to it
-} kStory[] = {
+constexpr told_message kStory[] = {
     {"main",                  "After create directories",         "the daemon started", false},
     {"start_debug_log",       "current work dir : ",              kStart, true},
     {"",                      "There is not enough d",            "too little free space: logging stays off", false},
@@ -34,10 +29,6 @@ constexpr struct {
 
 // clang-format on
 
-bool begins_with(std::string_view text, std::string_view head) {
-  return text.substr(0, head.size()) == head;
-}
-
 time_range from_start(time_range range, log_stamp start) {
   if (start != kNoStamp) range.since = std::max(range.since, start - kBeforeStart);
   return range;
@@ -46,16 +37,8 @@ time_range from_start(time_range range, log_stamp start) {
 }  // namespace
 
 std::string story_of(std::string_view line) {
-  self_log_parts parts;
-  if (!split_self_log(line, &parts)) return "";
-  for (const auto& row : kStory) {
-    if (!row.function.empty() && row.function != parts.function) continue;
-    if (!begins_with(parts.message, row.message)) continue;
-    std::string_view rest = parts.message.substr(row.message.size());
-    rest = rest.substr(0, rest.find_last_not_of(" \r\n") + 1);
-    return row.append_rest ? row.told + one_line(rest) : row.told;
-  }
-  return "";
+  const std::string told = retell(kStory, std::size(kStory), line);
+  return one_line(told.substr(0, told.find_last_not_of(" \r\n") + 1));
 }
 
 story_stream::story_stream(const run_source& source, const log_stream& files,
@@ -80,7 +63,7 @@ bool story_stream::next() {
     if (line_.kind != line_kind::kLine) return true;
     const std::string told = line_.stamped ? story_of(line_.text) : "";
     if (told.empty()) continue;
-    if (begins_with(told, kStart)) {
+    if (told.rfind(kStart, 0) == 0) {
       const bool ours = run_.empty() || told.substr(std::string_view(kStart).size()) == run_;
       if (!ours && stopped_ != kNoStamp) {
         over_ = true;

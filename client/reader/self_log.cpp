@@ -12,3 +12,15 @@ bool split_self_log(std::string_view line, self_log_parts* parts) {
   parts->message = line.substr(colons + 3);
   return true;
 }
+
+std::string retell(const told_message* rows, size_t count, std::string_view line) {
+  self_log_parts parts;
+  if (!split_self_log(line, &parts)) return "";
+  for (const told_message* row = rows; row != rows + count; ++row) {
+    if (!row->function.empty() && row->function != parts.function) continue;
+    if (parts.message.substr(0, row->beginning.size()) != row->beginning) continue;
+    const std::string_view rest = parts.message.substr(row->beginning.size());
+    return row->append_rest ? row->told + std::string(rest) : row->told;
+  }
+  return "";
+}

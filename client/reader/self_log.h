@@ -1,6 +1,9 @@
 // Lines of the daemon's own log: "date time || harrowmossd [pid, tid] source|function|line:: text".
 #pragma once
 
+#include <stddef.h>
+
+#include <string>
 #include <string_view>
 
 struct self_log_parts {
@@ -10,3 +13,14 @@ struct self_log_parts {
 
 // False for what is no such line.
 bool split_self_log(std::string_view line, self_log_parts* parts);
+
+// A message that is told to people in other words.
+struct told_message {
+  std::string_view function;   // that logs it, "" any
+  std::string_view beginning;  // of its text
+  const char* told;
+  bool append_rest;  // the rest of its text belongs to it
+};
+
+// What the first of `rows` that fits tells of `line`; "" when none does.
+std::string retell(const told_message* rows, size_t count, std::string_view line);
