@@ -1,5 +1,5 @@
-// What the stop brings into the store from outside of the daemon's own workers. Main process or
-// size monitor; moves and copies take as long as they take, the waits are bounded.
+// The end of the vendor's part of a stop: waiting for its moves, and sorting what they brought. Main
+// process or size monitor; the wait is bounded, moves take as long as they take.
 #pragma once
 
 // Waits for the vendor's move within what is left of its budget, then sorts the wifi logs.
