@@ -1,5 +1,5 @@
-// The end of the vendor's part of a stop: waiting for its moves, and sorting what they brought. Main
-// process or size monitor; the wait is bounded, moves take as long as they take.
+// The end of the vendor's part of a stop: waiting for its moves, and sorting what they brought.
+// Main process or size monitor; the wait is bounded, moves take as long as they take.
 #pragma once
 
 // Waits for the vendor's move within what is left of its budget, then sorts the wifi logs.
