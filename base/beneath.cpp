@@ -29,11 +29,11 @@ size_t way_length(const char* path) {
   return 1 + strcspn(path + 1, "/");
 }
 
-using component = char[NAME_MAX + 1];
+using Component = char[NAME_MAX + 1];
 
 // Copies the next component of `*at` and moves behind it. False at the end; an over-long one is cut
 // to "", which no directory has.
-bool next_component(const char** at, component& name) {
+bool next_component(const char** at, Component& name) {
   *at += strspn(*at, "/");
   const size_t length = strcspn(*at, "/");
   if (length == 0) return false;
@@ -61,10 +61,10 @@ int open_way(const char* path, size_t length) {
 
 // Opens the directory that `name`, the last component of `path`, lies in. A path that is nothing
 // but the platform's way has "." as its last component. -1 with errno, ELOOP for a link.
-int open_parent(const char* path, component& name) {
+int open_parent(const char* path, Component& name) {
   const size_t way = way_length(path);
   const char* at = path + way;
-  component following;
+  Component following;
   const bool below = next_component(&at, name);
   if (!below && way > 0 && memchr(path + 1, '/', way - 1) == nullptr) {
     const char* first = path;  // a file directly below "/"
@@ -72,10 +72,10 @@ int open_parent(const char* path, component& name) {
     if (!named) memcpy(name, ".", 2);
     return open("/", kDirectory);
   }
-  scoped_fd dir(open_way(path, way));
+  ScopedFd dir(open_way(path, way));
   if (!below) memcpy(name, ".", 2);
   while (dir.valid() && below && next_component(&at, following)) {
-    scoped_fd next(openat(dir.get(), name, kDirectory | O_NOFOLLOW));
+    ScopedFd next(openat(dir.get(), name, kDirectory | O_NOFOLLOW));
     struct stat info;
     if (!next.valid() && errno == ENOTDIR &&
         fstatat(dir.get(), name, &info, AT_SYMLINK_NOFOLLOW) == 0 && S_ISLNK(info.st_mode)) {
@@ -90,11 +90,11 @@ int open_parent(const char* path, component& name) {
 }  // namespace
 
 int open_file_beneath(const char* path, int flags, mode_t mode) {
-  component name;
-  scoped_fd dir(open_parent(path, name));
+  Component name;
+  ScopedFd dir(open_parent(path, name));
   if (!dir.valid()) return -1;
   // Not blocking: a FIFO without a reader is refused here, one with a reader below.
-  scoped_fd fd(
+  ScopedFd fd(
       openat(dir.get(), name, flags | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, mode));
   struct stat info;
   if (!fd.valid() || (fstat(fd.get(), &info) == 0 && S_ISREG(info.st_mode))) return fd.release();
@@ -103,7 +103,7 @@ int open_file_beneath(const char* path, int flags, mode_t mode) {
 }
 
 FILE* open_stream_beneath(const char* path, int flags, const char* mode) {
-  scoped_fd fd(open_file_beneath(path, flags, 0666));
+  ScopedFd fd(open_file_beneath(path, flags, 0666));
   FILE* file = fd.valid() ? fdopen(fd.get(), mode) : nullptr;
   if (file != nullptr) fd.release();
   return file;
@@ -111,19 +111,19 @@ FILE* open_stream_beneath(const char* path, int flags, const char* mode) {
 
 bool is_trap(const char* path) {
   if (strspn(path + way_length(path), "/") == strlen(path + way_length(path))) return false;
-  component name;
-  scoped_fd dir(open_parent(path, name));
+  Component name;
+  ScopedFd dir(open_parent(path, name));
   struct stat info;
   if (!dir.valid()) return errno == ELOOP;
   if (fstatat(dir.get(), name, &info, AT_SYMLINK_NOFOLLOW) != 0) return false;
   return !S_ISREG(info.st_mode) && !S_ISDIR(info.st_mode);
 }
 
-mkdir_step make_shared_directory(const char* path) {
-  component name;
-  scoped_fd parent(open_parent(path, name));
-  if (!parent.valid() || mkdirat(parent.get(), name, 0777) != 0) return mkdir_step::mkdir;
-  scoped_fd dir(openat(parent.get(), name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-  if (!dir.valid() || fchown(dir.get(), kSdcardOwner, kSdcardOwner) != 0) return mkdir_step::chown;
-  return fchmod(dir.get(), 0777) == 0 ? mkdir_step::done : mkdir_step::chmod;
+MkdirStep make_shared_directory(const char* path) {
+  Component name;
+  ScopedFd parent(open_parent(path, name));
+  if (!parent.valid() || mkdirat(parent.get(), name, 0777) != 0) return MkdirStep::kMkdir;
+  ScopedFd dir(openat(parent.get(), name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  if (!dir.valid() || fchown(dir.get(), kSdcardOwner, kSdcardOwner) != 0) return MkdirStep::kChown;
+  return fchmod(dir.get(), 0777) == 0 ? MkdirStep::kDone : MkdirStep::kChmod;
 }

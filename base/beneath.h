@@ -27,5 +27,5 @@ bool is_trap(const char* path);
 
 // Makes the one directory `path` with mode 0777 and owner 1015:1015, whatever the umask says. Tells
 // the step that failed, with its errno.
-enum class mkdir_step { done, mkdir, chown, chmod };
-mkdir_step make_shared_directory(const char* path);
+enum class MkdirStep { kDone, kMkdir, kChown, kChmod };
+MkdirStep make_shared_directory(const char* path);

@@ -64,10 +64,10 @@ void safe_point() {
   }
 }
 
-no_safe_points::no_safe_points() {
+NoSafePoints::NoSafePoints() {
   s_no_safe_points++;
 }
-no_safe_points::~no_safe_points() {
+NoSafePoints::~NoSafePoints() {
   s_no_safe_points--;
 }
 
@@ -92,10 +92,10 @@ void wait_ready(int fd, short events, void (*handle)(int sig)) {
   }
 }
 
-signal_scope::signal_scope() : counted_(own_thread_id() == own_pid()) {
+SignalScope::SignalScope() : counted_(own_thread_id() == own_pid()) {
   if (counted_) s_handler_depth = s_handler_depth + 1;
 }
-signal_scope::~signal_scope() {
+SignalScope::~SignalScope() {
   if (counted_) s_handler_depth = s_handler_depth - 1;
 }
 bool in_signal_handler() {

@@ -22,14 +22,14 @@ void handle_noted_signals(void (*handle)(int sig));
 void set_safe_point_handler(void (*handle)(int sig), void (*look)());
 
 // A safe point inside of a request's own waiting: handles what was noted. Nothing while a
-// no_safe_points object lives: the start and the stop change the tables that the handling reads.
+// NoSafePoints object lives: the start and the stop change the tables that the handling reads.
 void safe_point();
-class no_safe_points {
+class NoSafePoints {
  public:
-  no_safe_points();
-  ~no_safe_points();
-  no_safe_points(const no_safe_points&) = delete;
-  no_safe_points& operator=(const no_safe_points&) = delete;
+  NoSafePoints();
+  ~NoSafePoints();
+  NoSafePoints(const NoSafePoints&) = delete;
+  NoSafePoints& operator=(const NoSafePoints&) = delete;
 };
 
 // A child inherits nothing that was noted for its parent.
@@ -42,12 +42,12 @@ void wait_ready(int fd, short events, void (*handle)(int sig));
 
 // Marks the dynamic extent of a signal handler. Counts those on the process's first thread, in a
 // plain variable: a thread_local one allocates memory at a thread's first use on Android.
-class signal_scope {
+class SignalScope {
  public:
-  signal_scope();
-  ~signal_scope();
-  signal_scope(const signal_scope&) = delete;
-  signal_scope& operator=(const signal_scope&) = delete;
+  SignalScope();
+  ~SignalScope();
+  SignalScope(const SignalScope&) = delete;
+  SignalScope& operator=(const SignalScope&) = delete;
 
  private:
   const bool counted_;  // a handler that forks ends in the child on another first thread

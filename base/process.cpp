@@ -53,7 +53,7 @@ struct process_stat {
 bool read_stat(pid_t pid, process_stat* out) {
   char path[32];
   snprintf(path, sizeof(path), "/proc/%d/stat", pid);
-  scoped_fd fd(open(path, O_RDONLY | O_CLOEXEC));
+  ScopedFd fd(open(path, O_RDONLY | O_CLOEXEC));
   if (!fd.valid()) return false;
   char text[512];
   const ssize_t size = read(fd.get(), text, sizeof(text) - 1);
@@ -78,7 +78,7 @@ bool parent_is_ours(pid_t parent) {
 // Calls `visit(pid, stat)` for every process until it returns true; returns whether one did.
 template <typename Visit>
 bool any_process(Visit visit) {
-  scoped_dir proc(opendir("/proc"));
+  ScopedDir proc(opendir("/proc"));
   if (!proc.valid()) return false;
   while (const dirent* entry = readdir(proc.get())) {
     const pid_t pid = atoi(entry->d_name);
@@ -89,10 +89,10 @@ bool any_process(Visit visit) {
 }
 
 // The child's half of fork_process().
-void enter_child(pid_t parent, group where, bool keep_connection, bool may_convert) {
+void enter_child(pid_t parent, Group where, bool keep_connection, bool may_convert) {
   s_forked_by = parent;
   s_may_convert_time = may_convert;
-  if (where == group::own) setpgid(0, 0);
+  if (where == Group::kOwn) setpgid(0, 0);
   forget_noted_signals();
   for (int i = 0; i < s_closed_in_children_count; i++) close(s_closed_in_children[i]);
   s_closed_in_children_count = 0;
@@ -102,7 +102,7 @@ void enter_child(pid_t parent, group where, bool keep_connection, bool may_conve
   }
 }
 
-pid_t fork_with(group where, bool keep_connection) {
+pid_t fork_with(Group where, bool keep_connection) {
   sigset_t all;
   sigset_t before;
   sigfillset(&all);
@@ -120,7 +120,7 @@ pid_t fork_with(group where, bool keep_connection) {
   }
   const int saved_errno = errno;
   // Both sides do it: whichever comes first, nobody sees the child in the wrong group.
-  if (pid > 0 && where == group::own) setpgid(pid, pid);
+  if (pid > 0 && where == Group::kOwn) setpgid(pid, pid);
   pthread_sigmask(SIG_SETMASK, &before, nullptr);
   errno = saved_errno;
   return pid;
@@ -159,11 +159,11 @@ pid_t parent_pid() {
   return known;
 }
 
-pid_t fork_process(group where) {
+pid_t fork_process(Group where) {
   return fork_with(where, false);
 }
 
-pid_t fork_process_keeping_connection(group where) {
+pid_t fork_process_keeping_connection(Group where) {
   const pid_t pid = fork_with(where, true);
   if (pid == 0) s_is_stray = true;  // unless it becomes another program
   return pid;

@@ -25,21 +25,21 @@ bool is_main_process();
 // The parent's pid for log lines. The main process's parent is init and stays so: it is asked once.
 pid_t parent_pid();
 
-enum class group {
-  inherit,  // stays in the forking process's group
-  own,      // leads a group of its own
+enum class Group {
+  kInherit,  // stays in the forking process's group
+  kOwn,      // leads a group of its own
 };
 
 // fork() for everything in the daemon. Returns as fork() does; 0 in the child, which has no signal
 // blocked, has noted none, and has closed what close_in_children() and set_connection() name. Safe
 // in a signal handler and in an extra thread.
-pid_t fork_process(group where);
+pid_t fork_process(Group where);
 
 // The same for the descriptor watcher's child, which keeps the connection. When it cannot become a
 // shell it goes on in the code of the process that forked it, as a stray child, to the end of the
 // request or of the start. It sends no reply, accepts no client, starts no size monitor and tells
 // nobody of a new run.
-pid_t fork_process_keeping_connection(group where);
+pid_t fork_process_keeping_connection(Group where);
 
 // True in a stray child.
 bool is_stray_child();

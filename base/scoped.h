@@ -7,12 +7,12 @@
 #include <unistd.h>
 
 template <typename T, typename Closer>
-class scoped {
+class Scoped {
  public:
-  explicit scoped(T value = Closer::none()) : value_(value) {}
-  scoped(const scoped&) = delete;
-  scoped& operator=(const scoped&) = delete;
-  ~scoped() { reset(); }
+  explicit Scoped(T value = Closer::none()) : value_(value) {}
+  Scoped(const Scoped&) = delete;
+  Scoped& operator=(const Scoped&) = delete;
+  ~Scoped() { reset(); }
 
   T get() const { return value_; }
   bool valid() const { return value_ != Closer::none(); }
@@ -32,14 +32,14 @@ class scoped {
   T value_;
 };
 
-struct fd_closer {
+struct FdCloser {
   static int none() { return -1; }
   static void close(int fd) { ::close(fd); }
 };
-struct dir_closer {
+struct DirCloser {
   static DIR* none() { return nullptr; }
   static void close(DIR* dir) { ::closedir(dir); }
 };
 
-using scoped_fd = scoped<int, fd_closer>;
-using scoped_dir = scoped<DIR*, dir_closer>;
+using ScopedFd = Scoped<int, FdCloser>;
+using ScopedDir = Scoped<DIR*, DirCloser>;

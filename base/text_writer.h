@@ -10,9 +10,9 @@
 #include <string_view>
 
 // Appends to a buffer that is known to be large enough, and checks nothing.
-class text_writer {
+class TextWriter {
  public:
-  explicit text_writer(char* begin) : begin_(begin), end_(begin) {}
+  explicit TextWriter(char* begin) : begin_(begin), end_(begin) {}
 
   void put(char c) { *end_++ = c; }
 

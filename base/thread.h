@@ -5,12 +5,12 @@
 #include <signal.h>
 
 // All signals are blocked on the calling thread, and on the threads that it starts, while it lives.
-class signals_blocked {
+class SignalsBlocked {
  public:
-  signals_blocked();
-  ~signals_blocked();
-  signals_blocked(const signals_blocked&) = delete;
-  signals_blocked& operator=(const signals_blocked&) = delete;
+  SignalsBlocked();
+  ~SignalsBlocked();
+  SignalsBlocked(const SignalsBlocked&) = delete;
+  SignalsBlocked& operator=(const SignalsBlocked&) = delete;
 
  private:
   sigset_t before_;

@@ -88,9 +88,9 @@ int32_t Client::ask(int32_t code, const int32_t* argument) {
   return result;
 }
 
-std::vector<log_entry> daemon_log() {
+std::vector<LogEntry> daemon_log() {
   const std::string bytes = read_file(std::string(kLogDirectory) + "/main");
-  std::vector<log_entry> entries;
+  std::vector<LogEntry> entries;
   for (size_t at = 0; at + sizeof(LogRecord) <= bytes.size();) {
     LogRecord record;
     memcpy(&record, bytes.data() + at, sizeof(record));

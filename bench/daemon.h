@@ -40,8 +40,8 @@ constexpr int32_t kStopRequest = 3;
 constexpr size_t kVersionRequestBytes = 14;  // length, code and serial
 
 // What the daemon has written to the Android log: time in nanoseconds, and the message.
-struct log_entry {
+struct LogEntry {
   int64_t ns;
   std::string message;
 };
-std::vector<log_entry> daemon_log();
+std::vector<LogEntry> daemon_log();

@@ -78,9 +78,9 @@ void print_figure(const std::string& name, const std::vector<double>& values) {
 
 }  // namespace
 
-block_times alternate(int rounds, const std::vector<contender>& contenders) {
+block_times alternate(int rounds, const std::vector<Contender>& contenders) {
   const size_t count = contenders.size();
-  block_times times(count);
+  BlockTimes times(count);
   for (int round = -1; round < rounds; round++) {
     for (size_t i = 0; i < count; i++) {
       const size_t which = (i + static_cast<size_t>(round + 1)) % count;
@@ -171,7 +171,7 @@ call_counts count_calls(pid_t tracee, long mark, int64_t periods) {
   attach(tracee);
   while (next_call(tracee) != mark) {
   }
-  call_counts calls;
+  CallCounts calls;
   for (int64_t passed = 0; passed < periods;) {
     const long call = next_call(tracee);
     if (call != SYS_restart_syscall) calls[call]++;

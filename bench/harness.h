@@ -17,16 +17,16 @@
 #include "phone/util.h"  // read_file(), split()
 
 // One competitor of a row: runs one block and returns what it took, in nanoseconds.
-struct contender {
+struct Contender {
   const char* name;
   std::function<int64_t()> block;
 };
 
 // times[contender][round]
-using block_times = std::vector<std::vector<double>>;
+using BlockTimes = std::vector<std::vector<double>>;
 
 // Runs `rounds` rounds after one that does not count.
-block_times alternate(int rounds, const std::vector<contender>& contenders);
+BlockTimes alternate(int rounds, const std::vector<Contender>& contenders);
 
 // One JSON object as a line on standard output, which bench/run.py reads: the figure `name` with
 // its value and, where there were several rounds, the quartiles around the median.
@@ -59,8 +59,8 @@ void end(pid_t pid);
 // Counts the system calls of the process `tracee` by number, from one entry of the call `mark` to
 // its `periods`th next one, by ptrace; so what the tracee does must be under way or come from
 // another process. An interrupted call that the kernel takes up again is counted once.
-using call_counts = std::map<long, int64_t>;
-call_counts count_calls(pid_t tracee, long mark, int64_t periods);
+using CallCounts = std::map<long, int64_t>;
+CallCounts count_calls(pid_t tracee, long mark, int64_t periods);
 int64_t total_calls(const call_counts& calls);
 
 // Instructions that `tracee` executes in user space from one call of `mark` to the next, which

@@ -23,7 +23,7 @@ int main() {
   install_signal_handlers();
   initialize_globals();
   for (int i = get_int_prop("bench.workers", 0); i > 0; i--) {
-    const pid_t pid = fork_process(group::own);
+    const pid_t pid = fork_process(Group::kOwn);
     if (pid == 0) {
       set_process_name("idle");
       for (;;) pause();

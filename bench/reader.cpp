@@ -54,17 +54,17 @@ used_time run_line(const std::string& line) {
   return {(us(used.ru_utime) + us(used.ru_stime)) * 1000, wall_ns() - start, used.ru_maxrss};
 }
 
-contender line_contender(const char* name, const std::string& line) {
+Contender line_contender(const char* name, const std::string& line) {
   return {name, [line] { return run_line(line).cpu_ns; }};
 }
 
 // One buffer's files, rotated at 100 MiB each; a line in `share` of 100, all with the same clock.
-class buffer_writer {
+class BufferWriter {
  public:
-  explicit buffer_writer(const char* name) : name_(name) {}
-  ~buffer_writer() {
+  explicit BufferWriter(const char* name) : name_(name) {}
+  ~BufferWriter() {
     if (file_ != nullptr) fclose(file_);
-    for (int i = 0; i + 1 < parts_; ++i) {
+    for (int i = 0; i + 1 < parts_; i++) {
       rename(part(i).c_str(), (path() + "." + std::to_string(parts_ - 1 - i)).c_str());
     }
     if (parts_ > 0) rename(part(parts_ - 1).c_str(), path().c_str());
@@ -94,9 +94,9 @@ class buffer_writer {
 void make_run() {
   mkdir(kRun, 0777);
   mkdir((std::string(kRun) + "/mobile").c_str(), 0777);
-  std::vector<std::unique_ptr<buffer_writer>> writers;
+  std::vector<std::unique_ptr<BufferWriter>> writers;
   for (const auto& buffer : kBuffers)
-    writers.push_back(std::make_unique<buffer_writer>(buffer.name));
+    writers.push_back(std::make_unique<BufferWriter>(buffer.name));
   const std::string filling(200, 'x');
   uint32_t number = 1;
   int64_t us = 0;

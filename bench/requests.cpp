@@ -108,7 +108,7 @@ void count(Client* client) {
   std::thread sender([&] {
     while (!counted) ask_version(client);
   });
-  call_counts calls = count_calls(daemon_pid(), SYS_read, kReads * kCounted);
+  CallCounts calls = count_calls(daemon_pid(), SYS_read, kReads * kCounted);
   counted = true;
   sender.join();
   for (const long call : {SYS_getpid, SYS_gettid}) calls.erase(call);

@@ -38,7 +38,7 @@ double pss_of(const std::vector<pid_t>& pids) {
 
 int32_t all_types() {
   int32_t mask = 0;
-  for (const named_bit& type : kLoggerTypeNames) mask |= type.mask;
+  for (const NamedBit& type : kLoggerTypeNames) mask |= type.mask;
   return mask;
 }
 
@@ -80,7 +80,7 @@ stop_times start_and_stop(Client* client, int32_t mask) {
   client->ask(kStopRequest);
   stop_times times = {};
   int64_t start = 0;
-  for (const log_entry& entry : daemon_log()) {
+  for (const LogEntry& entry : daemon_log()) {
     const auto has = [&entry](const char* text) {
       return entry.message.find(text) != std::string::npos;
     };

@@ -33,8 +33,8 @@ pid_t get_fingerprint_log(const char* out_dir, const char* source, const char* f
   char path[4096];
   format_cut(path, "%s/%s", out_dir, file_name);
   LOGD("%s, out:%s", source, out_dir);
-  const shell_text command = shell_text("cat").arg(source).raw(" >>").target(path);
-  const pid_t pid = fork_process(group::own);
+  const ShellText command = ShellText("cat").arg(source).raw(" >>").target(path);
+  const pid_t pid = fork_process(Group::kOwn);
   if (pid == -1) {
     LOGE("fork err:%s.\n", strerror(errno));
     return -1;

@@ -39,14 +39,14 @@ namespace {
 constexpr char kLogSource[] = "commands";
 
 void log_step(const char* function) {
-  LOG_AS(ANDROID_LOG_DEBUG, function, "function invoked");
+  LOGD_AS(function, "function invoked");
 }
 
 }  // namespace
 
 // Crash artefacts are copied: their owners keep them. The vendor's move is asked for early: it runs in parallel with
 // the rest of the stop.
-constexpr closing_step kClosingSteps[kClosingStepCount] = {
+constexpr ClosingStep kClosingSteps[kClosingStepCount] = {
     [] { catch_bugreport(false, s_log_store_path); s_extended_logcat_count = false; },
     stop_router_log,
     stop_wifi_log,

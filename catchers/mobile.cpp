@@ -51,9 +51,9 @@ void catcher_watch_fd_log(const char* dir) {
   copy_or_abort(fd_dir, dir);
   append_or_abort(fd_dir, "/fd");
   creat_dir(fd_dir);
-  const shell_text command = shell_text("/system/bin/sh /system/etc/watch_fd.sh >")
-                                 .target(std::string(fd_dir) + "/fd_log.txt");
-  const pid_t pid = fork_process_keeping_connection(group::own);
+  const ShellText command = ShellText("/system/bin/sh /system/etc/watch_fd.sh >")
+                                .target(std::string(fd_dir) + "/fd_log.txt");
+  const pid_t pid = fork_process_keeping_connection(Group::kOwn);
   if (pid == 0) {
     exec_shell("/system/bin/sh", "debug/vesk", command);
     return;  // without a shell: a stray child, see fork_process_keeping_connection()
@@ -74,11 +74,11 @@ void enable_qmi_messages(const char*) {
   run_shell("echo 0x2 > /sys/module/ipc_router_core/parameters/debug_mask");
 }
 
-struct mobile_option {
+struct MobileOption {
   const char* begins_with;
   void (*apply)(const char* dir);
 };
-constexpr mobile_option kOptions[] = {
+constexpr MobileOption kOptions[] = {
     {"qmi_msg", enable_qmi_messages},
     {"watch_fd", catcher_watch_fd_log},
 };
@@ -86,7 +86,7 @@ constexpr mobile_option kOptions[] = {
 // The app's option file: only its first bytes count, and the first option that fits. Not blocking:
 // shared storage may hold anything under that name, a FIFO too.
 void handle_mobile_cfg(const char* dir) {
-  scoped_fd fd(open(kMobileCfg, O_RDWR | O_NONBLOCK | O_CLOEXEC));
+  ScopedFd fd(open(kMobileCfg, O_RDWR | O_NONBLOCK | O_CLOEXEC));
   if (!fd.valid()) {
     LOGE("open file %s failed ! %s\n", kMobileCfg, strerror(errno));
     return;
@@ -98,7 +98,7 @@ void handle_mobile_cfg(const char* dir) {
     LOGE("read file %s failed ! %s\n", kMobileCfg, strerror(errno));
     return;
   }
-  for (const mobile_option& option : kOptions) {
+  for (const MobileOption& option : kOptions) {
     if (!starts_with(text, option.begins_with)) continue;
     option.apply(dir);
     return;

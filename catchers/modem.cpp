@@ -21,18 +21,18 @@ constexpr int kStorageGraceMs = 500;  // before the first start of the newer log
 constexpr int kLoggerStartMs = 1000;  // for the vendor's service to come up
 
 // The modem logger's mask file: where the app leaves it and where the logger reads it.
-struct diag_cfg {
+struct DiagCfg {
   const char* source;
   const char* target;
 };
-constexpr diag_cfg kFirstModem = {kDiagCfg, "/data/vendor/zelkalog/.DIAG.cfg"};
-constexpr diag_cfg kSecondModem = {kDiagMdm2Cfg, "/data/vendor/zelkalog/.DIAGMDM2.cfg"};
+constexpr DiagCfg kFirstModem = {kDiagCfg, "/data/vendor/zelkalog/.DIAG.cfg"};
+constexpr DiagCfg kSecondModem = {kDiagMdm2Cfg, "/data/vendor/zelkalog/.DIAGMDM2.cfg"};
 
 // cp would wait for ever for a writer of a FIFO that somebody put there.
-void copy_mask_file(const diag_cfg& cfg) {
+void copy_mask_file(const DiagCfg& cfg) {
   struct stat info;
   if (stat(cfg.source, &info) == 0 && !S_ISREG(info.st_mode)) {
-    LOG_AS(ANDROID_LOG_ERROR, "catcher_modem_log", "not a file: %s", cfg.source);
+    LOGE_AS("catcher_modem_log", "not a file: %s", cfg.source);
     return;
   }
   copy_file(cfg.source, cfg.target);
@@ -52,7 +52,7 @@ int catcher_modem_log(const char* /*log_dir*/, const char* name) {
        dir, s_log_store_path);
   const bool second_modem = atoi(types_wifi.c_str()) == 1;
   if (second_modem) LOGE("wifi log 2");
-  const diag_cfg& cfg = second_modem ? kSecondModem : kFirstModem;
+  const DiagCfg& cfg = second_modem ? kSecondModem : kFirstModem;
   copy_mask_file(cfg);
 
   if (get_int_prop(kModemFilesProp, 0) < 1) {

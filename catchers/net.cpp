@@ -88,12 +88,11 @@ std::string capture_path(const char* dir) {
 [[noreturn]] void run_capture(const char* name, const std::string& path) {
   set_process_name(name);
   creat_file(path.c_str());
-  const shell_text command = shell_text("/system/bin/sh /system/etc/get_net_log.sh").target(path);
+  const ShellText command = ShellText("/system/bin/sh /system/etc/get_net_log.sh").target(path);
   if (command.size() < kPathSize) {
     run_shell(command);
   } else {
-    LOG_AS(ANDROID_LOG_ERROR, "catcher_net_log", "no command for the capture file %s",
-           path.c_str());
+    LOGE_AS("catcher_net_log", "no command for the capture file %s", path.c_str());
   }
   end_process(0);
 }
@@ -106,7 +105,7 @@ void start_net_cmd_log() {
 
 // A command's section of the snapshot. Its head is written with its first line, because a command
 // that cannot be started has none.
-struct snapshot_section {
+struct SnapshotSection {
   FILE* file;
   const char* command;
   bool has_head;
@@ -118,13 +117,13 @@ struct snapshot_section {
 };
 
 void write_line(void* context, const char* line) {
-  auto* section = static_cast<snapshot_section*>(context);
+  auto* section = static_cast<SnapshotSection*>(context);
   section->write_head();
   fputs(line, section->file);
 }
 
-void write_command_output(FILE* file, const shell_text& command, int bound_ms) {
-  snapshot_section section = {file, command.c_str(), false};
+void write_command_output(FILE* file, const ShellText& command, int bound_ms) {
+  SnapshotSection section = {file, command.c_str(), false};
   char line[kLineSize];
   if (run_shell_lines(command, bound_ms, line, sizeof(line), write_line, &section) == 0) {
     section.write_head();
@@ -165,12 +164,12 @@ void catcher_net_cmd_log(const net_cmd_path* table, size_t count, const char* fi
   if (creat_file(path) < 0) return;
   FILE* file = open_stream_beneath(path, O_RDWR | O_TRUNC, "w+");
   if (file == nullptr) return;
-  series_budget budget(file_name);
+  SeriesBudget budget(file_name);
   for (size_t i = 0; i < count; i++) {
     if (table[i].cmd.get() == nullptr || table[i].args.get() == nullptr) continue;
     const int left = budget.left();
     if (left == 0) break;
-    write_command_output(file, shell_text(table[i].cmd).raw(table[i].args), left);
+    write_command_output(file, ShellText(table[i].cmd).raw(table[i].args), left);
   }
   fclose(file);
 }

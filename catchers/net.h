@@ -7,8 +7,8 @@
 
 // One command of a snapshot: the program and its argument text, "" or beginning with a blank.
 struct net_cmd_path {
-  fixed_text cmd;
-  fixed_text args;
+  FixedText cmd;
+  FixedText args;
 };
 
 // The directory of the network log, "" while "net" was not started in this process. Main process or

@@ -24,18 +24,17 @@ constexpr char kPowerSaveProp[] = "persist.service.powersave.logs";
 
 // The kernel's switch; a model without it is fine.
 void write_power_switch(const char* digit) {
-  scoped_fd fd(open(kPowerSwitch, O_RDWR | O_CLOEXEC));
+  ScopedFd fd(open(kPowerSwitch, O_RDWR | O_CLOEXEC));
   if (fd.valid()) (void)!write(fd.get(), digit, 1);
 }
 
 // The fuel-gauge worker's body.
-[[noreturn]] void run_fg_script(const shell_text& command) {
+[[noreturn]] void run_fg_script(const ShellText& command) {
   set_process_name("fg");
-  LOG_AS(ANDROID_LOG_DEBUG, "catcher_fg_log", "execute fg log pid %d  \n", getpid());
+  LOGD_AS("catcher_fg_log", "execute fg log pid %d  \n", getpid());
   const int rc = run_shell(command);
   if (rc != 0) {
-    LOG_AS(ANDROID_LOG_ERROR, "catcher_fg_log", "execute fg log process %d, err: %s\n", rc,
-           strerror(errno));
+    LOGE_AS("catcher_fg_log", "execute fg log process %d, err: %s\n", rc, strerror(errno));
   }
   end_process(0);
 }
@@ -45,7 +44,7 @@ void catcher_fg_log(const char* log_dir) {
   char dir[kPathSize];
   make_type_dir(dir, log_dir, "fg");
   // No slash in front: the shell is found from the daemon's working directory, which is "/".
-  const shell_text command = shell_text("system/bin/sh  /system/etc/fg_logs_start.sh").target(dir);
+  const ShellText command = ShellText("system/bin/sh  /system/etc/fg_logs_start.sh").target(dir);
   const pid_t pid = fork_worker(__func__);
   if (pid == -1) return;
   if (pid == 0) run_fg_script(command);
@@ -54,11 +53,11 @@ void catcher_fg_log(const char* log_dir) {
 }
 
 // Runs `script` with the run's directory and its power directory, which is made first.
-void run_power_script(fixed_text script, const char* log_dir, const char* name) {
+void run_power_script(FixedText script, const char* log_dir, const char* name) {
   char dir[kPathSize];
   format_cut(dir, "%s/%s", log_dir, name);
   creat_dir(dir);
-  run_tool(shell_text("/system/bin/sh ").raw(script).target(log_dir).target(dir));
+  run_tool(ShellText("/system/bin/sh ").raw(script).target(log_dir).target(dir));
 }
 
 }  // namespace

@@ -33,22 +33,20 @@ bool start_copier() {
   const bool second_channel = get_string_prop("persist.sys.harrowmoss.cfg", "false") == "true";
   const char* source =
       second_channel ? "/d/ipc_logging/qrtr_2/log_cont" : "/d/ipc_logging/qrtr_0/log_cont";
-  const shell_text command = shell_text("cat").arg(source).raw(" >").target(kFile);
-  const pid_t pid = fork_process(group::own);
+  const ShellText command = ShellText("cat").arg(source).raw(" >").target(kFile);
+  const pid_t pid = fork_process(Group::kOwn);
   if (pid == -1) {
     qrtr_log_pid = 0;
-    LOG_AS(ANDROID_LOG_ERROR, "catcher_mobile_log", "get qtrlog, fork err:%s.\n", strerror(errno));
+    LOGE_AS("catcher_mobile_log", "get qtrlog, fork err:%s.\n", strerror(errno));
     return false;
   }
   if (pid == 0) {
-    LOG_AS(ANDROID_LOG_ERROR, "catcher_mobile_log", "command=%s,getpid=%d", command.c_str(),
-           getpid());
+    LOGE_AS("catcher_mobile_log", "command=%s,getpid=%d", command.c_str(), getpid());
     exec_shell("sh", "sh", command);
     perror("execlp error");
     end_process(0);
   }
-  LOG_AS(ANDROID_LOG_ERROR, "catcher_mobile_log", "fork child process, pid:%d, sh -c %s \n", pid,
-         command.c_str());
+  LOGE_AS("catcher_mobile_log", "fork child process, pid:%d, sh -c %s \n", pid, command.c_str());
   qrtr_log_pid = pid;
   add_to_debug_group(pid);
   return true;
@@ -61,8 +59,7 @@ void start_rotation() {
   if (result == 0) return;
   s_rotating = false;
   if (result < 0) {
-    LOG_AS(ANDROID_LOG_ERROR, "catcher_mobile_log", "create monitor thread fail, error=%s\n",
-           strerror(errno));
+    LOGE_AS("catcher_mobile_log", "create monitor thread fail, error=%s\n", strerror(errno));
     qtrlog_running = false;
   }
 }

@@ -6,7 +6,7 @@
 
 #include "selflog/log.h"
 
-sleep_counters s_sleep_counters;
+SleepCounters s_sleep_counters;
 
 namespace {
 
@@ -61,76 +61,73 @@ bool opens(const char* path) {
 
 void read_aosd_and_cxsd() {
   LOGD("function invoked");
-  read_lines(kSystemSleepStats, aosd_cxsd_parser());
+  read_lines(kSystemSleepStats, AosdCxsdParser());
 }
 
 void read_vmin() {
   LOGD("function invoked");
-  read_lines(kRpmStats, vmin_parser());
+  read_lines(kRpmStats, VminParser());
 }
 
 }  // namespace
 
-void aosd_cxsd_parser::line(const char* text, sleep_counters* counters) {
-  LOG_AS(ANDROID_LOG_DEBUG, "read_aosd_and_cxsd", "fd_power_system_sleep_stats Message %s", text);
+void AosdCxsdParser::line(const char* text, SleepCounters* counters) {
+  LOGD_AS("read_aosd_and_cxsd", "fd_power_system_sleep_stats Message %s", text);
   const char* value = value_of(text, kCount);
   if (aosd_ && value != nullptr) {
     counters->aosd_count = atoi(value);
-    LOG_AS(ANDROID_LOG_DEBUG, "read_aosd_and_cxsd", "fd_power_system_sleep_stats aosd count is %s",
-           value);
-    LOG_AS(ANDROID_LOG_DEBUG, "read_aosd_and_cxsd", "aosd count is %d", counters->aosd_count);
+    LOGD_AS("read_aosd_and_cxsd", "fd_power_system_sleep_stats aosd count is %s", value);
+    LOGD_AS("read_aosd_and_cxsd", "aosd count is %d", counters->aosd_count);
     aosd_ = false;
   }
   if (cxsd_ && value != nullptr) {
     counters->cxsd_count = atoi(value);
-    LOG_AS(ANDROID_LOG_DEBUG, "read_aosd_and_cxsd", "fd_power_system_sleep_stats cxsd count is %s",
-           value);
-    LOG_AS(ANDROID_LOG_DEBUG, "read_aosd_and_cxsd", "cxsd count is %d", counters->cxsd_count);
+    LOGD_AS("read_aosd_and_cxsd", "fd_power_system_sleep_stats cxsd count is %s", value);
+    LOGD_AS("read_aosd_and_cxsd", "cxsd count is %d", counters->cxsd_count);
     cxsd_ = false;
   }
   aosd_ = aosd_ || contains(text, "aosd");
   cxsd_ = cxsd_ || contains(text, "cxsd");
 }
 
-void vmin_parser::line(const char* text, sleep_counters* counters) {
-  LOG_AS(ANDROID_LOG_DEBUG, "read_vmin", "fd_kernel_rpm_stats Message %s", text);
+void VminParser::line(const char* text, SleepCounters* counters) {
+  LOGD_AS("read_vmin", "fd_kernel_rpm_stats Message %s", text);
   const char* value = section_.searches() ? value_of(text, kCount) : nullptr;
   if (value != nullptr) {
     counters->vmin_count = atoi(value);
-    LOG_AS(ANDROID_LOG_DEBUG, "read_vmin", "fd_kernel_rpm_stats vmin count is %s", value);
-    LOG_AS(ANDROID_LOG_DEBUG, "read_vmin", "vmin count is %d", counters->vmin_count);
+    LOGD_AS("read_vmin", "fd_kernel_rpm_stats vmin count is %s", value);
+    LOGD_AS("read_vmin", "vmin count is %d", counters->vmin_count);
   }
   section_.next(contains(text, "vmin"), value != nullptr);
 }
 
-void master_parser::line(const char* text, sleep_counters* counters) {
+void MasterParser::line(const char* text, SleepCounters* counters) {
   const char* name = "read_numshutdowns_and_xo_count";
-  LOG_AS(ANDROID_LOG_DEBUG, name, "fd_kernel_rpm_master_stats Message %s", text);
+  LOGD_AS(name, "fd_kernel_rpm_master_stats Message %s", text);
   const bool searches = section_.searches();
   const char* xo = searches ? value_of(text, kXoCount) : nullptr;
   if (xo != nullptr) {
     counters->xo_count = hexadecimal(xo);
-    LOG_AS(ANDROID_LOG_DEBUG, name, "fd_kernel_rpm_master_stats xo_count is %s", xo);
-    LOG_AS(ANDROID_LOG_DEBUG, name, "xo_count is %d", counters->xo_count);
+    LOGD_AS(name, "fd_kernel_rpm_master_stats xo_count is %s", xo);
+    LOGD_AS(name, "xo_count is %d", counters->xo_count);
   }
   const char* key = searches ? strstr(text, "numshutdowns") : nullptr;
   const char* value = key == nullptr ? nullptr : strchr(key, '0');  // the values are "0x..."
   if (value != nullptr) {
     counters->mpss_numshutdowns = hexadecimal(value);
-    LOG_AS(ANDROID_LOG_DEBUG, name, "MPSS message is %s", value);
-    LOG_AS(ANDROID_LOG_DEBUG, name, "MPSS numshutdowns is %d", counters->mpss_numshutdowns);
+    LOGD_AS(name, "MPSS message is %s", value);
+    LOGD_AS(name, "MPSS numshutdowns is %d", counters->mpss_numshutdowns);
   }
   section_.next(contains(text, "MPSS"), key != nullptr);
 }
 
-void rpmh_parser::line(const char* text, sleep_counters* counters) {
-  LOG_AS(ANDROID_LOG_DEBUG, "read_sleep_count", "fd_power_rpmh_master_stats Message %s", text);
+void RpmhParser::line(const char* text, SleepCounters* counters) {
+  LOGD_AS("read_sleep_count", "fd_power_rpmh_master_stats Message %s", text);
   const char* value = section_.searches() ? value_of(text, kSleepCount) : nullptr;
   if (value != nullptr) {
     counters->sleep_count = hexadecimal(value);
-    LOG_AS(ANDROID_LOG_DEBUG, "read_sleep_count", "fd_power_rpmh_master_stats Sleep Count is %s",
-           value);
-    LOG_AS(ANDROID_LOG_DEBUG, "read_sleep_count", "Sleep Count is %d", counters->sleep_count);
+    LOGD_AS("read_sleep_count", "fd_power_rpmh_master_stats Sleep Count is %s", value);
+    LOGD_AS("read_sleep_count", "Sleep Count is %d", counters->sleep_count);
   }
   section_.next(contains(text, "MPSS"), value != nullptr);
 }
@@ -147,10 +144,10 @@ void read_vmin_or_aosd_and_cxsd() {
 
 void read_numshutdowns_and_xo_count() {
   LOGD("function invoked");
-  read_lines(kRpmMasterStats, master_parser());
+  read_lines(kRpmMasterStats, MasterParser());
 }
 
 void read_sleep_count() {
   LOGD("function invoked");
-  read_lines(kRpmhMasterStats, rpmh_parser());
+  read_lines(kRpmhMasterStats, RpmhParser());
 }

@@ -5,7 +5,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
-struct sleep_counters {
+struct SleepCounters {
   int32_t vmin_count = -1;  // application processor
   int32_t aosd_count = -1;
   int32_t cxsd_count = -1;
@@ -15,7 +15,7 @@ struct sleep_counters {
 };
 
 // Tells which lines are looked at: those behind a line with the heading, until the key was found.
-class section_state {
+class SectionState {
  public:
   // Whether the next line is to be searched for the key. The first line of a file never is.
   bool searches() const { return !first_ && (heading_before_ || wanted_); }
@@ -37,9 +37,9 @@ class section_state {
 // longer line arrives in pieces), and logs them.
 
 // "/sys/power/system_sleep/stats": the first "count:" line behind a line that names the counter.
-class aosd_cxsd_parser {
+class AosdCxsdParser {
  public:
-  void line(const char* text, sleep_counters* counters);
+  void line(const char* text, SleepCounters* counters);
 
  private:
   bool aosd_ = false;
@@ -47,35 +47,35 @@ class aosd_cxsd_parser {
 };
 
 // "/sys/kernel/debug/rpm_stats": "vmin", then "count:" on a later line.
-class vmin_parser {
+class VminParser {
  public:
-  void line(const char* text, sleep_counters* counters);
+  void line(const char* text, SleepCounters* counters);
 
  private:
-  section_state section_;
+  SectionState section_;
 };
 
 // "/sys/kernel/debug/rpm_master_stats": below "MPSS", "xo_count:" and "numshutdowns:" in
 // hexadecimal.
-class master_parser {
+class MasterParser {
  public:
-  void line(const char* text, sleep_counters* counters);
+  void line(const char* text, SleepCounters* counters);
 
  private:
-  section_state section_;
+  SectionState section_;
 };
 
 // "/sys/power/rpmh_stats/master_stats": below "MPSS", "Sleep Count:" in hexadecimal.
-class rpmh_parser {
+class RpmhParser {
  public:
-  void line(const char* text, sleep_counters* counters);
+  void line(const char* text, SleepCounters* counters);
 
  private:
-  section_state section_;
+  SectionState section_;
 };
 
 // Read the files of the phone into the process's counters. A missing file changes nothing.
-extern sleep_counters s_sleep_counters;
+extern SleepCounters s_sleep_counters;
 void read_vmin_or_aosd_and_cxsd();
 void read_numshutdowns_and_xo_count();
 void read_sleep_count();

@@ -77,31 +77,31 @@ int start_systrace_log(const char* /*log_dir*/, const char* name) {
 
 void stop_systrace_service() {
   const char* name = "stop_systrace_log";
-  LOG_AS(ANDROID_LOG_DEBUG, name, "stop systrace log");
+  LOGD_AS(name, "stop systrace log");
   property_set(kSystraceProp, "0");
   delete_dir("/data/anr/systrace/*");
-  const pid_t pid = fork_process(group::own);
+  const pid_t pid = fork_process(Group::kOwn);
   if (pid == -1) {
-    LOG_AS(ANDROID_LOG_ERROR, name, "fork err:%s.\n", strerror(errno));
+    LOGE_AS(name, "fork err:%s.\n", strerror(errno));
     return;
   }
   if (pid == 0) {
     sendSystraceSocket(kStopCommand);
-    LOG_AS(ANDROID_LOG_DEBUG, name, "sendSystraceSocket sucess");
+    LOGD_AS(name, "sendSystraceSocket sucess");
     end_process(0);
   }
-  LOG_AS(ANDROID_LOG_ERROR, name, "fork child process, pid:%d, sendSystraceSocket\n", pid);
+  LOGE_AS(name, "fork child process, pid:%d, sendSystraceSocket\n", pid);
   int polls = count_polls(pid, kStepMs, kStopPolls);
   if (polls == -1) {
     polls = kStopPolls;
     do {
-      LOG_AS(ANDROID_LOG_ERROR, name, "wait child %d timeout, kill it", pid);
+      LOGE_AS(name, "wait child %d timeout, kill it", pid);
       signal_group(pid, SIGKILL);
       sleep_ms(kKillPauseMs);
       polls++;
     } while (wait_within(pid, 0, nullptr) == 0);
   }
-  LOG_AS(ANDROID_LOG_DEBUG, name, "wait child %d to finish wastes %f secs", pid, polls / 10.0);
+  LOGD_AS(name, "wait child %d to finish wastes %f secs", pid, polls / 10.0);
 }
 
 void stop_systrace_log() {

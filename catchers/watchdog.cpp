@@ -29,7 +29,7 @@ bool is_mpss_catch_modem = false;
 int32_t mpss_dump_count = 0;
 int32_t last_check_time = -1;
 int32_t baseline_time = -1;
-sleep_counters s_sleep_baseline;
+SleepCounters s_sleep_baseline;
 
 namespace {
 
@@ -70,7 +70,7 @@ void await_alarm() {
 
 void on_watchdog_signal(int sig) {
   const int saved_errno = errno;
-  const signal_scope scope;
+  const SignalScope scope;
   sign_handler(sig);
   errno = saved_errno;
 }
@@ -91,8 +91,8 @@ void take_baseline(int32_t now) {
 }
 
 void log_counter(const char* name, int32_t now, int32_t before) {
-  LOG_AS(ANDROID_LOG_DEBUG, kLoop, "the %s is %d\n", name, now);
-  LOG_AS(ANDROID_LOG_DEBUG, kLoop, "the %s_prev is %d\n", name, before);
+  LOGD_AS(kLoop, "the %s is %d\n", name, now);
+  LOGD_AS(kLoop, "the %s_prev is %d\n", name, before);
 }
 
 // Starts a modem log in a directory of its own, to be stopped by the alarm. Logs under the name
@@ -100,7 +100,7 @@ void log_counter(const char* name, int32_t now, int32_t before) {
 void capture_modem(const char* function) {
   char name[64];
   format_cut(name, "mpss_dump/%d", mpss_dump_count++);
-  LOG_AS(ANDROID_LOG_ERROR, function, "start catcher_modem_log %s", name);
+  LOGE_AS(function, "start catcher_modem_log %s", name);
   catcher_modem_log(s_vendor_log_root_path, name);
   s_watchdog_world.set_alarm(kCaptureSeconds);
 }
@@ -113,9 +113,9 @@ void handle_no_service_catch_modem_log() {
 void serve_no_service(bool modem_logger_on) {
   if (is_mpss_catch_modem || get_string_prop(kNoServiceProp, "0") != "1") return;
   if (modem_logger_on) {
-    LOG_AS(ANDROID_LOG_DEBUG, kLoop, "ignore this request");
+    LOGD_AS(kLoop, "ignore this request");
   } else {
-    LOG_AS(ANDROID_LOG_DEBUG, kLoop, "handle_no_service_catch_modem_log");
+    LOGD_AS(kLoop, "handle_no_service_catch_modem_log");
     handle_no_service_catch_modem_log();
   }
   property_set(kNoServiceProp, "0");
@@ -123,19 +123,17 @@ void serve_no_service(bool modem_logger_on) {
 
 void start_capture() {
   is_mpss_catch_modem = true;
-  LOG_AS(ANDROID_LOG_DEBUG, kLoop, "the is_mpss_catch_modem(catch_modem_log_pid == 0) is %d\n",
-         is_mpss_catch_modem);
+  LOGD_AS(kLoop, "the is_mpss_catch_modem(catch_modem_log_pid == 0) is %d\n", is_mpss_catch_modem);
   capture_modem(kLoop);
-  LOG_AS(ANDROID_LOG_DEBUG, kLoop, "before pause catch_modem_log_pid = %d", getpid());
+  LOGD_AS(kLoop, "before pause catch_modem_log_pid = %d", getpid());
   s_watchdog_world.await_alarm();
-  LOG_AS(ANDROID_LOG_DEBUG, kLoop, "after pause catch_modem_log_pid = %d", getpid());
+  LOGD_AS(kLoop, "after pause catch_modem_log_pid = %d", getpid());
   last_check_time = s_watchdog_world.now();
 }
 
 void extend_capture() {
   is_mpss_catch_modem = true;
-  LOG_AS(ANDROID_LOG_DEBUG, kLoop, "the is_mpss_catch_modem(catch_modem_log_pid != 0) is %d\n",
-         is_mpss_catch_modem);
+  LOGD_AS(kLoop, "the is_mpss_catch_modem(catch_modem_log_pid != 0) is %d\n", is_mpss_catch_modem);
   s_watchdog_world.set_alarm(0);
   s_watchdog_world.sleep(kRearmPauseMs);
   s_watchdog_world.set_alarm(kCaptureSeconds);
@@ -151,37 +149,37 @@ void end_known_workers() {
     const pid_t pid = s_debug_group[slot];
     if (pid < 1) continue;
     if (std::find(std::begin(hard), std::end(hard), pid) != std::end(hard)) {
-      LOG_AS(ANDROID_LOG_ERROR, kLoop, "STOP PID  %d  \n", pid);
+      LOGE_AS(kLoop, "STOP PID  %d  \n", pid);
       signal_process(pid, SIGKILL);
     } else {
       signal_process(pid, SIGTERM);
     }
-    LOG_AS(ANDROID_LOG_DEBUG, kLoop, "kill s_debug_group, wait pid %d \n", pid);
+    LOGD_AS(kLoop, "kill s_debug_group, wait pid %d \n", pid);
     wait_for(pid, &status);
-    LOG_AS(ANDROID_LOG_DEBUG, kLoop, "wait debug pid over. status=%d", status);
+    LOGD_AS(kLoop, "wait debug pid over. status=%d", status);
     s_debug_group[slot] = 0;
   }
 }
 
-void act_on_stuck_processor(verdict decided) {
+void act_on_stuck_processor(Verdict decided) {
   switch (decided) {
-    case verdict::dump_at_once:
-      LOG_AS(ANDROID_LOG_ERROR, kLoop, "else echo c > /proc/sysrq-trigger!!!!");
+    case Verdict::kDumpAtOnce:
+      LOGE_AS(kLoop, "else echo c > /proc/sysrq-trigger!!!!");
       end_known_workers();
       s_watchdog_world.crash();
       break;
-    case verdict::dump_after_grace:
-      LOG_AS(ANDROID_LOG_DEBUG, kLoop, "will trigger dump");
-      LOG_AS(ANDROID_LOG_ERROR, kLoop, "if echo c > /proc/sysrq-trigger!!!!");
+    case Verdict::kDumpAfterGrace:
+      LOGD_AS(kLoop, "will trigger dump");
+      LOGE_AS(kLoop, "if echo c > /proc/sysrq-trigger!!!!");
       s_watchdog_world.sleep(kGraceMs);
       s_watchdog_world.crash();
       break;
-    case verdict::extend_capture:
-      LOG_AS(ANDROID_LOG_DEBUG, kLoop, "will catch modem log");
+    case Verdict::kExtendCapture:
+      LOGD_AS(kLoop, "will catch modem log");
       extend_capture();
       break;
-    case verdict::start_capture:
-      LOG_AS(ANDROID_LOG_DEBUG, kLoop, "will catch modem log");
+    case Verdict::kStartCapture:
+      LOGD_AS(kLoop, "will catch modem log");
       start_capture();
       break;
   }
@@ -189,8 +187,8 @@ void act_on_stuck_processor(verdict decided) {
 
 // The counters were read at `now` and the baseline is old enough.
 void give_verdict(int32_t now, bool modem_logger_on) {
-  const sleep_counters& is = s_sleep_counters;
-  const sleep_counters& was = s_sleep_baseline;
+  const SleepCounters& is = s_sleep_counters;
+  const SleepCounters& was = s_sleep_baseline;
   log_counter("cxsd_count", is.cxsd_count, was.cxsd_count);
   log_counter("aosd_count", is.aosd_count, was.aosd_count);
   log_counter("vmin_count", is.vmin_count, was.vmin_count);
@@ -206,8 +204,8 @@ void give_verdict(int32_t now, bool modem_logger_on) {
 
 }  // namespace
 
-watchdog_world s_watchdog_world = {boottime_seconds, sleep_ms, set_alarm, await_alarm,
-                                   crash_for_dump};
+WatchdogWorld s_watchdog_world = {boottime_seconds, sleep_ms, set_alarm, await_alarm,
+                                  crash_for_dump};
 
 bool is_round_due(int32_t last_check, int32_t now) {
   return last_check < 0 || now - last_check >= kRoundSeconds;
@@ -217,22 +215,22 @@ bool is_verdict_due(int32_t baseline, int32_t now) {
   return now - baseline >= kBaselineSeconds;
 }
 
-bool is_ap_stuck(const sleep_counters& now, const sleep_counters& baseline) {
+bool is_ap_stuck(const SleepCounters& now, const SleepCounters& baseline) {
   return has_not_moved(now.cxsd_count, baseline.cxsd_count) ||
          has_not_moved(now.aosd_count, baseline.aosd_count) ||
          has_not_moved(now.vmin_count, baseline.vmin_count);
 }
 
-bool is_modem_stuck(const sleep_counters& now, const sleep_counters& baseline) {
+bool is_modem_stuck(const SleepCounters& now, const SleepCounters& baseline) {
   return has_not_moved(now.mpss_numshutdowns, baseline.mpss_numshutdowns) ||
          has_not_moved(now.xo_count, baseline.xo_count) ||
          has_not_moved(now.sleep_count, baseline.sleep_count);
 }
 
-verdict judge(bool modem_stuck, bool captured_before, bool modem_logger_on) {
-  if (!modem_stuck) return verdict::dump_at_once;
-  if (modem_logger_on) return verdict::extend_capture;
-  return captured_before ? verdict::dump_after_grace : verdict::start_capture;
+Verdict judge(bool modem_stuck, bool captured_before, bool modem_logger_on) {
+  if (!modem_stuck) return Verdict::kDumpAtOnce;
+  if (modem_logger_on) return Verdict::kExtendCapture;
+  return captured_before ? Verdict::kDumpAfterGrace : Verdict::kStartCapture;
 }
 
 void crash_for_dump() {
@@ -282,8 +280,8 @@ void sign_handler(int sig) {
 
 void stop_mpss_watchdog() {
   mpss_monitor_running = false;
-  s_sleep_counters = sleep_counters();
-  s_sleep_baseline = sleep_counters();
+  s_sleep_counters = SleepCounters();
+  s_sleep_baseline = SleepCounters();
 }
 
 int start_mpss_dump_log(const char* /*log_dir*/, const char* name) {

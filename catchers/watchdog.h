@@ -14,34 +14,34 @@ extern bool is_mpss_catch_modem;                // a stuck modem was captured: t
 extern int32_t mpss_dump_count;                 // number of the next capture directory
 extern int32_t last_check_time;  // s of CLOCK_BOOTTIME: the last statistics round, -1 before it
 extern int32_t baseline_time;    // when the baseline was taken, -1 before the first
-extern sleep_counters s_sleep_baseline;
+extern SleepCounters s_sleep_baseline;
 
 // ---- The decisions, as functions over values. ----
 
 bool is_round_due(int32_t last_check, int32_t now);  // 600 s after the last one
 bool is_verdict_due(int32_t baseline, int32_t now);  // the baseline is 3600 s old
-bool is_ap_stuck(const sleep_counters& now, const sleep_counters& baseline);
-bool is_modem_stuck(const sleep_counters& now, const sleep_counters& baseline);
+bool is_ap_stuck(const SleepCounters& now, const SleepCounters& baseline);
+bool is_modem_stuck(const SleepCounters& now, const SleepCounters& baseline);
 
 // What to do with a phone whose processor is stuck.
-enum class verdict {
-  dump_at_once,      // the modem sleeps, the processor does not
-  dump_after_grace,  // the modem was captured before and is stuck again
-  extend_capture,    // a modem log runs already: 20 minutes more
-  start_capture,     // a modem log for 20 minutes
+enum class Verdict {
+  kDumpAtOnce,      // the modem sleeps, the processor does not
+  kDumpAfterGrace,  // the modem was captured before and is stuck again
+  kExtendCapture,   // a modem log runs already: 20 minutes more
+  kStartCapture,    // a modem log for 20 minutes
 };
-verdict judge(bool modem_stuck, bool captured_before, bool modem_logger_on);
+Verdict judge(bool modem_stuck, bool captured_before, bool modem_logger_on);
 
 // ---- The world around the loop; tests put their own in its place. ----
 
-struct watchdog_world {
+struct WatchdogWorld {
   int32_t (*now)();  // seconds that only move forward, asleep or not
   void (*sleep)(int milliseconds);
   void (*set_alarm)(unsigned seconds);  // 0 cancels it
   void (*await_alarm)();                // until the alarm's handler has run
   void (*crash)();                      // the forced crash dump; returns only where it is masked
 };
-extern watchdog_world s_watchdog_world;
+extern WatchdogWorld s_watchdog_world;
 
 // The one place that crashes the phone, so that the platform takes its crash dump. It goes through
 // the phone's own shell: on a machine without "/system/bin/sh" it can do nothing.

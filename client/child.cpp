@@ -15,7 +15,7 @@
 namespace {
 
 // The child's body: standard streams, then the tool. Only calls that are safe after a fork.
-[[noreturn]] void become(const child_setup& setup, char* const* argv, pid_t parent) {
+[[noreturn]] void become(const ChildSetup& setup, char* const* argv, pid_t parent) {
   prctl(PR_SET_PDEATHSIG, SIGKILL);     // nobody would take what it makes
   if (getppid() != parent) _exit(127);  // too late to be told
   const int null = open("/dev/null", O_RDWR | O_CLOEXEC);
@@ -29,7 +29,7 @@ namespace {
 
 }  // namespace
 
-pid_t start_child(const child_setup& setup) {
+pid_t start_child(const ChildSetup& setup) {
   std::vector<char*> argv;
   for (const std::string& word : setup.argv) argv.push_back(const_cast<char*>(word.c_str()));
   argv.push_back(nullptr);
@@ -47,7 +47,7 @@ int wait_child(pid_t pid) {
   return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
-int read_child(child_setup setup, std::chrono::milliseconds limit,
+int read_child(ChildSetup setup, std::chrono::milliseconds limit,
                const std::function<void(std::string_view)>& take) {
   int ends[2];
   if (pipe2(ends, O_CLOEXEC) != 0) return -1;
@@ -55,7 +55,7 @@ int read_child(child_setup setup, std::chrono::milliseconds limit,
   const pid_t pid = start_child(setup);
   close(ends[1]);
   bool in_time = true;
-  const steady_time deadline = after(limit);
+  const SteadyTime deadline = after(limit);
   for (ssize_t got = 1; pid != -1 && got != 0;) {
     const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
         deadline - std::chrono::steady_clock::now());

@@ -92,7 +92,7 @@ bool read_value(const std::vector<std::string>& words, size_t* at, invocation* c
 bool split_words(const std::vector<std::string>& words, invocation* call, std::string* name,
                  std::string* error) {
   bool options = true;
-  for (size_t i = 0; i < words.size(); ++i) {
+  for (size_t i = 0; i < words.size(); i++) {
     const std::string& word = words[i];
     if (options && word == "--") {
       options = false;
@@ -106,7 +106,7 @@ bool split_words(const std::vector<std::string>& words, invocation* call, std::s
 }
 
 std::string wrong_use(const invocation& call) {
-  const command& what = *call.what;
+  const Command& what = *call.what;
   const size_t count = call.arguments.size();
   if (count < what.min_arguments || count > what.max_arguments) {
     return std::string("usage: harrowmossctl ") + what.name + " " + what.arguments;
@@ -136,8 +136,8 @@ std::string wrong_use(const invocation& call) {
 }
 
 // "" when the command may be run, else what it would do without --yes.
-std::string missing_consent(const invocation& call, const environment& env) {
-  const command& what = *call.what;
+std::string missing_consent(const invocation& call, const Environment& env) {
+  const Command& what = *call.what;
   if (!what.dangerous || call.yes || call.dry_run) return "";
   const std::string loss = loss_while_logging(what.request, env);
   return std::string(what.name) + ": " + what.summary + (loss.empty() ? "" : "; " + loss) +
@@ -165,10 +165,10 @@ bool parse_command_line(const std::vector<std::string>& words, invocation* call,
   return error->empty();
 }
 
-int fail(const invocation& call, environment& env, exit_code code, const std::string& text) {
+int fail(const invocation& call, Environment& env, ExitCode code, const std::string& text) {
   fprintf(env.err, "harrowmossctl: %s\n", printable(text).c_str());
   if (call.json) {
-    json_writer json;
+    JsonWriter json;
     json.begin_object().key("command");
     call.what == nullptr ? json.null() : json.string(call.what->name);
     json.member("error", text).member("exit", static_cast<int64_t>(code)).end_object();
@@ -177,24 +177,24 @@ int fail(const invocation& call, environment& env, exit_code code, const std::st
   return code;
 }
 
-int show_help(const invocation& call, const command* about, environment& env) {
+int show_help(const invocation& call, const Command* about, Environment& env) {
   const std::string help = about == nullptr ? general_help() : command_help(*about);
   if (!call.json) {
     fputs(help.c_str(), env.out);
-    return EXIT_OK;
+    return kExitOk;
   }
-  json_writer json;
+  JsonWriter json;
   json.begin_object().member("command", "help").key("about");
   about == nullptr ? json.null() : json.string(about->name);
   fprintf(env.out, "%s\n", json.member("text", help).end_object().text().c_str());
-  return EXIT_OK;
+  return kExitOk;
 }
 
-int run_client(const std::vector<std::string>& words, environment& env) {
+int run_client(const std::vector<std::string>& words, Environment& env) {
   invocation call;
   std::string error;
-  if (!parse_command_line(words, &call, &error)) return fail(call, env, EXIT_USAGE, error);
+  if (!parse_command_line(words, &call, &error)) return fail(call, env, kExitUsage, error);
   if (call.help) return show_help(call, call.what, env);
   error = missing_consent(call, env);
-  return error.empty() ? call.what->run(call, env) : fail(call, env, EXIT_USAGE, error);
+  return error.empty() ? call.what->run(call, env) : fail(call, env, kExitUsage, error);
 }

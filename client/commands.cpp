@@ -23,14 +23,14 @@ constexpr int kLocal = 0;
 
 constexpr unsigned kForFeedback = kTakesDryRun | kTakesSelect | kTakesEstimate;
 
-constexpr const request_name* request(int32_t code) {
+constexpr const RequestName* request(int32_t code) {
   return &kRequestNames[code - 1];
 }
 
 // clang-format off
 
 // name, arguments, min, max, time-out, dangerous, options, request, function, summary, details
-constexpr command kCommands[] = {
+constexpr Command kCommands[] = {
     {"status", "", 0, 0, kLocal, false, kTakesNone, nullptr, run_status,
      "what is captured, where, and by which processes",
      "Reads properties, /proc and directory sizes only; the daemon is not disturbed, so it works while\n"
@@ -124,8 +124,8 @@ constexpr command kCommands[] = {
 
 }  // namespace
 
-const command* find_command(const std::string& name) {
-  for (const command& row : kCommands) {
+const Command* find_command(const std::string& name) {
+  for (const Command& row : kCommands) {
     if (name == row.name) return &row;
   }
   return nullptr;
@@ -135,7 +135,7 @@ std::string general_help() {
   std::string text =
       "usage: harrowmossctl [OPTIONS] COMMAND [ARGUMENTS]\n\n"
       "Talks to the diagnostic log daemon of this phone.\n\nCommands:\n";
-  for (const command& row : kCommands) {
+  for (const Command& row : kCommands) {
     char line[160];
     const std::string usage = std::string(row.name) + " " + row.arguments;
     snprintf(line, sizeof line, "  %-33s %s\n", usage.c_str(), row.summary);
@@ -164,7 +164,7 @@ std::string general_help() {
          "\nExample: harrowmossctl start mobile,net; harrowmossctl status; harrowmossctl stop\n";
 }
 
-std::string command_help(const command& what) {
+std::string command_help(const Command& what) {
   std::string text = std::string("usage: harrowmossctl ") + what.name;
   if (*what.arguments != '\0') text += std::string(" ") + what.arguments;
   text += std::string("\n\n") + what.summary + "\n" + what.details;

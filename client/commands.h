@@ -13,7 +13,7 @@
 struct invocation;
 
 // Options that only some commands take.
-enum command_option : unsigned {
+enum CommandOption : unsigned {
   kTakesNone = 0,
   kTakesDryRun = 1,
   kTakesSelect = 2,
@@ -23,23 +23,23 @@ enum command_option : unsigned {
   kTakesView = 32,
 };
 
-struct command {
+struct Command {
   const char* name;
   const char* arguments;  // as the usage line shows them
   size_t min_arguments;
   size_t max_arguments;
-  int timeout_s;                // for the daemon's answer; 0: the daemon is not asked
-  bool dangerous;               // destroys or may harm something: wants --yes
-  unsigned options;             // command_option
-  const request_name* request;  // what is sent; null when nothing, or nothing fixed
-  int (*run)(const invocation& call, environment& env);  // an exit_code
+  int timeout_s;               // for the daemon's answer; 0: the daemon is not asked
+  bool dangerous;              // destroys or may harm something: wants --yes
+  unsigned options;            // CommandOption
+  const RequestName* request;  // what is sent; null when nothing, or nothing fixed
+  int (*run)(const invocation& call, Environment& env);  // an ExitCode
   const char* summary;                                   // one line
   const char* details;  // the rest of its help; "" when there is none
 };
 
 // One command line, understood.
 struct invocation {
-  const command* what = nullptr;  // null only when `help` is set
+  const Command* what = nullptr;  // null only when `help` is set
   std::vector<std::string> arguments;
   std::string select;                                               // --select, "" when not given
   std::string output;                                               // -o, "" when not given
@@ -63,16 +63,16 @@ bool parse_command_line(const std::vector<std::string>& words, invocation* call,
                         std::string* error);
 
 // The row of that name, or null.
-const command* find_command(const std::string& name);
+const Command* find_command(const std::string& name);
 
 std::string general_help();
-std::string command_help(const command& what);
+std::string command_help(const Command& what);
 
 // Prints the help of `about`, or the general one when it is null; with --json as an object's text.
-int show_help(const invocation& call, const command* about, environment& env);
+int show_help(const invocation& call, const Command* about, Environment& env);
 
 // The whole program without main(): reads `words`, runs the command, returns the exit code.
-int run_client(const std::vector<std::string>& words, environment& env);
+int run_client(const std::vector<std::string>& words, Environment& env);
 
 // Reports a failure: one line on env.err and, with --json, an object on env.out. Returns `code`.
-int fail(const invocation& call, environment& env, exit_code code, const std::string& text);
+int fail(const invocation& call, Environment& env, ExitCode code, const std::string& text);

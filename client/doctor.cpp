@@ -10,38 +10,38 @@ namespace {
 
 // Each check leaves "" when its fact is in order, else what is wrong.
 
-std::string check_space(const health_facts& facts) {
+std::string check_space(const HealthFacts& facts) {
   std::string text;
-  for (const volume_reading& volume : facts.volumes) {
+  for (const VolumeReading& volume : facts.volumes) {
     if (!has_room(volume)) text += (text.empty() ? "" : "; ") + space_text(volume);
   }
   return text;
 }
 
-std::string check_switch(const health_facts& facts) {
+std::string check_switch(const HealthFacts& facts) {
   return facts.settings.logging ? "" : "debug logging is switched off";
 }
 
-std::string check_storage(const health_facts& facts) {
+std::string check_storage(const HealthFacts& facts) {
   if (facts.mounted.empty() || facts.mounted[0] != '0') return "";
   return "shared storage is not mounted yet (vold.mounted is 0): no run can be finished there";
 }
 
-std::string check_process(const health_facts& facts) {
-  if (facts.sees_daemon || facts.session.code == EXIT_OK) return "";
-  if (facts.session.code == EXIT_TIMED_OUT) return "";  // something holds its socket
+std::string check_process(const HealthFacts& facts) {
+  if (facts.sees_daemon || facts.session.code == kExitOk) return "";
+  if (facts.session.code == kExitTimedOut) return "";  // something holds its socket
   return "the daemon does not run: " + facts.session.error;
 }
 
-bool is_mute(const health_facts& facts) {
-  return facts.session.code == EXIT_TIMED_OUT && facts.other == other_client::kNone;
+bool is_mute(const HealthFacts& facts) {
+  return facts.session.code == kExitTimedOut && facts.other == OtherClient::kNone;
 }
 
-std::string check_held(const health_facts& facts) {
-  return facts.session.code == EXIT_TIMED_OUT && !is_mute(facts) ? facts.session.error : "";
+std::string check_held(const HealthFacts& facts) {
+  return facts.session.code == kExitTimedOut && !is_mute(facts) ? facts.session.error : "";
 }
 
-std::string check_answer(const health_facts& facts) {
+std::string check_answer(const HealthFacts& facts) {
   if (is_mute(facts)) {
     char seconds[24];
     snprintf(seconds, sizeof seconds, "%.1f", static_cast<double>(facts.waited.count()) / 1000);
@@ -49,82 +49,82 @@ std::string check_answer(const health_facts& facts) {
            " s, and no other client is connected; it hangs, or works on a request whose client has "
            "gone";
   }
-  const bool odd = facts.session.code == EXIT_BAD_REPLY;
-  const bool shut = facts.session.code == EXIT_NO_CONNECTION && facts.sees_daemon;
+  const bool odd = facts.session.code == kExitBadReply;
+  const bool shut = facts.session.code == kExitNoConnection && facts.sees_daemon;
   return odd || shut ? "the daemon runs, but cannot be talked to: " + facts.session.error : "";
 }
 
-std::string check_mask_text(const health_facts& facts) {
+std::string check_mask_text(const HealthFacts& facts) {
   const std::string& text = facts.type_text;
   if (text.empty() || text.find_first_not_of("0123456789") == std::string::npos) return "";
   return "the logger types \"" + text + "\" are no decimal number; the daemon reads " +
          std::to_string(facts.settings.types);
 }
 
-std::string check_mask(const health_facts& facts) {
+std::string check_mask(const HealthFacts& facts) {
   int32_t known = 0;
-  for (const named_bit& type : kLoggerTypeNames) known |= type.mask;
+  for (const NamedBit& type : kLoggerTypeNames) known |= type.mask;
   if ((facts.settings.types & known) != 0) return "";
   return "no logger type is selected (mask " + std::to_string(facts.settings.types) +
          "): a run stays empty";
 }
 
-std::string check_files(const health_facts& facts) {
+std::string check_files(const HealthFacts& facts) {
   std::string text;
-  for (const missing_file& file : facts.missing) {
+  for (const MissingFile& file : facts.missing) {
     text += (text.empty() ? "" : ", ") + file.path + " (for " + file.needed_for + ")";
   }
   return text.empty() ? "" : "not there or not usable: " + text;
 }
 
 // True when the monitor is meant to run; its condition is stricter than that of logging.
-bool wants_monitor(const health_facts& facts) {
+bool wants_monitor(const HealthFacts& facts) {
   return facts.sees_daemon && facts.settings.deletion && facts.enable == "on";
 }
 
-std::string check_monitor(const health_facts& facts) {
+std::string check_monitor(const HealthFacts& facts) {
   return wants_monitor(facts) && !facts.sees_monitor
              ? "debug logging is on, but the size monitor is gone: nothing keeps the quota"
              : "";
 }
 
-std::string check_lost_run(const health_facts& facts) {
+std::string check_lost_run(const HealthFacts& facts) {
   if (facts.lost_run.empty()) return "";
   return "the run that is captured is gone, what its writers write is lost: " + facts.lost_run;
 }
 
-std::string check_odd_switch(const health_facts& facts) {
+std::string check_odd_switch(const HealthFacts& facts) {
   if (!facts.settings.logging || facts.enable == "on") return "";
   return "the switch is \"" + facts.enable +
          "\", not exactly \"on\": logging runs, but without a size monitor";
 }
 
-std::string check_logcats(const health_facts& facts) {
+std::string check_logcats(const HealthFacts& facts) {
   const bool wanted = facts.settings.logging && (facts.settings.types & kTypeMobile) != 0;
   return wanted && facts.sees_daemon && !facts.sees_logcats
              ? "debug logging is on with mobile, but no logcat of it runs"
              : "";
 }
 
-std::string check_deletion(const health_facts& facts) {
+std::string check_deletion(const HealthFacts& facts) {
   return facts.settings.deletion ? ""
                                  : "old runs are not removed (persist.sys.zelka.log.del is not "
                                    "true), as after a test run: the store may fill";
 }
 
-std::string check_left_behind(const health_facts& facts) {
+std::string check_left_behind(const HealthFacts& facts) {
   std::string text;
   for (const std::string& path : facts.left_behind) text += (text.empty() ? "" : ", ") + path;
   return text.empty() ? "" : "finished runs never reached shared storage: " + text;
 }
 
-std::string check_self_log(const health_facts& facts) {
+std::string check_self_log(const HealthFacts& facts) {
   return facts.self_log ? "" : "the self log is switched off: the daemon's doings leave no trace";
 }
 
 constexpr struct {
   const char* id;
-  std::string (*check)(const health_facts& facts);
+  std::string (*check)(const HealthFacts& facts);
   const char* remedy;
 } kChecks[] = {
     {"no-daemon", check_process,
@@ -154,8 +154,8 @@ constexpr struct {
 
 }  // namespace
 
-std::vector<finding> judge_health(const health_facts& facts) {
-  std::vector<finding> found;
+std::vector<Finding> judge_health(const HealthFacts& facts) {
+  std::vector<Finding> found;
   for (const auto& row : kChecks) {
     const std::string text = row.check(facts);
     if (!text.empty()) found.push_back({row.id, text, row.remedy});
@@ -163,12 +163,12 @@ std::vector<finding> judge_health(const health_facts& facts) {
   return found;
 }
 
-int run_doctor(const invocation& call, environment& env) {
-  const std::vector<finding> found = judge_health(read_health(env, after(call.timeout)));
-  json_writer json;
+int run_doctor(const invocation& call, Environment& env) {
+  const std::vector<Finding> found = judge_health(read_health(env, after(call.timeout)));
+  JsonWriter json;
   json.begin_object().member("command", "doctor").key("findings").begin_array();
   std::string text = found.empty() ? "nothing is wrong: logs are being written\n" : "";
-  for (const finding& entry : found) {
+  for (const Finding& entry : found) {
     json.begin_object().member("id", entry.id).member("text", entry.text);
     json.member("remedy", entry.remedy).end_object();
     char head[24];
@@ -178,5 +178,5 @@ int run_doctor(const invocation& call, environment& env) {
   }
   json.end_array().end_object();
   fputs((call.json ? json.text() + "\n" : text).c_str(), env.out);
-  return found.empty() ? EXIT_OK : EXIT_FAILED;
+  return found.empty() ? kExitOk : kExitFailed;
 }

@@ -14,22 +14,22 @@
 #include "client/volume.h"
 
 // Whether somebody else is being served.
-enum class other_client { kUnknown, kConnected, kNone };
+enum class OtherClient { kUnknown, kConnected, kNone };
 
 // A file that a logger type needs of the platform.
-struct missing_file {
+struct MissingFile {
   std::string path;
   std::string needed_for;  // a logger type's name, or "everything"
 };
 
-struct health_facts {
-  logging_settings settings;
+struct HealthFacts {
+  LoggingSettings settings;
   std::string enable;     // the switch as it is set
   std::string type_text;  // the mask as it is set, "" when unset
   std::string mounted;    // "vold.mounted"
   bool self_log = true;
-  std::vector<volume_reading> volumes;
-  std::vector<missing_file> missing;
+  std::vector<VolumeReading> volumes;
+  std::vector<MissingFile> missing;
   std::vector<std::string> left_behind;  // runs in the working area that nothing writes
   bool sees_daemon = false;              // its process, which may be hidden from us
   bool sees_monitor = false;
@@ -37,20 +37,20 @@ struct health_facts {
   std::string lost_run;       // a directory that is gone though the run's writers live; "" none
   outcome session;            // of asking the daemon for its version
   std::chrono::milliseconds waited{0};  // for its end
-  other_client other = other_client::kUnknown;
+  OtherClient other = OtherClient::kUnknown;
 };
 
-struct finding {
+struct Finding {
   const char* id;  // stays the same for scripts
   std::string text;
   const char* remedy;
 };
 
 // Looks at everything; waits for the daemon until `deadline` at most.
-health_facts read_health(const environment& env, steady_time deadline);
+HealthFacts read_health(const Environment& env, SteadyTime deadline);
 
 // What is wrong, in the order in which it should be mended; empty when nothing is.
-std::vector<finding> judge_health(const health_facts& facts);
+std::vector<Finding> judge_health(const HealthFacts& facts);
 
 // `doctor`: EXIT_OK when nothing is wrong, else EXIT_FAILED.
-int run_doctor(const invocation& call, environment& env);
+int run_doctor(const invocation& call, Environment& env);

@@ -50,11 +50,11 @@ bool is_usable(const std::string& path) {
 
 bool is_logger_type(const std::string& role) {
   return std::any_of(std::begin(kLoggerTypeNames), std::end(kLoggerTypeNames),
-                     [&](const named_bit& type) { return role == type.name; });
+                     [&](const NamedBit& type) { return role == type.name; });
 }
 
 // Where the run that somebody is writing should be, when nothing is there.
-std::string lost_run(const environment& env, const logging_settings& settings) {
+std::string lost_run(const Environment& env, const LoggingSettings& settings) {
   if (!settings.logging || settings.run_name.empty()) return "";
   const std::string path = env.working + "/" + settings.run_name;
   return access(path.c_str(), F_OK) != 0 && errno == ENOENT ? path : "";
@@ -64,10 +64,10 @@ std::string lost_run(const environment& env, const logging_settings& settings) {
 // RefCount Protocol Flags Type St Inode Path", the figures in hexadecimal. The daemon's end of a
 // connection bears the path of its socket; St is 3 once it is accepted. Two references are its own:
 // one more is that of a client which has not closed.
-other_client look_for_clients(const environment& env) {
+OtherClient look_for_clients(const Environment& env) {
   const std::string table = read_start(env.proc + "/net/unix", kSocketsLimit);
   const std::string path = std::string("/dev/socket/") + kControlSocketName;
-  other_client found = other_client::kUnknown;
+  OtherClient found = OtherClient::kUnknown;
   for (size_t start = 0, end; (end = table.find('\n', start)) != std::string::npos;
        start = end + 1) {
     const std::string line = table.substr(start, end - start);
@@ -77,19 +77,19 @@ other_client look_for_clients(const environment& env) {
         line.substr(static_cast<size_t>(name)) != path) {
       continue;
     }
-    if (state == 3 && references > 2) return other_client::kConnected;
-    found = other_client::kNone;
+    if (state == 3 && references > 2) return OtherClient::kConnected;
+    found = OtherClient::kNone;
   }
   return found;
 }
 
-void look_at_processes(const environment& env, health_facts* facts) {
-  const std::vector<process> all = read_processes(env.proc);
-  const process* daemon = find_daemon(all);
+void look_at_processes(const Environment& env, HealthFacts* facts) {
+  const std::vector<Process> all = read_processes(env.proc);
+  const Process* daemon = find_daemon(all);
   if (daemon == nullptr) return;
   facts->sees_daemon = true;
   bool writers = false;
-  for (const worker& found : find_workers(all, daemon->pid)) {
+  for (const Worker& found : find_workers(all, daemon->pid)) {
     facts->sees_monitor |= found.role == kSizeMonitorRole && found.who.parent == daemon->pid;
     facts->sees_logcats |= found.role == "mobile";
     writers |= is_logger_type(found.role);
@@ -99,11 +99,11 @@ void look_at_processes(const environment& env, health_facts* facts) {
 
 }  // namespace
 
-health_facts read_health(const environment& env, steady_time deadline) {
-  health_facts facts;
-  const steady_time begin = std::chrono::steady_clock::now();
+HealthFacts read_health(const Environment& env, SteadyTime deadline) {
+  HealthFacts facts;
+  const SteadyTime begin = std::chrono::steady_clock::now();
   {
-    connection daemon;
+    Connection daemon;
     facts.session = open_session(env, deadline, &daemon, nullptr);
   }
   facts.waited = std::chrono::duration_cast<std::chrono::milliseconds>(
@@ -121,8 +121,8 @@ health_facts read_health(const environment& env, steady_time deadline) {
       facts.missing.push_back({row.path, row.needed_for});
     }
   }
-  for (const run_report& run : read_runs(env)) {
-    if (run.state == run_state::kLeftBehind) facts.left_behind.push_back(run.working);
+  for (const RunReport& run : read_runs(env)) {
+    if (run.state == RunState::kLeftBehind) facts.left_behind.push_back(run.working);
   }
   look_at_processes(env, &facts);
   return facts;

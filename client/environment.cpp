@@ -30,8 +30,8 @@ bool fill_standard_streams() {
   return has_output;
 }
 
-environment phone_environment() {
-  environment env;
+Environment phone_environment() {
+  Environment env;
   // Non-blocking from the start: a blocking connect would hang for good behind a full backlog.
   env.dial = [] {
     return socket_local_client(kControlSocketName, ANDROID_SOCKET_NAMESPACE_RESERVED,
@@ -46,7 +46,7 @@ environment phone_environment() {
     property_get(key, value, fallback);
     return std::string(value);
   };
-  env.space = [](const std::string& path, volume_space* out) {
+  env.space = [](const std::string& path, VolumeSpace* out) {
     struct statfs info;
     if (statfs(path.c_str(), &info) != 0 || info.f_blocks == 0) return false;
     out->block = static_cast<int64_t>(info.f_bsize);

@@ -9,29 +9,29 @@
 #include <string>
 
 // Exit codes; scripts rely on them.
-enum exit_code {
-  EXIT_OK = 0,
-  EXIT_DAEMON_FAILED = 1,  // the daemon answered with a negative result
-  EXIT_FAILED = 1,         // a command of the client's own found something wrong, or failed
-  EXIT_USAGE = 2,
-  EXIT_NO_CONNECTION = 3,
-  EXIT_TIMED_OUT = 4,  // or busy with another client
-  EXIT_BAD_REPLY = 5,  // not the protocol, or the connection ended early
+enum ExitCode {
+  kExitOk = 0,
+  kExitDaemonFailed = 1,  // the daemon answered with a negative result
+  kExitFailed = 1,        // a command of the client's own found something wrong, or failed
+  kExitUsage = 2,
+  kExitNoConnection = 3,
+  kExitTimedOut = 4,  // or busy with another client
+  kExitBadReply = 5,  // not the protocol, or the connection ended early
 };
 
 // The file system of a path.
-struct volume_space {
+struct VolumeSpace {
   int64_t block = 4096;   // bytes; files take whole blocks
   int64_t available = 0;  // bytes that ordinary users may still write
 };
 
-struct environment {
+struct Environment {
   // A non-blocking, connected stream socket that the caller closes, or -1 with errno.
   std::function<int()> dial;
   // The value of a property, or the second argument when it is unset or empty.
   std::function<std::string(const char*, const char*)> property;
   // False when the path cannot be asked, or its file system has no size.
-  std::function<bool(const std::string& path, volume_space* out)> space;
+  std::function<bool(const std::string& path, VolumeSpace* out)> space;
   bool has_output = true;  // false: standard output was closed when we began
   FILE* out;
   FILE* err;
@@ -49,4 +49,4 @@ bool fill_standard_streams();
 
 // The phone's own: the reserved control socket, system properties, standard streams, absolute
 // paths.
-environment phone_environment();
+Environment phone_environment();

@@ -51,14 +51,14 @@ constexpr struct {
 
 // clang-format on
 
-int64_t dumped_bytes(const environment& env, int64_t block, std::string* note) {
-  const steady_time deadline = after(kDumpLimit);
+int64_t dumped_bytes(const Environment& env, int64_t block, std::string* note) {
+  const SteadyTime deadline = after(kDumpLimit);
   int64_t total = 0;
   for (const char* buffer : kLogBuffers) {
     int64_t bytes = 0;
     const auto left =
         std::chrono::duration_cast<milliseconds>(deadline - std::chrono::steady_clock::now());
-    child_setup setup = {
+    ChildSetup setup = {
         {env.root + kLogcat, "-d", "-v", "threadtime,usec", "-t", kDumpLines, "-b", buffer}};
     setup.quiet = true;
     const int status = read_child(
@@ -71,7 +71,7 @@ int64_t dumped_bytes(const environment& env, int64_t block, std::string* note) {
 }
 
 // The entry of /data/aee_exp that would be copied; "" when there is none.
-std::string newest_exception(const environment& env) {
+std::string newest_exception(const Environment& env) {
   const std::string directory = env.root + kExceptionDir;
   std::string newest;
   time_t newest_time = 0;
@@ -86,9 +86,9 @@ std::string newest_exception(const environment& env) {
   return newest;
 }
 
-int64_t property_bytes(const environment& env, int64_t block) {
+int64_t property_bytes(const Environment& env, int64_t block) {
   int64_t bytes = 0;
-  child_setup setup = {{env.root + kGetprop}};
+  ChildSetup setup = {{env.root + kGetprop}};
   setup.quiet = true;
   read_child(setup, kGetpropLimit,
              [&](std::string_view text) { bytes += static_cast<int64_t>(text.size()); });
@@ -99,27 +99,27 @@ const char* room_text(bool enough) {
   return enough ? "room enough" : "no room";
 }
 
-bool fits(const estimate_report& report) {
+bool fits(const EstimateReport& report) {
   return !report.known ||
          copy_fits(report.wanted, report.available, report.on_data, report.preallocated);
 }
 
 }  // namespace
 
-estimate_report estimate_bundle(const environment& env, int32_t mask,
-                                const std::string& destination) {
-  estimate_report report;
+EstimateReport estimate_bundle(const Environment& env, int32_t mask,
+                               const std::string& destination) {
+  EstimateReport report;
   report.destination = destination;
-  volume_space space;
+  VolumeSpace space;
   const std::string place = existing_parent(env.root + destination);
   report.known = env.space(place, &space);
   report.available = space.available;
   report.on_data = lies_on_data(place, env.root);
   report.preallocated = preallocated_bytes(env.working);
   std::set<std::string> counted;
-  for (const named_bit& selection : kFeedbackNames) {
+  for (const NamedBit& selection : kFeedbackNames) {
     if ((selection.mask & mask) == 0) continue;
-    estimate_row row = {selection.name, 0, ""};
+    EstimateRow row = {selection.name, 0, ""};
     for (const auto& source : kSources) {
       if (source.bit != selection.mask) continue;
       row.note = source.note;
@@ -142,9 +142,9 @@ estimate_report estimate_bundle(const environment& env, int32_t mask,
   return report;
 }
 
-std::string estimate_text(const estimate_report& report) {
+std::string estimate_text(const EstimateReport& report) {
   std::string text;
-  for (const estimate_row& row : report.rows) {
+  for (const EstimateRow& row : report.rows) {
     char head[64];
     snprintf(head, sizeof head, "%-13s %12lld  ", row.name.c_str(),
              static_cast<long long>(row.bytes));
@@ -160,10 +160,10 @@ std::string estimate_text(const estimate_report& report) {
          (report.on_data ? ", " + size_text(kDataReserve) + " of them to be left" : "") + "\n";
 }
 
-std::string estimate_json(const estimate_report& report) {
-  json_writer json;
+std::string estimate_json(const EstimateReport& report) {
+  JsonWriter json;
   json.begin_object().member("command", "feedback").key("estimate").begin_array();
-  for (const estimate_row& row : report.rows) {
+  for (const EstimateRow& row : report.rows) {
     json.begin_object().member("name", row.name).member("bytes", row.bytes);
     json.member("note", row.note).end_object();
   }
@@ -174,7 +174,7 @@ std::string estimate_json(const estimate_report& report) {
   return json.flag("enough", fits(report)).end_object().text() + "\n";
 }
 
-int run_feedback(const invocation& call, environment& env) {
+int run_feedback(const invocation& call, Environment& env) {
   if (!call.estimate) return run_request(call, env);
   int32_t mask = 0;
   std::string error;
@@ -182,8 +182,8 @@ int run_feedback(const invocation& call, environment& env) {
   if (error.empty() && parse_mask(kFeedbackWords, call.select, &mask, &error)) {
     error = check_destination(call.arguments[0]);
   }
-  if (!error.empty()) return fail(call, env, EXIT_USAGE, error);
-  const estimate_report report = estimate_bundle(env, mask, call.arguments[0]);
+  if (!error.empty()) return fail(call, env, kExitUsage, error);
+  const EstimateReport report = estimate_bundle(env, mask, call.arguments[0]);
   fputs((call.json ? estimate_json(report) : estimate_text(report)).c_str(), env.out);
-  return fits(report) ? EXIT_OK : EXIT_FAILED;
+  return fits(report) ? kExitOk : kExitFailed;
 }

@@ -9,15 +9,15 @@
 #include "client/commands.h"
 
 // One selection of a bundle.
-struct estimate_row {
+struct EstimateRow {
   std::string name;   // of the selection; "properties" is in every bundle
   int64_t bytes = 0;  // that it would take at the destination, in whole blocks
   std::string note;   // what the figure does not tell, "" when it tells all
 };
 
-struct estimate_report {
+struct EstimateReport {
   std::string destination;
-  std::vector<estimate_row> rows;
+  std::vector<EstimateRow> rows;
   int64_t wanted = 0;  // bytes; a directory that two selections copy counts once
   int64_t available = 0;
   bool known = false;        // `available` could be asked
@@ -27,12 +27,12 @@ struct estimate_report {
 
 // Measures the selections of `mask`: directories as they are now, the log buffers by dumping them
 // to nowhere as the daemon would (7 s at most), the property list by printing it.
-estimate_report estimate_bundle(const environment& env, int32_t mask,
-                                const std::string& destination);
+EstimateReport estimate_bundle(const Environment& env, int32_t mask,
+                               const std::string& destination);
 
-std::string estimate_text(const estimate_report& report);
-std::string estimate_json(const estimate_report& report);
+std::string estimate_text(const EstimateReport& report);
+std::string estimate_json(const EstimateReport& report);
 
 // `feedback`: with --estimate shows the estimate (EXIT_FAILED when room does not suffice), else
 // sends the request.
-int run_feedback(const invocation& call, environment& env);
+int run_feedback(const invocation& call, Environment& env);

@@ -89,7 +89,7 @@ std::string size_text(int64_t bytes) {
   constexpr const char* kUnits[] = {"B", "KiB", "MiB", "GiB", "TiB"};
   double value = static_cast<double>(bytes);
   size_t unit = 0;
-  for (; value >= 1024 && unit + 1 < std::size(kUnits); ++unit) value /= 1024;
+  for (; value >= 1024 && unit + 1 < std::size(kUnits); unit++) value /= 1024;
   char text[32];
   snprintf(text, sizeof text, unit == 0 ? "%.0f %s" : "%.1f %s", value, kUnits[unit]);
   return text;

@@ -5,38 +5,38 @@
 
 #include "protocol/encode.h"
 
-void json_writer::separate() {
+void JsonWriter::separate() {
   if (!first_) text_ += ',';
   first_ = false;
 }
 
-json_writer& json_writer::open(char bracket) {
+JsonWriter& JsonWriter::open(char bracket) {
   separate();
   text_ += bracket;
   first_ = true;
   return *this;
 }
 
-json_writer& json_writer::shut(char bracket) {
+JsonWriter& JsonWriter::shut(char bracket) {
   text_ += bracket;
   first_ = false;
   return *this;
 }
 
-json_writer& json_writer::raw(std::string_view value) {
+JsonWriter& JsonWriter::raw(std::string_view value) {
   separate();
   text_ += value;
   return *this;
 }
 
-json_writer& json_writer::key(std::string_view name) {
+JsonWriter& JsonWriter::key(std::string_view name) {
   string(name);
   text_ += ':';
   first_ = true;
   return *this;
 }
 
-json_writer& json_writer::string(std::string_view bytes) {
+JsonWriter& JsonWriter::string(std::string_view bytes) {
   separate();
   text_ += '"';
   while (!bytes.empty()) {
@@ -61,7 +61,7 @@ json_writer& json_writer::string(std::string_view bytes) {
 
 size_t utf8_length(std::string_view bytes) {
   std::u16string units;
-  for (size_t length = 1; length <= 4 && length <= bytes.size(); ++length) {
+  for (size_t length = 1; length <= 4 && length <= bytes.size(); length++) {
     if (utf8_to_utf16(bytes.substr(0, length), &units)) return length;
   }
   return 0;

@@ -7,33 +7,33 @@
 #include <string>
 #include <string_view>
 
-class json_writer {
+class JsonWriter {
  public:
-  json_writer& begin_object() { return open('{'); }
-  json_writer& end_object() { return shut('}'); }
-  json_writer& begin_array() { return open('['); }
-  json_writer& end_array() { return shut(']'); }
-  json_writer& key(std::string_view name);
+  JsonWriter& begin_object() { return open('{'); }
+  JsonWriter& end_object() { return shut('}'); }
+  JsonWriter& begin_array() { return open('['); }
+  JsonWriter& end_array() { return shut(']'); }
+  JsonWriter& key(std::string_view name);
 
-  json_writer& null() { return raw("null"); }
-  json_writer& boolean(bool value) { return raw(value ? "true" : "false"); }
-  json_writer& number(int64_t value) { return raw(std::to_string(value)); }
+  JsonWriter& null() { return raw("null"); }
+  JsonWriter& boolean(bool value) { return raw(value ? "true" : "false"); }
+  JsonWriter& number(int64_t value) { return raw(std::to_string(value)); }
   // Bytes that are not UTF-8 become U+FFFD each: a JSON text cannot hold them.
-  json_writer& string(std::string_view bytes);
+  JsonWriter& string(std::string_view bytes);
 
-  json_writer& member(std::string_view name, std::string_view value) {
+  JsonWriter& member(std::string_view name, std::string_view value) {
     return key(name).string(value);
   }
-  json_writer& member(std::string_view name, const char* value) { return key(name).string(value); }
-  json_writer& member(std::string_view name, int64_t value) { return key(name).number(value); }
-  json_writer& flag(std::string_view name, bool value) { return key(name).boolean(value); }
+  JsonWriter& member(std::string_view name, const char* value) { return key(name).string(value); }
+  JsonWriter& member(std::string_view name, int64_t value) { return key(name).number(value); }
+  JsonWriter& flag(std::string_view name, bool value) { return key(name).boolean(value); }
 
   const std::string& text() const { return text_; }
 
  private:
-  json_writer& open(char bracket);
-  json_writer& shut(char bracket);
-  json_writer& raw(std::string_view value);
+  JsonWriter& open(char bracket);
+  JsonWriter& shut(char bracket);
+  JsonWriter& raw(std::string_view value);
   void separate();
 
   std::string text_;

@@ -14,7 +14,7 @@ namespace {
 constexpr struct {
   const char* title;
   const char* key;
-  const named_bit* rows;
+  const NamedBit* rows;
   size_t count;
 } kTables[] = {
     {"Logger types, for `start`, in starting order; \"all\" is every one of them:", "logger_types",
@@ -27,27 +27,27 @@ constexpr struct {
 
 }  // namespace
 
-int run_status(const invocation& call, environment& env) {
+int run_status(const invocation& call, Environment& env) {
   const status_report report = read_status(env);
   fputs((call.json ? status_json(report) : status_text(report)).c_str(), env.out);
-  return EXIT_OK;
+  return kExitOk;
 }
 
-int run_runs(const invocation& call, environment& env) {
-  const std::vector<run_report> runs = read_runs(env);
+int run_runs(const invocation& call, Environment& env) {
+  const std::vector<RunReport> runs = read_runs(env);
   fputs((call.json ? runs_json(runs) : runs_text(runs)).c_str(), env.out);
-  return EXIT_OK;
+  return kExitOk;
 }
 
-int run_types(const invocation& call, environment& env) {
-  json_writer json;
+int run_types(const invocation& call, Environment& env) {
+  JsonWriter json;
   json.begin_object().member("command", "types");
   std::string text;
   for (const auto& table : kTables) {
     json.key(table.key).begin_array();
     text += std::string(text.empty() ? "" : "\n") + table.title + "\n";
-    for (size_t i = 0; i < table.count; ++i) {
-      const named_bit& row = table.rows[i];
+    for (size_t i = 0; i < table.count; i++) {
+      const NamedBit& row = table.rows[i];
       json.begin_object().member("mask", row.mask).member("name", row.name);
       json.member("about", row.about).end_object();
       char head[64];
@@ -58,14 +58,14 @@ int run_types(const invocation& call, environment& env) {
   }
   json.end_object();
   fputs((call.json ? json.text() + "\n" : text).c_str(), env.out);
-  return EXIT_OK;
+  return kExitOk;
 }
 
-int run_help(const invocation& call, environment& env) {
+int run_help(const invocation& call, Environment& env) {
   if (call.arguments.empty()) return show_help(call, nullptr, env);
-  const command* what = find_command(call.arguments[0]);
+  const Command* what = find_command(call.arguments[0]);
   if (what == nullptr) {
-    return fail(call, env, EXIT_USAGE, "there is no command \"" + call.arguments[0] + "\"");
+    return fail(call, env, kExitUsage, "there is no command \"" + call.arguments[0] + "\"");
   }
   return show_help(call, what, env);
 }

@@ -3,7 +3,7 @@
 
 #include "client/commands.h"
 
-int run_status(const invocation& call, environment& env);
-int run_types(const invocation& call, environment& env);
-int run_runs(const invocation& call, environment& env);
-int run_help(const invocation& call, environment& env);
+int run_status(const invocation& call, Environment& env);
+int run_types(const invocation& call, Environment& env);
+int run_runs(const invocation& call, Environment& env);
+int run_help(const invocation& call, Environment& env);

@@ -19,11 +19,11 @@ int main(int argc, char** argv) {
   // Who stops reading does not stop us half-way. Not ignored: our tools would inherit that.
   signal(SIGPIPE, [](int) {});
   const bool has_output = fill_standard_streams();
-  environment env = phone_environment();
+  Environment env = phone_environment();
   env.has_output = has_output;
   const int code = run_client(std::vector<std::string>(argv + 1, argv + argc), env);
   // Output that did not arrive, on a full disk for example, must not look like success. A reader
   // who has left wants none.
   const bool arrived = fflush(env.out) == 0 && ferror(env.out) == 0;
-  return code != EXIT_OK || arrived || reader_is_gone() ? code : EXIT_BAD_REPLY;
+  return code != kExitOk || arrived || reader_is_gone() ? code : kExitBadReply;
 }

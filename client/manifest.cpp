@@ -33,7 +33,7 @@ constexpr int64_t kTarEntry = 4 * 512;  // header, and header, name and padding 
 constexpr int64_t kGzipGrowth = 1000;   // one byte in so many, at most (5 in 16 KiB, and a head)
 
 // Places of the fields in a tar header, and the text that goes there.
-struct tar_field {
+struct TarField {
   size_t offset;
   const char* text;
 };
@@ -41,14 +41,14 @@ struct tar_field {
 // Writes the sums of paths[first] and what follows, as many as one start of the tool takes; returns
 // the index of the next. The tool gets numbers of descriptors: no name, however odd, can change
 // what it prints, and what is put in a file's place meanwhile is not waited for.
-size_t add_sums(const environment& env, const std::vector<std::string>& paths, size_t first,
+size_t add_sums(const Environment& env, const std::vector<std::string>& paths, size_t first,
                 std::vector<std::string>* sums) {
-  child_setup setup = {{env.root + kSha256}};
-  std::deque<scoped_fd> files;
+  ChildSetup setup = {{env.root + kSha256}};
+  std::deque<ScopedFd> files;
   std::map<std::string, size_t> places;  // indices by what the tool calls the file
   int64_t bytes = 0;
   size_t next = first;
-  for (; next < paths.size() && files.size() < kSumFiles && bytes < kSumBytes; ++next) {
+  for (; next < paths.size() && files.size() < kSumFiles && bytes < kSumBytes; next++) {
     const int fd = open(paths[next].c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
     if (fd == -1 && errno == EMFILE && !files.empty()) break;
     files.emplace_back(fd);
@@ -84,37 +84,37 @@ int64_t tar_bytes(const std::string& path) {
 
 }  // namespace
 
-pack_source make_source(const std::string& name, const std::vector<std::string>& places) {
+PackSource make_source(const std::string& name, const std::vector<std::string>& places) {
   std::string base = places[0].substr(0, places[0].find_last_of('/'));
   for (const std::string& place : places) {
     while (place.compare(0, base.size() + 1, base + "/") != 0) base.resize(base.find_last_of('/'));
   }
-  pack_source source = {name, base.empty() ? "/" : base, {}};
+  PackSource source = {name, base.empty() ? "/" : base, {}};
   for (const std::string& place : places) source.names.push_back(place.substr(base.size() + 1));
   return source;
 }
 
-std::vector<packed_file> list_files(const pack_source& source) {
-  std::vector<packed_file> files;
+std::vector<PackedFile> list_files(const PackSource& source) {
+  std::vector<PackedFile> files;
   for (const std::string& name : source.names) {
     walk_files(source.base + "/" + name, [&](const std::string& path, int64_t bytes) {
       files.push_back({name + "/" + path, bytes, ""});
     });
   }
   std::sort(files.begin(), files.end(),
-            [](const packed_file& a, const packed_file& b) { return a.path < b.path; });
+            [](const PackedFile& a, const PackedFile& b) { return a.path < b.path; });
   return files;
 }
 
-std::vector<std::string> sha256_of(const environment& env, const std::vector<std::string>& paths) {
+std::vector<std::string> sha256_of(const Environment& env, const std::vector<std::string>& paths) {
   std::vector<std::string> sums(paths.size());
   for (size_t next = 0; next < paths.size();) next = add_sums(env, paths, next, &sums);
   return sums;
 }
 
-std::string manifest_text(const manifest_head& head, const std::vector<packed_file>& files) {
+std::string manifest_text(const ManifestHead& head, const std::vector<PackedFile>& files) {
   int64_t total = 0;
-  for (const packed_file& file : files) total += file.bytes;
+  for (const PackedFile& file : files) total += file.bytes;
   const struct {
     const char* key;
     std::string value;
@@ -132,7 +132,7 @@ std::string manifest_text(const manifest_head& head, const std::vector<packed_fi
   std::string text;
   for (const auto& row : rows) text += std::string(row.key) + ": " + one_line(row.value) + "\n";
   text += "\n";
-  for (const packed_file& file : files) {
+  for (const PackedFile& file : files) {
     char size[24];
     snprintf(size, sizeof size, "%15lld ", static_cast<long long>(file.bytes));
     const std::string sum = file.sha256.empty() ? std::string(kDigits, '-') : file.sha256;
@@ -154,14 +154,14 @@ std::string tar_piece(const std::string& name, const std::string& content, int64
   char time[16];
   snprintf(size, sizeof size, "%011zo", content.size());
   snprintf(time, sizeof time, "%011llo", static_cast<unsigned long long>(now));
-  const tar_field fields[] = {
+  const TarField fields[] = {
       {100, "0000644"}, {108, "0000000"}, {116, "0000000"},   // mode, user, group
       {124, size},      {136, time},      {148, "        "},  // the sum counts itself as blanks
       {156, "0"},       {257, "ustar"},   {263, "00"},        // an ordinary file; the format
   };
   std::string header(kTarBlock, '\0');
   header.replace(0, name.size(), name);
-  for (const tar_field& field : fields) {
+  for (const TarField& field : fields) {
     header.replace(field.offset, strlen(field.text), field.text);
   }
   unsigned sum = 0;
@@ -174,7 +174,7 @@ std::string tar_piece(const std::string& name, const std::string& content, int64
   return piece;
 }
 
-int64_t archive_bound(const pack_source& source, size_t manifest) {
+int64_t archive_bound(const PackSource& source, size_t manifest) {
   int64_t total = kTarEnd + kTarEntry + static_cast<int64_t>(manifest) + kTarBlock;
   for (const std::string& name : source.names) total += tar_bytes(source.base + "/" + name);
   return total + total / kGzipGrowth + kTarBlock;

@@ -30,9 +30,9 @@ constexpr const char* kFingerprint = "ro.build.fingerprint";
 constexpr std::chrono::seconds kVersionLimit{2};  // packing needs no daemon: it is only asked
 
 // What is to be packed, and what its manifest says of it.
-struct pack_job {
-  pack_source source;
-  manifest_head head;
+struct PackJob {
+  PackSource source;
+  ManifestHead head;
   std::string output;  // the archive's path, "-" for standard output
 };
 
@@ -43,9 +43,9 @@ std::string directory_of(const std::string& path) {
 }
 
 // The unfinished archive, removed unless it was kept; also when a signal ends us.
-class unfinished_file {
+class UnfinishedFile {
  public:
-  explicit unfinished_file(const std::string& target) {
+  explicit UnfinishedFile(const std::string& target) {
     const size_t slash = target.find_last_of('/') + 1;
     path_ = target.substr(0, slash) + "." + target.substr(slash) + "." + std::to_string(getpid());
     unlink(path_.c_str());   // of a process with our number, long gone
@@ -54,7 +54,7 @@ class unfinished_file {
     fd_.reset(open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
     if (fd_.get() == -1) s_path = nullptr;
   }
-  ~unfinished_file() {
+  ~UnfinishedFile() {
     if (s_path == nullptr) return;
     unlink(path_.c_str());
     s_path = nullptr;
@@ -65,7 +65,7 @@ class unfinished_file {
   bool keep_as(const std::string& target) {
     if (fsync(fd_.get()) != 0 || rename(path_.c_str(), target.c_str()) != 0) return false;
     s_path = nullptr;
-    const scoped_fd parent(open(directory_of(target).c_str(), O_RDONLY | O_CLOEXEC));
+    const ScopedFd parent(open(directory_of(target).c_str(), O_RDONLY | O_CLOEXEC));
     fsync(parent.get());  // the name too; file systems that cannot are none of our business
     return true;
   }
@@ -77,7 +77,7 @@ class unfinished_file {
   }
   static inline const char* volatile s_path = nullptr;
   std::string path_;
-  scoped_fd fd_;
+  ScopedFd fd_;
 };
 
 std::string without_slashes(std::string path) {
@@ -85,27 +85,27 @@ std::string without_slashes(std::string path) {
   return path;
 }
 
-std::string protocol_of(const environment& env) {
-  connection daemon;
+std::string protocol_of(const Environment& env) {
+  Connection daemon;
   int32_t version = 0;
   const outcome result = open_session(env, after(kVersionLimit), &daemon, &version);
-  return result.code == EXIT_OK ? std::to_string(version) : "not answered";
+  return result.code == kExitOk ? std::to_string(version) : "not answered";
 }
 
 // What the content tells of types and build.
-void describe(const run_report& content, manifest_head* head) {
+void describe(const RunReport& content, ManifestHead* head) {
   head->build = content.build;
   head->types = std::to_string(content.types) + " (" + mask_text(kLoggerTypeWords, content.types) +
                 (content.types_known ? ")" : ", seen)");
 }
 
 // A directory that was named by its path: a feedback bundle.
-std::string plan_bundle(const std::string& word, pack_job* job) {
+std::string plan_bundle(const std::string& word, PackJob* job) {
   const std::string path = without_slashes(word);
   if (path == "/" || !is_directory(path)) return "there is no directory " + path;
   if (is_link(path)) return path + " is a link; name what it leads to, " + resolved(path);
   const std::string name = path.substr(path.find_last_of('/') + 1);
-  run_report content;
+  RunReport content;
   add_content(path, &content);
   describe(content, &job->head);
   job->source = make_source(name, {path});
@@ -114,11 +114,11 @@ std::string plan_bundle(const std::string& word, pack_job* job) {
   return "";
 }
 
-std::string plan_run(const environment& env, const std::string& word, pack_job* job) {
-  run_report run;
+std::string plan_run(const Environment& env, const std::string& word, PackJob* job) {
+  RunReport run;
   std::string error;
   if (!find_run(read_runs(env), word, &run, &error)) return error;
-  if (run.state == run_state::kCapturing) {
+  if (run.state == RunState::kCapturing) {
     return "run " + run.name + " is still being captured; stop it first";
   }
   describe(run, &job->head);
@@ -130,7 +130,7 @@ std::string plan_run(const environment& env, const std::string& word, pack_job* 
 }
 
 // "" when the archive can have the name `output`, else why not.
-std::string check_output(const std::string& output, const pack_source& source) {
+std::string check_output(const std::string& output, const PackSource& source) {
   struct stat info;
   if (lstat(output.c_str(), &info) == 0 && !S_ISREG(info.st_mode)) {
     return output + " is " + (S_ISDIR(info.st_mode) ? "a directory" : "no regular file") +
@@ -147,7 +147,7 @@ std::string check_output(const std::string& output, const pack_source& source) {
 }
 
 // Reads the arguments. "" or why they make no sense.
-std::string plan(const invocation& call, const environment& env, pack_job* job) {
+std::string plan(const invocation& call, const Environment& env, PackJob* job) {
   const std::string& word = call.arguments[0];
   const bool path = word.find('/') != std::string::npos;
   if (path && word[0] != '/') return "a bundle is named by its absolute path";
@@ -182,11 +182,11 @@ std::string tool_error(const char* tool, int status) {
 }
 
 // Lets gzip write to `out` what comes first and what tar makes of the source. "" or what failed.
-std::string write_archive(const environment& env, const pack_source& source,
+std::string write_archive(const Environment& env, const PackSource& source,
                           const std::string& first, int out) {
   int ends[2];  // a socket and no pipe: writing to a gzip that has ended must not end us
   if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) return strerror(errno);
-  scoped_fd reader(ends[0]), writer(ends[1]);
+  ScopedFd reader(ends[0]), writer(ends[1]);
   const pid_t gzip = start_child({{env.root + kGzip, "-c"}, reader.get(), out});
   reader.reset();
   if (gzip == -1) return std::string("cannot start gzip: ") + strerror(errno);
@@ -194,7 +194,7 @@ std::string write_archive(const environment& env, const pack_source& source,
   bool sent = send_all(writer.get(), first);
   int tar_status = -1;
   if (sent) {
-    child_setup tar = {
+    ChildSetup tar = {
         {env.root + kTar, "-c", "-f", "-", "-C", source.base, "--"}, -1, writer.get()};
     tar.argv.insert(tar.argv.end(), source.names.begin(), source.names.end());
     const pid_t pid = start_child(tar);
@@ -207,59 +207,59 @@ std::string write_archive(const environment& env, const pack_source& source,
 }
 
 // The manifest, with every file read once.
-std::string make_manifest(const environment& env, const pack_job& job, bool progress) {
-  std::vector<packed_file> files = list_files(job.source);
+std::string make_manifest(const Environment& env, const PackJob& job, bool progress) {
+  std::vector<PackedFile> files = list_files(job.source);
   if (progress) fprintf(env.err, "checksums of %zu files\n", files.size());
   std::vector<std::string> paths;
-  for (const packed_file& file : files) paths.push_back(job.source.base + "/" + file.path);
+  for (const PackedFile& file : files) paths.push_back(job.source.base + "/" + file.path);
   const std::vector<std::string> sums = sha256_of(env, paths);
-  for (size_t i = 0; i < files.size(); ++i) files[i].sha256 = sums[i];
+  for (size_t i = 0; i < files.size(); i++) files[i].sha256 = sums[i];
   return manifest_text(job.head, files);
 }
 
 // The run's page as a piece of the archive; its commands are for the archive.
-std::string page_piece(const environment& env, const std::string& word, const std::string& name) {
-  run_source source;
+std::string page_piece(const Environment& env, const std::string& word, const std::string& name) {
+  RunSource source;
   if (!find_source(env, word, &source).empty()) return "";
   return tar_piece(piece_name(name, kPageEnding), make_page(env, source, name + ".tar.gz"),
                    time(nullptr));
 }
 
 // "" when the archive fits beside `target`, else the line that says so.
-std::string check_room(const environment& env, const std::string& target, int64_t wanted) {
+std::string check_room(const Environment& env, const std::string& target, int64_t wanted) {
   const std::string directory = directory_of(target);
-  volume_space space;
+  VolumeSpace space;
   if (!env.space(directory, &space)) return "";
   if (wanted <= space.available) return "";
   return "no room for the archive: " + space_text(directory, wanted, space.available) +
          "; -o names another place, -o - needs none";
 }
 
-int show_result(const invocation& call, environment& env, const std::string& path) {
+int show_result(const invocation& call, Environment& env, const std::string& path) {
   struct stat info = {};
   stat(path.c_str(), &info);
   const std::string sum = sha256_of(env, {path})[0];
   if (call.json) {
-    json_writer json;
+    JsonWriter json;
     json.begin_object().member("command", "pack").member("archive", path);
     json.member("bytes", static_cast<int64_t>(info.st_size)).member("sha256", sum).end_object();
     fprintf(env.out, "%s\n", json.text().c_str());
   } else {
     fprintf(env.out, "%s  %s\n", sum.c_str(), printable(path).c_str());
   }
-  return EXIT_OK;
+  return kExitOk;
 }
 
 }  // namespace
 
-int run_pack(const invocation& call, environment& env) {
-  pack_job job;
+int run_pack(const invocation& call, Environment& env) {
+  PackJob job;
   std::string error = plan(call, env, &job);
-  if (!error.empty()) return fail(call, env, EXIT_USAGE, error);
+  if (!error.empty()) return fail(call, env, kExitUsage, error);
   const bool to_stdout = job.output == "-";
   // Before the long work as well as after it, with all but the manifest.
   if (!to_stdout) error = check_room(env, job.output, archive_bound(job.source, 0));
-  if (!error.empty()) return fail(call, env, EXIT_FAILED, error);
+  if (!error.empty()) return fail(call, env, kExitFailed, error);
 
   job.head.protocol = protocol_of(env);
   const bool progress = env.progress || call.progress;
@@ -270,18 +270,18 @@ int run_pack(const invocation& call, environment& env) {
   if (to_stdout) {
     fflush(env.out);
     error = write_archive(env, job.source, first, fileno(env.out));
-    return error.empty() ? EXIT_OK : fail(call, env, EXIT_FAILED, error);
+    return error.empty() ? kExitOk : fail(call, env, kExitFailed, error);
   }
   error = check_room(env, job.output, archive_bound(job.source, first.size()));
-  if (!error.empty()) return fail(call, env, EXIT_FAILED, error);
+  if (!error.empty()) return fail(call, env, kExitFailed, error);
   {
-    unfinished_file file(job.output);
+    UnfinishedFile file(job.output);
     if (file.fd() == -1) error = "cannot write " + job.output + ": " + strerror(errno);
     if (error.empty()) error = write_archive(env, job.source, first, file.fd());
     if (error.empty() && !file.keep_as(job.output)) {
       error = "cannot finish " + job.output + ": " + strerror(errno);
     }
   }
-  if (!error.empty()) return fail(call, env, EXIT_FAILED, error);
+  if (!error.empty()) return fail(call, env, kExitFailed, error);
   return show_result(call, env, job.output);
 }

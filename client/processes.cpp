@@ -16,32 +16,32 @@ constexpr std::string_view kDaemonName = "harrowmossd";
 constexpr size_t kCommMax = 15;         // what the kernel keeps of a process name
 constexpr size_t kCommandLimit = 4096;  // longest command line shown
 
-enum class where { kComm, kProgram, kCommand };
+enum class Where { kComm, kProgram, kCommand };
 
-struct worker_rule {
-  where field;  // kProgram: argv[0] begins so; kCommand: the joined argv holds it
+struct WorkerRule {
+  Where field;  // kProgram: argv[0] begins so; kCommand: the joined argv holds it
   const char* text;
   const char* role;
 };
 
 // Names and commands that the daemon gives its workers; logger types' own names are found through
 // their table.
-constexpr worker_rule kWorkerRules[] = {
-    {where::kComm, "harrowmossd-lsm", kSizeMonitorRole},
-    {where::kComm, "wmossd:debug-fg", "power"},
-    {where::kComm, "d:debug-general", "feedback"},
-    {where::kProgram, "harrowmossd:SLC", "self log"},
-    {where::kProgram, "harrowmossd-fp", "fingerprint"},
-    {where::kProgram, "debug/vesk", "mobile"},
-    {where::kProgram, "harrowmossd:debug-", "mobile"},
-    {where::kProgram, "harrowmossd:general-", "feedback"},
-    {where::kCommand, "/ipc_logging/qrtr_", "mobile"},
-    {where::kCommand, "/.logger/kernel_pmic.txt", "kernel log"},
+constexpr WorkerRule kWorkerRules[] = {
+    {Where::kComm, "harrowmossd-lsm", kSizeMonitorRole},
+    {Where::kComm, "wmossd:debug-fg", "power"},
+    {Where::kComm, "d:debug-general", "feedback"},
+    {Where::kProgram, "harrowmossd:SLC", "self log"},
+    {Where::kProgram, "harrowmossd-fp", "fingerprint"},
+    {Where::kProgram, "debug/vesk", "mobile"},
+    {Where::kProgram, "harrowmossd:debug-", "mobile"},
+    {Where::kProgram, "harrowmossd:general-", "feedback"},
+    {Where::kCommand, "/ipc_logging/qrtr_", "mobile"},
+    {Where::kCommand, "/.logger/kernel_pmic.txt", "kernel log"},
     // Scripts, and what they leave running: an orphan has lost the parent that tells its type.
-    {where::kCommand, "/system/etc/get_net_log.sh", "net"},
-    {where::kCommand, "/system/etc/power_logs_", "power"},
-    {where::kCommand, "/system/etc/fg_logs_start.sh", "power"},
-    {where::kCommand, "/system/etc/watch_fd.sh", "mobile"},
+    {Where::kCommand, "/system/etc/get_net_log.sh", "net"},
+    {Where::kCommand, "/system/etc/power_logs_", "power"},
+    {Where::kCommand, "/system/etc/fg_logs_start.sh", "power"},
+    {Where::kCommand, "/system/etc/watch_fd.sh", "mobile"},
 };
 
 std::string_view base_name(std::string_view path) {
@@ -65,33 +65,33 @@ bool is_type_name(const std::string& comm, const char* type) {
   return comm == (full.size() < kCommMax ? full : full.substr(full.size() - kCommMax));
 }
 
-bool matches(const worker_rule& rule, const process& who, const std::string& command) {
+bool matches(const WorkerRule& rule, const Process& who, const std::string& command) {
   switch (rule.field) {
-    case where::kComm:
+    case Where::kComm:
       return who.comm == rule.text;
-    case where::kProgram:
+    case Where::kProgram:
       return !who.argv.empty() && who.argv[0].compare(0, strlen(rule.text), rule.text) == 0;
-    case where::kCommand:
+    case Where::kCommand:
       return command.find(rule.text) != std::string::npos;
   }
   return false;
 }
 
-std::string role_of(const process& who, const std::string& inherited) {
-  for (const named_bit& type : kLoggerTypeNames) {
+std::string role_of(const Process& who, const std::string& inherited) {
+  for (const NamedBit& type : kLoggerTypeNames) {
     if (is_type_name(who.comm, type.name)) return type.name;
   }
   std::string command;
   for (const std::string& argument : who.argv) command += argument + ' ';
-  for (const worker_rule& rule : kWorkerRules) {
+  for (const WorkerRule& rule : kWorkerRules) {
     if (matches(rule, who, command)) return rule.role;
   }
   return inherited;
 }
 
-void add_below(const std::vector<process>& all, pid_t parent, const std::string& inherited,
-               std::vector<worker>* found) {
-  for (const process& who : all) {
+void add_below(const std::vector<Process>& all, pid_t parent, const std::string& inherited,
+               std::vector<Worker>* found) {
+  for (const Process& who : all) {
     if (who.parent != parent || who.pid == parent) continue;
     found->push_back({who, role_of(who, inherited)});
     add_below(all, who.pid, std::string(found->back().role), found);
@@ -100,7 +100,7 @@ void add_below(const std::vector<process>& all, pid_t parent, const std::string&
 
 }  // namespace
 
-bool parse_stat(const std::string& text, process* out) {
+bool parse_stat(const std::string& text, Process* out) {
   const size_t open = text.find('(');
   const size_t close = text.rfind(')');
   if (open == std::string::npos || close == std::string::npos || close < open) return false;
@@ -108,9 +108,9 @@ bool parse_stat(const std::string& text, process* out) {
   out->comm = text.substr(open + 1, close - open - 1);
   // Behind the name, blank-separated: 3 state, 4 parent, ..., 22 start time.
   const char* field = text.c_str() + close + 1;
-  for (int number = 3; number <= 22; ++number) {
+  for (int number = 3; number <= 22; number++) {
     if (*field != ' ') return false;
-    ++field;
+    field++;
     if (number == 4) out->parent = atoi(field);
     if (number == 22) out->started = strtoull(field, nullptr, 10);
     field += strcspn(field, " \n");
@@ -118,12 +118,12 @@ bool parse_stat(const std::string& text, process* out) {
   return out->pid > 0;
 }
 
-std::vector<process> read_processes(const std::string& proc) {
-  std::vector<process> all;
+std::vector<Process> read_processes(const std::string& proc) {
+  std::vector<Process> all;
   for (const std::string& name : list_directory(proc)) {
     if (name.find_first_not_of("0123456789") != std::string::npos) continue;
     const std::string directory = proc + "/" + name;
-    process who;
+    Process who;
     if (!parse_stat(read_start(directory + "/stat", kCommandLimit), &who)) continue;
     who.argv = split_arguments(read_start(directory + "/cmdline", kCommandLimit));
     char target[PATH_MAX];
@@ -134,9 +134,9 @@ std::vector<process> read_processes(const std::string& proc) {
   return all;
 }
 
-const process* find_daemon(const std::vector<process>& all) {
-  const process* found = nullptr;
-  for (const process& who : all) {
+const Process* find_daemon(const std::vector<Process>& all) {
+  const Process* found = nullptr;
+  for (const Process& who : all) {
     const std::string program = who.argv.empty() ? "" : who.argv[0];
     // A worker that outlived an earlier daemon can be a child of init too, but has another name.
     if (who.parent != 1 || who.comm != kDaemonName) continue;
@@ -146,8 +146,8 @@ const process* find_daemon(const std::vector<process>& all) {
   return found;
 }
 
-std::vector<worker> find_workers(const std::vector<process>& all, pid_t daemon) {
-  std::vector<worker> found;
+std::vector<Worker> find_workers(const std::vector<Process>& all, pid_t daemon) {
+  std::vector<Worker> found;
   add_below(all, daemon, "", &found);
   return found;
 }

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-struct process {
+struct Process {
   pid_t pid = 0;
   pid_t parent = 0;
   uint64_t started = 0;           // clock ticks after boot
@@ -17,26 +17,26 @@ struct process {
 };
 
 // A process below the daemon and what it does.
-struct worker {
-  process who;
+struct Worker {
+  Process who;
   std::string role;  // a logger type's name, "size monitor", "self log", ..., "" when not known
 };
 
 // Every process under `proc` ("/proc"), by pid. Passes over what ends meanwhile.
-std::vector<process> read_processes(const std::string& proc);
+std::vector<Process> read_processes(const std::string& proc);
 
 // Takes apart the content of /proc/PID/stat; false when it is not one. Fills pid, parent, started
 // and comm, which may itself hold blanks and brackets.
-bool parse_stat(const std::string& text, process* out);
+bool parse_stat(const std::string& text, Process* out);
 
 // The daemon's main process: a child of init that bears the daemon's name and runs from a file
 // called harrowmossd (or was started as such, when the file may not be seen), the oldest of
 // several. Null when it does not run.
-const process* find_daemon(const std::vector<process>& all);
+const Process* find_daemon(const std::vector<Process>& all);
 
 // Every descendant of `daemon`, parents before their children. A process that cannot be recognised
 // by its own name or command has the role of its parent.
-std::vector<worker> find_workers(const std::vector<process>& all, pid_t daemon);
+std::vector<Worker> find_workers(const std::vector<Process>& all, pid_t daemon);
 
 // Role of the size monitor in find_workers().
 inline constexpr const char* kSizeMonitorRole = "size monitor";

@@ -18,7 +18,7 @@ constexpr auto kQuietTime = std::chrono::seconds(10);  // then a sign of life
 
 // clang-format off
 
-constexpr told_message kSteps[] = {
+constexpr ToldMessage kSteps[] = {
     {"",                    "request start logger with types changed", "other types: the current run is stopped first", false},
     {"",                    "There is not enough d",            "too little free space: logging stays off", false},
     {"",                    "current work dir : ",              "new run ", true},
@@ -57,21 +57,21 @@ std::string progress_step(std::string_view line) {
   return retell(kSteps, std::size(kSteps), line);
 }
 
-progress_lines::progress_lines(std::string self_log, FILE* out)
+ProgressLines::ProgressLines(std::string self_log, FILE* out)
     : path_(std::move(self_log)), out_(out), start_(steady_clock::now()), last_said_(start_) {
   if (open_log()) lseek(fd_, 0, SEEK_END);
 }
 
-progress_lines::~progress_lines() {
+ProgressLines::~ProgressLines() {
   if (fd_ != -1) close(fd_);
 }
 
-bool progress_lines::open_log() {
+bool ProgressLines::open_log() {
   fd_ = open(path_.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
   return fd_ != -1;
 }
 
-void progress_lines::read_log() {
+void ProgressLines::read_log() {
   char bytes[4096];
   ssize_t got;
   while ((got = read(fd_, bytes, sizeof bytes)) > 0) {
@@ -84,7 +84,7 @@ void progress_lines::read_log() {
   }
 }
 
-void progress_lines::look() {
+void ProgressLines::look() {
   if (fd_ != -1 || open_log()) {
     read_log();
     struct stat now, ours;
@@ -99,7 +99,7 @@ void progress_lines::look() {
   if (steady_clock::now() - last_said_ >= kQuietTime) say("still at work");
 }
 
-void progress_lines::say(const std::string& text) {
+void ProgressLines::say(const std::string& text) {
   last_said_ = steady_clock::now();
   const std::chrono::duration<double> elapsed = last_said_ - start_;
   fprintf(out_, "[%6.1f s] %s\n", elapsed.count(), printable(text).c_str());

@@ -11,13 +11,13 @@
 // The step that one line of the self log stands for; "" for the many lines that are no step.
 std::string progress_step(std::string_view line);
 
-class progress_lines {
+class ProgressLines {
  public:
   // Follows `self_log` from its present end and prints to `out`.
-  progress_lines(std::string self_log, FILE* out);
-  ~progress_lines();
-  progress_lines(const progress_lines&) = delete;
-  progress_lines& operator=(const progress_lines&) = delete;
+  ProgressLines(std::string self_log, FILE* out);
+  ~ProgressLines();
+  ProgressLines(const ProgressLines&) = delete;
+  ProgressLines& operator=(const ProgressLines&) = delete;
 
   // Prints the steps since the last call. To be called several times a second.
   void look();

@@ -14,8 +14,8 @@ constexpr const char* kSequence = "persist.sys.zklog.dir_sequence";
 constexpr int64_t kMib = 1 << 20;
 constexpr const char* kData = "/data";
 
-oldest_run oldest_of(const std::string& root) {
-  oldest_run oldest;
+OldestRun oldest_of(const std::string& root) {
+  OldestRun oldest;
   for (const std::string& name : list_directory(root)) {
     if (is_directory(root + "/" + name)) oldest.add(name.c_str());
   }
@@ -44,14 +44,14 @@ int64_t preallocated_bytes(const std::string& working) {
   return total;
 }
 
-quota_report read_quota(const environment& env) {
-  quota_report report;
+QuotaReport read_quota(const Environment& env) {
+  QuotaReport report;
   report.settings = read_settings(env);
   report.store_bytes = quota_bytes(env.store);
   report.working_bytes = quota_bytes(env.working);
   report.volumes = read_volumes(env);
   int64_t data = 0;
-  for (const volume_reading& volume : report.volumes) {
+  for (const VolumeReading& volume : report.volumes) {
     if (volume.path == kData) data = volume.available;
   }
   const int quota = report.settings.quota_setting;
@@ -60,18 +60,18 @@ quota_report read_quota(const environment& env) {
   report.limit_mib = int64_t{quota} * (shrinks ? 768 : 1024);
   report.verdict = judge_sizes({report.store_bytes, report.working_bytes, quota, shrinks, data,
                                 preallocated_bytes(env.working)});
-  const oldest_run store = oldest_of(env.store);
-  const oldest_run working = oldest_of(env.working);
+  const OldestRun store = oldest_of(env.store);
+  const OldestRun working = oldest_of(env.working);
   const int current = read_count(env.property(kSequence, "0"), INT_MAX - 1, 0);
   report.next = plan_eviction(store, working, current, report.settings.logging, -1).what;
-  if (report.next == eviction::store_run) report.next_path = env.store + "/" + store.name;
-  if (report.next == eviction::working_run) report.next_path = env.working + "/" + working.name;
+  if (report.next == Eviction::kStoreRun) report.next_path = env.store + "/" + store.name;
+  if (report.next == Eviction::kWorkingRun) report.next_path = env.working + "/" + working.name;
   if (!report.next_path.empty()) report.next_bytes = quota_bytes(report.next_path);
   return report;
 }
 
-int run_du(const invocation& call, environment& env) {
-  const quota_report report = read_quota(env);
+int run_du(const invocation& call, Environment& env) {
+  const QuotaReport report = read_quota(env);
   fputs((call.json ? quota_json(report) : quota_text(report, env)).c_str(), env.out);
-  return EXIT_OK;
+  return kExitOk;
 }

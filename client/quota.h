@@ -20,22 +20,22 @@ int64_t quota_bytes(const std::string& root);
 // Bytes that the logcats of the runs in `working` have allocated for lines to come.
 int64_t preallocated_bytes(const std::string& working);
 
-struct quota_report {
-  logging_settings settings;
+struct QuotaReport {
+  LoggingSettings settings;
   int64_t store_bytes = 0;
   int64_t working_bytes = 0;
   int64_t used_mib = 0;   // both trees together, whole MiB
   int64_t limit_mib = 0;  // three quarters of the setting with modem or wifi
-  size_verdict verdict = {};
-  eviction next = eviction::nothing;
+  SizeVerdict verdict = {};
+  Eviction next = Eviction::kNothing;
   std::string next_path;   // of the run that would go next, "" when it is none by itself
   int64_t next_bytes = 0;  // of that
-  std::vector<volume_reading> volumes;
+  std::vector<VolumeReading> volumes;
 };
 
-quota_report read_quota(const environment& env);
-std::string quota_text(const quota_report& report, const environment& env);
-std::string quota_json(const quota_report& report);
+QuotaReport read_quota(const Environment& env);
+std::string quota_text(const QuotaReport& report, const Environment& env);
+std::string quota_json(const QuotaReport& report);
 
 // `du`.
-int run_du(const invocation& call, environment& env);
+int run_du(const invocation& call, Environment& env);

@@ -10,8 +10,8 @@
 
 namespace {
 
-std::string victim_text(const quota_report& report) {
-  if (report.next == eviction::restart) {
+std::string victim_text(const QuotaReport& report) {
+  if (report.next == Eviction::kRestart) {
     return "only the current run is left: all would go, and logging would begin anew";
   }
   if (report.next_path.empty()) return "nothing";
@@ -19,7 +19,7 @@ std::string victim_text(const quota_report& report) {
 }
 
 // When the run that is named goes.
-std::string removal_text(const quota_report& report) {
+std::string removal_text(const QuotaReport& report) {
   if (!report.settings.deletion) return "switched off (persist.sys.zelka.log.del)";
   if (!report.settings.logging) return "none while debug logging is off";
   if (report.verdict.extreme_low) return "everything, at once: /data is nearly full";
@@ -29,7 +29,7 @@ std::string removal_text(const quota_report& report) {
 
 }  // namespace
 
-std::string quota_text(const quota_report& report, const environment& env) {
+std::string quota_text(const QuotaReport& report, const Environment& env) {
   std::string text;
   const auto line = [&](const std::string& label, const std::string& value) {
     char head[24];
@@ -39,7 +39,7 @@ std::string quota_text(const quota_report& report, const environment& env) {
   const auto tree = [&](const char* label, int64_t bytes, const std::string& path) {
     line(label, size_text(bytes) + " (" + std::to_string(bytes) + " bytes) in " + path);
   };
-  const logging_settings& settings = report.settings;
+  const LoggingSettings& settings = report.settings;
   tree("store", report.store_bytes, env.store);
   tree("working", report.working_bytes, env.working);
   line("used", std::to_string(report.used_mib) + " MiB of " + std::to_string(report.limit_mib) +
@@ -49,27 +49,27 @@ std::string quota_text(const quota_report& report, const environment& env) {
                                                    : ", all of it: neither modem nor wifi"));
   line("removal", removal_text(report));
   line("next to go", victim_text(report));
-  for (const volume_reading& volume : report.volumes) {
+  for (const VolumeReading& volume : report.volumes) {
     line(volume.path, (has_room(volume) ? "room to log, " : "too little to log, ") +
                           space_text(volume).substr(volume.path.size() + 2));
   }
   return text;
 }
 
-std::string quota_json(const quota_report& report) {
-  const size_verdict& verdict = report.verdict;
-  json_writer json;
+std::string quota_json(const QuotaReport& report) {
+  const SizeVerdict& verdict = report.verdict;
+  JsonWriter json;
   json.begin_object().member("command", "du").member("store_bytes", report.store_bytes);
   json.member("working_bytes", report.working_bytes).member("used_mib", report.used_mib);
   json.member("limit_mib", report.limit_mib).flag("over_quota", verdict.over_quota);
   json.flag("data_extremely_low", verdict.extreme_low).flag("deletion", report.settings.deletion);
   json.flag("logging", report.settings.logging);
-  const bool all = report.next == eviction::restart;
+  const bool all = report.next == Eviction::kRestart;
   json.member("next", all ? "everything" : report.next_path.empty() ? "nothing" : "run");
   json.key("next_path");
   report.next_path.empty() ? json.null() : json.string(report.next_path);
   json.member("next_bytes", report.next_bytes).key("volumes").begin_array();
-  for (const volume_reading& volume : report.volumes) {
+  for (const VolumeReading& volume : report.volumes) {
     json.begin_object().member("path", volume.path).member("wanted", volume.wanted);
     json.key("free");
     volume.known ? json.number(volume.available) : json.null();

@@ -15,7 +15,7 @@ std::string wrong_size(std::string_view data, const char* kind) {
 }
 
 // An int32 length and a CString of that length, padded with zeros, and nothing else.
-bool decode_text(std::string_view data, reply* out, std::string* error) {
+bool decode_text(std::string_view data, Reply* out, std::string* error) {
   std::string_view rest = data.substr(kReplyMin);
   if (rest.size() < 8) {  // the length and the shortest padded string
     *error = wrong_size(data, "a text");
@@ -43,7 +43,7 @@ int32_t int32_at(std::string_view data, size_t offset) {
   return static_cast<int32_t>(little_endian(data, offset, 4));
 }
 
-bool decode_reply(std::string_view data, const request_name& request, int64_t serial, reply* out,
+bool decode_reply(std::string_view data, const RequestName& request, int64_t serial, Reply* out,
                   std::string* error) {
   *out = {};
   if (data.size() < kReplyMin) {
@@ -61,12 +61,12 @@ bool decode_reply(std::string_view data, const request_name& request, int64_t se
   out->has_result = data.size() > kReplyMin;
   if (!out->has_result) return true;
   if (data.size() == kReplyMin + 4) out->number = int32_at(data, kReplyMin);
-  if (request.reply == reply_fields::kInt && data.size() == kReplyMin + 4) return true;
+  if (request.reply == ReplyFields::kInt && data.size() == kReplyMin + 4) return true;
   // A daemon that does not know a code answers every such request with a bare -1.
   out->unknown = data.size() == kReplyMin + 4 && out->number == -1;
   if (out->unknown) return true;
-  if (request.reply == reply_fields::kText) return decode_text(data, out, error);
-  const bool number = request.reply == reply_fields::kInt;
+  if (request.reply == ReplyFields::kText) return decode_text(data, out, error);
+  const bool number = request.reply == ReplyFields::kInt;
   *error = wrong_size(data, number ? "just a number" : "nothing behind its serial");
   return false;
 }

@@ -14,18 +14,18 @@
 constexpr int32_t kReplyMax = kDumpTextMax / 2;
 constexpr int32_t kReplyMin = 12;  // code and serial
 
-struct reply {
+struct Reply {
   int32_t code = 0;
   int64_t serial = 0;
   bool has_result = false;  // false: the reply ends behind the serial
   bool unknown = false;     // the daemon does not know the request; `number` is -1
-  int32_t number = 0;       // for reply_fields::kInt
-  std::string text;         // for reply_fields::kText, may hold any byte but NUL
+  int32_t number = 0;       // for ReplyFields::kInt
+  std::string text;         // for ReplyFields::kText, may hold any byte but NUL
 };
 
 // Reads `data` as the answer to `request` with `serial`. False and one line in `error` when it is
 // short, long, meant for another request, or its lengths lie.
-bool decode_reply(std::string_view data, const request_name& request, int64_t serial, reply* out,
+bool decode_reply(std::string_view data, const RequestName& request, int64_t serial, Reply* out,
                   std::string* error);
 
 // A little-endian int32 at `offset`, which must lie within `data`.

@@ -69,57 +69,57 @@ constexpr struct {
 
 // clang-format on
 
-std::string text_of(const reply& answer, const request_name& request) {
-  if (request.reply == reply_fields::kText) return printable(answer.text);
+std::string text_of(const Reply& answer, const RequestName& request) {
+  if (request.reply == ReplyFields::kText) return printable(answer.text);
   return std::to_string(answer.number);
 }
 
-const char* meaning_of(const reply& answer, const request_name& request) {
+const char* meaning_of(const Reply& answer, const RequestName& request) {
   for (const auto& row : kMeanings) {
     if (row.code == request.code && row.result == answer.number) return row.meaning;
   }
   return "";
 }
 
-bool failed(const reply& answer) {
+bool failed(const Reply& answer) {
   return answer.has_result && answer.number < 0;
 }
 
 // Connects, asks the version, makes `destination` unless it is "", and exchanges `frame` for
 // `bytes`. Without a daemon nothing is left on the phone.
-outcome converse(const invocation& call, environment& env, std::string_view frame,
+outcome converse(const invocation& call, Environment& env, std::string_view frame,
                  const std::string& destination, std::string* bytes) {
-  connection daemon;
-  const steady_time served_by = after(std::min(kVersionTimeout, call.timeout));
+  Connection daemon;
+  const SteadyTime served_by = after(std::min(kVersionTimeout, call.timeout));
   outcome result = open_session(env, served_by, &daemon, nullptr);
-  if (result.code != EXIT_OK) return result;
+  if (result.code != kExitOk) return result;
 
   if (!destination.empty() && !make_directories(destination)) {
     const int failure = errno;
     std::string error = "cannot make the directory " + destination + ": " + strerror(failure);
-    volume_space space;
+    VolumeSpace space;
     if (failure == ENOSPC && env.space(existing_parent(destination), &space)) {
       error += "; " + space_text(destination, space.block, space.available);
     }
-    return {EXIT_USAGE, error};
+    return {kExitUsage, error};
   }
 
   std::function<void()> tick;
   if (env.progress || call.progress) {
-    tick = [steps = std::make_shared<progress_lines>(env.self_log, env.err)] { steps->look(); };
+    tick = [steps = std::make_shared<ProgressLines>(env.self_log, env.err)] { steps->look(); };
   }
   result = daemon.exchange(frame, after(call.timeout), tick, bytes);
-  if (result.code == EXIT_TIMED_OUT) result.error += "; the daemon goes on with the request";
+  if (result.code == kExitTimedOut) result.error += "; the daemon goes on with the request";
   return result;
 }
 
-void show_frame(const invocation& call, environment& env, const request_frame& frame) {
+void show_frame(const invocation& call, Environment& env, const RequestFrame& frame) {
   const std::string_view payload = std::string_view(frame.bytes).substr(2);
   if (call.json) {
-    json_writer json;
+    JsonWriter json;
     json.begin_object().member("command", call.what->name).member("frame", hex_text(frame.bytes));
     json.key("fields").begin_array();
-    for (const frame_field& field : frame.fields) {
+    for (const FrameField& field : frame.fields) {
       json.begin_object().member("name", field.name).member("value", field.value);
       json.member("hex", hex_text(std::string_view(frame.bytes).substr(field.offset, field.size)));
       json.end_object();
@@ -129,7 +129,7 @@ void show_frame(const invocation& call, environment& env, const request_frame& f
     return;
   }
   fprintf(env.out, "frame: %s\n", hex_text(frame.bytes).c_str());
-  for (const frame_field& field : frame.fields) {
+  for (const FrameField& field : frame.fields) {
     const std::string_view bytes = std::string_view(frame.bytes).substr(field.offset, field.size);
     fprintf(env.out, "  %-8s%-24s %s\n", field.name, hex_text(bytes).c_str(),
             printable(field.value).c_str());
@@ -139,12 +139,12 @@ void show_frame(const invocation& call, environment& env, const request_frame& f
 }
 
 // Reads the arguments that the request takes. False and one line in `error` when one is wrong.
-bool read_values(const invocation& call, environment& env, request_values* values,
+bool read_values(const invocation& call, Environment& env, RequestValues* values,
                  std::string* error) {
-  const request_arguments kind = call.what->request->arguments;
-  const bool types = kind == request_arguments::kMask;
-  if (types || kind == request_arguments::kMaskPathInt) {
-    const mask_words& words = types ? kLoggerTypeWords : kFeedbackWords;
+  const RequestArguments kind = call.what->request->arguments;
+  const bool types = kind == RequestArguments::kMask;
+  if (types || kind == RequestArguments::kMaskPathInt) {
+    const MaskWords& words = types ? kLoggerTypeWords : kFeedbackWords;
     const std::string& list = types ? call.arguments[0] : call.select;
     if (!types && list.empty()) {
       *error = "say what to collect: --select general,tombstone,...";
@@ -157,7 +157,7 @@ bool read_values(const invocation& call, environment& env, request_values* value
               static_cast<unsigned>(unnamed));
     }
   }
-  if (types || kind == request_arguments::kNone) return true;
+  if (types || kind == RequestArguments::kNone) return true;
   values->path = call.arguments[0];
   *error = check_destination(values->path);
   return error->empty();
@@ -165,23 +165,23 @@ bool read_values(const invocation& call, environment& env, request_values* value
 
 // What a reply that sounds well does not tell, or "". The daemon answers 0 to a start even when it
 // found too little space and switched logging off.
-std::string warning_of(const reply& answer, const request_name& request, const environment& env) {
+std::string warning_of(const Reply& answer, const RequestName& request, const Environment& env) {
   if (failed(answer)) return "";
   if (answer.code != kStart) return loss_while_logging(&request, env);
   if (read_settings(env).logging) return "";
   std::string text =
       "the daemon accepted the start, but debug logging is off: it wants more than "
       "64 MiB free on /sdcard and more than 128 MiB on /data";
-  for (const volume_reading& volume : read_volumes(env)) text += "; " + space_text(volume);
+  for (const VolumeReading& volume : read_volumes(env)) text += "; " + space_text(volume);
   return text;
 }
 
-int show_reply(const invocation& call, environment& env, const std::string& bytes) {
-  const request_name& request = *call.what->request;
-  reply answer;
+int show_reply(const invocation& call, Environment& env, const std::string& bytes) {
+  const RequestName& request = *call.what->request;
+  Reply answer;
   std::string error;
   if (!decode_reply(bytes, request, kRequestSerial, &answer, &error)) {
-    return fail(call, env, EXIT_BAD_REPLY, error);
+    return fail(call, env, kExitBadReply, error);
   }
   const std::string warning = warning_of(answer, request, env);
   if (!warning.empty()) fprintf(env.err, "harrowmossctl: %s\n", warning.c_str());
@@ -192,7 +192,7 @@ int show_reply(const invocation& call, environment& env, const std::string& byte
   } else {
     fprintf(failed(answer) ? env.err : env.out, "%s\n", text.c_str());
   }
-  return failed(answer) ? EXIT_DAEMON_FAILED : EXIT_OK;
+  return failed(answer) ? kExitDaemonFailed : kExitOk;
 }
 
 bool parse_hex(const std::vector<std::string>& words, std::string* bytes) {
@@ -230,14 +230,14 @@ std::string check_destination(std::string_view path) {
   return components >= 2 ? "" : "the destination must lie at least two levels below /";
 }
 
-std::string loss_while_logging(const request_name* request, const environment& env) {
+std::string loss_while_logging(const RequestName* request, const Environment& env) {
   if (request == nullptr || request->code != kDelete || !read_settings(env).logging) return "";
   return "debug logging is on and goes on in deleted files: what is captured until the next start "
          "is lost (`harrowmossctl stop`, then start)";
 }
 
-std::string reply_text(const reply& answer, const request_name& request) {
-  if (answer.unknown && request.reply != reply_fields::kInt) {
+std::string reply_text(const Reply& answer, const RequestName& request) {
+  if (answer.unknown && request.reply != ReplyFields::kInt) {
     return "the daemon does not know this request (-1)";
   }
   const std::string meaning = meaning_of(answer, request);
@@ -246,7 +246,7 @@ std::string reply_text(const reply& answer, const request_name& request) {
            (meaning.empty() ? "" : ": " + meaning);
   }
   const auto& row = kTexts[request.code - 1];
-  const bool empty = request.reply == reply_fields::kText && answer.text.empty();
+  const bool empty = request.reply == ReplyFields::kText && answer.text.empty();
   if (!answer.has_result || empty) return row.nothing;
   std::string text = row.done;
   const size_t mark = text.find('%');
@@ -254,14 +254,14 @@ std::string reply_text(const reply& answer, const request_name& request) {
   return meaning.empty() ? text : text + " (" + meaning + ")";
 }
 
-std::string reply_json(const reply& answer, const request_name& request,
+std::string reply_json(const Reply& answer, const RequestName& request,
                        const std::string& warning) {
-  json_writer json;
+  JsonWriter json;
   json.begin_object().member("command", request.command).member("code", request.code);
   json.key("result");
   if (!answer.has_result) {
     json.null();
-  } else if (request.reply == reply_fields::kText && !answer.unknown) {
+  } else if (request.reply == ReplyFields::kText && !answer.unknown) {
     json.string(answer.text);
   } else {
     json.number(answer.number);
@@ -272,47 +272,47 @@ std::string reply_json(const reply& answer, const request_name& request,
   return json.end_object().text() + "\n";
 }
 
-int run_request(const invocation& call, environment& env) {
-  request_values values;
-  request_frame frame;
+int run_request(const invocation& call, Environment& env) {
+  RequestValues values;
+  RequestFrame frame;
   std::string error;
   if (!read_values(call, env, &values, &error) ||
       !encode_request(*call.what->request, kRequestSerial, values, &frame, &error)) {
-    return fail(call, env, EXIT_USAGE, error);
+    return fail(call, env, kExitUsage, error);
   }
   if (call.dry_run) {
     show_frame(call, env, frame);
-    return EXIT_OK;
+    return kExitOk;
   }
   std::string bytes;
   const outcome result = converse(call, env, frame.bytes, std::string(values.path), &bytes);
-  if (result.code != EXIT_OK) return fail(call, env, result.code, result.error);
+  if (result.code != kExitOk) return fail(call, env, result.code, result.error);
   return show_reply(call, env, bytes);
 }
 
-int run_raw(const invocation& call, environment& env) {
+int run_raw(const invocation& call, Environment& env) {
   std::string payload;
-  request_frame frame;
+  RequestFrame frame;
   std::string error = "the payload is not whole hexadecimal bytes";
   if (!parse_hex(call.arguments, &payload) || !frame_payload(payload, &frame.bytes, &error)) {
-    return fail(call, env, EXIT_USAGE, error);
+    return fail(call, env, kExitUsage, error);
   }
   if (call.dry_run) {
     frame.fields = {{"length", 0, 2, std::to_string(payload.size())},
                     {"payload", 2, payload.size(), ""}};
     show_frame(call, env, frame);
-    return EXIT_OK;
+    return kExitOk;
   }
   std::string bytes;
   const outcome result = converse(call, env, frame.bytes, "", &bytes);
-  if (result.code != EXIT_OK) return fail(call, env, result.code, result.error);
+  if (result.code != kExitOk) return fail(call, env, result.code, result.error);
   if (call.json) {
-    json_writer json;
+    JsonWriter json;
     json.begin_object().member("command", "raw").member("reply", hex_text(bytes)).end_object();
     fprintf(env.out, "%s\n", json.text().c_str());
   } else {
     fprintf(env.out, "%s\n", hex_text(bytes).c_str());
   }
   const bool number = bytes.size() == kReplyMin + 4;
-  return number && int32_at(bytes, kReplyMin) < 0 ? EXIT_DAEMON_FAILED : EXIT_OK;
+  return number && int32_at(bytes, kReplyMin) < 0 ? kExitDaemonFailed : kExitOk;
 }

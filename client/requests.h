@@ -9,10 +9,10 @@
 #include "client/reply.h"
 
 // Sends `call.what->request` with the arguments of `call` and shows the reply.
-int run_request(const invocation& call, environment& env);
+int run_request(const invocation& call, Environment& env);
 
 // Sends the payload that the arguments spell in hexadecimal, and shows the reply's bytes.
-int run_raw(const invocation& call, environment& env);
+int run_raw(const invocation& call, Environment& env);
 
 // Why `path` cannot be a destination, or "". The daemon hands it to a root shell and opens it to
 // everyone, so it must be absolute, at least two levels deep, without "." and "..", and of the
@@ -21,9 +21,8 @@ std::string check_destination(std::string_view path);
 
 // What `request` (may be null) destroys beside what it says, as debug logging is on; "" when it
 // does not. The daemon's writers keep the files that it deletes.
-std::string loss_while_logging(const request_name* request, const environment& env);
+std::string loss_while_logging(const RequestName* request, const Environment& env);
 
 // What people and scripts read about a reply.
-std::string reply_text(const reply& answer, const request_name& request);
-std::string reply_json(const reply& answer, const request_name& request,
-                       const std::string& warning);
+std::string reply_text(const Reply& answer, const RequestName& request);
+std::string reply_json(const Reply& answer, const RequestName& request, const std::string& warning);

@@ -15,7 +15,7 @@ namespace {
 constexpr const char* kKindNames[] = {"missing", "empty", "hole"};
 constexpr const char* kEveryRun = "every run";
 
-enum class promise {
+enum class Promise {
   kFilled,   // at least one file, none of them empty
   kLogged,   // the same once the run is complete: logcat writes blocks of 4 KiB
   kPresent,  // at least one file, which may be empty
@@ -28,32 +28,32 @@ enum class promise {
 constexpr struct {
   int32_t types;
   const char* pattern;  // of paths below the run; '*' also matches '/'
-  promise kept;
+  Promise kept;
   bool at_stop;         // written by the stop
   const char* absent;   // a good reason, for kUsual
 } kPieces[] = {
-    {kTypeMobile,      "mobile/*-main.txt",                      promise::kLogged,  false, ""},
-    {kTypeMobile,      "mobile/*-events.txt",                    promise::kLogged,  false, ""},
-    {kTypeMobile,      "mobile/*-system.txt",                    promise::kLogged,  false, ""},
-    {kTypeMobile,      "mobile/*-radio.txt",                     promise::kPresent, false, ""},
-    {kTypeMobile,      "mobile/*-crash.txt",                     promise::kPresent, false, ""},
-    {kTypeMobile,      "mobile/*-kernel.txt",                    promise::kLogged,  false, ""},
-    {kTypeMobile,      "mobile/logcat_control_message-*.txt",    promise::kFilled,  false, ""},
-    {kTypeMobile,      "system.prop",                            promise::kFilled,  false, ""},
-    {kTypeMobile,      "others.prop",                            promise::kFilled,  false, ""},
-    {kTypeModem,       "modem/*",                                promise::kFilled,  true,  ""},
-    {kTypeNet,         "net/*-netlog.pcap",                      promise::kFilled,  false, ""},
-    {kTypeNet,         "net/iptables-start.txt",                 promise::kFilled,  false, ""},
-    {kTypeNet,         "net/iptables-stop.txt",                  promise::kUsual,   true,  "not written when a change of types ended the run"},
-    {kTypePower,       "power/*",                                promise::kFilled,  true,  ""},
-    {kTypePower,       "fg/*",                                   promise::kFilled,  false, ""},
-    {kTypeFingerprint, "fingerprint/qsee_log.txt",               promise::kPresent, false, ""},
-    {kTypeFingerprint, "fingerprint/tzbsp.txt",                  promise::kUsual,   false, "only with persist.sys.zklog.tzbsp.enable"},
-    {kTypeWifi,        "wlan_logs/*",                            promise::kUsual,   true,  "the vendor service brought no file"},
-    {kTypeTouch,       "touch/event.txt",                        promise::kPresent, false, ""},
-    {kTypeMpssDump,    "mpss_dump/*",                           promise::kUsual,   true,  "the watchdog had nothing to capture"},
-    {0,                "system_stop.prop",                       promise::kFilled,  true,  ""},
-    {0,                "others_stop.prop",                       promise::kFilled,  true,  ""},
+    {kTypeMobile,      "mobile/*-main.txt",                      Promise::kLogged,  false, ""},
+    {kTypeMobile,      "mobile/*-events.txt",                    Promise::kLogged,  false, ""},
+    {kTypeMobile,      "mobile/*-system.txt",                    Promise::kLogged,  false, ""},
+    {kTypeMobile,      "mobile/*-radio.txt",                     Promise::kPresent, false, ""},
+    {kTypeMobile,      "mobile/*-crash.txt",                     Promise::kPresent, false, ""},
+    {kTypeMobile,      "mobile/*-kernel.txt",                    Promise::kLogged,  false, ""},
+    {kTypeMobile,      "mobile/logcat_control_message-*.txt",    Promise::kFilled,  false, ""},
+    {kTypeMobile,      "system.prop",                            Promise::kFilled,  false, ""},
+    {kTypeMobile,      "others.prop",                            Promise::kFilled,  false, ""},
+    {kTypeModem,       "modem/*",                                Promise::kFilled,  true,  ""},
+    {kTypeNet,         "net/*-netlog.pcap",                      Promise::kFilled,  false, ""},
+    {kTypeNet,         "net/iptables-start.txt",                 Promise::kFilled,  false, ""},
+    {kTypeNet,         "net/iptables-stop.txt",                  Promise::kUsual,   true,  "not written when a change of types ended the run"},
+    {kTypePower,       "power/*",                                Promise::kFilled,  true,  ""},
+    {kTypePower,       "fg/*",                                   Promise::kFilled,  false, ""},
+    {kTypeFingerprint, "fingerprint/qsee_log.txt",               Promise::kPresent, false, ""},
+    {kTypeFingerprint, "fingerprint/tzbsp.txt",                  Promise::kUsual,   false, "only with persist.sys.zklog.tzbsp.enable"},
+    {kTypeWifi,        "wlan_logs/*",                            Promise::kUsual,   true,  "the vendor service brought no file"},
+    {kTypeTouch,       "touch/event.txt",                        Promise::kPresent, false, ""},
+    {kTypeMpssDump,    "mpss_dump/*",                           Promise::kUsual,   true,  "the watchdog had nothing to capture"},
+    {0,                "system_stop.prop",                       Promise::kFilled,  true,  ""},
+    {0,                "others_stop.prop",                       Promise::kFilled,  true,  ""},
 };
 
 // clang-format on
@@ -63,18 +63,18 @@ const char* type_name(int32_t mask) {
   return name == nullptr ? kEveryRun : name;
 }
 
-std::string types_text(const run_report& run) {
+std::string types_text(const RunReport& run) {
   return mask_text(kLoggerTypeWords, run.types) + (run.types_known ? "" : " (seen)");
 }
 
-std::string report_text(const run_report& run, const std::vector<check_finding>& found, int pieces,
+std::string report_text(const RunReport& run, const std::vector<CheckFinding>& found, int pieces,
                         bool wrong) {
   std::string text = printable(run.name) + ", " + state_name(run) + ", " + types_text(run) + "\n";
-  for (const check_finding& entry : found) {
+  for (const CheckFinding& entry : found) {
     char head[64];
     snprintf(head, sizeof head, "  %-8s %-12s ", entry.note ? "note" : kKindNames[entry.what],
              entry.type.c_str());
-    const char* kind = entry.note && entry.what == check_finding::kMissing ? " is missing" : "";
+    const char* kind = entry.note && entry.what == CheckFinding::kMissing ? " is missing" : "";
     text +=
         head + printable(entry.path) + kind + (entry.text.empty() ? "" : ": " + entry.text) + "\n";
   }
@@ -82,15 +82,15 @@ std::string report_text(const run_report& run, const std::vector<check_finding>&
          " pieces looked for)\n";
 }
 
-std::string report_json(const run_report& run, const std::vector<check_finding>& found, int pieces,
+std::string report_json(const RunReport& run, const std::vector<CheckFinding>& found, int pieces,
                         bool wrong) {
-  json_writer json;
+  JsonWriter json;
   json.begin_object().member("command", "check").member("run", run.name);
   json.member("state", state_name(run)).member("mask", run.types);
   json.member("types", mask_text(kLoggerTypeWords, run.types));
   json.flag("types_known", run.types_known).member("pieces", pieces).flag("as_promised", !wrong);
   json.key("findings").begin_array();
-  for (const check_finding& entry : found) {
+  for (const CheckFinding& entry : found) {
     json.begin_object().member("kind", kKindNames[entry.what]).member("type", entry.type);
     json.member("path", entry.path).member("text", entry.text).flag("note", entry.note);
     json.end_object();
@@ -101,64 +101,64 @@ std::string report_json(const run_report& run, const std::vector<check_finding>&
 
 }  // namespace
 
-std::vector<check_finding> check_content(const std::map<std::string, int64_t>& files, int32_t types,
-                                         bool stopped, int* pieces) {
-  std::vector<check_finding> found;
+std::vector<CheckFinding> check_content(const std::map<std::string, int64_t>& files, int32_t types,
+                                        bool stopped, int* pieces) {
+  std::vector<CheckFinding> found;
   *pieces = 0;
   for (const auto& piece : kPieces) {
     if (piece.types != 0 && (piece.types & types) == 0) continue;
     if (piece.at_stop && !stopped) continue;
     ++*pieces;
     const bool may_be_empty =
-        piece.kept == promise::kPresent || (piece.kept == promise::kLogged && !stopped);
+        piece.kept == Promise::kPresent || (piece.kept == Promise::kLogged && !stopped);
     bool there = false;
     for (const auto& [path, bytes] : files) {
       if (fnmatch(piece.pattern, path.c_str(), 0) != 0) continue;
       there = true;
       if (bytes != 0 || may_be_empty) continue;
-      found.push_back({check_finding::kEmpty, type_name(piece.types), path, "", false});
+      found.push_back({CheckFinding::kEmpty, type_name(piece.types), path, "", false});
     }
     if (there) continue;
-    found.push_back({check_finding::kMissing, type_name(piece.types), piece.pattern, piece.absent,
-                     piece.kept == promise::kUsual});
+    found.push_back({CheckFinding::kMissing, type_name(piece.types), piece.pattern, piece.absent,
+                     piece.kept == Promise::kUsual});
   }
   return found;
 }
 
-std::vector<check_finding> check_holes(const run_report& run) {
-  std::vector<check_finding> found;
+std::vector<CheckFinding> check_holes(const RunReport& run) {
+  std::vector<CheckFinding> found;
   const auto note = [&](const std::string& path, const std::string& text, bool only_note) {
-    found.push_back({check_finding::kHole, path.substr(0, path.find('/')), path, text, only_note});
+    found.push_back({CheckFinding::kHole, path.substr(0, path.find('/')), path, text, only_note});
   };
   for (const std::string& path : run.replaced) {
     note(path, "its logcat was replaced, lines just before it may be lost", false);
   }
-  for (const rotated_file& file : run.rotated) {
+  for (const RotatedFile& file : run.rotated) {
     const std::string kept = std::to_string(file.generations) + " rotated out, ";
-    if (file.lost == lost_lines::kYes) note(file.path, kept + "older lines are lost", false);
-    if (file.lost == lost_lines::kUnknown) {
+    if (file.lost == LostLines::kYes) note(file.path, kept + "older lines are lost", false);
+    if (file.lost == LostLines::kUnknown) {
       note(file.path, kept + "whether older lines are lost cannot be told", true);
     }
   }
   return found;
 }
 
-int run_check(const invocation& call, environment& env) {
-  run_report run;
+int run_check(const invocation& call, Environment& env) {
+  RunReport run;
   std::string error;
   if (!find_run(read_runs(env), call.arguments[0], &run, &error)) {
-    return fail(call, env, EXIT_USAGE, error);
+    return fail(call, env, kExitUsage, error);
   }
   std::map<std::string, int64_t> files;
   for (const std::string& place : directories_of(run)) {
     walk_files(place, [&](const std::string& path, int64_t bytes) { files[path] = bytes; });
   }
   int pieces = 0;
-  const bool stopped = run.state != run_state::kCapturing;
-  std::vector<check_finding> found = check_content(files, run.types, stopped, &pieces);
-  for (const check_finding& hole : check_holes(run)) found.push_back(hole);
+  const bool stopped = run.state != RunState::kCapturing;
+  std::vector<CheckFinding> found = check_content(files, run.types, stopped, &pieces);
+  for (const CheckFinding& hole : check_holes(run)) found.push_back(hole);
   const bool wrong = std::any_of(found.begin(), found.end(),
-                                 [](const check_finding& entry) { return !entry.note; });
+                                 [](const CheckFinding& entry) { return !entry.note; });
   fputs((call.json ? report_json : report_text)(run, found, pieces, wrong).c_str(), env.out);
-  return wrong ? EXIT_FAILED : EXIT_OK;
+  return wrong ? kExitFailed : kExitOk;
 }

@@ -40,7 +40,7 @@ bool is_number(std::string_view text) {
 // "dd<separator>dd<separator>..." against a pattern where '0' stands for a digit.
 bool has_shape(std::string_view text, std::string_view pattern) {
   if (text.size() != pattern.size()) return false;
-  for (size_t i = 0; i < text.size(); ++i) {
+  for (size_t i = 0; i < text.size(); i++) {
     const bool digit = kDigits.find(text[i]) != std::string_view::npos;
     if (pattern[i] == '0' ? !digit : text[i] != pattern[i]) return false;
   }
@@ -51,7 +51,7 @@ int32_t type_of_directory(std::string_view directory) {
   for (const auto& row : kTypeDirectories) {
     if (directory == row.directory) directory = row.type;
   }
-  for (const named_bit& type : kLoggerTypeNames) {
+  for (const NamedBit& type : kLoggerTypeNames) {
     if (directory == type.name) return type.mask;
   }
   return 0;
@@ -90,18 +90,18 @@ std::string property_of_lists(const std::string& directory,
   return "";
 }
 
-using generations = std::map<int64_t, std::string>;  // files by number
+using Generations = std::map<int64_t, std::string>;  // files by number
 
 // What the oldest kept generation tells. A logcat begins its first file with a line of its own, so
 // an oldest generation without it had predecessors; a missing number in between is a loss as well.
-lost_lines judge_loss(const generations& kept) {
+LostLines judge_loss(const Generations& kept) {
   const auto& [highest, oldest] = *kept.rbegin();
   const int64_t first = std::min<int64_t>(kept.begin()->first, 1);  // some tools count from 0
-  if (static_cast<int64_t>(kept.size()) != highest - first + 1) return lost_lines::kYes;
+  if (static_cast<int64_t>(kept.size()) != highest - first + 1) return LostLines::kYes;
   const std::string head = read_start(oldest, kHeadLimit);
-  if (head.compare(0, kLogcatOpening.size(), kLogcatOpening) == 0) return lost_lines::kNo;
+  if (head.compare(0, kLogcatOpening.size(), kLogcatOpening) == 0) return LostLines::kNo;
   const bool logcat = oldest.find("/mobile/") != std::string::npos && !head.empty();
-  return logcat ? lost_lines::kYes : lost_lines::kUnknown;
+  return logcat ? LostLines::kYes : LostLines::kUnknown;
 }
 
 }  // namespace
@@ -117,8 +117,8 @@ std::string listed_property(const std::string& list, const char* key) {
   return "";
 }
 
-void add_content(const std::string& directory, run_report* run) {
-  std::map<std::string, generations> rotated;
+void add_content(const std::string& directory, RunReport* run) {
+  std::map<std::string, Generations> rotated;
   const std::string types = property_of_lists(directory, {kTypesKey});
   if (!run->types_known && !types.empty()) {
     run->types = atoi(types.c_str());
@@ -150,7 +150,7 @@ void add_content(const std::string& directory, run_report* run) {
   std::sort(run->replaced.begin(), run->replaced.end());
 }
 
-bool parse_run_name(const std::string& name, run_report* run) {
+bool parse_run_name(const std::string& name, RunReport* run) {
   std::string_view rest = name;
   const size_t hash = rest.find('#');
   int64_t sequence = -1;
@@ -168,25 +168,25 @@ bool parse_run_name(const std::string& name, run_report* run) {
   return true;
 }
 
-std::vector<run_report> read_runs(const environment& env) {
-  const logging_settings settings = read_settings(env);
-  std::map<std::pair<int64_t, std::string>, run_report> found;  // by sequence, then by name
-  const auto note = [&](const std::string& root, std::string run_report::*place) {
+std::vector<RunReport> read_runs(const Environment& env) {
+  const LoggingSettings settings = read_settings(env);
+  std::map<std::pair<int64_t, std::string>, RunReport> found;  // by sequence, then by name
+  const auto note = [&](const std::string& root, std::string RunReport::*place) {
     for (const std::string& name : list_directory(root)) {
-      run_report run;
+      RunReport run;
       const std::string path = root + "/" + name;
       if (!parse_run_name(name, &run) || !is_directory(path) || is_link(path)) continue;
       found.emplace(std::pair(run.sequence, name), run).first->second.*place = path;
     }
   };
-  note(env.store, &run_report::store);
-  note(env.working, &run_report::working);
+  note(env.store, &RunReport::store);
+  note(env.working, &RunReport::working);
 
-  std::vector<run_report> runs;
+  std::vector<RunReport> runs;
   for (auto& [key, run] : found) {
     const bool current = settings.logging && run.name == settings.run_name && !run.working.empty();
-    if (current) run.state = run_state::kCapturing;
-    if (!current && !run.working.empty()) run.state = run_state::kLeftBehind;
+    if (current) run.state = RunState::kCapturing;
+    if (!current && !run.working.empty()) run.state = RunState::kLeftBehind;
     run.types_known = current;
     if (current) run.types = settings.types;
     for (const std::string& place : directories_of(run)) add_content(place, &run);
@@ -195,21 +195,21 @@ std::vector<run_report> read_runs(const environment& env) {
   return runs;
 }
 
-bool find_run(const std::vector<run_report>& runs, const std::string& word, run_report* found,
+bool find_run(const std::vector<RunReport>& runs, const std::string& word, RunReport* found,
               std::string* error) {
   int matches = 0;
-  for (const run_report& run : runs) {
+  for (const RunReport& run : runs) {
     const bool number = is_number(word) && run.sequence == atoll(word.c_str());
     if (run.name != word && !number) continue;
     *found = run;
-    ++matches;
+    matches++;
   }
   if (matches == 0) *error = "there is no run \"" + word + "\"; see harrowmossctl runs";
   if (matches > 1) *error = "several runs have the number " + word + "; say the whole name";
   return matches == 1;
 }
 
-std::vector<std::string> directories_of(const run_report& run) {
+std::vector<std::string> directories_of(const RunReport& run) {
   std::vector<std::string> places;
   for (const std::string& place : {run.working, run.store}) {
     if (!place.empty()) places.push_back(place);

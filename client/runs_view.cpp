@@ -18,14 +18,14 @@ constexpr const char* kLostTexts[] = {"nothing lost yet", "older lines are lost"
 
 }  // namespace
 
-const char* state_name(const run_report& run) {
+const char* state_name(const RunReport& run) {
   return kStateNames[static_cast<int>(run.state)];
 }
 
-std::string runs_text(const std::vector<run_report>& runs) {
+std::string runs_text(const std::vector<RunReport>& runs) {
   if (runs.empty()) return "no runs\n";
   std::string text = "   SEQ  DATE            STATE        SIZE        TYPES, BUILD\n";
-  for (const run_report& run : runs) {
+  for (const RunReport& run : runs) {
     const std::string sequence = run.sequence < 0 ? "-" : std::to_string(run.sequence);
     char head[128];
     snprintf(head, sizeof head, "%6s  %s  %-11s  %-10s  ", sequence.c_str(), run.date.c_str(),
@@ -34,12 +34,12 @@ std::string runs_text(const std::vector<run_report>& runs) {
     if (!run.build.empty()) text += ", " + printable(run.build);
     text += "\n";
     const std::string indent(8, ' ');
-    if (run.state == run_state::kLeftBehind) text += indent + "in " + printable(run.working) + "\n";
+    if (run.state == RunState::kLeftBehind) text += indent + "in " + printable(run.working) + "\n";
     for (const std::string& path : run.replaced) {
       text += indent + printable(path) +
               ": its logcat was replaced, lines just before it may be lost\n";
     }
-    for (const rotated_file& file : run.rotated) {
+    for (const RotatedFile& file : run.rotated) {
       text += indent + printable(file.path) + ": " + std::to_string(file.generations) +
               " rotated out, up to ." + std::to_string(file.highest) + "; " +
               kLostTexts[static_cast<int>(file.lost)] + "\n";
@@ -48,13 +48,13 @@ std::string runs_text(const std::vector<run_report>& runs) {
   return text;
 }
 
-std::string runs_json(const std::vector<run_report>& runs) {
-  json_writer json;
+std::string runs_json(const std::vector<RunReport>& runs) {
+  JsonWriter json;
   const auto optional = [&](const char* key, const std::string& value) {
     value.empty() ? json.key(key).null() : json.member(key, value);
   };
   json.begin_object().member("command", "runs").key("runs").begin_array();
-  for (const run_report& run : runs) {
+  for (const RunReport& run : runs) {
     json.begin_object().member("name", run.name).key("sequence");
     run.sequence < 0 ? json.null() : json.number(run.sequence);
     json.member("date", run.date).member("state", state_name(run));
@@ -66,7 +66,7 @@ std::string runs_json(const std::vector<run_report>& runs) {
     json.member("bytes", run.bytes).key("replaced").begin_array();
     for (const std::string& path : run.replaced) json.string(path);
     json.end_array().key("rotated").begin_array();
-    for (const rotated_file& file : run.rotated) {
+    for (const RotatedFile& file : run.rotated) {
       json.begin_object().member("path", file.path).member("generations", file.generations);
       json.member("highest", file.highest);
       json.member("lost", kLostNames[static_cast<int>(file.lost)]).end_object();

@@ -24,8 +24,8 @@ bool shrinks_quota(int32_t types) {
   return (types & kModemAndWifi) != 0;
 }
 
-logging_settings read_settings(const environment& env) {
-  logging_settings settings;
+LoggingSettings read_settings(const Environment& env) {
+  LoggingSettings settings;
   settings.logging = env.property(kEnable, "off").compare(0, 2, "on") == 0;
   settings.types = atoi(env.property(kTypes, "1").c_str());
   settings.store_path = env.property(kStorePath, "");

@@ -7,7 +7,7 @@
 
 #include "client/environment.h"
 
-struct logging_settings {
+struct LoggingSettings {
   bool logging = false;    // any value that begins with "on" counts
   int32_t types = 0;       // logger type mask; text that is no number counts as 0
   std::string store_path;  // where the latest run ends, "" before the first
@@ -20,4 +20,4 @@ struct logging_settings {
 // True when `types` hold modem or wifi, with which only three quarters of the quota count.
 bool shrinks_quota(int32_t types);
 
-logging_settings read_settings(const environment& env);
+LoggingSettings read_settings(const Environment& env);

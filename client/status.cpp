@@ -18,7 +18,7 @@ std::string joined(const std::vector<std::string>& argv) {
 
 }  // namespace
 
-status_report read_status(const environment& env) {
+status_report read_status(const Environment& env) {
   status_report report;
   report.settings = read_settings(env);
   if (!report.settings.run_name.empty()) {
@@ -27,11 +27,11 @@ status_report read_status(const environment& env) {
   }
   report.used_bytes = quota_bytes(env.working) + quota_bytes(env.store);
 
-  const std::vector<process> all = read_processes(env.proc);
-  const process* daemon = find_daemon(all);
+  const std::vector<Process> all = read_processes(env.proc);
+  const Process* daemon = find_daemon(all);
   if (daemon == nullptr) return report;
   report.daemon = daemon->pid;
-  for (const worker& found : find_workers(all, daemon->pid)) {
+  for (const Worker& found : find_workers(all, daemon->pid)) {
     const bool monitor = found.role == kSizeMonitorRole && found.who.parent == daemon->pid;
     if (monitor) report.size_monitor = found.who.pid;
     if (!monitor) report.workers.push_back(found);
@@ -40,7 +40,7 @@ status_report read_status(const environment& env) {
 }
 
 std::string status_text(const status_report& report) {
-  const logging_settings& settings = report.settings;
+  const LoggingSettings& settings = report.settings;
   std::string text;
   const auto line = [&](const char* label, const std::string& value) {
     char head[24];
@@ -66,7 +66,7 @@ std::string status_text(const status_report& report) {
   line("workers:", report.workers.empty() ? "none" : std::to_string(report.workers.size()));
   if (report.workers.empty()) return text;
   text += "    PID   PPID  TYPE          NAME             COMMAND\n";
-  for (const worker& entry : report.workers) {
+  for (const Worker& entry : report.workers) {
     char head[96];
     snprintf(head, sizeof head, "%7d%7d  %-13s %-16s ", entry.who.pid, entry.who.parent,
              entry.role.empty() ? "?" : entry.role.c_str(), printable(entry.who.comm).c_str());
@@ -76,8 +76,8 @@ std::string status_text(const status_report& report) {
 }
 
 std::string status_json(const status_report& report) {
-  const logging_settings& settings = report.settings;
-  json_writer json;
+  const LoggingSettings& settings = report.settings;
+  JsonWriter json;
   const auto optional_text = [&](const char* key, const std::string& value) {
     value.empty() ? json.key(key).null() : json.member(key, value);
   };
@@ -94,7 +94,7 @@ std::string status_json(const status_report& report) {
   optional_pid("daemon_pid", report.daemon);
   optional_pid("size_monitor_pid", report.size_monitor);
   json.key("workers").begin_array();
-  for (const worker& entry : report.workers) {
+  for (const Worker& entry : report.workers) {
     json.begin_object().member("pid", entry.who.pid).member("ppid", entry.who.parent);
     optional_text("type", entry.role);
     json.member("comm", entry.who.comm).key("cmdline").begin_array();

@@ -12,16 +12,16 @@
 #include "client/settings.h"
 
 struct status_report {
-  logging_settings settings;  // what is wanted; what really runs is in `workers`
-  std::string working_dir;    // where the latest run is captured, "" before the first
+  LoggingSettings settings;  // what is wanted; what really runs is in `workers`
+  std::string working_dir;   // where the latest run is captured, "" before the first
   int64_t working_bytes = 0;
   int64_t used_bytes = 0;  // all runs, finished or not: what counts against the quota
   pid_t daemon = 0;        // 0: does not run
   pid_t size_monitor = 0;
-  std::vector<worker> workers;  // without the size monitor itself
+  std::vector<Worker> workers;  // without the size monitor itself
 };
 
-status_report read_status(const environment& env);
+status_report read_status(const Environment& env);
 
 std::string status_text(const status_report& report);
 std::string status_json(const status_report& report);

@@ -4,11 +4,11 @@
 
 #include "client/files.h"
 
-std::vector<volume_reading> read_volumes(const environment& env) {
-  std::vector<volume_reading> volumes;
+std::vector<VolumeReading> read_volumes(const Environment& env) {
+  std::vector<VolumeReading> volumes;
   for (const logging_threshold& row : kLoggingThresholds) {
-    volume_space space;
-    volume_reading volume = {row.path, row.bytes + 1, 0, env.space(env.root + row.path, &space)};
+    VolumeSpace space;
+    VolumeReading volume = {row.path, row.bytes + 1, 0, env.space(env.root + row.path, &space)};
     if (volume.known) volume.available = space.available;
     volumes.push_back(volume);
   }
@@ -20,7 +20,7 @@ std::string space_text(const std::string& path, int64_t wanted, int64_t availabl
          " free";
 }
 
-std::string space_text(const volume_reading& volume) {
+std::string space_text(const VolumeReading& volume) {
   if (volume.known) return space_text(volume.path, volume.wanted, volume.available);
   return volume.path + ": " + std::to_string(volume.wanted) + " bytes wanted, free bytes unknown";
 }

@@ -16,23 +16,23 @@ struct logging_threshold {
 inline constexpr logging_threshold kLoggingThresholds[] = {{"/sdcard", 64 << 20},
                                                            {"/data", 128 << 20}};
 
-struct volume_reading {
+struct VolumeReading {
   std::string path;
   int64_t wanted = 0;     // bytes, for debug logging
   int64_t available = 0;  // bytes
   bool known = false;     // false: cannot be asked; then it keeps nobody from logging
 };
 
-inline bool has_room(const volume_reading& volume) {
+inline bool has_room(const VolumeReading& volume) {
   return !volume.known || volume.available >= volume.wanted;
 }
 
 // A reading for each threshold.
-std::vector<volume_reading> read_volumes(const environment& env);
+std::vector<VolumeReading> read_volumes(const Environment& env);
 
 // "/sdcard: 67108865 bytes wanted, 4096 free": every message about space says this much.
 std::string space_text(const std::string& path, int64_t wanted, int64_t available);
-std::string space_text(const volume_reading& volume);
+std::string space_text(const VolumeReading& volume);
 
 // `path`, or the nearest directory above it that exists.
 std::string existing_parent(std::string path);

@@ -27,16 +27,16 @@ constexpr int kAcceptPauseMs = 100;  // a failing accept() must not spin
 bool receive_request(int fd, android::Parcel* request) {
   uint16_t size = 0;  // both sides are little-endian
   if (readx(fd, &size, sizeof(size)) != 0) {
-    LOG_AS(ANDROID_LOG_ERROR, "main", "failed to read size\n");
+    LOGE_AS("main", "failed to read size\n");
     return false;
   }
   if (size < 1 || size > kPayloadMax) {
-    LOG_AS(ANDROID_LOG_ERROR, "main", "invalid size %d\n", size);
+    LOGE_AS("main", "invalid size %d\n", size);
     return false;
   }
   uint8_t payload[kPayloadMax + 1];
   if (readx(fd, payload, size) != 0) {
-    LOG_AS(ANDROID_LOG_ERROR, "main", "failed to read command\n");
+    LOGE_AS("main", "failed to read command\n");
     return false;
   }
   payload[size] = 0;
@@ -56,7 +56,7 @@ void printSocketData(const char* tag, const void* data, int len) {
   constexpr size_t kByteMost = 3;  // two digits and a dash
   char text[kDumpSize];
   const auto* bytes = static_cast<const uint8_t*>(data);
-  text_writer out(text);
+  TextWriter out(text);
   size_t left = sizeof(text) - 1;
   for (int i = 0; i < len; i++) {
     const size_t size = bytes[i] < 0x10 ? kByteMost - 1 : kByteMost;
@@ -132,12 +132,11 @@ void serve_connection(int fd) {
     if (is_stray_child()) break;  // the main process replies
     if (!send_reply(fd, reply)) break;
   }
-  LOG_AS(ANDROID_LOG_INFO, "main", "closing connection\n");
+  LOGI_AS("main", "closing connection\n");
   set_connection(-1);
   close(fd);
   if (is_main_process()) return;
-  LOG_AS(ANDROID_LOG_DEBUG, "main", "child process %d arrives here,just exit. parent is %d",
-         getpid(), getppid());
+  LOGD_AS("main", "child process %d arrives here,just exit. parent is %d", getpid(), getppid());
   end_process(0);
 }
 
@@ -149,11 +148,11 @@ void serve_connections(int listen_fd) {
     const int fd = accept4(listen_fd, &address, &address_size, SOCK_CLOEXEC);
     if (fd < 0) {
       const int error = errno;
-      LOG_AS(ANDROID_LOG_ERROR, "main", "Accept failed: %s\n", strerror(error));
+      LOGE_AS("main", "Accept failed: %s\n", strerror(error));
       if (error != EINTR && error != ECONNABORTED) sleep_ms(kAcceptPauseMs);
       continue;
     }
-    LOG_AS(ANDROID_LOG_INFO, "main", "new connection\n");
+    LOGI_AS("main", "new connection\n");
     serve_connection(fd);
   }
 }

@@ -36,16 +36,16 @@ constexpr char kKernelLog[] = "/data/misc/zelkalog/.logger/kernel_pmic.txt";
 struct free_text {
   void operator()(char* text) const { free(text); }
 };
-using request_text = std::unique_ptr<char, free_text>;
+using RequestText = std::unique_ptr<char, free_text>;
 
 // The next String16 of a request; null when it is null or broken.
-request_text read_text(const android::Parcel& request) {
+RequestText read_text(const android::Parcel& request) {
   size_t units = 0;
   const char16_t* text = request.readString16Inplace(&units);
-  return request_text(strndup16to8(text, units));
+  return RequestText(strndup16to8(text, units));
 }
 
-const char* shown(const request_text& text) {
+const char* shown(const RequestText& text) {
   return text == nullptr ? "(null)" : text.get();
 }
 
@@ -53,19 +53,19 @@ const char* shown(const request_text& text) {
 const char* trace_copy_fault(const char* path) {
   constexpr const char* kSources[] = {kTraceDir};
   return destination_fault(path, kSources, std::size(kSources), [](const char* dst) {
-    return command_fits(shell_command::copy_dir, kTraceDir, dst);
+    return command_fits(ShellCommand::kCopyDir, kTraceDir, dst);
   });
 }
 
 const char* kernel_log_copy_fault(const char* path) {
   return destination_fault(path, nullptr, 0, [](const char* dst) {
-    return command_fits(shell_command::copy_dir2, kKernelLog, dst);
+    return command_fits(ShellCommand::kCopyDir2, kKernelLog, dst);
   });
 }
 
 // False, after one error line, for a destination with a `fault` (null: none). The directory that an
 // accepted one lies in is made when it is missing.
-bool destination_ok(const request_text& path, const char* fault) {
+bool destination_ok(const RequestText& path, const char* fault) {
   if (fault != nullptr) {
     LOGE("destination refused, %s: %s", fault, shown(path));
     return false;
@@ -81,7 +81,7 @@ void write_text(android::Parcel& reply, const char* text) {
 }
 
 int write_result(android::Parcel& reply, const char* function, int ret) {
-  LOG_AS(ANDROID_LOG_DEBUG, function, "ret: %d.", ret);
+  LOGD_AS(function, "ret: %d.", ret);
   reply.writeInt32(ret);
   return ret;
 }
@@ -132,7 +132,7 @@ int do_feedback_log(const android::Parcel&, android::Parcel&) {
 int do_get_feedback_log(const android::Parcel& request, android::Parcel& reply) {
   LOGD("function invoked");
   const int32_t types = request.readInt32();
-  const request_text path = read_text(request);
+  const RequestText path = read_text(request);
   request.readInt32();  // sent by the app, for nobody
   if (creat_dir(kFeedbackBaseDir) < 0) {
     LOGD("error in create feedback base dir %s", kFeedbackBaseDir);
@@ -205,16 +205,16 @@ int do_move_trace(const android::Parcel&, android::Parcel&) {
 
 int do_copy_sys_trace_log(const android::Parcel& request, android::Parcel& reply) {
   LOGD("function invoked");
-  const request_text path = read_text(request);
+  const RequestText path = read_text(request);
   LOGD("path: %s.", shown(path));
-  LOG_AS(ANDROID_LOG_DEBUG, "do_copy_systrace", "function invoked");
+  LOGD_AS("do_copy_systrace", "function invoked");
   if (destination_ok(path, trace_copy_fault(path.get()))) copy_dir(kTraceDir, path.get());
   return write_result(reply, __func__, 0);
 }
 
 int do_copy_kernel_pmic(const android::Parcel& request, android::Parcel& reply) {
   LOGD("function invoked");
-  const request_text path = read_text(request);
+  const RequestText path = read_text(request);
   LOGD("path: %s.", shown(path));
   if (access(kKernelLog, F_OK) != 0) {
     LOGE("pmic_file does not exist: %s.", kKernelLog);
@@ -238,7 +238,7 @@ int do_get_boot_reason(const android::Parcel&, android::Parcel& reply) {
 }  // namespace
 
 // clang-format off
-constexpr request_row kRequests[kRequestCount] = {
+constexpr RequestRow kRequests[kRequestCount] = {
     { 1, do_get_version},
     { 2, do_start_debug_log},
     { 3, do_stop_debug_log},

@@ -57,12 +57,12 @@ void execute(const android::Parcel& request, android::Parcel& reply);
 
 // One row of the request table. `handler` reads its arguments from `request`, writes its fields to
 // `reply`, and reports failure only through them.
-struct request_row {
+struct RequestRow {
   int32_t code;
   int (*handler)(const android::Parcel& request, android::Parcel& reply);
 };
 constexpr int kRequestCount = 16;
-extern const request_row kRequests[kRequestCount];  // row i serves code i + 1
+extern const RequestRow kRequests[kRequestCount];  // row i serves code i + 1
 
 // `n` UTF-16 units as modified UTF-8 (NUL as C0 80, surrogates each on their own) in a new
 // malloc()ed string that the caller frees; null for a null `s`, a length that overflows, or no

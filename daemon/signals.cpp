@@ -24,26 +24,26 @@ namespace {
 constexpr char kLogSource[] = "harrowmoss";
 
 // What the two sides say of a handled signal. The main process ignores all of them; a child ends.
-struct handled_signal {
+struct HandledSignal {
   int sig;
   const char* parent_text;  // takes the number and its text
   const char* child_text;   // takes the pid first
 };
-constexpr handled_signal kHandledSignals[] = {
+constexpr HandledSignal kHandledSignals[] = {
     {SIGINT, "ignore signal %d(%s)", "%d receive signal %d(%s)"},
     {SIGTERM, "ignore signal %d(%s)", "%d receive signal %d(%s)"},
     {SIGPIPE, "pipe broken, ignore signal %d(%s)", "%d pipe broken, receive signal %d(%s)"},
     {SIGALRM, "alarm arrives, ignore signal %d(%s)", "%d alarm arrives, receive signal %d(%s)"},
 };
 
-const handled_signal* find_handled(int sig) {
+const HandledSignal* find_handled(int sig) {
   const auto* found = std::find_if(std::begin(kHandledSignals), std::end(kHandledSignals),
-                                   [sig](const handled_signal& row) { return row.sig == sig; });
+                                   [sig](const HandledSignal& row) { return row.sig == sig; });
   return found == std::end(kHandledSignals) ? nullptr : found;
 }
 
 void signal_handler_parent(const int& sig) {
-  const handled_signal* handled = find_handled(sig);
+  const HandledSignal* handled = find_handled(sig);
   if (handled != nullptr) {
     LOGE(handled->parent_text, sig, strsignal(sig));
     return;
@@ -73,7 +73,7 @@ void signal_handler_child(const int& sig) {
     return;
   }
   if (is_main_process()) return;
-  const handled_signal* handled = find_handled(sig);
+  const HandledSignal* handled = find_handled(sig);
   if (handled == nullptr) {
     LOGE("%d receive signal %d(%s), not handled!!!", getpid(), sig, strsignal(sig));
     return;
@@ -94,8 +94,7 @@ void signal_handler(int sig) {
 }
 
 void restart_killed_monitor() {
-  LOG_AS(ANDROID_LOG_ERROR, "signal_waitpid_parent",
-         "log size monitor killed by signal, try restart..");
+  LOGE_AS("signal_waitpid_parent", "log size monitor killed by signal, try restart..");
   s_logsize_monitor_pid = -1;
   s_logsize_monitor = false;
   checkLogSize();
@@ -129,7 +128,7 @@ void on_signal(int sig) {
   if (is_main_process()) {
     note_signal(sig);
   } else {
-    const signal_scope scope;
+    const SignalScope scope;
     dispatch_signal(sig);
   }
   errno = saved_errno;

@@ -61,10 +61,9 @@ void protect_control_socket() {
 void capture_boot_failure() {
   if (get_string_prop("sys.android.reboot", "0")[0] != '1') return;
   if (access(kBootFailLog, F_OK) == 0) return;
-  run_tool(
-      shell_text("/system/bin/vesk -v threadtime -b main -b events -b system -b crash -b radio "
-                 "-b kernel -d -f")
-          .target(kBootFailLog));
+  run_tool(ShellText("/system/bin/vesk -v threadtime -b main -b events -b system -b crash -b radio "
+                     "-b kernel -d -f")
+               .target(kBootFailLog));
 }
 
 void init_systrace_state() {
@@ -81,9 +80,9 @@ void create_working_dir() {
 void start_monitor_thread() {
   s_monitor_running = true;
   pthread_t never_joined;
-  const signals_blocked for_the_thread;
+  const SignalsBlocked for_the_thread;
   if (pthread_create(&never_joined, nullptr, monitorThread, nullptr) == 0) return;
-  LOG_AS(ANDROID_LOG_ERROR, "main", "create monitor thread fail, error=%s\n", strerror(errno));
+  LOGE_AS("main", "create monitor thread fail, error=%s\n", strerror(errno));
   s_monitor_running = false;
 }
 
@@ -91,18 +90,17 @@ void start_monitor_thread() {
 [[noreturn]] void save_kernel_log() {
   alarm(kKernelLogSeconds);
   if (is_dir_exist(kSelfLogDir) < 0) creat_dir(kSelfLogDir);
-  shell_text command("/system/bin/rm");
+  ShellText command("/system/bin/rm");
   command.arg(kKernelLog).raw("; ").raw(kLogcat).raw(" -d -v").arg(kKernelLogFormat);
   command.raw(" -t").arg(std::to_string(kKernelLogLines)).raw(" -b").arg(kKernelLogBuffer);
   command.raw(" -f").target(kKernelLog);
-  LOG_AS(ANDROID_LOG_DEBUG, "collect_kernel_pmic_log", "kernel_pmic fetch %s > %s",
-         kKernelLogBuffer, kKernelLog);
+  LOGD_AS("collect_kernel_pmic_log", "kernel_pmic fetch %s > %s", kKernelLogBuffer, kKernelLog);
   run_shell(command);
   end_process(0);
 }
 
 void collect_kernel_pmic_log() {
-  const pid_t pid = fork_process(group::own);
+  const pid_t pid = fork_process(Group::kOwn);
   if (pid == 0) save_kernel_log();
   if (pid < 1) {
     LOGE("failed to fork child. err:%d(%s).", errno, strerror(errno));
@@ -115,12 +113,11 @@ void collect_kernel_pmic_log() {
 int listen_on_control_socket() {
   const int fd = android_get_control_socket(kControlSocketName);
   if (fd < 0) {
-    LOG_AS(ANDROID_LOG_ERROR, "main", "Failed to get socket from environment: %s\n",
-           strerror(errno));
+    LOGE_AS("main", "Failed to get socket from environment: %s\n", strerror(errno));
     exit(1);
   }
   if (listen(fd, kListenBacklog) != 0) {
-    LOG_AS(ANDROID_LOG_ERROR, "main", "Listen on socket failed: %s\n", strerror(errno));
+    LOGE_AS("main", "Listen on socket failed: %s\n", strerror(errno));
     exit(1);
   }
   fcntl(fd, F_SETFD, FD_CLOEXEC);
@@ -163,7 +160,7 @@ namespace {
 // Start-up as far as the signal handlers. Until they stand, signals that the daemon ignores or
 // handles would end it: they are blocked, and delivered afterwards.
 void prepare() {
-  const signals_blocked until_handled;
+  const SignalsBlocked until_handled;
   protect_control_socket();
   if (property_set("persist.sys.logger.enable", "on") != 0) {
     LOG_ANDROID(ANDROID_LOG_DEBUG, "logger, set LOGSYS_LOG_ENABLE on failed.");
@@ -174,11 +171,11 @@ void prepare() {
   init_systrace_state();
   sleep_ms(kStartPauseMs);
   create_working_dir();
-  LOG_AS(ANDROID_LOG_ERROR, "main", "After create directories;\n");
+  LOGE_AS("main", "After create directories;\n");
   share_current_run();
   // Before the first thread, which forks: children close what is named by then.
   if (!open_signal_pipe()) {
-    LOG_AS(ANDROID_LOG_ERROR, "main", "no signal pipe: %s", strerror(errno));
+    LOGE_AS("main", "no signal pipe: %s", strerror(errno));
   }
   start_monitor_thread();
   install_signal_handlers();

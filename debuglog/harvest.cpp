@@ -84,7 +84,7 @@ void move_wifi_log_if_needed() {
     return;
   }
   mkdir_s(target.c_str());
-  scoped_dir stream(opendir(store.c_str()));
+  ScopedDir stream(opendir(store.c_str()));
   if (!stream.valid() || is_dir_exist(target.c_str()) != 0) return;
   while (const dirent* entry = readdir(stream.get())) {
     if (strcmp(entry->d_name, ".") == 0 || strcmp(entry->d_name, "..") == 0) continue;
@@ -94,7 +94,7 @@ void move_wifi_log_if_needed() {
     if (stat(path, &info) != 0) {
       LOGE("cannot open directory %s: %s\n", path, strerror(errno));
     } else if (S_ISREG(info.st_mode) && is_wifi_log(entry->d_name)) {
-      if (command_fits(shell_command::move_dir, path, target.c_str())) {
+      if (command_fits(ShellCommand::kMoveDir, path, target.c_str())) {
         move_dir(path, target.c_str(), nullptr);
       } else {
         LOGE("name too long to move: %s", path);

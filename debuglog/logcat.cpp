@@ -23,10 +23,10 @@
 #include "storage/shell.h"
 #include "storage/utils.h"
 
-logcat_row s_debug_vesk_group[kLogcatBuffers] = {
+LogcatRow s_debug_vesk_group[kLogcatBuffers] = {
     {"main", 0}, {"events", 0}, {"system", 0}, {"radio", 0}, {"crash", 0}, {"kernel", 0},
 };
-replacement_row s_newlog_group[kLogcatBuffers] = {
+ReplacementRow s_newlog_group[kLogcatBuffers] = {
     {"main", 0, 0},  {"events", 0, 0}, {"system", 0, 0},
     {"radio", 0, 0}, {"crash", 0, 0},  {"kernel", 0, 0},
 };
@@ -45,11 +45,11 @@ constexpr int64_t kDebugRotationBytes = 100 * 1024 * 1024;
 int32_t s_kept_files = kDefaultLogcatFileCount;
 
 // The rotation of a general logcat: by the beginning of the buffer's name, the first row that fits.
-struct general_rotation {
+struct GeneralRotation {
   const char* buffer_prefix;
   const char* kib;
 };
-constexpr general_rotation kGeneralRotations[] = {
+constexpr GeneralRotation kGeneralRotations[] = {
     {"main", "10240"}, {"kernel", "2048"}, {"", "1024"}};
 
 const char* general_rotation_kib(const char* buffer) {
@@ -80,37 +80,35 @@ Row* find_buffer(Row (&table)[kLogcatBuffers], const char* buffer) {
   format_cut(keep, "%d", is_debug != 0 ? s_kept_files : 1);
   const int ret = execlp(kLogcat, name, "-v", format, "-b", buffer, "-f", file, "-r", size, "-n",
                          keep, static_cast<char*>(nullptr));
-  LOG_AS(ANDROID_LOG_ERROR, "run_logcat", "logcat %s ret: %d, err: %s\n", buffer, ret,
-         strerror(errno));
+  LOGE_AS("run_logcat", "logcat %s ret: %d, err: %s\n", buffer, ret, strerror(errno));
   end_process(0);
 }
 
 // Empties the log buffer `buffer`, so that the replacement of the logcat `dead` does not write
 // again what that one has written.
 void clear_buffer(const char* buffer, pid_t dead) {
-  const pid_t pid = fork_process(group::own);
+  const pid_t pid = fork_process(Group::kOwn);
   if (pid == -1) {
-    LOG_AS(ANDROID_LOG_ERROR, "update_logcat_log", "fork err:%s.\n", strerror(errno));
+    LOGE_AS("update_logcat_log", "fork err:%s.\n", strerror(errno));
     return;
   }
   if (pid == 0) {
     const int ret = execlp(kLogcat, "vesk_clear", "-b", buffer, "-c", static_cast<char*>(nullptr));
-    LOG_AS(ANDROID_LOG_ERROR, "update_logcat_log", "logcat -c %s ret: %d, err: %s\n", buffer, ret,
-           strerror(errno));
+    LOGE_AS("update_logcat_log", "logcat -c %s ret: %d, err: %s\n", buffer, ret, strerror(errno));
     end_process(0);
   }
-  LOG_AS(ANDROID_LOG_ERROR, "update_logcat_log",
-         "fork child process, pid:%d, update_logcat_log: vesk -b %s -c \n", dead, buffer);
+  LOGE_AS("update_logcat_log", "fork child process, pid:%d, update_logcat_log: vesk -b %s -c \n",
+          dead, buffer);
   int status = 0;
   const pid_t ret = await_logcat(pid, kToolBoundMs, "clear", &status);
-  LOG_AS(ANDROID_LOG_DEBUG, "update_logcat_log", "status is:%d.ret is %d. \n", status, ret);
+  LOGD_AS("update_logcat_log", "status is:%d.ret is %d. \n", status, ret);
 }
 
 // ---- Completing what ended logcats have written. ----
 
 // A debug logcat's file. The directory is held open so that what is named in it is not reached
 // through a link.
-struct capture {
+struct Capture {
   const char* buffer;
   char path[kPathSize];
   pid_t pid;  // of the logcat that completes it
@@ -127,7 +125,7 @@ int open_capture_dir(char (&path)[kPathSize]) {
 // Names the file of `buffer`'s latest logcat in `directory`: that of its replacement when there is
 // one, else its first one's. Cuts the line that its end has torn. False when there is none, or,
 // logged, when it cannot be completed.
-bool prepare_capture(int dir, const char* directory, const char* buffer, capture* out) {
+bool prepare_capture(int dir, const char* directory, const char* buffer, Capture* out) {
   out->buffer = buffer;
   out->pid = 0;
   char tag[64];
@@ -135,10 +133,9 @@ bool prepare_capture(int dir, const char* directory, const char* buffer, capture
   for (const char* candidate : {static_cast<const char*>(tag), buffer}) {
     copy_or_abort(out->path, directory);
     build_logcat_file_name(candidate, out->path);
-    if (trim_logcat_file(dir, get_file_name(out->path), torn_line::cut)) return true;
+    if (trim_logcat_file(dir, get_file_name(out->path), TornLine::kCut)) return true;
     if (errno == ENOENT) continue;
-    LOG_AS(ANDROID_LOG_ERROR, "complete_captures", "cannot complete %s: %s", out->path,
-           strerror(errno));
+    LOGE_AS("complete_captures", "cannot complete %s: %s", out->path, strerror(errno));
     return false;
   }
   return false;
@@ -146,26 +143,25 @@ bool prepare_capture(int dir, const char* directory, const char* buffer, capture
 
 // Starts the logcat that adds to the file what its buffer still holds: everything since the time of
 // the file's last line, which it repeats.
-void start_completion(capture* file) {
-  file->pid = fork_process(group::own);
+void start_completion(Capture* file) {
+  file->pid = fork_process(Group::kOwn);
   if (file->pid != 0) return;
   char keep[16];
   format_cut(keep, "%d", s_kept_files);
   const int ret =
       execlp(kLogcat, "vesk_complete", "-d", "-v", kDebugFormat, "-b", file->buffer, "-f",
              file->path, "-r", kDebugRotationKiB, "-n", keep, static_cast<char*>(nullptr));
-  LOG_AS(ANDROID_LOG_ERROR, "complete_captures", "logcat %s ret: %d, err: %s\n", file->buffer, ret,
-         strerror(errno));
+  LOGE_AS("complete_captures", "logcat %s ret: %d, err: %s\n", file->buffer, ret, strerror(errno));
   end_process(0);
 }
 
 // A completion preallocates too, and a full disk or its bound may tear its last line.
-void end_completion(int dir, const capture& file, int64_t deadline) {
+void end_completion(int dir, const Capture& file, int64_t deadline) {
   if (file.pid > 0) {
     const int64_t left = std::max<int64_t>(0, deadline - monotonic_ms());
     await_logcat(file.pid, static_cast<int>(left), file.path, nullptr);
   }
-  trim_logcat_file(dir, get_file_name(file.path), torn_line::cut);
+  trim_logcat_file(dir, get_file_name(file.path), TornLine::kCut);
 }
 
 // Completes the files of these buffers: side by side where there is room for what the logcats
@@ -173,9 +169,9 @@ void end_completion(int dir, const capture& file, int64_t deadline) {
 void complete_files(const char* const* buffers, int count) {
   const int64_t deadline = monotonic_ms() + kCompletionMs;
   char directory[kPathSize];
-  const scoped_fd dir(open_capture_dir(directory));
+  const ScopedFd dir(open_capture_dir(directory));
   if (!dir.valid()) return;
-  capture files[kLogcatBuffers];
+  Capture files[kLogcatBuffers];
   int found = 0;
   for (int i = 0; i < count; i++) {
     found += prepare_capture(dir.get(), directory, buffers[i], &files[found]) ? 1 : 0;
@@ -184,8 +180,8 @@ void complete_files(const char* const* buffers, int count) {
   const int at_once = together ? found : 1;
   for (int first = 0; first < found; first += at_once) {
     if (monotonic_ms() >= deadline) {
-      LOG_AS(ANDROID_LOG_ERROR, "complete_captures", "no time left to complete %s and %d more",
-             files[first].path, found - first - 1);
+      LOGE_AS("complete_captures", "no time left to complete %s and %d more", files[first].path,
+              found - first - 1);
       return;
     }
     for (int i = first; i < first + at_once; i++) start_completion(&files[i]);
@@ -203,7 +199,7 @@ void catcher_new_logcat_log(const char* buffer, const char* directory, const cha
   const pid_t pid = run_logcat(buffer, path, 1);
   if (pid < 1) return;
   LOGD("pid:%d, type:%s", pid, buffer);
-  replacement_row* row = find_buffer(s_newlog_group, buffer);
+  ReplacementRow* row = find_buffer(s_newlog_group, buffer);
   if (row == nullptr) {
     signal_process(pid, SIGTERM);
   } else {
@@ -227,7 +223,7 @@ int build_logcat_file_name(const char* tag, char* path) {
 pid_t run_logcat(const char* buffer, const char* file, int is_debug) {
   LOGD("buffer=%s, out_file=%s, is_debug=%d", buffer, file, is_debug);
   if (is_debug != 0) s_kept_files = files_to_keep(s_logcat_file_count, s_extended_logcat_count);
-  const pid_t pid = fork_process(group::own);
+  const pid_t pid = fork_process(Group::kOwn);
   if (pid == -1) {
     LOGE("fork err:%s.\n", strerror(errno));
     return 0;
@@ -250,7 +246,7 @@ int catcher_logcat_log(const char* buffer, const char* directory, int is_debug) 
     add_to_group(s_general_group, pid);
     return 0;
   }
-  logcat_row* row = find_buffer(s_debug_vesk_group, buffer);
+  LogcatRow* row = find_buffer(s_debug_vesk_group, buffer);
   if (row == nullptr) {
     signal_process(pid, SIGTERM);
   } else {
@@ -261,8 +257,8 @@ int catcher_logcat_log(const char* buffer, const char* directory, int is_debug) 
 
 void update_logcat_log(pid_t pid) {
   const bool enabled = is_logger_enabled();
-  logcat_row* const ended = std::find_if(s_debug_vesk_group, s_debug_vesk_group + kLogcatBuffers,
-                                         [pid](const logcat_row& row) { return row.pid == pid; });
+  LogcatRow* const ended = std::find_if(s_debug_vesk_group, s_debug_vesk_group + kLogcatBuffers,
+                                        [pid](const LogcatRow& row) { return row.pid == pid; });
   if (ended == s_debug_vesk_group + kLogcatBuffers) return;
   LOGD("update_logcat_log pid = %d", pid);
   if (!enabled) return;
@@ -273,7 +269,7 @@ void update_logcat_log(pid_t pid) {
   clear_buffer(ended->buffer, pid);
   char buffer[32] = {};
   copy_or_abort(buffer, ended->buffer);
-  replacement_row* row = find_buffer(s_newlog_group, buffer);
+  ReplacementRow* row = find_buffer(s_newlog_group, buffer);
   row->count++;
   char file_name[64];
   format_cut(file_name, "%s_%d", buffer, row->count);
@@ -300,8 +296,8 @@ void get_logcat_control_message(const char* directory) {
   format_cut(file, "%s%slogcat_control_message-%02d-%02d_%02d-%02d-%02d.txt", directory,
              ends_sep ? "" : "/", now.month, now.day, now.hour, now.minute, now.second);
   LOGD("logcat control message > %s ,ends_sep %d", file, ends_sep);
-  run_tool(shell_text(kLogcat).raw(" -p -g >>").target(file), kOutputBytes);
-  run_tool(shell_text(kLogcat).raw(" -S >>").target(file), kOutputBytes);
+  run_tool(ShellText(kLogcat).raw(" -p -g >>").target(file), kOutputBytes);
+  run_tool(ShellText(kLogcat).raw(" -S >>").target(file), kOutputBytes);
 }
 
 void get_logcat_control_message_for_debug(const char* store_path) {

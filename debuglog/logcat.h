@@ -8,19 +8,19 @@ constexpr char kLogcat[] = "/system/bin/logcat";
 constexpr int kLogcatBuffers = 6;
 
 // The debug logcats, a row for each buffer in the order in which they are ended.
-struct logcat_row {
+struct LogcatRow {
   const char* buffer;
   int32_t pid;  // 0: none
 };
-extern logcat_row s_debug_vesk_group[kLogcatBuffers];
+extern LogcatRow s_debug_vesk_group[kLogcatBuffers];
 
 // The logcats that replaced one that had ended by itself.
-struct replacement_row {
+struct ReplacementRow {
   const char* buffer;
   int32_t count;  // replacements since the daemon started; part of their file names
   int32_t pid;    // 0: none
 };
-extern replacement_row s_newlog_group[kLogcatBuffers];
+extern ReplacementRow s_newlog_group[kLogcatBuffers];
 
 // Rotated files that a debug logcat keeps ("-n"), unless s_extended_logcat_count asks for 39.
 constexpr int kDefaultLogcatFileCount = 9;

@@ -18,6 +18,6 @@ extern const logger_type kLoggerTypes[kLoggerTypeCount];  // in the order of sta
 
 // What a stop does before it ends the workers, in this order. A step that belongs to a type looks
 // at the mask itself. Called in the process that stops logging, on its main thread.
-using closing_step = void (*)();
+using ClosingStep = void (*)();
 constexpr int kClosingStepCount = 26;
-extern const closing_step kClosingSteps[kClosingStepCount];
+extern const ClosingStep kClosingSteps[kClosingStepCount];

@@ -22,18 +22,18 @@ constexpr char kLogSource[] = "commands";
 // Two slots and the count of runs entered: a name is written into the slot that nobody reads, and
 // becomes the current one when the count is raised. One process writes at a time: a size monitor
 // that was told to end starts no run.
-struct run_page {
-  using word = std::atomic<uint64_t>;
+struct RunPage {
+  using Word = std::atomic<uint64_t>;
   static constexpr size_t kWords = sizeof(s_log_dir_name) / sizeof(uint64_t);
 
   std::atomic<uint32_t> entered;  // slot `entered` % 2 is the current one
-  word slots[2][kWords];
+  Word slots[2][kWords];
 };
-static_assert(run_page::word::is_always_lock_free && std::atomic<uint32_t>::is_always_lock_free,
+static_assert(RunPage::Word::is_always_lock_free && std::atomic<uint32_t>::is_always_lock_free,
               "a lock would stay taken by a process that is killed");
 
-run_page s_own_page;  // until it is shared
-run_page* s_page = &s_own_page;
+RunPage s_own_page;  // until it is shared
+RunPage* s_page = &s_own_page;
 
 void take_paths(const char* name) {
   copy_or_abort(s_log_dir_name, name);
@@ -45,28 +45,28 @@ void take_paths(const char* name) {
 
 void share_current_run() {
   void* const page =
-      mmap(nullptr, sizeof(run_page), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+      mmap(nullptr, sizeof(RunPage), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
   if (page == MAP_FAILED) {
     LOGE("no shared page: %s", strerror(errno));
     return;
   }
-  s_page = static_cast<run_page*>(page);  // zeroed by the kernel: no run yet
+  s_page = static_cast<RunPage*>(page);  // zeroed by the kernel: no run yet
 }
 
 void enter_run(const char* name) {
   take_paths(name);
-  uint64_t words[run_page::kWords] = {};
+  uint64_t words[RunPage::kWords] = {};
   memcpy(words, s_log_dir_name, strlen(s_log_dir_name));
   const uint32_t next = s_page->entered.load() + 1;
-  for (size_t i = 0; i < run_page::kWords; i++) s_page->slots[next % 2][i].store(words[i]);
+  for (size_t i = 0; i < RunPage::kWords; i++) s_page->slots[next % 2][i].store(words[i]);
   s_page->entered.store(next);
 }
 
 std::string current_run_name() {
   for (;;) {
     const uint32_t entered = s_page->entered.load();
-    uint64_t words[run_page::kWords];
-    for (size_t i = 0; i < run_page::kWords; i++) words[i] = s_page->slots[entered % 2][i].load();
+    uint64_t words[RunPage::kWords];
+    for (size_t i = 0; i < RunPage::kWords; i++) words[i] = s_page->slots[entered % 2][i].load();
     if (s_page->entered.load() != entered) continue;  // the slot may have been written meanwhile
     char name[sizeof(words) + 1] = {};
     memcpy(name, words, sizeof(words));

@@ -33,12 +33,10 @@ constexpr char kPowerOffDir[] = "/data/misc/zelkalog/poweroffcharge";
 // Makes the store for root alone. False after a log line.
 bool make_persist_dir() {
   const auto failed = [](const char* call) {
-    LOG_AS(ANDROID_LOG_ERROR, "setPersistProperty", "%s %s failed. %s", call, kPersistDir,
-           strerror(errno));
+    LOGE_AS("setPersistProperty", "%s %s failed. %s", call, kPersistDir, strerror(errno));
     return false;
   };
-  LOG_AS(ANDROID_LOG_DEBUG, "setPersistProperty", "The dir: %s is not existed, create it.",
-         kPersistDir);
+  LOGD_AS("setPersistProperty", "The dir: %s is not existed, create it.", kPersistDir);
   if (mkdir(kPersistDir, 0700) != 0) return failed("mkdir");
   if (chown(kPersistDir, 0, 0) != 0) return failed("chown");
   if (chmod(kPersistDir, 0700) != 0) return failed("chmod");  // whatever the umask says
@@ -46,11 +44,11 @@ bool make_persist_dir() {
 }
 
 // The parts of a fingerprint, each with what stands behind it.
-struct fingerprint_part {
+struct FingerprintPart {
   const char* key;
   const char* separator;
 };
-constexpr fingerprint_part kFingerprintParts[] = {
+constexpr FingerprintPart kFingerprintParts[] = {
     {"ro.product.brand", "/"},  {"ro.product.name", "/"},
     {"ro.product.device", ":"}, {"ro.build.version.release", "/"},
     {"ro.build.id", "/"},       {"ro.build.version.incremental", ":"},
@@ -58,7 +56,7 @@ constexpr fingerprint_part kFingerprintParts[] = {
 };
 
 bool has_hidden(const char* dir) {
-  scoped_dir stream(opendir(dir));
+  ScopedDir stream(opendir(dir));
   while (const dirent* entry = stream.valid() ? readdir(stream.get()) : nullptr) {
     const char* name = entry->d_name;
     if (name[0] == '.' && strcmp(name, ".") != 0 && strcmp(name, "..") != 0) return true;
@@ -71,7 +69,7 @@ bool has_hidden(const char* dir) {
 void move_poweroff_logs(const char* source) {
   if (is_poweroffcharge() || is_dir_exist(source) != 0 || creat_dir(kPowerOffDir) != 0) return;
   const auto stays = [&](const char* why) {
-    LOG_AS(ANDROID_LOG_ERROR, "copyPoweroffchargelog", "%s stays: %s", source, why);
+    LOGE_AS("copyPoweroffchargelog", "%s stays: %s", source, why);
   };
   const std::string content = std::string(source) + "/*";
   if (is_taken(content.c_str(), kPowerOffDir)) {
@@ -86,7 +84,7 @@ void move_poweroff_logs(const char* source) {
   } else {
     delete_dir(source);
   }
-  LOG_AS(ANDROID_LOG_ERROR, "copyPoweroffchargelog", "cp poweroffchargelog to %s", kPowerOffDir);
+  LOGE_AS("copyPoweroffchargelog", "cp poweroffchargelog to %s", kPowerOffDir);
 }
 
 }  // namespace
@@ -98,7 +96,7 @@ int getPersistProperty(const char* key, char* buf) {
   }
   char path[kPathSize];
   format_cut(path, "%s%s", kPersistDir, key);
-  scoped_fd fd(open(path, O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
+  ScopedFd fd(open(path, O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
   if (!fd.valid()) {
     LOGW("open %s failed. %s", path, strerror(errno));
     return -1;
@@ -114,7 +112,7 @@ int setPersistProperty(const char* key, const char* value) {
   if (access(kPersistDir, F_OK) != 0 && !make_persist_dir()) return -1;
   char path[kPathSize];
   format_cut(path, "%s%s", kPersistDir, key);
-  scoped_fd fd(open_file_beneath(path, O_WRONLY | O_CREAT | O_TRUNC, 0600));
+  ScopedFd fd(open_file_beneath(path, O_WRONLY | O_CREAT | O_TRUNC, 0600));
   if (!fd.valid()) {
     LOGE("open/create %s failed. %s", path, strerror(errno));
     return -1;
@@ -150,7 +148,7 @@ int getBuildID(char* buf) {
   const int length = property_get("ro.build.fingerprint", buf, "");
   if (length > 0) return length;
   std::string composed;
-  for (const fingerprint_part& part : kFingerprintParts) {
+  for (const FingerprintPart& part : kFingerprintParts) {
     composed += get_string_prop(part.key, "") + part.separator;
   }
   composed.resize(std::min<size_t>(composed.size(), PROPERTY_VALUE_MAX - 1));
@@ -160,8 +158,8 @@ int getBuildID(char* buf) {
 
 void preProcess() {
   LOGD("function invoked");
-  LOG_AS(ANDROID_LOG_DEBUG, "copyPoweroffchargelog", "function invoked, !is_poweroffcharge : %d",
-         !is_poweroffcharge());
+  LOGD_AS("copyPoweroffchargelog", "function invoked, !is_poweroffcharge : %d",
+          !is_poweroffcharge());
   move_poweroff_logs("/cache/zelkalog");
   move_poweroff_logs("/persist/zelkalog");
 }

@@ -32,8 +32,7 @@ constexpr int kBugreportTicks = 3000;  // of 100 ms: about 5 minutes
 // The numbers of a file system; false, logged, when there are none.
 bool query(const char* mount, struct statfs* info) {
   if (statfs(mount, info) == 0 && info->f_blocks != 0) return true;
-  LOG_AS(ANDROID_LOG_ERROR, "detail_avail_storage_space", "Failed to get file:%s storage space",
-         mount);
+  LOGE_AS("detail_avail_storage_space", "Failed to get file:%s storage space", mount);
   return false;
 }
 
@@ -55,7 +54,7 @@ void open_run() {
   creat_dir(s_log_store_path);
   creat_dir(s_vendor_log_root_path);
   property_set("sys.harrowmossd.vendor_log_root_path", s_vendor_log_root_path);
-  LOG_AS(ANDROID_LOG_DEBUG, "start_debug_log", "current work dir : %s", s_log_dir_name);
+  LOGD_AS("start_debug_log", "current work dir : %s", s_log_dir_name);
 }
 
 void start_types(int32_t mask) {
@@ -66,19 +65,19 @@ void start_types(int32_t mask) {
 
 // The bug report worker's body.
 [[noreturn]] void write_bugreport(bool start, const char* store_path) {
-  LOG_AS(ANDROID_LOG_DEBUG, "catch_bugreport", "start=%d", start);
+  LOGD_AS("catch_bugreport", "start=%d", start);
   char dir[4096];
   format_cut(dir, "%s/%s", store_path, "bugreport");
   creat_dir(dir);
   const char* file = start ? "/bugreport_start.zip" : "/bugreport_stop.zip";
-  run_shell(shell_text("bugreportz -s >").target(std::string(dir) + file));
+  run_shell(ShellText("bugreportz -s >").target(std::string(dir) + file));
   end_process(0);
 }
 
 }  // namespace
 
 int start_debug_log() {
-  const no_safe_points until_done;
+  const NoSafePoints until_done;
   LOGD("function invoked");
   create_store_dir_if_needed();
   restorecon_media_zelkalog();
@@ -133,7 +132,7 @@ void catch_bugreport(bool start, const char* store_path) {
   const bool enabled = get_int_prop("persist.sys.zelka.harrowmossd.bugreport_enable", 0) == 1;
   LOGE("enable=%d", enabled);
   if (!enabled) return;
-  const pid_t pid = fork_process(group::own);
+  const pid_t pid = fork_process(Group::kOwn);
   if (pid == 0) write_bugreport(start, store_path);
   if (pid == -1) {
     LOGE("failed to fork child.");

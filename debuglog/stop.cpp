@@ -32,26 +32,26 @@ constexpr int kWorkerTicks = 30;  // of 100 ms: a worker's bound, about 3.1 s
 
 // ---- Ending the workers. ----
 
-enum class ending { term, kill, kill_group };
+enum class Ending { kTerm, kill, kill_group };
 
 // Workers that would not end on SIGTERM: their shell waits for a reader that never returns.
-ending ending_of(pid_t pid) {
-  if (pid == fg_log_pid || pid == watch_fd_pid) return ending::kill;
-  if (pid == qsee_log_pid || pid == bsp_log_pid || pid == net_log_pid) return ending::kill_group;
-  return ending::term;
+Ending ending_of(pid_t pid) {
+  if (pid == fg_log_pid || pid == watch_fd_pid) return Ending::kill;
+  if (pid == qsee_log_pid || pid == bsp_log_pid || pid == net_log_pid) return Ending::kill_group;
+  return Ending::kTerm;
 }
 
 void send_ending(pid_t pid) {
   switch (ending_of(pid)) {
-    case ending::kill:
-      LOG_AS(ANDROID_LOG_ERROR, "stop_debug_log", "STOP PID by SIGKILL %d  \n", pid);
+    case Ending::kill:
+      LOGE_AS("stop_debug_log", "STOP PID by SIGKILL %d  \n", pid);
       signal_process(pid, SIGKILL);
       break;
-    case ending::kill_group:
-      LOG_AS(ANDROID_LOG_ERROR, "stop_debug_log", "STOP PID by SIGKILL -%d  \n", pid);
+    case Ending::kill_group:
+      LOGE_AS("stop_debug_log", "STOP PID by SIGKILL -%d  \n", pid);
       signal_group(pid, SIGKILL);
       break;
-    case ending::term:
+    case Ending::kTerm:
       signal_process(pid, SIGTERM);
       break;
   }
@@ -59,28 +59,27 @@ void send_ending(pid_t pid) {
 
 // Waits for a worker that was told to end; `table` names its table in the log.
 void await_worker(const char* table, pid_t pid) {
-  LOG_AS(ANDROID_LOG_DEBUG, "stop_debug_log", "wait %s begin, wait pid %d \n", table, pid);
+  LOGD_AS("stop_debug_log", "wait %s begin, wait pid %d \n", table, pid);
   int status = 0;
   int ret;
   if (pid == qrtr_log_pid) {
     // It may hang in the kernel; what is left of it is ended with the leftovers.
-    LOG_AS(ANDROID_LOG_DEBUG, "stop_debug_log", "kpr for network pass qrtr_pid WNOHANG!");
+    LOGD_AS("stop_debug_log", "kpr for network pass qrtr_pid WNOHANG!");
     ret = waitpid(pid, &status, WNOHANG);
   } else {
     ret = wait_child_to_finish(pid, kWorkerTicks);
   }
-  LOG_AS(ANDROID_LOG_DEBUG, "stop_debug_log",
-         "wait %s over. status=%d, return:%d, errno:%d(%s), pid:%d", table, status, ret, errno,
-         strerror(errno), pid);
+  LOGD_AS("stop_debug_log", "wait %s over. status=%d, return:%d, errno:%d(%s), pid:%d", table,
+          status, ret, errno, strerror(errno), pid);
 }
 
 // The workers that were told to end, for what they leave in their groups.
-struct ended_workers {
+struct EndedWorkers {
   pid_t pids[kGroupSlots + 2 * kLogcatBuffers];
   int count;
 };
 
-void end_logcat(const char* table, int32_t* pid, ended_workers* ended) {
+void end_logcat(const char* table, int32_t* pid, EndedWorkers* ended) {
   if (*pid < 1) return;
   signal_process(*pid, SIGTERM);
   await_worker(table, *pid);
@@ -88,9 +87,9 @@ void end_logcat(const char* table, int32_t* pid, ended_workers* ended) {
   *pid = 0;
 }
 
-ended_workers end_workers() {
-  ended_workers ended = {};
-  LOG_AS(ANDROID_LOG_DEBUG, "stop_debug_log", "kill debug group start");
+EndedWorkers end_workers() {
+  EndedWorkers ended = {};
+  LOGD_AS("stop_debug_log", "kill debug group start");
   qtrlog_running = false;
   for (int slot = 1; s_debug_group != nullptr && slot <= kGroupSlots; slot++) {
     const pid_t pid = s_debug_group[slot];
@@ -100,35 +99,33 @@ ended_workers end_workers() {
     ended.pids[ended.count++] = pid;
     s_debug_group[slot] = 0;
   }
-  LOG_AS(ANDROID_LOG_DEBUG, "stop_debug_log", "kill debug group end, next kill vesk group..");
+  LOGD_AS("stop_debug_log", "kill debug group end, next kill vesk group..");
   for (int i = 0; i < kLogcatBuffers; i++) {
     end_logcat("s_debug_vesk_group", &s_debug_vesk_group[i].pid, &ended);
     end_logcat("s_newlog_group", &s_newlog_group[i].pid, &ended);
   }
-  LOG_AS(ANDROID_LOG_DEBUG, "stop_debug_log", "kill vesk group end");
+  LOGD_AS("stop_debug_log", "kill vesk group end");
   return ended;
 }
 
 // ---- Final snapshot and harvest. ----
 
 void move_runs() {
-  LOG_AS(ANDROID_LOG_DEBUG, "stop_debug_log", "move all log start=%ld",
-         static_cast<long>(time(nullptr)));
+  LOGD_AS("stop_debug_log", "move all log start=%ld", static_cast<long>(time(nullptr)));
   move_dir("/data/misc/zelkalog/*", kStoreDir, nullptr);
-  LOG_AS(ANDROID_LOG_DEBUG, "stop_debug_log", "move all log end=%ld",
-         static_cast<long>(time(nullptr)));
+  LOGD_AS("stop_debug_log", "move all log end=%ld", static_cast<long>(time(nullptr)));
 }
 
 void copy_self_log() {
-  LOG_AS(ANDROID_LOG_DEBUG, "stop_debug_log", "copy self log start");
+  LOGD_AS("stop_debug_log", "copy self log start");
   copy_dir(kSelfLogDir, kStoreDir);
-  LOG_AS(ANDROID_LOG_DEBUG, "stop_debug_log", "copy self log end");
+  LOGD_AS("stop_debug_log", "copy self log end");
 }
 
 void end_self_log_collector() {
   int32_t pid = s_self_log_collector_pid;
   if (pid < 1) return;
-  LOG_AS(ANDROID_LOG_DEBUG, "stop_debug_log", "kill log collector %d", pid);
+  LOGD_AS("stop_debug_log", "kill log collector %d", pid);
   const bool killed = signal_process(pid, SIGKILL) == 0;
   const bool gone = kill(pid, 0) == -1 && errno == ESRCH;
   if (!killed && !gone) {          // not now, no descriptor free perhaps: the next stop
@@ -142,13 +139,13 @@ void end_self_log_collector() {
 }  // namespace
 
 int stop_debug_log() {
-  const no_safe_points until_done;
+  const NoSafePoints until_done;
   LOGD("function invoked");
   follow_current_run();
   create_store_dir_if_needed();
   restorecon_media_zelkalog();
-  for (const closing_step step : kClosingSteps) step();
-  const ended_workers ended = end_workers();
+  for (const ClosingStep step : kClosingSteps) step();
+  const EndedWorkers ended = end_workers();
   if (is_main_process()) {
     end_logging_leftovers();
     complete_captures();  // the size monitor stops a run only to delete it
@@ -173,6 +170,6 @@ void end_logging_leftovers() {
 
 void end_superseded_workers() {
   if (!follow_current_run()) return;
-  const ended_workers ended = end_workers();
+  const EndedWorkers ended = end_workers();
   end_groups(ended.pids, ended.count);
 }

@@ -67,7 +67,7 @@ bool end_listed(List list, Send send, int sig, int milliseconds) {
 template <typename List, typename Send>
 void end_or_kill(List list, Send send) {
   if (end_listed(list, send, SIGTERM, kLeftoverMs)) return;
-  LOG_AS(ANDROID_LOG_ERROR, "end_leftover_children", "leftover children do not end, kill them");
+  LOGE_AS("end_leftover_children", "leftover children do not end, kill them");
   end_listed(list, send, SIGKILL, kLeftoverMs);
 }
 
@@ -84,8 +84,8 @@ bool add_to_group(int32_t* table, pid_t pid) {
 }
 
 pid_t fork_worker(const char* function) {
-  const pid_t pid = fork_process(group::own);
-  if (pid == -1) LOG_AS(ANDROID_LOG_ERROR, function, "fork err:%s.\n", strerror(errno));
+  const pid_t pid = fork_process(Group::kOwn);
+  if (pid == -1) LOGE_AS(function, "fork err:%s.\n", strerror(errno));
   if (pid > 0) add_to_debug_group(pid);
   return pid;
 }
@@ -115,11 +115,11 @@ int await_request_child(const char* function, pid_t pid, int poll_ms, int polls)
   s_request_pid = pid;
   int count = 0;
   for (pid_t gone = wait_within(pid, 0, nullptr); gone == 0; count++) {
-    LOG_AS(ANDROID_LOG_DEBUG, function, "wait child %d to finish.", pid);
+    LOGD_AS(function, "wait child %d to finish.", pid);
     gone = wait_within(pid, poll_ms, nullptr);
     safe_point();
     if (gone != 0 || count < polls) continue;
-    LOG_AS(ANDROID_LOG_ERROR, function, "wait child %d timeout, kill it", pid);
+    LOGE_AS(function, "wait child %d timeout, kill it", pid);
     signal_group(pid, SIGKILL);
     sleep_ms(kTickMs);
     gone = wait_within(pid, 0, nullptr);

@@ -27,10 +27,10 @@ constexpr int kPropertyPolls = 20;
 
 // The property worker's body.
 [[noreturn]] void write_property_files(const char* dir, const char* suffix) {
-  LOG_AS(ANDROID_LOG_DEBUG, "copy_system_propertie", "in child %d.", getpid());
+  LOGD_AS("copy_system_propertie", "in child %d.", getpid());
   char path[4096] = {};
   if (copy_or_abort(path, dir) == 0 || path[strlen(path) - 1] != '/') append_or_abort(path, "/");
-  run_tool(shell_text("getprop >").target(std::string(path) + "system" + suffix + ".prop"),
+  run_tool(ShellText("getprop >").target(std::string(path) + "system" + suffix + ".prop"),
            kOutputBytes);
   char name[64];
   format_cut(name, "others%s.prop", suffix);
@@ -125,7 +125,7 @@ int get_feedback_log(int mask, const char* dir) {
   LOGD("function invoked");
   if (is_dir_exist(kGeneralDir) != 0) creat_dir(kGeneralDir);
   int ret = 0;
-  for (const feedback_getter& getter : kFeedbackGetters) {
+  for (const FeedbackGetter& getter : kFeedbackGetters) {
     if ((getter.bit & mask) == 0) continue;
     ret = getter.get(dir);
     if (ret < 0) {
@@ -138,7 +138,7 @@ int get_feedback_log(int mask, const char* dir) {
 }
 
 int copy_system_propertie(const char* dir, const char* suffix) {
-  const pid_t pid = fork_process(group::own);
+  const pid_t pid = fork_process(Group::kOwn);
   if (pid == 0) write_property_files(dir, suffix);
   if (pid < 1) {
     LOGE("failed to fork child. err:%d(%s).", errno, strerror(errno));

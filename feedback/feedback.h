@@ -7,13 +7,13 @@
 #include <stdint.h>
 
 // A piece of a bundle. `get` collects it into the directory `dir`; a negative result ends the walk.
-struct feedback_getter {
+struct FeedbackGetter {
   int32_t bit;
   int (*get)(const char* dir);
   char name[64];  // for the log
 };
 constexpr int kFeedbackGetterCount = 13;
-extern const feedback_getter kFeedbackGetters[kFeedbackGetterCount];  // in the order of the walk
+extern const FeedbackGetter kFeedbackGetters[kFeedbackGetterCount];  // in the order of the walk
 
 // Why a destination that a client names is refused; null when it may be used. Root copies into it
 // and gives it to everybody, so it must be absolute, at least two components deep, without "." and

@@ -38,8 +38,8 @@ void dump_buffer(const char* dir, const char* buffer) {
   if (is_dir_exist(path) != 0) creat_dir(path);
   build_logcat_file_name(buffer, path);
   creat_file(path);
-  LOG_AS(ANDROID_LOG_DEBUG, "get_general_log", "catch %s > %s", buffer, path);
-  run_shell(shell_text(kLogcat)
+  LOGD_AS("get_general_log", "catch %s > %s", buffer, path);
+  run_shell(ShellText(kLogcat)
                 .raw(" -d -v threadtime,usec -t")
                 .arg(std::to_string(kDumpLines))
                 .raw(" -b")
@@ -49,7 +49,7 @@ void dump_buffer(const char* dir, const char* buffer) {
 }
 
 // One buffer's dump, and the thread that it runs on.
-struct dump {
+struct Dump {
   const char* dir;
   const char* buffer;
   pthread_t thread;
@@ -57,27 +57,26 @@ struct dump {
 };
 
 void* run_dump(void* arg) {
-  const dump* job = static_cast<const dump*>(arg);
+  const Dump* job = static_cast<const Dump*>(arg);
   dump_buffer(job->dir, job->buffer);
   return nullptr;
 }
 
 // A dump that gets no thread is made at once instead: later, but not lost.
-void start_dump(dump* job) {
+void start_dump(Dump* job) {
   const int error = pthread_create(&job->thread, nullptr, run_dump, job);
   job->has_thread = error == 0;
   if (job->has_thread) return;
-  LOG_AS(ANDROID_LOG_ERROR, "get_general_log", "no thread for %s: %s", job->buffer,
-         strerror(error));
+  LOGE_AS("get_general_log", "no thread for %s: %s", job->buffer, strerror(error));
   run_dump(job);
 }
 
 // The general worker's body: six threads, one for each buffer.
 [[noreturn]] void dump_all_buffers(const char* dir) {
   set_process_name("general");
-  dump dumps[std::size(kLogBuffers)];
+  Dump dumps[std::size(kLogBuffers)];
   {
-    const signals_blocked for_the_threads;
+    const SignalsBlocked for_the_threads;
     for (size_t i = 0; i < std::size(kLogBuffers); i++) {
       dumps[i] = {dir, kLogBuffers[i], {}, false};
       start_dump(&dumps[i]);
@@ -87,16 +86,16 @@ void start_dump(dump* job) {
   format_cut(general, "%s/%s", dir, "general");
   get_logcat_control_message(general);
   for (size_t i = 0; i < std::size(kLogBuffers); i++) {
-    LOG_AS(ANDROID_LOG_DEBUG, "get_general_log", "wait thread %d to finish.", static_cast<int>(i));
+    LOGD_AS("get_general_log", "wait thread %d to finish.", static_cast<int>(i));
     if (dumps[i].has_thread) pthread_join(dumps[i].thread, nullptr);
-    LOG_AS(ANDROID_LOG_DEBUG, "get_general_log", "thread %d finished.", static_cast<int>(i));
+    LOGD_AS("get_general_log", "thread %d finished.", static_cast<int>(i));
   }
-  LOG_AS(ANDROID_LOG_DEBUG, "get_general_log", "process %d all threads finished.", getpid());
+  LOGD_AS("get_general_log", "process %d all threads finished.", getpid());
   end_process(0);
 }
 
 void trim_trace_files() {
-  scoped_dir stream(opendir(kAnrDir));
+  ScopedDir stream(opendir(kAnrDir));
   if (!stream.valid()) {
     LOGE("cannot open /data/anr/");
     return;
@@ -117,10 +116,9 @@ int get_general_log(const char* dir) {
   const std::string copied = place_of_copy(kGeneralDir, dir) + "/boot_fail.log";
   copy_dir(kGeneralDir, dir);
   if (is_copied("/sdcard/Android/data/.harrowmoss/general/boot_fail.log", copied.c_str())) {
-    run_shell(
-        shell_text("rm -f").removal("/sdcard/Android/data/.harrowmoss/general/boot_fail.log"));
+    run_shell(ShellText("rm -f").removal("/sdcard/Android/data/.harrowmoss/general/boot_fail.log"));
   }
-  const pid_t pid = fork_process(group::own);
+  const pid_t pid = fork_process(Group::kOwn);
   if (pid == 0) dump_all_buffers(dir);
   int ret = 0;
   if (pid < 1) {

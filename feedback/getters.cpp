@@ -38,12 +38,12 @@ void copy_then_delete(const char* source, const char* target, const char* delete
 
 int get_bootfail_log(const char* dir) {
   copy_dir("/data/anr", dir);
-  linked_move move(kBootFailLog, kGeneralDir);
-  if (move.prepare() == move_way::stays) {
+  LinkedMove move(kBootFailLog, kGeneralDir);
+  if (move.prepare() == MoveWay::kStays) {
     LOGE("%s", move.refusal(kBootFailLog, kGeneralDir).c_str());
     return 0;
   }
-  run_shell(shell_text("mv /cache/boot_fail.log").target(kStagedBootFailLog));
+  run_shell(ShellText("mv /cache/boot_fail.log").target(kStagedBootFailLog));
   move.settle();
   return 0;
 }
@@ -53,7 +53,7 @@ int get_pstore_log(const char* dir) {
 }
 
 int log_only(const char* function) {
-  LOG_AS(ANDROID_LOG_DEBUG, function, "function invoked");
+  LOGD_AS(function, "function invoked");
   return 0;
 }
 
@@ -92,7 +92,7 @@ int get_mtkdb_log(const char* dir) {
   LOGD("function invoked");
   const std::unique_ptr<char[]> latest(getLatestFile(kExceptionDir, "fatal"));
   if (latest == nullptr || latest[0] == '\0') return 0;
-  if (!command_fits(shell_command::copy_dir, latest.get(), dir)) {
+  if (!command_fits(ShellCommand::kCopyDir, latest.get(), dir)) {
     LOGE("name too long to copy: %s", latest.get());
     return 0;
   }
@@ -103,7 +103,7 @@ int get_mtkdb_log(const char* dir) {
 }  // namespace
 
 // clang-format off
-constexpr feedback_getter kFeedbackGetters[kFeedbackGetterCount] = {  // run top to bottom, not in bit order
+constexpr FeedbackGetter kFeedbackGetters[kFeedbackGetterCount] = {  // run top to bottom, not in bit order
     {kSelectBootfail,     get_bootfail_log,  "get_bootfail_log"},
     {kSelectGeneral,      get_general_log,   "get_general_log"},
     {kSelectTombstone,    get_tombstone_log, "get_tombstone_log"},
@@ -153,7 +153,7 @@ const char* feedback_destination_fault(int mask, const char* dir) {
     if ((source.bits & mask) != 0) selected[count++] = source.directory;
   }
   return destination_fault(dir, selected, count, [](const char* path) {
-    return command_fits(shell_command::copy_dir, kPowerFeedbackDir, path);  // the longest of them
+    return command_fits(ShellCommand::kCopyDir, kPowerFeedbackDir, path);  // the longest of them
   });
 }
 

@@ -23,11 +23,11 @@ constexpr size_t kLineSize = 300;  // command output is taken in pieces of this 
 constexpr char kSeparator[] = "--------------------------------------------------------\n\n";
 constexpr const char* kMounts[] = {"/system", "/data"};
 
-struct base_info {
+struct BaseInfo {
   const char* label;
-  fixed_text command;
+  FixedText command;
 };
-constexpr base_info kBaseInfo[] = {
+constexpr BaseInfo kBaseInfo[] = {
     {"Version Number", "getprop ro.build.display.id"},
     {"Device Battery", "cat /sys/class/power_supply/battery/capacity"},
     {"EMMC Manufacturer", "cat /sys/block/mmcblk0/device/manfid"},
@@ -69,8 +69,8 @@ void write_info(const char* dir, const char* name) {
   std::string block = header_row();
   for (const char* mount : kMounts) block += write_mount_info_detail(mount);
   block += "\n";
-  series_budget budget(name);
-  for (const base_info& info : kBaseInfo) {
+  SeriesBudget budget(name);
+  for (const BaseInfo& info : kBaseInfo) {
     const int left = budget.left();
     if (left > 0) block += write_device_base_info(info.label, info.command, left);
   }
@@ -94,15 +94,15 @@ std::string write_mount_info_detail(const char* mount) {
   return row;
 }
 
-std::string write_device_base_info(const char* label, fixed_text command, int bound_ms) {
+std::string write_device_base_info(const char* label, FixedText command, int bound_ms) {
   char head[64];
   format_cut(head, "%-22s  ", label);
-  struct item {
+  struct Item {
     std::string text;
     bool has_line;
   } out = {head, false};
   const auto on_line = [](void* context, const char* line) {
-    auto* to = static_cast<item*>(context);
+    auto* to = static_cast<Item*>(context);
     if (to->has_line) to->text.append(24, ' ');  // under the first line
     to->text += line;
     to->has_line = true;
@@ -135,16 +135,16 @@ bool isRooted() {
   return strcmp(rooted, "1") == 0;
 }
 
-void write_cmd_output(const char* dir, const char* name, fixed_text command) {
+void write_cmd_output(const char* dir, const char* name, FixedText command) {
   char path[kPathSize];
   format_cut(path, "%s%s", dir, name);
   char frame[128];
   format_cut(frame, "\n----- %s -----\n", command.get());
-  scoped_fd fd(open_file_beneath(path, O_RDWR | O_APPEND));
+  ScopedFd fd(open_file_beneath(path, O_RDWR | O_APPEND));
   write_text(fd.get(), frame);
   char line[kLineSize];
   const auto on_line = [](void* to, const char* text) {
-    write_text(static_cast<scoped_fd*>(to)->get(), text);
+    write_text(static_cast<ScopedFd*>(to)->get(), text);
   };
   run_shell_lines(command, kToolBoundMs, line, sizeof(line), on_line, &fd);
   write_text(fd.get(), frame);

@@ -18,11 +18,11 @@ void write_info(const char* dir, const char* name);
 void write_build_state(const char* dir, const char* name);
 
 // Appends what `command` prints between two frame lines. The file must exist.
-void write_cmd_output(const char* dir, const char* name, fixed_text command);
+void write_cmd_output(const char* dir, const char* name, FixedText command);
 
 // The row of one file system, and one labelled item; "" for a command that cannot be started.
 std::string write_mount_info_detail(const char* mount);
-std::string write_device_base_info(const char* label, fixed_text command,
+std::string write_device_base_info(const char* label, FixedText command,
                                    int bound_ms = kToolBoundMs);
 
 // True when a directory of PATH (255 bytes at most; longer aborts) holds "su", or a property says

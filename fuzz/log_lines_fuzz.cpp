@@ -23,26 +23,26 @@ constexpr const char* kNames[] = {"mobile/Q-main.txt.1", "mobile/Q-main.txt", "m
 constexpr size_t kFiles = std::size(kNames);
 
 // Takes the list apart again.
-class collector : public line_sink {
+class Collector : public LineSink {
  public:
-  bool take(const line_stream& stream, const log_line& line) override {
-    require(line.text.size() <= line_reader::kPiece);
-    if (line.kind == line_kind::kLine) {
+  bool take(const LineStream& stream, const LogLine& line) override {
+    require(line.text.size() <= LineReader::kPiece);
+    if (line.kind == LineKind::kLine) {
       (stream.name() == "main" ? main : stream.name() == "radio" ? radio : touch) += line.text;
       filter.passes(line);
     }
-    ++lines;
+    lines++;
     return true;
   }
-  line_filter filter;
+  LineFilter filter;
   std::string main, radio, touch;
   int64_t lines = 0;
 };
 
-collector list(const run_source& source, const time_range& range) {
-  collector all;
+Collector list(const RunSource& source, const TimeRange& range) {
+  Collector all;
   require(all.filter.set({"I", "T,U", "1,2", "a[b-d]*|x", true}).empty());
-  stream_list streams = open_streams(source, {{"all"}, range, false});
+  StreamList streams = open_streams(source, {{"all"}, range, false});
   merge(&streams, &all, nullptr);
   return all;
 }
@@ -55,16 +55,16 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size == 0) return 0;
   std::array<std::string, kFiles> contents;
   size_t file = 0;
-  for (size_t i = 1; i < size; ++i) {
+  for (size_t i = 1; i < size; i++) {
     if (data[i] == 0xfe && file + 1 < kFiles) {
-      ++file;
+      file++;
     } else {
       contents[file] += static_cast<char>(data[i]);
     }
   }
-  run_source source;
+  RunSource source;
   std::array<int, kFiles> fds;
-  for (size_t i = 0; i < kFiles; ++i) {
+  for (size_t i = 0; i < kFiles; i++) {
     char path[64];
     snprintf(path, sizeof path, "/data/local/tmp/log_lines_%zu", i);
     fds[i] = open(path, O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
@@ -73,11 +73,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     close(fds[i]);
     source.files.push_back({kNames[i], path, bytes, kWritten});
   }
-  const collector whole = list(source, {});
+  const Collector whole = list(source, {});
   require(whole.main == contents[0] + contents[1]);
   require(whole.radio == contents[2] && whole.touch == contents[3]);
   const log_stamp since = kWritten * kSecond - data[0] * kSecond;
-  const collector part = list(source, {since, since + data[0] * kSecond});
+  const Collector part = list(source, {since, since + data[0] * kSecond});
   require(part.lines <= whole.lines);
   return 0;
 }

@@ -22,11 +22,11 @@ std::string little_endian(uint64_t value, size_t bytes) {
   return text;
 }
 
-std::string encoded(const reply& answer, const request_name& request) {
+std::string encoded(const Reply& answer, const RequestName& request) {
   std::string bytes =
       little_endian(static_cast<uint32_t>(answer.code), 4) + little_endian(kSerial, 8);
   if (!answer.has_result) return bytes;
-  if (answer.unknown || request.reply == reply_fields::kInt)
+  if (answer.unknown || request.reply == ReplyFields::kInt)
     return bytes + little_endian(static_cast<uint32_t>(answer.number), 4);
   bytes += little_endian(answer.text.size(), 4) + answer.text;
   return bytes + std::string(4 - answer.text.size() % 4, '\0');
@@ -38,17 +38,17 @@ std::string encoded(const reply& answer, const request_name& request) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   int ends[2];
   if (size == 0 || socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) return 0;
-  const request_name& request = kRequestNames[data[0] % std::size(kRequestNames)];
+  const RequestName& request = kRequestNames[data[0] % std::size(kRequestNames)];
   require(write(ends[1], data + 1, size - 1) == static_cast<ssize_t>(size - 1));
   shutdown(ends[1], SHUT_WR);
-  connection client;
+  Connection client;
   std::string bytes;
   const auto deadline = after(std::chrono::seconds(20));
   outcome result = client.open([&] { return ends[0]; }, deadline);
-  if (result.code == EXIT_OK) result = client.exchange("request", deadline, nullptr, &bytes);
-  require(result.code == EXIT_OK || (result.code == EXIT_BAD_REPLY && !result.error.empty()));
-  if (result.code == EXIT_OK) {
-    reply answer;
+  if (result.code == kExitOk) result = client.exchange("request", deadline, nullptr, &bytes);
+  require(result.code == kExitOk || (result.code == kExitBadReply && !result.error.empty()));
+  if (result.code == kExitOk) {
+    Reply answer;
     std::string error;
     const bool genuine = decode_reply(bytes, request, kSerial, &answer, &error);
     require(genuine ? encoded(answer, request) == bytes : !error.empty());

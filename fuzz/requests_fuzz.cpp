@@ -55,13 +55,13 @@ constexpr char kKernelLog[] = "/data/misc/zelkalog/.logger/kernel_pmic.txt";
 constexpr const char* kRunDirs[] = {"/data/misc/zelkalog", "/data/vendor/zelkalog"};
 constexpr size_t kMostFrames = 16;  // their replies fit into the socket
 
-struct conversation {
+struct Conversation {
   std::string_view sent;
   std::vector<std::string_view> answered;  // payloads
 };
 
-conversation plan(std::string_view stream) {
-  conversation talk = {stream, {}};
+Conversation plan(std::string_view stream) {
+  Conversation talk = {stream, {}};
   for (std::string_view rest = stream; rest.size() >= 2;) {
     const auto low = static_cast<unsigned char>(rest[0]);
     const size_t size = low + (static_cast<unsigned char>(rest[1]) << 8);
@@ -93,9 +93,9 @@ void check_reply(int fd, std::string_view payload) {
   int64_t serial = 0;
   if (payload.size() >= 12) memcpy(&serial, payload.data() + 4, sizeof(serial));
   const bool known = code >= 1 && code <= kRequestCount;
-  request_name request = {code, "", "", request_arguments::kNone, reply_fields::kInt};
+  RequestName request = {code, "", "", RequestArguments::kNone, ReplyFields::kInt};
   if (known) request = kRequestNames[code - 1];
-  reply answer;
+  Reply answer;
   std::string error;
   require(decode_reply(bytes, request, serial, &answer, &error));
   require(known || (answer.has_result && answer.number == -1));
@@ -126,7 +126,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 
 // Input: all that a client sends on one connection.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  const conversation talk = plan({reinterpret_cast<const char*>(data), size});
+  const Conversation talk = plan({reinterpret_cast<const char*>(data), size});
   int ends[2];
   require(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) == 0);
   require(send(ends[0], talk.sent.data(), talk.sent.size(), 0) ==

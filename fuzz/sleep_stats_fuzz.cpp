@@ -14,7 +14,7 @@ template <typename Parser>
 void parse(const std::string& text) {
   constexpr size_t kLineSize = 512;  // as the file is read
   Parser parser;
-  sleep_counters counters;
+  SleepCounters counters;
   for (size_t at = 0; at < text.size();) {
     const size_t newline = text.find('\n', at);
     const size_t end = newline == std::string::npos ? text.size() : newline + 1;
@@ -31,9 +31,9 @@ void parse(const std::string& text) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const std::string text(reinterpret_cast<const char*>(data), size);
-  parse<aosd_cxsd_parser>(text);
-  parse<vmin_parser>(text);
-  parse<master_parser>(text);
-  parse<rpmh_parser>(text);
+  parse<AosdCxsdParser>(text);
+  parse<VminParser>(text);
+  parse<MasterParser>(text);
+  parse<RpmhParser>(text);
   return 0;
 }

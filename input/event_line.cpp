@@ -14,7 +14,7 @@ constexpr size_t kBlanksAfterValue = 12;  // after a decimal value, whatever its
 constexpr uint16_t kKeyType = 0x01;  // EV_KEY
 
 // `name` in a column of `width`, or without a name the number in hex, padded likewise.
-void name_or_hex(text_writer* out, const char* name, uint16_t number, size_t width) {
+void name_or_hex(TextWriter* out, const char* name, uint16_t number, size_t width) {
   if (name != nullptr) {
     out->padded(name, width);
     return;
@@ -27,7 +27,7 @@ void name_or_hex(text_writer* out, const char* name, uint16_t number, size_t wid
 
 size_t format_event_stamp(char (&text)[kEventStampSize], const civil_time& when,
                           long microseconds) {
-  text_writer out(text);
+  TextWriter out(text);
   const struct {
     int number;
     char after;
@@ -50,7 +50,7 @@ const char* event_device_marker(bool second_touch) {
 
 size_t format_event_fields(char (&line)[kEventLineSize], uint16_t type, uint16_t code,
                            int32_t value) {
-  text_writer out(line);
+  TextWriter out(line);
   name_or_hex(&out, event_type_name(type), type, kTypeWidth);
   out.put(' ');
   name_or_hex(&out, event_code_name(type, code), code, kFieldWidth);

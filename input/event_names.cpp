@@ -6,7 +6,7 @@
 
 namespace {
 
-struct code_name {
+struct CodeName {
   const char* name;
   uint16_t code;
 };
@@ -14,25 +14,25 @@ struct code_name {
 // Names and numbers as the Linux input event code header of Android's API level 33 has them, in its
 // order: carried here, so that every build prints the same. Some codes have several names.
 // clang-format off
-constexpr code_name kTypes[] = {
+constexpr CodeName kTypes[] = {
     {"EV_SYN", 0x00},               {"EV_KEY", 0x01},               {"EV_REL", 0x02},
     {"EV_ABS", 0x03},               {"EV_MSC", 0x04},               {"EV_SW", 0x05},
     {"EV_LED", 0x11},               {"EV_SND", 0x12},               {"EV_REP", 0x14},
     {"EV_FF", 0x15},                {"EV_PWR", 0x16},               {"EV_FF_STATUS", 0x17},
     {"EV_MAX", 0x1f},
 };
-constexpr code_name kSyncs[] = {
+constexpr CodeName kSyncs[] = {
     {"SYN_REPORT", 0x00},           {"SYN_CONFIG", 0x01},           {"SYN_MT_REPORT", 0x02},
     {"SYN_DROPPED", 0x03},          {"SYN_MAX", 0x0f},
 };
-constexpr code_name kRelatives[] = {
+constexpr CodeName kRelatives[] = {
     {"REL_X", 0x00},                {"REL_Y", 0x01},                {"REL_Z", 0x02},
     {"REL_RX", 0x03},               {"REL_RY", 0x04},               {"REL_RZ", 0x05},
     {"REL_HWHEEL", 0x06},           {"REL_DIAL", 0x07},             {"REL_WHEEL", 0x08},
     {"REL_MISC", 0x09},             {"REL_RESERVED", 0x0a},         {"REL_WHEEL_HI_RES", 0x0b},
     {"REL_HWHEEL_HI_RES", 0x0c},    {"REL_MAX", 0x0f},
 };
-constexpr code_name kAbsolutes[] = {
+constexpr CodeName kAbsolutes[] = {
     {"ABS_X", 0x00},                {"ABS_Y", 0x01},                {"ABS_Z", 0x02},
     {"ABS_RX", 0x03},               {"ABS_RY", 0x04},               {"ABS_RZ", 0x05},
     {"ABS_THROTTLE", 0x06},         {"ABS_RUDDER", 0x07},           {"ABS_WHEEL", 0x08},
@@ -49,12 +49,12 @@ constexpr code_name kAbsolutes[] = {
     {"ABS_MT_DISTANCE", 0x3b},      {"ABS_MT_TOOL_X", 0x3c},        {"ABS_MT_TOOL_Y", 0x3d},
     {"ABS_MAX", 0x3f},
 };
-constexpr code_name kMiscs[] = {
+constexpr CodeName kMiscs[] = {
     {"MSC_SERIAL", 0x00},           {"MSC_PULSELED", 0x01},         {"MSC_GESTURE", 0x02},
     {"MSC_RAW", 0x03},              {"MSC_SCAN", 0x04},             {"MSC_TIMESTAMP", 0x05},
     {"MSC_MAX", 0x07},
 };
-constexpr code_name kSwitches[] = {
+constexpr CodeName kSwitches[] = {
     {"SW_LID", 0x00},               {"SW_TABLET_MODE", 0x01},       {"SW_HEADPHONE_INSERT", 0x02},
     {"SW_RFKILL_ALL", 0x03},        {"SW_RADIO", 0x03},             {"SW_MICROPHONE_INSERT", 0x04},
     {"SW_DOCK", 0x05},              {"SW_LINEOUT_INSERT", 0x06},
@@ -63,20 +63,20 @@ constexpr code_name kSwitches[] = {
     {"SW_ROTATE_LOCK", 0x0c},       {"SW_LINEIN_INSERT", 0x0d},     {"SW_MUTE_DEVICE", 0x0e},
     {"SW_PEN_INSERTED", 0x0f},      {"SW_MACHINE_COVER", 0x10},     {"SW_MAX", 0x10},
 };
-constexpr code_name kLeds[] = {
+constexpr CodeName kLeds[] = {
     {"LED_NUML", 0x00},             {"LED_CAPSL", 0x01},            {"LED_SCROLLL", 0x02},
     {"LED_COMPOSE", 0x03},          {"LED_KANA", 0x04},             {"LED_SLEEP", 0x05},
     {"LED_SUSPEND", 0x06},          {"LED_MUTE", 0x07},             {"LED_MISC", 0x08},
     {"LED_MAIL", 0x09},             {"LED_CHARGING", 0x0a},         {"LED_MAX", 0x0f},
 };
-constexpr code_name kSounds[] = {
+constexpr CodeName kSounds[] = {
     {"SND_CLICK", 0x00},            {"SND_BELL", 0x01},             {"SND_TONE", 0x02},
     {"SND_MAX", 0x07},
 };
-constexpr code_name kRepeats[] = {
+constexpr CodeName kRepeats[] = {
     {"REP_DELAY", 0x00},            {"REP_PERIOD", 0x01},           {"REP_MAX", 0x01},
 };
-constexpr code_name kKeys[] = {
+constexpr CodeName kKeys[] = {
     {"KEY_RESERVED", 0x000},        {"KEY_ESC", 0x001},             {"KEY_1", 0x002},
     {"KEY_2", 0x003},               {"KEY_3", 0x004},               {"KEY_4", 0x005},
     {"KEY_5", 0x006},               {"KEY_6", 0x007},               {"KEY_7", 0x008},
@@ -298,46 +298,46 @@ constexpr code_name kKeys[] = {
 // clang-format on
 
 template <size_t Size>
-using name_index = std::array<const char*, Size>;
+using NameIndex = std::array<const char*, Size>;
 
 // Names by code, null where there is none; the first name of a code wins. A code that is not below
 // `Size` does not compile.
 template <size_t Size, size_t Rows>
-constexpr name_index<Size> index_by_code(const code_name (&rows)[Rows]) {
-  name_index<Size> index{};
-  for (const code_name& row : rows) {
+constexpr NameIndex<Size> index_by_code(const CodeName (&rows)[Rows]) {
+  NameIndex<Size> index{};
+  for (const CodeName& row : rows) {
     if (index[row.code] == nullptr) index[row.code] = row.name;
   }
   return index;
 }
 
 // One more than the highest code of each kind.
-constexpr name_index<0x20> kTypeIndex = index_by_code<0x20>(kTypes);
-constexpr name_index<0x10> kSyncIndex = index_by_code<0x10>(kSyncs);
-constexpr name_index<0x300> kKeyIndex = index_by_code<0x300>(kKeys);
-constexpr name_index<0x10> kRelativeIndex = index_by_code<0x10>(kRelatives);
-constexpr name_index<0x40> kAbsoluteIndex = index_by_code<0x40>(kAbsolutes);
-constexpr name_index<0x08> kMiscIndex = index_by_code<0x08>(kMiscs);
-constexpr name_index<0x11> kSwitchIndex = index_by_code<0x11>(kSwitches);
-constexpr name_index<0x10> kLedIndex = index_by_code<0x10>(kLeds);
-constexpr name_index<0x08> kSoundIndex = index_by_code<0x08>(kSounds);
-constexpr name_index<0x02> kRepeatIndex = index_by_code<0x02>(kRepeats);
+constexpr NameIndex<0x20> kTypeIndex = index_by_code<0x20>(kTypes);
+constexpr NameIndex<0x10> kSyncIndex = index_by_code<0x10>(kSyncs);
+constexpr NameIndex<0x300> kKeyIndex = index_by_code<0x300>(kKeys);
+constexpr NameIndex<0x10> kRelativeIndex = index_by_code<0x10>(kRelatives);
+constexpr NameIndex<0x40> kAbsoluteIndex = index_by_code<0x40>(kAbsolutes);
+constexpr NameIndex<0x08> kMiscIndex = index_by_code<0x08>(kMiscs);
+constexpr NameIndex<0x11> kSwitchIndex = index_by_code<0x11>(kSwitches);
+constexpr NameIndex<0x10> kLedIndex = index_by_code<0x10>(kLeds);
+constexpr NameIndex<0x08> kSoundIndex = index_by_code<0x08>(kSounds);
+constexpr NameIndex<0x02> kRepeatIndex = index_by_code<0x02>(kRepeats);
 
 // The codes of one event type.
-struct code_range {
+struct CodeRange {
   const char* const* names;
   size_t size;
 };
 
 template <size_t Size>
-constexpr code_range range(const name_index<Size>& index) {
+constexpr CodeRange range(const NameIndex<Size>& index) {
   return {index.data(), Size};
 }
 
 constexpr uint16_t kLastTypeWithCodes = 0x14;  // EV_REP
 
-constexpr std::array<code_range, kLastTypeWithCodes + 1> make_codes_by_type() {
-  std::array<code_range, kLastTypeWithCodes + 1> codes{};
+constexpr std::array<CodeRange, kLastTypeWithCodes + 1> make_codes_by_type() {
+  std::array<CodeRange, kLastTypeWithCodes + 1> codes{};
   codes[0x00] = range(kSyncIndex);
   codes[0x01] = range(kKeyIndex);
   codes[0x02] = range(kRelativeIndex);
@@ -350,7 +350,7 @@ constexpr std::array<code_range, kLastTypeWithCodes + 1> make_codes_by_type() {
   return codes;
 }
 
-constexpr std::array<code_range, kLastTypeWithCodes + 1> kCodesByType = make_codes_by_type();
+constexpr std::array<CodeRange, kLastTypeWithCodes + 1> kCodesByType = make_codes_by_type();
 
 constexpr const char* kKeyValues[] = {"UP", "DOWN", "REPEAT"};
 

@@ -18,10 +18,10 @@ namespace {
 // Room for the base name, a dot, any int32 and ".txt".
 constexpr size_t kPathSize = 256 + 16;
 
-using event_path = char[kPathSize];
+using EventPath = char[kPathSize];
 
 // Generation 0 is the live file.
-void compose_path(event_path& path, const char* base, int32_t generation) {
+void compose_path(EventPath& path, const char* base, int32_t generation) {
   if (generation == 0) {
     format_cut(path, "%s.txt", base);
   } else {
@@ -37,7 +37,7 @@ EventSaver::EventSaver(char* base) {
 
 // Opens, counts and says so; the count and the message come also when the file cannot be opened.
 int EventSaver::openLiveFile() {
-  event_path path;
+  EventPath path;
   compose_path(path, mBaseName, 0);
   mFd = open_file_beneath(path, O_WRONLY | O_CREAT | O_APPEND, 0600);
   struct stat info;
@@ -62,8 +62,8 @@ void EventSaver::flushToFile(const char* text) {
 int EventSaver::rotate() {
   closeLogFile();
   if (mCurrentGenerations < mMaxGenerations) mCurrentGenerations++;
-  event_path from;
-  event_path to;
+  EventPath from;
+  EventPath to;
   if (mCurrentGenerations == mMaxGenerations) {
     compose_path(to, mBaseName, mMaxGenerations - 1);
     unlink(to);

@@ -64,10 +64,10 @@ EventSaver* s_event_file = nullptr;
 // stdio would take a lock that a fork may have copied in the locked state.
 #define SAY(...) dprintf(STDERR_FILENO, __VA_ARGS__)
 
-using identity = char[kIdentitySize + 1];
+using Identity = char[kIdentitySize + 1];
 
 // Empty when the device does not answer.
-void ask_identity(int fd, unsigned long request, identity& answer) {
+void ask_identity(int fd, unsigned long request, Identity& answer) {
   memset(answer, 0, sizeof(answer));
   if (ioctl(fd, request, answer) < 1) answer[0] = '\0';
 }
@@ -116,22 +116,22 @@ void remove_device(int index) {
   }
 }
 
-using device_path = char[sizeof(kDeviceDir) + 1 + NAME_MAX];
+using DevicePath = char[sizeof(kDeviceDir) + 1 + NAME_MAX];
 
-void compose_device_path(device_path& path, const char* name) {
+void compose_device_path(DevicePath& path, const char* name) {
   format_cut(path, "%s/%s", kDeviceDir, name);
 }
 
 // False, after saying so, when /dev/input cannot be listed.
 bool scan_devices() {
-  scoped_dir dir(opendir(kDeviceDir));
+  ScopedDir dir(opendir(kDeviceDir));
   if (!dir.valid()) {
     SAY("scan dir failed for %s\n", kDeviceDir);
     return false;
   }
   while (const dirent* entry = readdir(dir.get())) {
     if (strcmp(entry->d_name, ".") == 0 || strcmp(entry->d_name, "..") == 0) continue;
-    device_path path;
+    DevicePath path;
     compose_device_path(path, entry->d_name);
     open_device(path);
   }
@@ -140,7 +140,7 @@ bool scan_devices() {
 
 // One record of the watch; `name` has its NUL.
 void follow_change(uint32_t mask, const char* name) {
-  device_path path;
+  DevicePath path;
   compose_device_path(path, name);
   if ((mask & IN_CREATE) != 0) {
     open_device(path);
@@ -246,9 +246,9 @@ int open_device(const char* path) {
     SAY("could not open %s, %s\n", path, strerror(errno));
     return -1;
   }
-  identity name;
-  identity location;
-  identity unique_id;
+  Identity name;
+  Identity location;
+  Identity unique_id;
   ask_identity(fd, EVIOCGNAME(kIdentitySize), name);
   ask_identity(fd, EVIOCGPHYS(kIdentitySize), location);
   ask_identity(fd, EVIOCGUNIQ(kIdentitySize), unique_id);
@@ -278,7 +278,7 @@ int close_device(const char* path, int flags) {
     return -1;
   }
   if ((flags & kRecordRemoval) != 0 && s_event_file != nullptr) {
-    char text[sizeof(device_path) + 32];
+    char text[sizeof(DevicePath) + 32];
     format_cut(text, "remove device %d: %s\n", index, path);
     s_event_file->flushToFile(text);
   }

@@ -23,8 +23,8 @@ bool is_numbered(const char* name) {
 
 }  // namespace
 
-size_verdict judge_sizes(const size_reading& reading) {
-  size_verdict verdict;
+SizeVerdict judge_sizes(const SizeReading& reading) {
+  SizeVerdict verdict;
   verdict.store_gib = to_gib(reading.store_bytes);
   verdict.common_gib = to_gib(reading.common_bytes);
   verdict.total_gib = to_gib(reading.store_bytes + reading.common_bytes);
@@ -34,7 +34,7 @@ size_verdict judge_sizes(const size_reading& reading) {
   return verdict;
 }
 
-void oldest_run::add(const char* directory) {
+void OldestRun::add(const char* directory) {
   if (!is_numbered(directory)) return;
   count++;
   const int its_number = atoi(directory);
@@ -43,21 +43,21 @@ void oldest_run::add(const char* directory) {
   name = directory;
 }
 
-eviction_plan plan_eviction(const oldest_run& store, const oldest_run& working, int current,
-                            bool logging, int earlier) {
+EvictionPlan plan_eviction(const OldestRun& store, const OldestRun& working, int current,
+                           bool logging, int earlier) {
   const int in_store = store.number != -1 ? store.number : earlier;
-  if (!logging && store.count == 1 && in_store == current) return {eviction::keep_last, in_store};
-  if (store.number != -1) return {eviction::store_run, in_store};
-  if (!logging) return {eviction::nothing, in_store};
+  if (!logging && store.count == 1 && in_store == current) return {Eviction::keep_last, in_store};
+  if (store.number != -1) return {Eviction::kStoreRun, in_store};
+  if (!logging) return {Eviction::kNothing, in_store};
   const int in_working = working.number != -1 ? working.number : in_store;
   if (in_working == current) {
     // A restart deletes every finished run: only when it is sure that nothing smaller would do.
-    return {store.unknown ? eviction::restart_withheld : eviction::restart, in_working};
+    return {store.unknown ? Eviction::kRestartWithheld : Eviction::kRestart, in_working};
   }
-  return {working.number != -1 ? eviction::working_run : eviction::nothing, in_working};
+  return {working.number != -1 ? Eviction::kWorkingRun : Eviction::kNothing, in_working};
 }
 
-bool restart_is_due(const restart_record& last, int64_t now_ms, int64_t total_bytes) {
+bool restart_is_due(const RestartRecord& last, int64_t now_ms, int64_t total_bytes) {
   return last.at_ms == -1 || now_ms - last.at_ms >= kRestartPauseMs ||
          total_bytes < last.left_bytes;
 }

@@ -10,7 +10,7 @@
 
 constexpr int kDefaultQuotaGib = 20;
 
-struct size_reading {
+struct SizeReading {
   int64_t store_bytes;   // "/sdcard/zelkalog/"
   int64_t common_bytes;  // "/data/misc/zelkalog/"
   int quota_gib;         // "persist.sys.zelka.log.size"
@@ -20,7 +20,7 @@ struct size_reading {
   int64_t preallocated = 0;
 };
 
-struct size_verdict {
+struct SizeVerdict {
   float store_gib;
   float common_gib;
   float total_gib;
@@ -28,12 +28,12 @@ struct size_verdict {
   bool extreme_low;  // less than 128 MiB available or preallocated on "/data": everything goes
 };
 
-size_verdict judge_sizes(const size_reading& reading);
+SizeVerdict judge_sizes(const SizeReading& reading);
 
 // ---- What, while over quota. ----
 
 // The oldest run of a tree.
-struct oldest_run {
+struct OldestRun {
   int count = 0;         // numbered directories ("<digits>#..."), also number 0; -1: no such tree
   int number = -1;       // the smallest of at least 1, -1: none
   std::string name;      // of that one; of two with one number, the first
@@ -43,29 +43,29 @@ struct oldest_run {
   void add(const char* directory);
 };
 
-enum class eviction {
-  nothing,
+enum class Eviction {
+  kNothing,
   keep_last,         // logging is off, and the store holds its last run alone
-  store_run,         // the store's oldest: finished runs go first
-  working_run,       // the oldest that is left in the working area
-  restart,           // only the current run is left: delete everything else and start anew
-  restart_withheld,  // the same, but the store may hold runs that would do
+  kStoreRun,         // the store's oldest: finished runs go first
+  kWorkingRun,       // the oldest that is left in the working area
+  kRestart,          // only the current run is left: delete everything else and start anew
+  kRestartWithheld,  // the same, but the store may hold runs that would do
 };
 
-struct eviction_plan {
-  eviction what;
+struct EvictionPlan {
+  Eviction what;
   int oldest;  // the number that was decided by: the next `earlier`
 };
 
 // `current` is the number of the run being written; `earlier` the oldest number of an earlier look
 // (-1: none yet), which stands for a tree that shows none.
-eviction_plan plan_eviction(const oldest_run& store, const oldest_run& working, int current,
-                            bool logging, int earlier);
+EvictionPlan plan_eviction(const OldestRun& store, const OldestRun& working, int current,
+                           bool logging, int earlier);
 
 // ---- Not again. ----
 
 // What the last restart for the quota's sake has brought.
-struct restart_record {
+struct RestartRecord {
   int64_t at_ms = -1;       // of CLOCK_MONOTONIC; -1: none yet, or it has helped
   int64_t left_bytes = -1;  // what both trees held at the first look afterwards; -1: not looked yet
 };
@@ -74,4 +74,4 @@ struct restart_record {
 // the way that it cannot delete. It is tried again after ten minutes, or when the trees have
 // shrunk.
 constexpr int64_t kRestartPauseMs = 600000;
-bool restart_is_due(const restart_record& last, int64_t now_ms, int64_t total_bytes);
+bool restart_is_due(const RestartRecord& last, int64_t now_ms, int64_t total_bytes);

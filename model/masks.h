@@ -6,7 +6,7 @@
 #include <stdint.h>
 
 // One bit of a mask with the name people use for it.
-struct named_bit {
+struct NamedBit {
   int32_t mask;       // exactly one bit
   const char* name;   // for logger types also the directory and process-name suffix
   const char* about;  // one line: what it captures, and what it leaves behind
@@ -47,7 +47,7 @@ constexpr int32_t kSelectMinidump = 0x10000;
 // clang-format off
 
 // Logger types, in the order in which the daemon starts them; not in bit order, keep it so.
-inline constexpr named_bit kLoggerTypeNames[] = {
+inline constexpr NamedBit kLoggerTypeNames[] = {
     {kTypeMobile,      "mobile",      "logcat of all buffers, qrtr IPC log; mobile/ and qrtr_last.txt"},
     {kTypeModem,       "modem",       "vendor modem diagnostic logger, with .DIAG.cfg; modem/, moved in by the vendor at the stop"},
     {kTypeNet,         "net",         "packet capture and network snapshots at start and stop; net/"},
@@ -65,12 +65,12 @@ inline constexpr named_bit kLoggerTypeNames[] = {
 };
 
 // Bits of the same mask that start nothing but change how a run is captured; not part of "all".
-inline constexpr named_bit kLoggerOptionNames[] = {
+inline constexpr NamedBit kLoggerOptionNames[] = {
     {kTypeExtendedLogcat, "longlogcat", "keep 39 rotated files of 100 MiB for each logcat buffer of \"mobile\""},
 };
 
 // Pieces of a feedback bundle, in the order in which the daemon collects them.
-inline constexpr named_bit kFeedbackNames[] = {
+inline constexpr NamedBit kFeedbackNames[] = {
     {kSelectBootfail,     "bootfail",     "ANR traces; moves the boot-failure log into the general staging area"},
     {kSelectGeneral,      "general",      "the app's staged files and the last 80000 lines of each log buffer (7 s at most)"},
     {kSelectTombstone,    "tombstone",    "native crash reports, /data/tombstones"},
@@ -90,7 +90,7 @@ inline constexpr named_bit kFeedbackNames[] = {
 
 // The name of a logger type; null for a mask that is not exactly one of them.
 constexpr const char* logger_type_name(int32_t mask) {
-  for (const named_bit& row : kLoggerTypeNames) {
+  for (const NamedBit& row : kLoggerTypeNames) {
     if (row.mask == mask) return row.name;
   }
   return nullptr;
@@ -98,9 +98,9 @@ constexpr const char* logger_type_name(int32_t mask) {
 
 // True when every row has one bit that no other row has.
 template <size_t N>
-constexpr bool bits_are_distinct(const named_bit (&table)[N]) {
+constexpr bool bits_are_distinct(const NamedBit (&table)[N]) {
   uint32_t seen = 0;
-  for (const named_bit& row : table) {
+  for (const NamedBit& row : table) {
     const uint32_t bit = static_cast<uint32_t>(row.mask);
     if (bit == 0 || (bit & (bit - 1)) != 0 || (seen & bit) != 0) return false;
     seen |= bit;

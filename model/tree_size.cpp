@@ -16,14 +16,14 @@ namespace {
 
 // A directory of a walk. Its ancestors are found through `parent`, so that a link to one of them
 // can be told without holding a descriptor for each level.
-struct directory {
+struct Directory {
   std::string path;
   dev_t dev;
   ino_t ino;
   size_t parent;  // index; its own for the root
 };
 
-bool is_own_ancestor(const std::vector<directory>& seen, size_t parent, const struct stat& info) {
+bool is_own_ancestor(const std::vector<Directory>& seen, size_t parent, const struct stat& info) {
   for (size_t i = parent;; i = seen[i].parent) {
     if (seen[i].dev == info.st_dev && seen[i].ino == info.st_ino) return true;
     if (seen[i].parent == i) return false;
@@ -31,14 +31,14 @@ bool is_own_ancestor(const std::vector<directory>& seen, size_t parent, const st
 }
 
 // A directory that a link leads to.
-struct linked_directory {
+struct LinkedDirectory {
   dev_t dev;
   ino_t ino;
 };
 
 // True, once for each, for a directory that no link has led to so far.
-bool is_new_link_target(std::vector<linked_directory>* linked, const struct stat& info) {
-  for (const linked_directory& seen : *linked) {
+bool is_new_link_target(std::vector<LinkedDirectory>* linked, const struct stat& info) {
+  for (const LinkedDirectory& seen : *linked) {
     if (seen.dev == info.st_dev && seen.ino == info.st_ino) return false;
   }
   linked->push_back({info.st_dev, info.st_ino});
@@ -58,14 +58,14 @@ bool is_dot(const char* name) {
 }
 
 int64_t size_below(const std::string& root, const struct stat& root_info,
-                   const tree_trouble& trouble) {
-  std::vector<directory> seen;
+                   const TreeTrouble& trouble) {
+  std::vector<Directory> seen;
   seen.push_back({root, root_info.st_dev, root_info.st_ino, 0});
-  std::vector<linked_directory> linked;
+  std::vector<LinkedDirectory> linked;
   int64_t total = 0;
   for (size_t i = 0; i < seen.size(); i++) {
     const std::string path = std::move(seen[i].path);
-    scoped_dir stream(opendir(path.c_str()));
+    ScopedDir stream(opendir(path.c_str()));
     if (!stream.valid()) continue;
     while (const dirent* entry = readdir(stream.get())) {
       if (is_dot(entry->d_name) || (i == 0 && is_move_tree(entry->d_name))) continue;
@@ -87,7 +87,7 @@ int64_t size_below(const std::string& root, const struct stat& root_info,
 
 }  // namespace
 
-bool tree_size(const std::string& path, const tree_trouble& trouble, int64_t* bytes) {
+bool tree_size(const std::string& path, const TreeTrouble& trouble, int64_t* bytes) {
   struct stat root;
   if (stat(path.c_str(), &root) != 0) return false;
   *bytes = root.st_size + (S_ISDIR(root.st_mode) ? size_below(path, root, trouble) : 0);

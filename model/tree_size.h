@@ -8,7 +8,7 @@
 #include <string>
 
 // Called with what cannot be looked at, and why (errno); it is left out of the size.
-using tree_trouble = std::function<void(const std::string& path, int error)>;
+using TreeTrouble = std::function<void(const std::string& path, int error)>;
 
 // Bytes (st_size) of `path` and, when it is a directory, of everything below it: directories' own
 // sizes count too. A link counts as what it shows:
@@ -20,4 +20,4 @@ using tree_trouble = std::function<void(const std::string& path, int error)>;
 // for each entry, and one descriptor at a time. Writes `bytes`; false with errno, and nothing
 // written, when `path` itself cannot be looked at. `trouble` may be null. A directory that cannot
 // be listed counts with its own size only, silently.
-bool tree_size(const std::string& path, const tree_trouble& trouble, int64_t* bytes);
+bool tree_size(const std::string& path, const TreeTrouble& trouble, int64_t* bytes);

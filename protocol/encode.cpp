@@ -7,9 +7,9 @@
 namespace {
 
 // Appends items the way the platform lays them out: little-endian, every item padded to 4 bytes.
-class payload_writer {
+class PayloadWriter {
  public:
-  explicit payload_writer(request_frame* frame) : frame_(frame) {}
+  explicit PayloadWriter(RequestFrame* frame) : frame_(frame) {}
 
   void int32(const char* name, int32_t value, std::string shown) {
     const size_t start = payload_.size();
@@ -40,18 +40,18 @@ class payload_writer {
 
  private:
   void little_endian(uint64_t value, int bytes) {
-    for (int i = 0; i < bytes; ++i) payload_ += static_cast<char>(value >> (8 * i) & 0xff);
+    for (int i = 0; i < bytes; i++) payload_ += static_cast<char>(value >> (8 * i) & 0xff);
   }
   void note(const char* name, size_t start, std::string shown) {
     frame_->fields.push_back({name, 2 + start, payload_.size() - start, std::move(shown)});
   }
 
-  request_frame* frame_;
+  RequestFrame* frame_;
   std::string payload_;
 };
 
-std::string shown_mask(const request_name& request, int32_t mask) {
-  const bool types = request.arguments == request_arguments::kMask;
+std::string shown_mask(const RequestName& request, int32_t mask) {
+  const bool types = request.arguments == RequestArguments::kMask;
   char number[16];
   snprintf(number, sizeof number, " (0x%x)", static_cast<unsigned>(mask));
   return mask_text(types ? kLoggerTypeWords : kFeedbackWords, mask) + number;
@@ -59,24 +59,24 @@ std::string shown_mask(const request_name& request, int32_t mask) {
 
 }  // namespace
 
-bool encode_request(const request_name& request, int64_t serial, const request_values& values,
-                    request_frame* frame, std::string* error) {
-  using arguments = request_arguments;
-  const arguments kind = request.arguments;
+bool encode_request(const RequestName& request, int64_t serial, const RequestValues& values,
+                    RequestFrame* frame, std::string* error) {
+  using Arguments = RequestArguments;
+  const Arguments kind = request.arguments;
   *frame = {};
-  payload_writer out(frame);
+  PayloadWriter out(frame);
   out.int32("code", request.code, std::to_string(request.code) + " " + request.command);
   out.int64("serial", serial);
-  if (kind == arguments::kMask || kind == arguments::kMaskPathInt) {
+  if (kind == Arguments::kMask || kind == Arguments::kMaskPathInt) {
     out.int32("mask", values.mask, shown_mask(request, values.mask));
   }
-  if (kind == arguments::kPath || kind == arguments::kMaskPathInt) {
+  if (kind == Arguments::kPath || kind == Arguments::kMaskPathInt) {
     if (!out.string16("path", values.path)) {
       *error = "the path is not valid UTF-8";
       return false;
     }
   }
-  if (kind == arguments::kMaskPathInt) out.int32("unused", 0, "0");
+  if (kind == Arguments::kMaskPathInt) out.int32("unused", 0, "0");
   if (!frame_payload(out.payload(), &frame->bytes, error)) return false;
   frame->fields.insert(frame->fields.begin(),
                        {"length", 0, 2, std::to_string(out.payload().size())});
@@ -115,7 +115,7 @@ bool utf8_to_utf16(std::string_view text, std::u16string* units) {
     if (more == 3 && (lead >> 3) != 30) return false;
     constexpr char32_t kSmallest[] = {0, 0x80, 0x800, 0x10000};
     char32_t character = more == 0 ? lead : lead & (0x3f >> more);
-    for (int k = 0; k < more; ++k, ++i) {
+    for (int k = 0; k < more; k++, i++) {
       if (i >= text.size() || (static_cast<unsigned char>(text[i]) & 0xc0) != 0x80) return false;
       character = character << 6 | (static_cast<unsigned char>(text[i]) & 0x3f);
     }

@@ -12,28 +12,28 @@
 #include "protocol/protocol.h"
 
 // One item of a frame, for showing it to people.
-struct frame_field {
+struct FrameField {
   const char* name;
   size_t offset;  // bytes from the start of the frame
   size_t size;    // bytes, padding included
   std::string value;
 };
 
-struct request_frame {
+struct RequestFrame {
   std::string bytes;  // 2-byte length and payload, ready to be sent
-  std::vector<frame_field> fields;
+  std::vector<FrameField> fields;
 };
 
 // The arguments of a request; only those that its row in kRequestNames names are sent.
-struct request_values {
+struct RequestValues {
   int32_t mask = 0;
   std::string_view path;  // UTF-8
 };
 
 // Encodes `request`. False and one line in `error` when the path is not valid UTF-8 or the frame
 // would be refused by frame_payload().
-bool encode_request(const request_name& request, int64_t serial, const request_values& values,
-                    request_frame* frame, std::string* error);
+bool encode_request(const RequestName& request, int64_t serial, const RequestValues& values,
+                    RequestFrame* frame, std::string* error);
 
 // Puts the length before `payload`. False and one line in `error` when the daemon would not survive
 // or not serve it: empty, more than kPayloadMax bytes, or more than kDumpTextMax characters of dump

@@ -6,10 +6,10 @@
 #include <charconv>
 #include <iterator>
 
-const mask_words kLoggerTypeWords = {"logger type", kLoggerTypeNames, std::size(kLoggerTypeNames),
-                                     kLoggerOptionNames, std::size(kLoggerOptionNames)};
-const mask_words kFeedbackWords = {"feedback selection", kFeedbackNames, std::size(kFeedbackNames),
-                                   nullptr, 0};
+const MaskWords kLoggerTypeWords = {"logger type", kLoggerTypeNames, std::size(kLoggerTypeNames),
+                                    kLoggerOptionNames, std::size(kLoggerOptionNames)};
+const MaskWords kFeedbackWords = {"feedback selection", kFeedbackNames, std::size(kFeedbackNames),
+                                  nullptr, 0};
 
 namespace {
 
@@ -18,9 +18,9 @@ bool same_word(std::string_view a, std::string_view b) {
 }
 
 template <typename Visit>
-void each_word(const mask_words& words, Visit visit) {
-  for (size_t i = 0; i < words.row_count; ++i) visit(words.rows[i]);
-  for (size_t i = 0; i < words.extra_count; ++i) visit(words.extra[i]);
+void each_word(const MaskWords& words, Visit visit) {
+  for (size_t i = 0; i < words.row_count; i++) visit(words.rows[i]);
+  for (size_t i = 0; i < words.extra_count; i++) visit(words.extra[i]);
 }
 
 bool parse_number(std::string_view text, int32_t* value) {
@@ -34,14 +34,14 @@ bool parse_number(std::string_view text, int32_t* value) {
   return problem == std::errc() && end == text.data() + text.size();
 }
 
-bool parse_word(const mask_words& words, std::string_view word, int32_t* mask) {
+bool parse_word(const MaskWords& words, std::string_view word, int32_t* mask) {
   *mask = 0;
   if (same_word(word, "none")) return true;
   if (same_word(word, "all")) {
-    for (size_t i = 0; i < words.row_count; ++i) *mask |= words.rows[i].mask;
+    for (size_t i = 0; i < words.row_count; i++) *mask |= words.rows[i].mask;
     return true;
   }
-  each_word(words, [&](const named_bit& row) {
+  each_word(words, [&](const NamedBit& row) {
     if (same_word(word, row.name)) *mask = row.mask;
   });
   return *mask != 0 || parse_number(word, mask);
@@ -49,7 +49,7 @@ bool parse_word(const mask_words& words, std::string_view word, int32_t* mask) {
 
 }  // namespace
 
-bool parse_mask(const mask_words& words, std::string_view text, int32_t* mask, std::string* error) {
+bool parse_mask(const MaskWords& words, std::string_view text, int32_t* mask, std::string* error) {
   int32_t all = 0;
   for (size_t start = 0; start <= text.size();) {
     const size_t comma = text.find(',', start);
@@ -59,7 +59,7 @@ bool parse_mask(const mask_words& words, std::string_view text, int32_t* mask, s
     if (!parse_word(words, word, &bits)) {
       *error = std::string("no ") + words.what + " is called \"" + std::string(word) +
                "\"; allowed, with commas between: all, none, a number up to 0x7fffffff";
-      each_word(words, [&](const named_bit& row) { *error += std::string(", ") + row.name; });
+      each_word(words, [&](const NamedBit& row) { *error += std::string(", ") + row.name; });
       return false;
     }
     all |= bits;
@@ -69,18 +69,18 @@ bool parse_mask(const mask_words& words, std::string_view text, int32_t* mask, s
   return true;
 }
 
-int32_t unnamed_bits(const mask_words& words, int32_t mask) {
-  each_word(words, [&](const named_bit& row) { mask &= ~row.mask; });
+int32_t unnamed_bits(const MaskWords& words, int32_t mask) {
+  each_word(words, [&](const NamedBit& row) { mask &= ~row.mask; });
   return mask;
 }
 
-std::string mask_text(const mask_words& words, int32_t mask) {
+std::string mask_text(const MaskWords& words, int32_t mask) {
   std::string text;
   const auto add = [&](const char* word) {
     if (!text.empty()) text += ',';
     text += word;
   };
-  each_word(words, [&](const named_bit& row) {
+  each_word(words, [&](const NamedBit& row) {
     if ((mask & row.mask) != 0) add(row.name);
   });
   const int32_t rest = unnamed_bits(words, mask);

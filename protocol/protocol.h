@@ -21,7 +21,7 @@ constexpr size_t kPayloadMax = 1023;
 constexpr size_t kDumpTextMax = 1023;
 
 // What a request carries behind its code and serial.
-enum class request_arguments {
+enum class RequestArguments {
   kNone,
   kMask,         // int32
   kPath,         // String16
@@ -30,47 +30,47 @@ enum class request_arguments {
 
 // What a reply carries behind the echoed code and serial. Any reply may end before it: then the
 // request had nothing to tell, which is not an error.
-enum class reply_fields {
+enum class ReplyFields {
   kNone,
   kInt,   // int32
   kText,  // int32 length without terminator, CString
 };
 
-struct request_name {
+struct RequestName {
   int32_t code;
   const char* command;  // the client's sub-command
   const char* handler;  // the daemon's function
-  request_arguments arguments;
-  reply_fields reply;
+  RequestArguments arguments;
+  ReplyFields reply;
 };
 
 // clang-format off
 
 // Every request, by code.
-inline constexpr request_name kRequestNames[] = {
-    { 1, "version",         "do_get_version",            request_arguments::kNone,        reply_fields::kInt},
-    { 2, "start",           "do_start_debug_log",        request_arguments::kMask,        reply_fields::kInt},
-    { 3, "stop",            "do_stop_debug_log",         request_arguments::kNone,        reply_fields::kInt},
-    { 4, "feedback-start",  "do_start_feedback_log",     request_arguments::kNone,        reply_fields::kNone},
-    { 5, "feedback-stop",   "do_stop_feedback_log",      request_arguments::kNone,        reply_fields::kNone},
-    { 6, "feedback",        "do_get_feedback_log",       request_arguments::kMaskPathInt, reply_fields::kInt},
-    { 7, "build-state",     "do_get_build_state",        request_arguments::kNone,        reply_fields::kInt},
-    { 8, "no-service",      "do_no_service_catch_modem", request_arguments::kNone,        reply_fields::kInt},
-    { 9, "log-dir",         "do_get_pstore_dir",         request_arguments::kNone,        reply_fields::kText},
-    {10, "system-size",     "do_get_system_mount_size",  request_arguments::kNone,        reply_fields::kText},
-    {11, "build-id",        "do_get_build_id",           request_arguments::kNone,        reply_fields::kText},
-    {12, "delete-logs",     "do_del_log",                request_arguments::kNone,        reply_fields::kNone},
-    {13, "move-traces",     "do_move_trace",             request_arguments::kNone,        reply_fields::kNone},
-    {14, "copy-traces",     "do_copy_sys_trace_log",     request_arguments::kPath,        reply_fields::kInt},
-    {15, "copy-kernel-log", "do_copy_kernel_pmic",       request_arguments::kPath,        reply_fields::kInt},
-    {16, "boot-reason",     "do_get_boot_reason",        request_arguments::kNone,        reply_fields::kText},
+inline constexpr RequestName kRequestNames[] = {
+    { 1, "version",         "do_get_version",            RequestArguments::kNone,        ReplyFields::kInt},
+    { 2, "start",           "do_start_debug_log",        RequestArguments::kMask,        ReplyFields::kInt},
+    { 3, "stop",            "do_stop_debug_log",         RequestArguments::kNone,        ReplyFields::kInt},
+    { 4, "feedback-start",  "do_start_feedback_log",     RequestArguments::kNone,        ReplyFields::kNone},
+    { 5, "feedback-stop",   "do_stop_feedback_log",      RequestArguments::kNone,        ReplyFields::kNone},
+    { 6, "feedback",        "do_get_feedback_log",       RequestArguments::kMaskPathInt, ReplyFields::kInt},
+    { 7, "build-state",     "do_get_build_state",        RequestArguments::kNone,        ReplyFields::kInt},
+    { 8, "no-service",      "do_no_service_catch_modem", RequestArguments::kNone,        ReplyFields::kInt},
+    { 9, "log-dir",         "do_get_pstore_dir",         RequestArguments::kNone,        ReplyFields::kText},
+    {10, "system-size",     "do_get_system_mount_size",  RequestArguments::kNone,        ReplyFields::kText},
+    {11, "build-id",        "do_get_build_id",           RequestArguments::kNone,        ReplyFields::kText},
+    {12, "delete-logs",     "do_del_log",                RequestArguments::kNone,        ReplyFields::kNone},
+    {13, "move-traces",     "do_move_trace",             RequestArguments::kNone,        ReplyFields::kNone},
+    {14, "copy-traces",     "do_copy_sys_trace_log",     RequestArguments::kPath,        ReplyFields::kInt},
+    {15, "copy-kernel-log", "do_copy_kernel_pmic",       RequestArguments::kPath,        ReplyFields::kInt},
+    {16, "boot-reason",     "do_get_boot_reason",        RequestArguments::kNone,        ReplyFields::kText},
 };
 
 // clang-format on
 
 constexpr bool requests_are_in_code_order() {
   int32_t code = 0;
-  for (const request_name& row : kRequestNames) {
+  for (const RequestName& row : kRequestNames) {
     if (row.code != ++code) return false;
   }
   return true;

@@ -35,17 +35,16 @@ bool claim_collector() {
 }
 
 [[noreturn]] void become_collector() {
-  LOG_AS(ANDROID_LOG_DEBUG, "collectSelfLog", "start collect self log %s", kCollectorFile);
+  LOGD_AS("collectSelfLog", "start collect self log %s", kCollectorFile);
   if (is_trap(kCollectorFile)) {
-    LOG_AS(ANDROID_LOG_ERROR, "collectSelfLog", "a link or no file is in the way of %s",
-           kCollectorFile);
+    LOGE_AS("collectSelfLog", "a link or no file is in the way of %s", kCollectorFile);
     sleep_ms(kRefusedPauseMs);
     end_process(0);
   }
   const int ret =
       execlp(kLogcat, "harrowmossd:SLC", "-v", "threadtime,usec", "-s", kOwnTags, "-b", "main",
              "-f", kCollectorFile, "-r", "10240", "-n", "2", static_cast<char*>(nullptr));
-  LOG_AS(ANDROID_LOG_ERROR, "collectSelfLog", "exec ret: %d, err: %s\n", ret, strerror(errno));
+  LOGE_AS("collectSelfLog", "exec ret: %d, err: %s\n", ret, strerror(errno));
   sleep_ms(2000);
   end_process(0);
 }
@@ -54,7 +53,7 @@ bool claim_collector() {
   const int ret =
       execlp(kLogcat, "vesk_complete", "-d", "-v", "threadtime,usec", "-s", kOwnTags, "-b", "main",
              "-f", kCollectorFile, "-r", "10240", "-n", "2", static_cast<char*>(nullptr));
-  LOG_AS(ANDROID_LOG_ERROR, "completeSelfLog", "exec ret: %d, err: %s\n", ret, strerror(errno));
+  LOGE_AS("completeSelfLog", "exec ret: %d, err: %s\n", ret, strerror(errno));
   end_process(0);
 }
 
@@ -76,7 +75,7 @@ bool halt(pid_t pid) {
 // What its logcat has left in the collector's file. Between two of them, the next one goes on at
 // the time of the last whole line.
 bool trim_collector_file() {
-  return trim_logcat_file(AT_FDCWD, kCollectorFile, torn_line::cut);
+  return trim_logcat_file(AT_FDCWD, kCollectorFile, TornLine::kCut);
 }
 
 }  // namespace
@@ -99,16 +98,16 @@ int loggersystem::startSelfLogCollector(std::atomic<int32_t>* pid) {
 
 void* loggersystem::collectSelfLog(void* arg) {
   auto* pid = static_cast<std::atomic<int32_t>*>(arg);
-  replacement_pace pace;
+  ReplacementPace pace;
   bool slow = false;
   for (;;) {
     *pid = 0;
-    if (!scoped_dir(opendir(kSelfLogDir)).valid() && logger_mkdir(kSelfLogDir) != 0) {
+    if (!ScopedDir(opendir(kSelfLogDir)).valid() && logger_mkdir(kSelfLogDir) != 0) {
       LOGD("logger cannot create file:%s", kSelfLogDir);
       sleep_ms(3000);
       continue;
     }
-    const pid_t child = fork_process(group::own);
+    const pid_t child = fork_process(Group::kOwn);
     if (child == -1) {
       LOGE("fork err:%s.\n", strerror(errno));
       sleep_ms(2000);
@@ -139,7 +138,7 @@ void loggersystem::completeSelfLog(int32_t pid) {
     LOGE("cannot complete %s: %s", kCollectorFile, strerror(errno));
     return;
   }
-  const pid_t child = fork_process(group::own);
+  const pid_t child = fork_process(Group::kOwn);
   if (child == 0) become_completion();
   if (child == -1) return;
   await_logcat(child, kCompletionMs, kCollectorFile, nullptr);

@@ -28,8 +28,8 @@ int64_t whole_lines(int64_t length, std::string_view tail) {
   return length - tail_length + static_cast<int64_t>(newline) + 1;
 }
 
-bool trim_logcat_file(int dir, const char* name, torn_line torn) {
-  scoped_fd fd(openat(dir, name, O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+bool trim_logcat_file(int dir, const char* name, TornLine torn) {
+  ScopedFd fd(openat(dir, name, O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
   struct stat info;
   if (!fd.valid() || fstat(fd.get(), &info) != 0) return false;
   if (!S_ISREG(info.st_mode)) {
@@ -37,7 +37,7 @@ bool trim_logcat_file(int dir, const char* name, torn_line torn) {
     return false;
   }
   int64_t length = info.st_size;
-  if (torn == torn_line::cut) {
+  if (torn == TornLine::kCut) {
     char tail[kTailBytes];
     const int64_t wanted = std::min<int64_t>(length, kTailBytes);
     const ssize_t got = pread(fd.get(), tail, static_cast<size_t>(wanted), length - wanted);

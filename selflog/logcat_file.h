@@ -21,7 +21,7 @@ constexpr int kCompletionMs = 15 * 1000;
 // then `length`.
 int64_t whole_lines(int64_t length, std::string_view tail);
 
-enum class torn_line { keep, cut };
+enum class TornLine { keep, kCut };
 
 // Gives back what the regular file `name` in the directory `dir` (AT_FDCWD: a path) has allocated
 // behind its end, after cutting its torn last line when asked to. Nobody may write the file. False
@@ -29,7 +29,7 @@ enum class torn_line { keep, cut };
 //
 // Truncation to the file's own size frees the blocks on ext4 and tmpfs, a hole punched behind the
 // end does not on ext4 (both measured; of f2fs, which many phones have for /data, nothing is).
-bool trim_logcat_file(int dir, const char* name, torn_line torn);
+bool trim_logcat_file(int dir, const char* name, TornLine torn);
 
 // Waits up to `milliseconds` for the child `pid`, a logcat that works on `what`. One that outlives
 // that is killed with its group, with one error line. Returns as wait_within(): 0 when it was

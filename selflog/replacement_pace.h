@@ -7,7 +7,7 @@
 
 // Three replacements within ten seconds come at once, further ones a second apart: a program that
 // dies at once would otherwise fork hundreds of times a second and flood the log.
-class replacement_pace {
+class ReplacementPace {
  public:
   // Milliseconds to wait at `now_ms` before the next replacement, which is taken as done then.
   int next_delay_ms(int64_t now_ms) {

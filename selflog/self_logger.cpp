@@ -37,7 +37,7 @@ std::atomic<int64_t> s_written{0};
 
 // By open(): opendir() allocates, and a handler may write its process's first line.
 bool is_directory(const char* path) {
-  return scoped_fd(open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC)).valid();
+  return ScopedFd(open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC)).valid();
 }
 
 bool open_log() {
@@ -75,7 +75,7 @@ void rotate_log() {
       LOG_ANDROID(ANDROID_LOG_DEBUG, "while rotating log files");
     }
   }
-  scoped_fd fd(open_file_beneath(kSelfLogFile, kOpenFlags, kRotatedMode));
+  ScopedFd fd(open_file_beneath(kSelfLogFile, kOpenFlags, kRotatedMode));
   if (fd.valid()) {
     dup3(fd.get(), s_log_fd, O_CLOEXEC);
     s_written = 0;
@@ -93,7 +93,7 @@ size_t write_prefix(char (&line)[kLineSize]) {
     char after;
   } parts[] = {{now.year % 100, '-'}, {now.month, '-'},  {now.day, ' '},
                {now.hour, ':'},       {now.minute, ':'}, {now.second, ' '}};
-  text_writer out(line);
+  TextWriter out(line);
   for (const auto& part : parts) {
     out.signed_decimal(part.number, 2);
     out.put(part.after);
@@ -118,7 +118,7 @@ size_t append_cut(char (&line)[kLineSize], size_t length, const char* text) {
 size_t append_number(char (&line)[kLineSize], size_t length, char before, int number,
                      const char* after) {
   char text[32];
-  text_writer out(text);
+  TextWriter out(text);
   out.put(before);
   out.signed_decimal(number, 1);
   out.put(after);
@@ -153,10 +153,10 @@ ssize_t append_message(char (&line)[kLineSize], size_t length, const char* fmt, 
 // Makes the directory `path`. False after a line in the Android log.
 bool make_store_directory(const char* path) {
   LOG_ANDROID(ANDROID_LOG_DEBUG, "logger_mkdir: %s is not exist, creat it!", path);
-  const mkdir_step failed = make_shared_directory(path);
-  if (failed == mkdir_step::done) return true;
-  const char* step = failed == mkdir_step::mkdir   ? "mkdir"
-                     : failed == mkdir_step::chown ? "chown"
+  const MkdirStep failed = make_shared_directory(path);
+  if (failed == MkdirStep::kDone) return true;
+  const char* step = failed == MkdirStep::kMkdir   ? "mkdir"
+                     : failed == MkdirStep::kChown ? "chown"
                                                    : "chmod";
   LOG_ANDROID(ANDROID_LOG_DEBUG, "logger_mkdir: %s fail! %s", step, strerror(errno));
   return false;

@@ -21,42 +21,42 @@ constexpr size_t kCompared = 64 * 1024;  // bytes at a time
 
 // A listed path, and where it is looked for.
 struct pair_of_trees {
-  tree_list tree;
-  scoped_fd source;  // the directory that holds the path
-  scoped_fd place;   // the directory that holds the other one
+  TreeList tree;
+  ScopedFd source;   // the directory that holds the path
+  ScopedFd place;    // the directory that holds the other one
   std::string name;  // of the other one there
 };
 
-listing open_pair(const std::string& source, const std::string& place, pair_of_trees* pair) {
+Listing open_pair(const std::string& source, const std::string& place, pair_of_trees* pair) {
   constexpr int kDirectory = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
-  const split_path from = split(source);
-  const split_path to = split(place);
+  const SplitPath from = split(source);
+  const SplitPath to = split(place);
   pair->name = to.name;
   pair->source.reset(open(from.directory.c_str(), kDirectory));
-  if (!pair->source.valid()) return is_absent(errno) ? listing::none : listing::part;
+  if (!pair->source.valid()) return is_absent(errno) ? Listing::kNone : Listing::kPart;
   pair->place.reset(open(to.directory.c_str(), kDirectory));
   return list_tree(pair->source.get(), from.name, &pair->tree);
 }
 
-enum class copy { no_source, whole, part };  // the worst last
+enum class Copy { kNoSource, kWhole, kPart };  // the worst last
 
-copy look_at_copy(const std::string& source, const std::string& place) {
+Copy look_at_copy(const std::string& source, const std::string& place) {
   pair_of_trees pair;
-  const listing found = open_pair(source, place, &pair);
-  if (found != listing::whole) return found == listing::none ? copy::no_source : copy::part;
+  const Listing found = open_pair(source, place, &pair);
+  if (found != Listing::kWhole) return found == Listing::kNone ? Copy::kNoSource : Copy::kPart;
   const std::vector<int64_t> sizes = sizes_at(pair.place.get(), pair.name, pair.tree);
   for (size_t i = kTreeTop; i < pair.tree.size(); i++) {
     const bool there = is_file(pair.tree[i]) ? sizes[i] == pair.tree[i].size : sizes[i] >= 0;
-    if (!there) return copy::part;
+    if (!there) return Copy::kPart;
   }
-  return copy::whole;
+  return Copy::kWhole;
 }
 
-scoped_fd open_file(int directory, const char* name) {
-  return scoped_fd(openat(directory, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+ScopedFd open_file(int directory, const char* name) {
+  return ScopedFd(openat(directory, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
 }
 
-bool have_same_bytes(const scoped_fd& a, const scoped_fd& b) {
+bool have_same_bytes(const ScopedFd& a, const ScopedFd& b) {
   std::vector<char> one(kCompared);
   std::vector<char> other(kCompared);
   for (off_t at = 0; a.valid() && b.valid();) {
@@ -78,7 +78,7 @@ std::string place_of_copy(const char* source, const char* target) {
 }
 
 bool is_copied(const char* source, const char* place) {
-  copy state = copy::no_source;
+  Copy state = Copy::kNoSource;
   std::string dir;
   if (pattern_directory(source, &dir)) {
     for (const std::string& entry : pattern_entries(source)) {
@@ -88,8 +88,8 @@ bool is_copied(const char* source, const char* place) {
   } else {
     state = look_at_copy(source, place);
   }
-  if (state == copy::no_source) return true;
-  const bool whole = state == copy::whole;
+  if (state == Copy::kNoSource) return true;
+  const bool whole = state == Copy::kWhole;
   const std::string trouble = whole ? flush_storage(split(place).directory.c_str()) : "";
   if (whole && trouble.empty()) return true;
   LOGE("not all of %s is in %s, it stays%s%s", source, place, whole ? ": " : "", trouble.c_str());
@@ -99,11 +99,11 @@ bool is_copied(const char* source, const char* place) {
 bool is_taken(const char* source, const char* place) {
   for (const std::string& entry : pattern_entries(source)) {
     pair_of_trees pair;
-    const listing found = open_pair(entry, std::string(place) + "/" + split(entry).name, &pair);
-    if (found == listing::part) return true;
-    if (found == listing::none) continue;
-    tree_cursor mine(pair.source.get(), pair.tree, pair.tree[kTreeTop].name);
-    tree_cursor there(pair.place.get(), pair.tree, pair.name);
+    const Listing found = open_pair(entry, std::string(place) + "/" + split(entry).name, &pair);
+    if (found == Listing::kPart) return true;
+    if (found == Listing::kNone) continue;
+    TreeCursor mine(pair.source.get(), pair.tree, pair.tree[kTreeTop].name);
+    TreeCursor there(pair.place.get(), pair.tree, pair.name);
     for (size_t i = kTreeTop; i < pair.tree.size(); i++) {
       const int fd = there.at_parent(i);
       struct stat info;

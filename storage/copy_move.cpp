@@ -72,26 +72,26 @@ int bring_in_batches(const std::vector<const char*>& program, const std::vector<
 }
 
 // `dst` is "" where there is none.
-shell_text compose(shell_command which, const char* options, const char* src, const char* dst) {
+ShellText compose(ShellCommand which, const char* options, const char* src, const char* dst) {
   switch (which) {
-    case shell_command::copy_file:
-      return shell_text("cp").pattern(src).target(dst);
-    case shell_command::copy_dir:
-      return shell_text("cp -a").pattern(src).target(dst).raw("; chmod -R 777").arg(dst);
-    case shell_command::copy_dir2:
-      return shell_text("cp -a").pattern(src).target(dst).raw(" ; chmod -R 777").arg(dst);
-    case shell_command::move_dir:
-      return shell_text("mv").arg(options).removal(src).target(dst).raw(" ; chmod -R 777").arg(dst);
-    case shell_command::delete_dir:
-      return shell_text("rm -rf").removal(src);
+    case ShellCommand::kCopyFile:
+      return ShellText("cp").pattern(src).target(dst);
+    case ShellCommand::kCopyDir:
+      return ShellText("cp -a").pattern(src).target(dst).raw("; chmod -R 777").arg(dst);
+    case ShellCommand::kCopyDir2:
+      return ShellText("cp -a").pattern(src).target(dst).raw(" ; chmod -R 777").arg(dst);
+    case ShellCommand::kMoveDir:
+      return ShellText("mv").arg(options).removal(src).target(dst).raw(" ; chmod -R 777").arg(dst);
+    case ShellCommand::kDeleteDir:
+      return ShellText("rm -rf").removal(src);
   }
   abort();
 }
 
 // compose() for a utility: a command that is too long ends the process.
-shell_text compose_or_abort(shell_command which, const char* options, const char* src,
-                            const char* dst) {
-  shell_text command = compose(which, options, src, dst);
+ShellText compose_or_abort(ShellCommand which, const char* options, const char* src,
+                           const char* dst) {
+  ShellText command = compose(which, options, src, dst);
   if (command.can_be_given() && command.size() >= kCommandSize) abort();
   return command;
 }
@@ -105,7 +105,7 @@ std::string trap_for(const std::string& source, const std::string& target) {
   if (!S_ISREG(from.st_mode) && !S_ISDIR(from.st_mode)) return "";
   if (!S_ISREG(to.st_mode) && !S_ISDIR(to.st_mode)) return target;
   if (!S_ISDIR(from.st_mode) || !S_ISDIR(to.st_mode)) return "";
-  scoped_dir stream(opendir(source.c_str()));
+  ScopedDir stream(opendir(source.c_str()));
   if (!stream.valid()) return "";
   while (const dirent* entry = readdir(stream.get())) {
     const std::string name = entry->d_name;
@@ -161,10 +161,9 @@ bool has_room(const char* src, const char* dst) {
 
 // The command of move_dir(), and its line. A name that cannot be given to it stays.
 int run_move(const char* src, const char* dst, const char* options) {
-  if (!command_fits(shell_command::move_dir, src, dst)) return -1;
-  const int result = run_shell(compose(shell_command::move_dir, options, src, dst));
-  LOG_AS(ANDROID_LOG_DEBUG, "move_dir", "%s -> %s, ret=%d(%d(%s)).", src, dst, result, errno,
-         strerror(errno));
+  if (!command_fits(ShellCommand::kMoveDir, src, dst)) return -1;
+  const int result = run_shell(compose(ShellCommand::kMoveDir, options, src, dst));
+  LOGD_AS("move_dir", "%s -> %s, ret=%d(%d(%s)).", src, dst, result, errno, strerror(errno));
   return result;
 }
 
@@ -206,26 +205,25 @@ int run_pattern_move(const char* src, const char* dst, const char* options) {
   std::vector<const char*> program = {"/system/bin/mv"};
   if (*options != '\0') program.push_back(options);
   const int batches = bring_in_batches(program, clear, dst);
-  LOG_AS(ANDROID_LOG_DEBUG, "move_dir", "%zu names of %s -> %s, ret=%d.", clear.size(), src, dst,
-         batches);
+  LOGD_AS("move_dir", "%zu names of %s -> %s, ret=%d.", clear.size(), src, dst, batches);
   return batches != 0 ? batches : result;
 }
 
 }  // namespace
 
-bool command_fits(shell_command command, const char* src, const char* dst) {
-  const shell_text text = compose(command, "", src, dst == nullptr ? "" : dst);
+bool command_fits(ShellCommand command, const char* src, const char* dst) {
+  const ShellText text = compose(command, "", src, dst == nullptr ? "" : dst);
   return text.can_be_given() && text.size() < kCommandSize;
 }
 
 int copy_file(const char* src, const char* dst) {
-  const shell_text command = compose_or_abort(shell_command::copy_file, "", src, dst);
+  const ShellText command = compose_or_abort(ShellCommand::kCopyFile, "", src, dst);
   return is_clear(src, dst) && has_room(src, dst) ? run_shell(command) : -1;
 }
 
 int copy_dir(const char* src, const char* dst) {
-  const shell_text command = compose_or_abort(shell_command::copy_dir, "", src, dst);
-  const scoped_group_access until_copied(src, group_access::read);
+  const ShellText command = compose_or_abort(ShellCommand::kCopyDir, "", src, dst);
+  const ScopedGroupAccess until_copied(src, GroupAccess::kRead);
   if (!command.may_run() || !is_clear(src, dst) || !has_room(src, dst)) return -1;
   const std::vector<std::string> names = pattern_entries(src);
   const int result = run_shell(command);
@@ -234,16 +232,16 @@ int copy_dir(const char* src, const char* dst) {
 }
 
 int copy_dir2(const char* src, const char* dst) {
-  const shell_text command = compose_or_abort(shell_command::copy_dir2, "", src, dst);
+  const ShellText command = compose_or_abort(ShellCommand::kCopyDir2, "", src, dst);
   if (!is_clear(src, dst)) return -1;
-  const scoped_group_access until_copied(src, group_access::read);
+  const ScopedGroupAccess until_copied(src, GroupAccess::kRead);
   if (!has_room(src, dst)) return 0;
   char line[kFirstLineSize];
   bool said = false;
   const auto on_line = [](void* context, const char* text) {
     bool* first_said = static_cast<bool*>(context);
     if (!*first_said) {
-      LOG_AS(ANDROID_LOG_DEBUG, "copy_dir2", "errno(%d:%s) out %s", errno, strerror(errno), text);
+      LOGD_AS("copy_dir2", "errno(%d:%s) out %s", errno, strerror(errno), text);
     }
     *first_said = true;
   };
@@ -251,8 +249,8 @@ int copy_dir2(const char* src, const char* dst) {
 }
 
 int delete_dir(const char* pattern) {
-  const scoped_group_access until_deleted(pattern, group_access::remove);
-  const shell_text command = compose_or_abort(shell_command::delete_dir, "", pattern, "");
+  const ScopedGroupAccess until_deleted(pattern, GroupAccess::kRemove);
+  const ShellText command = compose_or_abort(ShellCommand::kDeleteDir, "", pattern, "");
   if (!command.may_run()) return -1;
   const bool fits = fit_one_command(pattern_entries(pattern));
   const int result = run_shell(command);
@@ -276,17 +274,17 @@ int move_dir(const char* src, const char* dst, const char* options) {
   }
   if (options == nullptr) options = "";
   if (is_dir_exist(dst) != 0) mkdir_s(dst);
-  const shell_text command = compose_or_abort(shell_command::move_dir, options, src, dst);
+  const ShellText command = compose_or_abort(ShellCommand::kMoveDir, options, src, dst);
   std::string dir;
   const bool is_pattern = pattern_directory(src, &dir);
   if (!command.may_run() || (!is_pattern && !is_clear(src, dst))) return -1;
-  linked_move move(src, dst);
-  if (move.prepare() == move_way::stays) {
+  LinkedMove move(src, dst);
+  if (move.prepare() == MoveWay::kStays) {
     LOGE("%s", move.refusal(src, dst).c_str());
     if (!move.may_go_in_part()) return -1;
     // One big run does not keep all others.
     return for_entries(src, [&](const char* entry) {
-      return command_fits(shell_command::move_dir, entry, dst) ? move_dir(entry, dst, options) : -1;
+      return command_fits(ShellCommand::kMoveDir, entry, dst) ? move_dir(entry, dst, options) : -1;
     });
   }
   const int result = is_pattern ? run_pattern_move(src, dst, options) : run_move(src, dst, options);

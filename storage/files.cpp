@@ -29,18 +29,18 @@ bool storage_usable(const char* path) {
   bool sdcard_usable = mounted[0] != '0';
   if (starts_with(path, kSdcard) && access(kSdcard, F_OK) != 0) sdcard_usable = false;
   if (checkDirPrefixAccess(path, kSdcard) == 1) {
-    LOG_AS(ANDROID_LOG_DEBUG, "creat_dir", "sdcard access W ok. sdcard_prop = %s", mounted);
+    LOGD_AS("creat_dir", "sdcard access W ok. sdcard_prop = %s", mounted);
     sdcard_usable = true;
   }
   const bool data_usable =
       checkDirPrefixAccess(path, "/data") == 1 || checkDirPrefixAccess(path, kWorkingDir) == 1;
   if (data_usable) {
-    LOG_AS(ANDROID_LOG_DEBUG, "creat_dir", "data access W ok. sdcard_prop = %s", mounted);
+    LOGD_AS("creat_dir", "data access W ok. sdcard_prop = %s", mounted);
   } else if (!sdcard_usable) {
-    LOG_AS(ANDROID_LOG_DEBUG, "creat_dir", "sdcard cannot access. sdcard_prop = %s", mounted);
-    LOG_AS(ANDROID_LOG_WARN, "creat_dir",
-           "%s is not made: vold.mounted tells of no shared storage, and %s is not writable", path,
-           starts_with(path, kSdcard) ? kSdcard : "/data");
+    LOGD_AS("creat_dir", "sdcard cannot access. sdcard_prop = %s", mounted);
+    LOGW_AS("creat_dir",
+            "%s is not made: vold.mounted tells of no shared storage, and %s is not writable", path,
+            starts_with(path, kSdcard) ? kSdcard : "/data");
     return false;
   }
   return true;
@@ -48,22 +48,22 @@ bool storage_usable(const char* path) {
 
 // Makes one directory for the app to use.
 bool make_one(const char* path) {
-  const mkdir_step failed = make_shared_directory(path);
-  if (failed == mkdir_step::chown || failed == mkdir_step::chmod) {
-    LOG_AS(ANDROID_LOG_ERROR, "creat_dir", "%s fail! %s",
-           failed == mkdir_step::chown ? "chown" : "chmod", strerror(errno));
+  const MkdirStep failed = make_shared_directory(path);
+  if (failed == MkdirStep::kChown || failed == MkdirStep::kChmod) {
+    LOGE_AS("creat_dir", "%s fail! %s", failed == MkdirStep::kChown ? "chown" : "chmod",
+            strerror(errno));
   }
-  return failed == mkdir_step::done;
+  return failed == MkdirStep::kDone;
 }
 
 }  // namespace
 
 int is_dir_exist(const char* path) {
-  return path != nullptr && scoped_dir(opendir(path)).valid() ? 0 : -1;
+  return path != nullptr && ScopedDir(opendir(path)).valid() ? 0 : -1;
 }
 
 int creat_file(const char* path) {
-  scoped_fd fd(open_file_beneath(path, O_WRONLY | O_CREAT | O_TRUNC, 0666));
+  ScopedFd fd(open_file_beneath(path, O_WRONLY | O_CREAT | O_TRUNC, 0666));
   if (!fd.valid()) {
     LOGE("%s filed ! %s\n", path, strerror(errno));
     return -1;
@@ -129,7 +129,7 @@ int mkdir_s(const char* path) {
 }
 
 char* getLatestFile(const char* dir, const char* needle) {
-  scoped_dir stream(opendir(dir));
+  ScopedDir stream(opendir(dir));
   if (!stream.valid()) {
     LOGE("cannot open directory: %s\n", dir);
     return nullptr;

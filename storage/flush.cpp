@@ -29,19 +29,19 @@ bool is_shared(const char* path) {
   return stat(path, &own) == 0 && stat(kSdcard, &shared) == 0 && own.st_dev == shared.st_dev;
 }
 
-scoped_fd open_working_area() {
-  return scoped_fd(open(kWorkingDir, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+ScopedFd open_working_area() {
+  return ScopedFd(open(kWorkingDir, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
 }
 
 }  // namespace
 
 std::string flush_storage(const char* path) {
-  scoped_fd fd;
+  ScopedFd fd;
   for (const char* place : kSharedStorage) {
     if (!fd.valid() && is_shared(path)) fd.reset(open(place, kOpenFlags));
   }
   if (!fd.valid()) fd.reset(open(path, kOpenFlags));
-  const pid_t pid = fd.valid() ? fork_process(group::own) : -1;
+  const pid_t pid = fd.valid() ? fork_process(Group::kOwn) : -1;
   if (pid == -1) return strerror(errno);
   if (pid == 0) end_process(syncfs(fd.get()) == 0 ? 0 : errno);
   int status = 0;
@@ -54,16 +54,16 @@ std::string flush_storage(const char* path) {
   return WEXITSTATUS(status) == 0 ? "" : strerror(WEXITSTATUS(status));
 }
 
-move_lock::move_lock() : fd_(open_working_area().release()) {
+MoveLock::MoveLock() : fd_(open_working_area().release()) {
   if (fd_ != -1) flock(fd_, LOCK_EX | LOCK_NB);
 }
 
-move_lock::~move_lock() {
+MoveLock::~MoveLock() {
   if (fd_ != -1) close(fd_);
 }
 
 bool is_move_under_way() {
-  const scoped_fd fd = open_working_area();
+  const ScopedFd fd = open_working_area();
   return fd.valid() && flock(fd.get(), LOCK_SH | LOCK_NB) != 0;
 }
 

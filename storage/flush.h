@@ -14,12 +14,12 @@ std::string flush_storage(const char* path);
 // Held while files have their second names: another process that crashes the kernel on purpose can
 // wait for that. It goes with the last process that inherited it, so also a flush that was given up
 // counts while it runs.
-class move_lock {
+class MoveLock {
  public:
-  move_lock();
-  ~move_lock();
-  move_lock(const move_lock&) = delete;
-  move_lock& operator=(const move_lock&) = delete;
+  MoveLock();
+  ~MoveLock();
+  MoveLock(const MoveLock&) = delete;
+  MoveLock& operator=(const MoveLock&) = delete;
 
  private:
   int fd_;

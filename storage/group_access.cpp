@@ -34,34 +34,34 @@ bool is_our_group(gid_t group) {
 
 }  // namespace
 
-scoped_group_access::scoped_group_access(const char* tree, group_access access) : access_(access) {
+ScopedGroupAccess::ScopedGroupAccess(const char* tree, GroupAccess access) : access_(access) {
   std::string root;
   if (!pattern_directory(tree, &root)) root = tree;
   if (!is_trap(root.c_str())) visit(AT_FDCWD, root.c_str(), root);
 }
 
-scoped_group_access::~scoped_group_access() {
+ScopedGroupAccess::~ScopedGroupAccess() {
   // A directory last: the way to what is in it leads through it.
   for (auto changed = changes_.rbegin(); changed != changes_.rend(); ++changed) {
-    const scoped_fd fd(open(changed->path.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    const ScopedFd fd(open(changed->path.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
     struct stat now;
     const bool same = fd.valid() && fstat(fd.get(), &now) == 0 && now.st_dev == changed->device &&
                       now.st_ino == changed->inode && now.st_mode == changed->after;
     if (same && chmod(handle_of(fd.get()).c_str(), changed->before & 07777) != 0) {
-      LOG_AS(ANDROID_LOG_ERROR, "scoped_group_access", "cannot give %s its mode %o again: %s",
-             changed->path.c_str(), changed->before & 07777, strerror(errno));
+      LOGE_AS("scoped_group_access", "cannot give %s its mode %o again: %s", changed->path.c_str(),
+              changed->before & 07777, strerror(errno));
     }
   }
 }
 
 // `path` is for the log and for putting the mode back; the way is from directory to directory.
-void scoped_group_access::visit(int parent, const char* name, const std::string& path) {
-  const scoped_fd fd(openat(parent, name, O_PATH | O_NOFOLLOW | O_CLOEXEC));
+void ScopedGroupAccess::visit(int parent, const char* name, const std::string& path) {
+  const ScopedFd fd(openat(parent, name, O_PATH | O_NOFOLLOW | O_CLOEXEC));
   struct stat info;
   if (!fd.valid() || fstat(fd.get(), &info) != 0) return;
-  if (!S_ISDIR(info.st_mode) && (!S_ISREG(info.st_mode) || access_ == group_access::remove)) return;
+  if (!S_ISDIR(info.st_mode) && (!S_ISREG(info.st_mode) || access_ == GroupAccess::kRemove)) return;
   const std::string handle = handle_of(fd.get());
-  const bool removes = access_ == group_access::remove;
+  const bool removes = access_ == GroupAccess::kRemove;
   const int wanted = !S_ISDIR(info.st_mode) ? R_OK : removes ? R_OK | W_OK | X_OK : R_OK | X_OK;
   if (access(handle.c_str(), wanted) != 0) {
     const mode_t bits = static_cast<mode_t>(wanted) << 3;  // R_OK and S_IRGRP, and so on
@@ -69,14 +69,14 @@ void scoped_group_access::visit(int parent, const char* name, const std::string&
     if (may && chmod(handle.c_str(), (info.st_mode | bits) & 07777) == 0)
       changes_.push_back({path, info.st_dev, info.st_ino, info.st_mode, info.st_mode | bits});
     if (access(handle.c_str(), wanted) != 0) {
-      LOG_AS(ANDROID_LOG_ERROR, "scoped_group_access", "cannot %s %s (%04o, owner %u:%u): %s",
-             removes ? "empty" : "read", path.c_str(), info.st_mode & 07777, info.st_uid,
-             info.st_gid, strerror(errno));
+      LOGE_AS("scoped_group_access", "cannot %s %s (%04o, owner %u:%u): %s",
+              removes ? "empty" : "read", path.c_str(), info.st_mode & 07777, info.st_uid,
+              info.st_gid, strerror(errno));
       return;
     }
   }
   if (!S_ISDIR(info.st_mode)) return;
-  const scoped_dir stream(opendir(handle.c_str()));
+  const ScopedDir stream(opendir(handle.c_str()));
   while (const dirent* entry = stream.valid() ? readdir(stream.get()) : nullptr) {
     if (strcmp(entry->d_name, ".") == 0 || strcmp(entry->d_name, "..") == 0) continue;
     visit(fd.get(), entry->d_name, path + "/" + entry->d_name);

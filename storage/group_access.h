@@ -8,9 +8,9 @@
 #include <string>
 #include <vector>
 
-enum class group_access {
-  read,    // regular files; directories can be listed and searched
-  remove,  // directories can be emptied
+enum class GroupAccess {
+  kRead,    // regular files; directories can be listed and searched
+  kRemove,  // directories can be emptied
 };
 
 // Gives this process's groups access to a tree for as long as the object lives: regular files and
@@ -18,16 +18,16 @@ enum class group_access {
 // Whatever stays closed costs one error line each that names it. The destructor puts the modes
 // back, unless somebody has changed, replaced or removed the file meanwhile; a process that is
 // killed before leaves the group bits set. Any process.
-class scoped_group_access {
+class ScopedGroupAccess {
  public:
   // `tree`: a path, or "directory/*"; one that is missing is no error.
-  scoped_group_access(const char* tree, group_access access);
-  scoped_group_access(const scoped_group_access&) = delete;
-  scoped_group_access& operator=(const scoped_group_access&) = delete;
-  ~scoped_group_access();
+  ScopedGroupAccess(const char* tree, GroupAccess access);
+  ScopedGroupAccess(const ScopedGroupAccess&) = delete;
+  ScopedGroupAccess& operator=(const ScopedGroupAccess&) = delete;
+  ~ScopedGroupAccess();
 
  private:
-  struct change {
+  struct Change {
     std::string path;
     dev_t device;
     ino_t inode;
@@ -36,6 +36,6 @@ class scoped_group_access {
 
   void visit(int parent, const char* name, const std::string& path);
 
-  const group_access access_;
-  std::vector<change> changes_;  // a directory before what is in it
+  const GroupAccess access_;
+  std::vector<Change> changes_;  // a directory before what is in it
 };

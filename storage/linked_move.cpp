@@ -26,11 +26,11 @@ constexpr int kMostSpareNames = 100;
 constexpr size_t kMostNamed = 8;  // leftovers in one line
 
 // Every move of the daemon that takes the only copy to another file system.
-struct crossing {
+struct Crossing {
   const char* from;
   const char* to;
 };
-constexpr crossing kCrossings[] = {
+constexpr Crossing kCrossings[] = {
     {"/data/misc/zelkalog", "/sdcard/zelkalog"},
     {"/data/local/traces", "/sdcard/zelkalog/traces"},
     {"/cache", "/sdcard/Android/data/.harrowmoss/general"},  // boot_fail.log
@@ -44,8 +44,8 @@ std::string moving(const std::string& name) {
   return std::string(kMovingPrefix) + name;
 }
 
-scoped_fd open_directory(const std::string& path) {
-  return scoped_fd(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+ScopedFd open_directory(const std::string& path) {
+  return ScopedFd(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
 }
 
 std::string without_end_slashes(std::string path) {
@@ -55,14 +55,14 @@ std::string without_end_slashes(std::string path) {
 
 bool is_crossing(const std::string& from, const std::string& to) {
   return std::any_of(std::begin(kCrossings), std::end(kCrossings),
-                     [&](const crossing& row) { return from == row.from && to == row.to; });
+                     [&](const Crossing& row) { return from == row.from && to == row.to; });
 }
 
 // Adds the names in the open directory that `wanted` accepts; false when they are not all.
 template <typename Wanted>
 bool add_names(int directory, Wanted wanted, std::vector<std::string>* names) {
-  scoped_fd own(openat(directory, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  scoped_dir stream(own.valid() ? fdopendir(own.get()) : nullptr);
+  ScopedFd own(openat(directory, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  ScopedDir stream(own.valid() ? fdopendir(own.get()) : nullptr);
   if (!stream.valid()) return false;
   own.release();
   for (;;) {
@@ -100,15 +100,15 @@ bool make_private(int parent, const char* name) {
 // As the daemon makes others.
 bool make_shared(int parent, const char* name) {
   if (mkdirat(parent, name, 0777) != 0) return false;
-  const scoped_fd fd(openat(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  const ScopedFd fd(openat(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   return fd.valid() && fchown(fd.get(), kSdcardOwner, kSdcardOwner) == 0 &&
          fchmod(fd.get(), 0777) == 0;
 }
 
-bool link_files(int base, const tree_list& tree) {
+bool link_files(int base, const TreeList& tree) {
   const std::string& name = tree[kTreeTop].name;
-  tree_cursor source(base, tree, name);
-  tree_cursor links(base, tree, linking(name), make_private);
+  TreeCursor source(base, tree, name);
+  TreeCursor links(base, tree, linking(name), make_private);
   if (links.at(kTreeTop) == -1) return false;
   for (size_t i = kTreeTop + 1; i < tree.size(); i++) {
     if (!is_file(tree[i])) continue;  // a link, a FIFO or a device holds no bytes of its own
@@ -123,7 +123,7 @@ bool link_files(int base, const tree_list& tree) {
 
 // Gives all files of `tree` their second names. False, with errno and nothing left, when one cannot
 // have it. A file by itself needs no tree: its link is there at once, or not.
-bool link_tree(int base, const tree_list& tree) {
+bool link_tree(int base, const TreeList& tree) {
   const std::string& name = tree[kTreeTop].name;
   if (is_file(tree[kTreeTop])) {
     return linkat(base, name.c_str(), base, moving(name).c_str(), 0) == 0 || errno == ENOENT;
@@ -144,7 +144,7 @@ bool link_tree(int base, const tree_list& tree) {
 // ---- Settling. ----
 
 // A name after its command: what of its links has not arrived.
-struct shortage {
+struct Shortage {
   std::vector<int64_t> now;     // sizes of the links
   std::vector<size_t> missing;  // nodes
   int64_t bytes = 0;            // of them, that are not at the target
@@ -152,8 +152,8 @@ struct shortage {
 
 // Writes the whole file again over the beginning of it that arrived.
 bool copy_again(int from, const char* link, int to, const char* name) {
-  const scoped_fd in(openat(from, link, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-  const scoped_fd out(openat(to, name, O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  const ScopedFd in(openat(from, link, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  const ScopedFd out(openat(to, name, O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
   struct stat info;
   if (!in.valid() || !out.valid() || fstat(in.get(), &info) != 0) return false;
   for (int64_t left = info.st_size; left > 0;) {
@@ -164,22 +164,22 @@ bool copy_again(int from, const char* link, int to, const char* name) {
   return true;
 }
 
-shortage compare(int base, int target, const tree_list& tree) {
+Shortage compare(int base, int target, const TreeList& tree) {
   const std::string& name = tree[kTreeTop].name;
-  shortage found;
+  Shortage found;
   found.now = sizes_at(base, moving(name), tree);
   const std::vector<int64_t> there = sizes_at(target, name, tree);
-  tree_cursor links(base, tree, moving(name));
-  tree_cursor arrived(target, tree, name);
+  TreeCursor links(base, tree, moving(name));
+  TreeCursor arrived(target, tree, name);
   for (size_t i = kTreeTop; i < tree.size(); i++) {
     if (!is_file(tree[i])) continue;
-    arrival state = judge_arrival(tree[i].size, found.now[i], there[i]);
-    if (state == arrival::grown) {
+    Arrival state = judge_arrival(tree[i].size, found.now[i], there[i]);
+    if (state == Arrival::kGrown) {
       const int from = links.at_parent(i);
       const int to = arrived.at_parent(i);
-      if (!copy_again(from, links.name(i), to, arrived.name(i))) state = arrival::missing;
+      if (!copy_again(from, links.name(i), to, arrived.name(i))) state = Arrival::kMissing;
     }
-    if (state != arrival::missing) continue;
+    if (state != Arrival::kMissing) continue;
     found.missing.push_back(i);
     found.bytes += std::max(found.now[i], tree[i].size) - std::max<int64_t>(there[i], 0);
   }
@@ -187,8 +187,8 @@ shortage compare(int base, int target, const tree_list& tree) {
 }
 
 // The same when nothing of the target can be relied on.
-shortage all_of(int base, const tree_list& tree) {
-  shortage found;
+Shortage all_of(int base, const TreeList& tree) {
+  Shortage found;
   found.now = sizes_at(base, moving(tree[kTreeTop].name), tree);
   for (size_t i = kTreeTop; i < tree.size(); i++) {
     if (!is_file(tree[i]) || found.now[i] == kAbsent) continue;
@@ -218,10 +218,10 @@ bool link_back(int from, const char* link, int to, const char* name) {
   return false;
 }
 
-bool put_back(int base, const tree_list& tree, const std::vector<size_t>& missing) {
+bool put_back(int base, const TreeList& tree, const std::vector<size_t>& missing) {
   const std::string& name = tree[kTreeTop].name;
-  tree_cursor links(base, tree, moving(name));
-  tree_cursor source(base, tree, name, make_shared);
+  TreeCursor links(base, tree, moving(name));
+  TreeCursor source(base, tree, name, make_shared);
   bool all = true;
   for (const size_t i : missing) {
     const int from = links.at_parent(i);
@@ -233,8 +233,8 @@ bool put_back(int base, const tree_list& tree, const std::vector<size_t>& missin
 }
 
 // Removes what is shorter at the target than its link: its whole is in the source again.
-void remove_short(int target, const tree_list& tree, const shortage& found) {
-  tree_cursor arrived(target, tree, tree[kTreeTop].name);
+void remove_short(int target, const TreeList& tree, const Shortage& found) {
+  TreeCursor arrived(target, tree, tree[kTreeTop].name);
   for (const size_t i : found.missing) {
     const int fd = arrived.at_parent(i);
     struct stat info;
@@ -245,17 +245,17 @@ void remove_short(int target, const tree_list& tree, const shortage& found) {
 
 // Settles the trees of the directory `from`, whose descriptor is `base`. True when all arrived.
 bool settle_trees(int base, const std::string& from, const std::string& to,
-                  const std::vector<tree_list>& trees) {
-  const scoped_fd target = open_directory(to);
+                  const std::vector<TreeList>& trees) {
+  const ScopedFd target = open_directory(to);
   std::string trouble = target.valid() ? "" : strerror(errno);
-  std::vector<shortage> found;
-  for (const tree_list& tree : trees) {
+  std::vector<Shortage> found;
+  for (const TreeList& tree : trees) {
     if (target.valid()) found.push_back(compare(base, target.get(), tree));
   }
   if (target.valid()) trouble = flush_storage(to.c_str());
   if (!trouble.empty()) {
     found.clear();
-    for (const tree_list& tree : trees) found.push_back(all_of(base, tree));
+    for (const TreeList& tree : trees) found.push_back(all_of(base, tree));
   }
   std::vector<size_t> back;  // trees that are whole in their source again, as far as missing
   bool arrived = true;
@@ -283,7 +283,7 @@ bool settle_trees(int base, const std::string& from, const std::string& to,
 // ---- What cannot be at the target. ----
 
 // "run/mobile/link -> target", "run/pipe (FIFO)".
-std::string described(tree_cursor* cursor, const tree_list& tree, size_t node) {
+std::string described(TreeCursor* cursor, const TreeList& tree, size_t node) {
   std::string path = tree[node].name;
   for (size_t up = tree[node].parent; up != 0; up = tree[up].parent) {
     path = tree[up].name + "/" + path;
@@ -301,10 +301,10 @@ std::string described(tree_cursor* cursor, const tree_list& tree, size_t node) {
 // the way to them, and would do so again at every stop. They are dropped when mv has taken the tree
 // as far as it could: no file is left of it, and its directories are there.
 void drop_leftovers(int base, const std::string& name, int target, const std::string& to) {
-  tree_list left;
-  if (list_tree(base, name, &left) != listing::whole) return;
+  TreeList left;
+  if (list_tree(base, name, &left) != Listing::kWhole) return;
   const std::vector<int64_t> there = sizes_at(target, name, left);
-  tree_cursor cursor(base, left, name);
+  TreeCursor cursor(base, left, name);
   std::string names;
   size_t count = 0;
   for (size_t i = kTreeTop; i < left.size(); i++) {
@@ -319,22 +319,22 @@ void drop_leftovers(int base, const std::string& name, int target, const std::st
 }
 
 void remove_tree_at(int base, const std::string& name) {
-  tree_list tree;
-  if (list_tree(base, name, &tree) != listing::none) remove_listed(base, name, tree);
+  TreeList tree;
+  if (list_tree(base, name, &tree) != Listing::kNone) remove_listed(base, name, tree);
 }
 
 // Settles what is found in the directory `from`.
 void settle_found(int base, const std::string& from, const std::string& to) {
   std::vector<std::string> names;
   add_names(base, is_move_tree, &names);
-  std::vector<tree_list> trees;
+  std::vector<TreeList> trees;
   for (const std::string& found : names) {
     if (found.compare(0, kLinkingPrefix.size(), kLinkingPrefix) == 0) {
       remove_tree_at(base, found);
       continue;
     }
-    tree_list tree;
-    if (list_tree(base, found, &tree) != listing::whole) continue;  // not now
+    TreeList tree;
+    if (list_tree(base, found, &tree) != Listing::kWhole) continue;  // not now
     const std::string name = found.substr(kMovingPrefix.size());
     if (name.empty() || name == "." || name == "..") continue;  // planted: no move makes it
     tree[kTreeTop].name = name;
@@ -345,52 +345,51 @@ void settle_found(int base, const std::string& from, const std::string& to) {
 
 }  // namespace
 
-linked_move::linked_move(const char* source, const char* target)
-    : to_(without_end_slashes(target)) {
+LinkedMove::LinkedMove(const char* source, const char* target) : to_(without_end_slashes(target)) {
   if (pattern_directory(source, &from_)) {
     from_ = without_end_slashes(from_);
   } else {
-    const split_path path = split(source);
+    const SplitPath path = split(source);
     from_ = path.directory;
     names_ = {path.name};
   }
   is_pattern_ = names_.empty();
 }
 
-move_way linked_move::prepare() {
+MoveWay LinkedMove::prepare() {
   base_.reset(open_directory(from_).release());
-  if (!base_.valid()) return is_absent(errno) ? move_way::bare : move_way::stays;
-  const scoped_fd target = open_directory(to_);
-  if (!target.valid() && !is_absent(errno)) return move_way::stays;
+  if (!base_.valid()) return is_absent(errno) ? MoveWay::kBare : MoveWay::kStays;
+  const ScopedFd target = open_directory(to_);
+  if (!target.valid() && !is_absent(errno)) return MoveWay::kStays;
   // mv would give a missing target's name to what it moves: a copy too, when that crosses.
   has_target_ = target.valid();
-  const scoped_fd above = open_directory(nearest_existing(split(to_).directory));
-  if (!crosses(base_.get(), has_target_ ? target.get() : above.get())) return move_way::bare;
+  const ScopedFd above = open_directory(nearest_existing(split(to_).directory));
+  if (!crosses(base_.get(), has_target_ ? target.get() : above.get())) return MoveWay::kBare;
   const bool ours = is_main_process() && is_crossing(from_, to_);
   if (ours) settle_found(base_.get(), from_, to_);
   const auto is_shown = [](std::string_view name) { return name[0] != '.'; };
-  if (is_pattern_ && !add_names(base_.get(), is_shown, &names_)) return move_way::stays;
-  move_facts facts = {share_pool(base_.get(), to_), ours, false, false};
+  if (is_pattern_ && !add_names(base_.get(), is_shown, &names_)) return MoveWay::kStays;
+  MoveFacts facts = {share_pool(base_.get(), to_), ours, false, false};
   weigh(target.get(), &facts);
-  const move_way way = judge_move(facts);
-  if (way == move_way::with_links) make_links();
+  const MoveWay way = judge_move(facts);
+  if (way == MoveWay::kWithLinks) make_links();
   return way;
 }
 
 // Lists the trees and compares them with the room; what cannot be known does not fit. `target` is
 // -1 when it is missing.
-void linked_move::weigh(int target, move_facts* facts) {
+void LinkedMove::weigh(int target, MoveFacts* facts) {
   struct statfs room;
   bool whole = fstatfs(target, &room) == 0;
   const int64_t block = whole ? static_cast<int64_t>(room.f_bsize) : 1;
   int64_t all = 0;
   int64_t largest = 0;
   for (const std::string& name : names_) {
-    tree_list tree;
-    const listing found = list_tree(base_.get(), name, &tree);
-    if (found == listing::none) continue;
-    whole = whole && found == listing::whole;
-    const tree_room wanted = room_for(tree, block);
+    TreeList tree;
+    const Listing found = list_tree(base_.get(), name, &tree);
+    if (found == Listing::kNone) continue;
+    whole = whole && found == Listing::kWhole;
+    const TreeRoom wanted = room_for(tree, block);
     all += wanted.bytes;
     largest = std::max(largest, wanted.largest);
     unlinked_.push_back(std::move(tree));
@@ -404,11 +403,11 @@ void linked_move::weigh(int target, move_facts* facts) {
 }
 
 // A name that cannot have links moves without: the room for all of them was weighed, and is enough.
-void linked_move::make_links() {
-  lock_ = std::make_unique<move_lock>();
-  std::vector<tree_list> refused;
+void LinkedMove::make_links() {
+  lock_ = std::make_unique<MoveLock>();
+  std::vector<TreeList> refused;
   std::string first;
-  for (tree_list& tree : unlinked_) {
+  for (TreeList& tree : unlinked_) {
     const bool has_links = link_tree(base_.get(), tree);
     if (!has_links && first.empty()) first = tree[kTreeTop].name + ": " + strerror(errno);
     (has_links ? linked_ : refused).push_back(std::move(tree));
@@ -421,17 +420,17 @@ void linked_move::make_links() {
        more == 0 ? "" : (", and for " + std::to_string(more) + " more").c_str());
 }
 
-std::string linked_move::refusal(const char* source, const char* target) const {
+std::string LinkedMove::refusal(const char* source, const char* target) const {
   if (!has_target_) return std::string(target) + " is missing, " + source + " stays";
   return std::string("no room to move ") + source + " to " + target + ": " +
          std::to_string(needed_) + " bytes needed, " + std::to_string(available_) + " free";
 }
 
-bool linked_move::settle() {
+bool LinkedMove::settle() {
   const bool arrived = linked_.empty() || settle_trees(base_.get(), from_, to_, linked_);
-  const scoped_fd target = open_directory(to_);
+  const ScopedFd target = open_directory(to_);
   for (const auto* trees : {&linked_, &unlinked_}) {
-    for (const tree_list& tree : *trees) {
+    for (const TreeList& tree : *trees) {
       if (target.valid()) drop_leftovers(base_.get(), tree[kTreeTop].name, target.get(), to_);
     }
   }
@@ -440,14 +439,14 @@ bool linked_move::settle() {
 }
 
 void settle_moves() {
-  for (const crossing& row : kCrossings) {
-    const scoped_fd base = open_directory(row.from);
+  for (const Crossing& row : kCrossings) {
+    const ScopedFd base = open_directory(row.from);
     if (base.valid()) settle_found(base.get(), row.from, row.to);
   }
 }
 
 void remove_move_trees(const char* dir, const char* name) {
-  const scoped_fd base = open_directory(dir);
+  const ScopedFd base = open_directory(dir);
   if (!base.valid()) return;
   std::vector<std::string> names;
   add_names(base.get(), is_move_tree, &names);

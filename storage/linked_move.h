@@ -30,51 +30,51 @@
 
 // ---- The decisions, as functions over values. ----
 
-struct move_facts {
+struct MoveFacts {
   bool one_pool;      // source and target share their storage: links hold the space that mv frees
   bool can_link;      // links may be made, and were not refused so far
   bool tree_fits;     // all of it, where it is; in one pool beside itself with 128 MiB to spare
   bool largest_fits;  // the largest file, with 128 MiB to spare
 };
-enum class move_way {
-  with_links,  // links, the command, the comparison
-  bare,        // the command alone: nothing crosses, or links would take the room that it needs
-  stays,       // not now
+enum class MoveWay {
+  kWithLinks,  // links, the command, the comparison
+  kBare,       // the command alone: nothing crosses, or links would take the room that it needs
+  kStays,      // not now
 };
-constexpr move_way judge_move(const move_facts& facts) {
-  if (facts.tree_fits && facts.can_link) return move_way::with_links;
+constexpr MoveWay judge_move(const MoveFacts& facts) {
+  if (facts.tree_fits && facts.can_link) return MoveWay::kWithLinks;
   const bool runs = facts.one_pool ? facts.largest_fits : facts.tree_fits;
-  return runs ? move_way::bare : move_way::stays;
+  return runs ? MoveWay::kBare : MoveWay::kStays;
 }
 
-enum class arrival {
-  none,      // has no link: it was gone before the command, or is settled
-  complete,  //
-  grown,     // arrived as it was when the command began; its writer went on
-  missing,   // absent, shorter, or not known
+enum class Arrival {
+  kNone,      // has no link: it was gone before the command, or is settled
+  kComplete,  //
+  kGrown,     // arrived as it was when the command began; its writer went on
+  kMissing,   // absent, shorter, or not known
 };
 // Sizes: at the start of the command, of the link now, at the target; kAbsent and kUnknown too.
-constexpr arrival judge_arrival(int64_t at_start, int64_t now, int64_t there) {
-  if (now == kAbsent) return arrival::none;
-  if (now == kUnknown || there < 0) return arrival::missing;
-  if (there >= now) return arrival::complete;
-  return there >= at_start ? arrival::grown : arrival::missing;
+constexpr Arrival judge_arrival(int64_t at_start, int64_t now, int64_t there) {
+  if (now == kAbsent) return Arrival::kNone;
+  if (now == kUnknown || there < 0) return Arrival::kMissing;
+  if (there >= now) return Arrival::kComplete;
+  return there >= at_start ? Arrival::kGrown : Arrival::kMissing;
 }
 
 // ---- The move. ----
 
 // One move of `source` (a path, or "directory/*") into the directory `target`:
-//   linked_move move(source, target);
-//   if (move.prepare() != move_way::stays) run the command, then move.settle();
-class linked_move {
+//   LinkedMove move(source, target);
+//   if (move.prepare() != MoveWay::stays) run the command, then move.settle();
+class LinkedMove {
  public:
-  linked_move(const char* source, const char* target);
+  LinkedMove(const char* source, const char* target);
 
   // Settles what an earlier move has left, looks at the source and the room, and makes the links
   // when there shall be some. A name whose links cannot be made (EMLINK, ENAMETOOLONG, an earlier
   // tree that could not be settled) goes without, and alone: one warning names the first. Where
   // nothing crosses, nothing is looked at: bare. What would cross to a missing target stays.
-  move_way prepare();
+  MoveWay prepare();
 
   // After the command. True when all that was linked is at the target; otherwise what is missing is
   // in the source again, or waits in its tree for the next try, and one error line says so. Links,
@@ -89,18 +89,18 @@ class linked_move {
   bool may_go_in_part() const { return is_pattern_ && has_target_; }
 
  private:
-  void weigh(int target, move_facts* facts);
+  void weigh(int target, MoveFacts* facts);
   void make_links();
 
   std::string from_;  // the directory that is moved from
   std::vector<std::string> names_;
   bool is_pattern_;
   const std::string to_;
-  scoped_fd base_;  // of `from_`
+  ScopedFd base_;  // of `from_`
   bool has_target_ = true;
-  std::vector<tree_list> linked_;    // of a move that crosses
-  std::vector<tree_list> unlinked_;  // the same, for which the room was weighed
-  std::unique_ptr<move_lock> lock_;  // while there are links
+  std::vector<TreeList> linked_;    // of a move that crosses
+  std::vector<TreeList> unlinked_;  // the same, for which the room was weighed
+  std::unique_ptr<MoveLock> lock_;  // while there are links
   int64_t needed_ = kSpaceUnknown;
   int64_t available_ = 0;
 };

@@ -23,12 +23,12 @@ namespace {
 constexpr char kLogSource[] = "utils";
 
 int64_t tree_space(const char* path, int64_t block_size) {
-  const split_path parts = split(path);
-  const scoped_fd base(open(parts.directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  const SplitPath parts = split(path);
+  const ScopedFd base(open(parts.directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!base.valid()) return is_absent(errno) ? 0 : kSpaceUnknown;
-  tree_list tree;
-  const listing found = list_tree(base.get(), parts.name, &tree);
-  return found == listing::part ? kSpaceUnknown : room_for(tree, block_size).bytes;
+  TreeList tree;
+  const Listing found = list_tree(base.get(), parts.name, &tree);
+  return found == Listing::kPart ? kSpaceUnknown : room_for(tree, block_size).bytes;
 }
 
 }  // namespace
@@ -46,8 +46,7 @@ std::string nearest_existing(std::string path) {
 int64_t getFileSize(const char* path) {
   int64_t bytes = 0;
   const auto trouble = [](const std::string& entry, int error) {
-    LOG_AS(ANDROID_LOG_ERROR, "getFileSize", "cannot open directory %s: %s\n", entry.c_str(),
-           strerror(error));
+    LOGE_AS("getFileSize", "cannot open directory %s: %s\n", entry.c_str(), strerror(error));
   };
   if (!tree_size(path, trouble, &bytes)) LOGE("stat file %s error: %s\n", path, strerror(errno));
   return bytes;
@@ -77,7 +76,7 @@ std::vector<std::string> pattern_entries(const char* source) {
   std::string dir;
   std::vector<std::string> entries;
   if (!pattern_directory(source, &dir)) return entries;
-  scoped_dir stream(opendir(dir.c_str()));
+  ScopedDir stream(opendir(dir.c_str()));
   if (!stream.valid()) return entries;
   while (const dirent* entry = readdir(stream.get())) {
     if (entry->d_name[0] != '.') entries.push_back(dir + entry->d_name);
@@ -85,8 +84,8 @@ std::vector<std::string> pattern_entries(const char* source) {
   return entries;
 }
 
-tree_room room_for(const tree_list& tree, int64_t block_size) {
-  tree_room room;
+TreeRoom room_for(const TreeList& tree, int64_t block_size) {
+  TreeRoom room;
   for (size_t i = kTreeTop; i < tree.size(); i++) {
     const int64_t blocks = (tree[i].size + block_size - 1) / block_size + 1;
     room.bytes += blocks * block_size;

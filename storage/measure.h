@@ -26,11 +26,11 @@ constexpr int64_t kSpaceUnknown = INT64_MAX;
 int64_t space_needed(const char* source, int64_t block_size);
 
 // The same of a listed tree, and of the largest thing in it.
-struct tree_room {
+struct TreeRoom {
   int64_t bytes = 0;
   int64_t largest = 0;
 };
-tree_room room_for(const tree_list& tree, int64_t block_size);
+TreeRoom room_for(const TreeList& tree, int64_t block_size);
 
 // Whether there is room for a copy of `source` (as in space_needed()) and, where the copy lies on
 // /data's storage, kDataReserve to spare; on a phone that is true of shared storage too. `target`

@@ -14,16 +14,15 @@ constexpr char kLogSource[] = "utils";
 bool is_directory(const char* dir, DIR* stream, const char* name) {
   struct stat info;
   if (fstatat(dirfd(stream), name, &info, 0) == 0) return S_ISDIR(info.st_mode);
-  LOG_AS(ANDROID_LOG_ERROR, "findOldestLogDir", "cannot open directory %s/%s: %s\n", dir, name,
-         strerror(errno));
+  LOGE_AS("findOldestLogDir", "cannot open directory %s/%s: %s\n", dir, name, strerror(errno));
   return false;
 }
 
 }  // namespace
 
-oldest_run find_oldest_run(const char* dir) {
-  oldest_run oldest;
-  scoped_dir stream(opendir(dir));
+OldestRun find_oldest_run(const char* dir) {
+  OldestRun oldest;
+  ScopedDir stream(opendir(dir));
   if (!stream.valid()) {
     oldest.count = -1;
     oldest.unknown = errno != ENOENT && errno != ENOTDIR;
@@ -43,7 +42,7 @@ oldest_run find_oldest_run(const char* dir) {
 
 int findOldestLogDir(const char* dir, int* oldest, char* name, size_t size) {
   if (dir == nullptr || name == nullptr) return -1;
-  const oldest_run found = find_oldest_run(dir);
+  const OldestRun found = find_oldest_run(dir);
   if (found.number == -1) return found.count;
   *oldest = found.number;
   memset(name, 0, size);

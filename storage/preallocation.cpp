@@ -16,7 +16,7 @@ constexpr char kCaptureDir[] = "mobile";  // of a run: where its logcats write
 
 // Opens the directory `name` in the directory `dir`, but follows no link.
 DIR* open_below(int dir, const char* name) {
-  scoped_fd fd(openat(dir, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  ScopedFd fd(openat(dir, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   DIR* stream = fd.valid() ? fdopendir(fd.get()) : nullptr;
   if (stream != nullptr) fd.release();
   return stream;
@@ -35,13 +35,13 @@ void each_file(DIR* dir, Visit visit) {
 // The same for what the logcats of every run in the working area write.
 template <typename Visit>
 void each_captured_file(Visit visit) {
-  scoped_dir runs(opendir(kWorkingDir));
+  ScopedDir runs(opendir(kWorkingDir));
   if (!runs.valid()) return;
   while (const dirent* entry = readdir(runs.get())) {
     if (entry->d_name[0] == '.') continue;
-    scoped_dir run(open_below(dirfd(runs.get()), entry->d_name));
+    ScopedDir run(open_below(dirfd(runs.get()), entry->d_name));
     if (!run.valid()) continue;
-    scoped_dir captured(open_below(dirfd(run.get()), kCaptureDir));
+    ScopedDir captured(open_below(dirfd(run.get()), kCaptureDir));
     if (captured.valid()) each_file(captured.get(), visit);
   }
 }
@@ -57,7 +57,7 @@ int64_t preallocated_by_captures() {
 
 void give_back_preallocation() {
   each_captured_file([](int dir, const char* name, const struct stat&) {
-    trim_logcat_file(dir, name, torn_line::keep);
+    trim_logcat_file(dir, name, TornLine::keep);
   });
-  trim_logcat_file(AT_FDCWD, kCollectorFile, torn_line::keep);
+  trim_logcat_file(AT_FDCWD, kCollectorFile, TornLine::keep);
 }

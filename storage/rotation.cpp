@@ -39,18 +39,18 @@ unsigned long counted_size(const char* file_name, const struct stat& info) {
 
 // The wait status; -1 when it was not run: a command that does not fit would name other files if it
 // was cut.
-int run_step(const shell_text& command) {
+int run_step(const ShellText& command) {
   if (command.size() >= kCommandSize) {
-    LOG_AS(ANDROID_LOG_ERROR, "rotateFpLogs", "rotateFpLogs cmd too long:%s\n", command.c_str());
+    LOGE_AS("rotateFpLogs", "rotateFpLogs cmd too long:%s\n", command.c_str());
     return -1;
   }
-  LOG_AS(ANDROID_LOG_ERROR, "rotateFpLogs", "run rotateFpLogs cmd:%s\n", command.c_str());
+  LOGE_AS("rotateFpLogs", "run rotateFpLogs cmd:%s\n", command.c_str());
   return run_shell(command);
 }
 
-struct generation_path {
+struct GenerationPath {
   char text[kPathSize + 12];
-  generation_path(const char* path, int number) { format_cut(text, "%s.%d", path, number); }
+  GenerationPath(const char* path, int number) { format_cut(text, "%s.%d", path, number); }
 };
 
 // Copies the live file to generation 1. On failure nothing of the copy is left.
@@ -58,7 +58,7 @@ bool copy_live_file(const char* path, const char* copy) {
   int64_t needed = 0;
   int64_t available = 0;
   if (!copy_has_room(path, copy, &needed, &available)) return false;
-  const int status = run_step(shell_text("cp").target(path).target(copy));
+  const int status = run_step(ShellText("cp").target(path).target(copy));
   if (status > 0) unlink(copy);
   return status == 0;
 }
@@ -67,7 +67,7 @@ bool copy_live_file(const char* path, const char* copy) {
 // out.
 void shift_back(const char* path, int count) {
   for (int i = 2; i <= count; i++) {
-    renameat2(AT_FDCWD, generation_path(path, i).text, AT_FDCWD, generation_path(path, i - 1).text,
+    renameat2(AT_FDCWD, GenerationPath(path, i).text, AT_FDCWD, GenerationPath(path, i - 1).text,
               RENAME_NOREPLACE);
   }
 }
@@ -89,12 +89,12 @@ void rotateFpLogs(const char* dir, const char* file_name, unsigned long limit, i
   LOGE("need to rotateFpLogs, filePath:%s\n", path);
   if (count < 1) return;
   for (int i = count; i > 1; i--) {
-    run_step(shell_text("mv")
-                 .target(generation_path(path, i - 1).text)
-                 .target(generation_path(path, i).text));
+    run_step(ShellText("mv")
+                 .target(GenerationPath(path, i - 1).text)
+                 .target(GenerationPath(path, i).text));
   }
-  if (copy_live_file(path, generation_path(path, 1).text)) {
-    run_step(shell_text("echo >").target(path));
+  if (copy_live_file(path, GenerationPath(path, 1).text)) {
+    run_step(ShellText("echo >").target(path));
     return;
   }
   shift_back(path, count);

@@ -35,7 +35,7 @@ bool append_escaped(std::string* out, const std::string& word) {
 
 // Forks a shell for `command`, its standard output on `out_fd` unless that is -1. A file that it
 // makes longer than `file_bytes` ends the writer.
-pid_t start_shell(const shell_text& command, group where, int out_fd,
+pid_t start_shell(const ShellText& command, Group where, int out_fd,
                   int64_t file_bytes = kUnbounded) {
   if (!command.may_run()) return -1;
   const pid_t pid = fork_process(where);
@@ -61,7 +61,7 @@ void end_tool(pid_t pid) {
 }
 
 // Gathers bytes into lines of at most `size` - 1 bytes.
-struct line_cutter {
+struct LineCutter {
   char* buffer;
   size_t size;
   size_t used;
@@ -82,27 +82,27 @@ struct line_cutter {
   }
 };
 
-enum class reading { over, late, too_much };
+enum class Reading { kOver, kLate, kTooMuch };
 
 // Reads `fd` into `lines` until end-of-file, until `deadline` (monotonic ms) has passed, or more
 // than `most` bytes have come. The end of the tool `pid` itself ends it too: a background process
 // that keeps the pipe open does not.
-reading read_lines(int fd, pid_t pid, int64_t deadline, int64_t most, line_cutter* lines) {
+Reading read_lines(int fd, pid_t pid, int64_t deadline, int64_t most, LineCutter* lines) {
   bool ended = false;
   for (;;) {
     pollfd wait = {fd, POLLIN, 0};
     const int64_t left = deadline - monotonic_ms();
-    if (left <= 0) return ended ? reading::over : reading::late;
+    if (left <= 0) return ended ? Reading::kOver : Reading::kLate;
     const int ready = poll(&wait, 1, ended ? 0 : static_cast<int>(left < 100 ? left : 100));
     if (ready > 0) {
       char bytes[4096];
       const ssize_t got = read(fd, bytes, sizeof(bytes));
-      if (got == 0 || (got < 0 && errno != EINTR)) return reading::over;
-      if (got > most) return reading::too_much;
+      if (got == 0 || (got < 0 && errno != EINTR)) return Reading::kOver;
+      if (got > most) return Reading::kTooMuch;
       if (got > 0) lines->add(bytes, static_cast<size_t>(got));
       if (got > 0) most -= got;
     } else if (ready == 0) {
-      if (ended) return reading::over;
+      if (ended) return Reading::kOver;
       siginfo_t info;
       info.si_pid = 0;
       ended = waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT) != 0 ||
@@ -113,15 +113,15 @@ reading read_lines(int fd, pid_t pid, int64_t deadline, int64_t most, line_cutte
 
 // Elsewhere than in the main process the shell stays in its caller's group, so that it ends with
 // it.
-group shell_group() {
-  return is_main_process() ? group::own : group::inherit;
+Group shell_group() {
+  return is_main_process() ? Group::kOwn : Group::kInherit;
 }
 
 // A bounded tool is killed with all that it started, so it leads a group; but not in a worker,
 // whose own bound may come first and must reach the tool.
-group tool_group() {
+Group tool_group() {
   const bool runs_logging = is_main_process() || getpid() == s_logsize_monitor_pid;
-  return runs_logging ? group::own : group::inherit;
+  return runs_logging ? Group::kOwn : Group::kInherit;
 }
 
 // Whether a wait status tells of the end for a file that became too long, of the shell or of its
@@ -131,30 +131,30 @@ bool wrote_too_much(int status) {
          (WIFEXITED(status) && WEXITSTATUS(status) == 128 + SIGXFSZ);
 }
 
-void say_it_is_too_much(int64_t most, const shell_text& command) {
-  LOG_AS(ANDROID_LOG_ERROR, "end_tool", "tool writes more than %lld bytes, kill it: %s",
-         static_cast<long long>(most), command.c_str());
+void say_it_is_too_much(int64_t most, const ShellText& command) {
+  LOGE_AS("end_tool", "tool writes more than %lld bytes, kill it: %s", static_cast<long long>(most),
+          command.c_str());
 }
 
-void say_it_is_late(int bound_ms, const shell_text& command) {
-  LOG_AS(ANDROID_LOG_ERROR, "end_tool", "tool does not end within %d s, kill it: %s",
-         bound_ms / 1000, command.c_str());
+void say_it_is_late(int bound_ms, const ShellText& command) {
+  LOGE_AS("end_tool", "tool does not end within %d s, kill it: %s", bound_ms / 1000,
+          command.c_str());
 }
 
 }  // namespace
 
-shell_text& shell_text::raw(fixed_text text) {
+ShellText& ShellText::raw(FixedText text) {
   text_ += text.get();
   return *this;
 }
 
-shell_text& shell_text::arg(const std::string& word) {
+ShellText& ShellText::arg(const std::string& word) {
   text_ += ' ';
   can_be_given_ = append_escaped(&text_, word) && can_be_given_;
   return *this;
 }
 
-shell_text& shell_text::pattern(const std::string& source) {
+ShellText& ShellText::pattern(const std::string& source) {
   std::string dir;
   if (!pattern_directory(source.c_str(), &dir)) return arg(source);
   arg(dir);
@@ -162,17 +162,17 @@ shell_text& shell_text::pattern(const std::string& source) {
   return *this;
 }
 
-shell_text& shell_text::target(const std::string& path) {
+ShellText& ShellText::target(const std::string& path) {
   targets_.push_back(path);
   return arg(path);
 }
 
-shell_text& shell_text::removal(const std::string& source) {
+ShellText& ShellText::removal(const std::string& source) {
   targets_.push_back(directory_of(source));
   return pattern(source);
 }
 
-bool shell_text::may_run() const {
+bool ShellText::may_run() const {
   if (!can_be_given_) LOGE("name cannot be given to the shell: %s", text_.c_str());
   for (const std::string& target : targets_) {
     if (!is_trap(target.c_str())) continue;
@@ -187,10 +187,10 @@ std::string directory_of(const std::string& path) {
   return slash == std::string::npos ? "." : path.substr(0, slash + 1);
 }
 
-series_budget::series_budget(const char* what, int bound_ms)
+SeriesBudget::SeriesBudget(const char* what, int bound_ms)
     : what_(what), bound_ms_(bound_ms), deadline_(monotonic_ms() + bound_ms) {}
 
-int series_budget::left() {
+int SeriesBudget::left() {
   const int64_t left = deadline_ - monotonic_ms();
   if (left > 0) return static_cast<int>(left);
   if (!said_) LOGE("%s takes longer than %d s, the rest is skipped", what_, bound_ms_ / 1000);
@@ -198,12 +198,12 @@ int series_budget::left() {
   return 0;
 }
 
-void exec_shell(const char* file, const char* name, const shell_text& command) {
+void exec_shell(const char* file, const char* name, const ShellText& command) {
   if (!command.may_run()) end_process(0);
   execlp(file, name, "-c", command.c_str(), static_cast<char*>(nullptr));
 }
 
-int run_shell(const shell_text& command) {
+int run_shell(const ShellText& command) {
   const pid_t pid = start_shell(command, shell_group(), -1);
   int status = -1;
   if (pid == -1 || wait_for(pid, &status) == -1) return -1;
@@ -221,7 +221,7 @@ int run_program(const char* const argv[]) {
   return status;
 }
 
-int run_tool(const shell_text& command, int64_t file_bytes) {
+int run_tool(const ShellText& command, int64_t file_bytes) {
   const pid_t pid = start_shell(command, tool_group(), -1, file_bytes);
   if (pid == -1) return -1;
   int status = -1;
@@ -234,28 +234,28 @@ int run_tool(const shell_text& command, int64_t file_bytes) {
   return reaped == pid ? status : -1;
 }
 
-int run_shell_lines(const shell_text& command, int bound_ms, char* buffer, size_t size,
+int run_shell_lines(const ShellText& command, int bound_ms, char* buffer, size_t size,
                     void (*on_line)(void* context, const char* line), void* context) {
   int ends[2];
   if (pipe2(ends, O_CLOEXEC) != 0) return -1;
-  scoped_fd read_end(ends[0]);
-  scoped_fd write_end(ends[1]);
+  ScopedFd read_end(ends[0]);
+  ScopedFd write_end(ends[1]);
   const pid_t pid = start_shell(command, shell_group(), write_end.get());
   if (pid == -1) return -1;
   write_end.reset();
-  line_cutter lines = {buffer, size, 0, on_line, context};
+  LineCutter lines = {buffer, size, 0, on_line, context};
   const int64_t deadline = bound_ms == kUnbounded ? INT64_MAX : monotonic_ms() + bound_ms;
   const int64_t most = bound_ms == kUnbounded ? INT64_MAX : kOutputBytes;
-  const reading result = read_lines(read_end.get(), pid, deadline, most, &lines);
+  const Reading result = read_lines(read_end.get(), pid, deadline, most, &lines);
   lines.flush();
   read_end.reset();  // first: a tool that still writes gets SIGPIPE instead of a full pipe
   const int64_t left = deadline - monotonic_ms();
   if (bound_ms == kUnbounded) {
     wait_for(pid, nullptr);
-  } else if (result == reading::too_much) {
+  } else if (result == Reading::kTooMuch) {
     say_it_is_too_much(most, command);
     end_tool(pid);
-  } else if (result == reading::late ||
+  } else if (result == Reading::kLate ||
              wait_within(pid, left > 0 ? static_cast<int>(left) : 0, nullptr) == 0) {
     say_it_is_late(bound_ms, command);
     end_tool(pid);

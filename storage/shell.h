@@ -9,13 +9,13 @@
 #include <vector>
 
 // A text that stands in the source: made of a literal, never of what a program has composed.
-class fixed_text {
+class FixedText {
  public:
-  constexpr fixed_text(decltype(nullptr)) : text_(nullptr) {}
+  constexpr FixedText(decltype(nullptr)) : text_(nullptr) {}
   template <size_t N>
-  constexpr fixed_text(const char (&literal)[N]) : text_(literal) {}
+  constexpr FixedText(const char (&literal)[N]) : text_(literal) {}
   template <size_t N>
-  fixed_text(char (&buffer)[N]) = delete;
+  FixedText(char (&buffer)[N]) = delete;
 
   constexpr const char* get() const { return text_; }
 
@@ -27,29 +27,29 @@ class fixed_text {
 // outside [A-Za-z0-9._/@%+=:,#-] is escaped by a backslash, bytes from 0x80 up stay.
 //
 //   run_shell(shell_text("cp -a").arg(src).target(dst).raw("; chmod -R 777").arg(dst));
-class shell_text {
+class ShellText {
  public:
   template <size_t N>
-  shell_text(const char (&literal)[N]) : text_(literal) {}
+  ShellText(const char (&literal)[N]) : text_(literal) {}
   template <size_t N>
-  shell_text(char (&buffer)[N]) = delete;
-  shell_text(fixed_text text) : text_(text.get()) {}
+  ShellText(char (&buffer)[N]) = delete;
+  ShellText(FixedText text) : text_(text.get()) {}
 
-  shell_text& raw(fixed_text text);
+  ShellText& raw(FixedText text);
 
   // A blank and the word.
-  shell_text& arg(const std::string& word);
+  ShellText& arg(const std::string& word);
 
   // The same for a source of which a last component "*" stays a pattern.
-  shell_text& pattern(const std::string& source);
+  ShellText& pattern(const std::string& source);
 
   // The same for a path that the command writes to or changes: when it is a trap (base/beneath.h),
   // the text is not run.
-  shell_text& target(const std::string& path);
+  ShellText& target(const std::string& path);
 
   // pattern() for what the command removes: it is not run when the way to it is a trap. A link at
   // its end is removed itself, behind a slash and behind "/*" it is a part of the way.
-  shell_text& removal(const std::string& source);
+  ShellText& removal(const std::string& source);
 
   const char* c_str() const { return text_.c_str(); }
   size_t size() const { return text_.size(); }
@@ -72,7 +72,7 @@ constexpr int kToolBoundMs = 120 * 1000;
 // Runs `sh -c command` and waits for it without bound. Returns its wait status as system() does, -1
 // when it may not be run, could not be forked or was reaped elsewhere. In the main process the
 // shell leads a group of its own; elsewhere it stays in its caller's, so that it ends with it.
-int run_shell(const shell_text& command);
+int run_shell(const ShellText& command);
 
 constexpr int kUnbounded = -1;
 constexpr int64_t kOutputBytes = 16 * 1024 * 1024;
@@ -81,21 +81,21 @@ constexpr int64_t kOutputBytes = 16 * 1024 * 1024;
 // are killed, one error line says so, and the result is -1. Whoever makes a file longer than
 // `file_bytes` (kOutputBytes for what goes to a file and has no bound of its own) is killed, with
 // one error line.
-int run_tool(const shell_text& command, int64_t file_bytes = kUnbounded);
+int run_tool(const ShellText& command, int64_t file_bytes = kUnbounded);
 
 // Runs `sh -c command` and gives its standard output to `on_line(context, line)` in pieces of at
 // most `size` - 1 bytes, each up to and with its newline, as fgets() would. After `bound_ms`, or
 // kOutputBytes of output, it is killed as run_tool() does; kUnbounded waits and takes all. Returns
 // 0 once the command has ended or was killed, -1 when it may not be run or could not be started.
-int run_shell_lines(const shell_text& command, int bound_ms, char* buffer, size_t size,
+int run_shell_lines(const ShellText& command, int bound_ms, char* buffer, size_t size,
                     void (*on_line)(void* context, const char* line), void* context);
 
 // The time that a series of commands without bounds of their own has for all of them together:
 // `bound_ms` from here on.
-class series_budget {
+class SeriesBudget {
  public:
   // `what` is for the error line, and stays the caller's.
-  explicit series_budget(const char* what, int bound_ms = kToolBoundMs);
+  explicit SeriesBudget(const char* what, int bound_ms = kToolBoundMs);
 
   // Milliseconds for the next command; 0, the first time after one error line, when there are none.
   int left();
@@ -109,7 +109,7 @@ class series_budget {
 
 // Turns a forked worker into the shell `file` (by PATH) for `command`, named `name`. Returns only
 // when there is no such program; a command that may not be run ends the process.
-void exec_shell(const char* file, const char* name, const shell_text& command);
+void exec_shell(const char* file, const char* name, const ShellText& command);
 
 // What `path` lies in; `path` itself when it ends in a slash or "/*".
 std::string directory_of(const std::string& path);

@@ -49,21 +49,21 @@ std::atomic<int32_t> s_pending_pid{-1};  // own pid: SIGUSR1 came during a delet
 struct monitor_state {
   int quota_gib;
   int oldest;  // never reset: a cycle that finds no numbered directory keeps the last one's
-  restart_record restart;
+  RestartRecord restart;
   int64_t total_bytes;  // of both trees, in this cycle
 };
 
-enum class next { wait, leave };
+enum class Next { kWait, kLeave };
 
-next leave() {
+Next leave() {
   s_logsize_monitor = false;
   s_is_deleting = false;
-  return next::leave;
+  return Next::kLeave;
 }
 
-next deletion_done() {
+Next deletion_done() {
   s_is_deleting = false;
-  return next::wait;
+  return Next::kWait;
 }
 
 void delete_trees() {
@@ -77,32 +77,30 @@ void delete_trees() {
 void remove_run(const char* dir, const std::string& name) {
   const std::string path = std::string(dir) + name;
   remove_move_trees(kWorkingDir, name.c_str());
-  if (command_fits(shell_command::delete_dir, path.c_str(), nullptr)) {
+  if (command_fits(ShellCommand::kDeleteDir, path.c_str(), nullptr)) {
     delete_dir(path.c_str());
   } else {
-    LOG_AS(ANDROID_LOG_WARN, "monitorLogSizeThread", "name too long for a command: %s",
-           path.c_str());
+    LOGW_AS("monitorLogSizeThread", "name too long for a command: %s", path.c_str());
     remove_tree(path.c_str());
   }
 }
 
-void log_sizes(const size_reading& reading, const size_verdict& verdict, bool modem) {
+void log_sizes(const SizeReading& reading, const SizeVerdict& verdict, bool modem) {
   const float quota = static_cast<float>(reading.quota_gib);
   const char* name = "monitorLogSizeThread";
-  LOG_AS(ANDROID_LOG_DEBUG, name, "store dir: logsize = %f,  size_store_log = %ld, hfsize = %f",
-         quota, static_cast<long>(reading.store_bytes), verdict.store_gib);
-  LOG_AS(ANDROID_LOG_DEBUG, name, "common dir: logsize = %f,  size_common_log = %f, size_logs = %f",
-         quota, verdict.common_gib, verdict.total_gib);
-  LOG_AS(ANDROID_LOG_DEBUG, name,
-         "logsize monitor is_deleting=%d, catch_modem_log=%d, is_extreme_deleting=%d",
-         verdict.over_quota, modem, verdict.extreme_low);
-  LOG_AS(ANDROID_LOG_DEBUG, name, "logsize monitor logging=%d", 1);
+  LOGD_AS(name, "store dir: logsize = %f,  size_store_log = %ld, hfsize = %f", quota,
+          static_cast<long>(reading.store_bytes), verdict.store_gib);
+  LOGD_AS(name, "common dir: logsize = %f,  size_common_log = %f, size_logs = %f", quota,
+          verdict.common_gib, verdict.total_gib);
+  LOGD_AS(name, "logsize monitor is_deleting=%d, catch_modem_log=%d, is_extreme_deleting=%d",
+          verdict.over_quota, modem, verdict.extreme_low);
+  LOGD_AS(name, "logsize monitor logging=%d", 1);
 }
 
 // A test suite must find its logs where it left them: deletion stays off until somebody sets the
 // property back.
-next stop_for_test_run() {
-  LOG_AS(ANDROID_LOG_WARN, "monitorLogSizeThread", "in cts or monkey, do not delete logs");
+Next stop_for_test_run() {
+  LOGW_AS("monitorLogSizeThread", "in cts or monkey, do not delete logs");
   property_set(kDeleteProp, "false");
   property_set(kQuotaProp, "30");
   return leave();
@@ -123,9 +121,9 @@ void start_logging() {
   kill(s_harrowmossd_pid, SIGCHLD);
 }
 
-next rescue_data() {
+Next rescue_data() {
   s_is_deleting = true;
-  LOG_AS(ANDROID_LOG_WARN, "monitorLogSizeThread", "storage extreme low, delete logs");
+  LOGW_AS("monitorLogSizeThread", "storage extreme low, delete logs");
   delete_trees();
   const bool restart = is_logger_enabled();
   const std::string run = s_current_run();
@@ -140,11 +138,11 @@ next rescue_data() {
   return deletion_done();
 }
 
-next restart_logging() {
-  LOG_AS(ANDROID_LOG_WARN, "monitorLogSizeThread",
-         "we have deleted logs all we can, but still not enough, delete & restart");
+Next restart_logging() {
+  LOGW_AS("monitorLogSizeThread",
+          "we have deleted logs all we can, but still not enough, delete & restart");
   if (is_in_cts() || is_in_monkey() || !is_logger_enabled()) {
-    LOG_AS(ANDROID_LOG_DEBUG, "monitorLogSizeThread", "not delete log");
+    LOGD_AS("monitorLogSizeThread", "not delete log");
     return leave();
   }
   const std::string run = s_current_run();
@@ -158,40 +156,38 @@ next restart_logging() {
 }
 
 // Over quota: at most one run is removed in a cycle.
-next evict(monitor_state* state) {
+Next evict(monitor_state* state) {
   const int current = get_log_dir_sequence();
-  LOG_AS(ANDROID_LOG_INFO, "monitorLogSizeThread", "first check log store dir..");
-  const oldest_run store = find_oldest_run(kStoreDir);
-  const oldest_run working = find_oldest_run(kWorkingDir);
+  LOGI_AS("monitorLogSizeThread", "first check log store dir..");
+  const OldestRun store = find_oldest_run(kStoreDir);
+  const OldestRun working = find_oldest_run(kWorkingDir);
   const bool logging = is_logger_enabled();
-  const eviction_plan plan = plan_eviction(store, working, current, logging, state->oldest);
+  const EvictionPlan plan = plan_eviction(store, working, current, logging, state->oldest);
   state->oldest = plan.oldest;
-  if (plan.what == eviction::keep_last) {
-    LOG_AS(ANDROID_LOG_WARN, "monitorLogSizeThread", "do not delete current dir when only one");
-  } else if (plan.what == eviction::store_run) {
-    LOG_AS(ANDROID_LOG_INFO, "monitorLogSizeThread", "now delete oldest dir %s%s", kStoreDir,
-           store.name.c_str());
+  if (plan.what == Eviction::keep_last) {
+    LOGW_AS("monitorLogSizeThread", "do not delete current dir when only one");
+  } else if (plan.what == Eviction::kStoreRun) {
+    LOGI_AS("monitorLogSizeThread", "now delete oldest dir %s%s", kStoreDir, store.name.c_str());
     remove_run(kStoreDir, store.name);
     return deletion_done();
   }
   if (!logging) return deletion_done();
-  LOG_AS(ANDROID_LOG_INFO, "monitorLogSizeThread", "next,check log common catching dir..");
-  if (plan.what == eviction::working_run) {
-    LOG_AS(ANDROID_LOG_INFO, "monitorLogSizeThread", "now delete %s%s", kWorkingDir,
-           working.name.c_str());
+  LOGI_AS("monitorLogSizeThread", "next,check log common catching dir..");
+  if (plan.what == Eviction::kWorkingRun) {
+    LOGI_AS("monitorLogSizeThread", "now delete %s%s", kWorkingDir, working.name.c_str());
     remove_run(kWorkingDir, working.name);
     return deletion_done();
   }
   const bool none_smaller =
-      plan.what == eviction::restart || plan.what == eviction::restart_withheld;
+      plan.what == Eviction::kRestart || plan.what == Eviction::kRestartWithheld;
   if (!none_smaller || !restart_is_due(state->restart, monotonic_ms(), state->total_bytes)) {
     return deletion_done();
   }
-  if (plan.what == eviction::restart_withheld) {
-    LOG_AS(ANDROID_LOG_ERROR, "monitorLogSizeThread", "cannot list %s: no restart", kStoreDir);
+  if (plan.what == Eviction::kRestartWithheld) {
+    LOGE_AS("monitorLogSizeThread", "cannot list %s: no restart", kStoreDir);
     return deletion_done();
   }
-  const next after = restart_logging();
+  const Next after = restart_logging();
   state->restart = {monotonic_ms(), -1};
   return after;
 }
@@ -201,7 +197,7 @@ std::string biggest_entry(int64_t* bytes) {
   std::string biggest;
   *bytes = -1;
   for (const char* dir : {kStoreDir, kWorkingDir}) {
-    scoped_dir stream(opendir(dir));
+    ScopedDir stream(opendir(dir));
     while (const dirent* entry = stream.valid() ? readdir(stream.get()) : nullptr) {
       if (strcmp(entry->d_name, ".") == 0 || strcmp(entry->d_name, "..") == 0) continue;
       const std::string path = std::string(dir) + entry->d_name;
@@ -215,7 +211,7 @@ std::string biggest_entry(int64_t* bytes) {
 }
 
 // The first look after a restart tells whether it has helped.
-void follow_restart(restart_record* restart, bool over_quota, int64_t total_bytes) {
+void follow_restart(RestartRecord* restart, bool over_quota, int64_t total_bytes) {
   if (restart->at_ms == -1) return;
   if (!over_quota) {
     *restart = {};
@@ -225,16 +221,16 @@ void follow_restart(restart_record* restart, bool over_quota, int64_t total_byte
   restart->left_bytes = total_bytes;
   int64_t bytes = 0;
   const std::string path = biggest_entry(&bytes);
-  LOG_AS(ANDROID_LOG_ERROR, "monitorLogSizeThread",
-         "still over quota after a restart, the next one not before %d s: %s takes %lld bytes",
-         static_cast<int>(kRestartPauseMs / 1000), path.c_str(), static_cast<long long>(bytes));
+  LOGE_AS("monitorLogSizeThread",
+          "still over quota after a restart, the next one not before %d s: %s takes %lld bytes",
+          static_cast<int>(kRestartPauseMs / 1000), path.c_str(), static_cast<long long>(bytes));
 }
 
-next run_cycle(monitor_state* state) {
+Next run_cycle(monitor_state* state) {
   if (s_is_deleting) {
-    LOG_AS(ANDROID_LOG_DEBUG, "monitorLogSizeThread",
-           "normal don't delete or is_deleting(%d), is_extreme_deleting(%d)", true, 0);
-    return next::wait;
+    LOGD_AS("monitorLogSizeThread",
+            "normal don't delete or is_deleting(%d), is_extreme_deleting(%d)", true, 0);
+    return Next::kWait;
   }
   if (getpid() == s_pending_pid) end_process(0);
   if (!is_logger_enabled()) return leave();
@@ -246,13 +242,13 @@ next run_cycle(monitor_state* state) {
   // Logcats give back meanwhile what they have preallocated: it counts here or there.
   const int64_t before = get_filesystem_size("/data");
   const int64_t preallocated = preallocated_by_captures();
-  const size_reading reading = {store,
-                                common,
-                                state->quota_gib,
-                                modem || wifi,
-                                std::max(before, get_filesystem_size("/data")),
-                                preallocated};
-  const size_verdict verdict = judge_sizes(reading);
+  const SizeReading reading = {store,
+                               common,
+                               state->quota_gib,
+                               modem || wifi,
+                               std::max(before, get_filesystem_size("/data")),
+                               preallocated};
+  const SizeVerdict verdict = judge_sizes(reading);
   s_is_deleting = verdict.over_quota;
   state->total_bytes = store + common;
   follow_restart(&state->restart, verdict.over_quota, state->total_bytes);
@@ -260,7 +256,7 @@ next run_cycle(monitor_state* state) {
   if (is_in_cts() || is_in_monkey()) return stop_for_test_run();
   // A stop's move holds room that it is going to give back.
   if (verdict.extreme_low && !is_move_under_way()) return rescue_data();
-  return verdict.over_quota ? evict(state) : next::wait;
+  return verdict.over_quota ? evict(state) : Next::kWait;
 }
 
 // The monitor's process.
@@ -269,12 +265,12 @@ next run_cycle(monitor_state* state) {
   prctl(PR_SET_NAME, "harrowmossd-lsm", 0, 0, 0);
   signal(SIGUSR1, [](int sig) {
     const int saved_errno = errno;
-    const signal_scope scope;
+    const SignalScope scope;
     signal_log_size_monitor_handler(sig);
     errno = saved_errno;
   });
   monitorLogSizeThread();
-  LOG_AS(ANDROID_LOG_WARN, "checkLogSize", "run out of monitorLogSizeThread!!!");
+  LOGW_AS("checkLogSize", "run out of monitorLogSizeThread!!!");
   end_process(0);
 }
 
@@ -302,7 +298,7 @@ void checkLogSize() {
     return;
   }
   s_logsize_monitor = true;
-  const pid_t pid = fork_process(group::own);
+  const pid_t pid = fork_process(Group::kOwn);
   if (pid == 0) run_monitor();
   if (pid == -1) {
     s_logsize_monitor = false;
@@ -335,7 +331,7 @@ void monitorLogSizeThread() {
   monitor_state state = {get_count_prop(kQuotaProp, kDefaultQuotaGib, INT_MAX), -1, {}, 0};
   s_pending_pid = -1;
   while (s_logsize_monitor) {
-    if (run_cycle(&state) == next::leave) return;
+    if (run_cycle(&state) == Next::kLeave) return;
     if (s_logsize_monitor) sleep_ms(kCycleMs);
   }
   leave();

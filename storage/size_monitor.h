@@ -48,4 +48,4 @@ void signal_log_size_monitor_handler(int sig);
 int findOldestLogDir(const char* dir, int* oldest, char* name, size_t size);
 
 // The oldest run of `dir`. What is there but cannot be looked at costs an error line.
-oldest_run find_oldest_run(const char* dir);
+OldestRun find_oldest_run(const char* dir);

@@ -12,7 +12,7 @@ namespace {
 constexpr char kLogSource[] = "commands";
 
 void create_root(const char* path) {
-  LOG_AS(ANDROID_LOG_WARN, "create_store_dir_if_needed", "%s not exists, create it.", path);
+  LOGW_AS("create_store_dir_if_needed", "%s not exists, create it.", path);
   creat_dir(path);
 }
 

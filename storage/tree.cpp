@@ -12,9 +12,9 @@ constexpr int kDirectory = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 constexpr size_t kMostSteps = 1000;  // "../" each; the kernel takes paths of 4095 bytes
 
 // Adds what the directory `node` holds; false when a part could not be looked at.
-bool add_children(int fd, size_t node, tree_list* tree, std::vector<size_t>* pending) {
-  scoped_fd own(openat(fd, ".", kDirectory));  // a stream moves its descriptor's position
-  scoped_dir stream(own.valid() ? fdopendir(own.get()) : nullptr);
+bool add_children(int fd, size_t node, TreeList* tree, std::vector<size_t>* pending) {
+  ScopedFd own(openat(fd, ".", kDirectory));  // a stream moves its descriptor's position
+  ScopedDir stream(own.valid() ? fdopendir(own.get()) : nullptr);
   if (!stream.valid()) return is_absent(errno);
   own.release();
   bool whole = true;
@@ -40,34 +40,34 @@ bool is_absent(int error) {
   return error == ENOENT || error == ENOTDIR || error == ELOOP;
 }
 
-listing list_tree(int base, const std::string& name, tree_list* tree) {
+Listing list_tree(int base, const std::string& name, TreeList* tree) {
   *tree = {{0, 0, "", S_IFDIR, 0}};
   struct stat info;
   if (fstatat(base, name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0) {
-    return is_absent(errno) ? listing::none : listing::part;
+    return is_absent(errno) ? Listing::kNone : Listing::kPart;
   }
   tree->push_back({0, 1, name, info.st_mode & S_IFMT, info.st_size});
   std::vector<size_t> pending;
   if (S_ISDIR(info.st_mode)) pending.push_back(kTreeTop);
   bool whole = true;
-  tree_cursor cursor(base, *tree, name);
+  TreeCursor cursor(base, *tree, name);
   while (!pending.empty()) {
     const size_t node = pending.back();
     pending.pop_back();
     const int fd = cursor.at(node);
     whole = (fd == -1 ? is_absent(errno) : add_children(fd, node, tree, &pending)) && whole;
   }
-  return whole ? listing::whole : listing::part;
+  return whole ? Listing::kWhole : Listing::kPart;
 }
 
-tree_cursor::tree_cursor(int base, const tree_list& tree, std::string top, make_directory make)
+TreeCursor::TreeCursor(int base, const TreeList& tree, std::string top, MakeDirectory make)
     : base_(base), tree_(tree), top_(std::move(top)), make_(make), way_{{0, 0}} {}
 
-const char* tree_cursor::name(size_t node) const {
+const char* TreeCursor::name(size_t node) const {
   return node == kTreeTop ? top_.c_str() : tree_[node].name.c_str();
 }
 
-int tree_cursor::at(size_t node) {
+int TreeCursor::at(size_t node) {
   // From here up to the nearest directory that is above both, and down again.
   std::vector<size_t> down;
   size_t to = node;
@@ -94,12 +94,12 @@ int tree_cursor::at(size_t node) {
 
 // Goes `steps` directories up. False, at the base, when that is not where we came from: somebody
 // has moved the directory elsewhere, and nothing must be done there.
-bool tree_cursor::climb(size_t steps) {
+bool TreeCursor::climb(size_t steps) {
   const size_t depth = way_.size() - 1 - steps;
   if (depth != 0 && steps <= kMostSteps) {
     std::string up;
     for (size_t i = 0; i < steps; i++) up += "../";
-    scoped_fd fd(openat(fd_.get(), up.c_str(), kDirectory));
+    ScopedFd fd(openat(fd_.get(), up.c_str(), kDirectory));
     struct stat info;
     if (fd.valid() && fstat(fd.get(), &info) == 0 && info.st_dev == way_[depth].dev &&
         info.st_ino == way_[depth].ino) {
@@ -115,9 +115,9 @@ bool tree_cursor::climb(size_t steps) {
   return depth == 0;
 }
 
-bool tree_cursor::descend(size_t node) {
+bool TreeCursor::descend(size_t node) {
   const int parent = where_ == 0 ? base_ : fd_.get();
-  scoped_fd fd(openat(parent, name(node), kDirectory));
+  ScopedFd fd(openat(parent, name(node), kDirectory));
   if (!fd.valid() && errno == ENOENT && make_ != nullptr && make_(parent, name(node))) {
     fd.reset(openat(parent, name(node), kDirectory));
   }
@@ -129,9 +129,9 @@ bool tree_cursor::descend(size_t node) {
   return true;
 }
 
-std::vector<int64_t> sizes_at(int base, const std::string& top, const tree_list& tree) {
+std::vector<int64_t> sizes_at(int base, const std::string& top, const TreeList& tree) {
   std::vector<int64_t> sizes(tree.size(), 0);
-  tree_cursor cursor(base, tree, top);
+  TreeCursor cursor(base, tree, top);
   for (size_t i = kTreeTop; i < tree.size(); i++) {
     const int fd = cursor.at_parent(i);
     struct stat info;
@@ -144,9 +144,9 @@ std::vector<int64_t> sizes_at(int base, const std::string& top, const tree_list&
   return sizes;
 }
 
-bool remove_listed(int base, const std::string& top, const tree_list& tree) {
+bool remove_listed(int base, const std::string& top, const TreeList& tree) {
   bool gone = true;
-  tree_cursor cursor(base, tree, top);
+  TreeCursor cursor(base, tree, top);
   for (size_t i = tree.size() - 1; i >= kTreeTop; i--) {
     const int fd = cursor.at_parent(i);
     const int flags = S_ISDIR(tree[i].type) ? AT_REMOVEDIR : 0;
@@ -155,7 +155,7 @@ bool remove_listed(int base, const std::string& top, const tree_list& tree) {
   return gone;
 }
 
-split_path split(const std::string& path) {
+SplitPath split(const std::string& path) {
   const size_t last = path.find_last_not_of('/');
   const std::string whole = path.substr(0, last == std::string::npos ? 0 : last + 1);
   const size_t slash = whole.find_last_of('/');

@@ -11,7 +11,7 @@
 
 #include "base/scoped.h"
 
-struct tree_node {
+struct TreeNode {
   size_t parent;  // index in the list
   size_t depth;
   std::string name;
@@ -21,28 +21,28 @@ struct tree_node {
 
 // Node 0 is the directory that holds the tree, node 1 the tree's own file or directory; parents
 // come before children.
-using tree_list = std::vector<tree_node>;
+using TreeList = std::vector<TreeNode>;
 constexpr size_t kTreeTop = 1;
 
-inline bool is_file(const tree_node& node) {
+inline bool is_file(const TreeNode& node) {
   return S_ISREG(node.type);
 }
 
 // `part`: something could not be looked at, and is missing in the list. `none`: there is no such
 // tree; the list has node 0 only. What vanishes meanwhile does not count.
-enum class listing { whole, part, none };
+enum class Listing { kWhole, kPart, kNone };
 
 // Lists the entry `name` of the directory `base` and all below it, one stat for each.
-listing list_tree(int base, const std::string& name, tree_list* tree);
+Listing list_tree(int base, const std::string& name, TreeList* tree);
 
 // Walks to directories of a listed tree, here or in another place that looks like it.
-class tree_cursor {
+class TreeCursor {
  public:
   // Makes a directory that is missing in the open directory `parent`; false with errno.
-  using make_directory = bool (*)(int parent, const char* name);
+  using MakeDirectory = bool (*)(int parent, const char* name);
 
   // `base` and `tree` stay the caller's. `top` is what node 1 is called here.
-  tree_cursor(int base, const tree_list& tree, std::string top, make_directory make = nullptr);
+  TreeCursor(int base, const TreeList& tree, std::string top, MakeDirectory make = nullptr);
 
   // The descriptor of the directory `node`, good until the next call; -1 with errno when it is not
   // there, or is no directory. Quick for nodes that are near each other.
@@ -52,7 +52,7 @@ class tree_cursor {
   const char* name(size_t node) const;
 
  private:
-  struct identity {
+  struct Identity {
     dev_t dev;
     ino_t ino;
   };
@@ -60,12 +60,12 @@ class tree_cursor {
   bool descend(size_t node);
 
   const int base_;
-  const tree_list& tree_;
+  const TreeList& tree_;
   const std::string top_;
-  const make_directory make_;
-  scoped_fd fd_;               // of `where_`; none for node 0
+  const MakeDirectory make_;
+  ScopedFd fd_;                // of `where_`; none for node 0
   size_t where_ = 0;           // a node
-  std::vector<identity> way_;  // the directories from node 0 down to `where_`
+  std::vector<Identity> way_;  // the directories from node 0 down to `where_`
 };
 
 // What lies where a node's name leads to in another place.
@@ -74,18 +74,18 @@ constexpr int64_t kUnknown = -2;  // could not be looked at
 
 // The size of each node of `tree` (kAbsent, kUnknown), as it is found in the directory `base` when
 // node 1 is called `top` there. One stat for each. The result has an item for every node.
-std::vector<int64_t> sizes_at(int base, const std::string& top, const tree_list& tree);
+std::vector<int64_t> sizes_at(int base, const std::string& top, const TreeList& tree);
 
 // Removes what has the names of `tree` below `base`, where node 1 is called `top`; true when
 // nothing of it is left.
-bool remove_listed(int base, const std::string& top, const tree_list& tree);
+bool remove_listed(int base, const std::string& top, const TreeList& tree);
 
 // Whether errno says that there is nothing under a name.
 bool is_absent(int error);
 
 // A path as the directory that holds it and its last component; slashes at its end do not count.
-struct split_path {
+struct SplitPath {
   std::string directory;
   std::string name;
 };
-split_path split(const std::string& path);
+SplitPath split(const std::string& path);

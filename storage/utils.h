@@ -61,11 +61,11 @@ int move_dir(const char* src, const char* dst, const char* options);
 // status of rm, -1 when it could not be forked.
 int remove_tree(const char* path);
 
-enum class shell_command { copy_file, copy_dir, copy_dir2, move_dir, delete_dir };
+enum class ShellCommand { kCopyFile, kCopyDir, kCopyDir2, kMoveDir, kDeleteDir };
 
 // True when `src` and `dst` (null where there is none) can be given to that utility. Ask it first
 // for names that come from outside.
-bool command_fits(shell_command command, const char* src, const char* dst);
+bool command_fits(ShellCommand command, const char* src, const char* dst);
 
 // The full path of the newest entry of `dir` (which ends in '/') whose name contains `needle`, in a
 // new char[4096] that the caller deletes; empty when there is none, null when `dir` does not open.

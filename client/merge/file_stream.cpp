@@ -10,17 +10,17 @@ namespace {
 
 constexpr const char* kMarkHead = "--------- ";  // as logcat's own lines about itself begin
 
-file_span span_of_file(const run_source& source, const run_file& file, line_format format) {
-  open_file opened;
+FileSpan span_of_file(const RunSource& source, const RunFile& file, LineFormat format) {
+  OpenFile opened;
   if (!opened.open(source, file)) return {};
-  stamp_parser parser(format, file.written);
+  StampParser parser(format, file.written);
   if (opened.is_file()) {
     struct stat info = {};
     fstat(opened.fd(), &info);
     return read_span(opened.fd(), info.st_size, parser);
   }
-  file_span span;
-  line_reader reader;
+  FileSpan span;
+  LineReader reader;
   reader.attach(opened.fd(), file.bytes);
   for (std::string_view line; reader.next(&line, true);) {
     const log_stamp time = reader.inside() ? kNoStamp : parser.parse(line);
@@ -40,18 +40,18 @@ std::string seconds_text(log_stamp duration) {
 
 }  // namespace
 
-file_span span_of(const run_source& source, const std::vector<log_stream>& streams) {
-  file_span whole;
-  const auto add = [&](const file_span& span) {
+FileSpan span_of(const RunSource& source, const std::vector<LogStream>& streams) {
+  FileSpan whole;
+  const auto add = [&](const FileSpan& span) {
     if (span.first == kNoStamp) return;
     if (whole.first == kNoStamp || span.first < whole.first) whole.first = span.first;
     whole.last = std::max(whole.last, span.last);
   };
-  for (const log_stream& stream : streams) {
+  for (const LogStream& stream : streams) {
     if (stream.files.empty() || stream.name == kDaemonStream) continue;
     add(span_of_file(source, stream.files.front(), stream.format));
     for (size_t i = stream.files.size(); i > 0; --i) {  // the youngest may be empty
-      const file_span span = span_of_file(source, stream.files[i - 1], stream.format);
+      const FileSpan span = span_of_file(source, stream.files[i - 1], stream.format);
       add(span);
       if (span.last != kNoStamp) break;
     }
@@ -59,9 +59,9 @@ file_span span_of(const run_source& source, const std::vector<log_stream>& strea
   return whole;
 }
 
-file_stream::file_stream(const run_source& source, const log_stream& files, const time_range& range,
-                         bool follow)
-    : line_stream(files.name),
+FileStream::FileStream(const RunSource& source, const LogStream& files, const TimeRange& range,
+                       bool follow)
+    : LineStream(files.name),
       source_(source),
       files_(files.files),
       format_(files.format),
@@ -74,13 +74,13 @@ file_stream::file_stream(const run_source& source, const log_stream& files, cons
 
 // Looks at the ends of the files, and where they are in order begins with the one that has the
 // range.
-void file_stream::skip_to_range() {
+void FileStream::skip_to_range() {
   ordered_ = true;
   log_stamp latest = kNoStamp;
   log_stamp before = kNoStamp;  // the latest time in front of `first`
   size_t first = files_.size();
-  for (size_t i = 0; i < files_.size(); ++i) {
-    const file_span span = span_of_file(source_, files_[i], format_);
+  for (size_t i = 0; i < files_.size(); i++) {
+    const FileSpan span = span_of_file(source_, files_[i], format_);
     if (span.first == kNoStamp) continue;
     if (latest != kNoStamp && span.first <= latest - kStepMin) ordered_ = false;
     if (span.last <= span.first - kStepMin) ordered_ = false;
@@ -93,17 +93,17 @@ void file_stream::skip_to_range() {
   if (range_.since == kNoStamp || !ordered_) return;
   done_ = first == files_.size() && !follow_;
   if (first == files_.size()) return;
-  open_file file;
+  OpenFile file;
   struct stat info = {};
   if (!file.open(source_, files_[first]) || fstat(file.fd(), &info) != 0) return;
   // A step's worth earlier: lines may be a little out of order.
-  offset_ = find_time(file.fd(), info.st_size, stamp_parser(format_, files_[first].written),
+  offset_ = find_time(file.fd(), info.st_size, StampParser(format_, files_[first].written),
                       range_.since - kStepMin);
   current_ = first - 1;  // 0 - 1 is none
   last_ = before;
 }
 
-void file_stream::mark(line_kind kind, log_stamp from, log_stamp until, const std::string& text) {
+void FileStream::mark(LineKind kind, log_stamp from, log_stamp until, const std::string& text) {
   mark_ = kMarkHead + (from == kNoStamp ? "" : stamp_text(from) + " ") + text + "\n";
   line_.kind = kind;
   line_.text = mark_;
@@ -114,8 +114,8 @@ void file_stream::mark(line_kind kind, log_stamp from, log_stamp until, const st
 }
 
 // Makes line_ the mark of what is missing before `file`, which has just been opened.
-bool file_stream::judge_hole(const run_file& file, const run_file* before) {
-  if (format_ != line_format::kThreadtime) return false;
+bool FileStream::judge_hole(const RunFile& file, const RunFile* before) {
+  if (format_ != LineFormat::kThreadtime) return false;
   const std::string_view head = reader_.ahead();
   if (head.empty()) return false;
   const bool opens = opens_logcat(head);
@@ -135,25 +135,25 @@ bool file_stream::judge_hole(const run_file& file, const run_file* before) {
   if (from == kNoStamp || (to != kNoStamp && from > to)) from = to;
   if (from == kNoStamp || !range_.holds(from, to == kNoStamp ? from : to)) return false;
   if (before == nullptr && key_ == kNoStamp) key_ = from;
-  mark(line_kind::kHole, from, to,
+  mark(LineKind::kHole, from, to,
        "hole: " + name() + ": " + reason + (to == kNoStamp ? "" : "; until " + stamp_text(to)));
   return true;
 }
 
 // Goes on to the next file. False when there is none; else line_ may be a mark (its kind tells).
-bool file_stream::open_next() {
+bool FileStream::open_next() {
   const size_t following = current_ + 1;  // none + 1 is 0
   if (following >= files_.size()) return false;
-  const run_file& file = files_[following];
-  const run_file* before = current_ == SIZE_MAX || offset_ > 0 ? nullptr : &files_[current_];
+  const RunFile& file = files_[following];
+  const RunFile* before = current_ == SIZE_MAX || offset_ > 0 ? nullptr : &files_[current_];
   current_ = following;
-  line_.kind = line_kind::kLine;
+  line_.kind = LineKind::kLine;
   if (!file_.open(source_, file)) {
     trouble_ = "cannot read " + file.path;
     return true;
   }
   if (file_.is_file()) lseek(file_.fd(), offset_, SEEK_SET);
-  parser_ = stamp_parser(format_, file.written);
+  parser_ = StampParser(format_, file.written);
   reader_.attach(file_.fd(), file_.is_file() ? INT64_MAX : file.bytes);
   if (offset_ == 0) judge_hole(file, before);
   offset_ = 0;
@@ -162,8 +162,8 @@ bool file_stream::open_next() {
 
 // Makes the text line_, with a mark before it when the clock was set back. False for what is not of
 // the range.
-bool file_stream::take(std::string_view text) {
-  line_.kind = line_kind::kLine;
+bool FileStream::take(std::string_view text) {
+  line_.kind = LineKind::kLine;
   line_.text = text;
   line_.inside = reader_.inside();
   const log_stamp time = line_.inside ? kNoStamp : parser_.parse(text);
@@ -182,13 +182,13 @@ bool file_stream::take(std::string_view text) {
   if (!range_.holds(time, before)) return shown_;
   held_ = line_;
   has_held_ = shown_;
-  mark(line_kind::kStep, time, before,
+  mark(LineKind::kStep, time, before,
        "clock: " + name() + ": set back by " + seconds_text(before - time) + ", from " +
            stamp_text(before));
   return true;
 }
 
-bool file_stream::next() {
+bool FileStream::next() {
   if (has_held_) {
     has_held_ = false;
     line_ = held_;
@@ -208,23 +208,23 @@ bool file_stream::next() {
       if (growing() && file_.fd() != -1) reader_.give_back();
       return false;
     }
-    if (line_.kind != line_kind::kLine) return true;
+    if (line_.kind != LineKind::kLine) return true;
   }
   return false;
 }
 
-void file_stream::update(const log_stream& files, bool last) {
+void FileStream::update(const LogStream& files, bool last) {
   struct stat ours = {};
   const bool open = file_.fd() != -1 && fstat(file_.fd(), &ours) == 0;
   const std::string path = current_ < files_.size() ? files_[current_].path : "";
   size_t same = SIZE_MAX;
-  for (size_t i = 0; i < files.files.size() && open; ++i) {
+  for (size_t i = 0; i < files.files.size() && open; i++) {
     struct stat info = {};
     if (stat(files.files[i].place.c_str(), &info) != 0) continue;
     if (info.st_ino == ours.st_ino && info.st_dev == ours.st_dev) same = i;
   }
   // A run that was moved to another file system has other files of the same names.
-  for (size_t i = 0; i < files.files.size() && open && same == SIZE_MAX; ++i) {
+  for (size_t i = 0; i < files.files.size() && open && same == SIZE_MAX; i++) {
     if (files.files[i].path == path) same = i;
   }
   if (last) follow_ = false;

@@ -25,7 +25,7 @@ std::vector<std::string> split_list(const std::string& list) {
   return words;
 }
 
-std::string line_filter::set(const filter_options& options) {
+std::string LineFilter::set(const FilterOptions& options) {
   if (!options.level.empty()) {
     level_ = options.level.size() == 1 ? kLevels.find(options.level) : std::string_view::npos;
     if (level_ == std::string_view::npos) {
@@ -56,7 +56,7 @@ std::string line_filter::set(const filter_options& options) {
   return "";
 }
 
-bool line_filter::matches(std::string_view text) const {
+bool LineFilter::matches(std::string_view text) const {
   if (regex_ == nullptr) {
     return memmem(text.data(), text.size(), pattern_.data(), pattern_.size()) != nullptr;
   }
@@ -64,8 +64,8 @@ bool line_filter::matches(std::string_view text) const {
   return regexec(regex_.get(), line.c_str(), 0, nullptr, 0) == 0;
 }
 
-bool line_filter::judge_fields(std::string_view text) const {
-  threadtime_fields fields;
+bool LineFilter::judge_fields(std::string_view text) const {
+  ThreadtimeFields fields;
   if (!parse_threadtime(text, &fields)) return false;
   if (level_ > 0) {
     const size_t level = kLevels.find(fields.level);
@@ -75,9 +75,9 @@ bool line_filter::judge_fields(std::string_view text) const {
          (pids_.empty() || std::find(pids_.begin(), pids_.end(), fields.pid) != pids_.end());
 }
 
-bool line_filter::passes(const log_line& line) {
-  if (is_open() || line.kind == line_kind::kHole || line.kind == line_kind::kStep) return true;
-  if (line.kind == line_kind::kEvent) return false;
+bool LineFilter::passes(const LogLine& line) {
+  if (is_open() || line.kind == LineKind::kHole || line.kind == LineKind::kStep) return true;
+  if (line.kind == LineKind::kEvent) return false;
   if (line.stamped) {
     fields_pass_ = !by_fields_ || judge_fields(line.text);
     matched_ = fields_pass_ && (pattern_.empty() || matches(line.text));

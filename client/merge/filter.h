@@ -11,7 +11,7 @@
 #include "client/merge/line_stream.h"
 #include "client/reader/stamp.h"
 
-struct filter_options {
+struct FilterOptions {
   std::string level;  // the lowest, a letter of kLevels; "" any
   std::string tags;   // with commas, "" any
   std::string pids;
@@ -23,17 +23,17 @@ constexpr std::string_view kLevels = "VDIWEF";  // logcat's, ascending
 
 std::vector<std::string> split_list(const std::string& list);
 
-class line_filter {
+class LineFilter {
  public:
   // "", or why the options make no sense.
-  std::string set(const filter_options& options);
+  std::string set(const FilterOptions& options);
 
   // Every line is shown.
   bool is_open() const { return !by_fields_ && pattern_.empty(); }
 
   // Takes the lines of the merged list one after the other: what has no time goes with the line
   // that it follows, unless the pattern is in it.
-  bool passes(const log_line& line);
+  bool passes(const LogLine& line);
 
  private:
   bool matches(std::string_view text) const;

@@ -6,15 +6,15 @@
 
 #include "client/reader/stamp.h"
 
-enum class line_kind {
+enum class LineKind {
   kLine,   // as it stands in a file
   kEvent,  // of the daemon's own story
   kStep,   // the clock was set back
   kHole,   // lines are missing
 };
 
-struct log_line {
-  line_kind kind = line_kind::kLine;
+struct LogLine {
+  LineKind kind = LineKind::kLine;
   std::string_view text;       // with its newline, which the last one of a file may lack
   log_stamp time = kNoStamp;   // its own, or that of the line which it follows; kNoStamp for none
   log_stamp until = kNoStamp;  // of a hole: its end; of a step: the time before it
@@ -22,7 +22,7 @@ struct log_line {
   bool inside = false;         // the rest of a long line
 };
 
-struct time_range {
+struct TimeRange {
   log_stamp since = kNoStamp;
   log_stamp until = kLastStamp;
   bool holds(log_stamp from, log_stamp to) const { return from <= until && to >= since; }
@@ -31,25 +31,25 @@ struct time_range {
 // A clock that goes back less than this is not worth a line: writers are not always in order.
 constexpr log_stamp kStepMin = kSecond;
 
-class line_stream {
+class LineStream {
  public:
-  explicit line_stream(std::string stream_name) : name_(std::move(stream_name)) {}
-  virtual ~line_stream() = default;
-  line_stream(const line_stream&) = delete;
-  line_stream& operator=(const line_stream&) = delete;
+  explicit LineStream(std::string stream_name) : name_(std::move(stream_name)) {}
+  virtual ~LineStream() = default;
+  LineStream(const LineStream&) = delete;
+  LineStream& operator=(const LineStream&) = delete;
 
   // Goes on to the next line. False at the end of what there is now. What line() gave before is no
   // longer valid then.
   virtual bool next() = 0;
 
   const std::string& name() const { return name_; }
-  const log_line& line() const { return line_; }
+  const LogLine& line() const { return line_; }
   // Where the line belongs among other streams' lines: its time, or the latest one before it when
   // that is less than a step ahead.
   log_stamp key() const { return key_; }
 
  protected:
-  log_line line_;
+  LogLine line_;
   log_stamp key_ = kNoStamp;
 
  private:

@@ -15,37 +15,37 @@ std::string_view without_end(std::string_view text) {
 
 }  // namespace
 
-list_writer::list_writer(list_form form, line_filter* filter, FILE* out)
+ListWriter::ListWriter(ListForm form, LineFilter* filter, FILE* out)
     : form_(form), filter_(filter), out_(out) {
   held_.reserve(kHeld + 2 * 1024);
 }
 
-bool list_writer::flush() {
+bool ListWriter::flush() {
   fwrite(held_.data(), 1, held_.size(), out_);
   held_.clear();
   return fflush(out_) == 0 && ferror(out_) == 0;
 }
 
-void list_writer::add_text(const log_line& line) {
+void ListWriter::add_text(const LogLine& line) {
   if (!line_ends_ && !line.inside) held_ += '\n';
   held_ += line.text;
   line_ends_ = !line.text.empty() && line.text.back() == '\n';
 }
 
-void list_writer::add_json(const line_stream& stream, const log_line& line) {
-  json_writer json;
+void ListWriter::add_json(const LineStream& stream, const LogLine& line) {
+  JsonWriter json;
   json.begin_object().member("kind", kKindNames[static_cast<int>(line.kind)]);
   json.member("buffer", stream.name()).key("time");
   line.time == kNoStamp ? json.null() : json.string(iso_text(line.time));
-  if (line.until != kNoStamp && line.kind == line_kind::kHole) {
+  if (line.until != kNoStamp && line.kind == LineKind::kHole) {
     json.member("until", iso_text(line.until));
   }
-  if (line.until != kNoStamp && line.kind == line_kind::kStep) {
+  if (line.until != kNoStamp && line.kind == LineKind::kStep) {
     json.member("before", iso_text(line.until));
   }
-  threadtime_fields fields;
+  ThreadtimeFields fields;
   const std::string_view text = without_end(line.text);
-  if (line.kind == line_kind::kLine && line.stamped && parse_threadtime(text, &fields)) {
+  if (line.kind == LineKind::kLine && line.stamped && parse_threadtime(text, &fields)) {
     json.member("pid", fields.pid).member("tid", fields.tid);
     json.member("level", std::string_view(&fields.level, 1)).member("tag", fields.tag);
     json.member("message", fields.message);
@@ -56,25 +56,25 @@ void list_writer::add_json(const line_stream& stream, const log_line& line) {
   held_ += json.end_object().text() + "\n";
 }
 
-void list_writer::add_count(const line_stream& stream, const log_line& line) {
-  if (line.kind != line_kind::kLine || line.inside) return;
-  count_row& row = counts_[stream.name()];
-  threadtime_fields fields;
+void ListWriter::add_count(const LineStream& stream, const LogLine& line) {
+  if (line.kind != LineKind::kLine || line.inside) return;
+  CountRow& row = counts_[stream.name()];
+  ThreadtimeFields fields;
   size_t level = std::string_view::npos;
   if (line.stamped && parse_threadtime(line.text, &fields)) level = kLevels.find(fields.level);
   ++(level == std::string_view::npos ? row.others : row.levels[level]);
 }
 
-bool list_writer::take(const line_stream& stream, const log_line& line) {
+bool ListWriter::take(const LineStream& stream, const LogLine& line) {
   if (!filter_->passes(line)) return true;
-  if (form_ == list_form::kText) add_text(line);
-  if (form_ == list_form::kJson) add_json(stream, line);
-  if (form_ == list_form::kCount) add_count(stream, line);
+  if (form_ == ListForm::kText) add_text(line);
+  if (form_ == ListForm::kJson) add_json(stream, line);
+  if (form_ == ListForm::kCount) add_count(stream, line);
   return held_.size() < kHeld || flush();
 }
 
-std::string list_writer::counts(bool as_json) const {
-  json_writer json;
+std::string ListWriter::counts(bool as_json) const {
+  JsonWriter json;
   json.begin_object().member("command", "log").key("counts").begin_array();
   std::string text = "BUFFER  ";
   const auto column = [&](int64_t value) {
@@ -87,13 +87,13 @@ std::string list_writer::counts(bool as_json) const {
   for (const std::string& name : stream_names()) {
     const auto found = counts_.find(name);
     if (found == counts_.end()) continue;
-    const count_row& row = found->second;
+    const CountRow& row = found->second;
     int64_t total = row.others;
     json.begin_object().member("buffer", name);
     char head[32];
     snprintf(head, sizeof head, "%-8s", name.c_str());
     text += head;
-    for (size_t i = 0; i < kLevels.size(); ++i) {
+    for (size_t i = 0; i < kLevels.size(); i++) {
       json.member(kLevels.substr(i, 1), row.levels[i]);
       column(row.levels[i]);
       total += row.levels[i];

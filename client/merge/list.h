@@ -11,15 +11,15 @@
 #include "client/merge/filter.h"
 #include "client/merge/merge.h"
 
-enum class list_form { kText, kJson, kCount };
+enum class ListForm { kText, kJson, kCount };
 
-class list_writer : public line_sink {
+class ListWriter : public LineSink {
  public:
   // Neither belongs to it.
-  list_writer(list_form form, line_filter* filter, FILE* out);
+  ListWriter(ListForm form, LineFilter* filter, FILE* out);
 
   // False when nobody reads any more.
-  bool take(const line_stream& stream, const log_line& line) override;
+  bool take(const LineStream& stream, const LogLine& line) override;
 
   // Writes what it holds.
   bool flush();
@@ -27,18 +27,18 @@ class list_writer : public line_sink {
   std::string counts(bool as_json) const;
 
  private:
-  void add_text(const log_line& line);
-  void add_json(const line_stream& stream, const log_line& line);
-  void add_count(const line_stream& stream, const log_line& line);
+  void add_text(const LogLine& line);
+  void add_json(const LineStream& stream, const LogLine& line);
+  void add_count(const LineStream& stream, const LogLine& line);
 
-  list_form form_;
-  line_filter* filter_;
+  ListForm form_;
+  LineFilter* filter_;
   FILE* out_;
   std::string held_;
   bool line_ends_ = true;  // held_, or what was written before it, ends with a newline
-  struct count_row {
+  struct CountRow {
     int64_t levels[kLevels.size()] = {};
     int64_t others = 0;  // without a level
   };
-  std::map<std::string, count_row> counts_;
+  std::map<std::string, CountRow> counts_;
 };

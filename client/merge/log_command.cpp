@@ -37,7 +37,7 @@ std::string read_buffers(const std::string& list, std::vector<std::string>* buff
 }
 
 // "T[,SECONDS]"
-std::string read_around(const std::string& text, const when_base& base, time_range* range) {
+std::string read_around(const std::string& text, const WhenBase& base, TimeRange* range) {
   const size_t comma = text.find(',');
   log_stamp middle = 0;
   log_stamp distance = kAround;
@@ -52,10 +52,10 @@ std::string read_around(const std::string& text, const when_base& base, time_ran
   return "";
 }
 
-std::string read_range(const invocation& call, const run_source& source, time_range* range) {
+std::string read_range(const invocation& call, const RunSource& source, TimeRange* range) {
   if (call.since.empty() && call.until.empty() && call.around.empty()) return "";
-  const std::vector<log_stream> streams = order_files(source.files);
-  when_base base = {source.start, source.written, [&] { return span_of(source, streams).last; }};
+  const std::vector<LogStream> streams = order_files(source.files);
+  WhenBase base = {source.start, source.written, [&] { return span_of(source, streams).last; }};
   if (base.start == kNoStamp) base.start = span_of(source, streams).first;
   if (!call.around.empty()) {
     if (call.since.empty() && call.until.empty()) return read_around(call.around, base, range);
@@ -74,19 +74,19 @@ std::string read_range(const invocation& call, const run_source& source, time_ra
   return range->since <= range->until ? "" : "--since is later than --until";
 }
 
-std::unique_ptr<line_stream> make_stream(const run_source& source, const log_stream& files,
-                                         const stream_choice& choice) {
+std::unique_ptr<LineStream> make_stream(const RunSource& source, const LogStream& files,
+                                        const StreamChoice& choice) {
   if (files.name != kDaemonStream) {
-    return std::make_unique<file_stream>(source, files, choice.range, choice.follow);
+    return std::make_unique<FileStream>(source, files, choice.range, choice.follow);
   }
-  return std::make_unique<story_stream>(source, files, choice.range, choice.follow);
+  return std::make_unique<StoryStream>(source, files, choice.range, choice.follow);
 }
 
 // Waits for more of a run that is being captured.
-class follower {
+class Follower {
  public:
-  follower(const environment& env, run_source* source, stream_choice choice, stream_list* streams,
-           list_writer* writer)
+  Follower(const Environment& env, RunSource* source, StreamChoice choice, StreamList* streams,
+           ListWriter* writer)
       : env_(env),
         source_(source),
         choice_(std::move(choice)),
@@ -99,12 +99,12 @@ class follower {
     poll(nullptr, 0, kFollowMs);
     complete_ = !refresh_source(env_, source_);
     int64_t bytes = 0;
-    for (const run_file& file : source_->files) bytes += file.bytes;
+    for (const RunFile& file : source_->files) bytes += file.bytes;
     // The stop still completes the files; a run for which the store has no room stays.
     quiet_ms_ = source_->capturing || bytes != bytes_ ? 0 : quiet_ms_ + kFollowMs;
     bytes_ = bytes;
     complete_ = complete_ || quiet_ms_ >= kQuietMs;
-    for (const log_stream& files : order_files(source_->files)) {
+    for (const LogStream& files : order_files(source_->files)) {
       if (!chosen(choice_.buffers, files.name)) continue;
       const auto same = std::find_if(streams_->begin(), streams_->end(), [&](const auto& stream) {
         return stream->name() == files.name;
@@ -112,18 +112,18 @@ class follower {
       if (same == streams_->end()) {
         streams_->push_back(make_stream(*source_, files, choice_));
       } else {
-        static_cast<file_stream&>(**same).update(files, complete_);
+        static_cast<FileStream&>(**same).update(files, complete_);
       }
     }
     return true;
   }
 
  private:
-  const environment& env_;
-  run_source* source_;
-  stream_choice choice_;
-  stream_list* streams_;
-  list_writer* writer_;
+  const Environment& env_;
+  RunSource* source_;
+  StreamChoice choice_;
+  StreamList* streams_;
+  ListWriter* writer_;
   bool complete_ = false;  // what there is now is all
   int quiet_ms_ = 0;       // nothing was written since logging was switched off
   int64_t bytes_ = 0;
@@ -131,18 +131,18 @@ class follower {
 
 }  // namespace
 
-stream_list open_streams(const run_source& source, const stream_choice& choice) {
-  stream_list streams;
-  for (const log_stream& files : order_files(source.files)) {
+StreamList open_streams(const RunSource& source, const StreamChoice& choice) {
+  StreamList streams;
+  for (const LogStream& files : order_files(source.files)) {
     if (chosen(choice.buffers, files.name)) streams.push_back(make_stream(source, files, choice));
   }
   return streams;
 }
 
-int run_log(const invocation& call, environment& env) {
-  run_source source;
-  stream_choice choice;
-  line_filter filter;
+int run_log(const invocation& call, Environment& env) {
+  RunSource source;
+  StreamChoice choice;
+  LineFilter filter;
   std::string error = read_buffers(call.buffer, &choice.buffers);
   if (error.empty()) {
     error = filter.set({call.level, call.tag, call.pid, call.grep, call.extended});
@@ -154,22 +154,22 @@ int run_log(const invocation& call, environment& env) {
                        : source.name + " is not being captured, there is nothing to follow";
   }
   if (error.empty()) error = read_range(call, source, &choice.range);
-  if (!error.empty()) return fail(call, env, EXIT_USAGE, error);
+  if (!error.empty()) return fail(call, env, kExitUsage, error);
 
   choice.follow = call.follow;
-  list_writer writer(call.count  ? list_form::kCount
-                     : call.json ? list_form::kJson
-                                 : list_form::kText,
-                     &filter, env.out);
-  stream_list streams = open_streams(source, choice);
-  follower more(env, &source, choice, &streams, &writer);
+  ListWriter writer(call.count  ? ListForm::kCount
+                    : call.json ? ListForm::kJson
+                                : ListForm::kText,
+                    &filter, env.out);
+  StreamList streams = open_streams(source, choice);
+  Follower more(env, &source, choice, &streams, &writer);
   merge(&streams, &writer, call.follow ? std::function<bool()>(std::ref(more)) : nullptr);
   writer.flush();
   if (call.count) fputs(writer.counts(call.json).c_str(), env.out);
-  if (source.cut) return fail(call, env, EXIT_FAILED, source.archive + " ends early");
+  if (source.cut) return fail(call, env, kExitFailed, source.archive + " ends early");
   for (const auto& stream : streams) {
-    const std::string& trouble = static_cast<file_stream&>(*stream).trouble();
-    if (!trouble.empty()) return fail(call, env, EXIT_FAILED, trouble);
+    const std::string& trouble = static_cast<FileStream&>(*stream).trouble();
+    if (!trouble.empty()) return fail(call, env, kExitFailed, trouble);
   }
-  return EXIT_OK;
+  return kExitOk;
 }

@@ -6,8 +6,8 @@
 namespace {
 
 // A stream at its next line.
-struct runner {
-  line_stream* stream;
+struct Runner {
+  LineStream* stream;
   size_t order;
   size_t epoch = 0;       // how often the clock had been set back before this line
   bool promoted = false;  // other streams told so, and not yet its own lines
@@ -15,27 +15,27 @@ struct runner {
   auto place() const { return std::make_tuple(epoch, stream->key(), order); }
 };
 
-class merger {
+class Merger {
  public:
-  merger(stream_list* streams, line_sink* sink) : streams_(streams), sink_(sink) {}
+  Merger(StreamList* streams, LineSink* sink) : streams_(streams), sink_(sink) {}
 
   // False when the sink wants no more.
   bool run();
 
  private:
-  bool advance(runner* at);
+  bool advance(Runner* at);
   void promote();
 
-  stream_list* streams_;
-  line_sink* sink_;
-  std::vector<runner> known_;    // of all streams, by their order
+  StreamList* streams_;
+  LineSink* sink_;
+  std::vector<Runner> known_;    // of all streams, by their order
   std::vector<log_stamp> tops_;  // the latest time of each epoch that has ended
 };
 
-bool merger::advance(runner* at) {
+bool Merger::advance(Runner* at) {
   if (!at->stream->next()) return false;
-  const log_line& line = at->stream->line();
-  if (line.kind != line_kind::kStep) return true;
+  const LogLine& line = at->stream->line();
+  if (line.kind != LineKind::kStep) return true;
   if (!at->promoted) ++at->epoch;
   at->promoted = false;
   if (tops_.size() < at->epoch) tops_.push_back(line.until);
@@ -44,8 +44,8 @@ bool merger::advance(runner* at) {
 }
 
 // Later than anything before the clock was set back: it must have been written after that.
-void merger::promote() {
-  for (runner& at : known_) {
+void Merger::promote() {
+  for (Runner& at : known_) {
     while (at.epoch < tops_.size() && at.stream->key() > tops_[at.epoch] + kStepMin) {
       ++at.epoch;
       at.promoted = true;
@@ -53,21 +53,21 @@ void merger::promote() {
   }
 }
 
-bool merger::run() {
-  for (size_t i = known_.size(); i < streams_->size(); ++i) {
+bool Merger::run() {
+  for (size_t i = known_.size(); i < streams_->size(); i++) {
     known_.push_back({(*streams_)[i].get(), i});
   }
-  std::vector<runner*> active;
-  for (runner& at : known_) {
+  std::vector<Runner*> active;
+  for (Runner& at : known_) {
     if (advance(&at)) active.push_back(&at);
   }
-  const auto later = [](const runner* a, const runner* b) { return a->place() < b->place(); };
+  const auto later = [](const Runner* a, const Runner* b) { return a->place() < b->place(); };
   while (!active.empty()) {
     promote();
     const auto first = std::min_element(active.begin(), active.end(), later);
-    runner* const at = *first;
-    const runner* second = nullptr;
-    for (const runner* other : active) {
+    Runner* const at = *first;
+    const Runner* second = nullptr;
+    for (const Runner* other : active) {
       if (other != at && (second == nullptr || later(other, second))) second = other;
     }
     const auto limit = second == nullptr ? at->place() : second->place();
@@ -85,8 +85,8 @@ bool merger::run() {
 
 }  // namespace
 
-void merge(stream_list* streams, line_sink* sink, const std::function<bool()>& more) {
-  merger all(streams, sink);
+void merge(StreamList* streams, LineSink* sink, const std::function<bool()>& more) {
+  Merger all(streams, sink);
   while (all.run() && more && more()) {
   }
 }

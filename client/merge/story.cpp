@@ -14,7 +14,7 @@ constexpr log_stamp kBeforeStart = 2 * kSecond;  // the name is made a moment be
 
 // clang-format off
 
-constexpr told_message kStory[] = {
+constexpr ToldMessage kStory[] = {
     {"main",                  "After create directories",         "the daemon started", false},
     {"start_debug_log",       "current work dir : ",              kStart, true},
     {"",                      "There is not enough d",            "too little free space: logging stays off", false},
@@ -29,7 +29,7 @@ constexpr told_message kStory[] = {
 
 // clang-format on
 
-time_range from_start(time_range range, log_stamp start) {
+TimeRange from_start(TimeRange range, log_stamp start) {
   if (start != kNoStamp) range.since = std::max(range.since, start - kBeforeStart);
   return range;
 }
@@ -41,14 +41,14 @@ std::string story_of(std::string_view line) {
   return one_line(told.substr(0, told.find_last_not_of(" \r\n") + 1));
 }
 
-story_stream::story_stream(const run_source& source, const log_stream& files,
-                           const time_range& range, bool follow)
-    : file_stream(source, files, from_start(range, source.start), follow),
+StoryStream::StoryStream(const RunSource& source, const LogStream& files, const TimeRange& range,
+                         bool follow)
+    : FileStream(source, files, from_start(range, source.start), follow),
       run_(source.start == kNoStamp ? "" : source.name),
       began_(range.since != kNoStamp && range.since > source.start) {}
 
 // Makes the line one of ours.
-bool story_stream::tell(const std::string& text, line_kind kind, log_stamp until) {
+bool StoryStream::tell(const std::string& text, LineKind kind, log_stamp until) {
   const log_stamp from = until == kNoStamp ? line_.time : stopped_;
   text_ = "--------- " + stamp_text(from) + " " + text + "\n";
   line_.kind = kind;
@@ -58,23 +58,23 @@ bool story_stream::tell(const std::string& text, line_kind kind, log_stamp until
   return true;
 }
 
-bool story_stream::next() {
-  while (!over_ && file_stream::next()) {
-    if (line_.kind != line_kind::kLine) return true;
+bool StoryStream::next() {
+  while (!over_ && FileStream::next()) {
+    if (line_.kind != LineKind::kLine) return true;
     const std::string told = line_.stamped ? story_of(line_.text) : "";
     if (told.empty()) continue;
     if (told.rfind(kStart, 0) == 0) {
       const bool ours = run_.empty() || told.substr(std::string_view(kStart).size()) == run_;
       if (!ours && stopped_ != kNoStamp) {
         over_ = true;
-        return tell("hole: logging was off until " + stamp_text(line_.time), line_kind::kHole,
+        return tell("hole: logging was off until " + stamp_text(line_.time), LineKind::kHole,
                     line_.time);
       }
       began_ = began_ || ours;
     }
     if (!began_ && !run_.empty()) continue;  // the end of the run before this one
     if (told == kStop) stopped_ = line_.time;
-    return tell("daemon: " + told, line_kind::kEvent, kNoStamp);
+    return tell("daemon: " + told, LineKind::kEvent, kNoStamp);
   }
   return false;
 }

@@ -10,14 +10,13 @@
 std::string story_of(std::string_view line);
 
 // Ends with the first start behind the run's stop: what lies between is a hole, logging off.
-class story_stream : public file_stream {
+class StoryStream : public FileStream {
  public:
-  story_stream(const run_source& source, const log_stream& files, const time_range& range,
-               bool follow);
+  StoryStream(const RunSource& source, const LogStream& files, const TimeRange& range, bool follow);
   bool next() override;
 
  private:
-  bool tell(const std::string& text, line_kind kind, log_stamp until);
+  bool tell(const std::string& text, LineKind kind, log_stamp until);
 
   std::string run_;
   std::string text_;

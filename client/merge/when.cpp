@@ -12,7 +12,7 @@ constexpr std::string_view kUnits = "smhd";
 constexpr int kUnitSeconds[] = {1, 60, 3600, 86400};
 constexpr double kRelativeMax = 1e8;  // seconds; three years
 
-bool parse_relative(const std::string& text, const when_base& base, log_stamp* time) {
+bool parse_relative(const std::string& text, const WhenBase& base, log_stamp* time) {
   char* end = nullptr;
   double seconds = strtod(text.c_str() + 1, &end);
   if (end == text.c_str() + 1 || text[1] == '-' || text[1] == '+') return false;
@@ -28,7 +28,7 @@ bool parse_relative(const std::string& text, const when_base& base, log_stamp* t
 }
 
 // Reads "hh:mm[:ss[.ffffff]]".
-bool parse_clock(const std::string& text, civil_stamp* time) {
+bool parse_clock(const std::string& text, CivilStamp* time) {
   int used = 0;
   double seconds = 0;
   const char* rest = text.c_str();
@@ -48,14 +48,14 @@ bool parse_clock(const std::string& text, civil_stamp* time) {
 
 }  // namespace
 
-bool parse_when(const std::string& text, const when_base& base, log_stamp* time) {
+bool parse_when(const std::string& text, const WhenBase& base, log_stamp* time) {
   if (text.empty()) return false;
   if (text[0] == '+' || text[0] == '-') return parse_relative(text, base, time);
   const size_t between = text.find_first_of(" T");
-  civil_stamp parts = {};
+  CivilStamp parts = {};
   if (between == std::string::npos) {
     if (!parse_clock(text, &parts) || base.start == kNoStamp) return false;
-    const civil_stamp start = civil_of(base.start);
+    const CivilStamp start = civil_of(base.start);
     parts.year = start.year;
     parts.month = start.month;
     parts.day = start.day;

@@ -7,7 +7,7 @@
 #include "client/merge/line_stream.h"
 
 // What a run gives for them. `end` is looked up only for times that count from it.
-struct when_base {
+struct WhenBase {
   log_stamp start = kNoStamp;
   int64_t written = 0;  // last modification of the run, seconds since 1970: tells the year
   std::function<log_stamp()> end;
@@ -16,4 +16,4 @@ struct when_base {
 // "[YYYY-]MM-DD hh:mm[:ss[.ffffff]]"; without a date the first such time of the run; "+N" or "-N"
 // with s (which may be left out), m, h or d: so much after the start, or before the end. False for
 // anything else.
-bool parse_when(const std::string& text, const when_base& base, log_stamp* time);
+bool parse_when(const std::string& text, const WhenBase& base, log_stamp* time);

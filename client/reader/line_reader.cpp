@@ -5,7 +5,7 @@
 
 #include <algorithm>
 
-void line_reader::attach(int fd, int64_t limit) {
+void LineReader::attach(int fd, int64_t limit) {
   fd_ = fd;
   limit_ = limit;
   at_ = end_ = 0;
@@ -13,7 +13,7 @@ void line_reader::attach(int fd, int64_t limit) {
 }
 
 // False at the end of the data, which a read that fails is as well.
-bool line_reader::read_more() {
+bool LineReader::read_more() {
   if (at_ != 0) memmove(&bytes_[0], &bytes_[at_], end_ - at_);
   end_ -= at_;
   at_ = 0;
@@ -28,18 +28,18 @@ bool line_reader::read_more() {
   return true;
 }
 
-void line_reader::give_back() {
+void LineReader::give_back() {
   lseek(fd_, -static_cast<off_t>(end_ - at_), SEEK_CUR);
   at_ = end_ = 0;
 }
 
-std::string_view line_reader::ahead() {
+std::string_view LineReader::ahead() {
   if (at_ == end_) read_more();
   return {&bytes_[at_], end_ - at_};
 }
 
 // The bytes that are held have no newline.
-bool line_reader::next_block(std::string_view* line, bool last) {
+bool LineReader::next_block(std::string_view* line, bool last) {
   while (end_ - at_ < kPiece) {
     const size_t known = end_ - at_;
     if (!read_more()) {

@@ -7,7 +7,7 @@
 #include <memory>
 #include <string_view>
 
-class line_reader {
+class LineReader {
  public:
   static constexpr size_t kBuffer = 256 * 1024;
   static constexpr size_t kPiece = kBuffer / 2;  // a longer line comes in several pieces

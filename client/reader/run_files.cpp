@@ -10,12 +10,12 @@ namespace {
 
 constexpr struct {
   const char* name;
-  line_format format;
+  LineFormat format;
 } kStreams[] = {
-    {"main", line_format::kThreadtime},  {"system", line_format::kThreadtime},
-    {"radio", line_format::kThreadtime}, {"events", line_format::kThreadtime},
-    {"crash", line_format::kThreadtime}, {"kernel", line_format::kThreadtime},
-    {kTouchStream, line_format::kTouch}, {kDaemonStream, line_format::kSelfLog},
+    {"main", LineFormat::kThreadtime},  {"system", LineFormat::kThreadtime},
+    {"radio", LineFormat::kThreadtime}, {"events", LineFormat::kThreadtime},
+    {"crash", LineFormat::kThreadtime}, {"kernel", LineFormat::kThreadtime},
+    {kTouchStream, LineFormat::kTouch}, {kDaemonStream, LineFormat::kSelfLog},
 };
 
 constexpr std::string_view kText = ".txt";
@@ -40,7 +40,7 @@ bool take_suffix(std::string_view* text, char separator, int64_t* number) {
 
 // The row of kStreams that the file belongs to, its numbers, and in `stem` what its whole stream
 // has in common; -1 for other files. Buffers have "ID-BUFFER.txt" and "ID-BUFFER_2.txt.9".
-int recognise(run_file* file, std::string* stem) {
+int recognise(RunFile* file, std::string* stem) {
   std::string_view rest = file->path;
   const size_t slash = rest.rfind('/') + 1;  // npos + 1 is 0
   const std::string_view directory = rest.substr(0, slash);
@@ -57,8 +57,8 @@ int recognise(run_file* file, std::string* stem) {
   if (recorder) name = kTouchStream;
   if (diary) name = kDaemonStream;
   *stem = rest;
-  for (size_t row = 0; row < std::size(kStreams); ++row) {
-    const bool buffer = kStreams[row].format == line_format::kThreadtime;
+  for (size_t row = 0; row < std::size(kStreams); row++) {
+    const bool buffer = kStreams[row].format == LineFormat::kThreadtime;
     if (name == kStreams[row].name && (buffer || recorder || diary)) return static_cast<int>(row);
   }
   return -1;
@@ -75,18 +75,18 @@ const std::vector<std::string>& stream_names() {
   return names;
 }
 
-std::vector<log_stream> order_files(const std::vector<run_file>& files) {
-  using age = std::tuple<int64_t, int64_t>;  // replacement, generation below 0: ascending
-  std::map<std::pair<int, std::string>, std::map<age, run_file>> streams;
-  for (run_file file : files) {
+std::vector<LogStream> order_files(const std::vector<RunFile>& files) {
+  using Age = std::tuple<int64_t, int64_t>;  // replacement, generation below 0: ascending
+  std::map<std::pair<int, std::string>, std::map<Age, RunFile>> streams;
+  for (RunFile file : files) {
     std::string stem;
     file.replacement = file.generation = 0;
     const int row = recognise(&file, &stem);
     if (row != -1) streams[{row, stem}][{file.replacement, -file.generation}] = file;
   }
-  std::vector<log_stream> ordered;
+  std::vector<LogStream> ordered;
   for (const auto& [key, by_age] : streams) {
-    log_stream& stream = ordered.emplace_back();
+    LogStream& stream = ordered.emplace_back();
     stream.name = kStreams[key.first].name;
     stream.format = kStreams[key.first].format;
     for (const auto& [numbers, file] : by_age) stream.files.push_back(file);

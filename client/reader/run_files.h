@@ -8,7 +8,7 @@
 
 #include "client/reader/stamp.h"
 
-struct run_file {
+struct RunFile {
   std::string path;   // below the run: "mobile/ID-main.txt.1"
   std::string place;  // its absolute path, or its name in the archive
   int64_t bytes = 0;
@@ -18,10 +18,10 @@ struct run_file {
 };
 
 // What is read as one stream: a log buffer's files, the touch recorder's, or the daemon's own log.
-struct log_stream {
+struct LogStream {
   std::string name;  // of the buffer, "touch" or "daemon"
-  line_format format = line_format::kThreadtime;
-  std::vector<run_file> files;  // oldest first
+  LineFormat format = LineFormat::kThreadtime;
+  std::vector<RunFile> files;  // oldest first
 };
 
 constexpr const char* kDaemonStream = "daemon";
@@ -32,4 +32,4 @@ const std::vector<std::string>& stream_names();
 
 // The streams that `files` make, in the order of stream_names(), others left out. Two streams have
 // the same name when the files of a buffer lie in two directories or are of two builds.
-std::vector<log_stream> order_files(const std::vector<run_file>& files);
+std::vector<LogStream> order_files(const std::vector<RunFile>& files);

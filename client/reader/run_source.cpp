@@ -34,14 +34,14 @@ std::string_view take_word(std::string_view* line) {
 }
 
 // A line of `tar -t -v`: "-rw-rw---- 0/0   103 2026-11-22 06:17[:49] NAME", here and on phones.
-bool parse_listed(std::string_view line, run_file* file) {
+bool parse_listed(std::string_view line, RunFile* file) {
   if (line.empty() || line[0] != '-') return false;
   take_word(&line);
   take_word(&line);
   file->bytes = atoll(std::string(take_word(&line)).c_str());
   const std::string date(take_word(&line));
   const std::string clock(take_word(&line));
-  civil_stamp time = {};
+  CivilStamp time = {};
   if (sscanf(date.c_str(), "%4d-%2d-%2d", &time.year, &time.month, &time.day) != 3) return false;
   sscanf(clock.c_str(), "%2d:%2d", &time.hour, &time.minute);
   if (line.size() < 2) return false;
@@ -50,16 +50,16 @@ bool parse_listed(std::string_view line, run_file* file) {
   return true;
 }
 
-std::string list_archive(run_source* source) {
+std::string list_archive(RunSource* source) {
   std::string rest;
   const auto take = [&](std::string_view bytes) {
     rest += bytes;
     for (size_t end; (end = rest.find('\n')) != std::string::npos; rest.erase(0, end + 1)) {
-      run_file file;
+      RunFile file;
       if (parse_listed(std::string_view(rest).substr(0, end), &file)) source->files.push_back(file);
     }
   };
-  child_setup tar = {{source->tar, "-t", "-v", "-z", "-f", source->archive}};
+  ChildSetup tar = {{source->tar, "-t", "-v", "-z", "-f", source->archive}};
   tar.quiet = true;
   // What a copy that was broken off still has is read.
   source->cut = read_child(tar, std::chrono::milliseconds(kListLimit), take) != 0;
@@ -67,7 +67,7 @@ std::string list_archive(run_source* source) {
                                               : "";
 }
 
-void list_places(run_source* source) {
+void list_places(RunSource* source) {
   std::vector<std::string> places = source->places;
   for (const std::string& place : places) {
     walk_files(place, [&](const std::string& path, int64_t bytes) {
@@ -88,13 +88,13 @@ void list_places(run_source* source) {
 }
 
 // Cuts what leads to the run off the paths, and tells the runs that they lie in.
-std::set<std::string> strip_paths(std::vector<run_file>* files) {
+std::set<std::string> strip_paths(std::vector<RunFile>* files) {
   std::set<std::string> names;
-  for (run_file& file : *files) {
+  for (RunFile& file : *files) {
     if (file.path.empty()) file.path = file.place;
     size_t start = 0;
     for (size_t slash; (slash = file.path.find('/', start)) != std::string::npos;) {
-      run_report run;
+      RunReport run;
       if (parse_run_name(file.path.substr(start, slash - start), &run)) {
         names.insert(run.name);
         file.path.erase(0, slash + 1);
@@ -111,25 +111,25 @@ std::string last_component(const std::string& path) {
 }
 
 // "" or why the files make no run.
-std::string describe(run_source* source) {
+std::string describe(RunSource* source) {
   const std::set<std::string> inside = strip_paths(&source->files);
   if (inside.size() > 1) return "several runs lie in " + source->name + "; name one of them";
   if (!inside.empty()) source->name = *inside.begin();
   source->written = 0;
-  for (const run_file& file : source->files) {
+  for (const RunFile& file : source->files) {
     if (file.path.compare(0, strlen(kSelfLogDirectory), kSelfLogDirectory) == 0) continue;
     source->written = std::max(source->written, file.written);
   }
-  run_report run;
+  RunReport run;
   if (parse_run_name(source->name, &run)) {
-    stamp_parser parser(line_format::kThreadtime, source->written);
+    StampParser parser(LineFormat::kThreadtime, source->written);
     source->start = parser.parse(run.date + ".000 ");
   }
   return "";
 }
 
 // A directory that was named by its path: a run that was copied, or a bundle.
-void use_directory(const std::string& word, run_source* source) {
+void use_directory(const std::string& word, RunSource* source) {
   const std::string path = resolved(word);
   source->name = last_component(path);
   source->places = {path};
@@ -140,7 +140,7 @@ void use_directory(const std::string& word, run_source* source) {
   }
 }
 
-std::string use_archive(const environment& env, const std::string& word, run_source* source) {
+std::string use_archive(const Environment& env, const std::string& word, RunSource* source) {
   source->archive = word[0] == '-' ? "./" + word : word;
   source->name = last_component(word);
   for (const char* tar : kTars) {
@@ -151,17 +151,17 @@ std::string use_archive(const environment& env, const std::string& word, run_sou
   return list_archive(source);
 }
 
-void use_run(const environment& env, const run_report& run, run_source* source) {
+void use_run(const Environment& env, const RunReport& run, RunSource* source) {
   source->name = run.name;
   source->places = directories_of(run);
   source->self_log = env.self_log.substr(0, env.self_log.find_last_of('/'));
-  source->capturing = run.state == run_state::kCapturing;
+  source->capturing = run.state == RunState::kCapturing;
 }
 
 }  // namespace
 
-std::string find_source(const environment& env, const std::string& word, run_source* source) {
-  run_report run;
+std::string find_source(const Environment& env, const std::string& word, RunSource* source) {
+  RunReport run;
   std::string error;
   struct stat info = {};
   const bool there = stat(word.c_str(), &info) == 0;
@@ -180,10 +180,10 @@ std::string find_source(const environment& env, const std::string& word, run_sou
   return describe(source);
 }
 
-bool refresh_source(const environment& env, run_source* source) {
-  const logging_settings settings = read_settings(env);
+bool refresh_source(const Environment& env, RunSource* source) {
+  const LoggingSettings settings = read_settings(env);
   source->capturing = settings.logging && settings.run_name == source->name;
-  run_report run;
+  RunReport run;
   std::string error;
   const bool moved = !is_directory(env.working + "/" + source->name);
   if (moved && find_run(read_runs(env), source->name, &run, &error)) use_run(env, run, source);
@@ -193,7 +193,7 @@ bool refresh_source(const environment& env, run_source* source) {
   return !moved;
 }
 
-bool open_file::open(const run_source& source, const run_file& file) {
+bool OpenFile::open(const RunSource& source, const RunFile& file) {
   close();
   if (source.archive.empty()) {
     // Non-blocking, in case somebody left a FIFO under the name.
@@ -205,15 +205,15 @@ bool open_file::open(const run_source& source, const run_file& file) {
   int ends[2];
   if (pipe2(ends, O_CLOEXEC) != 0) return false;
   fd_.reset(ends[0]);
-  const scoped_fd writer(ends[1]);
-  child_setup tar = {{source.tar, "-x", "-O", "-z", "-f", source.archive, "--", file.place}};
+  const ScopedFd writer(ends[1]);
+  ChildSetup tar = {{source.tar, "-x", "-O", "-z", "-f", source.archive, "--", file.place}};
   tar.out = writer.get();
   tar.quiet = true;
   tool_ = start_child(tar);
   return tool_ != -1;
 }
 
-void open_file::close() {
+void OpenFile::close() {
   fd_.reset();
   if (tool_ == -1) return;
   kill(tool_, SIGKILL);  // its own gzip ends by the closed pipe

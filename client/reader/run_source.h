@@ -10,7 +10,7 @@
 #include "client/environment.h"
 #include "client/reader/run_files.h"
 
-struct run_source {
+struct RunSource {
   std::string name;                 // of the run, of another directory, or of the archive
   std::vector<std::string> places;  // its directories; none for an archive
   std::string self_log;             // directory of the daemon's own log, "" when it is not known
@@ -18,7 +18,7 @@ struct run_source {
   std::string tar;                  // the tool that reads it
   bool cut = false;                 // the archive ends early
   bool capturing = false;
-  std::vector<run_file> files;
+  std::vector<RunFile> files;
   int64_t written = 0;         // of the file that was written last
   log_stamp start = kNoStamp;  // as the run's name has it
 };
@@ -26,22 +26,22 @@ struct run_source {
 // Finds what `word` names: a run on the phone by number or name, a directory, or an archive made by
 // `pack`. Looks for the daemon's own log on the phone, or beside the run where it was copied to.
 // "", or why there is nothing to read.
-std::string find_source(const environment& env, const std::string& word, run_source* source);
+std::string find_source(const Environment& env, const std::string& word, RunSource* source);
 
 // Lists the files of a run on the phone anew, wherever it lies now. False when it has left the
 // working area: nothing writes it any more.
-bool refresh_source(const environment& env, run_source* source);
+bool refresh_source(const Environment& env, RunSource* source);
 
 // A file being read.
-class open_file {
+class OpenFile {
  public:
-  open_file() = default;
-  ~open_file() { close(); }
-  open_file(const open_file&) = delete;
-  open_file& operator=(const open_file&) = delete;
+  OpenFile() = default;
+  ~OpenFile() { close(); }
+  OpenFile(const OpenFile&) = delete;
+  OpenFile& operator=(const OpenFile&) = delete;
 
   // Opens `file`, or starts the tar that gives its bytes. False when it cannot be.
-  bool open(const run_source& source, const run_file& file);
+  bool open(const RunSource& source, const RunFile& file);
   // Ends a tar too, which may not have come to its end.
   void close();
 
@@ -49,6 +49,6 @@ class open_file {
   bool is_file() const { return fd_.valid() && tool_ == -1; }  // not a pipe
 
  private:
-  scoped_fd fd_;
+  ScopedFd fd_;
   pid_t tool_ = -1;
 };

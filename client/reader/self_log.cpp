@@ -1,6 +1,6 @@
 #include "client/reader/self_log.h"
 
-bool split_self_log(std::string_view line, self_log_parts* parts) {
+bool split_self_log(std::string_view line, SelfLogParts* parts) {
   constexpr size_t kNone = std::string_view::npos;
   const size_t bracket = line.find("] ");
   const size_t colons = line.find(":: ");
@@ -13,10 +13,10 @@ bool split_self_log(std::string_view line, self_log_parts* parts) {
   return true;
 }
 
-std::string retell(const told_message* rows, size_t count, std::string_view line) {
-  self_log_parts parts;
+std::string retell(const ToldMessage* rows, size_t count, std::string_view line) {
+  SelfLogParts parts;
   if (!split_self_log(line, &parts)) return "";
-  for (const told_message* row = rows; row != rows + count; ++row) {
+  for (const ToldMessage* row = rows; row != rows + count; ++row) {
     if (!row->function.empty() && row->function != parts.function) continue;
     if (parts.message.substr(0, row->beginning.size()) != row->beginning) continue;
     const std::string_view rest = parts.message.substr(row->beginning.size());

@@ -6,16 +6,16 @@
 #include <string>
 #include <string_view>
 
-struct self_log_parts {
+struct SelfLogParts {
   std::string_view function;
   std::string_view message;
 };
 
 // False for what is no such line.
-bool split_self_log(std::string_view line, self_log_parts* parts);
+bool split_self_log(std::string_view line, SelfLogParts* parts);
 
 // A message that is told to people in other words.
-struct told_message {
+struct ToldMessage {
   std::string_view function;   // that logs it, "" any
   std::string_view beginning;  // of its text
   const char* told;
@@ -23,4 +23,4 @@ struct told_message {
 };
 
 // What the first of `rows` that fits tells of `line`; "" when none does.
-std::string retell(const told_message* rows, size_t count, std::string_view line);
+std::string retell(const ToldMessage* rows, size_t count, std::string_view line);

@@ -28,14 +28,14 @@ std::string bytes_at(int fd, int64_t offset, int64_t count) {
   return bytes;
 }
 
-struct stamped_line {
+struct StampedLine {
   log_stamp time = kNoStamp;
   int64_t offset = 0;
 };
 
 // The first or the last stamped line that begins in `bytes`, which lie at `offset` in their file.
-stamped_line search(std::string_view bytes, int64_t offset, stamp_parser* parser, bool last) {
-  stamped_line found;
+StampedLine search(std::string_view bytes, int64_t offset, StampParser* parser, bool last) {
+  StampedLine found;
   size_t start = 0;
   if (offset != 0) start = bytes.find('\n') + 1;  // npos + 1 is 0
   if (offset != 0 && start == 0) return found;
@@ -50,10 +50,10 @@ stamped_line search(std::string_view bytes, int64_t offset, stamp_parser* parser
 }
 
 // The first stamped line that begins behind `from` and before `to`.
-stamped_line stamp_after(int fd, int64_t from, int64_t to, stamp_parser* parser) {
+StampedLine stamp_after(int fd, int64_t from, int64_t to, StampParser* parser) {
   for (int64_t look = kLook; from < to; look = kWindow) {
-    const stamped_line found = search(bytes_at(fd, from, look), from, parser, false);
-    if (found.time != kNoStamp) return found.offset < to ? found : stamped_line();
+    const StampedLine found = search(bytes_at(fd, from, look), from, parser, false);
+    if (found.time != kNoStamp) return found.offset < to ? found : StampedLine();
     from += std::max<int64_t>(look - 64, 1);  // a stamp may be cut by the end of what was read
   }
   return {};
@@ -65,12 +65,12 @@ bool opens_logcat(std::string_view bytes) {
   return bytes.substr(0, kLogcatOpening.size()) == kLogcatOpening;
 }
 
-log_stamp first_stamp(std::string_view bytes, stamp_parser parser) {
+log_stamp first_stamp(std::string_view bytes, StampParser parser) {
   return search(bytes, 0, &parser, false).time;
 }
 
-file_span read_span(int fd, int64_t bytes, stamp_parser parser) {
-  file_span span;
+FileSpan read_span(int fd, int64_t bytes, StampParser parser) {
+  FileSpan span;
   for (const int64_t look : {kLook, kWindow}) {
     const std::string head = bytes_at(fd, 0, look);
     if (span.first == kNoStamp) span.first = first_stamp(head, parser);
@@ -82,12 +82,12 @@ file_span read_span(int fd, int64_t bytes, stamp_parser parser) {
   return span;
 }
 
-int64_t find_time(int fd, int64_t bytes, stamp_parser parser, log_stamp since) {
+int64_t find_time(int fd, int64_t bytes, StampParser parser, log_stamp since) {
   int64_t before = 0;  // the line here is earlier, or the first one
   int64_t behind = bytes;
   while (behind - before > kWindow) {
     const int64_t middle = before + (behind - before) / 2;
-    const stamped_line line = stamp_after(fd, middle, behind, &parser);
+    const StampedLine line = stamp_after(fd, middle, behind, &parser);
     if (line.time != kNoStamp && line.time < since) {
       before = line.offset;
     } else {

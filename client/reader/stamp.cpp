@@ -30,7 +30,7 @@ int64_t days_before(int year, int month, int day) {
 }
 
 // Reads "MM-DD hh:mm" and leaves year, second and micros alone. False when it is no time.
-bool read_to_minute(const char* text, civil_stamp* time) {
+bool read_to_minute(const char* text, CivilStamp* time) {
   time->month = two_digits(text);
   time->day = two_digits(text + 3);
   time->hour = two_digits(text + 6);
@@ -43,10 +43,10 @@ bool read_to_minute(const char* text, civil_stamp* time) {
 // Takes a decimal number and the blanks before it off the text. False when there is none.
 bool take_number(std::string_view* text, int* number) {
   size_t at = 0;
-  while (at < text->size() && (*text)[at] == ' ') ++at;
+  while (at < text->size() && (*text)[at] == ' ') at++;
   const size_t first = at;
   int value = 0;
-  for (; at < text->size() && is_digit((*text)[at]) && at - first < 9; ++at) {
+  for (; at < text->size() && is_digit((*text)[at]) && at - first < 9; at++) {
     value = value * 10 + (*text)[at] - '0';
   }
   if (at == first) return false;
@@ -57,16 +57,16 @@ bool take_number(std::string_view* text, int* number) {
 
 }  // namespace
 
-log_stamp stamp_of(const civil_stamp& time) {
+log_stamp stamp_of(const CivilStamp& time) {
   const int64_t minutes =
       (days_before(time.year, time.month, time.day) * 24 + time.hour) * 60 + time.minute;
   return (minutes * 60 + time.second) * kSecond + time.micros;
 }
 
-civil_stamp civil_of(log_stamp stamp) {
+CivilStamp civil_of(log_stamp stamp) {
   int64_t days = stamp / kDay - (stamp % kDay < 0 ? 1 : 0);
   const int64_t rest = stamp - days * kDay;
-  civil_stamp time = {};
+  CivilStamp time = {};
   time.micros = static_cast<int>(rest % kSecond);
   const int seconds = static_cast<int>(rest / kSecond);
   time.hour = seconds / 3600;
@@ -85,7 +85,7 @@ civil_stamp civil_of(log_stamp stamp) {
 }
 
 std::string stamp_text(log_stamp stamp) {
-  const civil_stamp time = civil_of(stamp);
+  const CivilStamp time = civil_of(stamp);
   char text[80];
   snprintf(text, sizeof text, "%02d-%02d %02d:%02d:%02d.%06d", time.month, time.day, time.hour,
            time.minute, time.second, time.micros);
@@ -98,12 +98,12 @@ std::string iso_text(log_stamp stamp) {
   return text;
 }
 
-stamp_parser::stamp_parser(line_format format, int64_t written)
+StampParser::StampParser(LineFormat format, int64_t written)
     : format_(format), latest_(written * kSecond + kZoneSlack) {}
 
 // Fills minute_ and minute_stamp_.
-bool stamp_parser::read_minute(std::string_view line) {
-  civil_stamp time = {};
+bool StampParser::read_minute(std::string_view line) {
+  CivilStamp time = {};
   if (line[kMinute - 1] != ':' || !read_to_minute(line.data(), &time)) return false;
   time.year = civil_of(latest_).year;
   minute_stamp_ = stamp_of(time);
@@ -115,7 +115,7 @@ bool stamp_parser::read_minute(std::string_view line) {
   return true;
 }
 
-log_stamp stamp_parser::threadtime(std::string_view line) {
+log_stamp StampParser::threadtime(std::string_view line) {
   constexpr size_t kShortest = 19;  // "11-22 06:17:46.724 "
   if (line.size() < kShortest || line[kMinute + 2] != '.') return kNoStamp;
   const int second = two_digits(&line[kMinute]);
@@ -125,7 +125,7 @@ log_stamp stamp_parser::threadtime(std::string_view line) {
   int64_t unit = kSecond;
   size_t digits = 0;
   const std::string_view rest = line.substr(kMinute + 3);
-  for (; digits < rest.size() && digits <= kFractionMax && is_digit(rest[digits]); ++digits) {
+  for (; digits < rest.size() && digits <= kFractionMax && is_digit(rest[digits]); digits++) {
     unit /= 10;
     fraction += unit * (rest[digits] - '0');
   }
@@ -136,14 +136,14 @@ log_stamp stamp_parser::threadtime(std::string_view line) {
 }
 
 // Both formats with a year.
-log_stamp stamp_parser::dated(std::string_view line) const {
+log_stamp StampParser::dated(std::string_view line) const {
   constexpr size_t kClock = 14;  // "11-22 06:17:46"
-  const bool touch = format_ == line_format::kTouch;
+  const bool touch = format_ == LineFormat::kTouch;
   const size_t year_digits = touch ? 4 : 2;
   if (line.size() < year_digits + 1 + kClock + 2 || line[year_digits] != '-') return kNoStamp;
   const int high = touch ? two_digits(line.data()) : 20;
   const int low = two_digits(&line[year_digits - 2]);
-  civil_stamp time = {};
+  CivilStamp time = {};
   const char* clock = &line[year_digits + 1];
   if (high < 0 || low < 0 || !read_to_minute(clock, &time) || clock[11] != ':') return kNoStamp;
   time.year = high * 100 + low;
@@ -159,7 +159,7 @@ log_stamp stamp_parser::dated(std::string_view line) const {
              : kNoStamp;
 }
 
-bool parse_threadtime(std::string_view line, threadtime_fields* fields) {
+bool parse_threadtime(std::string_view line, ThreadtimeFields* fields) {
   const size_t dot = line.find('.');
   if (dot == std::string_view::npos) return false;
   const size_t blank = line.find(' ', dot);

@@ -13,34 +13,34 @@ constexpr log_stamp kLastStamp = INT64_MAX;
 constexpr log_stamp kSecond = 1000000;
 constexpr log_stamp kDay = 86400 * kSecond;
 
-struct civil_stamp {
+struct CivilStamp {
   int year, month, day, hour, minute, second, micros;
 };
 
-log_stamp stamp_of(const civil_stamp& time);
-civil_stamp civil_of(log_stamp stamp);
+log_stamp stamp_of(const CivilStamp& time);
+CivilStamp civil_of(log_stamp stamp);
 
 // "11-22 06:17:46.724049", as logcat has it; and with year, "2026-11-22T06:17:46.724049".
 std::string stamp_text(log_stamp stamp);
 std::string iso_text(log_stamp stamp);
 
-enum class line_format {
+enum class LineFormat {
   kThreadtime,  // logcat's "11-22 06:17:46.724049   113   113 I TAG : text"
   kTouch,       // the touch recorder's "2026-11-22 06:17:47:228130  ..."
   kSelfLog,     // the daemon's "26-11-22 06:17:46 || ..."
 };
 
 // Reads the stamps of one file's lines.
-class stamp_parser {
+class StampParser {
  public:
   // `written`: the file's last modification, seconds since 1970. Lines without a year are of the
   // latest one that does not put them more than two days after it (time zones; a clock that was
   // set).
-  explicit stamp_parser(line_format format = line_format::kThreadtime, int64_t written = 0);
+  explicit StampParser(LineFormat format = LineFormat::kThreadtime, int64_t written = 0);
 
   // Of the line that begins here; kNoStamp when it has none.
   log_stamp parse(std::string_view line) {
-    return format_ == line_format::kThreadtime ? threadtime(line) : dated(line);
+    return format_ == LineFormat::kThreadtime ? threadtime(line) : dated(line);
   }
 
  private:
@@ -49,14 +49,14 @@ class stamp_parser {
   log_stamp dated(std::string_view line) const;
   bool read_minute(std::string_view line);
 
-  line_format format_;
+  LineFormat format_;
   log_stamp latest_;            // that a line can have
   char minute_[kMinute] = {};   // of the line before, which is that of most lines
   log_stamp minute_stamp_ = 0;  // of minute_
 };
 
 // The parts of a threadtime line.
-struct threadtime_fields {
+struct ThreadtimeFields {
   int pid = 0;
   int tid = 0;
   char level = ' ';
@@ -65,4 +65,4 @@ struct threadtime_fields {
 };
 
 // False when the line, whose stamp is valid, goes on as no threadtime line does.
-bool parse_threadtime(std::string_view line, threadtime_fields* fields);
+bool parse_threadtime(std::string_view line, ThreadtimeFields* fields);

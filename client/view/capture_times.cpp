@@ -14,9 +14,9 @@ constexpr uint32_t kPacketMax = 1 << 20;
 constexpr uint32_t kMicros = 0xa1b2c3d4;
 constexpr uint32_t kNanos = 0xa1b23c4d;
 
-class bytes_of {
+class BytesOf {
  public:
-  explicit bytes_of(int fd) : fd_(fd), bytes_(64 * 1024) {}
+  explicit BytesOf(int fd) : fd_(fd), bytes_(64 * 1024) {}
 
   // Copies the next `count` bytes to `to`, or skips them when it is null. False at the end.
   bool take(void* to, size_t count) {
@@ -51,7 +51,7 @@ class bytes_of {
 }  // namespace
 
 void read_capture(int fd, const std::function<void(int64_t)>& packet) {
-  bytes_of bytes(fd);
+  BytesOf bytes(fd);
   uint32_t header[kFileHeader / 4];
   if (!bytes.take(header, sizeof header)) return;
   const auto swapped = [](uint32_t value) { return __builtin_bswap32(value); };

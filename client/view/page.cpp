@@ -12,8 +12,8 @@ constexpr size_t kPageMax = 2 * 1024 * 1024;  // bytes
 constexpr size_t kFixedMax = 128 * 1024;      // for the page's own text
 
 template <typename Key>
-std::vector<std::pair<Key, talker>> loudest(const std::unordered_map<Key, talker>& all) {
-  std::vector<std::pair<Key, talker>> list(all.begin(), all.end());
+std::vector<std::pair<Key, Talker>> loudest(const std::unordered_map<Key, Talker>& all) {
+  std::vector<std::pair<Key, Talker>> list(all.begin(), all.end());
   std::sort(list.begin(), list.end(), [](const auto& a, const auto& b) {
     return a.second.lines != b.second.lines ? a.second.lines > b.second.lines : a.first < b.first;
   });
@@ -21,7 +21,7 @@ std::vector<std::pair<Key, talker>> loudest(const std::unordered_map<Key, talker
   return list;
 }
 
-void add_lanes(const run_survey& survey, json_writer* json) {
+void add_lanes(const RunSurvey& survey, JsonWriter* json) {
   // Intervals are counted from `base`, to keep the numbers short.
   const int64_t base = survey.times.first();
   json->member("width", survey.times.width()).member("base", base * survey.times.width());
@@ -46,7 +46,7 @@ void add_lanes(const run_survey& survey, json_writer* json) {
 }
 
 template <typename Key>
-void add_talkers(const char* key, const std::unordered_map<Key, talker>& all, json_writer* json) {
+void add_talkers(const char* key, const std::unordered_map<Key, Talker>& all, JsonWriter* json) {
   json->key(key).begin_array();
   for (const auto& [who, counted] : loudest(all)) {
     json->begin_array();
@@ -60,13 +60,13 @@ void add_talkers(const char* key, const std::unordered_map<Key, talker>& all, js
   json->end_array();
 }
 
-void add_time(const char* key, log_stamp time, json_writer* json) {
+void add_time(const char* key, log_stamp time, JsonWriter* json) {
   json->key(key);
   time == kNoStamp ? json->null() : json->number(time);
 }
 
-std::string data_json(const run_page& page, const run_survey& survey, size_t rows) {
-  json_writer json;
+std::string data_json(const RunPage& page, const RunSurvey& survey, size_t rows) {
+  JsonWriter json;
   json.begin_object().member("run", page.run).member("name", page.name);
   json.member("state", page.state).member("types", page.types).member("build", page.build);
   json.member("quota", page.quota);
@@ -87,14 +87,14 @@ std::string data_json(const run_page& page, const run_survey& survey, size_t row
   add_talkers("tags", survey.tags, &json);
   add_talkers("pids", survey.pids, &json);
   json.key("crashes").begin_array();
-  for (const crash_lines& crash : survey.crashes) {
+  for (const CrashLines& crash : survey.crashes) {
     json.begin_object().member("time", crash.time).key("lines").begin_array();
     for (const std::string& line : crash.lines) json.string(line);
     json.end_array().end_object();
   }
   json.end_array().key("files").begin_array();
-  for (size_t i = 0; i < page.files.size() && i < rows; ++i) {
-    const page_file& file = page.files[i];
+  for (size_t i = 0; i < page.files.size() && i < rows; i++) {
+    const PageFile& file = page.files[i];
     json.begin_array().string(file.path).number(file.bytes).string(file.finding).end_array();
   }
   json.end_array().member("files_left_out", cut(page.files.size()));
@@ -105,7 +105,7 @@ std::string data_json(const run_page& page, const run_survey& survey, size_t row
 
 }  // namespace
 
-std::string page_html(const run_page& page, const run_survey& survey) {
+std::string page_html(const RunPage& page, const RunSurvey& survey) {
   std::string data;
   for (size_t rows = kRowsMax; rows > 0; rows /= 2) {
     data.clear();

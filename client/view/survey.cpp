@@ -77,12 +77,12 @@ const char* kind_of_story(std::string_view told) {
 
 }  // namespace
 
-void timeline::widen() {
+void Timeline::widen() {
   width_ *= 2;
   for (auto& lane : lanes_) {
-    std::map<int64_t, interval_counts> wider;
+    std::map<int64_t, IntervalCounts> wider;
     for (const auto& [number, counts] : lane) {
-      interval_counts& sum = wider[number >> 1];
+      IntervalCounts& sum = wider[number >> 1];
       sum.lines += counts.lines;
       sum.warnings += counts.warnings;
       sum.errors += counts.errors;
@@ -93,7 +93,7 @@ void timeline::widen() {
   last_ >>= 1;
 }
 
-void timeline::add(size_t lane, log_stamp time, char level) {
+void Timeline::add(size_t lane, log_stamp time, char level) {
   if (lanes_.size() <= lane) lanes_.resize(lane + 1);
   int64_t number = interval_of(time, width_);
   while (first_ <= last_ && std::max(last_, number) - std::min(first_, number) >= kIntervals) {
@@ -102,30 +102,29 @@ void timeline::add(size_t lane, log_stamp time, char level) {
   }
   first_ = std::min(first_, number);
   last_ = std::max(last_, number);
-  interval_counts& counts = lanes_[lane][number];
+  IntervalCounts& counts = lanes_[lane][number];
   ++counts.lines;
   if (level == 'W') ++counts.warnings;
   if (level == 'E' || level == 'F') ++counts.errors;
 }
 
-size_t run_survey::lane_of(const std::string& name) {
+size_t RunSurvey::lane_of(const std::string& name) {
   const auto found = std::find(lane_names.begin(), lane_names.end(), name);
   if (found != lane_names.end()) return static_cast<size_t>(found - lane_names.begin());
   lane_names.push_back(name);
   return lane_names.size() - 1;
 }
 
-void run_survey::add_mark(const char* kind, log_stamp time, log_stamp until,
-                          std::string_view text) {
+void RunSurvey::add_mark(const char* kind, log_stamp time, log_stamp until, std::string_view text) {
   if (marks.size() < kMarksMax) {
     marks.insert({time, {kind, until, shown(text)}});
   } else {
-    ++marks_left_out;
+    marks_left_out++;
   }
 }
 
-void run_survey::judge_line(const line_stream& stream, const log_line& line,
-                            const threadtime_fields& fields) {
+void RunSurvey::judge_line(const LineStream& stream, const LogLine& line,
+                           const ThreadtimeFields& fields) {
   for (const auto& row : kMarkLines) {
     if (row.buffer != stream.name() || (!row.tag.empty() && row.tag != fields.tag)) continue;
     if (!begins_with(fields.message, row.message)) continue;
@@ -146,16 +145,16 @@ void run_survey::judge_line(const line_stream& stream, const log_line& line,
   if (const char* kind = kind_of_story(told)) add_mark(kind, line.time, kNoStamp, told);
 }
 
-bool run_survey::take(const line_stream& stream, const log_line& line) {
-  if (line.kind == line_kind::kEvent) {
+bool RunSurvey::take(const LineStream& stream, const LogLine& line) {
+  if (line.kind == LineKind::kEvent) {
     const size_t head = line.text.find("daemon: ");
     const std::string_view told = line.text.substr(head == std::string_view::npos ? 0 : head + 8);
     if (const char* kind = kind_of_story(told)) add_mark(kind, line.time, kNoStamp, told);
     return true;
   }
-  if (line.kind != line_kind::kLine) {
-    const size_t head = line.text.find(line.kind == line_kind::kHole ? "hole: " : "clock: ");
-    const bool hole = line.kind == line_kind::kHole;
+  if (line.kind != LineKind::kLine) {
+    const size_t head = line.text.find(line.kind == LineKind::kHole ? "hole: " : "clock: ");
+    const bool hole = line.kind == LineKind::kHole;
     add_mark(hole ? "hole" : "step", line.time, hole ? line.until : kNoStamp,
              line.text.substr(std::min(head, line.text.size())));
     return true;
@@ -167,7 +166,7 @@ bool run_survey::take(const line_stream& stream, const log_line& line) {
     latest_ = &stream;
     latest_lane_ = lane_of(stream.name());
   }
-  threadtime_fields fields;
+  ThreadtimeFields fields;
   if (stream.name() == kTouchStream || !parse_threadtime(line.text, &fields)) {
     times.add(latest_lane_, line.time, ' ');
     return true;
@@ -176,12 +175,12 @@ bool run_survey::take(const line_stream& stream, const log_line& line) {
   const int error = fields.level == 'E' || fields.level == 'F' ? 1 : 0;
   const std::string tag(fields.tag.substr(0, kTagBytes));
   if (tags.size() < kTagsMax || tags.count(tag) != 0) {
-    talker& by_tag = tags[tag];
+    Talker& by_tag = tags[tag];
     ++by_tag.lines;
     by_tag.errors += error;
   }
   if (pids.size() < kPidsMax || pids.count(fields.pid) != 0) {
-    talker& by_pid = pids[fields.pid];
+    Talker& by_pid = pids[fields.pid];
     ++by_pid.lines;
     by_pid.errors += error;
   }

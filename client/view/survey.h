@@ -12,7 +12,7 @@
 #include "client/run_check.h"
 
 // Lines of one interval.
-struct interval_counts {
+struct IntervalCounts {
   int32_t lines = 0;
   int32_t warnings = 0;
   int32_t errors = 0;
@@ -20,7 +20,7 @@ struct interval_counts {
 
 // Counts by interval, of a length that doubles as the run turns out to be longer: at most
 // kIntervals in all.
-class timeline {
+class Timeline {
  public:
   static constexpr int64_t kIntervals = 4096;
 
@@ -29,7 +29,7 @@ class timeline {
   log_stamp width() const { return width_; }
   int64_t first() const { return first_ <= last_ ? first_ : 0; }  // number of the first interval
   // By number: the interval n begins at n * width().
-  const std::vector<std::map<int64_t, interval_counts>>& lanes() const { return lanes_; }
+  const std::vector<std::map<int64_t, IntervalCounts>>& lanes() const { return lanes_; }
 
  private:
   void widen();
@@ -37,53 +37,53 @@ class timeline {
   log_stamp width_ = kSecond / 128;
   int64_t first_ = INT64_MAX;
   int64_t last_ = INT64_MIN;
-  std::vector<std::map<int64_t, interval_counts>> lanes_;
+  std::vector<std::map<int64_t, IntervalCounts>> lanes_;
 };
 
-struct run_mark {
+struct RunMark {
   const char* kind;  // "crash", "anr", "tombstone", "reboot", "replaced", "evicted", "hole", ...
   log_stamp until;   // of a hole, else kNoStamp
   std::string text;
 };
 
-struct talker {
+struct Talker {
   int64_t lines = 0;
   int64_t errors = 0;
 };
 
-struct crash_lines {
+struct CrashLines {
   log_stamp time;
   std::vector<std::string> lines;
 };
 
 // Counts what the merged list gives it. Memory is bounded whatever the run holds.
-class run_survey : public line_sink {
+class RunSurvey : public LineSink {
  public:
   // With `own_lines` the daemon's story is taken from its lines in the log, for want of its own
   // log.
-  explicit run_survey(bool own_lines) : own_lines_(own_lines) {}
-  bool take(const line_stream& stream, const log_line& line) override;
+  explicit RunSurvey(bool own_lines) : own_lines_(own_lines) {}
+  bool take(const LineStream& stream, const LogLine& line) override;
 
   // Another event at its time, as of the network capture.
   void add_event(const std::string& lane, log_stamp time) { times.add(lane_of(lane), time, ' '); }
   void add_mark(const char* kind, log_stamp time, log_stamp until, std::string_view text);
 
-  timeline times;
+  Timeline times;
   std::vector<std::string> lane_names;
-  std::multimap<log_stamp, run_mark> marks;  // by time
+  std::multimap<log_stamp, RunMark> marks;  // by time
   int64_t marks_left_out = 0;
-  std::unordered_map<std::string, talker> tags;
-  std::unordered_map<int, talker> pids;
-  std::vector<crash_lines> crashes;
+  std::unordered_map<std::string, Talker> tags;
+  std::unordered_map<int, Talker> pids;
+  std::vector<CrashLines> crashes;
   log_stamp first = kNoStamp;
   log_stamp last = kNoStamp;
 
  private:
   size_t lane_of(const std::string& name);
-  void judge_line(const line_stream& stream, const log_line& line, const threadtime_fields& fields);
+  void judge_line(const LineStream& stream, const LogLine& line, const ThreadtimeFields& fields);
 
   bool own_lines_;
-  const line_stream* latest_ = nullptr;  // whose lane is latest_lane_
+  const LineStream* latest_ = nullptr;  // whose lane is latest_lane_
   size_t latest_lane_ = 0;
   int crash_left_ = 0;  // lines of the latest crash that are still taken
 };

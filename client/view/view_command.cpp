@@ -37,10 +37,10 @@ bool begins_with(const std::string& text, const std::string& head) {
   return text.compare(0, head.size(), head) == 0;
 }
 
-std::string read_member(const run_source& source, const std::string& path) {
+std::string read_member(const RunSource& source, const std::string& path) {
   std::string bytes;
-  for (const run_file& file : source.files) {
-    open_file opened;
+  for (const RunFile& file : source.files) {
+    OpenFile opened;
     if (file.path != path || !opened.open(source, file)) continue;
     char part[4096];
     ssize_t got;
@@ -55,10 +55,10 @@ std::string read_member(const run_source& source, const std::string& path) {
 
 // What has to be added to a file's time (UTC) for the phone's own: what the youngest log buffer's
 // file lacks to its last line, in whole zones.
-log_stamp zone_of(const run_source& source, log_stamp last) {
+log_stamp zone_of(const RunSource& source, log_stamp last) {
   int64_t written = 0;
-  for (const log_stream& stream : order_files(source.files)) {
-    if (stream.format != line_format::kThreadtime) continue;
+  for (const LogStream& stream : order_files(source.files)) {
+    if (stream.format != LineFormat::kThreadtime) continue;
     written = std::max(written, stream.files.back().written);
   }
   if (last == kNoStamp || written == 0) return 0;
@@ -66,7 +66,7 @@ log_stamp zone_of(const run_source& source, log_stamp last) {
   return (apart + (apart < 0 ? -kZoneStep : kZoneStep) / 2) / kZoneStep * kZoneStep;
 }
 
-void add_properties(const run_source& source, run_page* page, int32_t* types) {
+void add_properties(const RunSource& source, RunPage* page, int32_t* types) {
   std::string quota;
   for (const char* list : kPropertyLists) {
     const std::string text = read_member(source, list);
@@ -85,15 +85,15 @@ void add_properties(const run_source& source, run_page* page, int32_t* types) {
 }
 
 // `check` on the files.
-void add_files(const run_source& source, int32_t types, run_page* page) {
+void add_files(const RunSource& source, int32_t types, RunPage* page) {
   std::map<std::string, int64_t> files;
-  for (const run_file& file : source.files) {
+  for (const RunFile& file : source.files) {
     if (!begins_with(file.path, ".logger/")) files[file.path] = file.bytes;
   }
   int pieces = 0;
   std::map<std::string, std::string> by_path;
-  for (const check_finding& found : check_content(files, types, !source.capturing, &pieces)) {
-    const bool missing = found.what == check_finding::kMissing;
+  for (const CheckFinding& found : check_content(files, types, !source.capturing, &pieces)) {
+    const bool missing = found.what == CheckFinding::kMissing;
     const std::string text = (missing ? found.path + " is missing" : "empty") +
                              (found.text.empty() ? "" : ": " + found.text) +
                              (found.note ? " (a note)" : "");
@@ -103,14 +103,14 @@ void add_files(const run_source& source, int32_t types, run_page* page) {
   for (const auto& [path, bytes] : files) page->files.push_back({path, bytes, by_path[path]});
 }
 
-void add_other_files(const run_source& source, run_survey* survey) {
+void add_other_files(const RunSource& source, RunSurvey* survey) {
   const log_stamp zone = zone_of(source, survey->last);
-  for (const run_file& file : source.files) {
+  for (const RunFile& file : source.files) {
     for (const auto& row : kMarkFiles) {
       if (!begins_with(file.path, row.directory)) continue;
       survey->add_mark(row.kind, file.written * kSecond + zone, kNoStamp, file.path);
     }
-    open_file opened;
+    OpenFile opened;
     const std::string_view path = file.path;
     const bool capture = begins_with(file.path, "net/") && path.find(".pcap") != path.npos;
     if (!capture || !opened.open(source, file)) continue;
@@ -120,56 +120,56 @@ void add_other_files(const run_source& source, run_survey* survey) {
 
 }  // namespace
 
-std::string make_page(const environment& env, const run_source& source, const std::string& word) {
-  run_page page;
+std::string make_page(const Environment& env, const RunSource& source, const std::string& word) {
+  RunPage page;
   page.run = word;
   page.name = source.name;
   int32_t types = 0;
   add_properties(source, &page, &types);
   add_files(source, types, &page);
   if (source.cut) page.findings.push_back("the archive ends early: files are missing");
-  for (const run_report& run : read_runs(env)) {
+  for (const RunReport& run : read_runs(env)) {
     if (run.name == source.name && source.archive.empty()) page.state = state_name(run);
   }
 
   const bool own_lines =
       std::none_of(source.files.begin(), source.files.end(),
-                   [](const run_file& file) { return begins_with(file.path, ".logger/"); });
-  run_survey survey(own_lines);
-  stream_list streams = open_streams(source, {{"all"}, {}, false});
+                   [](const RunFile& file) { return begins_with(file.path, ".logger/"); });
+  RunSurvey survey(own_lines);
+  StreamList streams = open_streams(source, {{"all"}, {}, false});
   merge(&streams, &survey, nullptr);
   add_other_files(source, &survey);
   return page_html(page, survey);
 }
 
-int run_view(const invocation& call, environment& env) {
-  if (call.output.empty()) return fail(call, env, EXIT_USAGE, "view wants -o FILE");
-  run_source source;
+int run_view(const invocation& call, Environment& env) {
+  if (call.output.empty()) return fail(call, env, kExitUsage, "view wants -o FILE");
+  RunSource source;
   const std::string error = find_source(env, call.arguments[0], &source);
-  if (!error.empty()) return fail(call, env, EXIT_USAGE, error);
+  if (!error.empty()) return fail(call, env, kExitUsage, error);
   const bool to_stdout = call.output == "-";
   if (to_stdout && call.json) {
-    return fail(call, env, EXIT_USAGE, "--json cannot share standard output with the page");
+    return fail(call, env, kExitUsage, "--json cannot share standard output with the page");
   }
   const std::string page = make_page(env, source, call.arguments[0]);
   if (to_stdout) {
     fwrite(page.data(), 1, page.size(), env.out);
-    return EXIT_OK;
+    return kExitOk;
   }
   FILE* file = fopen(call.output.c_str(), "we");
   if (file == nullptr) {
-    return fail(call, env, EXIT_USAGE, "cannot write " + call.output + ": " + strerror(errno));
+    return fail(call, env, kExitUsage, "cannot write " + call.output + ": " + strerror(errno));
   }
   const bool written = fwrite(page.data(), 1, page.size(), file) == page.size();
   if (fclose(file) != 0 || !written) {
     const std::string why = strerror(errno);
     unlink(call.output.c_str());
-    return fail(call, env, EXIT_FAILED, "cannot write " + call.output + ": " + why);
+    return fail(call, env, kExitFailed, "cannot write " + call.output + ": " + why);
   }
-  if (!call.json) return EXIT_OK;
-  json_writer json;
+  if (!call.json) return kExitOk;
+  JsonWriter json;
   json.begin_object().member("command", "view").member("page", call.output);
   json.member("bytes", static_cast<int64_t>(page.size())).end_object();
   fprintf(env.out, "%s\n", json.text().c_str());
-  return EXIT_OK;
+  return kExitOk;
 }

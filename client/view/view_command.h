@@ -5,8 +5,8 @@
 #include "client/reader/run_source.h"
 
 // Reads the whole run and makes its page; `word` is what the page's commands call the run.
-std::string make_page(const environment& env, const run_source& source, const std::string& word);
+std::string make_page(const Environment& env, const RunSource& source, const std::string& word);
 
 // `view`: EXIT_USAGE when there is no such run or no place to write to, EXIT_FAILED when the page
 // cannot be written, which is removed then.
-int run_view(const invocation& call, environment& env);
+int run_view(const invocation& call, Environment& env);

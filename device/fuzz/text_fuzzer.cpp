@@ -47,7 +47,7 @@ std::string as_the_shell_reads(const std::string& text) {
 void check_escaping(const uint8_t* data, size_t size) {
   std::string name(reinterpret_cast<const char*>(data), size);
   name.resize(strlen(name.c_str()));
-  const shell_text command = shell_text("").arg(name);
+  const ShellText command = ShellText("").arg(name);
   require(command.can_be_given() == (name.find('\n') == std::string::npos));
   if (command.can_be_given()) require(as_the_shell_reads(command.c_str() + 1) == name);
 }

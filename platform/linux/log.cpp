@@ -61,7 +61,7 @@ int buffer_descriptor(size_t index) {
 }
 
 int find_buffer(const char* name) {
-  for (size_t i = 0; i < kBufferCount; ++i) {
+  for (size_t i = 0; i < kBufferCount; i++) {
     if (strcmp(kLogBuffers[i], name) == 0) return static_cast<int>(i);
   }
   return -1;

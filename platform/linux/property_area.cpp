@@ -21,7 +21,7 @@ namespace {
 // The whole file, "" when it cannot be read.
 std::string contents(const char* path) {
   std::string text;
-  const scoped_fd fd(open(path, O_RDONLY | O_CLOEXEC));
+  const ScopedFd fd(open(path, O_RDONLY | O_CLOEXEC));
   char buffer[4096];
   ssize_t size = 0;
   while (fd.valid() && (size = read(fd.get(), buffer, sizeof(buffer))) > 0) {
@@ -33,7 +33,7 @@ std::string contents(const char* path) {
 // Undoes the escapes of a saved value. False when it is damaged.
 bool unescape(const std::string& text, std::string* value) {
   value->clear();
-  for (size_t i = 0; i < text.size(); ++i) {
+  for (size_t i = 0; i < text.size(); i++) {
     char c = text[i];
     if (c == '\0') return false;
     if (c == '\\') {

@@ -34,7 +34,7 @@ bool holds_zero_byte(uint64_t word) {
 void fill_slot(std::atomic<uint64_t>* slot, const char* value) {
   uint64_t words[kPropertyWords] = {};
   memcpy(words, value, strlen(value));
-  for (size_t i = 0; i < kPropertyWords; ++i) {
+  for (size_t i = 0; i < kPropertyWords; i++) {
     slot[i].store(words[i], std::memory_order_release);
   }
 }
@@ -68,9 +68,9 @@ bool create_property_map(const char* root) {
   // chmod: the modes below must not depend on the umask of init.
   if (mkdir(directory.text(), 0755) != 0 && errno != EEXIST) return false;
   if (chmod(directory.text(), 0755) != 0) return false;
-  const scoped_fd lock_fd(open(lock.text(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+  const ScopedFd lock_fd(open(lock.text(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
   if (!lock_fd.valid()) return false;
-  const scoped_fd fd(open(fresh.text(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
+  const ScopedFd fd(open(fresh.text(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
   if (!fd.valid() || fchmod(fd.get(), 0644) != 0) return false;
   if (ftruncate(fd.get(), kPropertyAreaSize) != 0) return false;
   PropertyMap* map = map_file(fd.get(), PROT_READ | PROT_WRITE);
@@ -83,7 +83,7 @@ bool create_property_map(const char* root) {
 
 PropertyMap* map_properties(const char* root, bool writable) {
   const RootedPath area(root, kArea);
-  const scoped_fd fd(open(area.text(), (writable ? O_RDWR : O_RDONLY) | O_CLOEXEC));
+  const ScopedFd fd(open(area.text(), (writable ? O_RDWR : O_RDONLY) | O_CLOEXEC));
   if (!fd.valid()) return nullptr;
   struct stat info;
   if (fstat(fd.get(), &info) != 0) return nullptr;
@@ -123,7 +123,7 @@ int read_property_entry(const PropertyEntry& entry, char* value) {
   uint32_t counter = entry.counter.load(std::memory_order_acquire);
   for (;;) {
     const std::atomic<uint64_t>* slot = entry.slots[counter & 1];
-    for (size_t i = 0; i < kPropertyWords; ++i) {
+    for (size_t i = 0; i < kPropertyWords; i++) {
       copy.words[i] = slot[i].load(std::memory_order_acquire);
       if (holds_zero_byte(copy.words[i])) break;
     }

@@ -72,7 +72,7 @@ class WriterLock {
   bool held() const { return fd_.valid(); }
 
  private:
-  scoped_fd fd_;
+  ScopedFd fd_;
 };
 
 // A value as it stands in files of lines: backslash and newline are escaped.
@@ -130,7 +130,7 @@ void drop_unfinished_line(int fd) {
 }
 
 void append_to_log(const char* root, const char* key, const char* value) {
-  const scoped_fd fd(
+  const ScopedFd fd(
       open(RootedPath(root, kPropertiesLog).text(), O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC, 0666));
   if (!fd.valid()) return;
   drop_unfinished_line(fd.get());
@@ -196,7 +196,7 @@ void save_persistent(const PropertyMap* map, const char* root, const char* key, 
   const RootedPath directory(root, kPersistentDirectory);
   const RootedPath fresh(root, kPersistentNew);
   mkdir(directory.text(), 0700);
-  const scoped_fd fd(open(fresh.text(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
+  const ScopedFd fd(open(fresh.text(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
   if (!fd.valid()) return;
   LineWriter writer(fd.get());
   map->for_each([&](const PropertyEntry& entry) {
@@ -211,7 +211,7 @@ void save_persistent(const PropertyMap* map, const char* root, const char* key, 
     unlink(fresh.text());
     return;
   }
-  const scoped_fd parent(open(directory.text(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  const ScopedFd parent(open(directory.text(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (parent.valid()) fsync(parent.get());  // or the rename itself is lost with the power
 }
 

@@ -28,7 +28,7 @@ int descriptor_from_environment(const char* name) {
   const size_t length = strlen(name);
   if (length >= kPathMax) return -1;  // no socket can have such a path
   memcpy(variable, kVariablePrefix, prefix);
-  for (size_t i = 0; i <= length; ++i) {
+  for (size_t i = 0; i <= length; i++) {
     variable[prefix + i] = name[i] == '\0' || plain(name[i]) ? name[i] : '_';
   }
   const char* text = getenv(variable);
@@ -94,7 +94,7 @@ int socket_local_client(const char* name, int namespaceId, int type) {
   sockaddr_un address;
   const socklen_t size = make_address(name, namespaceId, &address);
   if (size == 0) return -1;
-  scoped_fd fd(socket(AF_UNIX, type, 0));  // the platform's callers expect it to survive exec
+  ScopedFd fd(socket(AF_UNIX, type, 0));  // the platform's callers expect it to survive exec
   if (!fd.valid()) return -1;
   if (connect(fd.get(), reinterpret_cast<sockaddr*>(&address), size) != 0) return -1;
   return fd.release();

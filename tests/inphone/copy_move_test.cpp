@@ -39,8 +39,8 @@ TEST(Utilities, RunExactlyTheseCommands) {
 
 // Which bytes are escaped, and how, is the shell's test: here that every utility does it.
 TEST(Utilities, HostileNamesReachExactlyTheirOwnDirectory) {
-  using utility = std::function<int(const char* dst)>;
-  const std::pair<utility, const char*> utilities[] = {
+  using Utility = std::function<int(const char* dst)>;
+  const std::pair<Utility, const char*> utilities[] = {
       // with the place of "f" below `dst`
       {[](const char* dst) { return copy_file("/data/src/f", dst); }, ""},
       {[](const char* dst) { return copy_dir("/data/src", dst); }, "/f"},
@@ -80,20 +80,20 @@ TEST(Utilities, ANewlineIsRefusedBeforeAnythingRuns) {
 TEST(UtilitiesDeathTest, ACommandOf255BytesIsTheLongest) {
   const std::string dst = "/data/" + std::string(14, 'd');
   const struct {
-    shell_command which;
+    ShellCommand which;
     size_t fixed;  // bytes of the command without the names
     size_t dst_times;
     std::function<void(const char* src)> run;
   } rows[] = {
-      {shell_command::copy_file, strlen("cp  "), 1,
+      {ShellCommand::kCopyFile, strlen("cp  "), 1,
        [&](const char* src) { copy_file(src, dst.c_str()); }},
-      {shell_command::copy_dir, strlen("cp -a  ; chmod -R 777 "), 2,
+      {ShellCommand::kCopyDir, strlen("cp -a  ; chmod -R 777 "), 2,
        [&](const char* src) { copy_dir(src, dst.c_str()); }},
-      {shell_command::copy_dir2, strlen("cp -a   ; chmod -R 777 "), 2,
+      {ShellCommand::kCopyDir2, strlen("cp -a   ; chmod -R 777 "), 2,
        [&](const char* src) { copy_dir2(src, dst.c_str()); }},
-      {shell_command::move_dir, strlen("mv    ; chmod -R 777 "), 2,
+      {ShellCommand::kMoveDir, strlen("mv    ; chmod -R 777 "), 2,
        [&](const char* src) { move_dir(src, dst.c_str(), nullptr); }},
-      {shell_command::delete_dir, strlen("rm -rf "), 0, [](const char* src) { delete_dir(src); }},
+      {ShellCommand::kDeleteDir, strlen("rm -rf "), 0, [](const char* src) { delete_dir(src); }},
   };
   for (const auto& row : rows) {
     const size_t room = 255 - row.fixed - row.dst_times * dst.size();

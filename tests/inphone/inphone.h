@@ -261,7 +261,7 @@ class NoDescriptors {
 
 // Runs `body` in a forked child and returns its wait status.
 inline int status_in_child(const std::function<int()>& body) {
-  const pid_t pid = fork_process(group::inherit);
+  const pid_t pid = fork_process(Group::kInherit);
   if (pid == 0) _exit(body());
   int status = -1;
   wait_for(pid, &status);
@@ -329,7 +329,7 @@ class ParkedChild {
 inline std::pair<pid_t, pid_t> fork_with_stubborn_child(bool in_own_session) {
   int ends[2];
   if (pipe(ends) != 0) abort();
-  const pid_t worker = fork_process(group::own);
+  const pid_t worker = fork_process(Group::kOwn);
   if (worker == 0) {
     if (fork() == 0) {
       if (in_own_session) setsid();

@@ -74,7 +74,7 @@ class EndedLogcats : public ::testing::Test {
     ASSERT_EQ(creat_dir(kMobile), 0);
   }
   static void start_all() {
-    for (const logcat_row& row : s_debug_vesk_group) catcher_logcat_log(row.buffer, kMobile, 1);
+    for (const LogcatRow& row : s_debug_vesk_group) catcher_logcat_log(row.buffer, kMobile, 1);
   }
   static std::string file_of(const std::string& tag) {
     return kMobile + ("QZ201A-V1.02-" + tag + ".txt");
@@ -83,7 +83,7 @@ class EndedLogcats : public ::testing::Test {
     ASSERT_GT(write_log_record(buffer, 4, "mark", text.data(), text.size()), 0);
   }
   static void end(const char* buffer, int sig) {
-    for (const logcat_row& row : s_debug_vesk_group) {
+    for (const LogcatRow& row : s_debug_vesk_group) {
       if (strcmp(row.buffer, buffer) != 0) continue;
       signal_one(row.pid, sig);
       waitpid(row.pid, nullptr, 0);
@@ -103,7 +103,7 @@ TEST_F(EndedLogcats, AreCompletedOnceForEachRun) {
   start_all();
   s_extended_logcat_count = false;  // as the stop does
   ASSERT_TRUE(eventually([] { return calls_of(kLogcat).size() == 6; }));
-  for (const logcat_row& row : s_debug_vesk_group) {
+  for (const LogcatRow& row : s_debug_vesk_group) {
     say(row.buffer, "in time");
     end(row.buffer, SIGKILL);
   }
@@ -159,14 +159,14 @@ TEST_F(EndedLogcats, AreCompletedOneAfterTheOtherWhereRoomIsShort) {
   setprop("bench.logcat.preallocate", "1");
   start_all();
   ASSERT_TRUE(eventually([] { return calls_of(kLogcat).size() == 6; }));
-  for (const logcat_row& row : s_debug_vesk_group) {
+  for (const LogcatRow& row : s_debug_vesk_group) {
     say(row.buffer, "in time");
     end(row.buffer, SIGTERM);
     truncate(file_of(row.buffer).c_str(), 0);
   }
   fill_up_to("/data", 64 * 4096);
   complete_captures();
-  for (const logcat_row& row : s_debug_vesk_group) {
+  for (const LogcatRow& row : s_debug_vesk_group) {
     if (strcmp(row.buffer, "kernel") == 0) continue;  // the machine's own: as long as it is
     EXPECT_NE(get(file_of(row.buffer)).find("mark    : in time\n"), std::string::npos)
         << row.buffer;

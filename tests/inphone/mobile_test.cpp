@@ -94,7 +94,7 @@ TEST_F(Mobile, TheNumberOfFilesIsMirroredAndCorrected) {
 // The buffers of the logcats that were started, in the order of their forks.
 std::string buffers_started() {
   std::string buffers;
-  for (const logcat_row& row : s_debug_vesk_group)
+  for (const LogcatRow& row : s_debug_vesk_group)
     if (row.pid > 0) buffers += std::string(row.buffer) + " ";
   return buffers;
 }

@@ -43,7 +43,7 @@ TEST_F(NoRoom, AFailedForkFailsTheRowAndNoOther) {
               (Texts{"mobile=-1", "net=-1", "touch=-1", "systrace=-1", "MPSSDump=-1"}));
     EXPECT_EQ(workers(), std::vector<pid_t>());
     for (const int32_t pid : {net_log_pid, qrtr_log_pid, watch_fd_pid}) EXPECT_EQ(pid, 0);
-    for (const logcat_row& row : s_debug_vesk_group) EXPECT_EQ(row.pid, 0) << row.buffer;
+    for (const LogcatRow& row : s_debug_vesk_group) EXPECT_EQ(row.pid, 0) << row.buffer;
     s_debug_vesk_group[0].pid = 12345;  // has ended: its buffer cannot be cleared
     update_logcat_log(12345);
   });

@@ -15,7 +15,7 @@ using namespace inphone;
 // What `body` says in a child made by `fork_it`.
 bool holds_in_child(
     const std::function<bool()>& body,
-    const std::function<pid_t()>& fork_it = [] { return fork_process(group::inherit); }) {
+    const std::function<pid_t()>& fork_it = [] { return fork_process(Group::kInherit); }) {
   const pid_t pid = fork_it();
   if (pid == 0) _exit(body() ? 0 : 1);
   int status = -1;
@@ -40,7 +40,7 @@ TEST(ForkProcess, AChildHoldsNoneOfTheMainProcesssSockets) {
   }));
   EXPECT_TRUE(
       holds_in_child([&] { return !is_open(named[0]) && !is_open(named[1]) && is_open(others[0]); },
-                     [] { return fork_process_keeping_connection(group::inherit); }));
+                     [] { return fork_process_keeping_connection(Group::kInherit); }));
   EXPECT_TRUE(is_open(named[0]) && is_open(named[1]) && is_open(others[0]));
   // A grandchild closes nothing that has got the numbers since.
   EXPECT_TRUE(holds_in_child([&] {
@@ -53,7 +53,7 @@ TEST(ForkProcess, AChildHoldsNoneOfTheMainProcesssSockets) {
 TEST(SignalProcess, NeedsNoDescriptorForOwnChildren) {
   for (const bool as_group : {false, true}) {
     EXPECT_TRUE(holds_in_child([as_group] {
-      const pid_t child = fork_process(group::own);
+      const pid_t child = fork_process(Group::kOwn);
       if (child == 0) {
         for (;;) pause();
       }
@@ -83,7 +83,7 @@ TEST(ForkProcess, AChildHasNoSignalBlockedAndTheParentKeepsItsMask) {
 
 TEST(ForkProcess, GroupsAreSetBeforeAnybodyCanLook) {
   for (int i = 0; i < 100; i++) {
-    const pid_t pid = fork_process(group::own);
+    const pid_t pid = fork_process(Group::kOwn);
     if (pid == 0) _exit(getpgrp() == getpid() ? 0 : 1);
     EXPECT_EQ(getpgid(pid), pid);
     int status = -1;
@@ -169,7 +169,7 @@ TEST_F(WaitWithin, KeepsItsFullLengthInAStormOfForeignSigchld) {
 // How long a wait of at most 20 s for a child takes that ends once the wait has begun.
 int64_t wait_for_one_that_ends() {
   const pid_t waiter = getpid();
-  const pid_t child = fork_process(group::inherit);
+  const pid_t child = fork_process(Group::kInherit);
   if (child == 0) {
     const std::string stat = "/proc/" + std::to_string(waiter) + "/stat";
     while (get(stat).find(") S") == std::string::npos) sched_yield();  // it sleeps
@@ -223,7 +223,7 @@ TEST(OtherThreadsChildren, AreNeitherListedNorReaped) {
   pid_t theirs = 0;
   std::atomic<int> step{0};
   std::thread thread([&] {
-    theirs = fork_process(group::inherit);
+    theirs = fork_process(Group::kInherit);
     if (theirs == 0) _exit(7);
     siginfo_t info;
     waitid(P_PID, static_cast<id_t>(theirs), &info, WEXITED | WNOWAIT);  // ended, not reaped
@@ -266,7 +266,7 @@ TEST(ListChildren, ShowsEndedOnesInItsBoundsAndReapAnyTakesOneAtATime) {
 // A name may look like the fields behind it.
 TEST(ProcessStat, IsReadBehindTheWholeName) {
   for (const char* name : {"a) Z 1 1 (b", "x ) R 2 2", ")"}) {
-    const pid_t child = fork_process(group::own);
+    const pid_t child = fork_process(Group::kOwn);
     if (child == 0) {
       prctl(PR_SET_NAME, name, 0, 0, 0);
       for (;;) pause();

@@ -151,7 +151,7 @@ TEST_F(FixedPhone, UsedSizesAndRowsOfFileSystems) {
 TEST(DeviceReport, AnItemIsItsLabelAndIndentedOutput) {
   const std::string label = "Label" + std::string(17 + 2, ' '), indent(24, ' ');
   const std::string piece(299, 'x');  // what is taken at once
-  const std::pair<fixed_text, std::string> rows[] = {
+  const std::pair<FixedText, std::string> rows[] = {
       {"true", label + "\n"},
       {"no-such-command", label + "\n"},
       {"printf one", label + "one\n"},

@@ -58,8 +58,8 @@ TEST_F(SecondRun, HasNothingOfTheFirstOne) {
     EXPECT_EQ(qtrlog_running, true) << types;
     setprop(kEnableProp, "off");
     with_noted_signal("stop", false, [] { stop_debug_log(); });
-    for (const logcat_row& row : s_debug_vesk_group) EXPECT_EQ(row.pid, 0) << types << row.buffer;
-    for (const replacement_row& row : s_newlog_group) EXPECT_EQ(row.pid, 0) << types << row.buffer;
+    for (const LogcatRow& row : s_debug_vesk_group) EXPECT_EQ(row.pid, 0) << types << row.buffer;
+    for (const ReplacementRow& row : s_newlog_group) EXPECT_EQ(row.pid, 0) << types << row.buffer;
     EXPECT_EQ(workers(), std::vector<pid_t>()) << types;
     EXPECT_EQ(s_self_log_collector_pid, 0) << types;
     EXPECT_EQ(qtrlog_running, false) << types;

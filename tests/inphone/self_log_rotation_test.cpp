@@ -78,7 +78,7 @@ TEST_F(SelfLogRotation, KeepsFiveGenerations) {
 TEST_F(SelfLogRotation, AChildCountsOnFromItsParentAndRotatesAlone) {
   const int64_t half = kLimit / 2;
   lines.write(half, 'p');
-  const pid_t child = fork_process(group::inherit);
+  const pid_t child = fork_process(Group::kInherit);
   if (child == 0) {
     LineWriter().write(half, 'c');
     logger("%s", "child after");

@@ -162,7 +162,7 @@ TEST_F(SelfLogger, ChildrenForkedBesideALoggingThreadNeverHang) {
     return forked < kFewestForks || (forked < kForks && std::chrono::steady_clock::now() < until);
   };
   for (; goes_on(); forked++) {
-    const pid_t child = fork_process(group::inherit);
+    const pid_t child = fork_process(Group::kInherit);
     if (child == 0) {
       alarm(20);  // ends a child that hangs
       log_message(ANDROID_LOG_DEBUG, "utils", "child", 1, "a line %d", forked);

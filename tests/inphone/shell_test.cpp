@@ -8,7 +8,7 @@ namespace {
 using namespace inphone;
 
 // Runs `command` and returns its output as it was delivered, piece by piece.
-Texts pieces_of(const shell_text& command, int bound_ms = 20000, size_t size = 256) {
+Texts pieces_of(const ShellText& command, int bound_ms = 20000, size_t size = 256) {
   Texts pieces;
   std::vector<char> buffer(size);
   EXPECT_EQ(
@@ -20,7 +20,7 @@ Texts pieces_of(const shell_text& command, int bound_ms = 20000, size_t size = 2
   return pieces;
 }
 
-std::string output_of(const shell_text& command) {
+std::string output_of(const ShellText& command) {
   std::string output;
   for (const std::string& piece : pieces_of(command)) output += piece;
   return output;
@@ -39,13 +39,13 @@ TEST_F(Shell, EveryByteOfANameComesBackAsItWas) {
     const char c = static_cast<char>(byte);
     all += c;
     const std::string name = std::string("/") + c + " /a" + c + "b";
-    ASSERT_EQ(output_of(shell_text("print -rn --").arg(name)), name) << byte;
+    ASSERT_EQ(output_of(ShellText("print -rn --").arg(name)), name) << byte;
   }
-  EXPECT_EQ(output_of(shell_text("print -rn --").arg(all)), all);
+  EXPECT_EQ(output_of(ShellText("print -rn --").arg(all)), all);
 }
 
 TEST_F(Shell, ResultsAreWaitStatuses) {
-  const std::pair<fixed_text, int> rows[] = {
+  const std::pair<FixedText, int> rows[] = {
       {"true", 0},         {"exit 3", 3 << 8},      {"no_such_command_here", 127 << 8},
       {"/data", 126 << 8}, {"kill -9 $$", SIGKILL}, {"", 0},
   };
@@ -77,8 +77,8 @@ TEST_F(Shell, OnlyTheMainProcessGivesItAGroup) {
 
 TEST_F(Shell, LinesArriveAsTheyAreWritten) {
   const std::string longer(600, 'x');
-  const auto print = [](const std::string& word) { return shell_text("print").arg(word); };
-  const std::pair<shell_text, Texts> rows[] = {
+  const auto print = [](const std::string& word) { return ShellText("print").arg(word); };
+  const std::pair<ShellText, Texts> rows[] = {
       {"echo one; echo; echo two", {"one\n", "\n", "two\n"}},
       {"print -n partial", {"partial"}},
       {"true", {}},
@@ -136,21 +136,21 @@ TEST_F(Shell, AnEndlessWriterIsEndedToo) {
 TEST_F(Shell, ATorrentIsCutAt16MiB) {
   const std::string word(255, 'x');
   size_t bytes = 0;
-  for (const std::string& piece : pieces_of(shell_text("yes").arg(word), kToolBoundMs))
+  for (const std::string& piece : pieces_of(ShellText("yes").arg(word), kToolBoundMs))
     bytes += piece.size();
   EXPECT_LE(bytes, 16u << 20);
   EXPECT_GT(bytes, 15u << 20);
   const std::string line = "E tool writes more than 16777216 bytes, kill it: yes ";
   EXPECT_EQ(logged(line + word), 1);
   // The same into a file; what is in it already counts. A shell may be left to write it.
-  for (const fixed_text command : {fixed_text("yes >> /data/f"), fixed_text("yes >> /data/f; :")}) {
+  for (const FixedText command : {FixedText("yes >> /data/f"), FixedText("yes >> /data/f; :")}) {
     run_tool(command, kOutputBytes);
     EXPECT_EQ(getFileSize("/data/f"), 16 << 20);
   }
 }
 
 TEST_F(Shell, ASeriesHasOneBudget) {
-  series_budget budget("series", 1500);
+  SeriesBudget budget("series", 1500);
   int first = budget.left();
   EXPECT_GT(first, 0);
   pieces_of("sleep 1000", first);

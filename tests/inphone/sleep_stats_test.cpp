@@ -15,7 +15,7 @@ constexpr size_t kPiece = 511;  // a longer line arrives in pieces
 // Gives `text` to a parser line by line, each in a block of its own: a sanitizer sees a byte read
 // too far.
 template <typename Parser>
-sleep_counters parse(const std::string& text, sleep_counters counters = {}) {
+SleepCounters parse(const std::string& text, SleepCounters counters = {}) {
   Parser parser;
   for (size_t at = 0; at < text.size();) {
     const size_t newline = text.find('\n', at);
@@ -52,7 +52,7 @@ TEST(AosdCxsdParser, TakesTheFirstCountBehindTheName) {
       {"bytes that are no text", "\xff\xfe\x01 aosd \x80\n\x1b[31mcount:4\xc3\n", 4, -1},
   };
   for (const auto& row : rows) {
-    const sleep_counters counters = parse<aosd_cxsd_parser>(row.text);
+    const SleepCounters counters = parse<AosdCxsdParser>(row.text);
     EXPECT_EQ(counters.aosd_count, row.aosd) << row.what;
     EXPECT_EQ(counters.cxsd_count, row.cxsd) << row.what;
     EXPECT_EQ(counters.vmin_count, -1) << row.what;
@@ -73,7 +73,7 @@ TEST(VminParser, SearchesBelowItsHeading) {
       {"a NUL hides the heading", "x" + kNul + "vmin\ncount:5\n", -1},
   };
   for (const auto& row : rows)
-    EXPECT_EQ(parse<vmin_parser>(row.text).vmin_count, row.vmin) << row.what;
+    EXPECT_EQ(parse<VminParser>(row.text).vmin_count, row.vmin) << row.what;
 }
 
 TEST(MasterParser, SearchesBelowTheModemOnly) {
@@ -95,7 +95,7 @@ TEST(MasterParser, SearchesBelowTheModemOnly) {
        "MPSS\n" + std::string(kPiece - 3, 'x') + "numshutdowns:0x5\nxo_count:0x4\n", 4, -1},
   };
   for (const auto& row : rows) {
-    const sleep_counters counters = parse<master_parser>(row.text);
+    const SleepCounters counters = parse<MasterParser>(row.text);
     EXPECT_EQ(counters.xo_count, row.xo) << row.what;
     EXPECT_EQ(counters.mpss_numshutdowns, row.shutdowns) << row.what;
   }
@@ -115,7 +115,7 @@ TEST(RpmhParser, SearchesBelowTheModemOnly) {
       {"a NUL before the key", "MPSS\n" + kNul + "Sleep Count:0x5\n", -1},
   };
   for (const auto& row : rows)
-    EXPECT_EQ(parse<rpmh_parser>(row.text).sleep_count, row.sleeps) << row.what;
+    EXPECT_EQ(parse<RpmhParser>(row.text).sleep_count, row.sleeps) << row.what;
 }
 
 class SleepFiles : public ::testing::Test {
@@ -123,7 +123,7 @@ class SleepFiles : public ::testing::Test {
   void SetUp() override {
     for (const char* file : {kRpmStatsFile, kSystemSleepFile, kRpmMasterFile, kRpmhMasterFile})
       unlink(file);
-    s_sleep_counters = sleep_counters();
+    s_sleep_counters = SleepCounters();
   }
   static void read_all() {
     read_vmin_or_aosd_and_cxsd();
@@ -131,7 +131,7 @@ class SleepFiles : public ::testing::Test {
     read_sleep_count();
   }
   static std::string counters() {
-    const sleep_counters& c = s_sleep_counters;
+    const SleepCounters& c = s_sleep_counters;
     char text[128];
     snprintf(text, sizeof(text), "%d %d,%d %d,%d %d", c.vmin_count, c.aosd_count, c.cxsd_count,
              c.xo_count, c.mpss_numshutdowns, c.sleep_count);

@@ -212,9 +212,9 @@ TEST(WatchdogWorld, ItsCrashWaitsForAMove) {
   creat_dir("/data/misc/zelkalog");
   int ready[2];
   ASSERT_EQ(pipe2(ready, O_CLOEXEC), 0);
-  const pid_t mover = fork_process(group::inherit);
+  const pid_t mover = fork_process(Group::kInherit);
   if (mover == 0) {
-    const move_lock lock;
+    const MoveLock lock;
     (void)!write(ready[1], "x", 1);
     sleep_ms(500);
     put("/data/flushed", "");
@@ -232,7 +232,7 @@ TEST_F(Watchdog, TheStopForgetsTheCounters) {
   take_baseline();
   stop_mpss_watchdog();
   EXPECT_FALSE(mpss_monitor_running);
-  for (const sleep_counters& counters : {s_sleep_counters, s_sleep_baseline}) {
+  for (const SleepCounters& counters : {s_sleep_counters, s_sleep_baseline}) {
     for (const int32_t value :
          {counters.vmin_count, counters.aosd_count, counters.cxsd_count, counters.mpss_numshutdowns,
           counters.xo_count, counters.sleep_count})

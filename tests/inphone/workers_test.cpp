@@ -40,7 +40,7 @@ TEST_F(Workers, WhatIsNoChildIsFinishedAtOnce) {
               1);
   }
   EXPECT_TRUE(is_running(bystander.pid()));
-  const pid_t ended = fork_process(group::own);
+  const pid_t ended = fork_process(Group::kOwn);
   if (ended == 0) _exit(0);
   EXPECT_EQ(wait_child_to_finish(ended, 3000), 1);
   EXPECT_EQ(waitpid(ended, nullptr, WNOHANG), -1);  // reaped
@@ -48,7 +48,7 @@ TEST_F(Workers, WhatIsNoChildIsFinishedAtOnce) {
 
 TEST_F(Workers, AStubbornShellTakesItsCommandAlong) {
   become_main_process();
-  const pid_t shell = fork_process(group::own);
+  const pid_t shell = fork_process(Group::kOwn);
   if (shell == 0) {
     execl("/system/bin/sh", "sh", "-c", "sleep 1000 & echo $! > /data/pid; wait", nullptr);
     _exit(1);
@@ -161,7 +161,7 @@ TEST_F(Workers, ObedientLeftoversEndAtOnce) {
   int64_t shortest = INT64_MAX;
   for (int round = 0; round < 5; round++) {  // one of them the machine has time for
     for (int i = 0; i < 20; i++) {
-      if (fork_process(group::own) == 0) {
+      if (fork_process(Group::kOwn) == 0) {
         for (;;) pause();
       }
     }

@@ -5,8 +5,8 @@
 
 namespace {
 
-health_facts healthy() {
-  health_facts facts;
+HealthFacts healthy() {
+  HealthFacts facts;
   facts.settings.logging = true;
   facts.settings.types = 0x5;
   facts.settings.deletion = true;
@@ -22,7 +22,7 @@ health_facts healthy() {
 const struct {
   std::vector<std::string> ids;
   const char* said;
-  std::function<void(health_facts*)> harm;
+  std::function<void(HealthFacts*)> harm;
 } kFaults[] = {
     {{}, "", [](auto*) {}},
     {{}, "", [](auto* f) { f->sees_daemon = f->sees_monitor = f->sees_logcats = false; }},  // hidden
@@ -32,15 +32,15 @@ const struct {
      [](auto* f) { f->missing = {{"/system/bin/sh", "everything"}, {"/x.sh", "net"}}; }},
     {{"no-daemon"}, "does not run: cannot connect", [](auto* f) {
        f->sees_daemon = f->sees_monitor = f->sees_logcats = false;
-       f->session = {EXIT_NO_CONNECTION, "cannot connect"}; }},
+       f->session = {kExitNoConnection, "cannot connect"}; }},
     {{"not-answering"}, "cannot connect",
-     [](auto* f) { f->session = {EXIT_NO_CONNECTION, "cannot connect"}; }},
+     [](auto* f) { f->session = {kExitNoConnection, "cannot connect"}; }},
     {{"held"}, "not served", [](auto* f) {
-       f->session = {EXIT_TIMED_OUT, "not served"};
-       f->other = other_client::kConnected; }},
+       f->session = {kExitTimedOut, "not served"};
+       f->other = OtherClient::kConnected; }},
     {{"not-answering"}, "does not answer: nothing for 10.0 s, and no other client", [](auto* f) {
-       f->session = {EXIT_TIMED_OUT, "not served"};
-       f->other = other_client::kNone;
+       f->session = {kExitTimedOut, "not served"};
+       f->other = OtherClient::kNone;
        f->waited = std::chrono::milliseconds(10040); }},
     {{"lost-run"}, "is lost: /data/misc/zelkalog/1#x",
      [](auto* f) { f->lost_run = "/data/misc/zelkalog/1#x"; }},
@@ -55,11 +55,11 @@ const struct {
 
 TEST(CtlDoctor, FindsEachFaultAndNothingElse) {
   for (const auto& row : kFaults) {
-    health_facts facts = healthy();
+    HealthFacts facts = healthy();
     row.harm(&facts);
     std::vector<std::string> ids;
     std::string said;
-    for (const finding& found : judge_health(facts)) {
+    for (const Finding& found : judge_health(facts)) {
       ids.push_back(found.id);
       said += found.text;
       EXPECT_STRNE(found.remedy, "") << row.said;

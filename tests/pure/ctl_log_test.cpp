@@ -24,7 +24,7 @@ std::string line(const std::string& clock, const std::string& text, char level =
 }
 
 // A run copied to a desk: files below it, all written at kWritten.
-struct desk : bench_client {
+struct Desk : BenchClient {
   void put(const std::string& path, const std::string& content) {
     tree.put(kRun + ("/" + path), content);
     const std::string whole = root() + "/" + path;
@@ -35,7 +35,7 @@ struct desk : bench_client {
   // What `log` prints with these options.
   std::string list(std::vector<std::string> options = {}) {
     options.insert(options.begin(), {"log", root()});
-    EXPECT_EQ(run(options), EXIT_OK) << err;
+    EXPECT_EQ(run(options), kExitOk) << err;
     return out;
   }
 };
@@ -43,27 +43,27 @@ struct desk : bench_client {
 TEST(CtlLogStamp, IsReadFromEachFormatOrNotAtAll) {
   const log_stamp time = stamp_of({2026, 11, 18, 10, 0, 1, 5000});
   const struct {
-    line_format format;
+    LineFormat format;
     const char* text;
     log_stamp stamp;
   } rows[] = {
-      {line_format::kThreadtime, "11-18 10:00:01.005 1 1 I T: x", time},
-      {line_format::kThreadtime, "11-18 10:00:01.005000  1 1 I T: x", time},
-      {line_format::kThreadtime, "11-18 10:00:01.005000000 1 1 I T: x", time},
-      {line_format::kThreadtime, "11-21 10:00:01.005 x", time - 362 * kDay},  // a year before
-      {line_format::kThreadtime, "11-18 10:00:01.00 1 1 I T: x", kNoStamp},
-      {line_format::kThreadtime, "11-18 10:00:01.005", kNoStamp},
-      {line_format::kThreadtime, "11-31 10:00:01.005 x    ", kNoStamp},
-      {line_format::kThreadtime, "11-18 24:00:01.005 x    ", kNoStamp},
-      {line_format::kThreadtime, " 1-18 10:00:01.005 x    ", kNoStamp},
-      {line_format::kTouch, "2026-11-18 10:00:01:5000  x", time},
-      {line_format::kTouch, "2026-11-18 10:00:01: 5000 x", kNoStamp},
-      {line_format::kTouch, "remove device 1: /dev/input/event2", kNoStamp},
-      {line_format::kSelfLog, "26-11-18 10:00:01 || x", time - 5000},
-      {line_format::kSelfLog, "26-11-18 10:00:01 x", kNoStamp},
+      {LineFormat::kThreadtime, "11-18 10:00:01.005 1 1 I T: x", time},
+      {LineFormat::kThreadtime, "11-18 10:00:01.005000  1 1 I T: x", time},
+      {LineFormat::kThreadtime, "11-18 10:00:01.005000000 1 1 I T: x", time},
+      {LineFormat::kThreadtime, "11-21 10:00:01.005 x", time - 362 * kDay},  // a year before
+      {LineFormat::kThreadtime, "11-18 10:00:01.00 1 1 I T: x", kNoStamp},
+      {LineFormat::kThreadtime, "11-18 10:00:01.005", kNoStamp},
+      {LineFormat::kThreadtime, "11-31 10:00:01.005 x    ", kNoStamp},
+      {LineFormat::kThreadtime, "11-18 24:00:01.005 x    ", kNoStamp},
+      {LineFormat::kThreadtime, " 1-18 10:00:01.005 x    ", kNoStamp},
+      {LineFormat::kTouch, "2026-11-18 10:00:01:5000  x", time},
+      {LineFormat::kTouch, "2026-11-18 10:00:01: 5000 x", kNoStamp},
+      {LineFormat::kTouch, "remove device 1: /dev/input/event2", kNoStamp},
+      {LineFormat::kSelfLog, "26-11-18 10:00:01 || x", time - 5000},
+      {LineFormat::kSelfLog, "26-11-18 10:00:01 x", kNoStamp},
   };
   for (const auto& row : rows) {
-    stamp_parser parser(row.format, kWritten);
+    StampParser parser(row.format, kWritten);
     EXPECT_EQ(parser.parse(row.text), row.stamp) << row.text;
   }
   for (const int64_t day : {-719162, -1, 0, 59, 11016, 20775, 47541}) {  // leap years among them
@@ -74,7 +74,7 @@ TEST(CtlLogStamp, IsReadFromEachFormatOrNotAtAll) {
 }
 
 TEST(CtlLogFiles, AreReadInTheOrderOfWriting) {
-  std::vector<run_file> files;
+  std::vector<RunFile> files;
   for (const char* path :
        {"mobile/Q-1-main.txt", "mobile/Q-1-main_1.txt.1", "mobile/Q-1-main_1.txt",
         "mobile/Q-1-main.txt.10", "mobile/Q-1-main.txt.9", "mobile/Q-1-main_10.txt",
@@ -85,9 +85,9 @@ TEST(CtlLogFiles, AreReadInTheOrderOfWriting) {
     files.emplace_back().path = path;
   }
   std::string order;
-  for (const log_stream& stream : order_files(files)) {
+  for (const LogStream& stream : order_files(files)) {
     order += stream.name + ":";
-    for (const run_file& file : stream.files) {
+    for (const RunFile& file : stream.files) {
       order += " " + file.path.substr(file.path.find_last_of("/-") + 1);
     }
     order += "\n";
@@ -100,7 +100,7 @@ TEST(CtlLogFiles, AreReadInTheOrderOfWriting) {
 }
 
 TEST(CtlLog, MergesBuffersAndGenerationsByTime) {
-  desk client;
+  Desk client;
   const std::string main1 = "--------- beginning of main\n" + line("10:00:00.100000", "a");
   client.put("mobile/Q-main.txt.1", main1);
   client.put("mobile/Q-main.txt", line("10:00:00.300000", "c") + line("10:00:00.500000", "e"));
@@ -115,7 +115,7 @@ TEST(CtlLog, MergesBuffersAndGenerationsByTime) {
 }
 
 TEST(CtlLog, PassesBadLinesThroughBehindTheLineTheyFollow) {
-  desk client;
+  Desk client;
   const std::string bad = std::string("\x00\xff\xc3(\x1b[2J", 8) + "\r\n\n" + "11-18 10:0\n" +
                           std::string(1 << 20, 'x') + line("10:00:09.000000", "inside") +
                           "11-99 10:00:00.300000   1   1 I T: no date\n";
@@ -128,7 +128,7 @@ TEST(CtlLog, PassesBadLinesThroughBehindTheLineTheyFollow) {
 }
 
 TEST(CtlLog, KeepsTheOrderOfAFileWhenItsClockStepsBack) {
-  desk client;
+  Desk client;
   client.put("mobile/Q-main.txt", line("10:30:00.000000", "1") + line("10:30:00.000500", "2") +
                                       line("10:30:00.000100", "late") +
                                       line("10:10:00.000000", "4") + line("10:20:00.000000", "6"));
@@ -169,8 +169,8 @@ TEST(CtlLog, ShowsHolesWhereLinesAreMissing) {
        "may be lost; until 11-18 10:00:02.000000\n"},
   };
   for (const auto& row : rows) {
-    desk client;
-    for (size_t i = 0; i < row.files.size(); ++i) {
+    Desk client;
+    for (size_t i = 0; i < row.files.size(); i++) {
       client.put(std::string("mobile/Q-") + row.files[i],
                  (row.opened && i == 0 ? "--------- beginning of main\n" : "") +
                      line("10:00:0" + std::to_string(i + 1) + ".000000", "x"));
@@ -184,9 +184,9 @@ TEST(CtlLog, ShowsHolesWhereLinesAreMissing) {
 }
 
 TEST(CtlLog, FindsARangeWithoutReadingTheRest) {
-  desk client;
+  Desk client;
   std::string text;
-  for (int i = 0; i < 20000; ++i) {  // 10:00:00 to 15:33:19, with some lines that have no time
+  for (int i = 0; i < 20000; i++) {  // 10:00:00 to 15:33:19, with some lines that have no time
     char clock[32];
     snprintf(clock, sizeof clock, "%02d:%02d:%02d.000000", 10 + i / 3600, i / 60 % 60, i % 60);
     text += line(clock, "n" + std::to_string(i)) + (i % 50 == 0 ? "torn\n" : "");
@@ -224,11 +224,11 @@ TEST(CtlLog, FindsARangeWithoutReadingTheRest) {
               row.last - row.first + 1 + torn + (holds(listed, " hole: ") ? 1 : 0))
         << note;
   }
-  temporary_tree tree;
+  TemporaryTree tree;
   tree.put("file", text);
   const int fd = open((tree.root() + "/file").c_str(), O_RDONLY | O_CLOEXEC);
   const int64_t bytes = static_cast<int64_t>(text.size());
-  stamp_parser parser(line_format::kThreadtime, kWritten);
+  StampParser parser(LineFormat::kThreadtime, kWritten);
   const int64_t at = find_time(fd, bytes, parser, parser.parse("11-18 14:00:00.000 "));
   EXPECT_LE(at, static_cast<int64_t>(text.find("11-18 14:00:00")));
   EXPECT_GT(at, static_cast<int64_t>(text.find("11-18 14:00:00")) - 128 * 1024);
@@ -236,7 +236,7 @@ TEST(CtlLog, FindsARangeWithoutReadingTheRest) {
 }
 
 TEST(CtlLog, FiltersAndCounts) {
-  desk client;
+  Desk client;
   const std::string warning = "11-18 10:00:00.200000     9     9 W Other : x: a.b\n";
   client.put("mobile/Q-main.txt", line("10:00:00.100000", "a.b") + "torn\n" + warning);
   client.put("mobile/Q-radio.txt", line("10:00:00.300000", "axb", 'E'));
@@ -274,14 +274,14 @@ TEST(CtlLog, FiltersAndCounts) {
   for (const auto& row : wrong) {
     std::vector<std::string> words = {"log", client.root()};
     words.insert(words.end(), row.options.begin(), row.options.end());
-    EXPECT_EQ(client.run(words), EXIT_USAGE) << row.said;
+    EXPECT_EQ(client.run(words), kExitUsage) << row.said;
     EXPECT_TRUE(holds(client.err, row.said)) << client.err;
   }
 }
 
 TEST(CtlLog, FollowsThroughRotationTruncationAndTheMove) {
   namespace fs = std::filesystem;
-  bench_client client;
+  BenchClient client;
   const std::string name = "7#11-18_10-00-00";
   client.properties = {{"persist.sys.zklog.enable", "on"},
                        {"sys.harrowmossd.log_store_path", "/sdcard/zelkalog/" + name}};
@@ -290,7 +290,7 @@ TEST(CtlLog, FollowsThroughRotationTruncationAndTheMove) {
   const auto write = [&](const std::string& text) { client.tree.put(below, text); };
   const auto pause = [] { std::this_thread::sleep_for(std::chrono::milliseconds(300)); };
   write(line("10:00:01.000000", "a") + "11-18 10:00:02.000000   1");  // a torn line
-  std::thread following([&] { EXPECT_EQ(client.run({"log", "7", "--follow"}), EXIT_OK); });
+  std::thread following([&] { EXPECT_EQ(client.run({"log", "7", "--follow"}), kExitOk); });
   pause();
   fs::resize_file(file, line("10:00:01.000000", "a").size());
   write(line("10:00:02.000000", "b") + line("10:00:03.000000", "c"));
@@ -311,7 +311,7 @@ TEST(CtlLog, FollowsThroughRotationTruncationAndTheMove) {
 }
 
 TEST(CtlLog, ShowsTheDaemonsStoryOfThisRunOnly) {
-  desk client;
+  Desk client;
   const auto told = [](const char* clock, const char* function, const std::string& message) {
     return std::string("26-11-18 ") + clock + " || harrowmossd [7, 7] x|" + function +
            "|1:: " + message + "\n";
@@ -336,7 +336,7 @@ TEST(CtlLog, ShowsTheDaemonsStoryOfThisRunOnly) {
 }
 
 TEST(CtlView, KeepsEveryTextInsideItsData) {
-  desk client;
+  Desk client;
   const std::string evil = "</script><script>alert(1)</script><!-- \xff\x01\"\\";
   client.put("mobile/Q-main.txt", line("10:00:00.100000", evil, 'E'));
   client.put("mobile/Q-crash.txt",
@@ -344,7 +344,7 @@ TEST(CtlView, KeepsEveryTextInsideItsData) {
                  "11-18 10:00:01.000000     9     9 E AndroidRuntime: at x\n");
   client.put("mobile/" + std::string("<img src=x onerror=alert(1)>"), "x");
   client.put("tombstones/tombstone_00", "x");
-  ASSERT_EQ(client.run({"view", client.root(), "-o", "-"}), EXIT_OK) << client.err;
+  ASSERT_EQ(client.run({"view", client.root(), "-o", "-"}), kExitOk) << client.err;
   const std::string& page = client.out;
   const size_t data = page.find("id=\"data\">");
   ASSERT_NE(data, std::string::npos);
@@ -357,23 +357,23 @@ TEST(CtlView, KeepsEveryTextInsideItsData) {
   EXPECT_EQ(read["marks"].size(), 2u);
   EXPECT_EQ(read["marks"][0]["kind"], "crash");
   EXPECT_EQ(read["tags"][1][0], "Tag");
-  EXPECT_EQ(client.run({"view", client.root()}), EXIT_USAGE);
+  EXPECT_EQ(client.run({"view", client.root()}), kExitUsage);
 
   std::string many;  // marks whose text grows six times
-  for (int i = 0; i < 3000; ++i) {
+  for (int i = 0; i < 3000; i++) {
     many += "11-18 10:00:02.000000     9     9 E ActivityManager: ANR in " + std::string(240, '<') +
             "\n";
   }
   client.put("mobile/Q-system.txt", many);
-  ASSERT_EQ(client.run({"view", client.root(), "-o", "-"}), EXIT_OK);
+  ASSERT_EQ(client.run({"view", client.root(), "-o", "-"}), kExitOk);
   EXPECT_LT(client.out.size(), 2u << 20);
   EXPECT_TRUE(holds(client.out, "\"marks_left_out\":2")) << client.out.size();
 }
 
 TEST(CtlView, CountsByIntervalsThatGrow) {
-  timeline times;
+  Timeline times;
   const log_stamp start = stamp_of({2026, 11, 18, 0, 0, 0, 0});
-  for (int i = 0; i < 86400; ++i) times.add(i % 2, start + i * kSecond, i % 10 == 0 ? 'E' : 'I');
+  for (int i = 0; i < 86400; i++) times.add(i % 2, start + i * kSecond, i % 10 == 0 ? 'E' : 'I');
   times.add(0, start - kDay, 'W');
   int64_t lines = 0, errors = 0, warnings = 0;
   for (const auto& lane : times.lanes()) {
@@ -385,12 +385,12 @@ TEST(CtlView, CountsByIntervalsThatGrow) {
   EXPECT_EQ(errors, 8640);
   EXPECT_EQ(warnings, 1);
   EXPECT_EQ(times.first(), (start - kDay) / times.width());
-  EXPECT_LE(2 * kDay / times.width(), timeline::kIntervals);
-  EXPECT_GT(2 * kDay / times.width(), timeline::kIntervals / 4);
+  EXPECT_LE(2 * kDay / times.width(), Timeline::kIntervals);
+  EXPECT_GT(2 * kDay / times.width(), Timeline::kIntervals / 4);
 }
 
 TEST(CtlView, ReadsThePacketsOfACapture) {
-  temporary_tree tree;
+  TemporaryTree tree;
   std::string header(24, '\0'), packet(16, '\0');
   header.replace(0, 4, from_hex("d4 c3 b2 a1"));
   packet.replace(0, 12, from_hex("01 00 00 00 02 00 00 00 03 00 00 00"));
@@ -406,7 +406,7 @@ TEST(CtlView, ReadsThePacketsOfACapture) {
       {header + std::string(16, '\xff'), {}},
       {"no capture", {}},
   };
-  for (size_t i = 0; i < std::size(rows); ++i) {
+  for (size_t i = 0; i < std::size(rows); i++) {
     tree.put(std::to_string(i), rows[i].bytes);
     const int fd = open((tree.root() + "/" + std::to_string(i)).c_str(), O_RDONLY | O_CLOEXEC);
     std::vector<int64_t> times;

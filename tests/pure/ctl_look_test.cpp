@@ -11,7 +11,7 @@ namespace {
 
 using std::string_literals::operator""s;
 
-void put_process(const temporary_tree& tree, int pid, int parent, const std::string& comm,
+void put_process(const TemporaryTree& tree, int pid, int parent, const std::string& comm,
                  const std::string& cmdline, const char* exe, int started) {
   const std::string home = "proc/" + std::to_string(pid);
   tree.put(home + "/stat", std::to_string(pid) + " (" + comm + ") S " + std::to_string(parent) +
@@ -22,7 +22,7 @@ void put_process(const temporary_tree& tree, int pid, int parent, const std::str
 }
 
 TEST(CtlStatus, ShowsDaemonMonitorAndWorkers) {
-  bench_client client;
+  BenchClient client;
   put_process(client.tree, 1, 0, "init", "init\0"s, nullptr, 0);
   put_process(client.tree, 20, 1, "harrowmossd", "x\0"s, "/system/bin/harrowmossd", 5);
   put_process(client.tree, 19, 1, "harrowmossd", "x\0"s, "/system/bin/harrowmossd", 9);  // younger
@@ -35,14 +35,14 @@ TEST(CtlStatus, ShowsDaemonMonitorAndWorkers) {
   client.properties = {{"persist.sys.zklog.enable", "on"},
                        {"persist.sys.zklog.type", "5"},
                        {"sys.harrowmossd.log_store_path", "/sdcard/zelkalog/3#01-02_03-04-05"}};
-  EXPECT_EQ(client.run({"status"}), EXIT_OK);
+  EXPECT_EQ(client.run({"status"}), kExitOk);
   for (const char* piece :
        {"debug logging: on\n", "mobile,net (0x5)", "3#01-02_03-04-05, ", " of 20 GiB",
         "daemon:        pid 20\n", "size monitor:  pid 21\n", "workers:       2\n",
         "22     20  net           mossd:debug-net  x y\\x1b\n"}) {
     EXPECT_TRUE(holds(client.out, piece)) << piece << " in\n" << client.out;
   }
-  EXPECT_EQ(client.run({"status", "--json"}), EXIT_OK);
+  EXPECT_EQ(client.run({"status", "--json"}), kExitOk);
   for (const char* piece : {"\"logging\":true", "\"daemon_pid\":20,\"size_monitor_pid\":21",
                             "\"type\":\"net\"", "\"cmdline\":[\"x\",\"y\\u001b\"]"}) {
     EXPECT_TRUE(holds(client.out, piece)) << piece << " in\n" << client.out;
@@ -66,12 +66,12 @@ TEST(CtlSettings, AreReadTheWayTheDaemonReadsThem) {
       {"on", "64", "10", "true", true, 0x40, 7.5, true},
   };
   for (const auto& row : rows) {
-    bench_client client;
+    BenchClient client;
     client.properties = {{"persist.sys.zklog.enable", row.enable},
                          {"persist.sys.zklog.type", row.types},
                          {"persist.sys.zelka.log.size", row.quota},
                          {"persist.sys.zelka.log.del", row.deletion}};
-    const logging_settings settings = read_settings(client.env);
+    const LoggingSettings settings = read_settings(client.env);
     EXPECT_EQ(settings.logging, row.logging) << row.enable;
     EXPECT_EQ(settings.types, row.mask) << row.types;
     EXPECT_EQ(settings.quota_gib, row.gib) << row.quota << " " << row.types;
@@ -92,7 +92,7 @@ TEST(CtlRuns, AreRecognisedByName) {
       {"12#03-07_14-05-09x", 0, nullptr},
   };
   for (const auto& row : rows) {
-    run_report run;
+    RunReport run;
     ASSERT_EQ(parse_run_name(row.name, &run), row.date != nullptr) << row.name;
     if (row.date == nullptr) continue;
     EXPECT_EQ(run.sequence, row.sequence) << row.name;
@@ -101,7 +101,7 @@ TEST(CtlRuns, AreRecognisedByName) {
 }
 
 TEST(CtlRuns, AreCompleteCapturingOrLeftBehind) {
-  bench_client client;
+  BenchClient client;
   const std::string time = "#03-07_14-05-09";
   client.tree.put("sdcard/zelkalog/9" + time + "/mobile/D-V1-main.txt", "12345");
   client.tree.put("sdcard/zelkalog/9" + time + "/fg/x", "");
@@ -115,20 +115,20 @@ TEST(CtlRuns, AreCompleteCapturingOrLeftBehind) {
   client.properties = {{"persist.sys.zklog.enable", "on"},
                        {"persist.sys.zklog.type", "4096"},
                        {"sys.harrowmossd.log_store_path", "/sdcard/zelkalog/11" + time}};
-  const std::vector<run_report> runs = read_runs(client.env);
+  const std::vector<RunReport> runs = read_runs(client.env);
   ASSERT_EQ(runs.size(), 3u);
   const struct {
     int64_t sequence;
-    run_state state;
+    RunState state;
     int32_t types;
     bool known;
     const char* build;
   } rows[] = {
-      {9, run_state::kComplete, 0x1 | 0x8, false, "D-V1"},
-      {10, run_state::kLeftBehind, 0x40, false, "D V2"},
-      {11, run_state::kCapturing, 0x1000, true, ""},
+      {9, RunState::kComplete, 0x1 | 0x8, false, "D-V1"},
+      {10, RunState::kLeftBehind, 0x40, false, "D V2"},
+      {11, RunState::kCapturing, 0x1000, true, ""},
   };
-  for (size_t i = 0; i < runs.size(); ++i) {
+  for (size_t i = 0; i < runs.size(); i++) {
     EXPECT_EQ(runs[i].sequence, rows[i].sequence);
     EXPECT_EQ(runs[i].state, rows[i].state) << runs[i].name;
     EXPECT_EQ(runs[i].types, rows[i].types) << runs[i].name;
@@ -137,10 +137,10 @@ TEST(CtlRuns, AreCompleteCapturingOrLeftBehind) {
   }
 
   client.properties["persist.sys.zklog.enable"] = "off";  // then nothing writes the last one
-  EXPECT_EQ(read_runs(client.env)[2].state, run_state::kLeftBehind);
-  EXPECT_EQ(client.run({"runs"}), EXIT_OK);
+  EXPECT_EQ(read_runs(client.env)[2].state, RunState::kLeftBehind);
+  EXPECT_EQ(client.run({"runs"}), kExitOk);
   EXPECT_TRUE(holds(client.out, "     9  03-07 14:05:09  complete     ")) << client.out;
-  EXPECT_EQ(client.run({"runs", "--json"}), EXIT_OK);
+  EXPECT_EQ(client.run({"runs", "--json"}), kExitOk);
   EXPECT_TRUE(holds(client.out, "\"sequence\":9")) << client.out;
 }
 
@@ -150,22 +150,22 @@ TEST(CtlRuns, TellTheHolesInTheirLogs) {
   const struct {
     Files files;
     int generations;  // of the only rotated file; 0: none is rotated
-    lost_lines lost;
+    LostLines lost;
     size_t replaced;
   } rows[] = {
-      {{{"D-main.txt", "x"}}, 0, lost_lines::kNo, 0},
+      {{{"D-main.txt", "x"}}, 0, LostLines::kNo, 0},
       {{{"D-main.txt", "x"}, {"D-main.txt.1", "y"}, {"D-main.txt.2", opening}},
        2,
-       lost_lines::kNo,
+       LostLines::kNo,
        0},
-      {{{"D-main.txt.1", "y"}, {"D-main.txt.2", "03-07 ..."}}, 2, lost_lines::kYes, 0},
-      {{{"D-radio_1.txt", ""}, {"D-radio_2.txt", ""}}, 0, lost_lines::kNo, 2},
+      {{{"D-main.txt.1", "y"}, {"D-main.txt.2", "03-07 ..."}}, 2, LostLines::kYes, 0},
+      {{{"D-radio_1.txt", ""}, {"D-radio_2.txt", ""}}, 0, LostLines::kNo, 2},
   };
   for (const auto& row : rows) {
-    bench_client client;
+    BenchClient client;
     for (const auto& [name, content] : row.files)
       client.tree.put("sdcard/zelkalog/1#03-07_14-05-09/mobile/" + std::string(name), content);
-    const std::vector<run_report> runs = read_runs(client.env);
+    const std::vector<RunReport> runs = read_runs(client.env);
     ASSERT_EQ(runs.size(), 1u);
     EXPECT_EQ(runs[0].replaced.size(), row.replaced) << &row - rows;
     ASSERT_EQ(runs[0].rotated.size(), row.generations == 0 ? 0u : 1u) << &row - rows;
@@ -180,14 +180,14 @@ std::string diary_line(const std::string& function, const std::string& message) 
 }
 
 TEST(CtlProgress, FollowsTheDiaryThroughItsRotation) {
-  temporary_tree tree;
+  TemporaryTree tree;
   const std::string log = tree.root() + "/log";
   tree.put("log", diary_line("f", "move all log start=1") + "\n");  // an earlier stop
   char* text = nullptr;
   size_t size = 0;
   FILE* out = open_memstream(&text, &size);
   {
-    progress_lines progress(log, out);
+    ProgressLines progress(log, out);
     progress.look();
     const std::string line = diary_line("f", "kill debug group start") + "\n";
     tree.put("log", line.substr(0, 30));

@@ -25,7 +25,7 @@ TEST(CtlPack, WritesAManifestThatSha256sumCanRead) {
 
 // However odd a name is, and however many files there are.
 TEST(CtlPack, OneSha256sumReadsManyFiles) {
-  bench_client client;
+  BenchClient client;
   const std::string tool = client.env.root + "/system/bin/sha256sum";
   client.tree.put("system/bin/sha256sum",
                   "#!/bin/sh\necho >> " + client.env.root + "/starts\nexec sha256sum \"$@\"\n");
@@ -48,13 +48,13 @@ TEST(CtlPack, OneSha256sumReadsManyFiles) {
   add("fifo", "");
   std::filesystem::create_symlink("abc", client.env.root + "/files/link");
   add("link", "");
-  for (int i = 0; i < 1000; ++i) add("0", empty);
+  for (int i = 0; i < 1000; i++) add("0", empty);
   EXPECT_EQ(sha256_of(client.env, paths), sums);
   EXPECT_LE(std::filesystem::file_size(client.env.root + "/starts"), 5u);
 }
 
 TEST(CtlPack, RefusesWhatWouldHarm) {
-  bench_client client;
+  BenchClient client;
   const std::string& root = client.env.root;
   client.tree.put("sdcard/zelkalog/1#03-07_14-05-09/a", "x");
   client.tree.put("bundle/sub/a", "x");
@@ -80,13 +80,13 @@ TEST(CtlPack, RefusesWhatWouldHarm) {
   };
   client.env.has_output = false;
   for (const auto& row : rows) {
-    EXPECT_EQ(client.run({"pack", row.what, "-o", row.output}), EXIT_USAGE) << row.output;
+    EXPECT_EQ(client.run({"pack", row.what, "-o", row.output}), kExitUsage) << row.output;
     EXPECT_TRUE(holds(client.err, row.said)) << client.err;
   }
   std::filesystem::create_directory(root + "/bundle-of-mine");
   client.run({"pack", root + "/bundle", "-o", root + "/bundle-of-mine/x.tgz"});
   EXPECT_FALSE(holds(client.err, "cannot lie")) << client.err;  // nor in it, nor there
-  EXPECT_EQ(client.run({"runs"}), EXIT_OK);
+  EXPECT_EQ(client.run({"runs"}), kExitOk);
   EXPECT_FALSE(holds(client.out, "     2  ")) << client.out;
 }
 
@@ -129,8 +129,8 @@ TEST(CtlCheck, ComparesTheMaskWithTheFiles) {
     if (row.bytes < 0) files.erase(row.path);
     int pieces = 0;
     std::string found;
-    for (const check_finding& entry : check_content(files, row.types, row.stopped, &pieces)) {
-      const bool empty = entry.what == check_finding::kEmpty;
+    for (const CheckFinding& entry : check_content(files, row.types, row.stopped, &pieces)) {
+      const bool empty = entry.what == CheckFinding::kEmpty;
       found += std::string(entry.note ? "note " : "") + (empty ? "empty " : "missing ") +
                entry.type + " " + entry.path;
     }
@@ -140,7 +140,7 @@ TEST(CtlCheck, ComparesTheMaskWithTheFiles) {
 }
 
 TEST(CtlCheck, TakesTheMaskFromTheRunsOwnPropertyList) {
-  bench_client client;
+  BenchClient client;
   const std::string run = "sdcard/zelkalog/7#03-07_14-05-09/";
   client.tree.put(run + "system_stop.prop",
                   "[a]: [b [persist.sys.zklog.type]: [2]]\n[persist.sys.zklog.type]: "
@@ -149,14 +149,14 @@ TEST(CtlCheck, TakesTheMaskFromTheRunsOwnPropertyList) {
   client.tree.put(run + "net/D-netlog.pcap", "x");
   client.tree.put(run + "net/iptables-start.txt", "x");
   client.properties["persist.sys.zklog.type"] = "2";  // of now, not of then
-  EXPECT_EQ(client.run({"check", "7"}), EXIT_OK) << client.out;
+  EXPECT_EQ(client.run({"check", "7"}), kExitOk) << client.out;
   EXPECT_TRUE(holds(client.out, "7#03-07_14-05-09, complete, net\n")) << client.out;
   EXPECT_TRUE(holds(client.out, "note     net")) << client.out;
   EXPECT_TRUE(holds(client.out, "\nas promised (5 pieces")) << client.out;
 
   client.tree.put(run + "mobile/D-main_1.txt", "x");  // a replaced logcat
   client.tree.put(run + "net/x.log.3", "x");          // generations 1 and 2 are missing
-  EXPECT_EQ(client.run({"check", "7#03-07_14-05-09", "--json"}), EXIT_FAILED);
+  EXPECT_EQ(client.run({"check", "7#03-07_14-05-09", "--json"}), kExitFailed);
   for (const char* piece :
        {"\"as_promised\":false", "\"kind\":\"hole\",\"type\":\"mobile\",\"path\":\"mobile/D-main_1",
         "\"type\":\"net\",\"path\":\"net/x.log\",\"text\":\"1 rotated out, older lines are lost\"",
@@ -165,18 +165,18 @@ TEST(CtlCheck, TakesTheMaskFromTheRunsOwnPropertyList) {
   }
 
   client.tree.put("sdcard/zelkalog/07#03-07_14-05-10/x", "");
-  EXPECT_EQ(client.run({"check", "7"}), EXIT_USAGE);
+  EXPECT_EQ(client.run({"check", "7"}), kExitUsage);
   EXPECT_TRUE(holds(client.err, "several runs")) << client.err;
 }
 
 TEST(CtlEstimate, FitsToTheByte) {
-  bench_client client;
+  BenchClient client;
   client.tree.put("data/anr/t", "x");
   std::vector<std::string> words = {"feedback", "--estimate", "--json",
                                     "--select", "anr",        client.tree.root() + "/bundle"};
   const auto wanted_for = [&](const char* selection) {
     words[4] = selection;
-    EXPECT_EQ(client.run(words), EXIT_OK) << client.err;
+    EXPECT_EQ(client.run(words), kExitOk) << client.err;
     const std::string key = "\"wanted\":";
     return atoll(client.out.c_str() + client.out.find(key) + key.size());
   };
@@ -185,7 +185,7 @@ TEST(CtlEstimate, FitsToTheByte) {
   EXPECT_EQ(wanted_for("bootfail,anr"), wanted) << client.out;  // the same files
   for (const int64_t missing : {0, 1}) {
     client.free_bytes = {{"", wanted + 134217728 - missing}};  // it lies where /data does
-    EXPECT_EQ(client.run(words), missing == 0 ? EXIT_OK : EXIT_FAILED) << client.out;
+    EXPECT_EQ(client.run(words), missing == 0 ? kExitOk : kExitFailed) << client.out;
   }
 }
 

@@ -13,11 +13,11 @@ constexpr int64_t kMiB = 1 << 20;
 
 // The links have no end when they are followed along every path there is.
 TEST(CtlQuota, EveryCommandCountsWhatTheMonitorCounts) {
-  bench_client client;
+  BenchClient client;
   const std::string run = "data/misc/zelkalog/3#01-02_03-04-05";
   constexpr int kDirectories = 12;
-  for (int i = 0; i < kDirectories; ++i) client.tree.put(run + "/" + std::to_string(i) + "/a", "x");
-  for (int i = 0; i < kDirectories * kDirectories; ++i) {
+  for (int i = 0; i < kDirectories; i++) client.tree.put(run + "/" + std::to_string(i) + "/a", "x");
+  for (int i = 0; i < kDirectories * kDirectories; i++) {
     const std::string to = std::to_string(i % kDirectories);
     std::filesystem::create_directory_symlink(
         "../" + to,
@@ -36,12 +36,12 @@ TEST(CtlQuota, EveryCommandCountsWhatTheMonitorCounts) {
       {"runs", "\"bytes\":" + std::to_string(captured)},
   };
   for (const auto& [command, piece] : rows) {
-    EXPECT_EQ(client.run({command, "--json"}), EXIT_OK);
+    EXPECT_EQ(client.run({command, "--json"}), kExitOk);
     EXPECT_TRUE(holds(client.out, piece + ",")) << command << piece << " in\n" << client.out;
   }
 }
 
-struct eviction_row {
+struct EvictionRow {
   const char* what;
   std::vector<std::string> store, working;
   int current;
@@ -49,7 +49,7 @@ struct eviction_row {
   const char* next;  // below the tree's root, "" nothing, "*" everything
 };
 
-const eviction_row kEvictions[] = {
+const EvictionRow kEvictions[] = {
     {"nothing is there", {}, {}, 3, true, ""},
     {"the oldest number, not the first name", {"10#a", "9#b"}, {"11#c"}, 11, true, "store/9#b"},
     {"of two with one number, the first", {"9#a", "9#b"}, {}, 11, true, "store/9#a"},
@@ -68,19 +68,19 @@ const eviction_row kEvictions[] = {
 };
 
 TEST(Eviction, TakesTheOldestRunFinishedOnesFirst) {
-  for (const eviction_row& row : kEvictions) {
-    oldest_run store, working;
+  for (const EvictionRow& row : kEvictions) {
+    OldestRun store, working;
     for (const std::string& name : row.store) store.add(name.c_str());
     for (const std::string& name : row.working) working.add(name.c_str());
     for (const bool unknown : {false, true}) {
       store.unknown = unknown;
-      const eviction_plan plan = plan_eviction(store, working, row.current, row.logging, -1);
+      const EvictionPlan plan = plan_eviction(store, working, row.current, row.logging, -1);
       std::string next;
-      if (plan.what == eviction::store_run) next = "store/" + store.name;
-      if (plan.what == eviction::working_run) next = "working/" + working.name;
-      if (plan.what == eviction::restart) next = "*";
+      if (plan.what == Eviction::kStoreRun) next = "store/" + store.name;
+      if (plan.what == Eviction::kWorkingRun) next = "working/" + working.name;
+      if (plan.what == Eviction::kRestart) next = "*";
       // A restart deletes every finished run: not while the store could not be listed.
-      const bool withheld = plan.what == eviction::restart_withheld;
+      const bool withheld = plan.what == Eviction::kRestartWithheld;
       EXPECT_EQ(withheld, unknown && row.next == std::string("*")) << row.what;
       EXPECT_EQ(withheld ? "*" : next, row.next) << row.what;
     }
@@ -89,15 +89,15 @@ TEST(Eviction, TakesTheOldestRunFinishedOnesFirst) {
 
 // A tree that shows no number is judged by the last one that was seen.
 TEST(Eviction, RemembersTheOldestNumber) {
-  const oldest_run none;
-  EXPECT_EQ(plan_eviction(none, none, 6, true, 6).what, eviction::restart);
-  EXPECT_EQ(plan_eviction(none, none, 6, true, 5).what, eviction::nothing);
+  const OldestRun none;
+  EXPECT_EQ(plan_eviction(none, none, 6, true, 6).what, Eviction::kRestart);
+  EXPECT_EQ(plan_eviction(none, none, 6, true, 5).what, Eviction::kNothing);
   EXPECT_EQ(plan_eviction(none, none, 6, true, 5).oldest, 5);
   EXPECT_EQ(plan_eviction({1, 4, "4#a", false}, none, 6, true, 5).oldest, 4);
 }
 
 TEST(CtlDu, ShowsQuotaRoomAndTheNextToGo) {
-  bench_client client;
+  BenchClient client;
   client.tree.put("sdcard/zelkalog/2#01-02_03-04-05/b", std::string(3 << 20, 'x'));
   client.tree.put("data/misc/zelkalog/3#01-02_03-04-05/a", "x");
   client.properties = {{"persist.sys.zklog.enable", "on"},
@@ -105,7 +105,7 @@ TEST(CtlDu, ShowsQuotaRoomAndTheNextToGo) {
                        {"persist.sys.zelka.log.size", "0"},
                        {"persist.sys.zklog.dir_sequence", "3"}};
   client.free_bytes = {{"/sdcard", 67108864}, {"/data", -1}};
-  EXPECT_EQ(client.run({"du"}), EXIT_OK);
+  EXPECT_EQ(client.run({"du"}), kExitOk);
   for (const char* piece :
        {"used:       3 MiB of 0 MiB, over quota\n", "three quarters", "one run every 5 s",
         "/sdcard/zelkalog/2#01-02_03-04-05, 3.0 MiB\n",
@@ -113,7 +113,7 @@ TEST(CtlDu, ShowsQuotaRoomAndTheNextToGo) {
         "/data:      room to log, 134217729 bytes wanted, free bytes unknown\n"}) {
     EXPECT_TRUE(holds(client.out, piece)) << piece << " in\n" << client.out;
   }
-  EXPECT_EQ(client.run({"du", "--json"}), EXIT_OK);
+  EXPECT_EQ(client.run({"du", "--json"}), kExitOk);
   for (const char* piece :
        {"\"used_mib\":3,\"limit_mib\":0,\"over_quota\":true,\"data_extremely_low\":false",
         "{\"path\":\"/data\",\"wanted\":134217729,\"free\":null,\"enough\":true}"}) {
@@ -128,7 +128,7 @@ TEST(CtlDu, ShowsQuotaRoomAndTheNextToGo) {
   for (const auto& [changes, said] : rows) {
     const auto kept = client.properties;
     for (const auto& [key, value] : changes) client.properties[key] = value;
-    EXPECT_EQ(client.run({"du"}), EXIT_OK);
+    EXPECT_EQ(client.run({"du"}), kExitOk);
     EXPECT_TRUE(holds(client.out, said)) << client.out;
     client.properties = kept;
   }
@@ -137,7 +137,7 @@ TEST(CtlDu, ShowsQuotaRoomAndTheNextToGo) {
   const std::string log = "data/misc/zelkalog/3#01-03_00-00-00/mobile/main.txt";
   client.tree.put(log, "x");
   for (const bool low : {true, false}) {
-    EXPECT_EQ(client.run({"du"}), EXIT_OK);
+    EXPECT_EQ(client.run({"du"}), kExitOk);
     EXPECT_EQ(holds(client.out, "everything, at once"), low) << client.out;
     const Fd file(open((client.tree.root() + "/" + log).c_str(), O_WRONLY | O_CLOEXEC));
     ASSERT_EQ(fallocate(file.get(), FALLOC_FL_KEEP_SIZE, 0, kMiB), 0);

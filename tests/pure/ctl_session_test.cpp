@@ -27,14 +27,14 @@ const std::string kSilence = "silence";  // keeps the connection, answers nothin
 const std::string kHangUp = "hang up";
 
 // Answers one frame with each reply in turn, then hangs up; records the frames it read.
-class fake_daemon {
+class FakeDaemon {
  public:
-  explicit fake_daemon(std::vector<std::string> replies) : replies_(std::move(replies)) {
+  explicit FakeDaemon(std::vector<std::string> replies) : replies_(std::move(replies)) {
     EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends_), 0);
     thread_ = std::thread([this] { serve(); });
   }
   // The client must have closed its end, or the thread waits for it for good.
-  ~fake_daemon() {
+  ~FakeDaemon() {
     stop();
     if (ends_[0] != -1) close(ends_[0]);
   }
@@ -78,7 +78,7 @@ class fake_daemon {
   std::thread thread_;
 };
 
-struct session_row {
+struct SessionRow {
   int code;
   std::vector<std::string> words, replies;
   const char *out, *err;
@@ -87,28 +87,28 @@ struct session_row {
 TEST(CtlSession, EndsWithTheCodeThatScriptsRelyOn) {
   const std::string &version = kVersionReply, other = "10000000 01000000 0100000000000000 02000000";
   // clang-format off
-  const session_row rows[] = {
-      {EXIT_OK, {"version"}, {version, answer(1, "01000000")}, "protocol version 1\n", ""},
-      {EXIT_DAEMON_FAILED, {"stop"}, {version, answer(3, "ffffffff")}, "", "failure (-1)"},
-      {EXIT_OK, {"stop", "--json"}, {version, answer(3, "")},
+  const SessionRow rows[] = {
+      {kExitOk, {"version"}, {version, answer(1, "01000000")}, "protocol version 1\n", ""},
+      {kExitDaemonFailed, {"stop"}, {version, answer(3, "ffffffff")}, "", "failure (-1)"},
+      {kExitOk, {"stop", "--json"}, {version, answer(3, "")},
        "{\"command\":\"stop\",\"code\":3,\"result\":null}\n", ""},
-      {EXIT_DAEMON_FAILED, {"raw", "--yes", "11000000"},
+      {kExitDaemonFailed, {"raw", "--yes", "11000000"},
        {version, from_hex("10000000 11000000 0000000000000000 ffffffff")},
        "11 00 00 00 00 00 00 00 00 00 00 00 ff ff ff ff\n", ""},
-      {EXIT_TIMED_OUT, {"--timeout", "0.05", "version"}, {kSilence}, "", "another one holds it"},
-      {EXIT_TIMED_OUT, {"--timeout", "0.05", "--json", "stop"}, {version, kSilence},
+      {kExitTimedOut, {"--timeout", "0.05", "version"}, {kSilence}, "", "another one holds it"},
+      {kExitTimedOut, {"--timeout", "0.05", "--json", "stop"}, {version, kSilence},
        "{\"command\":\"stop\",\"error\":\"no answer in time", "goes on"},
-      {EXIT_BAD_REPLY, {"stop"}, {version, kHangUp}, "", "instead of answering"},
-      {EXIT_BAD_REPLY, {"stop"}, {version, from_hex("ffffffff")}, "", "reply of -1 bytes"},
-      {EXIT_BAD_REPLY, {"stop"}, {version, from_hex("ffffff7f")}, "", "reply of 2147483647"},
-      {EXIT_BAD_REPLY, {"stop"}, {answer(1, "01000000")}, "", "serial 2"},
-      {EXIT_BAD_REPLY, {"stop"}, {from_hex(other)}, "", "version 2"}};
+      {kExitBadReply, {"stop"}, {version, kHangUp}, "", "instead of answering"},
+      {kExitBadReply, {"stop"}, {version, from_hex("ffffffff")}, "", "reply of -1 bytes"},
+      {kExitBadReply, {"stop"}, {version, from_hex("ffffff7f")}, "", "reply of 2147483647"},
+      {kExitBadReply, {"stop"}, {answer(1, "01000000")}, "", "serial 2"},
+      {kExitBadReply, {"stop"}, {from_hex(other)}, "", "version 2"}};
   // clang-format on
-  for (const session_row& row : rows) {
-    bench_client client;
-    fake_daemon daemon(row.replies);
+  for (const SessionRow& row : rows) {
+    BenchClient client;
+    FakeDaemon daemon(row.replies);
     client.env.dial = daemon.dial();
-    const steady_time limit = after(std::chrono::seconds(5));  // below every default time-out
+    const SteadyTime limit = after(std::chrono::seconds(5));  // below every default time-out
     EXPECT_EQ(client.run(row.words), row.code) << row.err << client.err;
     EXPECT_LT(std::chrono::steady_clock::now(), limit) << row.err;
     EXPECT_TRUE(holds(client.out, row.out)) << client.out;
@@ -118,11 +118,11 @@ TEST(CtlSession, EndsWithTheCodeThatScriptsRelyOn) {
 }
 
 TEST(CtlSession, AsksTheVersionBeforeAnythingElse) {
-  bench_client client;
-  fake_daemon daemon({kVersionReply, answer(2, "")});
+  BenchClient client;
+  FakeDaemon daemon({kVersionReply, answer(2, "")});
   client.env.dial = daemon.dial();
   client.properties["persist.sys.zklog.enable"] = "on";
-  EXPECT_EQ(client.run({"start", "mobile,net"}), EXIT_OK) << client.err;
+  EXPECT_EQ(client.run({"start", "mobile,net"}), kExitOk) << client.err;
   EXPECT_EQ(client.out.find("(no change)"), 0u) << client.out;
   daemon.stop();
   EXPECT_EQ(daemon.frames,
@@ -131,12 +131,12 @@ TEST(CtlSession, AsksTheVersionBeforeAnythingElse) {
 }
 
 TEST(CtlSession, SaysWhenAnAcceptedStartStartedNothing) {
-  bench_client client;
-  fake_daemon daemon({kVersionReply, answer(2, "00000000")});
+  BenchClient client;
+  FakeDaemon daemon({kVersionReply, answer(2, "00000000")});
   client.env.dial = daemon.dial();
   client.properties["persist.sys.zklog.enable"] = "off";  // the daemon found too little space
   client.free_bytes["/sdcard"] = 67108864;
-  EXPECT_EQ(client.run({"start", "net", "--json"}), EXIT_OK);
+  EXPECT_EQ(client.run({"start", "net", "--json"}), kExitOk);
   EXPECT_TRUE(holds(client.out, "\"warning\":")) << client.out;
   EXPECT_TRUE(holds(client.err, "/sdcard: 67108865 bytes wanted, 67108864 free")) << client.err;
 }
@@ -144,22 +144,22 @@ TEST(CtlSession, SaysWhenAnAcceptedStartStartedNothing) {
 TEST(CtlSession, SaysWhatDeletingLosesWhileLogging) {
   const std::string loss = "what is captured until the next start is lost";
   for (const char* enable : {"on", "off"}) {
-    bench_client client;
+    BenchClient client;
     client.properties["persist.sys.zklog.enable"] = enable;
     const bool lost = client.properties["persist.sys.zklog.enable"] == "on";
-    EXPECT_EQ(client.run({"delete-logs"}), EXIT_USAGE);
+    EXPECT_EQ(client.run({"delete-logs"}), kExitUsage);
     EXPECT_TRUE(holds(client.err, "--yes")) << client.err;
     EXPECT_EQ(holds(client.err, loss), lost) << client.err;
-    fake_daemon daemon({kVersionReply, answer(12, "")});
+    FakeDaemon daemon({kVersionReply, answer(12, "")});
     client.env.dial = daemon.dial();
-    EXPECT_EQ(client.run({"delete-logs", "--yes"}), EXIT_OK);
+    EXPECT_EQ(client.run({"delete-logs", "--yes"}), kExitOk);
     EXPECT_EQ(client.out, "all logs are deleted\n");
     EXPECT_EQ(holds(client.err, loss), lost) << client.err;
   }
 }
 
 TEST(CtlSession, MakesTheDestinationOnceTheDaemonIsThere) {
-  bench_client client;
+  BenchClient client;
   client.tree.put("file", "");
   const struct {
     const char* place;
@@ -168,15 +168,15 @@ TEST(CtlSession, MakesTheDestinationOnceTheDaemonIsThere) {
     bool made;
     const char* err;
   } rows[] = {
-      {"/new/bundle", {}, EXIT_NO_CONNECTION, false, "cannot connect"},
-      {"/new/bundle", {kHangUp}, EXIT_BAD_REPLY, false, "closed"},
-      {"/file", {kVersionReply}, EXIT_USAGE, false, "Not a directory"},
-      {"/new/bundle", {kVersionReply, answer(6, "00000000")}, EXIT_OK, true, ""},
+      {"/new/bundle", {}, kExitNoConnection, false, "cannot connect"},
+      {"/new/bundle", {kHangUp}, kExitBadReply, false, "closed"},
+      {"/file", {kVersionReply}, kExitUsage, false, "Not a directory"},
+      {"/new/bundle", {kVersionReply, answer(6, "00000000")}, kExitOk, true, ""},
   };
   const auto no_daemon = client.env.dial;
   for (const auto& row : rows) {
     const std::string target = client.tree.root() + row.place;
-    fake_daemon daemon(row.replies);
+    FakeDaemon daemon(row.replies);
     client.env.dial = row.replies.empty() ? no_daemon : daemon.dial();
     EXPECT_EQ(client.run({"feedback", "--select", "anr", target}), row.code) << client.err;
     EXPECT_TRUE(holds(client.err, row.err)) << client.err;
@@ -185,16 +185,16 @@ TEST(CtlSession, MakesTheDestinationOnceTheDaemonIsThere) {
 }
 
 TEST(CtlSession, TellsNobodyThereFromNoPlaceInTheQueue) {
-  bench_client client;
-  EXPECT_EQ(client.run({"version"}), EXIT_NO_CONNECTION);  // no socket at all
+  BenchClient client;
+  EXPECT_EQ(client.run({"version"}), kExitNoConnection);  // no socket at all
   EXPECT_TRUE(holds(client.err, "does not run")) << client.err;
 
   client.env.dial = [] { return errno = EAGAIN, -1; };  // a full queue
-  EXPECT_EQ(client.run({"version", "--timeout", "0.12"}), EXIT_TIMED_OUT);
+  EXPECT_EQ(client.run({"version", "--timeout", "0.12"}), kExitTimedOut);
   EXPECT_TRUE(holds(client.err, "waiting")) << client.err;
 
   client.env.dial = [] { return errno = EACCES, -1; };
-  EXPECT_EQ(client.run({"version", "--json"}), EXIT_NO_CONNECTION);
+  EXPECT_EQ(client.run({"version", "--json"}), kExitNoConnection);
   EXPECT_TRUE(holds(client.out, "\"exit\":3")) << client.out;
   EXPECT_TRUE(holds(client.err, "root")) << client.err;
 }

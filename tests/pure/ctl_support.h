@@ -29,13 +29,13 @@ inline bool holds(const std::string& text, const std::string& piece) {
   return text.find(piece) != std::string::npos;
 }
 
-class temporary_tree {
+class TemporaryTree {
  public:
-  temporary_tree() {
+  TemporaryTree() {
     char path[] = "/tmp/ctl-test-XXXXXX";
     root_ = mkdtemp(path);
   }
-  ~temporary_tree() { std::filesystem::remove_all(root_); }
+  ~TemporaryTree() { std::filesystem::remove_all(root_); }
   const std::string& root() const { return root_; }
   // Makes the parents too.
   void put(const std::string& path, const std::string& content) const {
@@ -50,20 +50,20 @@ class temporary_tree {
 
 // An environment without a phone: properties from a map, everything else below a temporary root.
 // `out` and `err` are what a command printed.
-struct bench_client {
-  temporary_tree tree;
+struct BenchClient {
+  TemporaryTree tree;
   std::map<std::string, std::string> properties;
   std::map<std::string, int64_t> free_bytes;  // by path of the phone; others: 1 GiB
-  environment env;
+  Environment env;
   std::string out, err;
 
-  bench_client() {
+  BenchClient() {
     env.dial = [] { return errno = ENOENT, -1; };
     env.property = [this](const char* key, const char* fallback) {
       const auto found = properties.find(key);
       return found == properties.end() || found->second.empty() ? fallback : found->second;
     };
-    env.space = [this](const std::string& path, volume_space* space) {
+    env.space = [this](const std::string& path, VolumeSpace* space) {
       space->available = 1 << 30;
       for (const auto& [volume, bytes] : free_bytes) {
         if (path.compare(0, env.root.size() + volume.size(), env.root + volume) == 0) {

@@ -12,7 +12,7 @@
 
 namespace {
 
-const request_name& request(int32_t code) {
+const RequestName& request(int32_t code) {
   return kRequestNames[code - 1];
 }
 
@@ -69,23 +69,23 @@ TEST(CtlCommandLine, MisuseEndsWith2AndSaysWhy) {
       {{"raw", "--yes", std::string(2 * 342, 'f')}, "aborts"},
   };
   for (const auto& [words, said] : rows) {
-    bench_client client;
-    EXPECT_EQ(client.run(words), EXIT_USAGE) << said;
+    BenchClient client;
+    EXPECT_EQ(client.run(words), kExitUsage) << said;
     EXPECT_TRUE(holds(client.err, said)) << client.err;
     EXPECT_EQ(client.out, "");
   }
 }
 
 TEST(CtlCommandLine, EveryRequestIsACommandAndEveryCommandHasHelp) {
-  bench_client client;
-  EXPECT_EQ(client.run({"--help"}), EXIT_OK);
+  BenchClient client;
+  EXPECT_EQ(client.run({"--help"}), kExitOk);
   const std::string help = client.out;
-  for (const request_name& row : kRequestNames) {
-    const command* found = find_command(row.command);
+  for (const RequestName& row : kRequestNames) {
+    const Command* found = find_command(row.command);
     ASSERT_NE(found, nullptr) << row.command;
     EXPECT_EQ(found->request, &row) << row.command;
     EXPECT_TRUE(holds(help, std::string("\n  ") + row.command + " ")) << row.command;
-    EXPECT_EQ(client.run({"help", row.command}), EXIT_OK);
+    EXPECT_EQ(client.run({"help", row.command}), kExitOk);
     EXPECT_TRUE(holds(client.out, std::string("usage: harrowmossctl ") + row.command));
   }
   const std::pair<std::vector<std::string>, const char*> rows[] = {
@@ -94,7 +94,7 @@ TEST(CtlCommandLine, EveryRequestIsACommandAndEveryCommandHasHelp) {
       {{"help", "stop", "--json"}, "{\"command\":\"help\",\"about\":\"stop\",\"text\":\"usage: "},
   };
   for (const auto& [words, begin] : rows) {
-    EXPECT_EQ(client.run(words), EXIT_OK);
+    EXPECT_EQ(client.run(words), kExitOk);
     EXPECT_EQ(client.out.find(begin), 0u) << client.out;
     EXPECT_TRUE(nlohmann::json::accept(client.out)) << client.out;
   }
@@ -129,7 +129,7 @@ TEST(CtlDestination, KeepsRootsShellAndTheRootDirectoryOut) {
   }
 }
 
-struct reply_row {
+struct ReplyRow {
   int32_t code;
   const char* behind_serial;  // hex
   const char* text;
@@ -137,7 +137,7 @@ struct reply_row {
 };
 
 TEST(CtlReply, IsToldToPeopleAndScripts) {
-  const reply_row rows[] = {
+  const ReplyRow rows[] = {
       {1, "01000000", "protocol version 1", "1"},
       {2, "00000000", "debug logging is started", "0"},
       {2, "", "(no change)", "null"},
@@ -151,9 +151,9 @@ TEST(CtlReply, IsToldToPeopleAndScripts) {
       {16, "04000000 3a5b0a5d 00000000", ":[\n]", "\":[\\u000a]\""},
       {16, "02000000 1bff0000", "\\x1b\\xff", "\"\\u001b\xef\xbf\xbd\""},
   };
-  for (const reply_row& row : rows) {
+  for (const ReplyRow& row : rows) {
     const std::string head{static_cast<char>(row.code), 0, 0, 0, 9, 0, 0, 0, 0, 0, 0, 0};
-    reply answer;
+    Reply answer;
     std::string error;
     ASSERT_TRUE(
         decode_reply(head + from_hex(row.behind_serial), request(row.code), 9, &answer, &error))
@@ -185,7 +185,7 @@ TEST(CtlReply, IsRefusedWhenItLies) {
       {9, "09000000 0900000000000000 ffffff7f 61626300", "does not match"},
   };
   for (const auto& row : rows) {
-    reply answer;
+    Reply answer;
     std::string error;
     EXPECT_FALSE(decode_reply(from_hex(row.bytes), request(row.code), 9, &answer, &error))
         << row.bytes;
@@ -202,12 +202,12 @@ TEST(CtlJson, HoldsAnyBytes) {
       {"\xe2\x82!", "\xef\xbf\xbd\xef\xbf\xbd!"},  // a cut character takes nothing with it
   };
   for (const auto& [bytes, read] : rows)
-    EXPECT_EQ(nlohmann::json::parse(json_writer().string(bytes).text()), read);
+    EXPECT_EQ(nlohmann::json::parse(JsonWriter().string(bytes).text()), read);
 
   // Escaped, because a terminal acts on it; JSON itself would allow it.
-  EXPECT_EQ(json_writer().string("\x7f\x1b").text(), "\"\\u007f\\u001b\"");
+  EXPECT_EQ(JsonWriter().string("\x7f\x1b").text(), "\"\\u007f\\u001b\"");
 
-  json_writer json;
+  JsonWriter json;
   json.begin_object().key("a").begin_array().number(-1).null().begin_object().end_object();
   json.end_array().flag("b", false).member("c", "d").end_object();
   EXPECT_EQ(json.text(), R"({"a":[-1,null,{}],"b":false,"c":"d"})");
@@ -227,19 +227,19 @@ TEST(CtlText, CannotSteerATerminal) {
 }
 
 TEST(CtlDryRun, ShowsTheFrameAndConnectsToNobody) {
-  bench_client client;
+  BenchClient client;
   client.env.dial = []() -> int {
     ADD_FAILURE() << "connected";
     return -1;
   };
   const std::string target = client.tree.root() + "/bundle";
-  EXPECT_EQ(client.run({"feedback", "--dry-run", "--select", "anr", target}), EXIT_OK);
+  EXPECT_EQ(client.run({"feedback", "--dry-run", "--select", "anr", target}), kExitOk);
   for (const char* piece : {"6 feedback", "anr (0x40)", "nothing was sent"}) {
     EXPECT_TRUE(holds(client.out, piece)) << client.out;
   }
   EXPECT_FALSE(std::filesystem::exists(target));
-  EXPECT_EQ(client.run({"delete-logs", "--dry-run"}), EXIT_OK);  // needs no --yes
-  EXPECT_EQ(client.run({"start", "0x801", "--dry-run", "--json"}), EXIT_OK);
+  EXPECT_EQ(client.run({"delete-logs", "--dry-run"}), kExitOk);  // needs no --yes
+  EXPECT_EQ(client.run({"start", "0x801", "--dry-run", "--json"}), kExitOk);
   EXPECT_TRUE(holds(client.out, "\"frame\":\"10 00 02 00 00 00 02 00")) << client.out;
   EXPECT_TRUE(holds(client.out, "\"mobile,0x800 (0x801)\"")) << client.out;
   EXPECT_TRUE(holds(client.err, "bits 0x800 select nothing")) << client.err;

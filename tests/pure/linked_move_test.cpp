@@ -8,10 +8,10 @@
 namespace {
 
 TEST(LinkedMove, TakesTheSafestWayThatTheRoomAllows) {
-  constexpr auto kLinks = move_way::with_links, kBare = move_way::bare, kStays = move_way::stays;
+  constexpr auto kLinks = MoveWay::kWithLinks, kBare = MoveWay::kBare, kStays = MoveWay::kStays;
   const struct {
     bool one_pool, can_link, tree_fits, largest_fits;
-    move_way way;
+    MoveWay way;
   } rows[] = {
       {false, true, true, true, kLinks},   {false, true, true, false, kLinks},
       {false, true, false, true, kStays},  {false, true, false, false, kStays},
@@ -21,7 +21,7 @@ TEST(LinkedMove, TakesTheSafestWayThatTheRoomAllows) {
       {true, false, false, false, kStays},
   };
   for (const auto& row : rows) {
-    const move_facts facts = {row.one_pool, row.can_link, row.tree_fits, row.largest_fits};
+    const MoveFacts facts = {row.one_pool, row.can_link, row.tree_fits, row.largest_fits};
     EXPECT_EQ(judge_move(facts), row.way) << &row - rows;
   }
 }
@@ -29,14 +29,14 @@ TEST(LinkedMove, TakesTheSafestWayThatTheRoomAllows) {
 TEST(LinkedMove, AFileHasArrivedWhenNothingOfItsLinkIsMissing) {
   const struct {
     int64_t at_start, now, there;
-    arrival state;
+    Arrival state;
   } rows[] = {
-      {5, 5, 5, arrival::complete},       {5, 5, 9, arrival::complete},
-      {0, 0, 0, arrival::complete},       {5, 2, 2, arrival::complete},  // emptied by its writer
-      {5, 7, 5, arrival::grown},          {5, 7, 6, arrival::grown},
-      {5, 5, 4, arrival::missing},        {5, 7, 4, arrival::missing},
-      {0, 0, kAbsent, arrival::missing},  {5, 5, kUnknown, arrival::missing},
-      {5, kUnknown, 5, arrival::missing}, {5, kAbsent, kAbsent, arrival::none},
+      {5, 5, 5, Arrival::kComplete},       {5, 5, 9, Arrival::kComplete},
+      {0, 0, 0, Arrival::kComplete},       {5, 2, 2, Arrival::kComplete},  // emptied by its writer
+      {5, 7, 5, Arrival::kGrown},          {5, 7, 6, Arrival::kGrown},
+      {5, 5, 4, Arrival::kMissing},        {5, 7, 4, Arrival::kMissing},
+      {0, 0, kAbsent, Arrival::kMissing},  {5, 5, kUnknown, Arrival::kMissing},
+      {5, kUnknown, 5, Arrival::kMissing}, {5, kAbsent, kAbsent, Arrival::kNone},
   };
   for (const auto& row : rows)
     EXPECT_EQ(judge_arrival(row.at_start, row.now, row.there), row.state) << &row - rows;

@@ -54,7 +54,7 @@ TEST(ReplacementPace, IsOneASecondAfterThreeInTenSeconds) {
       {4200, 0},    {12200, 0},   {13102, 0},   // one that comes late does not wait
       {13103, 999}, {14200, 902}, {60000, 0},
   };
-  replacement_pace pace;
+  ReplacementPace pace;
   for (const auto& [now, delay] : rows) EXPECT_EQ(pace.next_delay_ms(now), delay) << now;
 }
 

@@ -68,8 +68,8 @@ TEST(NotedSignals, NoSafePointWhileAnyGuardLives) {
     set_safe_point_handler(handle, [] {});
     note_signal(SIGTERM);
     {
-      const no_safe_points outer;
-      { const no_safe_points inner; }
+      const NoSafePoints outer;
+      { const NoSafePoints inner; }
       safe_point();
     }
     const bool none = s_handled.empty();
@@ -104,7 +104,7 @@ TEST(NotedSignals, OneNotedWhileHandlingIsHandledByTheNextLook) {
 TEST(NotedSignals, AChildHandlesNothingThatWasNotedForItsParent) {
   EXPECT_TRUE(holds_in_daemon([] {
     note_signal(SIGTERM);
-    const pid_t child = fork_process(group::inherit);
+    const pid_t child = fork_process(Group::kInherit);
     if (child == 0) {
       s_harrowmossd_pid = getpid();  // even one that took itself for the main process
       handle_noted_signals(handle);
@@ -187,9 +187,9 @@ TEST(WaitReady, WithoutAPipeNothingNotedIsLost) {
 TEST(SignalScope, CountsNestedHandlers) {
   EXPECT_FALSE(in_signal_handler());
   {
-    const signal_scope outer;
+    const SignalScope outer;
     {
-      const signal_scope inner;
+      const SignalScope inner;
       EXPECT_TRUE(in_signal_handler());
     }
     EXPECT_TRUE(in_signal_handler());

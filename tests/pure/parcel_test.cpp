@@ -13,7 +13,7 @@ std::string read_all(const Parcel& parcel) {
   size_t length = 77;  // every outcome has to set it
   const char16_t* text = parcel.readString16Inplace(&length);
   std::string shown = text == nullptr ? "null" : "'";
-  for (size_t i = 0; text != nullptr && i < length; ++i) shown += static_cast<char>(text[i]);
+  for (size_t i = 0; text != nullptr && i < length; i++) shown += static_cast<char>(text[i]);
   shown += "/" + std::to_string(length) + " " + std::to_string(parcel.readInt32());
   return shown + " left " + std::to_string(parcel.dataAvail());
 }

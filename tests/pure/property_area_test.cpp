@@ -29,7 +29,7 @@ class PropertyAreaTest : public ::testing::Test {
     return std::string(value, static_cast<size_t>(length));
   }
 
-  const temporary_tree tree_;
+  const TemporaryTree tree_;
   std::unique_ptr<PropertyArea> area_;
 };
 

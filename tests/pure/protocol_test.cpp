@@ -5,7 +5,7 @@
 
 namespace {
 
-const request_name& request(int32_t code) {
+const RequestName& request(int32_t code) {
   return kRequestNames[code - 1];
 }
 
@@ -24,7 +24,7 @@ TEST(ProtocolEncoder, TurnsUtf8IntoUtf16) {
   // Cut, overlong, surrogates, and beyond the last character.
   for (const char* text : {"80", "c2 41", "f0 9f 98", "c1 bf", "e0 9f bf", "f0 8f bf bf",
                            "ed a0 80", "ed bf bf", "f4 90 80 80", "ff"}) {
-    request_frame frame;
+    RequestFrame frame;
     std::string error;
     EXPECT_FALSE(encode_request(request(14), 1, {0, "/a/" + from_hex(text)}, &frame, &error));
     EXPECT_FALSE(error.empty()) << text;
@@ -55,7 +55,7 @@ TEST(ProtocolEncoder, RefusesWhatTheDaemonWouldNotServeOrSurvive) {
   EXPECT_EQ(dump_text_length(from_hex("00 0f 10 ff")), std::string("0-f-10-ff-").size());
 
   // A path of ASCII letters takes five characters a letter.
-  request_frame frame;
+  RequestFrame frame;
   std::string error;
   EXPECT_TRUE(encode_request(request(14), 1, {0, "/" + std::string(190, 'a')}, &frame, &error));
   EXPECT_FALSE(encode_request(request(14), 1, {0, "/" + std::string(210, 'a')}, &frame, &error));
@@ -63,7 +63,7 @@ TEST(ProtocolEncoder, RefusesWhatTheDaemonWouldNotServeOrSurvive) {
 
 TEST(ProtocolNames, ReadListsOfNamesAndNumbers) {
   const struct {
-    const mask_words& words;
+    const MaskWords& words;
     const char* text;
     int32_t mask;
     const char* shown;

@@ -28,7 +28,7 @@ TEST(SizeVerdict, IsOverQuotaFromTheFirstWholeMiBAboveIt) {
       {"a quota below nothing", 0, 0, -1, false, true},
   };
   for (const auto& row : rows) {
-    const size_verdict verdict =
+    const SizeVerdict verdict =
         judge_sizes({row.store, row.common, row.quota_gib, row.modem_or_wifi, 1 << 30});
     EXPECT_EQ(verdict.over_quota, row.over) << row.what;
     EXPECT_FALSE(verdict.extreme_low) << row.what;
@@ -36,7 +36,7 @@ TEST(SizeVerdict, IsOverQuotaFromTheFirstWholeMiBAboveIt) {
 }
 
 TEST(SizeVerdict, SizesAreGibibytes) {
-  const size_verdict verdict = judge_sizes({1610612736, 536870912, 20, false, 0});
+  const SizeVerdict verdict = judge_sizes({1610612736, 536870912, 20, false, 0});
   EXPECT_EQ(verdict.store_gib, 1.5F);
   EXPECT_EQ(verdict.common_gib, 0.5F);
   EXPECT_EQ(verdict.total_gib, 2.0F);
@@ -53,7 +53,7 @@ TEST(SizeVerdict, LessThan128MiBForTheCaptureIsExtremelyLowAndUnknownIsNot) {
       {-2, 4096, false},    {4096, 629145600, false},
   };
   for (const auto& row : rows) {
-    const size_verdict verdict = judge_sizes({0, 0, 20, false, row.available, row.preallocated});
+    const SizeVerdict verdict = judge_sizes({0, 0, 20, false, row.available, row.preallocated});
     EXPECT_EQ(verdict.extreme_low, row.low) << row.available << " and " << row.preallocated;
     EXPECT_FALSE(verdict.over_quota) << row.available;
   }
@@ -77,7 +77,7 @@ TEST(SizeVerdict, ACopyLeaves128MiBOfDataFree) {
 
 TEST(SizeVerdict, ARestartThatDidNotHelpIsNotRepeatedAtOnce) {
   const struct {
-    restart_record last;
+    RestartRecord last;
     int64_t now_ms, total_bytes;
     bool due;
   } rows[] = {
@@ -101,7 +101,7 @@ bool unknown(const char* dir, bool descriptors) {
   getrlimit(RLIMIT_NOFILE, &before);
   const rlimit now = {descriptors ? before.rlim_cur : 0, before.rlim_max};
   setrlimit(RLIMIT_NOFILE, &now);
-  const oldest_run found = find_oldest_run(dir);
+  const OldestRun found = find_oldest_run(dir);
   setrlimit(RLIMIT_NOFILE, &before);
   EXPECT_EQ(found.number, -1);
   return found.unknown;

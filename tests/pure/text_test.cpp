@@ -56,7 +56,7 @@ TEST(ShellText, LeavesOrdinaryNamesAsTheyAre) {
       {"", ""},
   };
   for (const auto& [name, escaped] : rows) {
-    const shell_text text = shell_text("rm").arg(name).raw(";");
+    const ShellText text = ShellText("rm").arg(name).raw(";");
     EXPECT_TRUE(text.can_be_given());
     EXPECT_EQ(text.c_str(), std::string("rm ") + escaped + ";");
   }
@@ -64,15 +64,15 @@ TEST(ShellText, LeavesOrdinaryNamesAsTheyAre) {
 
 TEST(ShellText, RefusesANewlineWhereverItStands) {
   for (const char* name : {"\n", "a\nb", "a\n", "\na"}) {
-    EXPECT_FALSE(shell_text("rm").arg(name).arg("b").can_be_given()) << name;
-    EXPECT_FALSE(shell_text("rm").pattern(std::string(name) + "/*").can_be_given()) << name;
+    EXPECT_FALSE(ShellText("rm").arg(name).arg("b").can_be_given()) << name;
+    EXPECT_FALSE(ShellText("rm").pattern(std::string(name) + "/*").can_be_given()) << name;
   }
 }
 
 // What a program has put together can only enter as a word.
 template <typename Text>
 constexpr bool kIsFixed =
-    std::is_constructible_v<fixed_text, Text> || std::is_convertible_v<Text, shell_text>;
+    std::is_constructible_v<FixedText, Text> || std::is_convertible_v<Text, ShellText>;
 static_assert(kIsFixed<const char (&)[8]>);
 static_assert(!kIsFixed<char (&)[8]> && !kIsFixed<const char*> && !kIsFixed<std::string>);
 

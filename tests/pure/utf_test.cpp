@@ -8,12 +8,12 @@
 
 namespace {
 
-struct freer {
+struct Freer {
   void operator()(char* text) const { free(text); }
 };
 
 std::string converted(const std::u16string& units) {
-  const std::unique_ptr<char, freer> text(strndup16to8(units.data(), units.size()));
+  const std::unique_ptr<char, Freer> text(strndup16to8(units.data(), units.size()));
   return text == nullptr ? "(null)" : text.get();
 }
 
@@ -50,9 +50,9 @@ TEST(Strndup16to8, EveryUnitRoundTrips) {
 
 TEST(Strndup16to8, TakesExactlyTheCount) {
   const std::u16string text = u"abcdef";
-  const std::unique_ptr<char, freer> cut(strndup16to8(text.data(), 3));
+  const std::unique_ptr<char, Freer> cut(strndup16to8(text.data(), 3));
   EXPECT_STREQ(cut.get(), "abc");
-  const std::unique_ptr<char, freer> none(strndup16to8(text.data(), 0));
+  const std::unique_ptr<char, Freer> none(strndup16to8(text.data(), 0));
   EXPECT_STREQ(none.get(), "");
   EXPECT_EQ(strndup16to8(nullptr, 3), nullptr);
 }

@@ -18,12 +18,12 @@ const char* argument(const Vector& vector, size_t index, const char* kind) {
 }
 
 // The arguments as our encoder takes them; false for a vector that it would never write.
-bool encoder_values(const Vector& vector, request_values* values) {
+bool encoder_values(const Vector& vector, RequestValues* values) {
   if (!vector.encodable || vector.code < 1 || vector.code > 16) return false;
-  const request_arguments kind = kRequestNames[vector.code - 1].arguments;
-  const bool both = kind == request_arguments::kMaskPathInt;
-  const bool has_mask = both || kind == request_arguments::kMask;
-  const bool has_path = both || kind == request_arguments::kPath;
+  const RequestArguments kind = kRequestNames[vector.code - 1].arguments;
+  const bool both = kind == RequestArguments::kMaskPathInt;
+  const bool has_mask = both || kind == RequestArguments::kMask;
+  const bool has_path = both || kind == RequestArguments::kPath;
   const char* mask = has_mask ? argument(vector, 0, "int32") : "0";
   const char* path = has_path ? argument(vector, both ? 1 : 0, "string16") : "";
   if (mask == nullptr || path == nullptr) return false;
@@ -37,9 +37,9 @@ TEST(Vectors, TheEncoderWritesTheirRequests) {
   EXPECT_EQ(file.protocol, kProtocolVersion);
   std::set<int32_t> seen;
   for (const Vector& vector : file.vectors) {
-    request_values values;
+    RequestValues values;
     if (!encoder_values(vector, &values)) continue;
-    request_frame frame;
+    RequestFrame frame;
     std::string error;
     ASSERT_TRUE(
         encode_request(kRequestNames[vector.code - 1], vector.serial, values, &frame, &error))
@@ -47,7 +47,7 @@ TEST(Vectors, TheEncoderWritesTheirRequests) {
     EXPECT_EQ(frame.bytes, from_hex(vector.request)) << vector.name;
     seen.insert(vector.code);
     size_t end = 0;  // the shown fields cover the frame without gaps
-    for (const frame_field& field : frame.fields) {
+    for (const FrameField& field : frame.fields) {
       EXPECT_EQ(field.offset, end) << vector.name << " " << field.name;
       end += field.size;
     }
@@ -62,7 +62,7 @@ TEST(Vectors, TheDecoderReadsTheirReplies) {
     if (!fixed || vector.reply.empty() || vector.code < 1 || vector.code > 16) continue;
     const std::string bytes = from_hex(vector.reply);
     EXPECT_EQ(int32_at(bytes, 0), static_cast<int32_t>(bytes.size()) - 4) << vector.name;
-    reply answer;
+    Reply answer;
     std::string error;
     EXPECT_TRUE(decode_reply(std::string_view(bytes).substr(4), kRequestNames[vector.code - 1],
                              vector.serial, &answer, &error))

@@ -21,16 +21,16 @@ TEST(WatchdogTimes, ARoundIsDueAfter600SecondsAndAVerdictAfterAnHour) {
     EXPECT_EQ(row.due(row.since, row.now), row.expected) << row.since << " " << row.now;
 }
 
-sleep_counters processor(int32_t vmin, int32_t aosd, int32_t cxsd) {
-  sleep_counters counters;
+SleepCounters processor(int32_t vmin, int32_t aosd, int32_t cxsd) {
+  SleepCounters counters;
   counters.vmin_count = vmin;
   counters.aosd_count = aosd;
   counters.cxsd_count = cxsd;
   return counters;
 }
 
-sleep_counters modem(int32_t shutdowns, int32_t xo, int32_t sleeps) {
-  sleep_counters counters;
+SleepCounters modem(int32_t shutdowns, int32_t xo, int32_t sleeps) {
+  SleepCounters counters;
   counters.mpss_numshutdowns = shutdowns;
   counters.xo_count = xo;
   counters.sleep_count = sleeps;
@@ -76,18 +76,18 @@ TEST(WatchdogCounters, NeitherSideLooksAtTheOthers) {
 TEST(WatchdogVerdict, EveryCase) {
   const struct {
     bool modem_stuck, captured, logger_on;
-    verdict expected;
+    Verdict expected;
   } rows[] = {
       // Not the modem's fault: at once, whatever was captured.
-      {false, false, false, verdict::dump_at_once},
-      {false, false, true, verdict::dump_at_once},
-      {false, true, false, verdict::dump_at_once},
-      {false, true, true, verdict::dump_at_once},
+      {false, false, false, Verdict::kDumpAtOnce},
+      {false, false, true, Verdict::kDumpAtOnce},
+      {false, true, false, Verdict::kDumpAtOnce},
+      {false, true, true, Verdict::kDumpAtOnce},
       // The modem's: its log first, the dump only behind one, and never into a running log.
-      {true, false, false, verdict::start_capture},
-      {true, false, true, verdict::extend_capture},
-      {true, true, false, verdict::dump_after_grace},
-      {true, true, true, verdict::extend_capture},
+      {true, false, false, Verdict::kStartCapture},
+      {true, false, true, Verdict::kExtendCapture},
+      {true, true, false, Verdict::kDumpAfterGrace},
+      {true, true, true, Verdict::kExtendCapture},
   };
   for (const auto& row : rows) {
     EXPECT_EQ(judge(row.modem_stuck, row.captured, row.logger_on), row.expected)

@@ -10,7 +10,7 @@ namespace {
 
 int occurrences(const std::string& text, const std::string& piece) {
   int found = 0;
-  for (size_t at = 0; (at = text.find(piece, at)) != std::string::npos; ++at) ++found;
+  for (size_t at = 0; (at = text.find(piece, at)) != std::string::npos; at++) found++;
   return found;
 }
 

@@ -48,7 +48,7 @@ int verified(const Phone& phone, const std::string& directory) {
                                        "&& sha256sum -c /data/sums");
   EXPECT_EQ(result.status, 0) << result.out << result.err;
   int count = 0;
-  for (size_t at = 0; (at = result.out.find(": OK\n", at)) != std::string::npos; ++at) ++count;
+  for (size_t at = 0; (at = result.out.find(": OK\n", at)) != std::string::npos; at++) count++;
   return count;
 }
 

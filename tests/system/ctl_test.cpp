@@ -36,7 +36,7 @@ std::vector<std::string> findings(const RunResult& doctor) {
   return ids;
 }
 
-using ids = std::vector<std::string>;
+using Ids = std::vector<std::string>;
 
 TEST(CtlSystem, StatusKnowsEveryWorkerOfAllTypes) {
   Phone phone;
@@ -59,18 +59,18 @@ TEST(CtlSystem, StatusKnowsEveryWorkerOfAllTypes) {
 
 TEST(CtlSystem, DoctorFindsWhatIsProvokedWhileLoggingRuns) {
   Phone phone;
-  EXPECT_EQ(findings(ctl(phone, {"doctor", "--json"})), ids{"switch"});
+  EXPECT_EQ(findings(ctl(phone, {"doctor", "--json"})), Ids{"switch"});
   ASSERT_EQ(ctl(phone, {"start", "mobile"}).status, 0);
   ASSERT_TRUE(all_logcats_run(phone));
   const PhoneProcess monitor = running_monitor(phone);
   const auto doctor = [&](const char* timeout = "60") {
     return findings(ctl(phone, {"doctor", "--json", "--timeout", timeout}));
   };
-  EXPECT_EQ(doctor(), ids{});
+  EXPECT_EQ(doctor(), Ids{});
 
   const struct {
     const char *key, *value, *mended;
-    ids found;
+    Ids found;
   } rows[] = {
       {"vold.mounted", "0", "1", {"storage"}},
       {"persist.sys.logger.enable", "off", "on", {"self-log"}},
@@ -84,34 +84,34 @@ TEST(CtlSystem, DoctorFindsWhatIsProvokedWhileLoggingRuns) {
   }
   // A client of the phone's own: that of another network namespace is in no list of it.
   phone.shell("(exec > /dev/null 2>&1; sleep 1000 | nc -U /dev/socket/harrowmossd) &");
-  EXPECT_TRUE(eventually([&] { return doctor("0.5") == ids{"held"}; }));
+  EXPECT_TRUE(eventually([&] { return doctor("0.5") == Ids{"held"}; }));
   ASSERT_TRUE(phone.signal(phone.daemon_pid(), SIGSTOP));
   for (const PhoneProcess& client : phone.named("nc")) phone.signal(client.pid, SIGKILL);
-  EXPECT_TRUE(eventually([&] { return doctor("0.5") == ids{"not-answering"}; }));
+  EXPECT_TRUE(eventually([&] { return doctor("0.5") == Ids{"not-answering"}; }));
   ASSERT_TRUE(phone.signal(phone.daemon_pid(), SIGCONT));
   const fs::path run =
       phone.inside("/data/misc/zelkalog/" + fs::path(sdcard_run(phone)).filename().string());
   fs::rename(run, run.string() + "-away");
-  EXPECT_EQ(doctor(), ids{"lost-run"});
+  EXPECT_EQ(doctor(), Ids{"lost-run"});
   fs::rename(run.string() + "-away", run);
   phone.write("/data/misc/zelkalog/77#01-01_00-00-00/x", "");
-  EXPECT_EQ(doctor(), ids{"left-behind"});
+  EXPECT_EQ(doctor(), Ids{"left-behind"});
   fs::remove_all(phone.inside("/data/misc/zelkalog/77#01-01_00-00-00"));
-  EXPECT_EQ(doctor(), ids{});
+  EXPECT_EQ(doctor(), Ids{});
 
   // A monitor that ends by itself, as at a stop, is not started again by the daemon.
   ASSERT_TRUE(phone.signal(monitor.pid, SIGUSR1));
   ASSERT_TRUE(eventually([&] { return phone.named("harrowmossd-lsm").empty(); }));
-  EXPECT_EQ(doctor(), ids{"no-monitor"});
+  EXPECT_EQ(doctor(), Ids{"no-monitor"});
   // Nor is a logcat that was killed.
   for (const PhoneProcess& logcat : debug_logcats(phone)) phone.signal(logcat.pid, SIGKILL);
   ASSERT_TRUE(eventually([&] { return phone.named("logcat").size() <= 1; }));
-  EXPECT_EQ(doctor(), (ids{"no-logcat", "no-monitor"}));
+  EXPECT_EQ(doctor(), (Ids{"no-logcat", "no-monitor"}));
   fs::remove(phone.inside("/dev/socket/harrowmossd"));
-  EXPECT_EQ(doctor(), (ids{"not-answering", "no-logcat", "no-monitor"}));
+  EXPECT_EQ(doctor(), (Ids{"not-answering", "no-logcat", "no-monitor"}));
   EXPECT_EQ(phone.shell("mount -t tmpfs none /system/bin").status, 0);
   const RunResult lacking = ctl(phone, {"doctor", "--json"});
-  EXPECT_EQ(findings(lacking), (ids{"not-answering", "missing-files", "no-logcat", "no-monitor"}));
+  EXPECT_EQ(findings(lacking), (Ids{"not-answering", "missing-files", "no-logcat", "no-monitor"}));
   EXPECT_TRUE(holds(lacking.out, "/system/bin/sh (for everything)")) << lacking.out;
 }
 
