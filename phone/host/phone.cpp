@@ -85,12 +85,14 @@ std::string holders_of(const std::set<std::string>& pipes) {
     const std::string number = entry.path().filename();
     PhoneProcess process;
     if (!isdigit(number[0]) || !read_process("/proc", number, &process)) continue;
-    bool holds = false;
-    for (const auto& fd : fs::directory_iterator(entry.path() / "fd", error))
-      holds = holds || pipes.count(fs::read_symlink(fd.path(), error)) > 0;
-    if (!holds || process.pid == getpid()) continue;
+    std::string held;
+    for (const auto& fd : fs::directory_iterator(entry.path() / "fd", error)) {
+      if (pipes.count(fs::read_symlink(fd.path(), error)) > 0)
+        held += " " + fd.path().filename().string();
+    }
+    if (held.empty() || process.pid == getpid()) continue;
     lines += "\n  " + number + " (child of " + std::to_string(process.ppid) + ") " + process.state +
-             " " + read_file(entry.path() / "wchan") + ":";
+             " " + read_file(entry.path() / "wchan") + ", descriptors" + held + ":";
     for (const std::string& word : process.cmdline) lines += " " + word;
   }
   return lines;
@@ -341,6 +343,28 @@ std::vector<std::string> Phone::values_of(const std::string& key) const {
 
 RunResult Phone::run(const std::vector<std::string>& argv, const std::string& input) const {
   return capture(argv, input, [&] { run_inside(init_, argv); });
+}
+
+BackgroundCommand Phone::spawn(const std::vector<std::string>& argv) const {
+  Pipe input;
+  const Fd null(open("/dev/null", O_WRONLY | O_CLOEXEC));
+  const pid_t pid = fork();
+  if (pid == 0) {
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    dup2(input.read_end.get(), 0);
+    dup2(null.get(), 1);
+    dup2(null.get(), 2);
+    input.write_end.reset();
+    run_inside(init_, argv);
+  }
+  expect_of_phone(pid > 0, errno_text(argv[0]));
+  return BackgroundCommand(pid, std::move(input.write_end));
+}
+
+BackgroundCommand::~BackgroundCommand() {
+  if (pid_ <= 0) return;
+  signal_one(pid_, SIGKILL);  // the command dies with it
+  waitpid(pid_, nullptr, 0);
 }
 
 std::vector<PhoneProcess> Phone::processes() const {

@@ -7,6 +7,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "phone/host/wait.h"
@@ -40,6 +41,19 @@ struct PropertySet {
   pid_t pid = 0;  // as the setter counts
   std::string key;
   std::string value;
+};
+
+// A command in the background, killed when this is destroyed.
+class BackgroundCommand {
+ public:
+  BackgroundCommand(pid_t pid, Fd input) : pid_(pid), input_(std::move(input)) {}
+  BackgroundCommand(BackgroundCommand&& other) noexcept
+      : pid_(std::exchange(other.pid_, -1)), input_(std::move(other.input_)) {}
+  ~BackgroundCommand();
+
+ private:
+  pid_t pid_;  // of the process that waits for the command
+  Fd input_;
 };
 
 class Phone {
@@ -94,6 +108,9 @@ class Phone {
   // Runs a command inside, as root with the shell's PATH. `input` becomes its standard input.
   RunResult run(const std::vector<std::string>& argv, const std::string& input = "") const;
   RunResult shell(const std::string& text) const { return run({"/system/bin/mksh", "-c", text}); }
+  // Starts a command inside and does not wait for it. Its input stays open and empty, its output is
+  // thrown away.
+  BackgroundCommand spawn(const std::vector<std::string>& argv) const;
 
   std::vector<PhoneProcess> processes() const;
   // The processes with this name (comm).

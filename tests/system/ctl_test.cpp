@@ -83,7 +83,7 @@ TEST(CtlSystem, DoctorFindsWhatIsProvokedWhileLoggingRuns) {
     phone.setprop(row.key, row.mended);
   }
   // A client of the phone's own: that of another network namespace is in no list of it.
-  phone.shell("(exec > /dev/null 2>&1; sleep 1000 | nc -U /dev/socket/harrowmossd) &");
+  const BackgroundCommand waiting = phone.spawn({"nc", "-U", "/dev/socket/harrowmossd"});
   EXPECT_TRUE(eventually([&] { return doctor("0.5") == Ids{"held"}; }));
   ASSERT_TRUE(phone.signal(phone.daemon_pid(), SIGSTOP));
   for (const PhoneProcess& client : phone.named("nc")) phone.signal(client.pid, SIGKILL);
