@@ -15,7 +15,7 @@
 
 #include <algorithm>
 
-#include "phone/host/wait.h"
+#include "phone/wait.h"
 
 namespace {
 

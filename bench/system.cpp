@@ -9,7 +9,7 @@
 
 #include "bench/daemon.h"
 #include "bench/harness.h"
-#include "phone/host/wait.h"
+#include "phone/wait.h"
 #include "protocol/protocol.h"
 
 namespace fs = std::filesystem;

@@ -17,7 +17,7 @@
 
 #include "bench/harness.h"
 #include "input/touch_recorder.h"
-#include "phone/input_control.h"
+#include "phone/input/control.h"
 
 namespace {
 

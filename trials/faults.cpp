@@ -12,7 +12,7 @@
 #include <algorithm>
 #include <regex>
 
-#include "phone/host/trouble.h"
+#include "phone/host/failure.h"
 #include "trials/checks.h"
 #include "trials/fault_plan.h"
 
@@ -221,7 +221,7 @@ void check_promises(const Phone& phone, const Captured& captured, const Referenc
 
 // The first trial, without a fault, becomes the reference of the others.
 void run_trial(const Trial& trial, Reference* reference, bool is_reference) {
-  on_phone_trouble = [](const std::string& what) { broken.push_back(what); };
+  on_phone_failure = [](const std::string& what) { broken.push_back(what); };
   const int64_t start = monotonic_now_ms();
   Phone phone(phone_options(trial), Phone::Until::kBooted);
   FaultControl* control = phone.ok() ? map_control(phone) : nullptr;

@@ -14,7 +14,7 @@
 #include <set>
 #include <thread>
 
-#include "phone/host/trouble.h"
+#include "phone/host/failure.h"
 #include "trials/checks.h"
 
 namespace {
@@ -313,7 +313,7 @@ int main(int argc, char** argv) {
       return 2;
     }
   }
-  on_phone_trouble = [](const std::string& what) { expect(false, what); };
+  on_phone_failure = [](const std::string& what) { expect(false, what); };
   printf("seed %u: the same draws again with --seed %u\n", seed, seed);
   const int64_t end = monotonic_now_ms() + static_cast<int64_t>(minutes * 60000);
   Soak soak(seed);

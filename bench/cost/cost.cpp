@@ -11,7 +11,7 @@
 #include <thread>
 
 #include "phone/host/daemon.h"
-#include "phone/host/trouble.h"
+#include "phone/host/failure.h"
 #include "protocol/protocol.h"
 
 namespace {
@@ -101,7 +101,7 @@ Size size_of_working_area(const Phone& phone) {
 // Boots a phone under load, starts `mask` (0: nothing) and prints what a while of it takes.
 void measure(const char* name, int32_t mask, int seconds) {
   Phone phone(quick_vendor({"--input", "--data-size", "2G"}));
-  if (!settled(phone)) on_phone_trouble("the daemon does not come to rest");
+  if (!settled(phone)) on_phone_failure("the daemon does not come to rest");
   phone.shell("finger plug event0 zelka_goodix_ts");
   if (mask != 0) start_logging(phone, mask);
   std::thread load([&phone] { phone.shell(kLogLoad); });
@@ -126,7 +126,7 @@ void measure(const char* name, int32_t mask, int seconds) {
 // Puts `count` files into the store and prints what the monitor's looks at them take.
 void measure_monitor(int count) {
   Phone phone(quick_vendor());
-  if (!settled(phone)) on_phone_trouble("the daemon does not come to rest");
+  if (!settled(phone)) on_phone_failure("the daemon does not come to rest");
   for (int i = 0; i < count; i++) {
     const int run = i / kFilesInARun;
     if (i % kFilesInARun == 0) {

@@ -11,8 +11,8 @@
 #include <sys/socket.h>
 
 #include "phone/adb/services.h"
-#include "phone/rc_parser.h"
-#include "phone/root_layout.h"
+#include "phone/boot/root_layout.h"
+#include "phone/init/rc_parser.h"
 
 namespace {
 

@@ -6,8 +6,8 @@
 #include <sys/wait.h>
 
 #include "phone/adb/services.h"
-#include "phone/host/wait.h"
 #include "phone/util.h"
+#include "phone/wait.h"
 
 namespace {
 

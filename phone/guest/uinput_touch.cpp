@@ -9,7 +9,7 @@
 #include <string.h>
 #include <sys/ioctl.h>
 
-#include "phone/touch_sequences.h"
+#include "phone/input/touch_sequences.h"
 #include "phone/util.h"
 
 static constexpr const char* kUinput = "/dev/uinput";

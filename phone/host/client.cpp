@@ -7,7 +7,7 @@
 
 #include <algorithm>
 
-#include "phone/host/trouble.h"
+#include "phone/host/failure.h"
 
 static constexpr const char* kSocketPath = "/dev/socket/harrowmossd";
 static constexpr size_t kReplyMax = 4096;  // a size beyond it is a broken one

@@ -11,7 +11,7 @@
 #include <regex>
 
 #include "model/log_buffers.h"
-#include "phone/host/trouble.h"
+#include "phone/host/failure.h"
 #include "platform/linux/log_record.h"
 
 namespace fs = std::filesystem;

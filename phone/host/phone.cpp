@@ -17,10 +17,10 @@
 #include <functional>
 #include <set>
 
-#include "phone/host/trouble.h"
-#include "phone/init_log.h"
-#include "phone/keep_logs.h"
-#include "phone/root_layout.h"
+#include "phone/boot/keep_logs.h"
+#include "phone/boot/root_layout.h"
+#include "phone/host/failure.h"
+#include "phone/init/init_log.h"
 
 namespace fs = std::filesystem;
 
@@ -135,7 +135,7 @@ RunResult capture(const std::vector<std::string>& argv, const std::string& input
             fs::read_symlink("/proc/self/fd/" + std::to_string(each->read_end.get()), error));
       trouble += holders_of(pipes);
       signal_one(pid, SIGKILL);
-      on_phone_trouble(trouble);
+      on_phone_failure(trouble);
       break;
     }
     for (int i = 0; i < 2; i++) {
@@ -194,7 +194,7 @@ RunResult run_phone(const std::vector<std::string>& arguments, const std::string
 Phone::Phone(const std::vector<std::string>& options, Until until) {
   char directory[] = "/tmp/phone-test.XXXXXX";
   if (mkdtemp(directory) == nullptr) {
-    on_phone_trouble(errno_text("mkdtemp"));
+    on_phone_failure(errno_text("mkdtemp"));
     return;
   }
   directory_ = directory;
@@ -223,7 +223,7 @@ Phone::Phone(const std::vector<std::string>& options, Until until) {
   });
   const int pid = atoi(read_file(pid_file).c_str());
   if (!booted || pid <= 0) {
-    on_phone_trouble("no phone: " + messages());
+    on_phone_failure("no phone: " + messages());
     return;
   }
   init_pidfd_.reset(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
@@ -231,7 +231,7 @@ Phone::Phone(const std::vector<std::string>& options, Until until) {
   properties_ = std::make_unique<PropertyArea>("/proc/" + std::to_string(pid) + "/root");
   expect_of_phone(properties_->open(), errno_text("the phone's properties"));
   if (until == Until::kReady && !wait_until_ready())
-    on_phone_trouble("the daemon does not listen: " + messages() + read(kInitLog));
+    on_phone_failure("the daemon does not listen: " + messages() + read(kInitLog));
 }
 
 Phone::~Phone() {

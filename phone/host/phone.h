@@ -10,9 +10,9 @@
 #include <utility>
 #include <vector>
 
-#include "phone/host/wait.h"
-#include "phone/journal.h"
+#include "phone/tools/journal.h"
 #include "phone/util.h"
+#include "phone/wait.h"
 #include "platform/linux/property_area.h"
 
 struct RunResult {
@@ -122,7 +122,7 @@ class Phone {
   // Sends a signal to a process of the phone. False when there is none: init, 0 and less are none.
   bool signal(pid_t pid, int sig) const;
 
-  // Keeps the phone's logs in the host's `directory`, see phone/keep_logs.h.
+  // Keeps the phone's logs in the host's `directory`, see phone/boot/keep_logs.h.
   bool keep_logs(const std::string& directory) const;
 
   // init's own log, without the times.

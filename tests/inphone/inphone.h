@@ -23,8 +23,8 @@
 #include <vector>
 
 #include "base/process.h"
-#include "phone/host/wait.h"
-#include "phone/journal.h"
+#include "phone/tools/journal.h"
+#include "phone/wait.h"
 #include "platform/linux/log_record.h"
 #include "platform/linux/property_area.h"
 

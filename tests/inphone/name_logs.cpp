@@ -1,5 +1,5 @@
 // Tells the phone's launcher by which name to keep the logs of a test that fails.
-#include "phone/keep_logs.h"
+#include "phone/boot/keep_logs.h"
 #include "tests/inphone/inphone.h"
 
 namespace {

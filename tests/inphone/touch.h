@@ -5,7 +5,7 @@
 #include <thread>
 
 #include "input/touch_recorder.h"
-#include "phone/input_control.h"
+#include "phone/input/control.h"
 #include "tests/inphone/inphone.h"
 
 namespace inphone {

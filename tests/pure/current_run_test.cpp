@@ -7,7 +7,7 @@
 
 #include "debuglog/run.h"
 #include "model/run_name.h"
-#include "phone/host/wait.h"
+#include "phone/wait.h"
 
 namespace {
 

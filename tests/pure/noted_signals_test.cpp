@@ -15,7 +15,7 @@
 #include <vector>
 
 #include "base/process.h"
-#include "phone/host/wait.h"
+#include "phone/wait.h"
 
 namespace {
 

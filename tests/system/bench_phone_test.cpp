@@ -8,8 +8,8 @@
 
 #include <filesystem>
 
+#include "phone/boot/sysrq.h"
 #include "phone/host/phone.h"
-#include "phone/sysrq.h"
 
 namespace fs = std::filesystem;
 

@@ -4,8 +4,8 @@
 
 #include <filesystem>
 
+#include "phone/host/failure.h"
 #include "phone/host/phone.h"
-#include "phone/host/trouble.h"
 
 namespace {
 
@@ -29,7 +29,7 @@ class FailureListener : public testing::EmptyTestEventListener {
 [[maybe_unused]] const bool added = [] {
   testing::UnitTest::GetInstance()->listeners().Append(new FailureListener);
   before_phone_ends = keep_logs_of_a_failed_test;
-  on_phone_trouble = [](const std::string& what) { ADD_FAILURE() << "bench phone: " << what; };
+  on_phone_failure = [](const std::string& what) { ADD_FAILURE() << "bench phone: " << what; };
   return true;
 }();
 

@@ -1,0 +1,11 @@
+#include "phone/host/failure.h"
+
+#include <stdio.h>
+#include <stdlib.h>
+
+static void end_program(const std::string& what) {
+  fprintf(stderr, "bench phone: %s\n", what.c_str());
+  exit(1);
+}
+
+void (*on_phone_failure)(const std::string& what) = end_program;

@@ -1,0 +1,32 @@
+// Where a logcat reads: the record files of the phone's buffers.
+#pragma once
+
+#include <sys/types.h>
+
+#include <memory>
+#include <string>
+
+#include "phone/logs/entry.h"
+#include "phone/util.h"
+
+// The records of one buffer file, from the oldest that is still there. Follows the file over the
+// holes that init, or a clearing logcat, makes in it.
+class RecordSource {
+ public:
+  explicit RecordSource(const std::string& buffer);
+  // The oldest entry that has not been taken yet; false when there is none now.
+  bool next(LogEntry* entry);
+
+ private:
+  bool fill();
+  bool skip_to_record();
+
+  std::string buffer_;
+  Fd fd_;
+  off_t block_offset_ = 0;  // of block_[0] in the file
+  size_t at_ = 0;           // within block_
+  std::string block_;
+};
+
+// Null for a buffer that a bench phone does not have.
+std::unique_ptr<RecordSource> open_log_buffer(const std::string& buffer);
