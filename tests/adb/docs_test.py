@@ -1,42 +1,96 @@
-"""Every line of README and docs that uses adb is run as it stands there, a page at a time."""
+"""README and docs are run as they stand there, a page at a time: every line that uses adb must succeed, and what
+stands below a command of a ```console block must be what the command prints.
+
+```console          the commands run on the desk, beside adb and tools/fleet
+```console phone    they run as root in the page's phone, where run 1 lies in the store
+<!-- phone OPTIONS -->    before a block: a new phone with these options of the launcher
+<!-- run COMMAND -->      before a block: run in the phone, output and status not looked at
+
+In expected output a line `...` stands for any lines and `…` for anything in a line. Numbers, checksums, units of size
+and widths of columns are not compared.
+"""
 
 import os
 import pathlib
 import re
+import shlex
 import signal
 import stat
 import unittest
+from typing import NamedTuple, Optional
 
 from desk import LAUNCHER, TREE, Desk, eventually
 
 OURS = r"adb |tools/fleet |\./dev phone --adb "
-BLOCK = re.compile(rf"^(?:    )?(?:\$ )?((?:{OURS}).*?)(?: {{2,}}#.*)?$")  # indented or fenced
+BLOCK = re.compile(rf"^(?:    )?((?:{OURS}).*?)(?: {{2,}}#.*)?$")  # indented or fenced
 INLINE = re.compile(r"`(adb (?:shell|exec-out|push|pull|logcat) [^`]+)`")
-ENDS_WITH = {"adb shell 'dmesg": 1}  # grep finds no refusal; 0 else
+SETUP = re.compile(r"<!-- (phone|run)(?: (.*))? -->$")
+PORT = 7000
 
 
-def lines_of(page):
-    """The commands of a page in its order. Prose wraps: what is not indented counts inside a fence only."""
-    fenced = False
+class Step(NamedTuple):
+    kind: str  # "desk": run there; "phone": run in it; "run": the same, unchecked; "boot": text is a phone's options
+    text: str
+    output: Optional[list]  # lines; None: not compared
+
+
+def steps_of(page):
+    """What a page says to do, in its order. Prose wraps: what is not indented counts inside a fence only."""
+    steps, fence = [], None
     for line in page.read_text().splitlines():
-        fenced ^= line.startswith("```")
-        found = BLOCK.match(line) if fenced or line.startswith("    ") else None
-        yield from [found[1]] if found else INLINE.findall(line)
+        if line.startswith("```"):
+            fence = line[3:].strip() if fence is None else None
+        elif fence is not None and fence.startswith("console"):
+            if line.startswith("$ "):
+                steps.append(Step("phone" if fence == "console phone" else "desk", line[2:], []))
+            else:
+                steps[-1].output.append(line)
+        elif found := SETUP.match(line):
+            steps.append(Step("boot" if found[1] == "phone" else "run", found[2] or "", None))
+        elif found := BLOCK.match(line) if fence is not None or line.startswith("    ") else None:
+            steps.append(Step("desk", found[1], None))
+        else:
+            steps += [Step("desk", text, None) for text in INLINE.findall(line)]
+    return steps
+
+
+def without_numbers(line):
+    """A line without what differs from one run to the next."""
+    line = re.sub(r"\b[0-9a-f]{64}\b|\b0x[0-9a-f]+|\d+(\.\d+)?", "0", line)
+    line = re.sub(r"\b0 ([KMGT]i)?B\b", "0 B", line)
+    return " ".join(line.split())
+
+
+def matches(expected, printed):
+    def pattern(line):
+        return "(?:.*\n)*?" if line == "..." else re.escape(without_numbers(line)).replace("…", ".*") + "\n"
+
+    return re.fullmatch("".join(map(pattern, expected)), "".join(without_numbers(line) + "\n" for line in printed))
 
 
 class Docs(Desk):
-    def end_phone(self):
+    def end_phones(self):
         while self.phones:
             self.end(self.phones.popitem()[1])
             self.run_in(["adb", "disconnect"])
 
-    def run_line(self, line):
+    def boot_page(self, options, user="shell"):
+        self.end_phones()
+        self.boot({PORT: ("--adb-user", user, *shlex.split(options))})
+
+    def run_step(self, step):
+        words = ["bash", "-c", step.text] if step.kind == "desk" else ["adb", "shell", step.text]
         with open(self.home / "output", "w+b") as output:
-            done = self.run_in(["bash", "-c", line], stdout=output, stderr=output)
+            done = self.run_in(words, stdout=output, stderr=output)
             output.seek(0)
-            expected = next((status for begin, status in ENDS_WITH.items() if line.startswith(begin)), 0)
-            self.assertEqual(done.returncode, expected, f"{line}\n{output.read().decode(errors='replace')}")
-        if line.startswith("./dev"):
+            printed = output.read().decode(errors="replace")
+        if step.output:
+            self.assertTrue(matches(step.output, printed.splitlines()),
+                            "\n".join([f"$ {step.text}", "-- printed:", printed, "-- in the page:", *step.output]))
+        elif step.kind != "run":
+            finds_nothing = step.text.startswith("adb shell 'dmesg")  # grep, and no refusal
+            self.assertEqual(done.returncode, 1 if finds_nothing else 0, f"{step.text}\n{printed}")
+        if step.text.startswith("./dev"):
             pid_file = self.home / "init"
             eventually(pid_file.exists)
             init = int(pid_file.read_text())
@@ -51,20 +105,26 @@ class Docs(Desk):
         dev.write_text(f'#!/bin/sh\nshift\nexec {LAUNCHER} --pid-file init "$@"\n')
         dev.chmod(dev.stat().st_mode | stat.S_IXUSR)
 
-    def test_every_line(self):
-        pages = {page: list(lines_of(page)) for page in [TREE / "README.md", *sorted(TREE.glob("docs/*.md"))]}
-        pages = {page: lines for page, lines in pages.items() if lines}
+    def test_every_page(self):
+        pages = {page: steps_of(page) for page in [TREE / "README.md", *sorted(TREE.glob("docs/*.md"))]}
+        pages = {page: steps for page, steps in pages.items() if steps}
         expected = {"README.md", "integration.md", "harrowmossctl.md", "many-phones.md"}
         self.assertLessEqual(expected, {page.name for page in pages})
-        for page, lines in pages.items():
-            self.boot({7000: ()})
-            self.said(7000, "shell", "harrowmossctl start mobile && harrowmossctl stop")  # run 1
-            for line in lines:
-                if line.startswith("./dev"):  # the page goes on with phones of its own
-                    self.end_phone()
-                with self.subTest(page=page.name, line=line):
-                    self.run_line(line)
-            self.end_phone()
+        only = os.environ.get("DOCS_PAGE", "")  # to work on one
+        for page, steps in pages.items():
+            if only not in page.name:
+                continue
+            self.boot_page("", "root" if any(step.kind == "phone" for step in steps) else "shell")
+            self.said(PORT, "shell", "harrowmossctl start mobile && harrowmossctl stop")  # run 1
+            for step in steps:
+                with self.subTest(page=page.name, line=step.text):
+                    if step.kind == "boot":
+                        self.boot_page(step.text, "root")
+                        continue
+                    if step.text.startswith("./dev"):  # the page goes on with phones of its own
+                        self.end_phones()
+                    self.run_step(step)
+            self.end_phones()
 
 
 if __name__ == "__main__":
