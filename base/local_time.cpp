@@ -1,5 +1,7 @@
 #include "base/local_time.h"
 
+#include <signal.h>
+
 #include <atomic>
 
 #include "base/process.h"
@@ -11,6 +13,7 @@ constexpr int64_t kDaySeconds = 86400;
 
 std::atomic<time_t> s_quarter{-1};  // the quarter of an hour in which s_offset was asked
 std::atomic<long> s_offset{0};
+volatile sig_atomic_t s_handler_depth = 0;  // handlers that run on the first thread
 
 void refresh_offset(time_t now) {
   tm local;
@@ -20,6 +23,18 @@ void refresh_offset(time_t now) {
 }
 
 }  // namespace
+
+bool may_convert_time() {
+  return on_first_thread() && s_handler_depth == 0;
+}
+
+ScopedSignalHandler::ScopedSignalHandler() {
+  if (on_first_thread()) s_handler_depth = s_handler_depth + 1;
+}
+
+ScopedSignalHandler::~ScopedSignalHandler() {
+  if (on_first_thread()) s_handler_depth = s_handler_depth - 1;
+}
 
 long utc_offset(time_t now) {
   if (s_quarter.load(std::memory_order_relaxed) != now / kQuarterSeconds) refresh_offset(now);

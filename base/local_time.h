@@ -1,5 +1,5 @@
-// Local time without the C library's time zone lock, which a child forked beside a thread that
-// holds it would wait for for ever.
+// Local time without the C library's time zone lock: a child forked while another thread holds that
+// lock would block forever.
 #pragma once
 
 #include <stddef.h>
@@ -15,16 +15,29 @@ struct civil_time {
   int second;
 };
 
-// Seconds east of UTC. Asked from the C library when the clock enters another quarter of an hour
-// (every zone changes its offset on one), by the first thread of a process and never in a handler;
-// everybody else gets the last known answer.
+// True if localtime_r() is safe here: main thread, no signal handler, not forked from an extra
+// thread.
+bool may_convert_time();
+
+// Marks the extent of a signal handler: the code that it interrupted may hold the C library's lock.
+// Counted in a plain variable: a thread_local one allocates at a thread's first use on Android.
+class ScopedSignalHandler {
+ public:
+  ScopedSignalHandler();
+  ~ScopedSignalHandler();
+  ScopedSignalHandler(const ScopedSignalHandler&) = delete;
+  ScopedSignalHandler& operator=(const ScopedSignalHandler&) = delete;
+};
+
+// Seconds east of UTC. Asks the C library once in a quarter of an hour (zones change their offset
+// on one), where may_convert_time(); elsewhere the last known offset.
 long utc_offset(time_t now);
 
 // Pure arithmetic: the civil time of `now` at `offset` seconds east of UTC.
 civil_time to_civil(time_t now, long offset);
 
-// The local civil time of now in a zone that was asked for just now, where that is allowed: for
-// names of runs and files, which people compare with their watch. First thread of a process.
+// The current local civil time with a fresh offset, where may_convert_time(): for the names of runs
+// and files.
 civil_time current_local_time();
 
 // The local civil time of `now`, for log lines.

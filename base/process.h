@@ -1,8 +1,8 @@
-// Forking, ending and signalling processes. Nothing here logs: the loggers stand above it.
+// Forking, waiting for and signalling processes. Nothing here logs.
 //
-// The rules that this file keeps for everybody: a child starts with no signal blocked, without the
-// main process's sockets, and, when it runs a shell or a tool, as the leader of a process group, so
-// that what it started can be ended with it; a remembered pid is signalled only while it is ours.
+// A child starts with no signal blocked and without the main process's sockets; one that runs a
+// shell or a tool leads a process group, so that what it starts can be ended with it. A remembered
+// pid is signalled only while it is ours.
 #pragma once
 
 #include <stdint.h>
@@ -12,55 +12,53 @@
 // daemon.
 extern int32_t s_harrowmossd_pid;
 
-// getpid(), asked once in each process: every log line wants it, and some C libraries make a system
-// call of it. Right after every fork(); not between a vfork() and its exec.
+// Cached getpid(). Correct after fork(); not between vfork() and exec.
 pid_t own_pid();
 
-// gettid(), without a system call on the first thread, where most log lines come from.
+// True on the thread that the program began on. In a child: if that thread forked it.
+bool on_first_thread();
+
+// gettid(), without a system call on the first thread.
 pid_t own_thread_id();
 
 // True in the process that serves the control socket.
 bool is_main_process();
 
-// The parent's pid for log lines. The main process's parent is init and stays so: it is asked once.
+// The parent's pid for log lines; cached in the main process, whose parent stays init.
 pid_t parent_pid();
 
 enum class Group {
-  kInherit,  // stays in the forking process's group
-  kOwn,      // leads a group of its own
+  kInherit,  // the forking process's
+  kNew,      // a new one, which the child leads
 };
 
-// fork() for everything in the daemon. Returns as fork() does; 0 in the child, which has no signal
-// blocked, has noted none, and has closed what close_in_children() and set_connection() name. Safe
-// in a signal handler and in an extra thread.
+// fork() for everything in the daemon. Returns as fork() does. The child has no signal blocked and
+// has closed what close_in_children() and set_keepable_fd() name. Safe in a signal handler and in
+// an extra thread.
 pid_t fork_process(Group where);
 
-// The same for the descriptor watcher's child, which keeps the connection. When it cannot become a
-// shell it goes on in the code of the process that forked it, as a stray child, to the end of the
-// request or of the start. It sends no reply, accepts no client, starts no size monitor and tells
-// nobody of a new run.
-pid_t fork_process_keeping_connection(Group where);
+// The same, but the child keeps the keepable descriptor and is, unless it execs, a stray child: it
+// goes on in its parent's code to the end of the request or of the start. A stray child sends no
+// reply, accepts no client and starts no size monitor.
+pid_t fork_process_keeping_fd(Group where);
 
 // True in a stray child.
 bool is_stray_child();
 
-// Ends a stray child; does nothing in any other process. Where only the real one may go on.
+// Ends a stray child; does nothing in any other process.
 void end_stray_child();
 
-// `fd` stays open in the main process for ever and is closed in every child; at most 4, more abort.
-// Main thread of the main process only, as set_connection().
+// Every child closes `fd`, which stays open in the main process for ever; at most 4, more abort.
+// Main thread of the main process.
 void close_in_children(int fd);
 
-// The client's connection, -1 for none.
-void set_connection(int fd);
+// Every child closes `fd` (-1: none), except those of fork_process_keeping_fd(). Replaces the one
+// before. Main thread of the main process.
+void set_keepable_fd(int fd);
 
-// Ends this process at once with `status`: no destructors, no atexit handlers, which could wait for
-// a lock that the fork copied. The only way out for every child.
+// _exit(): every child ends through this. Destructors and atexit handlers could wait for a lock
+// that the fork copied.
 [[noreturn]] void end_process(int status);
-
-// True while the caller may ask the C library for local time: in the first thread of a process
-// that was not forked beside that lock. See local_time.h.
-bool may_convert_time();
 
 // True when `pid` (above 1) is a process of ours: its parent is this process, the main process, or
 // the process that forked this one.
@@ -72,27 +70,24 @@ bool is_child_of(pid_t pid, pid_t parent);
 // Sends `sig` to `pid` when it is ours. Returns 0, or -1 when nothing was signalled.
 int signal_process(pid_t pid, int sig);
 
-// Sends `sig` to the process group `leader`, when one of its members is ours (the leader itself may
-// be gone), and then to the leader. Returns 0 when anything was signalled, else -1.
-int signal_group(pid_t leader, int sig);
+// Sends `sig` to the process group of `pid`, unless that is this process's own, and then to `pid`.
+// When `pid` is not ours any more, to the group that it led, if one of its members is ours. Returns
+// 0 when anything was signalled, else -1.
+int signal_group(pid_t pid, int sig);
 
-// Sends `sig` to our child `pid` and to the process group that it is in, unless that is this
-// process's own. For what a dead worker left behind: its group has lost its leader.
-void signal_with_its_group(pid_t pid, int sig);
-
-// Ends our child `pid` with SIGKILL, with the group that it may lead and with all that descends
-// from it: a worker's tool is in the worker's group.
-void kill_with_descendants(pid_t pid);
+// Sends SIGKILL to `pid` when it is ours, to its group as signal_group() does, and to all of its
+// descendants.
+void kill_tree(pid_t pid);
 
 // Waits up to `milliseconds` for the child `pid` to end, and reaps it. Returns its pid when it was
-// reaped, -1 when it is no child of ours (any more), 0 when it still runs. A signal handler that
-// runs meanwhile neither ends nor shortens the wait. A `status` may be null.
+// reaped, -1 when it is no child of ours (any more), 0 when it still runs. Signals do not shorten
+// the wait. `status` may be null.
 pid_t wait_within(pid_t pid, int milliseconds, int* status);
 
-// Waits for the child `pid` without bound. Its pid, or -1 when it is no child of ours.
+// Waits for the child `pid` without bound. Returns its pid, or -1 when it is no child of ours.
 pid_t wait_for(pid_t pid, int* status);
 
-// Sleeps the full time whatever signals arrive.
+// Sleeps the full time, whatever signals arrive.
 void sleep_ms(int milliseconds);
 
 // Milliseconds of CLOCK_MONOTONIC.
@@ -102,13 +97,14 @@ int64_t monotonic_ms();
 // waiter would miss it. Returns its pid, 0 when none has ended, -1 when there is no child.
 pid_t reap_any(int* status);
 
-// Writes the pids of the living members of the process group `leader`, at most `size`; how many.
+// These write at most `size` pids and return how many.
+
+// The living members of the process group `leader`.
 int list_group(pid_t leader, pid_t* pids, int size);
 
-// Writes the pids of `parent`'s living children that lead a process group, at most `size`; how
-// many.
+// The living children of `parent` that lead a process group.
 int list_group_leaders(pid_t parent, pid_t* pids, int size);
 
-// Writes the pids of the calling thread's children, ended ones included, at most `size`, into
-// `pids`; returns how many. What is orphaned below a subreaper becomes its first thread's child.
+// The calling thread's children, ended ones included. Orphans below a subreaper become its first
+// thread's children.
 int list_children(pid_t* pids, int size);

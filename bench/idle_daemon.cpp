@@ -6,7 +6,6 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include "base/noted_signals.h"
 #include "base/process.h"
 #include "daemon/harrowmoss.h"
 #include "debuglog/workers.h"
@@ -19,11 +18,11 @@ int main() {
   prctl(PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0);
   const int listener = android_get_control_socket(kControlSocketName);
   close_in_children(listener);
-  if (!open_signal_pipe()) return 1;
+  block_handled_signals();
   install_signal_handlers();
   initialize_globals();
   for (int i = get_int_prop("bench.workers", 0); i > 0; i--) {
-    const pid_t pid = fork_process(Group::kOwn);
+    const pid_t pid = fork_process(Group::kNew);
     if (pid == 0) {
       set_process_name("idle");
       for (;;) pause();

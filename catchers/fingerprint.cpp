@@ -34,7 +34,7 @@ pid_t get_fingerprint_log(const char* out_dir, const char* source, const char* f
   format_cut(path, "%s/%s", out_dir, file_name);
   LOGD("%s, out:%s", source, out_dir);
   const ShellText command = ShellText("cat").arg(source).raw(" >>").target(path);
-  const pid_t pid = fork_process(Group::kOwn);
+  const pid_t pid = fork_process(Group::kNew);
   if (pid == -1) {
     LOGE("fork err:%s.\n", strerror(errno));
     return -1;

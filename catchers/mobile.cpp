@@ -53,10 +53,10 @@ void catcher_watch_fd_log(const char* dir) {
   creat_dir(fd_dir);
   const ShellText command = ShellText("/system/bin/sh /system/etc/watch_fd.sh >")
                                 .target(std::string(fd_dir) + "/fd_log.txt");
-  const pid_t pid = fork_process_keeping_connection(Group::kOwn);
+  const pid_t pid = fork_process_keeping_fd(Group::kNew);
   if (pid == 0) {
     exec_shell("/system/bin/sh", "debug/vesk", command);
-    return;  // without a shell: a stray child, see fork_process_keeping_connection()
+    return;  // there is no shell: goes on as a stray child
   }
   if (pid == -1) {
     LOGE("watch fd fork err:%s.", strerror(errno));

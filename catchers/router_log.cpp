@@ -34,7 +34,7 @@ bool start_copier() {
   const char* source =
       second_channel ? "/d/ipc_logging/qrtr_2/log_cont" : "/d/ipc_logging/qrtr_0/log_cont";
   const ShellText command = ShellText("cat").arg(source).raw(" >").target(kFile);
-  const pid_t pid = fork_process(Group::kOwn);
+  const pid_t pid = fork_process(Group::kNew);
   if (pid == -1) {
     qrtr_log_pid = 0;
     LOGE_AS("catcher_mobile_log", "get qtrlog, fork err:%s.\n", strerror(errno));

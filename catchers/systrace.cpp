@@ -80,7 +80,7 @@ void stop_systrace_service() {
   LOGD_AS(name, "stop systrace log");
   property_set(kSystraceProp, "0");
   delete_dir("/data/anr/systrace/*");
-  const pid_t pid = fork_process(Group::kOwn);
+  const pid_t pid = fork_process(Group::kNew);
   if (pid == -1) {
     LOGE_AS(name, "fork err:%s.\n", strerror(errno));
     return;
@@ -91,16 +91,7 @@ void stop_systrace_service() {
     end_process(0);
   }
   LOGE_AS(name, "fork child process, pid:%d, sendSystraceSocket\n", pid);
-  int polls = count_polls(pid, kStepMs, kStopPolls);
-  if (polls == -1) {
-    polls = kStopPolls;
-    do {
-      LOGE_AS(name, "wait child %d timeout, kill it", pid);
-      signal_group(pid, SIGKILL);
-      sleep_ms(kKillPauseMs);
-      polls++;
-    } while (wait_within(pid, 0, nullptr) == 0);
-  }
+  const int polls = await_child(pid, {name, kStepMs, kStopPolls, kKillPauseMs, true, false});
   LOGD_AS(name, "wait child %d to finish wastes %f secs", pid, polls / 10.0);
 }
 

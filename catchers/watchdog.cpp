@@ -11,9 +11,10 @@
 #include <algorithm>
 #include <iterator>
 
-#include "base/noted_signals.h"
+#include "base/local_time.h"
 #include "base/process.h"
 #include "base/text.h"
+#include "base/thread.h"
 #include "catchers/catchers.h"
 #include "debuglog/logger_types.h"
 #include "debuglog/modem_logger.h"
@@ -57,20 +58,15 @@ void set_alarm(unsigned seconds) {
   alarm(seconds);
 }
 
-// A foreign signal does not end the wait, and the alarm cannot slip in before it.
+// Other signals do not end the wait, and the alarm cannot slip in before it.
 void await_alarm() {
-  sigset_t alarm_only;
-  sigset_t before;
-  sigemptyset(&alarm_only);
-  sigaddset(&alarm_only, SIGALRM);
-  sigprocmask(SIG_BLOCK, &alarm_only, &before);
-  while (!s_alarm_ran) sigsuspend(&before);
-  sigprocmask(SIG_SETMASK, &before, nullptr);
+  ScopedSignalBlocker outside_sigsuspend(SIGALRM);
+  while (!s_alarm_ran) sigsuspend(&outside_sigsuspend.before());
 }
 
 void on_watchdog_signal(int sig) {
   const int saved_errno = errno;
-  const SignalScope scope;
+  const ScopedSignalHandler scope;
   sign_handler(sig);
   errno = saved_errno;
 }

@@ -9,7 +9,7 @@
 
 #include <iterator>
 
-#include "base/noted_signals.h"
+#include "base/deferred_signals.h"
 #include "base/process.h"
 #include "base/text_writer.h"
 #include "daemon/harrowmoss.h"
@@ -72,9 +72,9 @@ void printSocketData(const char* tag, const void* data, int len) {
 
 int readx(int fd, void* buf, int len) {
   for (int done = 0; done < len;) {
-    wait_ready(fd, POLLIN, dispatch_signal);
+    wait_ready(fd, POLLIN);
     const ssize_t got = read(fd, static_cast<char*>(buf) + done, static_cast<size_t>(len - done));
-    if (got < 0 && errno == EINTR) continue;
+    if (got < 0 && (errno == EINTR || errno == EAGAIN)) continue;
     if (got < 0) {
       LOGE("read error: %s\n", strerror(errno));
       return kIoFailed;
@@ -93,10 +93,10 @@ int writex(int fd, const void* buf, int len) {
   printSocketData("write", buf, len);
   if (len < 0) return kIoFailed;
   for (int done = 0; done < len;) {
-    wait_ready(fd, POLLOUT, dispatch_signal);
     const ssize_t put =
         write(fd, static_cast<const char*>(buf) + done, static_cast<size_t>(len - done));
-    if (put < 0 && errno == EINTR) continue;
+    if (put < 0 && errno == EAGAIN) wait_ready(fd, POLLOUT);
+    if (put < 0 && (errno == EINTR || errno == EAGAIN)) continue;
     if (put < 0) {
       LOGE("write error: %s\n", strerror(errno));
       return kIoFailed;
@@ -123,17 +123,18 @@ void execute(const android::Parcel& request, android::Parcel& reply) {
 }
 
 void serve_connection(int fd) {
-  set_connection(fd);
+  set_keepable_fd(fd);
   for (;;) {
     android::Parcel request;
     android::Parcel reply;
     if (!receive_request(fd, &request)) break;
     execute(request, reply);
     if (is_stray_child()) break;  // the main process replies
+    safe_point();  // a client whose requests are always ready must not keep signals off
     if (!send_reply(fd, reply)) break;
   }
   LOGI_AS("main", "closing connection\n");
-  set_connection(-1);
+  set_keepable_fd(-1);
   close(fd);
   if (is_main_process()) return;
   LOGD_AS("main", "child process %d arrives here,just exit. parent is %d", getpid(), getppid());
@@ -142,10 +143,11 @@ void serve_connection(int fd) {
 
 void serve_connections(int listen_fd) {
   for (;;) {
-    wait_ready(listen_fd, POLLIN, dispatch_signal);
+    safe_point();  // a client that connects again at once must not keep signals off
+    wait_ready(listen_fd, POLLIN);
     sockaddr address;
     socklen_t address_size = sizeof(address);  // 16: nobody reads it
-    const int fd = accept4(listen_fd, &address, &address_size, SOCK_CLOEXEC);
+    const int fd = accept4(listen_fd, &address, &address_size, SOCK_CLOEXEC | SOCK_NONBLOCK);
     if (fd < 0) {
       const int error = errno;
       LOGE_AS("main", "Accept failed: %s\n", strerror(error));

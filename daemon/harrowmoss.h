@@ -29,13 +29,12 @@ void rotate_traces();
 // Calls rotate_traces() once a second. Thread body.
 void* monitorThread(void*);
 
-// Installs the dispositions that the main process has and every child inherits until it execs. The
-// main process notes a signal and handles it at its next safe point; a child handles it at once.
-void install_signal_handlers();
+// Blocks the handled signals on the calling thread for good; children start with none blocked.
+void block_handled_signals();
 
-// Handles one signal, in the main process or in a child. Not to be called from a handler of the
-// main process.
-void dispatch_signal(int sig);
+// Installs the dispositions that the main process has and every child inherits until it execs. The
+// main process handles a signal at its next safe point; a child handles it at once.
+void install_signal_handlers();
 
 // Serves connections on the listening socket for ever.
 [[noreturn]] void serve_connections(int listen_fd);

@@ -7,8 +7,10 @@
 #include <algorithm>
 #include <iterator>
 
-#include "base/noted_signals.h"
+#include "base/deferred_signals.h"
+#include "base/local_time.h"
 #include "base/process.h"
+#include "base/thread.h"
 #include "daemon/harrowmoss.h"
 #include "debuglog/commands.h"
 #include "debuglog/logcat.h"
@@ -57,15 +59,6 @@ void signal_handler_parent(const int& sig) {
   end_process(0);
 }
 
-// Ends what the calling worker started, when it leads a group of its own, but not itself.
-void end_own_group() {
-  if (getpgrp() != getpid()) return;
-  sigset_t all;
-  sigfillset(&all);
-  sigprocmask(SIG_SETMASK, &all, nullptr);
-  kill(0, SIGTERM);
-}
-
 void signal_handler_child(const int& sig) {
   stop_tp_log();
   if (getpid() == s_logsize_monitor_pid) {
@@ -79,7 +72,8 @@ void signal_handler_child(const int& sig) {
     return;
   }
   LOGE(handled->child_text, getpid(), sig, strsignal(sig));
-  end_own_group();
+  const ScopedSignalBlocker until_ended;  // it is in the group
+  if (getpgrp() == getpid()) kill(0, SIGTERM);
   end_process(0);
 }
 
@@ -122,20 +116,6 @@ void signal_waitpid(int sig) {
   signal_waitpid_parent();
 }
 
-// What the kernel calls.
-void on_signal(int sig) {
-  const int saved_errno = errno;
-  if (is_main_process()) {
-    note_signal(sig);
-  } else {
-    const SignalScope scope;
-    dispatch_signal(sig);
-  }
-  errno = saved_errno;
-}
-
-}  // namespace
-
 void dispatch_signal(int sig) {
   if (sig == SIGCHLD) {
     signal_waitpid(sig);
@@ -144,11 +124,33 @@ void dispatch_signal(int sig) {
   }
 }
 
+// What the kernel calls.
+void on_signal(int sig) {
+  const int saved_errno = errno;
+  if (is_main_process()) {
+    record_signal(sig);
+  } else {
+    const ScopedSignalHandler scope;
+    dispatch_signal(sig);
+  }
+  errno = saved_errno;
+}
+
+// SIGKILL can be neither caught nor blocked; the attempt is kept, harmless.
+constexpr int kInstalled[] = {SIGKILL, SIGTERM, SIGINT, SIGPIPE, SIGALRM, SIGCHLD};
+
+}  // namespace
+
+void block_handled_signals() {
+  sigset_t handled;
+  sigemptyset(&handled);
+  for (const int sig : kInstalled) sigaddset(&handled, sig);
+  pthread_sigmask(SIG_BLOCK, &handled, nullptr);
+}
+
 void install_signal_handlers() {
-  set_safe_point_handler(dispatch_signal, end_superseded_workers);
-  // SIGKILL cannot be caught; the attempt is part of the order and fails without harm.
-  for (const int sig : {SIGKILL, SIGTERM, SIGINT, SIGPIPE, SIGALRM, SIGCHLD})
-    signal(sig, on_signal);
+  set_signal_hooks(dispatch_signal, end_superseded_workers);
+  for (const int sig : kInstalled) signal(sig, on_signal);
 }
 
 void stop_feedback_log() {}

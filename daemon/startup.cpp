@@ -11,7 +11,6 @@
 
 #include <atomic>
 
-#include "base/noted_signals.h"
 #include "base/process.h"
 #include "base/text.h"
 #include "base/thread.h"
@@ -80,7 +79,7 @@ void create_working_dir() {
 void start_monitor_thread() {
   s_monitor_running = true;
   pthread_t never_joined;
-  const SignalsBlocked for_the_thread;
+  const ScopedSignalBlocker for_the_thread;
   if (pthread_create(&never_joined, nullptr, monitorThread, nullptr) == 0) return;
   LOGE_AS("main", "create monitor thread fail, error=%s\n", strerror(errno));
   s_monitor_running = false;
@@ -100,7 +99,7 @@ void start_monitor_thread() {
 }
 
 void collect_kernel_pmic_log() {
-  const pid_t pid = fork_process(Group::kOwn);
+  const pid_t pid = fork_process(Group::kNew);
   if (pid == 0) save_kernel_log();
   if (pid < 1) {
     LOGE("failed to fork child. err:%d(%s).", errno, strerror(errno));
@@ -157,10 +156,10 @@ void free_globals() {
 
 namespace {
 
-// Start-up as far as the signal handlers. Until they stand, signals that the daemon ignores or
-// handles would end it: they are blocked, and delivered afterwards.
+// Start-up as far as the signal handlers. Before they are installed, signals that the daemon
+// ignores or handles would end it: all are blocked, and delivered afterwards.
 void prepare() {
-  const SignalsBlocked until_handled;
+  const ScopedSignalBlocker until_handled;
   protect_control_socket();
   if (property_set("persist.sys.logger.enable", "on") != 0) {
     LOG_ANDROID(ANDROID_LOG_DEBUG, "logger, set LOGSYS_LOG_ENABLE on failed.");
@@ -173,10 +172,6 @@ void prepare() {
   create_working_dir();
   LOGE_AS("main", "After create directories;\n");
   share_current_run();
-  // Before the first thread, which forks: children close what is named by then.
-  if (!open_signal_pipe()) {
-    LOGE_AS("main", "no signal pipe: %s", strerror(errno));
-  }
   start_monitor_thread();
   install_signal_handlers();
 }
@@ -184,6 +179,7 @@ void prepare() {
 }  // namespace
 
 void run_daemon() {
+  block_handled_signals();
   prepare();
   set_logging_switch(stop_debug_log, start_debug_log, current_run_name);
   initialize_globals();

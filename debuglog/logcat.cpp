@@ -87,7 +87,7 @@ Row* find_buffer(Row (&table)[kLogcatBuffers], const char* buffer) {
 // Empties the log buffer `buffer`, so that the replacement of the logcat `dead` does not write
 // again what that one has written.
 void clear_buffer(const char* buffer, pid_t dead) {
-  const pid_t pid = fork_process(Group::kOwn);
+  const pid_t pid = fork_process(Group::kNew);
   if (pid == -1) {
     LOGE_AS("update_logcat_log", "fork err:%s.\n", strerror(errno));
     return;
@@ -144,7 +144,7 @@ bool prepare_capture(int dir, const char* directory, const char* buffer, Capture
 // Starts the logcat that adds to the file what its buffer still holds: everything since the time of
 // the file's last line, which it repeats.
 void start_completion(Capture* file) {
-  file->pid = fork_process(Group::kOwn);
+  file->pid = fork_process(Group::kNew);
   if (file->pid != 0) return;
   char keep[16];
   format_cut(keep, "%d", s_kept_files);
@@ -223,7 +223,7 @@ int build_logcat_file_name(const char* tag, char* path) {
 pid_t run_logcat(const char* buffer, const char* file, int is_debug) {
   LOGD("buffer=%s, out_file=%s, is_debug=%d", buffer, file, is_debug);
   if (is_debug != 0) s_kept_files = files_to_keep(s_logcat_file_count, s_extended_logcat_count);
-  const pid_t pid = fork_process(Group::kOwn);
+  const pid_t pid = fork_process(Group::kNew);
   if (pid == -1) {
     LOGE("fork err:%s.\n", strerror(errno));
     return 0;

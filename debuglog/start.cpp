@@ -5,8 +5,8 @@
 #include <string.h>
 #include <sys/vfs.h>
 
+#include "base/deferred_signals.h"
 #include "base/local_time.h"
-#include "base/noted_signals.h"
 #include "base/process.h"
 #include "base/text.h"
 #include "debuglog/commands.h"
@@ -77,7 +77,7 @@ void start_types(int32_t mask) {
 }  // namespace
 
 int start_debug_log() {
-  const NoSafePoints until_done;
+  const ScopedNoSafePoints until_done;
   LOGD("function invoked");
   create_store_dir_if_needed();
   restorecon_media_zelkalog();
@@ -132,7 +132,7 @@ void catch_bugreport(bool start, const char* store_path) {
   const bool enabled = get_int_prop("persist.sys.zelka.harrowmossd.bugreport_enable", 0) == 1;
   LOGE("enable=%d", enabled);
   if (!enabled) return;
-  const pid_t pid = fork_process(Group::kOwn);
+  const pid_t pid = fork_process(Group::kNew);
   if (pid == 0) write_bugreport(start, store_path);
   if (pid == -1) {
     LOGE("failed to fork child.");

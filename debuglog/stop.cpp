@@ -9,7 +9,7 @@
 #include <algorithm>
 #include <string>
 
-#include "base/noted_signals.h"
+#include "base/deferred_signals.h"
 #include "base/process.h"
 #include "base/scoped.h"
 #include "base/text.h"
@@ -139,7 +139,7 @@ void end_self_log_collector() {
 }  // namespace
 
 int stop_debug_log() {
-  const NoSafePoints until_done;
+  const ScopedNoSafePoints until_done;
   LOGD("function invoked");
   follow_current_run();
   create_store_dir_if_needed();

@@ -3,7 +3,7 @@
 #include <cutils/properties.h>
 #include <time.h>
 
-#include "base/noted_signals.h"
+#include "base/deferred_signals.h"
 #include "base/process.h"
 #include "selflog/log.h"
 #include "selflog/props.h"

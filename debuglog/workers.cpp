@@ -9,7 +9,7 @@
 
 #include <algorithm>
 
-#include "base/noted_signals.h"
+#include "base/deferred_signals.h"
 #include "base/process.h"
 #include "base/text.h"
 #include "selflog/log.h"
@@ -30,22 +30,22 @@ int32_t s_request_pid = 0;
 namespace {
 
 constexpr char kLogSource[] = "commands";
-constexpr int kTickMs = 100;
+constexpr int kTickMs = 100;  // of wait_child_to_finish(), and the pause behind a kill
 constexpr size_t kProcessNameSize = 96;
 constexpr size_t kKernelNameLength = 15;  // what PR_SET_NAME keeps, without the NUL
 constexpr int kLeftoverMs = 3000;
-constexpr int kLeftoverLookMs = 5;
+constexpr int kLeftoverPollMs = 5;
 constexpr int kMaxChildren = 256;
 
-bool holds(const pid_t* pids, int count, pid_t pid) {
+bool contains(const pid_t* pids, int count, pid_t pid) {
   return std::find(pids, pids + count, pid) != pids + count;
 }
 
 // Sends `sig`, once to each, to what `list(pids)` finds, and reaps, until it finds nothing or for
-// `milliseconds`. What a process leaves behind when it ends is found in its turn.
+// kLeftoverMs: what an ended process leaves behind is found by the next look.
 template <typename List, typename Send>
-bool end_listed(List list, Send send, int sig, int milliseconds) {
-  const int64_t deadline = monotonic_ms() + milliseconds;
+bool end_listed(List list, Send send, int sig) {
+  const int64_t deadline = monotonic_ms() + kLeftoverMs;
   pid_t signalled[kMaxChildren];
   int signalled_count = 0;
   for (;;) {
@@ -54,21 +54,21 @@ bool end_listed(List list, Send send, int sig, int milliseconds) {
     if (left == 0) return true;
     if (monotonic_ms() >= deadline) return false;
     for (int i = 0; i < left; i++) {
-      if (!holds(signalled, signalled_count, pids[i]) && signalled_count < kMaxChildren) {
+      if (!contains(signalled, signalled_count, pids[i]) && signalled_count < kMaxChildren) {
         signalled[signalled_count++] = pids[i];
         send(pids[i], sig);
       }
       wait_within(pids[i], 0, nullptr);
     }
-    sleep_ms(kLeftoverLookMs);
+    sleep_ms(kLeftoverPollMs);
   }
 }
 
 template <typename List, typename Send>
 void end_or_kill(List list, Send send) {
-  if (end_listed(list, send, SIGTERM, kLeftoverMs)) return;
+  if (end_listed(list, send, SIGTERM)) return;
   LOGE_AS("end_leftover_children", "leftover children do not end, kill them");
-  end_listed(list, send, SIGKILL, kLeftoverMs);
+  end_listed(list, send, SIGKILL);
 }
 
 }  // namespace
@@ -84,46 +84,43 @@ bool add_to_group(int32_t* table, pid_t pid) {
 }
 
 pid_t fork_worker(const char* function) {
-  const pid_t pid = fork_process(Group::kOwn);
+  const pid_t pid = fork_process(Group::kNew);
   if (pid == -1) LOGE_AS(function, "fork err:%s.\n", strerror(errno));
   if (pid > 0) add_to_debug_group(pid);
   return pid;
 }
 
-int count_polls(pid_t pid, int poll_ms, int limit) {
-  if (wait_within(pid, 0, nullptr) != 0) return 0;
-  if (limit <= 0) return -1;
-  const int64_t start = monotonic_ms();
-  if (wait_within(pid, limit * poll_ms, nullptr) == 0) return -1;
-  return std::clamp(polls_before(monotonic_ms() - start, poll_ms), 1, limit);
+int await_child(pid_t pid, const ChildWait& how) {
+  int polls = 0;
+  for (pid_t gone = wait_within(pid, 0, nullptr); gone == 0; polls++) {
+    const bool last = polls >= how.polls;
+    if (how.is_request) LOGD_AS(how.function, "wait child %d to finish.", pid);
+    if (last && !how.until_gone) {
+      sleep_ms(how.poll_ms);
+    } else {
+      gone = wait_within(pid, how.poll_ms, nullptr);
+    }
+    if (how.is_request) safe_point();
+    if (gone != 0 || !last) continue;
+    LOGE_AS(how.function, "wait child %d timeout, kill it", pid);
+    signal_group(pid, SIGKILL);
+    sleep_ms(how.kill_pause_ms);
+    if (!how.until_gone) return -1;
+    gone = wait_within(pid, 0, nullptr);
+  }
+  return polls;
 }
 
 int wait_child_to_finish(pid_t pid, int ticks) {
-  const int polls = count_polls(pid, kTickMs, ticks);
-  if (polls != -1) {
-    LOGD("%d wait child %d to finish wastes %f secs", getpid(), pid, polls / 10.0);
-    return 1;
-  }
-  sleep_ms(kTickMs);
-  LOGE("wait child %d timeout, kill it", pid);
-  signal_group(pid, SIGKILL);
-  sleep_ms(kTickMs);
-  return 0;
+  const int polls = await_child(pid, {__func__, kTickMs, ticks, kTickMs, false, false});
+  if (polls == -1) return 0;
+  LOGD("%d wait child %d to finish wastes %f secs", getpid(), pid, polls / 10.0);
+  return 1;
 }
 
 int await_request_child(const char* function, pid_t pid, int poll_ms, int polls) {
   s_request_pid = pid;
-  int count = 0;
-  for (pid_t gone = wait_within(pid, 0, nullptr); gone == 0; count++) {
-    LOGD_AS(function, "wait child %d to finish.", pid);
-    gone = wait_within(pid, poll_ms, nullptr);
-    safe_point();
-    if (gone != 0 || count < polls) continue;
-    LOGE_AS(function, "wait child %d timeout, kill it", pid);
-    signal_group(pid, SIGKILL);
-    sleep_ms(kTickMs);
-    gone = wait_within(pid, 0, nullptr);
-  }
+  const int count = await_child(pid, {function, poll_ms, polls, kTickMs, true, true});
   s_request_pid = 0;
   return count;
 }
@@ -150,21 +147,18 @@ void end_leftover_children(const pid_t* spared, int count, pid_t monitor) {
   const auto list = [=](pid_t(&pids)[kMaxChildren]) {
     const int all = list_children(pids, kMaxChildren);
     int left = static_cast<int>(
-        std::remove_if(pids, pids + all, [=](pid_t pid) { return holds(spared, count, pid); }) -
+        std::remove_if(pids, pids + all, [=](pid_t pid) { return contains(spared, count, pid); }) -
         pids);
     if (monitor > 0) left += list_group_leaders(monitor, pids + left, kMaxChildren - left);
     return left;
   };
   const auto send = [=](pid_t pid, int sig) {
     if (monitor > 0 && is_child_of(pid, monitor)) {
-      kill(-pid, sig);  // the leader of a group, as it was listed
-      return;
-    }
-    // An orphan in the group of a process that goes on is alone to be ended.
-    if (holds(spared, count, getpgid(pid))) {
-      signal_process(pid, sig);
+      kill(-pid, sig);  // not ours, but listed as the leader of a group
+    } else if (contains(spared, count, getpgid(pid))) {
+      signal_process(pid, sig);  // an orphan in the group of a process that goes on
     } else {
-      signal_with_its_group(pid, sig);
+      signal_group(pid, sig);
     }
   };
   end_or_kill(list, send);
@@ -178,5 +172,5 @@ void end_groups(const pid_t* leaders, int count) {
     }
     return left;
   };
-  end_or_kill(list, signal_with_its_group);
+  end_or_kill(list, signal_group);
 }

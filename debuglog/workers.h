@@ -43,26 +43,27 @@ inline void add_to_debug_group(pid_t pid) {
 // `s_debug_group`. Returns as fork() does; a failure is logged under the name `function`.
 pid_t fork_worker(const char* function);
 
-// How many polls, one every `poll_ms` from the start on, find a child running that ends after
-// `elapsed_ms`; 0 when the first one finds it gone.
-constexpr int polls_before(int64_t elapsed_ms, int poll_ms) {
-  return static_cast<int>((elapsed_ms + poll_ms - 1) / poll_ms);
-}
+// A bounded wait for a child: polls every `poll_ms`. A child that `polls` + 1 polls have found
+// running (0 or less: one poll) is killed with its group after another `poll_ms`.
+struct ChildWait {
+  const char* function;  // logs under its name
+  int poll_ms;
+  int polls;
+  int kill_pause_ms;  // after the kill
+  bool until_gone;    // go on polling and killing until it is reaped; else one kill, left unreaped
+  bool is_request;    // log every poll, which is a safe point
+};
 
-// Waits until the child `pid` is gone: polls every `poll_ms`, the last time after `limit` pauses
-// (0 or less: polls once). Returns how many polls found it running, 0 also when it was never ours;
-// -1 when the last one did. The child's end wakes the wait, but counts at the next poll.
-int count_polls(pid_t pid, int poll_ms, int limit);
+// Waits for the child `pid`; its end wakes the wait, but counts at the next poll. Returns how many
+// polls found it running, 0 also when it was never ours; -1 when it was killed and not reaped.
+int await_child(pid_t pid, const ChildWait& how);
 
-// Waits for the child `pid`: polls every 100 ms, `ticks` + 1 times (30 ticks are about 3.1 s; 0 or
-// less polls once). One that the last poll finds running is killed with its process group after
-// another 100 ms, and left to the reaper. Returns 1 when the child is gone, also when it was never
-// ours; 0 when it was killed.
+// Waits for the child `pid`: polls every 100 ms, `ticks` + 1 times (30 ticks are about 3.1 s), and
+// kills it once. Returns 1 when the child is gone, also when it was never ours; 0 when it was
+// killed.
 int wait_child_to_finish(pid_t pid, int ticks);
 
-// Waits for the request's child `pid`: looks every `poll_ms`, at a safe point each time, and kills
-// it with its group once `polls` looks have passed, again and again until it is gone. Logs under
-// the name `function`. Returns how many looks found it running.
+// Waits for the child `pid` of the current request, until it is gone. Returns as await_child().
 int await_request_child(const char* function, pid_t pid, int poll_ms, int polls);
 
 // Names the calling process "harrowmossd:debug-<name>", of which the kernel keeps the last 15
@@ -74,14 +75,13 @@ int set_process_name(const char* name, int ignored = 0);
 // request, to the text in `buf` (96 bytes; longer aborts) and returns `buf`: an argv[0].
 char* build_process_name(const char* name, char* buf, int is_debug, bool vesk_suffix);
 
-// Ends every child of the main thread that is not in `spared` (`count` pids), and the workers that
-// the size monitor `monitor` (-1: none) has started and that are still its children: SIGTERM, up to
-// 3 s for all together, SIGKILL. What workers and scripts left behind has become a child of the
-// main thread, because the main process is a subreaper; children of the other threads (the self-log
-// collector's logcat, the shell of a rotation) stay theirs. Main process only; elsewhere it does
+// Ends every child of the main thread that is not in `spared` (`count` pids), and those of the size
+// monitor `monitor` (-1: none) that lead a group, its workers: SIGTERM, up to 3 s for all together,
+// SIGKILL. Because the main process is a subreaper, orphans of workers and scripts are among its
+// children; children of other threads are left to those. Main process only; elsewhere it does
 // nothing.
 void end_leftover_children(const pid_t* spared, int count, pid_t monitor = -1);
 
 // Ends what is left in the process groups of `leaders` (`count` pids) in the same way. For the size
-// monitor, which does not become the parent of what its workers leave behind.
+// monitor, which is no subreaper.
 void end_groups(const pid_t* leaders, int count);

@@ -10,7 +10,6 @@
 #include <string_view>
 
 #include "base/beneath.h"
-#include "base/noted_signals.h"
 #include "base/process.h"
 #include "base/text.h"
 #include "debuglog/workers.h"
@@ -138,7 +137,7 @@ int get_feedback_log(int mask, const char* dir) {
 }
 
 int copy_system_propertie(const char* dir, const char* suffix) {
-  const pid_t pid = fork_process(Group::kOwn);
+  const pid_t pid = fork_process(Group::kNew);
   if (pid == 0) write_property_files(dir, suffix);
   if (pid < 1) {
     LOGE("failed to fork child. err:%d(%s).", errno, strerror(errno));

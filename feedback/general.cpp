@@ -76,7 +76,7 @@ void start_dump(Dump* job) {
   set_process_name("general");
   Dump dumps[std::size(kLogBuffers)];
   {
-    const SignalsBlocked for_the_threads;
+    const ScopedSignalBlocker for_the_threads;
     for (size_t i = 0; i < std::size(kLogBuffers); i++) {
       dumps[i] = {dir, kLogBuffers[i], {}, false};
       start_dump(&dumps[i]);
@@ -118,7 +118,7 @@ int get_general_log(const char* dir) {
   if (is_copied("/sdcard/Android/data/.harrowmoss/general/boot_fail.log", copied.c_str())) {
     run_shell(ShellText("rm -f").removal("/sdcard/Android/data/.harrowmoss/general/boot_fail.log"));
   }
-  const pid_t pid = fork_process(Group::kOwn);
+  const pid_t pid = fork_process(Group::kNew);
   if (pid == 0) dump_all_buffers(dir);
   int ret = 0;
   if (pid < 1) {

@@ -107,7 +107,7 @@ void* loggersystem::collectSelfLog(void* arg) {
       sleep_ms(3000);
       continue;
     }
-    const pid_t child = fork_process(Group::kOwn);
+    const pid_t child = fork_process(Group::kNew);
     if (child == -1) {
       LOGE("fork err:%s.\n", strerror(errno));
       sleep_ms(2000);
@@ -138,7 +138,7 @@ void loggersystem::completeSelfLog(int32_t pid) {
     LOGE("cannot complete %s: %s", kCollectorFile, strerror(errno));
     return;
   }
-  const pid_t child = fork_process(Group::kOwn);
+  const pid_t child = fork_process(Group::kNew);
   if (child == 0) become_completion();
   if (child == -1) return;
   await_logcat(child, kCompletionMs, kCollectorFile, nullptr);

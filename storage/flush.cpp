@@ -41,7 +41,7 @@ std::string flush_storage(const char* path) {
     if (!fd.valid() && is_shared(path)) fd.reset(open(place, kOpenFlags));
   }
   if (!fd.valid()) fd.reset(open(path, kOpenFlags));
-  const pid_t pid = fd.valid() ? fork_process(Group::kOwn) : -1;
+  const pid_t pid = fd.valid() ? fork_process(Group::kNew) : -1;
   if (pid == -1) return strerror(errno);
   if (pid == 0) end_process(syncfs(fd.get()) == 0 ? 0 : errno);
   int status = 0;

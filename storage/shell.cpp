@@ -56,7 +56,7 @@ constexpr int kKillMs =
 
 // Ends what has passed a bound.
 void end_tool(pid_t pid) {
-  kill_with_descendants(pid);
+  kill_tree(pid);
   wait_within(pid, kKillMs, nullptr);
 }
 
@@ -114,14 +114,14 @@ Reading read_lines(int fd, pid_t pid, int64_t deadline, int64_t most, LineCutter
 // Elsewhere than in the main process the shell stays in its caller's group, so that it ends with
 // it.
 Group shell_group() {
-  return is_main_process() ? Group::kOwn : Group::kInherit;
+  return is_main_process() ? Group::kNew : Group::kInherit;
 }
 
 // A bounded tool is killed with all that it started, so it leads a group; but not in a worker,
 // whose own bound may come first and must reach the tool.
 Group tool_group() {
   const bool runs_logging = is_main_process() || getpid() == s_logsize_monitor_pid;
-  return runs_logging ? Group::kOwn : Group::kInherit;
+  return runs_logging ? Group::kNew : Group::kInherit;
 }
 
 // Whether a wait status tells of the end for a file that became too long, of the shell or of its

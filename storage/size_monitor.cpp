@@ -12,7 +12,7 @@
 
 #include <algorithm>
 
-#include "base/noted_signals.h"
+#include "base/local_time.h"
 #include "base/process.h"
 #include "base/scoped.h"
 #include "base/text.h"
@@ -265,7 +265,7 @@ Next run_cycle(monitor_state* state) {
   prctl(PR_SET_NAME, "harrowmossd-lsm", 0, 0, 0);
   signal(SIGUSR1, [](int sig) {
     const int saved_errno = errno;
-    const SignalScope scope;
+    const ScopedSignalHandler scope;
     signal_log_size_monitor_handler(sig);
     errno = saved_errno;
   });
@@ -298,7 +298,7 @@ void checkLogSize() {
     return;
   }
   s_logsize_monitor = true;
-  const pid_t pid = fork_process(Group::kOwn);
+  const pid_t pid = fork_process(Group::kNew);
   if (pid == 0) run_monitor();
   if (pid == -1) {
     s_logsize_monitor = false;

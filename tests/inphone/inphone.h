@@ -329,7 +329,7 @@ class ParkedChild {
 inline std::pair<pid_t, pid_t> fork_with_stubborn_child(bool in_own_session) {
   int ends[2];
   if (pipe(ends) != 0) abort();
-  const pid_t worker = fork_process(Group::kOwn);
+  const pid_t worker = fork_process(Group::kNew);
   if (worker == 0) {
     if (fork() == 0) {
       if (in_own_session) setsid();

@@ -6,6 +6,7 @@
 #include <atomic>
 #include <thread>
 
+#include "base/local_time.h"
 #include "tests/inphone/inphone.h"
 
 namespace {
@@ -34,13 +35,13 @@ TEST(ForkProcess, AChildHoldsNoneOfTheMainProcesssSockets) {
   ASSERT_EQ(pipe(others), 0);
   close_in_children(named[0]);
   close_in_children(named[1]);
-  set_connection(others[0]);
+  set_keepable_fd(others[0]);
   EXPECT_TRUE(holds_in_child([&] {
     return !is_open(named[0]) && !is_open(named[1]) && !is_open(others[0]) && is_open(others[1]);
   }));
   EXPECT_TRUE(
       holds_in_child([&] { return !is_open(named[0]) && !is_open(named[1]) && is_open(others[0]); },
-                     [] { return fork_process_keeping_connection(Group::kInherit); }));
+                     [] { return fork_process_keeping_fd(Group::kInherit); }));
   EXPECT_TRUE(is_open(named[0]) && is_open(named[1]) && is_open(others[0]));
   // A grandchild closes nothing that has got the numbers since.
   EXPECT_TRUE(holds_in_child([&] {
@@ -53,7 +54,7 @@ TEST(ForkProcess, AChildHoldsNoneOfTheMainProcesssSockets) {
 TEST(SignalProcess, NeedsNoDescriptorForOwnChildren) {
   for (const bool as_group : {false, true}) {
     EXPECT_TRUE(holds_in_child([as_group] {
-      const pid_t child = fork_process(Group::kOwn);
+      const pid_t child = fork_process(Group::kNew);
       if (child == 0) {
         for (;;) pause();
       }
@@ -83,7 +84,7 @@ TEST(ForkProcess, AChildHasNoSignalBlockedAndTheParentKeepsItsMask) {
 
 TEST(ForkProcess, GroupsAreSetBeforeAnybodyCanLook) {
   for (int i = 0; i < 100; i++) {
-    const pid_t pid = fork_process(Group::kOwn);
+    const pid_t pid = fork_process(Group::kNew);
     if (pid == 0) _exit(getpgrp() == getpid() ? 0 : 1);
     EXPECT_EQ(getpgid(pid), pid);
     int status = -1;
@@ -266,7 +267,7 @@ TEST(ListChildren, ShowsEndedOnesInItsBoundsAndReapAnyTakesOneAtATime) {
 // A name may look like the fields behind it.
 TEST(ProcessStat, IsReadBehindTheWholeName) {
   for (const char* name : {"a) Z 1 1 (b", "x ) R 2 2", ")"}) {
-    const pid_t child = fork_process(Group::kOwn);
+    const pid_t child = fork_process(Group::kNew);
     if (child == 0) {
       prctl(PR_SET_NAME, name, 0, 0, 0);
       for (;;) pause();

@@ -4,7 +4,7 @@
 
 #include <thread>
 
-#include "base/noted_signals.h"
+#include "base/deferred_signals.h"
 #include "catchers/catchers.h"
 #include "debuglog/commands.h"
 #include "debuglog/harvest.h"
@@ -26,12 +26,12 @@ class SecondRun : public Catchers {
     Catchers::SetUp();
     setprop("persist.sys.logger.enable", "on");
     setprop(kVendorCommonDoneProp, "1");  // no vendor side to wait for
-    set_safe_point_handler([](int) { s_handled++; }, [] {});
+    set_signal_hooks([](int) { s_handled++; }, [] {});
   }
-  // Notes a signal and runs `act`, during which it is handled or not; afterwards it is in any case.
-  static void with_noted_signal(const char* what, bool during, const std::function<void()>& act) {
+  // Records a signal and runs `act`, during which it is handled or not; afterwards it is in any case.
+  static void with_deferred_signal(const char* what, bool during, const std::function<void()>& act) {
     s_handled = 0;
-    note_signal(SIGUSR2);
+    record_signal(SIGUSR2);
     act();
     EXPECT_EQ(s_handled, during ? 1 : 0) << what;
     safe_point();
@@ -46,7 +46,7 @@ TEST_F(SecondRun, HasNothingOfTheFirstOne) {
     setprop("persist.sys.qtrlog.enable", "1");
     setprop(kTypeProp, types);
     setprop(kEnableProp, "on");
-    with_noted_signal("start", false, [] { start_debug_log(); });
+    with_deferred_signal("start", false, [] { start_debug_log(); });
     counts.push_back(count);
     EXPECT_TRUE(eventually([&] { return counts_of_main() == counts; })) << types;
     EXPECT_TRUE(eventually([] { return s_self_log_collector_pid > 0; })) << types;
@@ -57,7 +57,7 @@ TEST_F(SecondRun, HasNothingOfTheFirstOne) {
     EXPECT_GT(s_newlog_group[3].pid, 0) << types;
     EXPECT_EQ(qtrlog_running, true) << types;
     setprop(kEnableProp, "off");
-    with_noted_signal("stop", false, [] { stop_debug_log(); });
+    with_deferred_signal("stop", false, [] { stop_debug_log(); });
     for (const LogcatRow& row : s_debug_vesk_group) EXPECT_EQ(row.pid, 0) << types << row.buffer;
     for (const ReplacementRow& row : s_newlog_group) EXPECT_EQ(row.pid, 0) << types << row.buffer;
     EXPECT_EQ(workers(), std::vector<pid_t>()) << types;
@@ -74,10 +74,10 @@ TEST_F(SecondRun, HasNothingOfTheFirstOne) {
 }
 
 TEST_F(SecondRun, ASignalIsHandledWhileARequestWaitsForItsChild) {
-  with_noted_signal("report", true, [] { copy_system_propertie("/data", ""); });
-  with_noted_signal("dump", true, [] { get_general_log("/data"); });
+  with_deferred_signal("report", true, [] { copy_system_propertie("/data", ""); });
+  with_deferred_signal("dump", true, [] { get_general_log("/data"); });
   setprop("late", "");
-  with_noted_signal("vendor", true, [] { wait_vendor_mv_action_done("late", 1); });
+  with_deferred_signal("vendor", true, [] { wait_vendor_mv_action_done("late", 1); });
 }
 
 // Only the shared page tells of another process's run: what a property says is somebody's text.
@@ -112,8 +112,8 @@ TEST_F(SecondRun, OfAnotherProcessIsTakenOver) {
 
 // 100 ms each; a property that is set later ends them.
 TEST_F(SecondRun, TheVendorIsPolledTenTimesASecondOfItsBudget) {
-  set_safe_point_handler([](int sig) { s_handled++, note_signal(sig); }, [] {});
-  note_signal(SIGUSR2);  // counts the safe points: one behind each poll
+  set_signal_hooks([](int sig) { s_handled++, record_signal(sig); }, [] {});
+  record_signal(SIGUSR2);  // counts the safe points: one behind each poll
   setprop(kVendorCommonDoneProp, "0");
   setprop(kVendorWifiDoneProp, "1");
   const std::tuple<const char*, int, int> rows[] = {{"1", 0, 2}, {"2", 14, 1}, {"64", 13, 2}};

@@ -45,7 +45,7 @@ class WatchdogProcess : public Catchers {
   // As start_mpss_dump_log() does, with this test's world.
   static pid_t start() {
     mpss_monitor_running = true;
-    const pid_t pid = fork_process(Group::kOwn);
+    const pid_t pid = fork_process(Group::kNew);
     if (pid == 0) {
       handle_mpss_stats();
       end_process(7);  // the loop came to its end by itself

@@ -25,12 +25,6 @@ TEST_F(Workers, NoTicksAreOneLook) {
   }
 }
 
-TEST_F(Workers, PollsBeforeAnEndAreCountedUp) {
-  const int elapsed_ms[] = {0, 50, 100, 101, 150, 290}, polls[] = {0, 1, 1, 2, 2, 3};
-  for (size_t i = 0; i < std::size(polls); i++)
-    EXPECT_EQ(polls_before(elapsed_ms[i], 100), polls[i]) << elapsed_ms[i];
-}
-
 TEST_F(Workers, WhatIsNoChildIsFinishedAtOnce) {
   const ParkedChild bystander;
   for (const pid_t pid : {getppid(), getpid(), 999999}) {
@@ -40,7 +34,7 @@ TEST_F(Workers, WhatIsNoChildIsFinishedAtOnce) {
               1);
   }
   EXPECT_TRUE(is_running(bystander.pid()));
-  const pid_t ended = fork_process(Group::kOwn);
+  const pid_t ended = fork_process(Group::kNew);
   if (ended == 0) _exit(0);
   EXPECT_EQ(wait_child_to_finish(ended, 3000), 1);
   EXPECT_EQ(waitpid(ended, nullptr, WNOHANG), -1);  // reaped
@@ -48,7 +42,7 @@ TEST_F(Workers, WhatIsNoChildIsFinishedAtOnce) {
 
 TEST_F(Workers, AStubbornShellTakesItsCommandAlong) {
   become_main_process();
-  const pid_t shell = fork_process(Group::kOwn);
+  const pid_t shell = fork_process(Group::kNew);
   if (shell == 0) {
     execl("/system/bin/sh", "sh", "-c", "sleep 1000 & echo $! > /data/pid; wait", nullptr);
     _exit(1);
@@ -161,7 +155,7 @@ TEST_F(Workers, ObedientLeftoversEndAtOnce) {
   int64_t shortest = INT64_MAX;
   for (int round = 0; round < 5; round++) {  // one of them the machine has time for
     for (int i = 0; i < 20; i++) {
-      if (fork_process(Group::kOwn) == 0) {
+      if (fork_process(Group::kNew) == 0) {
         for (;;) pause();
       }
     }

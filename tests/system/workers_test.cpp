@@ -64,7 +64,7 @@ Words inherited_wrongly(const Phone& phone) {
     const std::string who = std::to_string(worker.pid) + " " + worker.comm + ": ";
     const bool own_child = worker.ppid == phone.daemon_pid();
     for (const std::string& target : descriptors(phone, worker.pid)) {
-      // A pipe between two of a script's tools is their own; the signal pipe is not.
+      // A pipe between two of a script's tools is their own; the daemon's are not.
       if (target.find("socket:") == 0 || (own_child && target.find("pipe:") == 0))
         wrong.push_back(who + target);
     }
