@@ -15,6 +15,7 @@
 #include "client/settings.h"
 #include "client/text.h"
 #include "client/volume.h"
+#include "model/destination.h"
 #include "protocol/encode.h"
 #include "protocol/names.h"
 
@@ -213,21 +214,8 @@ bool parse_hex(const std::vector<std::string>& words, std::string* bytes) {
 }  // namespace
 
 std::string check_destination(std::string_view path) {
-  constexpr std::string_view kAllowed =
-      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789._/@%+=:,#-";
-  if (path.empty() || path[0] != '/') return "the destination must be an absolute path";
-  if (path.find_first_not_of(kAllowed) != std::string_view::npos) {
-    return "the destination may hold only [A-Za-z0-9._/@%+=:,#-]";
-  }
-  int components = 0;
-  for (size_t start = 1; start <= path.size();) {
-    const size_t end = std::min(path.find('/', start), path.size());
-    const std::string_view name = path.substr(start, end - start);
-    if (name == "." || name == "..") return "the destination may not hold \".\" or \"..\"";
-    if (!name.empty()) ++components;
-    start = end + 1;
-  }
-  return components >= 2 ? "" : "the destination must lie at least two levels below /";
+  const char* fault = judge_destination(path, {});
+  return fault == nullptr ? "" : std::string("the destination is refused: ") + fault;
 }
 
 std::string loss_while_logging(const RequestName* request, const Environment& env) {

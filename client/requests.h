@@ -14,9 +14,7 @@ int run_request(const invocation& call, Environment& env);
 // Sends the payload that the arguments spell in hexadecimal, and shows the reply's bytes.
 int run_raw(const invocation& call, Environment& env);
 
-// Why `path` cannot be a destination, or "". The daemon hands it to a root shell and opens it to
-// everyone, so it must be absolute, at least two levels deep, without "." and "..", and of the
-// characters [A-Za-z0-9._/@%+=:,#-] only.
+// Why the daemon would refuse the destination `path` by its name (model/destination.h), or "".
 std::string check_destination(std::string_view path);
 
 // What `request` (may be null) destroys beside what it says, as debug logging is on; "" when it

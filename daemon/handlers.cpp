@@ -5,7 +5,6 @@
 #include <string.h>
 #include <unistd.h>
 
-#include <iterator>
 #include <memory>
 
 #include "base/process.h"
@@ -47,20 +46,6 @@ RequestText read_text(const android::Parcel& request) {
 
 const char* shown(const RequestText& text) {
   return text == nullptr ? "(null)" : text.get();
-}
-
-// What is wrong with the destinations of the two plain copies; null: nothing.
-const char* trace_copy_fault(const char* path) {
-  constexpr const char* kSources[] = {kTraceDir};
-  return destination_fault(path, kSources, std::size(kSources), [](const char* dst) {
-    return command_fits(ShellCommand::kCopyDir, kTraceDir, dst);
-  });
-}
-
-const char* kernel_log_copy_fault(const char* path) {
-  return destination_fault(path, nullptr, 0, [](const char* dst) {
-    return command_fits(ShellCommand::kCopyDir2, kKernelLog, dst);
-  });
 }
 
 // False, after one error line, for a destination with a `fault` (null: none). The directory that an
@@ -208,7 +193,9 @@ int do_copy_sys_trace_log(const android::Parcel& request, android::Parcel& reply
   const RequestText path = read_text(request);
   LOGD("path: %s.", shown(path));
   LOGD_AS("do_copy_systrace", "function invoked");
-  if (destination_ok(path, trace_copy_fault(path.get()))) copy_dir(kTraceDir, path.get());
+  const bool fits = command_fits(ShellCommand::kCopyDir, kTraceDir, path.get());
+  const bool ok = destination_ok(path, destination_fault(path.get(), {kTraceDir}, fits));
+  if (ok) copy_dir(kTraceDir, path.get());
   return write_result(reply, __func__, 0);
 }
 
@@ -220,7 +207,8 @@ int do_copy_kernel_pmic(const android::Parcel& request, android::Parcel& reply) 
     LOGE("pmic_file does not exist: %s.", kKernelLog);
     return -1;
   }
-  const bool ok = destination_ok(path, kernel_log_copy_fault(path.get()));
+  const bool fits = command_fits(ShellCommand::kCopyDir2, kKernelLog, path.get());
+  const bool ok = destination_ok(path, destination_fault(path.get(), {}, fits));
   return write_result(reply, __func__, ok ? copy_dir2(kKernelLog, path.get()) : -1);
 }
 

@@ -14,6 +14,7 @@
 #include "base/text.h"
 #include "debuglog/workers.h"
 #include "feedback/report.h"
+#include "model/destination.h"
 #include "selflog/log.h"
 #include "storage/shell.h"
 #include "storage/utils.h"
@@ -40,84 +41,34 @@ constexpr int kPropertyPolls = 20;
   end_process(0);
 }
 
-bool has_dot_component(const char* path) {
-  for (const char* p = strchr(path, '/'); p != nullptr; p = strchr(p + 1, '/')) {
-    const size_t length = strcspn(p + 1, "/");
-    if ((length == 1 && p[1] == '.') || (length == 2 && p[1] == '.' && p[2] == '.')) return true;
-  }
-  return false;
-}
-
-int count_components(const char* path) {
-  int count = 0;
-  for (const char* p = path; *p != '\0'; p++) {
-    if (*p != '/' && (p == path || p[-1] == '/')) count++;
-  }
-  return count;
-}
-
-// Compares component by component: repeated slashes do not count.
-bool is_same_or_below(const char* path, const char* dir) {
-  for (;;) {
-    path += strspn(path, "/");
-    dir += strspn(dir, "/");
-    const size_t length = strcspn(dir, "/");
-    if (length == 0) return true;
-    if (strcspn(path, "/") != length || strncmp(path, dir, length) != 0) return false;
-    path += length;
-    dir += length;
-  }
-}
-
-// Whether `path`, or a directory that it lies in, is `dir` itself under another name: shared
-// storage has several.
-bool is_same_or_below_by_inode(const char* path, const char* dir) {
-  struct stat wanted;
-  if (stat(dir, &wanted) != 0) return false;
-  std::string prefix = path;
-  for (size_t end = prefix.size(); end != 0 && end != std::string::npos;) {
-    prefix.resize(end);
-    struct stat info;
-    if (stat(prefix.c_str(), &info) == 0 && info.st_dev == wanted.st_dev &&
-        info.st_ino == wanted.st_ino) {
-      return true;
-    }
-    end = prefix.find_last_of('/');
-  }
-  return false;
+void add_identity(const std::string& path, std::vector<FileIdentity>* ids) {
+  struct stat info;
+  if (stat(path.c_str(), &info) == 0) ids->emplace_back(info.st_dev, info.st_ino);
 }
 
 // Where shared storage keeps `dir`: through FUSE a file has another number than there.
-std::string place_on_data(const char* dir) {
+std::string place_on_data(std::string_view dir) {
   constexpr std::string_view kShared = "/sdcard/";
-  const std::string_view path = dir;
-  if (path.substr(0, kShared.size()) != kShared) return dir;
-  return "/data/media/0/" + std::string(path.substr(kShared.size()));
-}
-
-bool has_control_byte(const char* path) {
-  for (const char* p = path; *p != '\0'; p++) {
-    if (static_cast<unsigned char>(*p) < 0x20 || *p == 0x7F) return true;
-  }
-  return false;
+  if (dir.substr(0, kShared.size()) != kShared) return std::string(dir);
+  return "/data/media/0/" + std::string(dir.substr(kShared.size()));
 }
 
 }  // namespace
 
-const char* destination_fault(const char* path, const char* const* sources, size_t count,
-                              bool (*fits)(const char* path)) {
-  if (path == nullptr || path[0] != '/') return "not absolute";
-  if (count_components(path) < 2) return "too high in the tree";
-  if (has_dot_component(path)) return "has a . or .. component";
-  if (has_control_byte(path)) return "has a control byte";
-  for (size_t i = 0; i < count; i++) {
-    if (is_same_or_below(path, sources[i]) || is_same_or_below_by_inode(path, sources[i]) ||
-        is_same_or_below_by_inode(path, place_on_data(sources[i]).c_str())) {
-      return "inside of what is copied";
-    }
+const char* destination_fault(const char* path, const std::vector<std::string_view>& sources,
+                              bool fits) {
+  if (path == nullptr) path = "";
+  DestinationFacts facts = {sources, {}, {}, is_trap(path), fits};
+  for (const std::string_view source : sources) {
+    add_identity(std::string(source), &facts.source_ids);
+    add_identity(place_on_data(source), &facts.source_ids);
   }
-  if (is_trap(path)) return "a link or no directory is in the way";
-  return fits(path) ? nullptr : "too long";
+  const std::string_view whole = path;
+  for (size_t end = whole.size(); end != 0 && end != std::string_view::npos;
+       end = whole.find_last_of('/', end - 1)) {
+    add_identity(std::string(whole.substr(0, end)), &facts.destination_ids);
+  }
+  return judge_destination(path, facts);
 }
 
 int get_feedback_log(int mask, const char* dir) {

@@ -3,8 +3,10 @@
 // with a bound and killed when they overrun.
 #pragma once
 
-#include <stddef.h>
 #include <stdint.h>
+
+#include <string_view>
+#include <vector>
 
 // A piece of a bundle. `get` collects it into the directory `dir`; a negative result ends the walk.
 struct FeedbackGetter {
@@ -15,14 +17,11 @@ struct FeedbackGetter {
 constexpr int kFeedbackGetterCount = 13;
 extern const FeedbackGetter kFeedbackGetters[kFeedbackGetterCount];  // in the order of the walk
 
-// Why a destination that a client names is refused; null when it may be used. Root copies into it
-// and gives it to everybody, so it must be absolute, at least two components deep, without "." and
-// "..", control bytes, none of the `count` `sources` that are copied nor below one, under whatever
-// name (cp would copy into itself without end), reached by no link that somebody has put below the
-// platform's way (base/beneath.h), and short enough for every command that is composed
-// with it: `fits` tells whether the longest of these holds it.
-const char* destination_fault(const char* path, const char* const* sources, size_t count,
-                              bool (*fits)(const char* path));
+// Why root must not copy `sources` to the destination `path` that a client names:
+// judge_destination() (model/destination.h) about what is there now. `fits`: each command composed
+// with `path` has room for it. Null when it may be used.
+const char* destination_fault(const char* path, const std::vector<std::string_view>& sources,
+                              bool fits);
 
 // The same for a feedback bundle: `sources` are those of the pieces of `mask`.
 const char* feedback_destination_fault(int mask, const char* dir);

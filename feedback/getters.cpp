@@ -1,7 +1,6 @@
 #include <cutils/properties.h>
 #include <sys/stat.h>
 
-#include <iterator>
 #include <memory>
 #include <string>
 
@@ -147,14 +146,13 @@ const char* feedback_destination_fault(int mask, const char* dir) {
       {kSelectExceptions, kExceptionDir},
       {kSelectBluetooth, kBluetoothLogs},
   };
-  const char* selected[std::size(kSources)];
-  size_t count = 0;
+  std::vector<std::string_view> selected;
   for (const auto& source : kSources) {
-    if ((source.bits & mask) != 0) selected[count++] = source.directory;
+    if ((source.bits & mask) != 0) selected.push_back(source.directory);
   }
-  return destination_fault(dir, selected, count, [](const char* path) {
-    return command_fits(ShellCommand::kCopyDir, kPowerFeedbackDir, path);  // the longest of them
-  });
+  // The longest of the commands.
+  const bool fits = command_fits(ShellCommand::kCopyDir, kPowerFeedbackDir, dir);
+  return destination_fault(dir, selected, fits);
 }
 
 int get_tombstone_log(const char* dir) {
