@@ -14,7 +14,7 @@
 
 #include "base/local_time.h"
 #include "base/process.h"
-#include "phone/host/wait.h"
+#include "phone/wait.h"
 
 namespace {
 
