@@ -50,8 +50,8 @@ void attach(pid_t tracee) {
   next_stop(tracee);
 }
 
-// Lets the tracee run to its next entry of any system call and returns the call's number. A signal
-// that comes meanwhile is delivered.
+// Resumes the tracee to its next system call entry and returns the call's number. Pending signals
+// are delivered.
 long next_call(pid_t tracee) {
   for (long sig = 0;;) {
     if (ptrace(PTRACE_SYSCALL, tracee, 0, sig) != 0) fail("ptrace: a tracee does not go on");
@@ -78,7 +78,7 @@ void print_figure(const std::string& name, const std::vector<double>& values) {
 
 }  // namespace
 
-block_times alternate(int rounds, const std::vector<Contender>& contenders) {
+BlockTimes alternate(int rounds, const std::vector<Contender>& contenders) {
   const size_t count = contenders.size();
   BlockTimes times(count);
   for (int round = -1; round < rounds; round++) {
@@ -167,7 +167,7 @@ void end(pid_t pid) {
   waitpid(pid, nullptr, 0);
 }
 
-call_counts count_calls(pid_t tracee, long mark, int64_t periods) {
+CallCounts count_calls(pid_t tracee, long mark, int64_t periods) {
   attach(tracee);
   while (next_call(tracee) != mark) {
   }
@@ -181,7 +181,7 @@ call_counts count_calls(pid_t tracee, long mark, int64_t periods) {
   return calls;
 }
 
-int64_t total_calls(const call_counts& calls) {
+int64_t total_calls(const CallCounts& calls) {
   int64_t total = 0;
   for (const auto& [call, count] : calls) total += count;
   return total;
@@ -191,7 +191,7 @@ int64_t count_instructions(pid_t tracee, long mark) {
   attach(tracee);
   while (next_call(tracee) != mark) {
   }
-  // Out of the marking call, then step by step until it has been made once more from there.
+  // Leaves the marking call, then single-steps to its next entry from there.
   ptrace(PTRACE_SYSCALL, tracee, 0, 0);
   next_stop(tracee);
   const auto place = [tracee] {

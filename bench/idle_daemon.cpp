@@ -1,5 +1,5 @@
-// The daemon with as many idle workers as the property bench.workers says, and nothing else: the
-// memory and the latency that workers cost, without what a catcher does.
+// The daemon with as many idle workers as the property bench.workers says: the memory and latency
+// of workers without catchers.
 #include <cutils/properties.h>
 #include <cutils/sockets.h>
 #include <sys/prctl.h>

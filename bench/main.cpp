@@ -1,4 +1,4 @@
-// Runs one row of the benchmark. Only in a bench phone; bench/run.py boots it and names the rows.
+// Runs one row of the benchmark, only in a bench phone; bench/run.py boots it and names the rows.
 #include <stdio.h>
 #include <string.h>
 

@@ -1,13 +1,11 @@
-// Moving a run to shared storage with a second name for every file, against the bare command and
-// the same flush.
+// Moving a run to shared storage with links for every file, against the bare command and the same
+// flush.
 #include <fcntl.h>
 #include <stdio.h>
-#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 #include <filesystem>
-#include <string>
 
 #include "base/process.h"
 #include "bench/harness.h"
@@ -20,7 +18,7 @@ namespace {
 constexpr char kRun[] = "/data/misc/zelkalog/1#run";
 constexpr char kMoved[] = "/sdcard/zelkalog/1#run";
 constexpr int kFiles = 10000;
-constexpr int kDirectories = 10;  // few, so that what they cost does not show
+constexpr int kDirectories = 10;  // few, to keep their cost negligible
 constexpr off_t kFileBytes = 20 * 1024;
 
 void fill() {
@@ -40,10 +38,10 @@ void move_run() {
   if (move_dir("/data/misc/zelkalog/*", kStoreDir, nullptr) != 0) fail("the move failed");
 }
 
-// System calls of a whole move, beside those of its mv.
+// System calls of a whole move, without those of its mv.
 int64_t calls_of_move(bool links) {
   const pid_t moving = spawn([links] {
-    s_harrowmossd_pid = links ? getpid() : -1;  // the main process alone makes links
+    s_harrowmossd_pid = links ? getpid() : -1;  // only the main process makes links
     for (;;) {
       int status = 0;
       const pid_t filling = spawn(fill);
@@ -76,7 +74,7 @@ void bench_move() {
       flush_storage(kStoreDir);
     });
   };
-  const block_times times = alternate(kRounds, {{"move", linked}, {"mv and flush", bare}});
+  const BlockTimes times = alternate(kRounds, {{"move", linked}, {"mv and flush", bare}});
   report_ratio("move.ratio", times[0], times[1]);
   const auto calls = static_cast<double>(calls_of_move(true) - calls_of_move(false));
   report("move.calls", calls / kFiles);

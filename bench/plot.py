@@ -1,4 +1,4 @@
-"""Draws the plots of the benchmark as SVG, with their data beside them as JSON. Also by itself:
+"""Draws the plots of the benchmark as SVG, with their data beside them as JSON. Standalone use:
 
 usage: plot.py DIRECTORY    redraws every DIRECTORY/*.svg from its .json
 """

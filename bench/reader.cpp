@@ -1,5 +1,5 @@
 // Reading a run of 1 GiB in six buffers: the merged list against cat, wc and sort, a range of time
-// against grep. The tools are the host's, brought by bench/run.py.
+// against grep. The tools are the host's; bench/run.py copies them in.
 #include <fcntl.h>
 #include <spawn.h>
 #include <stdio.h>
@@ -35,7 +35,7 @@ struct used_time {
   int64_t peak_kib;
 };
 
-// Runs a line of shell with all that it starts.
+// Runs a shell command to its end.
 used_time run_line(const std::string& line) {
   const std::string text = kTools + line;
   char* const argv[] = {const_cast<char*>("sh"), const_cast<char*>("-c"),
@@ -58,7 +58,7 @@ Contender line_contender(const char* name, const std::string& line) {
   return {name, [line] { return run_line(line).cpu_ns; }};
 }
 
-// One buffer's files, rotated at 100 MiB each; a line in `share` of 100, all with the same clock.
+// Writes a buffer's files, rotated at 100 MiB: `share` of 100 lines, all on one clock.
 class BufferWriter {
  public:
   explicit BufferWriter(const char* name) : name_(name) {}
@@ -126,7 +126,7 @@ void bench_log() {
   make_run();
   const std::string files = "'" + std::string(kRun) + "'/mobile/*";
   const std::string list = "harrowmossctl log '" + std::string(kRun) + "'";
-  const block_times times =
+  const BlockTimes times =
       alternate(kRounds, {line_contender("log", list + " | wc -l"),
                           line_contender("cat | wc", "cat " + files + " | wc"),
                           line_contender("cat | wc -l", "cat " + files + " | wc -l"),
@@ -138,7 +138,7 @@ void bench_log() {
 
   // A minute in the middle.
   const std::string range = "exec " + list + " --since 03:00 --until 03:00:59.999999";
-  const block_times ranges = alternate(
+  const BlockTimes ranges = alternate(
       9, {{"range", [&] { return run_line(range).wall_ns; }},
           {"grep", [&] { return run_line("grep -h '^11-20 03:00:' " + files).wall_ns; }}});
   std::vector<double> ms;

@@ -19,7 +19,7 @@
 namespace {
 
 constexpr char kAndroidLog[] = "/dev/log/main";
-constexpr int kMessages = 7;   // that a version request must log, each to both logs
+constexpr int kMessages = 7;   // of a version request, each to both logs
 constexpr int kRequests = 50;  // a block
 constexpr int kRounds = 201;
 
@@ -33,8 +33,8 @@ void ask_version(Client* client) {
   if (client->ask(kVersionRequest) != kProtocolVersion) fail("another protocol version");
 }
 
-// An echo server of the same frames that writes 14 lines as long as the daemon's. Frames come and
-// go in `parts`: in two, as the daemon takes and sends length and payload, or whole.
+// An echo server for the same frames that writes 14 lines as long as the daemon's. Frames are read
+// and sent in `parts`: 2, as the daemon does for length and payload, or 1.
 [[noreturn]] void serve_bare(int fd, int parts, const std::string& android_line,
                              const std::string& self_line) {
   const int android_log =
@@ -57,7 +57,7 @@ void ask_version(Client* client) {
   _exit(0);
 }
 
-// CPU time of both sides for a block of requests: what the one CPU needs for it.
+// CPU time of client and server for a block of requests on their one CPU.
 int64_t time_block(pid_t server, Client* client) {
   const int64_t start = cpu_ns(server);
   const int64_t own = cpu_time_of([client] {
@@ -90,7 +90,7 @@ void compare(Client* client) {
     wall.push_back(static_cast<double>(wall_ns() - start));
     return cpu;
   };
-  const block_times times =
+  const BlockTimes times =
       alternate(kRounds, {{"daemon", ask_daemon},
                           {"bare", [&] { return time_block(bare[0], &in_two_parts); }},
                           {"whole frames", [&] { return time_block(bare[1], &whole); }}});
@@ -126,7 +126,7 @@ void bench_request() {
   count(&client);
 }
 
-// In a phone whose daemon has forked as many idle workers as the property says. One run, one point:
+// In a phone whose daemon has as many idle workers as the property says. One point per run:
 // bench/run.py boots a phone for each number.
 void bench_request_workers() {
   char workers[PROPERTY_VALUE_MAX];

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Runs the rows of the benchmark, each in a bench phone of its own, and holds them against the goals.
+"""Runs the rows of the benchmark, each in a bench phone of its own, and compares the figures with the goals.
 
 usage: run.py BUILD_DIRECTORY [--record] [FILTER]
 
@@ -21,7 +21,7 @@ import plot
 
 ROOT = Path(__file__).resolve().parent.parent
 INSIDE = '/data/local/tmp/bench'
-PAGE = ROOT / 'docs/performance.md'  # shows the table between two comments
+PAGE = ROOT / 'docs/performance.md'  # has the table between two comments
 ATTEMPTS = 3
 
 IDLE_DAEMON = ['--daemon', 'build/bench/idle_daemon']
@@ -44,8 +44,7 @@ ROWS = {
     'stop-stubborn': [['--prop', 'bench.logcat.main.ignore_term=1']],
 }
 
-# Figure -> (what it is, unit, least, most, counted exactly). A figure without a goal is printed
-# without a verdict.
+# Figure -> (description, unit, least, most, counted exactly). A figure without a goal is printed without a verdict.
 FIGURES = {
     'request.ratio': ('version request / echo of the same frames + 14 writes', 'x', None, 1.8, False),
     'request.whole_frames': ('  the same / echo in one read and one write + 14 writes', 'x'),
@@ -112,7 +111,7 @@ def goal_text(name):
 
 def run_row(build, row):
     """The figures and the points of plots that one run of a row prints."""
-    said = []
+    lines = []
     for options in ROWS[row]:
         options = [option.replace('build/', f'{build}/', 1) for option in options]
         command = [build / 'phone/phone', '--timeout', '150', *options,
@@ -121,12 +120,12 @@ def run_row(build, row):
                               check=False)
         if done.returncode != 0:
             sys.exit(f'bench: row {row} failed with status {done.returncode}')
-        said += [json.loads(line) for line in done.stdout.splitlines()]
-    return [one for one in said if 'figure' in one], [one for one in said if 'plot' in one]
+        lines += [json.loads(line) for line in done.stdout.splitlines()]
+    return [one for one in lines if 'figure' in one], [one for one in lines if 'plot' in one]
 
 
 def measure(build, row):
-    """Runs a row until it meets its goals or no other run would help."""
+    """Runs a row until it meets its goals, or the last attempt is used up."""
     for attempt in range(1, ATTEMPTS + 1):
         start = time.monotonic()
         figures, points = run_row(build, row)

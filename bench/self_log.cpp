@@ -1,5 +1,5 @@
-// A line of the self log: against one bare write of the same bytes, spdlog that flushes every line,
-// and syslog().
+// A line of the self log, against one bare write of the same bytes, spdlog flushing every line, and
+// syslog().
 #include <cutils/properties.h>
 #include <fcntl.h>
 #include <sched.h>
@@ -7,7 +7,6 @@
 #include <spdlog/spdlog.h>
 #include <sys/mount.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/un.h>
 #include <syslog.h>
@@ -28,7 +27,7 @@ constexpr char kSpdlogFile[] = "/data/spdlog.log";
 constexpr char kSyslogFile[] = "/data/syslog.log";
 constexpr char kSyslogSocket[] = "/dev/log";  // glibc's
 
-constexpr int kLines = 400;  // a block; all rounds together stay below the self log's rotation
+constexpr int kLines = 400;  // a block; all rounds stay below the self log's rotation
 constexpr int kRounds = 201;
 
 std::atomic<int64_t> s_allocations{0};
@@ -48,8 +47,8 @@ std::string line_text() {
   return text.substr(0, end + 1);
 }
 
-// A syslog daemon that does only what it must: it takes every message and appends it to a file.
-// /dev/log is a directory in the phone, so this process gets a /dev of its own.
+// A minimal syslog daemon: appends every message to a file. /dev/log is a directory in the phone,
+// so this process gets a /dev of its own.
 void start_syslog() {
   if (unshare(CLONE_NEWNS) != 0 ||
       mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
@@ -71,8 +70,8 @@ void start_syslog() {
   openlog("harrowmossd", LOG_PID | LOG_NDELAY, LOG_DAEMON);
 }
 
-// A child that does nothing but `body`, with a call of getppid() in front of each but the first,
-// which asks for what a process asks once.
+// A child that only runs `body`, with a call of getppid() before each but the first run, which does
+// one-time work.
 pid_t repeat_marked(const std::function<void()>& body) {
   return spawn([&body] {
     for (body();;) {
@@ -108,7 +107,7 @@ std::function<int64_t()> block_of(const std::function<void()>& line) {
 
 }  // namespace
 
-// Every allocation of this program comes through here.
+// Counts every allocation of this program.
 void* malloc(size_t size) {
   s_allocations.fetch_add(1, std::memory_order_relaxed);
   return __libc_malloc(size);
@@ -122,10 +121,10 @@ void bench_self_log() {
   const auto bare_write = [&] { (void)!write(file, text.data(), text.size()); };
   const auto logger = spdlog::basic_logger_mt("bench", kSpdlogFile);
   logger->flush_on(spdlog::level::trace);
-  start_syslog();  // on whatever CPU is free, as a syslog daemon is
+  start_syslog();  // not pinned, like a real syslog daemon
   pin();
   count(bare_write);
-  const block_times times = alternate(
+  const BlockTimes times = alternate(
       kRounds,
       {{"self log", block_of(log_line)},
        {"bare write", block_of(bare_write)},

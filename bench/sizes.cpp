@@ -1,4 +1,4 @@
-// Measuring the store and choosing the run to evict, against walks of nothing but system calls.
+// Measuring the store and choosing the run to evict, against walks of bare system calls.
 #include <dirent.h>
 #include <fcntl.h>
 #include <spawn.h>
@@ -10,8 +10,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <string>
-
 #include "bench/harness.h"
 #include "storage/size_monitor.h"
 #include "storage/utils.h"
@@ -22,12 +20,12 @@ namespace {
 
 constexpr char kTree[] = "/data/tree";
 constexpr char kRuns[] = "/data/runs";
-constexpr char kDu[] = "/data/local/tmp/du";  // GNU's, brought by bench/run.py
+constexpr char kDu[] = "/data/local/tmp/du";  // GNU du, copied by bench/run.py
 
 constexpr int kFilesPerDirectory = 100;
-constexpr size_t kListingBytes = 32768;  // of one getdents64, as the C library asks for
+constexpr size_t kListingBytes = 32768;  // of one getdents64 call of the C library
 
-// Lets the tree grow to `files` files of some bytes.
+// Grows the tree to `files` small files.
 void grow_tree(int from, int files) {
   mkdir(kTree, 0777);
   char path[64];
@@ -43,7 +41,7 @@ void grow_tree(int from, int files) {
   }
 }
 
-// What no walk can do without: list every directory, stat every entry.
+// The minimum of any walk: list every directory, stat every entry.
 int64_t raw_walk(int parent, const char* name) {
   const int dir = openat(parent, name, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   alignas(dirent64) char listing[kListingBytes];
@@ -88,7 +86,7 @@ int64_t time_du() {
 
 void bench_tree(int files, int rounds, bool goal) {
   if (getFileSize(kTree) != raw_size()) fail("getFileSize and the raw walk differ");
-  const block_times times =
+  const BlockTimes times =
       alternate(rounds, {{"getFileSize", [] { return cpu_time_of([] { getFileSize(kTree); }); }},
                          {"raw walk", [] { return cpu_time_of([] { raw_size(); }); }},
                          {"du", time_du}});
@@ -155,7 +153,7 @@ void bench_oldest_run() {
     if (findOldestLogDir(kRuns, &number, name, sizeof(name)) != runs || number != 20001 - runs ||
         bare_listing() != runs)
       fail("the oldest run is another one");
-    const block_times times =
+    const BlockTimes times =
         alternate(kRounds, {{"findOldestLogDir",
                              [&] {
                                return cpu_time_of(

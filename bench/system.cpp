@@ -1,4 +1,4 @@
-// What the running system costs while nothing happens, and how fast it stops.
+// The idle cost of the running system, and how fast it stops.
 #include <signal.h>
 #include <time.h>
 #include <unistd.h>
@@ -46,7 +46,7 @@ void start_logging(Client* client, int32_t mask) {
   if (client->ask(kStartRequest, &mask) < 0) fail("debug logging does not start");
 }
 
-// How often the threads of `pid` have gone to sleep by themselves, and so were woken again.
+// Voluntary context switches of the threads of `pid`: their wake-ups.
 int64_t wakeups_of(pid_t pid) {
   int64_t total = 0;
   for (const auto& task : fs::directory_iterator("/proc/" + std::to_string(pid) + "/task"))
@@ -69,11 +69,11 @@ pid_t size_monitor() {
 }
 
 struct stop_times {
-  double ms;    // from the first worker that is told to end to the last that has
+  double ms;    // from the first signal to a worker to the last worker's end
   int workers;  // and logcats
 };
 
-// Starts and stops debug logging and tells what the daemon's own log says about it.
+// Starts and stops debug logging; returns the times of the daemon's log.
 stop_times start_and_stop(Client* client, int32_t mask) {
   start_logging(client, mask);
   pass_seconds(kSettleSeconds);
@@ -103,7 +103,7 @@ void bench_memory() {
   if (daemons.size() != kIdleWorkers) fail("not 12 idle workers");
   daemons.push_back(daemon_pid());
   const pid_t script = spawn([] { execl(kMksh, kMksh, "-c", kLoops, nullptr); });
-  // Every loop is a shell and the sleep that it waits in.
+  // Every loop is a shell and its sleep.
   await("12 loops", [&] { return descendants_of(script).size() == 2 * kIdleWorkers; });
   pass_seconds(kSettleSeconds);
   std::vector<pid_t> shells = {script};
@@ -120,7 +120,7 @@ void bench_memory() {
   for (const pid_t pid : all) signal_one(pid, SIGKILL);
 }
 
-// In a phone with the real daemon: everything that can be logged is being logged.
+// In a phone with the real daemon: all types are on.
 void bench_workers() {
   Client client;
   start_logging(&client, all_types());
@@ -140,7 +140,7 @@ void bench_workers() {
 void bench_idle() {
   settle();
   Client client;
-  start_logging(&client, 0x1);  // mobile: nothing but logcats beside the daemon and its monitor
+  start_logging(&client, 0x1);  // mobile: only logcats, the daemon and its monitor
   pass_seconds(kSettleSeconds);
   const pid_t monitor = size_monitor();
   const int64_t main_before = wakeups_of(daemon_pid());

@@ -1,14 +1,12 @@
-// Touch event to disk: the recorder against a loop of nothing but its mandatory system calls.
+// Touch event to disk: the recorder against a loop of its mandatory system calls.
 #include <fcntl.h>
 #include <linux/input.h>
 #include <poll.h>
 #include <stdio.h>
-#include <string.h>
 #include <sys/inotify.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
-#include <sys/time.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -25,34 +23,34 @@ constexpr char kDir[] = "/data/touch";
 constexpr char kFloorFile[] = "/data/touch/floor.txt";
 constexpr char kNode[] = "event0";
 
-// As the supervisor moves them into a device: whole events within PIPE_BUF.
+// Whole events within PIPE_BUF, as the supervisor writes them.
 constexpr uint32_t kChunk = 170;
 constexpr uint32_t kBlock = 6 * kChunk;  // fits into a pipe, and into one request
 static_assert(kBlock <= kMaxEventsPerRequest, "one request a block");
 constexpr int kRounds = 201;
 
 // The connection to the phone's input supervisor.
-class Finger {
+class InputClient {
  public:
-  Finger() : fd_(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0)) {
+  InputClient() : fd_(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0)) {
     sockaddr_un address = {};
     address.sun_family = AF_UNIX;
     snprintf(address.sun_path, sizeof(address.sun_path), "%s", kInputSocket);
     if (connect(fd_, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0)
       fail("no input supervisor: the phone must be booted with --input");
   }
-  ~Finger() { close(fd_); }
+  ~InputClient() { close(fd_); }
   void plug(const char* name) {
     snprintf(message_.request.name, sizeof(message_.request.name), "%s", name);
     ask(InputOp::kPlug, 0);
   }
-  // Sends the coordinates of a moving finger.
+  // Sends the coordinates of a moving contact.
   void move(uint32_t count) {
     for (uint32_t i = 0; i < count; i++)
       message_.events[i] = {EV_ABS, ABS_MT_POSITION_X, static_cast<int32_t>(i)};
     ask(InputOp::kSend, count);
   }
-  // How often the node is open.
+  // The number of readers of the node.
   int64_t readers() {
     ask(InputOp::kList, 0);
     return number_behind(reply_.text, std::string(kNode) + " ");
@@ -87,7 +85,7 @@ pid_t start_recorder() {
   });
 }
 
-// poll, read and four writes of a line's parts; the same poll set, the same kind of file.
+// poll, read and four writes per line, with the same poll set and file.
 [[noreturn]] void bare_loop(int events) {
   const std::string parts[] = {"2024-03-09 07:05:02:41307  ", "          ",
                                "EV_ABS       ABS_MT_POSITION_X    539            ", "\n"};
@@ -101,7 +99,7 @@ pid_t start_recorder() {
   }
 }
 
-// What the kernel counts as written by a process: four times an event.
+// Write calls of a process, as counted by the kernel: four per event.
 int64_t writes_of(pid_t pid) {
   return number_behind(read_file("/proc/" + std::to_string(pid) + "/io"), "syscw: ");
 }
@@ -126,7 +124,7 @@ void pin_supervisor() {
   fail("no input supervisor");
 }
 
-void compare(Finger* finger, pid_t recorder) {
+void compare(InputClient* input, pid_t recorder) {
   int ends[2];
   if (pipe2(ends, O_CLOEXEC) != 0) fail("no pipe");
   const pid_t floor = spawn([&ends] { bare_loop(ends[0]); });
@@ -135,8 +133,8 @@ void compare(Finger* finger, pid_t recorder) {
     for (uint32_t sent = 0; sent < kBlock; sent += kChunk)
       (void)!write(ends[1], chunk.data(), chunk.size());
   };
-  const block_times times = alternate(
-      kRounds, {{"recorder", [=] { return time_block(recorder, [=] { finger->move(kBlock); }); }},
+  const BlockTimes times = alternate(
+      kRounds, {{"recorder", [=] { return time_block(recorder, [=] { input->move(kBlock); }); }},
                 {"bare", [=] { return time_block(floor, feed_floor); }}});
   report_ratio("touch.ratio", times[0], times[1]);
   report("touch.event_us", median(times[0]) / kBlock / 1e3);
@@ -144,16 +142,16 @@ void compare(Finger* finger, pid_t recorder) {
   end(floor);
 }
 
-void count(Finger* finger, pid_t recorder) {
+void count(InputClient* input, pid_t recorder) {
   constexpr int kEvents = 400;
-  std::thread sender([finger] { finger->move(kEvents + 10); });
-  const call_counts calls = count_calls(recorder, SYS_read, kEvents);
+  std::thread sender([input] { input->move(kEvents + 10); });
+  const CallCounts calls = count_calls(recorder, SYS_read, kEvents);
   sender.join();
   report("touch.calls", static_cast<double>(total_calls(calls)) / kEvents);
 }
 
-// CPU of the recorder in percent, at rates up to what many fingers on a fast panel cannot reach.
-void plot_rates(Finger* finger, pid_t recorder) {
+// CPU of the recorder in percent, at rates beyond those of many contacts on a fast panel.
+void plot_rates(InputClient* input, pid_t recorder) {
   constexpr int64_t kTickNs = 1000000;
   constexpr int kTicks = 400;
   for (const uint32_t rate : {1000u, 2000u, 5000u, 10000u, 20000u, 50000u, 100000u, 200000u}) {
@@ -164,7 +162,7 @@ void plot_rates(Finger* finger, pid_t recorder) {
       const int64_t pause = start + tick * kTickNs - wall_ns();
       const timespec length = {0, pause};
       if (pause > 0) nanosleep(&length, nullptr);
-      finger->move(rate / 1000);
+      input->move(rate / 1000);
     }
     await_writes(recorder, before + 4 * static_cast<int64_t>(rate) / 1000 * kTicks);
     const double seconds = static_cast<double>(wall_ns() - start) / 1e9;
@@ -179,14 +177,14 @@ void bench_touch() {
   if (mkdir(kDir, 0777) != 0) fail("no /data");
   pin();
   pin_supervisor();
-  Finger finger;
-  finger.plug("front_touch");
+  InputClient input;
+  input.plug("front_touch");
   const pid_t recorder = start_recorder();
-  await("the recorder", [&] { return finger.readers() == 1; });
-  finger.move(1);
+  await("the recorder", [&] { return input.readers() == 1; });
+  input.move(1);
   await_writes(recorder, 4);
-  compare(&finger, recorder);
-  count(&finger, recorder);
-  plot_rates(&finger, recorder);
+  compare(&input, recorder);
+  count(&input, recorder);
+  plot_rates(&input, recorder);
   end(recorder);
 }

@@ -1,5 +1,5 @@
 // What each logger type costs a phone while it captures: CPU time, wake-ups, bytes and files, under
-// a stated load; and what a look of the size monitor costs. Prints the tables of docs/cost.md.
+// a stated load; and the cost of a check by the size monitor. Prints the tables of docs/cost.md.
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -18,21 +18,22 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// 100 lines of 100 bytes a second, as a phone in use logs; and a finger that moves all the time,
-// as a touch controller reports it: 120 packets a second of six events.
+// 100 lines of 100 bytes a second, like a phone in use; and a contact that moves all the time, like
+// a touch controller: 120 packets a second of six events.
 constexpr char kLogLoad[] =
     "t=$(printf '%085d' 0); while :; do for b in main system events radio; do "
     "log -t load -b $b -n 25 $t; done; sleep 1; done";
-constexpr char kFinger[] = "finger <<END\nrate 720\nswipe event0 100 2000 300 1000 1000000\nEND\n";
+constexpr char kTouchLoad[] =
+    "finger <<END\nrate 720\nswipe event0 100 2000 300 1000 1000000\nEND\n";
 constexpr int kWarmUpSeconds = 6;  // a round of the size monitor, and the forks of the start
 constexpr int kMonitorRounds = 4;
 constexpr int kMonitorSeconds = 5;
 constexpr int kFilesInARun = 100;
 
-// What one process had used when it was looked at.
+// The resources that a process has used.
 struct Usage {
   double cpu_ms = 0;
-  int64_t wakes = 0;  // voluntary context switches: it slept, and something woke it
+  int64_t wakes = 0;  // voluntary context switches
 };
 
 Usage usage_of(const Phone& phone, pid_t pid) {
@@ -53,22 +54,22 @@ bool is_daemon(const Phone& phone, pid_t pid) {
   return fs::path(exe).filename().string().compare(0, 11, "harrowmossd") == 0;  // may be deleted
 }
 
-// The daemon's own processes and what it started, by pid.
-struct Look {
+// Usage by pid: the daemon's processes, and the tools that it started.
+struct Sample {
   std::map<pid_t, Usage> daemon, tools;
 };
 
-Look look_at(const Phone& phone) {
-  Look look;
+Sample sample_of(const Phone& phone) {
+  Sample sample;
   const auto add = [&](pid_t pid) {
-    (is_daemon(phone, pid) ? look.daemon : look.tools)[pid] = usage_of(phone, pid);
+    (is_daemon(phone, pid) ? sample.daemon : sample.tools)[pid] = usage_of(phone, pid);
   };
   add(phone.daemon_pid());
   for (const PhoneProcess& process : children_of_daemon(phone)) add(process.pid);
-  return look;
+  return sample;
 }
 
-// What processes that lived through both looks used in between.
+// The difference for processes in both samples.
 Usage used(const std::map<pid_t, Usage>& before, const std::map<pid_t, Usage>& after) {
   Usage sum;
   for (const auto& [pid, usage] : after) {
@@ -85,7 +86,7 @@ struct Size {
   int files = 0;
 };
 
-// All that the daemon keeps outside of finished runs; blocks, because a file may have holes.
+// The daemon's files outside of finished runs, in blocks, because a file may have holes.
 Size size_of_working_area(const Phone& phone) {
   Size size;
   const std::string root = "/data/misc/zelkalog";
@@ -98,19 +99,19 @@ Size size_of_working_area(const Phone& phone) {
   return size;
 }
 
-// Boots a phone under load, starts `mask` (0: nothing) and prints what a while of it takes.
+// Boots a phone under load, starts `mask` (0: nothing) and prints its cost over `seconds`.
 void measure(const char* name, int32_t mask, int seconds) {
   Phone phone(quick_vendor({"--input", "--data-size", "2G"}));
-  if (!settled(phone)) on_phone_failure("the daemon does not come to rest");
+  if (!settled(phone)) on_phone_failure("the daemon does not become idle");
   phone.shell("finger plug event0 zelka_goodix_ts");
   if (mask != 0) start_logging(phone, mask);
   std::thread load([&phone] { phone.shell(kLogLoad); });
-  std::thread finger([&phone] { phone.shell(kFinger); });
+  std::thread touch([&phone] { phone.shell(kTouchLoad); });
   sleep(kWarmUpSeconds);
-  const Look before = look_at(phone);
+  const Sample before = sample_of(phone);
   const Size size_before = size_of_working_area(phone);
   sleep(static_cast<unsigned>(seconds));
-  const Look after = look_at(phone);
+  const Sample after = sample_of(phone);
   const Size size = size_of_working_area(phone);
   const Usage daemon = used(before.daemon, after.daemon), tools = used(before.tools, after.tools);
   const double mb_an_hour = (size.bytes - size_before.bytes) / 1e6 * 3600 / seconds;
@@ -118,15 +119,15 @@ void measure(const char* name, int32_t mask, int seconds) {
          daemon.cpu_ms / seconds, static_cast<double>(daemon.wakes) / seconds, after.tools.size(),
          tools.cpu_ms / seconds, mb_an_hour, size.files);
   fflush(stdout);
-  phone.end();  // the loads end with it
+  phone.end();  // ends the loads
   load.join();
-  finger.join();
+  touch.join();
 }
 
-// Puts `count` files into the store and prints what the monitor's looks at them take.
+// Puts `count` files into the store and prints the cost of the monitor's checks.
 void measure_monitor(int count) {
   Phone phone(quick_vendor());
-  if (!settled(phone)) on_phone_failure("the daemon does not come to rest");
+  if (!settled(phone)) on_phone_failure("the daemon does not become idle");
   for (int i = 0; i < count; i++) {
     const int run = i / kFilesInARun;
     if (i % kFilesInARun == 0) {
