@@ -8,5 +8,5 @@ PRODUCT_PACKAGES += harrowmossd harrowmossctl
 SYSTEM_EXT_PUBLIC_SEPOLICY_DIRS += $(HARROWMOSSD_DIR)/sepolicy/public
 SYSTEM_EXT_PRIVATE_SEPOLICY_DIRS += $(HARROWMOSSD_DIR)/sepolicy/private
 
-# The integrator's own scripts and services: replace each of the examples as the real thing is there.
+# Scripts and services of the integrator: replace each example when the product has its own.
 $(call inherit-product, $(HARROWMOSSD_DIR)/examples/examples.mk)

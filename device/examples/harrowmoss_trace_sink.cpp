@@ -1,6 +1,6 @@
-// Stands for the product's trace service: takes the daemon's commands on the abstract socket
-// "systraceur" and logs them. A command is one packet of 4 bytes, a number in network byte order: 0
-// starts tracing, 2 stops it and leaves the trace in /data/local/traces. Nothing is answered.
+// Example of a trace service: logs the daemon's commands from the abstract socket "systraceur". A command
+// is one packet of 4 bytes, a number in network byte order: 0 starts tracing, 2 stops it and leaves the
+// trace in /data/local/traces. There is no reply.
 #include <android/log.h>
 #include <arpa/inet.h>
 #include <errno.h>
@@ -50,7 +50,7 @@ int main() {
     if (client >= 0) {
       serve(client);
     } else if (errno != EINTR && errno != ECONNABORTED) {
-      return 1;  // init starts it again
+      return 1;  // init restarts it
     }
   }
 }

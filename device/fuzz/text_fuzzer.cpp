@@ -1,5 +1,5 @@
-// Text from a client, whatever its bytes: UTF-16 becomes terminated UTF-8 of the promised length,
-// and a name that goes into a shell command comes out of the shell as it went in.
+// Any text from a client: UTF-16 becomes terminated UTF-8 of the expected length, and a shell reads an
+// escaped name unchanged.
 #include <stdint.h>
 #include <stdlib.h>
 #include <string.h>
@@ -25,13 +25,13 @@ size_t utf8_length(const std::vector<char16_t>& units) {
 void check_utf8(const uint8_t* data, size_t size) {
   std::vector<char16_t> units(size / sizeof(char16_t));
   if (!units.empty()) memcpy(units.data(), data, units.size() * sizeof(char16_t));
-  const char16_t none = 0;  // an empty vector has no address to give
+  const char16_t none = 0;  // data() of an empty vector may be null
   char* text = strndup16to8(units.empty() ? &none : units.data(), units.size());
   require(text != nullptr && strlen(text) == utf8_length(units));
   free(text);
 }
 
-// What a shell makes of unquoted text: a backslash gives the next byte, no other byte is special.
+// Unquoted text as a shell reads it: a backslash makes the next byte literal; no other byte is special.
 std::string as_the_shell_reads(const std::string& text) {
   static constexpr char kSpecial[] = " \t\"'`$&|;<>()*?[]{}~!^";
   std::string read;

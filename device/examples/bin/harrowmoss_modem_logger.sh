@@ -1,6 +1,6 @@
 #!/vendor/bin/sh
-# harrowmoss_modem_logger.sh: stands for the vendor's modem logger. Writes into the directory that the
-# daemon names until init stops it; the real one captures with the mask file of
+# harrowmoss_modem_logger.sh: example of a modem logger. Writes into the directory named by the daemon until
+# init stops it; a real one captures with the mask file of
 # sys.harrowmossd.diag_mdlog_cfg and keeps persist.sys.harrowmossd.mdlog_counts files.
 directory=$(getprop sys.harrowmossd.diag_mdlog_path)
 [ -d "$directory" ] || exit 1

@@ -1,17 +1,17 @@
 #!/system/bin/sh
-# harrowmoss_vendor_logs.sh common|wifi|minidump: brings what the vendor's side wrote into the store, and
-# says so. Runs in the daemon's own domain (its label, file_contexts), because a vendor's domain reaches
-# no shared storage. No-op where the vendor wrote nothing.
+# harrowmoss_vendor_logs.sh common|wifi|minidump: moves the vendor's logs into the store and sets the answer.
+# Runs in the daemon's domain (by its label, file_contexts), because vendor domains cannot access shared
+# storage. Does nothing when there are no vendor logs.
 common=sys.zelka.harrowmossd.action.mv_vendor_common_logs.done
 wifi=sys.zelka.harrowmossd.action.mv_vendor_wifi_logs.done
 minidump=sys.zelka.harrowmossd.action.mv_minidump_logs_done
 
-# The product's own places.
+# Product specific.
 wifi_logs=/data/vendor/wifi/wlan_logs
 minidumps=/data/vendor/zelkalog/minidump
 
-# move FROM TO: the content of one directory into another. cp and rm, not mv: a move that does not fit
-# would lose both.
+# move FROM TO: moves the content of a directory. cp and rm instead of mv: mv would delete files that did
+# not fit.
 move() {
   [ -d "$1" ] && [ -n "$2" ] && mkdir -p "$2" || return 0
   for entry in "$1"/*; do

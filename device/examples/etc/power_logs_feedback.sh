@@ -1,4 +1,4 @@
-# power_logs_feedback.sh: puts the power state where the feedback collection takes it from.
+# power_logs_feedback.sh: writes the power state to the directory that the feedback collection reads.
 target=/sdcard/Android/data/.harrowmoss/zklog/feedback/power
 mkdir -p "$target" || exit 1
 dumpsys batterystats > "$target/batterystats.txt"

@@ -1,5 +1,5 @@
-# watch_fd.sh: prints who has how many open descriptors, every 10 seconds, until it is killed. The
-# policy shows it the daemon's own processes, on all builds.
+# watch_fd.sh: prints the number of open descriptors per process every 10 seconds until it is killed. By
+# policy it sees only the daemon's own processes.
 while :; do
   date
   for process in /proc/[0-9]*; do
