@@ -1,6 +1,6 @@
 # Sourced by ./dev: ./dev arm64.
 
-# The tests that run on the user-mode emulator; those that cannot are named, with the reason.
+# Runs the tests that work on the user-mode emulator; prints the others with the reason.
 arm64_tests() {
   local pattern reason left_out=()
   while IFS=$'\t' read -r pattern reason; do
@@ -16,9 +16,9 @@ arm64_tests() {
 
 # arm64 [guest [STEP...]]
 arm64() {
-  case ${1:-tests} in tests|guest) ;; *) die "arm64 takes nothing, or guest [STEP...]" ;; esac
+  case ${1:-tests} in tests|guest) ;; *) die "usage: ./dev arm64 [guest [STEP...]]" ;; esac
   if [ "${1:-tests}" = tests ]; then
-    build release "${phone_targets[@]}"  # its phone carries the emulated tests
+    build release "${phone_targets[@]}"  # the emulated tests run in its phone
     build arm64 "${phone_targets[@]}" pure_tests inphone_tests
     arm64_tests
   else

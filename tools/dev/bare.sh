@@ -1,17 +1,17 @@
-# Sourced by ./dev: ./dev bare, commands on a Debian machine that has nothing.
+# Sourced by ./dev: ./dev bare, commands in a minimal Debian root.
 
-# bare [COMMAND...]: in a root of Debian's essential packages and apt, with this tree as it is now.
+# bare [COMMAND...]: runs them in a root with Debian's essential packages, apt and a copy of this tree.
 bare() {
   local root
-  [ "$(id -u)" = 0 ] || die "bare makes a root with mounts of its own: run it as root"
+  [ "$(id -u)" = 0 ] || die "bare creates mounts: run it as root"
   [ $# -gt 0 ] || set -- demo test
   root=$(mktemp -d /var/tmp/bare.XXXXXX)
   trap "rm -rf --one-file-system '$root'" EXIT
-  # What is mounted and started in there ends with these namespaces, Ctrl-C included.
+  # Mounts and processes end with these namespaces, also after Ctrl-C.
   unshare --mount --pid --ipc --fork --kill-child "$BASH" ./dev bare_inside "$root" "$@"
 }
 
-# Prints how many packages the root has, the MB that they take, and the MB that apt has fetched.
+# Prints the number of packages in the root, their size in MB, and the MB that apt has fetched.
 bare_size() {
   local packages kilobytes  # dpkg counts in KiB
   packages=$(chroot "$1" dpkg-query -W -f='${Installed-Size}\n')
@@ -27,7 +27,7 @@ bare_inside() {
   suite=$(. /etc/os-release; printf '%s' "$VERSION_CODENAME")
   sources=$(apt-get indextargets --format 'deb $(REPO_URI) $(RELEASE) $(COMPONENT)' \
     'Created-By: Packages' 'Origin: Debian' | sort -u)
-  [ -n "$sources" ] || die "apt knows no Debian mirror: run apt-get update once"
+  [ -n "$sources" ] || die "apt has no Debian package lists: run apt-get update"
   mount -t proc proc /proc
   mapfile -t sources <<< "$sources"
   quietly "making a bare root of $suite" "" mmdebstrap --variant=minbase "$suite" "$root" "${sources[@]}"

@@ -2,8 +2,8 @@
 
 our_sources() { git ls-files -co --exclude-standard -- '*.cpp' '*.h'; }
 
-# No failure may pass for "nothing found": neither git's, nor a file's, nor that of a pattern that is no regular
-# expression. The comments are taken out once for all patterns, and a pattern is one grep.
+# Errors of git, unreadable files and invalid patterns must not look like "nothing found". Comments are removed once
+# for all patterns; each pattern is one grep.
 check_banned() {
   local pattern allowed reason sources file files found status bad=0
   sources=$(our_sources)
@@ -15,7 +15,7 @@ check_banned() {
   (cd build/banned && sed -i 's:^//.*::; s:[[:space:]]//.*::' -- "${sources[@]}")
   while IFS=$'\t' read -r pattern allowed reason; do
     case $pattern in ''|'#'*) continue ;; esac
-    files=(/dev/null)  # grep without any file would read the table
+    files=(/dev/null)  # without a file grep would read the table from stdin
     for file in "${sources[@]}"; do
       [ "$allowed" != - ] && [[ $file =~ $allowed ]] || files+=("$file")
     done
@@ -30,8 +30,7 @@ check_banned() {
   rm -r build/banned
 }
 
-# A folder of the daemon includes headers of folders to its left; the client and the platform's stand-ins are above
-# nothing but what is named here.
+# A folder of the daemon includes only headers of folders to its left; client and platform only those named here.
 layers="base model protocol selflog storage debuglog feedback input catchers daemon"
 check_layers() {
   local folder below="" found
@@ -47,11 +46,11 @@ check_layers() {
   [ -z "$found" ] || die "includes of a folder that is not below (see docs/architecture.md):"$'\n'"$found"
 }
 
-# The suites that have threads: everything under the thread sanitizer would take as long as the rest
-# of the check, and it lets no signal through to code that it runs in its own time.
+# Suites with threads. All tests under the thread sanitizer would take as long as the rest of the check, and it
+# delays signals.
 threaded='^(Collector|Feedback|Logcat|Mobile|NotedSignals|OtherThreads|OwnIds|PropertyArea|Props|ReapAny|RotateFpLogs|Rotation|SelfLog|UtcOffset|WaitReady|WaitWithin)'
 
-# Runs compilers, and no code of this build.
+# These tests run compilers, not code of this build.
 not_under_asan='^DeviceKit\.'
 
 check_style() {
@@ -63,16 +62,15 @@ check_style() {
   check_layers
 }
 
-# Two builds see all of it: g++ with everything on, as it is shipped, and clang++ with the address and
-# undefined behaviour sanitizers. The third has the thread sanitizer.
-# Under a sanitizer everything is several times slower, but the daemon's own bounds (2 s for the property files)
-# stay: fewer tests at a time.
+# Two builds run all tests: g++ release, and clang++ with the address and undefined behaviour sanitizers. The third
+# has the thread sanitizer. Sanitized code is several times slower, but the daemon's time limits (2 s for the property
+# files) stay the same: fewer tests in parallel.
 check() {
   check_style
   say "-- device kit"
   tools/device/check || die "the device kit (above)"
   build release
-  run_tests release -C Trials  # with short rounds of ./dev faults and ./dev soak
+  run_tests release -C Trials  # with Adb.docs, short rounds of ./dev faults and ./dev soak
   build asan
   say "-- address and undefined behaviour sanitizers, without $not_under_asan"
   run_tests asan -j 4 -E "$not_under_asan"

@@ -1,6 +1,6 @@
 # Sourced by ./dev: ./dev coverage.
 
-# Every process counts into a file of its program, also one that is killed later.
+# Counters are shared mappings of a file per program, so killed processes count too.
 coverage() {
   local build=build/coverage objects tests=0
   objects=(-object $build/tests/inphone_tests -object $build/tests/pure_tests -object $build/client/harrowmossctl)

@@ -3,7 +3,7 @@
 # The names in fuzz/targets.txt.
 fuzz_targets() { awk '/^[a-z]/ { print $1 }' fuzz/targets.txt; }
 
-# fuzz_one TARGET SECONDS: a phone is thrown away with all that is in it, so a failing input is printed.
+# fuzz_one TARGET SECONDS: prints a failing input, because the phone is deleted.
 fuzz_one() {
   local target=$1 seconds=$2 build=build/asan corpus arguments=() options=() file symbolizer
   corpus=$(awk -v target="$target" '$1 == target { print $3 }' fuzz/targets.txt)
@@ -38,7 +38,7 @@ fuzz() {
   fuzz_one "$target" "$seconds"
 }
 
-# Every target for a few seconds: the corpora still hold, and what is found at once is found.
+# Every target for a few seconds: replays the corpora and finds shallow faults.
 fuzz_briefly() {
   local targets target seconds=${1:-3}
   targets=$(fuzz_targets)

@@ -1,13 +1,13 @@
-# Sourced by ./dev: which packages each command needs, and how they are installed.
+# Sourced by ./dev: the packages of each command, and their installation.
 
 # Debian 12 packages, by purpose. bash, coreutils, tar, gzip and diff are on every Debian machine.
 declare -A packages=(
   [build]="g++ cmake ninja-build"
   [phone]="mksh toybox iproute2"                           # the phone's shell, tools and ip
-  [user]="uidmap"                                          # whoever is not root boots phones in a user namespace
+  [user]="uidmap"                                          # users other than root boot phones in a user namespace
   [gtest]="libgtest-dev nlohmann-json3-dev"
   [kit]="python3 clang libc++-14-dev libc++abi-14-dev"
-  [platform]="lld m4 checkpolicy secilc"                   # for checks against the platform's files, where those are
+  [platform]="lld m4 checkpolicy secilc"                   # for checks against the platform's files, if present
   [clang]="clang"
   [sanitizers]="clang libclang-rt-14-dev llvm"             # llvm: symbols of a report, line counts
   [style]="git clang-format"
@@ -17,10 +17,10 @@ declare -A packages=(
   [clock]="libfaketime"
   [bare]="mmdebstrap"
   [adb]="adb python3"                                      # for ./dev phone --adb, and tests of tools/fleet
-  [browser]="chromium python3"                             # some 400 MB with all that it needs
+  [browser]="chromium python3"                             # some 400 MB with dependencies
 )
 
-# What each command needs of them. A command without a row installs nothing.
+# Groups of packages for each command. A command without a row installs nothing.
 declare -A needs=(
   [demo]="build phone"
   [phone]="build phone"
@@ -47,21 +47,21 @@ declare -A needs=(
   ["build arm64"]="build gtest arm64"
 )
 
-# missing_packages COMMAND: those that are not installed, a line each.
+# missing_packages COMMAND: prints the packages that are not installed, one per line.
 missing_packages() {
   local groups=${needs[$1]} group wanted installed package
   [ -d "${PLATFORM_DIR:-../shared/platform}" ] || groups=${groups/platform/}
   [[ $groups != *phone* ]] || [ "$(id -u)" = 0 ] || groups+=" user"
   wanted=$(for group in $groups; do printf '%s\n' ${packages[$group]}; done | sort -u)
-  # The status is 1 as soon as one of them is unknown; the others are listed all the same.
+  # The status is 1 when a package is unknown; the others are listed nevertheless.
   installed=$(dpkg-query -W -f='${db:Status-Status} ${Package}\n' $wanted 2> /dev/null) || [ $? = 1 ] ||
-    die "dpkg-query failed: is this Debian 12, or something near?"
+    die "dpkg-query failed: Debian 12 is required"
   for package in $wanted; do
     [[ $'\n'$installed$'\n' == *$'\n'"installed $package"$'\n'* ]] || printf '%s\n' "$package"
   done
 }
 
-# setup COMMAND: installs what the command needs and the machine lacks. Fails with apt's own words.
+# setup COMMAND: installs the missing packages of the command. On failure prints apt's output.
 setup() {
   local missing
   missing=$(missing_packages "$1")
@@ -70,7 +70,7 @@ setup() {
 
 install_packages() {
   local missing as_root=() by_hand install
-  missing=$(missing_packages "$1")  # again: another ./dev may have held the lock to install them
+  missing=$(missing_packages "$1")  # again: another ./dev may have installed them meanwhile
   [ -n "$missing" ] || return 0
   missing=${missing//$'\n'/ }
   by_hand="as root: apt-get update; apt-get install --no-install-recommends $missing"
@@ -81,7 +81,7 @@ install_packages() {
     as_root=(sudo)
   fi
   export DEBIAN_FRONTEND=noninteractive
-  # The lock is dpkg's: another apt may be at work on this machine.
+  # Waits for dpkg's lock: another apt may be running.
   install=("${as_root[@]}" apt-get install -y -q --no-install-recommends -o DPkg::Lock::Timeout=600)
   if [ -n "$(dpkg --audit)" ]; then  # an installation was interrupted
     quietly "finishing an interrupted installation" "$by_hand" "${as_root[@]}" dpkg --configure -a
