@@ -53,6 +53,12 @@ threaded='^(Collector|Feedback|Logcat|Mobile|NotedSignals|OtherThreads|OwnIds|Pr
 # These tests run compilers, not code of this build.
 not_under_asan='^DeviceKit\.'
 
+check_version() {
+  local version
+  version=$(sed -n 's/.*kReleaseVersion.*"\(.*\)".*/\1/p' model/version.h)
+  grep -m 1 '^## ' CHANGELOG.md | grep -q "^## $version " || die "CHANGELOG.md does not begin with version $version"
+}
+
 check_style() {
   say "-- format"
   our_sources | xargs clang-format --dry-run -Werror || die "run: clang-format -i on the files above"
@@ -60,6 +66,7 @@ check_style() {
   check_banned
   say "-- layers"
   check_layers
+  check_version
 }
 
 # Two builds run all tests: g++ release, and clang++ with the address and undefined behaviour sanitizers. The third
