@@ -5,6 +5,7 @@
 #include "client/json.h"
 #include "client/requests.h"
 #include "client/text.h"
+#include "model/version.h"
 
 namespace {
 
@@ -31,7 +32,7 @@ constexpr struct {
     {"--help", &invocation::help},         {"-h", &invocation::help},
     {"--estimate", &invocation::estimate}, {"-E", &invocation::extended},
     {"--count", &invocation::count},       {"--follow", &invocation::follow},
-    {"--view", &invocation::view},
+    {"--view", &invocation::view},         {"--version", &invocation::version},
 };
 
 // Options with a value behind them or behind "=".
@@ -144,6 +145,13 @@ std::string missing_consent(const invocation& call, const Environment& env) {
          "; say --yes if that is what you want";
 }
 
+int show_version(const invocation& call, Environment& env) {
+  const bool json = call.json;
+  fprintf(env.out, "%s%s%s\n", json ? "{\"version\":\"" : "harrowmossctl ", kReleaseVersion,
+          json ? "\"}" : "");
+  return kExitOk;
+}
+
 }  // namespace
 
 bool parse_command_line(const std::vector<std::string>& words, invocation* call,
@@ -152,14 +160,14 @@ bool parse_command_line(const std::vector<std::string>& words, invocation* call,
   if (!split_words(words, call, &name, error)) return false;
   if (name.empty()) {
     *error = "no command; see harrowmossctl --help";
-    return call->help;
+    return call->help || call->version;
   }
   call->what = find_command(name);
   if (call->what == nullptr) {
     *error = "there is no command \"" + name + "\"; see harrowmossctl --help";
     return false;
   }
-  if (call->help) return true;
+  if (call->help || call->version) return true;
   if (call->timeout.count() == 0) call->timeout = std::chrono::seconds(call->what->timeout_s);
   *error = wrong_use(*call);
   return error->empty();
@@ -195,6 +203,7 @@ int run_client(const std::vector<std::string>& words, Environment& env) {
   std::string error;
   if (!parse_command_line(words, &call, &error)) return fail(call, env, kExitUsage, error);
   if (call.help) return show_help(call, call.what, env);
+  if (call.version) return show_version(call, env);
   error = missing_consent(call, env);
   return error.empty() ? call.what->run(call, env) : fail(call, env, kExitUsage, error);
 }

@@ -158,6 +158,7 @@ std::string general_help() {
          "--follow\n"
          "                      which lines `log` shows; see harrowmossctl help log\n"
          "  -h, --help          this, or the help of the command\n"
+         "  --version           the version of harrowmossctl\n"
          "\nExit codes: 0 ok, 1 the daemon reports failure or something is wrong, 2 usage, 3 "
          "cannot connect,\n"
          "4 timed out or busy with another client, 5 bad reply.\n"

@@ -53,7 +53,8 @@ struct invocation {
   bool dry_run = false;
   bool yes = false;
   bool progress = false;
-  bool help = false;  // show help (of `what`, when there is one) and do nothing
+  bool help = false;     // show help (of `what`, when there is one) and do nothing
+  bool version = false;  // show the client's version and do nothing
   std::chrono::milliseconds timeout{0};
 };
 

@@ -15,6 +15,7 @@
 #include "client/child.h"
 #include "client/files.h"
 #include "client/text.h"
+#include "model/version.h"
 
 namespace {
 
@@ -126,6 +127,7 @@ std::string manifest_text(const ManifestHead& head, const std::vector<PackedFile
       {"build", head.build},
       {"identity", head.identity},
       {"protocol", head.protocol},
+      {"harrowmossctl", kReleaseVersion},
       {"files", std::to_string(files.size())},
       {"bytes", std::to_string(total)},
   };

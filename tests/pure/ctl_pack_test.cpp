@@ -3,6 +3,7 @@
 
 #include "client/manifest.h"
 #include "client/run_check.h"
+#include "model/version.h"
 #include "tests/pure/ctl_support.h"
 
 namespace {
@@ -14,9 +15,11 @@ TEST(CtlPack, WritesAManifestThatSha256sumCanRead) {
                     {{"7#x/a", 5, sum}, {"7#x/b\nc", 123456789012345, sum}, {"7#x/d", 1, ""}});
   EXPECT_EQ(text,
             "harrowmoss-manifest: 1\nname: 7#x\nstate: complete\ntypes: 3 (mobile,modem)\n"
-            "build: D V1\nidentity: brand/x:13\\x0ay\nprotocol: 1\nfiles: 3\n"
-            "bytes: 123456789012351\n\n"
-            "              5 " +
+            "build: D V1\nidentity: brand/x:13\\x0ay\nprotocol: 1\nharrowmossctl: " +
+                std::string(kReleaseVersion) +
+                "\nfiles: 3\n"
+                "bytes: 123456789012351\n\n"
+                "              5 " +
                 sum + "  7#x/a\n" + "123456789012345 " + sum + "  7#x/b\\x0ac\n" +
                 "              1 " + std::string(64, '-') + "  7#x/d\n");
   EXPECT_EQ(manifest_name("7#x"), "7#x.manifest.txt");

@@ -92,6 +92,8 @@ TEST(CtlCommandLine, EveryRequestIsACommandAndEveryCommandHasHelp) {
       {{"--help", "--json"}, "{\"command\":\"help\",\"about\":null,\"text\":\"usage: "},
       {{"stop", "-h", "--json"}, "{\"command\":\"help\",\"about\":\"stop\",\"text\":\"usage: "},
       {{"help", "stop", "--json"}, "{\"command\":\"help\",\"about\":\"stop\",\"text\":\"usage: "},
+      {{"--version", "--json"}, "{\"version\":\""},
+      {{"stop", "--version", "--json"}, "{\"version\":\""},
   };
   for (const auto& [words, begin] : rows) {
     EXPECT_EQ(client.run(words), kExitOk);
