@@ -11,18 +11,18 @@
 
 namespace {
 
-// Names that the platform makes of links of its own, and that are longer than one component.
-constexpr const char* kPlatformWays[] = {"/mnt/sdcard", "/mnt/user/0/primary",
-                                         "/storage/self/primary", "/data/user/0"};
+// The platform's names that lead through its own links and have more than one component.
+constexpr const char* kPlatformPrefixes[] = {"/mnt/sdcard", "/mnt/user/0/primary",
+                                             "/storage/self/primary", "/data/user/0"};
 
 constexpr int kDirectory = O_PATH | O_DIRECTORY | O_CLOEXEC;
 
-// How many bytes of `path` are the platform's way. 0 for a relative path.
-size_t way_length(const char* path) {
+// The length of the platform's prefix of `path`; 0 for a relative path.
+size_t prefix_length(const char* path) {
   if (path[0] != '/') return 0;
-  for (const char* way : kPlatformWays) {
-    const size_t length = strlen(way);
-    if (strncmp(path, way, length) == 0 && (path[length] == '/' || path[length] == '\0')) {
+  for (const char* prefix : kPlatformPrefixes) {
+    const size_t length = strlen(prefix);
+    if (strncmp(path, prefix, length) == 0 && (path[length] == '/' || path[length] == '\0')) {
       return length;
     }
   }
@@ -31,8 +31,8 @@ size_t way_length(const char* path) {
 
 using Component = char[NAME_MAX + 1];
 
-// Copies the next component of `*at` and moves behind it. False at the end; an over-long one is cut
-// to "", which no directory has.
+// Copies the next component of `*at` and advances past it. False at the end. An over-long one
+// becomes "", which names nothing.
 bool next_component(const char** at, Component& name) {
   *at += strspn(*at, "/");
   const size_t length = strcspn(*at, "/");
@@ -46,33 +46,33 @@ bool next_component(const char** at, Component& name) {
   return true;
 }
 
-int open_way(const char* path, size_t length) {
-  char way[64] = ".";
-  if (length >= sizeof(way)) {
+int open_prefix(const char* path, size_t length) {
+  char prefix[64] = ".";
+  if (length >= sizeof(prefix)) {
     errno = ENAMETOOLONG;
     return -1;
   }
   if (length > 0) {
-    memcpy(way, path, length);
-    way[length] = '\0';
+    memcpy(prefix, path, length);
+    prefix[length] = '\0';
   }
-  return open(way, kDirectory);
+  return open(prefix, kDirectory);
 }
 
-// Opens the directory that `name`, the last component of `path`, lies in. A path that is nothing
-// but the platform's way has "." as its last component. -1 with errno, ELOOP for a link.
+// Opens the parent directory of `path` and puts the last component into `name`: "." when `path` is
+// only the platform's prefix. -1 with errno, ELOOP for a link.
 int open_parent(const char* path, Component& name) {
-  const size_t way = way_length(path);
-  const char* at = path + way;
+  const size_t prefix = prefix_length(path);
+  const char* at = path + prefix;
   Component following;
   const bool below = next_component(&at, name);
-  if (!below && way > 0 && memchr(path + 1, '/', way - 1) == nullptr) {
+  if (!below && prefix > 0 && memchr(path + 1, '/', prefix - 1) == nullptr) {
     const char* first = path;  // a file directly below "/"
     const bool named = next_component(&first, name);
     if (!named) memcpy(name, ".", 2);
     return open("/", kDirectory);
   }
-  ScopedFd dir(open_way(path, way));
+  ScopedFd dir(open_prefix(path, prefix));
   if (!below) memcpy(name, ".", 2);
   while (dir.valid() && below && next_component(&at, following)) {
     ScopedFd next(openat(dir.get(), name, kDirectory | O_NOFOLLOW));
@@ -93,7 +93,7 @@ int open_file_beneath(const char* path, int flags, mode_t mode) {
   Component name;
   ScopedFd dir(open_parent(path, name));
   if (!dir.valid()) return -1;
-  // Not blocking: a FIFO without a reader is refused here, one with a reader below.
+  // O_NONBLOCK: a FIFO without a reader fails here, one with a reader below.
   ScopedFd fd(
       openat(dir.get(), name, flags | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, mode));
   struct stat info;
@@ -110,7 +110,7 @@ FILE* open_stream_beneath(const char* path, int flags, const char* mode) {
 }
 
 bool is_trap(const char* path) {
-  if (strspn(path + way_length(path), "/") == strlen(path + way_length(path))) return false;
+  if (strspn(path + prefix_length(path), "/") == strlen(path + prefix_length(path))) return false;
   Component name;
   ScopedFd dir(open_parent(path, name));
   struct stat info;

@@ -2,10 +2,9 @@
 // lock would block forever.
 #pragma once
 
-#include <stddef.h>
 #include <time.h>
 
-// A date and time of day, plain numbers as people write them (month 1..12).
+// A date and time of day; month 1..12.
 struct civil_time {
   int year;
   int month;

@@ -25,7 +25,7 @@ size_t copy_or_abort(char (&dst)[N], const char* src) {
   return append_or_abort(dst, N, src);
 }
 
-// snprintf with a result that can be used: the length of what stands in `dst`, 0 .. N - 1.
+// snprintf() that returns the length of the text in `dst`, 0 .. N - 1.
 template <size_t N>
 size_t format_cut(char (&dst)[N], const char* fmt, ...) __attribute__((format(printf, 2, 3)));
 
@@ -42,7 +42,7 @@ size_t format_cut(char (&dst)[N], const char* fmt, ...) {
   return static_cast<size_t>(wanted) < N ? static_cast<size_t>(wanted) : N - 1;
 }
 
-// True when `text` begins with `prefix`. A property "begins with on" counts as switched on.
+// True when `text` begins with `prefix`.
 inline bool starts_with(const char* text, const char* prefix) {
   return strncmp(text, prefix, strlen(prefix)) == 0;
 }

@@ -1,6 +1,5 @@
-// Numbers and columns without printf, which takes longer over a line than the kernel over writing
-// it: for the lines of the self log and of the touch recorder, which cost in what is being
-// observed.
+// Formats numbers and columns without printf(), which takes longer than the kernel takes to write
+// the line. For the self log and the touch recorder.
 #pragma once
 
 #include <stddef.h>
@@ -9,7 +8,7 @@
 
 #include <string_view>
 
-// Appends to a buffer that is known to be large enough, and checks nothing.
+// Appends to a buffer without checking its size.
 class TextWriter {
  public:
   explicit TextWriter(char* begin) : begin_(begin), end_(begin) {}
@@ -36,7 +35,7 @@ class TextWriter {
 
   // At least `digits` decimal digits.
   void decimal(uint64_t number, int digits) {
-    if (digits == 2 && number < 100) {  // most of what a time stamp is made of
+    if (digits == 2 && number < 100) {  // the common case in a time stamp
       const uint32_t two = static_cast<uint32_t>(number);
       put(static_cast<char>('0' + two / 10));
       put(static_cast<char>('0' + two % 10));

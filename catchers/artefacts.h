@@ -2,7 +2,7 @@
 // moves and copies take as long as they take.
 #pragma once
 
-// Has the vendor deliver new minidumps, and shows what it has staged when it is more than 512 KiB.
+// Collects new minidumps, and publishes what the vendor has staged when it is more than 512 KiB.
 void copy_minidump_if_needed();
 
 // Moves application heap dumps of more than 64 KiB into the store.

@@ -1,5 +1,5 @@
-// The start routines behind the logger type table, and what the stop undoes of them. A start
-// routine returns 0, or -1 when its fork() failed, and never ends logging.
+// The start routines of the logger types, and their counterparts for the stop. A start routine
+// returns 0, or -1 when its fork() failed, and never ends logging.
 #pragma once
 
 int catcher_mobile_log(const char* log_dir, const char* name);
@@ -17,7 +17,7 @@ int start_memory_log(const char* log_dir = nullptr, const char* name = nullptr);
 int start_sensor_log(const char* log_dir = nullptr, const char* name = nullptr);
 int start_anr_dumpsys_log(const char* log_dir = nullptr, const char* name = nullptr);
 
-// Counterparts of the stop, which calls them in its order. Each looks at the type mask itself.
+// Called by the stop, in the order of its table. Each checks the type mask itself.
 void stop_router_log();
 void stop_wifi_log();
 void stop_sensor_log();
@@ -42,5 +42,5 @@ int sendSystraceSocket(int code);
 int start_router_log();
 
 // The rotation thread's body: every 10 s the router log is kept below 512,000 bytes, three
-// generations. One runs at most.
+// generations. At most one runs.
 void* qtrlogThread(void*);

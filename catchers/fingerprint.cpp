@@ -24,8 +24,8 @@ constexpr char kLogSource[] = "commands";
 constexpr char kSecureWorldLog[] = "/d/tzdbg/qsee_log";
 constexpr char kTrustZoneLog[] = "/d/tzdbg/log";
 
-// The type's name, a constant of the table of types, once it was started. The rotation thread needs
-// nothing else: the run's name is on the shared page.
+// The type's name, a constant, once it was started. For the rotation thread, which takes the run's
+// name from the shared page.
 std::atomic<const char*> s_type_name{nullptr};
 
 // Starts one copier of `source` to the end of <out_dir>/<file_name>. Its pid, or -1.

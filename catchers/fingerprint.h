@@ -7,6 +7,5 @@
 // the first start of the type in this process. Any thread.
 std::string fingerprint_log_dir();
 
-// Tells that the type was started, with its directory's name `name`, which must live for ever. Main
-// thread.
+// Records that the type was started with the directory `name`, a constant. Main thread.
 void set_fingerprint_log_dir(const char* name);

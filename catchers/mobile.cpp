@@ -1,8 +1,6 @@
 #include <cutils/properties.h>
 #include <errno.h>
 #include <fcntl.h>
-#include <stdio.h>
-#include <stdlib.h>
 #include <string.h>
 #include <unistd.h>
 
@@ -26,7 +24,7 @@
 namespace {
 
 constexpr char kLogSource[] = "commands";
-constexpr size_t kOptionBytes = 512;  // of the option file that are read
+constexpr size_t kOptionBytes = 512;  // read from the option file
 constexpr int kKernelBufferSdk = 23;  // the log daemon has a kernel buffer from this release on
 constexpr char kQmiMsgProp[] = "persist.odm.zklog.qmimsg.enable";
 
@@ -83,8 +81,8 @@ constexpr MobileOption kOptions[] = {
     {"watch_fd", catcher_watch_fd_log},
 };
 
-// The app's option file: only its first bytes count, and the first option that fits. Not blocking:
-// shared storage may hold anything under that name, a FIFO too.
+// The app's option file: only its first bytes count, and the first option that fits. O_NONBLOCK:
+// shared storage may have a FIFO of that name.
 void handle_mobile_cfg(const char* dir) {
   ScopedFd fd(open(kMobileCfg, O_RDWR | O_NONBLOCK | O_CLOEXEC));
   if (!fd.valid()) {

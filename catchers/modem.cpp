@@ -28,7 +28,7 @@ struct DiagCfg {
 constexpr DiagCfg kFirstModem = {kDiagCfg, "/data/vendor/zelkalog/.DIAG.cfg"};
 constexpr DiagCfg kSecondModem = {kDiagMdm2Cfg, "/data/vendor/zelkalog/.DIAGMDM2.cfg"};
 
-// cp would wait for ever for a writer of a FIFO that somebody put there.
+// cp would block forever on a planted FIFO.
 void copy_mask_file(const DiagCfg& cfg) {
   struct stat info;
   if (stat(cfg.source, &info) == 0 && !S_ISREG(info.st_mode)) {

@@ -1,11 +1,9 @@
 #include "catchers/net.h"
 
-#include <cutils/properties.h>
 #include <fcntl.h>
 #include <stdio.h>
 #include <string.h>
 
-#include <algorithm>
 #include <iterator>
 #include <string>
 

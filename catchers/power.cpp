@@ -22,7 +22,7 @@ constexpr char kLogSource[] = "commands";
 constexpr char kPowerSwitch[] = "/sys/zelka_power_debug/enable";
 constexpr char kPowerSaveProp[] = "persist.service.powersave.logs";
 
-// The kernel's switch; a model without it is fine.
+// Some models do not have the kernel's switch.
 void write_power_switch(const char* digit) {
   ScopedFd fd(open(kPowerSwitch, O_RDWR | O_CLOEXEC));
   if (fd.valid()) (void)!write(fd.get(), digit, 1);

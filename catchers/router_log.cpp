@@ -23,12 +23,12 @@ constexpr char kFileName[] = "qrtr_last.txt";
 constexpr char kFile[] = "/data/misc/zelkalog/qrtr_last.txt";
 constexpr unsigned long kLimit = 512000;
 constexpr int kGenerations = 3;
-constexpr int kLookMs = 10 * 1000;
+constexpr int kPollMs = 10 * 1000;
 
-// A rotation thread exists; it may outlast its run by one look.
+// A rotation thread exists; it may outlast its run by one poll interval.
 std::atomic<bool> s_rotating{false};
 
-// Copies the router log as long as it is wanted. False when the fork failed.
+// Starts the worker that copies the router log. False when the fork failed.
 bool start_copier() {
   const bool second_channel = get_string_prop("persist.sys.harrowmoss.cfg", "false") == "true";
   const char* source =
@@ -54,7 +54,7 @@ bool start_copier() {
 
 void start_rotation() {
   qtrlog_running = true;
-  if (s_rotating.exchange(true)) return;  // the last run's thread goes on for this one
+  if (s_rotating.exchange(true)) return;  // the previous run's thread goes on
   const int result = start_thread(qtrlogThread, nullptr);
   if (result == 0) return;
   s_rotating = false;
@@ -78,10 +78,10 @@ void* qtrlogThread(void*) {
   for (;;) {
     while (qtrlog_running) {
       rotateFpLogs(kWorkingDir, kFileName, kLimit, kGenerations);
-      sleep_ms(kLookMs);
+      sleep_ms(kPollMs);
     }
     s_rotating = false;
-    // A start that came in between found this thread and left the rotation to it.
+    // A start in between found s_rotating set and made no other thread.
     if (!qtrlog_running || s_rotating.exchange(true)) return nullptr;
   }
 }

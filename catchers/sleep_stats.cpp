@@ -17,8 +17,7 @@ constexpr char kRpmMasterStats[] = "/sys/kernel/debug/rpm_master_stats";
 constexpr char kRpmhMasterStats[] = "/sys/power/rpmh_stats/master_stats";
 constexpr size_t kLineSize = 512;
 
-// A key and where its value begins, counted from the key's first character: behind the key and one
-// separator.
+// A key, and its value's offset from the key's first character: after the key and one separator.
 struct stats_key {
   const char* text;
   size_t value_offset;
@@ -31,7 +30,7 @@ bool contains(const char* text, const char* word) {
   return strstr(text, word) != nullptr;
 }
 
-// The value's text, "" when the line ends before it; null when the line does not hold the key.
+// The value's text, "" when the line ends before it; null when the line does not have the key.
 const char* value_of(const char* text, const stats_key& key) {
   const char* found = strstr(text, key.text);
   if (found == nullptr) return nullptr;
@@ -42,7 +41,7 @@ int32_t hexadecimal(const char* text) {
   return static_cast<int32_t>(strtol(text, nullptr, 16));
 }
 
-// Gives every line of `path` to `parser`. False when it does not open.
+// Passes every line of `path` to `parser`. False when it cannot be opened.
 template <typename Parser>
 bool read_lines(const char* path, Parser parser) {
   FILE* file = fopen(path, "re");
@@ -53,7 +52,7 @@ bool read_lines(const char* path, Parser parser) {
   return true;
 }
 
-bool opens(const char* path) {
+bool can_open(const char* path) {
   FILE* file = fopen(path, "re");
   if (file != nullptr) fclose(file);
   return file != nullptr;
@@ -134,8 +133,8 @@ void RpmhParser::line(const char* text, SleepCounters* counters) {
 
 void read_vmin_or_aosd_and_cxsd() {
   LOGD("function invoked");
-  if (!opens(kSystemSleepStats)) return;  // vmin is not read on a device without it
-  if (opens(kRpmStats)) {
+  if (!can_open(kSystemSleepStats)) return;  // vmin is not read on a device without it
+  if (can_open(kRpmStats)) {
     read_vmin();
   } else {
     read_aosd_and_cxsd();

@@ -1,8 +1,7 @@
 // The platform's low-power statistics, read line by line. The parsers are pure: they take lines and
-// change counters. A counter that a text does not hold keeps its last value; -1: never seen.
+// change counters. A counter that is not in a text keeps its last value; -1: never seen.
 #pragma once
 
-#include <stddef.h>
 #include <stdint.h>
 
 struct SleepCounters {
@@ -14,13 +13,13 @@ struct SleepCounters {
   int32_t sleep_count = -1;
 };
 
-// Tells which lines are looked at: those behind a line with the heading, until the key was found.
+// Selects the lines to search: those after a line with the heading, until the key is found.
 class SectionState {
  public:
   // Whether the next line is to be searched for the key. The first line of a file never is.
   bool searches() const { return !first_ && (heading_before_ || wanted_); }
 
-  // Call once for each line: `has_heading` and, when it was searched, `has_key` tell what it held.
+  // Call once for each line, with what was found in it; `has_key` counts when it was searched.
   void next(bool has_heading, bool has_key) {
     wanted_ = searches() && !has_key;
     heading_before_ = has_heading;

@@ -2,7 +2,6 @@
 #include <cutils/sockets.h>
 #include <errno.h>
 #include <fcntl.h>
-#include <signal.h>
 #include <stdint.h>
 #include <string.h>
 #include <sys/socket.h>

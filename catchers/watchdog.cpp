@@ -3,8 +3,6 @@
 #include <cutils/properties.h>
 #include <errno.h>
 #include <signal.h>
-#include <stdio.h>
-#include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -35,13 +33,13 @@ SleepCounters s_sleep_baseline;
 namespace {
 
 constexpr char kLogSource[] = "commands";
-constexpr char kLoop[] = "handle_mpss_stats";  // its steps log under its name
+constexpr char kLoop[] = "handle_mpss_stats";  // the loop's steps log under this name
 constexpr char kNoServiceProp[] = "persist.sys.no.service";
 constexpr char kStartIndProp[] = "persist.radio.start_ind";
 constexpr int32_t kRoundSeconds = 600;
 constexpr int32_t kBaselineSeconds = 3600;
 constexpr unsigned kCaptureSeconds = 1200;
-constexpr int kGraceMs = 15000;  // for people to see what is about to happen
+constexpr int kGraceMs = 15000;  // before the crash
 constexpr int kRearmPauseMs = 2000;
 constexpr int kIdleMs = 1000;
 
@@ -181,7 +179,7 @@ void act_on_stuck_processor(Verdict decided) {
   }
 }
 
-// The counters were read at `now` and the baseline is old enough.
+// Compares the counters, read at `now`, with the baseline, and acts.
 void give_verdict(int32_t now, bool modem_logger_on) {
   const SleepCounters& is = s_sleep_counters;
   const SleepCounters& was = s_sleep_baseline;
@@ -255,7 +253,7 @@ void watch_once() {
 
 void* handle_mpss_stats() {
   LOGD("function invoked");
-  // SIGKILL cannot be caught; the attempt is part of the order and fails without harm.
+  // signal(SIGKILL) fails; kept, harmless.
   for (const int sig : {SIGALRM, SIGTERM, SIGKILL}) signal(sig, on_watchdog_signal);
   while (mpss_monitor_running) watch_once();
   return nullptr;

@@ -8,7 +8,7 @@
 
 #include "catchers/sleep_stats.h"
 
-// All of this lives in the watchdog process; the other processes' copies are not updated.
+// Valid in the watchdog process; copies in other processes are not updated.
 extern std::atomic<bool> mpss_monitor_running;  // cleared by SIGTERM there, by the stop elsewhere
 extern bool is_mpss_catch_modem;                // a stuck modem was captured: the next one crashes
 extern int32_t mpss_dump_count;                 // number of the next capture directory
@@ -32,7 +32,7 @@ enum class Verdict {
 };
 Verdict judge(bool modem_stuck, bool captured_before, bool modem_logger_on);
 
-// ---- The world around the loop; tests put their own in its place. ----
+// ---- What the loop needs of the phone; tests replace it. ----
 
 struct WatchdogWorld {
   int32_t (*now)();  // seconds that only move forward, asleep or not
@@ -60,5 +60,5 @@ int no_service_catch_modem_log();
 // Handler of SIGALRM and SIGTERM in the watchdog.
 void sign_handler(int sig);
 
-// What the stop does to its own copies: the flag off, all counters unknown.
+// Resets this process's copies: the flag off, all counters unknown. A step of the stop.
 void stop_mpss_watchdog();

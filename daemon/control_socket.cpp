@@ -4,7 +4,6 @@
 #include <stdlib.h>
 #include <string.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <iterator>
@@ -146,7 +145,7 @@ void serve_connections(int listen_fd) {
     safe_point();  // a client that connects again at once must not keep signals off
     wait_ready(listen_fd, POLLIN);
     sockaddr address;
-    socklen_t address_size = sizeof(address);  // 16: nobody reads it
+    socklen_t address_size = sizeof(address);  // 16; not used
     const int fd = accept4(listen_fd, &address, &address_size, SOCK_CLOEXEC | SOCK_NONBLOCK);
     if (fd < 0) {
       const int error = errno;

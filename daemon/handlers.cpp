@@ -1,13 +1,11 @@
 #include <binder/Parcel.h>
 #include <cutils/properties.h>
-#include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <unistd.h>
 
 #include <memory>
 
-#include "base/process.h"
 #include "base/text.h"
 #include "catchers/watchdog.h"
 #include "daemon/harrowmoss.h"
@@ -15,7 +13,6 @@
 #include "debuglog/run.h"
 #include "debuglog/settings.h"
 #include "feedback/feedback.h"
-#include "feedback/report.h"
 #include "protocol/protocol.h"
 #include "selflog/log.h"
 #include "selflog/props.h"
@@ -30,7 +27,6 @@ namespace {
 constexpr char kLogSource[] = "harrowmoss";
 constexpr char kFeedbackBaseDir[] = "/sdcard/Android/data/.harrowmoss/";
 constexpr char kTraceDir[] = "/data/local/traces";
-constexpr char kKernelLog[] = "/data/misc/zelkalog/.logger/kernel_pmic.txt";
 
 struct free_text {
   void operator()(char* text) const { free(text); }
@@ -48,8 +44,8 @@ const char* shown(const RequestText& text) {
   return text == nullptr ? "(null)" : text.get();
 }
 
-// False, after one error line, for a destination with a `fault` (null: none). The directory that an
-// accepted one lies in is made when it is missing.
+// False, after one error line, unless `fault` is null. Makes the parent directory of an accepted
+// destination.
 bool destination_ok(const RequestText& path, const char* fault) {
   if (fault != nullptr) {
     LOGE("destination refused, %s: %s", fault, shown(path));
@@ -105,7 +101,7 @@ int do_start_debug_log(const android::Parcel& request, android::Parcel& reply) {
 
 int do_stop_debug_log(const android::Parcel&, android::Parcel& reply) {
   LOGD("function invoked");
-  property_set(kEnableProp, "off");  // first: the stop and the size monitor look at it
+  property_set(kEnableProp, "off");  // first: the stop and the size monitor read it
   stop_log_size_monitor();
   return write_result(reply, __func__, stop_debug_log());
 }
@@ -118,7 +114,7 @@ int do_get_feedback_log(const android::Parcel& request, android::Parcel& reply) 
   LOGD("function invoked");
   const int32_t types = request.readInt32();
   const RequestText path = read_text(request);
-  request.readInt32();  // sent by the app, for nobody
+  request.readInt32();  // sent by the app, not used
   if (creat_dir(kFeedbackBaseDir) < 0) {
     LOGD("error in create feedback base dir %s", kFeedbackBaseDir);
     return -1;

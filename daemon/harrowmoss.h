@@ -11,6 +11,8 @@ namespace android {
 class Parcel;
 }
 
+constexpr char kKernelLog[] = "/data/misc/zelkalog/.logger/kernel_pmic.txt";  // of this boot
+
 // Everything that main() does, in its order, up to serving requests for ever. Ends the process with
 // status 1 when there is no control socket to listen on.
 [[noreturn]] void run_daemon();
@@ -44,7 +46,7 @@ void install_signal_handlers();
 void serve_connection(int fd);
 
 // Reads or writes exactly `len` bytes, handling signals while it waits. 0, or -2 after a log line.
-// Both dump the bytes to the log first or last; a dump of more than 1023 characters aborts.
+// Logs the bytes after reading and before writing; a dump of more than 1023 characters aborts.
 int readx(int fd, void* buf, int len);
 int writex(int fd, const void* buf, int len);
 
@@ -68,5 +70,5 @@ extern const RequestRow kRequests[kRequestCount];  // row i serves code i + 1
 // memory.
 char* strndup16to8(const char16_t* s, size_t n);
 
-// Does nothing: feedback leaves nothing running behind. Part of the orderly shutdown.
+// Does nothing: feedback leaves nothing running. A step of the orderly shutdown.
 void stop_feedback_log();

@@ -14,7 +14,6 @@
 #include "daemon/harrowmoss.h"
 #include "debuglog/commands.h"
 #include "debuglog/logcat.h"
-#include "debuglog/workers.h"
 #include "feedback/feedback.h"
 #include "input/touch_recorder.h"
 #include "selflog/log.h"
@@ -25,7 +24,7 @@ namespace {
 
 constexpr char kLogSource[] = "harrowmoss";
 
-// What the two sides say of a handled signal. The main process ignores all of them; a child ends.
+// Log texts for the signals that the main process ignores and that end a child.
 struct HandledSignal {
   int sig;
   const char* parent_text;  // takes the number and its text
@@ -50,7 +49,7 @@ void signal_handler_parent(const int& sig) {
     LOGE(handled->parent_text, sig, strsignal(sig));
     return;
   }
-  // The daemon's orderly shutdown. Nothing that is installed leads here: it ends by SIGKILL.
+  // The orderly shutdown. No installed signal leads here: the daemon ends by SIGKILL.
   LOGE("killed by signal %d(%s)", sig, strsignal(sig));
   stop_general_log();
   stop_debug_log();
@@ -104,7 +103,7 @@ void signal_waitpid_parent() {
     } else if (WIFSIGNALED(status) && pid == s_logsize_monitor_pid) {
       restart_killed_monitor();
     }
-    // Workers that it had started again became ours when it ended.
+    // Workers that the monitor had started became ours when it ended.
     if (log_size_monitor_ended(pid) && !is_logger_enabled()) end_logging_leftovers();
   }
 }
@@ -124,7 +123,7 @@ void dispatch_signal(int sig) {
   }
 }
 
-// What the kernel calls.
+// The installed handler.
 void on_signal(int sig) {
   const int saved_errno = errno;
   if (is_main_process()) {

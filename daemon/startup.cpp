@@ -2,7 +2,6 @@
 #include <cutils/sockets.h>
 #include <errno.h>
 #include <fcntl.h>
-#include <pthread.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/prctl.h>
@@ -36,7 +35,6 @@ namespace {
 
 constexpr char kLogSource[] = "harrowmoss";
 constexpr char kBootFailLog[] = "/cache/boot_fail.log";
-constexpr char kKernelLog[] = "/data/misc/zelkalog/.logger/kernel_pmic.txt";
 constexpr char kKernelLogFormat[] = "threadtime,usec";
 constexpr char kKernelLogBuffer[] = "kernel";
 constexpr int kKernelLogLines = 5000;
@@ -78,9 +76,7 @@ void create_working_dir() {
 
 void start_monitor_thread() {
   s_monitor_running = true;
-  pthread_t never_joined;
-  const ScopedSignalBlocker for_the_thread;
-  if (pthread_create(&never_joined, nullptr, monitorThread, nullptr) == 0) return;
+  if (start_thread(monitorThread, nullptr) == 0) return;
   LOGE_AS("main", "create monitor thread fail, error=%s\n", strerror(errno));
   s_monitor_running = false;
 }
@@ -165,7 +161,7 @@ void prepare() {
     LOG_ANDROID(ANDROID_LOG_DEBUG, "logger, set LOGSYS_LOG_ENABLE on failed.");
   }
   s_harrowmossd_pid = getpid();
-  prctl(PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0);  // what workers leave behind becomes ours to end
+  prctl(PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0);  // orphans of workers become ours
   capture_boot_failure();
   init_systrace_state();
   sleep_ms(kStartPauseMs);

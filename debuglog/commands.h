@@ -1,8 +1,6 @@
 // Switching debug logging on and off.
 #pragma once
 
-#include <stdint.h>
-
 // Starts a run, when logging is switched on and there is room: takes the next number, makes and
 // publishes the run's directories, and starts every logger type of the mask. Always 0. Main process
 // or size monitor, main thread. Takes as long as the start routines do, and up to 5 minutes more
@@ -15,13 +13,12 @@ int start_debug_log();
 // each platform tool, 5 minutes for a bug report when enabled; the moves take as long as they take.
 int stop_debug_log();
 
-// Takes over the run that the size monitor has started, and ends the workers of the run before,
-// which that one may not have known. Nothing while the run is this process's own. Main process, at
-// every safe point.
+// When the size monitor has started a run: makes it the current one here, and ends the previous
+// run's workers that only this process knows. Main process, at every safe point.
 void end_superseded_workers();
 
-// Ends whatever logging has left behind: children of the main process that nobody knows any more.
-// The monitor, the kernel-log worker and the child of the current request go on. Main process.
+// Ends all children of the main process except the size monitor, the kernel-log worker and the
+// child of the current request; and the workers of the size monitor. Main process.
 void end_logging_leftovers();
 
 // Writes the name of a run started now into `out` (32 bytes): "<sequence>#MM-DD_hh-mm-ss", without

@@ -2,8 +2,6 @@
 
 #include <dirent.h>
 #include <errno.h>
-#include <signal.h>
-#include <stdio.h>
 #include <string.h>
 #include <sys/stat.h>
 #include <time.h>
@@ -17,7 +15,6 @@
 #include "debuglog/modem_logger.h"
 #include "debuglog/run.h"
 #include "debuglog/vendor_moves.h"
-#include "debuglog/workers.h"
 #include "selflog/log.h"
 #include "selflog/props.h"
 #include "storage/utils.h"
@@ -27,7 +24,7 @@ namespace {
 constexpr char kLogSource[] = "commands";
 constexpr const char* kWifiLogPrefixes[] = {"cnss_fw_logs_", "host_driver_logs_", "txrx_pktlog_"};
 
-// The old vendor side tells nobody when it is done.
+// The legacy vendor side does not report its end: wait this long.
 constexpr int kLegacyOneTypeMs = 2000;
 constexpr int kLegacyBothTypesMs = 3000;
 

@@ -1,4 +1,4 @@
-// The end of the vendor's part of a stop: waiting for its moves, and sorting what they brought.
+// The vendor's part of a stop: waits for its moves and sorts the files that they brought.
 // Main process or size monitor; the wait is bounded, moves take as long as they take.
 #pragma once
 

@@ -1,6 +1,5 @@
 #include "debuglog/logcat.h"
 
-#include <cutils/properties.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <signal.h>
@@ -16,6 +15,7 @@
 #include "base/text.h"
 #include "debuglog/run.h"
 #include "debuglog/workers.h"
+#include "model/log_buffers.h"
 #include "model/masks.h"
 #include "selflog/log.h"
 #include "selflog/logcat_file.h"
@@ -23,12 +23,13 @@
 #include "storage/shell.h"
 #include "storage/utils.h"
 
-LogcatRow s_debug_vesk_group[kLogcatBuffers] = {
-    {"main", 0}, {"events", 0}, {"system", 0}, {"radio", 0}, {"crash", 0}, {"kernel", 0},
+LogcatRow s_debug_vesk_group[kLogBufferCount] = {
+    {kLogBuffers[0]}, {kLogBuffers[1]}, {kLogBuffers[2]},
+    {kLogBuffers[3]}, {kLogBuffers[4]}, {kLogBuffers[5]},
 };
-ReplacementRow s_newlog_group[kLogcatBuffers] = {
-    {"main", 0, 0},  {"events", 0, 0}, {"system", 0, 0},
-    {"radio", 0, 0}, {"crash", 0, 0},  {"kernel", 0, 0},
+ReplacementRow s_newlog_group[kLogBufferCount] = {
+    {kLogBuffers[0]}, {kLogBuffers[1]}, {kLogBuffers[2]},
+    {kLogBuffers[3]}, {kLogBuffers[4]}, {kLogBuffers[5]},
 };
 int32_t s_logcat_file_count = kDefaultLogcatFileCount;
 
@@ -40,32 +41,22 @@ constexpr char kDebugFormat[] = "threadtime,usec";
 constexpr char kDebugRotationKiB[] = "102400";
 constexpr int64_t kDebugRotationBytes = 100 * 1024 * 1024;
 
-// What the latest debug logcat was told to keep. The stop forgets s_extended_logcat_count before it
-// completes the files.
+// The rotated files that the latest debug logcat keeps. The stop resets s_extended_logcat_count
+// before it completes the files.
 int32_t s_kept_files = kDefaultLogcatFileCount;
 
-// The rotation of a general logcat: by the beginning of the buffer's name, the first row that fits.
-struct GeneralRotation {
-  const char* buffer_prefix;
-  const char* kib;
-};
-constexpr GeneralRotation kGeneralRotations[] = {
-    {"main", "10240"}, {"kernel", "2048"}, {"", "1024"}};
-
 const char* general_rotation_kib(const char* buffer) {
-  for (const auto& row : kGeneralRotations) {
-    if (starts_with(buffer, row.buffer_prefix)) return row.kib;
-  }
-  return "1024";
+  if (starts_with(buffer, "main")) return "10240";
+  return starts_with(buffer, "kernel") ? "2048" : "1024";
 }
 
 // The row of `table` that is for `buffer`; null when there is none.
 template <typename Row>
-Row* find_buffer(Row (&table)[kLogcatBuffers], const char* buffer) {
-  Row* const row = std::find_if(table, table + kLogcatBuffers, [buffer](const Row& candidate) {
+Row* find_buffer(Row (&table)[kLogBufferCount], const char* buffer) {
+  Row* const row = std::find_if(table, table + kLogBufferCount, [buffer](const Row& candidate) {
     return strcmp(candidate.buffer, buffer) == 0;
   });
-  return row == table + kLogcatBuffers ? nullptr : row;
+  return row == table + kLogBufferCount ? nullptr : row;
 }
 
 // The logcat worker's body.
@@ -73,7 +64,7 @@ Row* find_buffer(Row (&table)[kLogcatBuffers], const char* buffer) {
   char name[96] = {};
   build_process_name(buffer, name, is_debug, true);
   creat_file(file);
-  if (is_trap(file)) end_process(0);  // creat_file() has said so
+  if (is_trap(file)) end_process(0);  // creat_file() has logged it
   const char* format = is_debug != 0 ? kDebugFormat : "threadtime";
   const char* size = is_debug != 0 ? kDebugRotationKiB : general_rotation_kib(buffer);
   char keep[16];
@@ -84,8 +75,8 @@ Row* find_buffer(Row (&table)[kLogcatBuffers], const char* buffer) {
   end_process(0);
 }
 
-// Empties the log buffer `buffer`, so that the replacement of the logcat `dead` does not write
-// again what that one has written.
+// Empties the log buffer `buffer`, so that the replacement of the logcat `dead` does not write the
+// same lines again.
 void clear_buffer(const char* buffer, pid_t dead) {
   const pid_t pid = fork_process(Group::kNew);
   if (pid == -1) {
@@ -104,17 +95,16 @@ void clear_buffer(const char* buffer, pid_t dead) {
   LOGD_AS("update_logcat_log", "status is:%d.ret is %d. \n", status, ret);
 }
 
-// ---- Completing what ended logcats have written. ----
+// ---- Completing the files of ended logcats. ----
 
-// A debug logcat's file. The directory is held open so that what is named in it is not reached
-// through a link.
+// A debug logcat's file, reached through the open directory and so never through a link.
 struct Capture {
   const char* buffer;
   char path[kPathSize];
   pid_t pid;  // of the logcat that completes it
 };
 
-// Opens the directory of the current run's logcats; never through a link in its own place.
+// Opens the directory of the current run's logcats, unless it is a link.
 int open_capture_dir(char (&path)[kPathSize]) {
   format_cut(path, "%s/mobile/", s_log_store_path);
   std::string without_slash(path, strlen(path) - 1);
@@ -122,9 +112,8 @@ int open_capture_dir(char (&path)[kPathSize]) {
   return open(without_slash.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
 }
 
-// Names the file of `buffer`'s latest logcat in `directory`: that of its replacement when there is
-// one, else its first one's. Cuts the line that its end has torn. False when there is none, or,
-// logged, when it cannot be completed.
+// Finds the file of `buffer`'s latest logcat (a replacement, else the first one) in `directory` and
+// cuts its torn last line. False when there is none, or, logged, when it cannot be completed.
 bool prepare_capture(int dir, const char* directory, const char* buffer, Capture* out) {
   out->buffer = buffer;
   out->pid = 0;
@@ -141,8 +130,8 @@ bool prepare_capture(int dir, const char* directory, const char* buffer, Capture
   return false;
 }
 
-// Starts the logcat that adds to the file what its buffer still holds: everything since the time of
-// the file's last line, which it repeats.
+// Starts the logcat that appends what the buffer still has since the time of the file's last line;
+// lines of that time are repeated.
 void start_completion(Capture* file) {
   file->pid = fork_process(Group::kNew);
   if (file->pid != 0) return;
@@ -155,7 +144,7 @@ void start_completion(Capture* file) {
   end_process(0);
 }
 
-// A completion preallocates too, and a full disk or its bound may tear its last line.
+// A completion preallocates too, and a full disk or its time limit may tear its last line.
 void end_completion(int dir, const Capture& file, int64_t deadline) {
   if (file.pid > 0) {
     const int64_t left = std::max<int64_t>(0, deadline - monotonic_ms());
@@ -164,14 +153,14 @@ void end_completion(int dir, const Capture& file, int64_t deadline) {
   trim_logcat_file(dir, get_file_name(file.path), TornLine::kCut);
 }
 
-// Completes the files of these buffers: side by side where there is room for what the logcats
-// preallocate, else one after the other. What is not begun within kCompletionMs is left out.
+// Completes the files of these buffers: in parallel where there is room for what the logcats
+// preallocate, else one by one. What has not begun within kCompletionMs is left out.
 void complete_files(const char* const* buffers, int count) {
   const int64_t deadline = monotonic_ms() + kCompletionMs;
   char directory[kPathSize];
   const ScopedFd dir(open_capture_dir(directory));
   if (!dir.valid()) return;
-  Capture files[kLogcatBuffers];
+  Capture files[kLogBufferCount];
   int found = 0;
   for (int i = 0; i < count; i++) {
     found += prepare_capture(dir.get(), directory, buffers[i], &files[found]) ? 1 : 0;
@@ -257,9 +246,9 @@ int catcher_logcat_log(const char* buffer, const char* directory, int is_debug) 
 
 void update_logcat_log(pid_t pid) {
   const bool enabled = is_logger_enabled();
-  LogcatRow* const ended = std::find_if(s_debug_vesk_group, s_debug_vesk_group + kLogcatBuffers,
+  LogcatRow* const ended = std::find_if(s_debug_vesk_group, s_debug_vesk_group + kLogBufferCount,
                                         [pid](const LogcatRow& row) { return row.pid == pid; });
-  if (ended == s_debug_vesk_group + kLogcatBuffers) return;
+  if (ended == s_debug_vesk_group + kLogBufferCount) return;
   LOGD("update_logcat_log pid = %d", pid);
   if (!enabled) return;
   char subdir[kPathSize];
@@ -281,9 +270,7 @@ void complete_captures() {
   static char completed[sizeof(s_log_dir_name)] = "";  // the run whose files are complete
   if (strcmp(completed, s_log_dir_name) == 0) return;
   copy_or_abort(completed, s_log_dir_name);
-  const char* buffers[kLogcatBuffers];
-  for (int i = 0; i < kLogcatBuffers; i++) buffers[i] = s_debug_vesk_group[i].buffer;
-  complete_files(buffers, kLogcatBuffers);
+  complete_files(kLogBuffers, kLogBufferCount);
 }
 
 void get_logcat_control_message(const char* directory) {

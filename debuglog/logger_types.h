@@ -1,4 +1,4 @@
-// What debug logging can capture: the rows that start and stop walk. catchers/ has the tables.
+// The tables that a start and a stop walk; catchers/logger_types.cpp defines them.
 #pragma once
 
 #include <stdint.h>
@@ -16,8 +16,8 @@ struct logger_type {
 constexpr int kLoggerTypeCount = 14;
 extern const logger_type kLoggerTypes[kLoggerTypeCount];  // in the order of starting
 
-// What a stop does before it ends the workers, in this order. A step that belongs to a type looks
-// at the mask itself. Called in the process that stops logging, on its main thread.
+// What a stop does before it ends the workers, in this order. A step that belongs to a type checks
+// the mask itself. Called in the process that stops logging, on its main thread.
 using ClosingStep = void (*)();
 constexpr int kClosingStepCount = 26;
 extern const ClosingStep kClosingSteps[kClosingStepCount];

@@ -10,9 +10,8 @@
 namespace {
 
 constexpr char kLogSource[] = "commands";
-constexpr char kLegacyModel[] = "QZ101A";  // this one exactly
-constexpr const char* kLegacyModelPrefixes[] = {"QZ102A", "QZ103A",
-                                                "QZ104A"};  // and their variants
+constexpr char kLegacyModel[] = "QZ101A";  // not its variants
+constexpr const char* kLegacyModelPrefixes[] = {"QZ102A", "QZ103A", "QZ104A"};
 
 bool is_legacy_model(const char* model) {
   if (strcmp(model, kLegacyModel) == 0) return true;
@@ -25,7 +24,7 @@ bool is_legacy_model(const char* model) {
 }  // namespace
 
 bool is_legacy_diag_mdlog() {
-  char model[PROPERTY_VALUE_MAX] = {};  // no std::string: the watchdog's handler comes by here
+  char model[PROPERTY_VALUE_MAX] = {};  // no allocation: called in the watchdog's signal handler
   property_get("ro.product.model", model, "");
   const bool legacy =
       is_legacy_model(model) || get_int_prop("persist.sys.zelka.diag_mdlog_use_legacy", 0) == 1;

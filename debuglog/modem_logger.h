@@ -1,5 +1,5 @@
-// The vendor's modem diagnostic logger, a service outside of the daemon that starts and stops on a
-// state property. Old models have another one, with another property, than newer ones.
+// The vendor's modem diagnostic logger, a service that starts and stops on a state property. Legacy
+// models have another service with another property.
 #pragma once
 
 constexpr char kLegacyModemStateProp[] = "sys.zelka.diag_mdlog_state";

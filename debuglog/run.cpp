@@ -19,9 +19,9 @@ namespace {
 
 constexpr char kLogSource[] = "commands";
 
-// Two slots and the count of runs entered: a name is written into the slot that nobody reads, and
-// becomes the current one when the count is raised. One process writes at a time: a size monitor
-// that was told to end starts no run.
+// Two slots and the count of runs entered: a name is written into the unused slot, which becomes
+// the current one when the count is raised. One process writes at a time: a size monitor that was
+// told to end starts no run.
 struct RunPage {
   using Word = std::atomic<uint64_t>;
   static constexpr size_t kWords = sizeof(s_log_dir_name) / sizeof(uint64_t);
@@ -30,7 +30,7 @@ struct RunPage {
   Word slots[2][kWords];
 };
 static_assert(RunPage::Word::is_always_lock_free && std::atomic<uint32_t>::is_always_lock_free,
-              "a lock would stay taken by a process that is killed");
+              "a killed process would leave a lock taken");
 
 RunPage s_own_page;  // until it is shared
 RunPage* s_page = &s_own_page;

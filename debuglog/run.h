@@ -1,6 +1,5 @@
-// The current run of debug logging: where it writes and what it started. Every process has its own
-// copy, from its fork on; which run is the current one is told by a page that the main process and
-// the size monitor share, because both start runs.
+// The current run of debug logging: its name and paths. Each process has its own copy. The main
+// process and the size monitor both start runs, and share a page that names the current one.
 #pragma once
 
 #include <stdint.h>
@@ -8,8 +7,8 @@
 #include <atomic>
 #include <string>
 
-// Where the run will lie when it is finished. Written for others and read where the wifi logs are
-// sorted, nowhere else: vendor services may set it.
+// The path of the finished run, for vendor services. They may change it: read back only to sort the
+// wifi logs, and checked with is_stored_run().
 constexpr char kStorePathProp[] = "sys.harrowmossd.log_store_path";
 constexpr char kVendorRunsDir[] = "/data/vendor/zelkalog/common/";
 
@@ -18,21 +17,22 @@ extern char s_vendor_log_root_path[256];  // /data/vendor/zelkalog/common/<name>
 extern char s_log_dir_name[32];           // [<sequence>#]MM-DD_hh-mm-ss; "" before the first run
 extern bool s_extended_logcat_count;      // the mask asks for 39 rotated files of each logcat
 
-extern std::atomic<int32_t> s_self_log_collector_pid;  // its logcat; 0: none. Collector thread too
+extern std::atomic<int32_t>
+    s_self_log_collector_pid;  // its logcat, 0: none; the collector thread sets it
 
-// Maps the shared page. Without memory for it the main process does not learn of runs that the size
-// monitor starts; one error line. Main process, before its first fork.
+// Maps the shared page. When that fails, one error line: the main process will not know of runs
+// that the size monitor starts. Main process, before its first fork.
 void share_current_run();
 
-// Makes `name` (shorter than 32 bytes; longer aborts) the current run, here and for the other
-// process. The process that starts it.
+// Makes `name` (shorter than 32 bytes; longer aborts) the current run, here and on the shared page.
+// Called by the process that starts the run.
 void enter_run(const char* name);
 
-// The name of the run that was started last, in whatever process; "" before the first. A process
-// that is killed while it enters a run leaves the name before. Any process, any thread.
+// The name of the run that was started last, by either process; "" before the first. A process that
+// is killed in enter_run() leaves the previous name. Any process, any thread.
 std::string current_run_name();
 
-// Takes over the current run when another process has started it. True when it was not known here.
+// Makes a run that another process has started the current one here too. True when there was one.
 // Main thread of the main process or of the size monitor.
 bool follow_current_run();
 

@@ -30,7 +30,7 @@ constexpr char kSystemSizeKey[] = "persist.sys.system.size";  // provisioned by 
 constexpr char kStateKey[] = "persist.sys.state";
 constexpr char kPowerOffDir[] = "/data/misc/zelkalog/poweroffcharge";
 
-// Makes the store for root alone. False after a log line.
+// Makes kPersistDir for root alone. False after a log line.
 bool make_persist_dir() {
   const auto failed = [](const char* call) {
     LOGE_AS("setPersistProperty", "%s %s failed. %s", call, kPersistDir, strerror(errno));
@@ -39,11 +39,11 @@ bool make_persist_dir() {
   LOGD_AS("setPersistProperty", "The dir: %s is not existed, create it.", kPersistDir);
   if (mkdir(kPersistDir, 0700) != 0) return failed("mkdir");
   if (chown(kPersistDir, 0, 0) != 0) return failed("chown");
-  if (chmod(kPersistDir, 0700) != 0) return failed("chmod");  // whatever the umask says
+  if (chmod(kPersistDir, 0700) != 0) return failed("chmod");  // mkdir() applied the umask
   return true;
 }
 
-// The parts of a fingerprint, each with what stands behind it.
+// The parts of a fingerprint, each with the separator after it.
 struct FingerprintPart {
   const char* key;
   const char* separator;
@@ -64,8 +64,8 @@ bool has_hidden(const char* dir) {
   return false;
 }
 
-// Moves one directory of power-off logs. It stays where it is when there is no room, when a name of
-// it is taken by other logs (until a stop has moved those), and when not all of it was copied.
+// Moves one directory of power-off logs. It stays where it is when there is no room, when other
+// logs have one of its names (until a stop has moved those), and when the copy is incomplete.
 void move_poweroff_logs(const char* source) {
   if (is_poweroffcharge() || is_dir_exist(source) != 0 || creat_dir(kPowerOffDir) != 0) return;
   const auto stays = [&](const char* why) {
@@ -76,7 +76,7 @@ void move_poweroff_logs(const char* source) {
     stays("other logs have its names in /data/misc/zelkalog/poweroffcharge");
     return;
   }
-  if (copy_dir(content.c_str(), kPowerOffDir) == -1) return;  // was not begun
+  if (copy_dir(content.c_str(), kPowerOffDir) == -1) return;  // not begun
   if (!is_copied(content.c_str(), kPowerOffDir)) return;
   if (has_hidden(source)) {
     stays("it holds hidden files, which are not copied");
@@ -126,7 +126,7 @@ int setPersistProperty(const char* key, const char* value) {
     return -1;
   }
   (void)!write(fd.get(), value, strlen(value));
-  fsync(fd.get());  // set just before a power loss, it must survive
+  fsync(fd.get());  // must survive a power loss right after
   return 0;
 }
 

@@ -1,7 +1,5 @@
 #include <cutils/properties.h>
-#include <errno.h>
 #include <stdio.h>
-#include <stdlib.h>
 #include <string.h>
 #include <sys/vfs.h>
 
@@ -29,14 +27,14 @@ constexpr char kSdcard[] = "/sdcard";
 constexpr char kData[] = "/data";
 constexpr int kBugreportTicks = 3000;  // of 100 ms: about 5 minutes
 
-// The numbers of a file system; false, logged, when there are none.
+// statfs(); false, logged, when it fails or reports no size.
 bool query(const char* mount, struct statfs* info) {
   if (statfs(mount, info) == 0 && info->f_blocks != 0) return true;
   LOGE_AS("detail_avail_storage_space", "Failed to get file:%s storage space", mount);
   return false;
 }
 
-// Takes the next number, names the run and makes its directories known.
+// Takes the next number, names the run, and makes and publishes its directories.
 void open_run() {
   creat_dir(kStoreDir);
   const int sequence = get_log_dir_sequence() + 1;

@@ -1,17 +1,11 @@
 #include <errno.h>
-#include <fcntl.h>
 #include <signal.h>
 #include <string.h>
 #include <sys/wait.h>
 #include <time.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <string>
 
 #include "base/deferred_signals.h"
 #include "base/process.h"
-#include "base/scoped.h"
 #include "base/text.h"
 #include "debuglog/commands.h"
 #include "debuglog/harvest.h"
@@ -32,22 +26,22 @@ constexpr int kWorkerTicks = 30;  // of 100 ms: a worker's bound, about 3.1 s
 
 // ---- Ending the workers. ----
 
-enum class Ending { kTerm, kill, kill_group };
+enum class Ending { kTerm, kKill, kKillGroup };
 
-// Workers that would not end on SIGTERM: their shell waits for a reader that never returns.
+// SIGTERM does not end these: their shell waits for a command that never ends.
 Ending ending_of(pid_t pid) {
-  if (pid == fg_log_pid || pid == watch_fd_pid) return Ending::kill;
-  if (pid == qsee_log_pid || pid == bsp_log_pid || pid == net_log_pid) return Ending::kill_group;
+  if (pid == fg_log_pid || pid == watch_fd_pid) return Ending::kKill;
+  if (pid == qsee_log_pid || pid == bsp_log_pid || pid == net_log_pid) return Ending::kKillGroup;
   return Ending::kTerm;
 }
 
 void send_ending(pid_t pid) {
   switch (ending_of(pid)) {
-    case Ending::kill:
+    case Ending::kKill:
       LOGE_AS("stop_debug_log", "STOP PID by SIGKILL %d  \n", pid);
       signal_process(pid, SIGKILL);
       break;
-    case Ending::kill_group:
+    case Ending::kKillGroup:
       LOGE_AS("stop_debug_log", "STOP PID by SIGKILL -%d  \n", pid);
       signal_group(pid, SIGKILL);
       break;
@@ -63,7 +57,7 @@ void await_worker(const char* table, pid_t pid) {
   int status = 0;
   int ret;
   if (pid == qrtr_log_pid) {
-    // It may hang in the kernel; what is left of it is ended with the leftovers.
+    // It may hang in the kernel: not waited for, ended with the leftovers.
     LOGD_AS("stop_debug_log", "kpr for network pass qrtr_pid WNOHANG!");
     ret = waitpid(pid, &status, WNOHANG);
   } else {
@@ -73,9 +67,9 @@ void await_worker(const char* table, pid_t pid) {
           status, ret, errno, strerror(errno), pid);
 }
 
-// The workers that were told to end, for what they leave in their groups.
+// The workers that were told to end; their groups may have members left.
 struct EndedWorkers {
-  pid_t pids[kGroupSlots + 2 * kLogcatBuffers];
+  pid_t pids[kGroupSlots + 2 * kLogBufferCount];
   int count;
 };
 
@@ -100,7 +94,7 @@ EndedWorkers end_workers() {
     s_debug_group[slot] = 0;
   }
   LOGD_AS("stop_debug_log", "kill debug group end, next kill vesk group..");
-  for (int i = 0; i < kLogcatBuffers; i++) {
+  for (int i = 0; i < kLogBufferCount; i++) {
     end_logcat("s_debug_vesk_group", &s_debug_vesk_group[i].pid, &ended);
     end_logcat("s_newlog_group", &s_newlog_group[i].pid, &ended);
   }
@@ -128,11 +122,11 @@ void end_self_log_collector() {
   LOGD_AS("stop_debug_log", "kill log collector %d", pid);
   const bool killed = signal_process(pid, SIGKILL) == 0;
   const bool gone = kill(pid, 0) == -1 && errno == ESRCH;
-  if (!killed && !gone) {          // not now, no descriptor free perhaps: the next stop
-    signal_process(pid, SIGCONT);  // completing its file has stopped it
+  if (!killed && !gone) {          // perhaps no free descriptor to check it with: the next stop
+    signal_process(pid, SIGCONT);  // completeSelfLog() has stopped it
     return;
   }
-  // While logging goes on with another mask its thread may have put a new pid there already.
+  // When logging goes on with another mask, the collector thread may have set a new pid already.
   s_self_log_collector_pid.compare_exchange_strong(pid, 0);
 }
 

@@ -15,7 +15,7 @@ namespace {
 constexpr char kLogSource[] = "commands";
 constexpr char kMoveProp[] = "sys.zelka.harrowmossd.action.mv_vendor_common_logs";
 constexpr int kPollMs = 100;
-constexpr int kLongPolls = 300;  // from here on somebody should wonder
+constexpr int kLongPolls = 300;  // warn from here on
 constexpr int kModemOrWifiSeconds = 15;
 constexpr int kSeconds = 2;
 

@@ -17,6 +17,6 @@ void do_move_vendor_logs();
 int wait_vendor_mv_action_done(const char* done_property, int polls);
 
 // Seconds that are left of the vendor's time at `now`, when its move was asked for at `start`: 15 s
-// with modem or wifi logging, 2 s otherwise. Never below 0; a clock that went back counts as no
-// time gone.
+// with modem or wifi logging, 2 s otherwise. Never below 0. When the clock went back, no time has
+// passed.
 int calc_vendor_mv_actions_timeout(int64_t start, int64_t now, bool modem_or_wifi);

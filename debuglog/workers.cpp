@@ -2,7 +2,6 @@
 
 #include <errno.h>
 #include <signal.h>
-#include <stdlib.h>
 #include <string.h>
 #include <sys/prctl.h>
 #include <unistd.h>
@@ -30,7 +29,7 @@ int32_t s_request_pid = 0;
 namespace {
 
 constexpr char kLogSource[] = "commands";
-constexpr int kTickMs = 100;  // of wait_child_to_finish(), and the pause behind a kill
+constexpr int kTickMs = 100;  // of wait_child_to_finish(), and the pause after a kill
 constexpr size_t kProcessNameSize = 96;
 constexpr size_t kKernelNameLength = 15;  // what PR_SET_NAME keeps, without the NUL
 constexpr int kLeftoverMs = 3000;

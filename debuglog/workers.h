@@ -13,8 +13,8 @@ constexpr int kGroupSlots = 32;
 extern int32_t* s_debug_group;    // workers of debug logging, logcats excepted
 extern int32_t* s_general_group;  // logcats of the general collection
 
-// Single workers that the stop or the watchdog treats in its own way. 0: none. Written by the start
-// routine that forks them, in the process that runs it.
+// Workers that the stop or the watchdog treats specially. 0: none. Set by the start routine that
+// forks them, in the process that runs it.
 extern int32_t qrtr_log_pid;    // router log copier
 extern int32_t watch_fd_pid;    // descriptor watcher
 extern int32_t net_log_pid;     // packet capture
@@ -33,7 +33,7 @@ extern int32_t s_kernel_log_pid;
 extern int32_t s_request_pid;
 
 // Enters `pid` in the first free slot of `table`. Without one the process is sent SIGTERM at once,
-// because nobody could end it later; false then.
+// because a stop would not find it; false.
 bool add_to_group(int32_t* table, pid_t pid);
 inline void add_to_debug_group(pid_t pid) {
   add_to_group(s_debug_group, pid);

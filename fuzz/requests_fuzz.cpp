@@ -51,7 +51,6 @@ int __wrap_clock_nanosleep(clockid_t, int, const timespec*, timespec*) {
 namespace {
 
 constexpr char kPropertiesLog[] = "/dev/bench/properties.log";
-constexpr char kKernelLog[] = "/data/misc/zelkalog/.logger/kernel_pmic.txt";
 constexpr const char* kRunDirs[] = {"/data/misc/zelkalog", "/data/vendor/zelkalog"};
 constexpr size_t kMostFrames = 16;  // their replies fit into the socket
 

@@ -54,12 +54,8 @@ std::string flush_storage(const char* path) {
   return WEXITSTATUS(status) == 0 ? "" : strerror(WEXITSTATUS(status));
 }
 
-MoveLock::MoveLock() : fd_(open_working_area().release()) {
-  if (fd_ != -1) flock(fd_, LOCK_EX | LOCK_NB);
-}
-
-MoveLock::~MoveLock() {
-  if (fd_ != -1) close(fd_);
+MoveLock::MoveLock() : fd_(open_working_area()) {
+  if (fd_.valid()) flock(fd_.get(), LOCK_EX | LOCK_NB);
 }
 
 bool is_move_under_way() {

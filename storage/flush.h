@@ -3,6 +3,8 @@
 
 #include <string>
 
+#include "base/scoped.h"
+
 // A flush that takes longer has failed: the storage hangs, or is slower than any phone's.
 constexpr int kFlushMs = 60 * 1000;
 
@@ -17,12 +19,9 @@ std::string flush_storage(const char* path);
 class MoveLock {
  public:
   MoveLock();
-  ~MoveLock();
-  MoveLock(const MoveLock&) = delete;
-  MoveLock& operator=(const MoveLock&) = delete;
 
  private:
-  int fd_;
+  ScopedFd fd_;
 };
 
 // Whether a process holds the lock: files have second names then, which hold their room.

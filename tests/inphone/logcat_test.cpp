@@ -76,7 +76,7 @@ TEST_F(Logcat, EveryBufferGetsExactlyTheseArguments) {
   logcats(13);
   Texts counts = counts_of_main();
   EXPECT_EQ(std::count(counts.begin(), counts.end(), "5"), 1);
-  for (int i = 0; i < kLogcatBuffers; i++) {
+  for (int i = 0; i < kLogBufferCount; i++) {
     const std::string buffer = kAllBuffers[i];
     const std::string file = "/QZ201A-V1.02-" + buffer + ".txt";
     const std::string debug = "harrowmossd:debug-" + buffer + "-vesk";
