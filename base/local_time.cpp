@@ -41,13 +41,13 @@ long utc_offset(time_t now) {
   return s_offset.load(std::memory_order_relaxed);
 }
 
-civil_time current_local_time() {
+CivilTime current_local_time() {
   const time_t now = time(nullptr);
   refresh_offset(now);
   return to_civil(now, s_offset.load(std::memory_order_relaxed));
 }
 
-civil_time to_civil(time_t now, long offset) {
+CivilTime to_civil(time_t now, long offset) {
   const int64_t seconds = static_cast<int64_t>(now) + offset;
   int64_t days = seconds / kDaySeconds;
   int64_t rest = seconds % kDaySeconds;
@@ -65,7 +65,7 @@ civil_time to_civil(time_t now, long offset) {
       day_of_era - (365 * year_of_era + year_of_era / 4 - year_of_era / 100);
   const int64_t month_from_march = (5 * day_of_year + 2) / 153;
 
-  civil_time out;
+  CivilTime out;
   out.day = static_cast<int>(day_of_year - (153 * month_from_march + 2) / 5 + 1);
   out.month = static_cast<int>(month_from_march < 10 ? month_from_march + 3 : month_from_march - 9);
   out.year = static_cast<int>(year_of_era + era * 400 + (out.month <= 2 ? 1 : 0));

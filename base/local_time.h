@@ -5,7 +5,7 @@
 #include <time.h>
 
 // A date and time of day; month 1..12.
-struct civil_time {
+struct CivilTime {
   int year;
   int month;
   int day;
@@ -33,13 +33,13 @@ class ScopedSignalHandler {
 long utc_offset(time_t now);
 
 // Pure arithmetic: the civil time of `now` at `offset` seconds east of UTC.
-civil_time to_civil(time_t now, long offset);
+CivilTime to_civil(time_t now, long offset);
 
 // The current local civil time with a fresh offset, where may_convert_time(): for the names of runs
 // and files.
-civil_time current_local_time();
+CivilTime current_local_time();
 
 // The local civil time of `now`, for log lines.
-inline civil_time local_civil_time(time_t now) {
+inline CivilTime local_civil_time(time_t now) {
   return to_civil(now, utc_offset(now));
 }

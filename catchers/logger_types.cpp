@@ -17,7 +17,7 @@
 #include "storage/utils.h"
 
 // clang-format off
-constexpr logger_type kLoggerTypes[kLoggerTypeCount] = {
+constexpr LoggerType kLoggerTypes[kLoggerTypeCount] = {
     {kTypeMobile,      catcher_mobile_log},
     {kTypeModem,       catcher_modem_log},
     {kTypeNet,         catcher_net_log},

@@ -18,20 +18,20 @@ constexpr char kRpmhMasterStats[] = "/sys/power/rpmh_stats/master_stats";
 constexpr size_t kLineSize = 512;
 
 // A key, and its value's offset from the key's first character: after the key and one separator.
-struct stats_key {
+struct StatsKey {
   const char* text;
   size_t value_offset;
 };
-constexpr stats_key kCount = {"count", 6};
-constexpr stats_key kXoCount = {"xo_count", 9};
-constexpr stats_key kSleepCount = {"Sleep Count", 12};
+constexpr StatsKey kCount = {"count", 6};
+constexpr StatsKey kXoCount = {"xo_count", 9};
+constexpr StatsKey kSleepCount = {"Sleep Count", 12};
 
 bool contains(const char* text, const char* word) {
   return strstr(text, word) != nullptr;
 }
 
 // The value's text, "" when the line ends before it; null when the line does not have the key.
-const char* value_of(const char* text, const stats_key& key) {
+const char* value_of(const char* text, const StatsKey& key) {
   const char* found = strstr(text, key.text);
   if (found == nullptr) return nullptr;
   return strnlen(found, key.value_offset) < key.value_offset ? "" : found + key.value_offset;

@@ -28,10 +28,10 @@ constexpr char kLogSource[] = "harrowmoss";
 constexpr char kFeedbackBaseDir[] = "/sdcard/Android/data/.harrowmoss/";
 constexpr char kTraceDir[] = "/data/local/traces";
 
-struct free_text {
+struct FreeText {
   void operator()(char* text) const { free(text); }
 };
-using RequestText = std::unique_ptr<char, free_text>;
+using RequestText = std::unique_ptr<char, FreeText>;
 
 // The next String16 of a request; null when it is null or broken.
 RequestText read_text(const android::Parcel& request) {

@@ -278,7 +278,7 @@ void get_logcat_control_message(const char* directory) {
   if (length == 0) return;
   if (is_dir_exist(directory) != 0) creat_dir(directory);
   const bool ends_sep = directory[length - 1] == '/';
-  const civil_time now = current_local_time();
+  const CivilTime now = current_local_time();
   char file[512];
   format_cut(file, "%s%slogcat_control_message-%02d-%02d_%02d-%02d-%02d.txt", directory,
              ends_sep ? "" : "/", now.month, now.day, now.hour, now.minute, now.second);

@@ -5,7 +5,7 @@
 
 #include "model/masks.h"
 
-struct logger_type {
+struct LoggerType {
   int32_t mask;  // exactly one bit
   // Starts the capture; `log_dir` is the run's working directory, `name` the type's, which names
   // its directory there and its process. Returns 0, or -1 when fork() failed. Called in the process
@@ -14,7 +14,7 @@ struct logger_type {
 };
 
 constexpr int kLoggerTypeCount = 14;
-extern const logger_type kLoggerTypes[kLoggerTypeCount];  // in the order of starting
+extern const LoggerType kLoggerTypes[kLoggerTypeCount];  // in the order of starting
 
 // What a stop does before it ends the workers, in this order. A step that belongs to a type checks
 // the mask itself. Called in the process that stops logging, on its main thread.

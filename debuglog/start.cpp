@@ -56,7 +56,7 @@ void open_run() {
 }
 
 void start_types(int32_t mask) {
-  for (const logger_type& type : kLoggerTypes) {
+  for (const LoggerType& type : kLoggerTypes) {
     if ((type.mask & mask) != 0) type.start(s_log_store_path, logger_type_name(type.mask));
   }
 }
@@ -95,7 +95,7 @@ int start_debug_log() {
 }
 
 int get_current_datetime_with_sequence(char* out, int sequence) {
-  const civil_time now = current_local_time();
+  const CivilTime now = current_local_time();
   char number[16] = "";
   if (sequence >= 1) format_cut(number, "%d#", sequence);
   return snprintf(out, sizeof(s_log_dir_name), "%s%02d-%02d_%02d-%02d-%02d", number, now.month,

@@ -29,7 +29,7 @@ void check_lines(const uint8_t* data, size_t size) {
   struct {
     uint16_t type, code;
     int32_t value;
-    civil_time when;
+    CivilTime when;
     long microseconds;
   } e = {};
   std::copy_n(data, std::min(size, sizeof(e)), reinterpret_cast<uint8_t*>(&e));

@@ -25,8 +25,7 @@ void name_or_hex(TextWriter* out, const char* name, uint16_t number, size_t widt
 
 }  // namespace
 
-size_t format_event_stamp(char (&text)[kEventStampSize], const civil_time& when,
-                          long microseconds) {
+size_t format_event_stamp(char (&text)[kEventStampSize], const CivilTime& when, long microseconds) {
   TextWriter out(text);
   const struct {
     int number;

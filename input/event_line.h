@@ -9,7 +9,7 @@
 // Time stamp of a line, "2024-03-09 07:05:02:41307  ": the microseconds are not padded. Puts it
 // with its NUL into `text` and returns its length.
 constexpr size_t kEventStampSize = 96;  // for any numbers at all
-size_t format_event_stamp(char (&text)[kEventStampSize], const civil_time& when, long microseconds);
+size_t format_event_stamp(char (&text)[kEventStampSize], const CivilTime& when, long microseconds);
 
 // Marker of the device: "  second  " for the second touch device, else ten blanks.
 const char* event_device_marker(bool second_touch);

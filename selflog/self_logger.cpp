@@ -87,7 +87,7 @@ void rotate_log() {
 
 // Writes "%y-%m-%d %H:%M:%S || harrowmossd [pid, tid] " and returns its length.
 size_t write_prefix(char (&line)[kLineSize]) {
-  const civil_time now = local_civil_time(time(nullptr));
+  const CivilTime now = local_civil_time(time(nullptr));
   const struct {
     int number;
     char after;

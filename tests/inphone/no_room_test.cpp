@@ -26,7 +26,7 @@ class NoRoom : public Catchers {
   // Starts every row in stored order; "name=result" of those that did not return 0.
   static Texts start_all(int32_t mask = 0x7fff) {
     Texts failed;
-    for (const logger_type& type : kLoggerTypes) {
+    for (const LoggerType& type : kLoggerTypes) {
       if ((type.mask & mask) == 0) continue;
       const char* name = logger_type_name(type.mask);
       const int result = type.start(s_log_store_path, name);

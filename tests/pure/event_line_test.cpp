@@ -40,9 +40,9 @@ TEST(EventLine, FieldsByteForByte) {
 }
 
 TEST(EventLine, StampHasUnpaddedMicroseconds) {
-  const std::pair<civil_time, long> rows[] = {{{2024, 3, 9, 7, 5, 2}, 41307},
-                                              {{2026, 12, 31, 23, 59, 59}, 999999},
-                                              {{1970, 1, 1, 0, 0, 0}, 0}};
+  const std::pair<CivilTime, long> rows[] = {{{2024, 3, 9, 7, 5, 2}, 41307},
+                                             {{2026, 12, 31, 23, 59, 59}, 999999},
+                                             {{1970, 1, 1, 0, 0, 0}, 0}};
   for (const auto& [when, microseconds] : rows) {
     char text[kEventStampSize], expected[64];
     snprintf(expected, sizeof(expected), "%04d-%02d-%02d %02d:%02d:%02d:%ld  ", when.year,

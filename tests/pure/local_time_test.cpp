@@ -10,7 +10,7 @@ namespace {
 
 constexpr time_t kDay = 86400;
 
-std::string text_of(const civil_time& t) {
+std::string text_of(const CivilTime& t) {
   char text[64];
   snprintf(text, sizeof(text), "%d-%02d-%02d %02d:%02d:%02d", t.year, t.month, t.day, t.hour,
            t.minute, t.second);
