@@ -1,6 +1,6 @@
-// Deferred signals: the main process blocks the signals that it handles, except while it waits for
-// a client. Logging, forking or reaping in a handler at any other point would deadlock with what
-// the main thread is doing, or change the worker tables under it.
+// Deferred signals: the main process blocks the signals that it handles, and handles them only at
+// safe points and while it waits for a client. Logging, forking or reaping in a handler at any
+// other time could deadlock with the main thread, or change the worker tables under it.
 //
 // Main thread of the main process, unless a function says otherwise.
 #pragma once

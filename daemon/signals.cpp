@@ -71,7 +71,7 @@ void signal_handler_child(const int& sig) {
     return;
   }
   LOGE(handled->child_text, getpid(), sig, strsignal(sig));
-  const ScopedSignalBlocker until_ended;  // it is in the group
+  const ScopedSignalBlocker until_ended;  // this process is in the group
   if (getpgrp() == getpid()) kill(0, SIGTERM);
   end_process(0);
 }

@@ -17,8 +17,7 @@ extern char s_vendor_log_root_path[256];  // /data/vendor/zelkalog/common/<name>
 extern char s_log_dir_name[32];           // [<sequence>#]MM-DD_hh-mm-ss; "" before the first run
 extern bool s_extended_logcat_count;      // the mask asks for 39 rotated files of each logcat
 
-extern std::atomic<int32_t>
-    s_self_log_collector_pid;  // its logcat, 0: none; the collector thread sets it
+extern std::atomic<int32_t> s_self_log_collector_pid;  // its logcat, 0: none; any thread
 
 // Maps the shared page. When that fails, one error line: the main process will not know of runs
 // that the size monitor starts. Main process, before its first fork.

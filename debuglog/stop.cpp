@@ -122,7 +122,8 @@ void end_self_log_collector() {
   LOGD_AS("stop_debug_log", "kill log collector %d", pid);
   const bool killed = signal_process(pid, SIGKILL) == 0;
   const bool gone = kill(pid, 0) == -1 && errno == ESRCH;
-  if (!killed && !gone) {          // perhaps no free descriptor to check it with: the next stop
+  // Neither: perhaps no descriptor was free to check it with. The next stop tries again.
+  if (!killed && !gone) {
     signal_process(pid, SIGCONT);  // completeSelfLog() has stopped it
     return;
   }

@@ -83,5 +83,5 @@ char* build_process_name(const char* name, char* buf, int is_debug, bool vesk_su
 void end_leftover_children(const pid_t* spared, int count, pid_t monitor = -1);
 
 // Ends what is left in the process groups of `leaders` (`count` pids) in the same way. For the size
-// monitor, which is no subreaper.
+// monitor, which is no subreaper, and for the workers of a superseded run.
 void end_groups(const pid_t* leaders, int count);
