@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -73,19 +74,24 @@ int bring_in_batches(const std::vector<const char*>& program, const std::vector<
 
 // `dst` is "" where there is none.
 ShellText compose(ShellCommand which, const char* options, const char* src, const char* dst) {
-  switch (which) {
-    case ShellCommand::kCopyFile:
-      return ShellText("cp").pattern(src).target(dst);
-    case ShellCommand::kCopyDir:
-      return ShellText("cp -a").pattern(src).target(dst).raw("; chmod -R 777").arg(dst);
-    case ShellCommand::kCopyDir2:
-      return ShellText("cp -a").pattern(src).target(dst).raw(" ; chmod -R 777").arg(dst);
-    case ShellCommand::kMoveDir:
-      return ShellText("mv").arg(options).removal(src).target(dst).raw(" ; chmod -R 777").arg(dst);
-    case ShellCommand::kDeleteDir:
-      return ShellText("rm -rf").removal(src);
-  }
-  abort();
+  constexpr struct {
+    FixedText program;
+    bool removes;
+    FixedText opening;  // null: the target keeps its mode
+  } kRows[] = {
+      {"cp", false, nullptr},               // kCopyFile
+      {"cp -a", false, "; chmod -R 777"},   // kCopyDir
+      {"cp -a", false, " ; chmod -R 777"},  // kCopyDir2
+      {"mv", true, " ; chmod -R 777"},      // kMoveDir
+      {"rm -rf", true, nullptr},            // kDeleteDir
+  };
+  const auto& row = kRows[static_cast<size_t>(which)];
+  ShellText text(row.program);
+  if (which == ShellCommand::kMoveDir) text.arg(options);
+  row.removes ? text.removal(src) : text.pattern(src);
+  if (which != ShellCommand::kDeleteDir) text.target(dst);
+  if (row.opening.get() != nullptr) text.raw(row.opening).arg(dst);
+  return text;
 }
 
 // compose() for a utility: a command that is too long ends the process.
@@ -154,8 +160,7 @@ bool has_room(const char* src, const char* dst) {
   int64_t needed = 0;
   int64_t available = 0;
   if (copy_has_room(src, dst, &needed, &available)) return true;
-  LOGE("no room to copy %s to %s: %lld bytes needed, %lld free", src, dst,
-       static_cast<long long>(needed), static_cast<long long>(available));
+  LOGE("%s", no_room_text("copy", src, dst, needed, available).c_str());
   return false;
 }
 
@@ -169,11 +174,12 @@ int run_move(const char* src, const char* dst, const char* options) {
 
 // The entries of a pattern, oldest run first.
 std::vector<std::string> ordered_entries(const char* src) {
-  std::vector<std::string> entries = pattern_entries(src);
-  const auto number = [](const std::string& path) { return atoi(get_file_name(path.c_str())); };
-  std::sort(entries.begin(), entries.end(), [&](const std::string& a, const std::string& b) {
-    return std::make_pair(number(a), a) < std::make_pair(number(b), b);
-  });
+  std::set<std::pair<int, std::string>> by_number;
+  for (const std::string& path : pattern_entries(src)) {
+    by_number.emplace(atoi(get_file_name(path.c_str())), path);
+  }
+  std::vector<std::string> entries;
+  for (const auto& [number, path] : by_number) entries.push_back(path);
   return entries;
 }
 

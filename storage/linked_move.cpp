@@ -422,8 +422,7 @@ void LinkedMove::make_links() {
 
 std::string LinkedMove::refusal(const char* source, const char* target) const {
   if (!has_target_) return std::string(target) + " is missing, " + source + " stays";
-  return std::string("no room to move ") + source + " to " + target + ": " +
-         std::to_string(needed_) + " bytes needed, " + std::to_string(available_) + " free";
+  return no_room_text("move", source, target, needed_, available_);
 }
 
 bool LinkedMove::settle() {

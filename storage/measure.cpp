@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "base/scoped.h"
+#include "base/text.h"
 #include "model/data_room.h"
 #include "model/tree_size.h"
 #include "selflog/log.h"
@@ -115,4 +116,15 @@ bool copy_has_room(const char* source, const char* target, int64_t* needed, int6
   // What cannot be looked at here cannot be read by cp either.
   if (*needed == kSpaceUnknown) return true;
   return copy_fits(*needed, *available, lies_on_data(place), preallocated_by_captures());
+}
+
+std::string no_room_text(const char* action, const char* source, const char* target, int64_t needed,
+                         int64_t available) {
+  char figures[64];
+  format_cut(figures, ": %lld bytes needed, %lld free", static_cast<long long>(needed),
+             static_cast<long long>(available));
+  std::string text = "no room to ";
+  for (const char* part : {action, " ", source, " to ", target, static_cast<const char*>(figures)})
+    text += part;
+  return text;
 }

@@ -37,3 +37,7 @@ TreeRoom room_for(const TreeList& tree, int64_t block_size);
 // need not exist yet. What takes nothing has room everywhere. `needed` and `available` receive
 // bytes, of the copy and of the whole file system.
 bool copy_has_room(const char* source, const char* target, int64_t* needed, int64_t* available);
+
+// "no room to copy SOURCE to TARGET: N bytes needed, N free"; `action` is "copy" or "move".
+std::string no_room_text(const char* action, const char* source, const char* target, int64_t needed,
+                         int64_t available);

@@ -51,8 +51,8 @@ pid_t start_shell(const ShellText& command, Group where, int out_fd,
   end_process(127);  // what system() reports when there is no shell
 }
 
-constexpr int kKillMs =
-    1000;  // for a killed process to go; one stuck in the kernel is left to the reaper
+// For a killed process to go; one stuck in the kernel is left to the reaper.
+constexpr int kKillMs = 1000;
 
 // Ends what has passed a bound.
 void end_tool(pid_t pid) {
@@ -142,6 +142,10 @@ void say_it_is_late(int bound_ms, const ShellText& command) {
 }
 
 }  // namespace
+
+ShellText::ShellText(FixedText text) : text_(text.get()) {}
+ShellText::ShellText(const ShellText&) = default;
+ShellText::~ShellText() = default;
 
 ShellText& ShellText::raw(FixedText text) {
   text_ += text.get();

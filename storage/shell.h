@@ -26,14 +26,16 @@ class FixedText {
 // A text for the shell. Whatever is not fixed enters it as a word: every ASCII byte of the word
 // outside [A-Za-z0-9._/@%+=:,#-] is escaped by a backslash, bytes from 0x80 up stay.
 //
-//   run_shell(shell_text("cp -a").arg(src).target(dst).raw("; chmod -R 777").arg(dst));
+//   run_shell(ShellText("cp -a").arg(src).target(dst).raw("; chmod -R 777").arg(dst));
 class ShellText {
  public:
   template <size_t N>
-  ShellText(const char (&literal)[N]) : text_(literal) {}
+  ShellText(const char (&literal)[N]) : ShellText(FixedText(literal)) {}
   template <size_t N>
   ShellText(char (&buffer)[N]) = delete;
-  ShellText(FixedText text) : text_(text.get()) {}
+  ShellText(FixedText text);
+  ShellText(const ShellText&);
+  ~ShellText();
 
   ShellText& raw(FixedText text);
 
