@@ -20,7 +20,7 @@ bool is_directory(const char* dir, DIR* stream, const char* name) {
 
 }  // namespace
 
-OldestRun find_oldest_run(const char* dir) {
+OldestRun findOldestLogDir(const char* dir) {
   OldestRun oldest;
   ScopedDir stream(opendir(dir));
   if (!stream.valid()) {
@@ -38,14 +38,4 @@ OldestRun find_oldest_run(const char* dir) {
   }
   oldest.unknown = errno != 0;
   return oldest;
-}
-
-int findOldestLogDir(const char* dir, int* oldest, char* name, size_t size) {
-  if (dir == nullptr || name == nullptr) return -1;
-  const OldestRun found = find_oldest_run(dir);
-  if (found.number == -1) return found.count;
-  *oldest = found.number;
-  memset(name, 0, size);
-  memcpy(name, found.name.data(), found.name.size() < size ? found.name.size() : size);
-  return found.count;
 }

@@ -159,8 +159,8 @@ Next restart_logging() {
 Next evict(monitor_state* state) {
   const int current = get_log_dir_sequence();
   LOGI_AS("monitorLogSizeThread", "first check log store dir..");
-  const OldestRun store = find_oldest_run(kStoreDir);
-  const OldestRun working = find_oldest_run(kWorkingDir);
+  const OldestRun store = findOldestLogDir(kStoreDir);
+  const OldestRun working = findOldestLogDir(kWorkingDir);
   const bool logging = is_logger_enabled();
   const EvictionPlan plan = plan_eviction(store, working, current, logging, state->oldest);
   state->oldest = plan.oldest;

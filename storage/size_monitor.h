@@ -41,11 +41,6 @@ void monitorLogSizeThread();
 // Handler of SIGUSR1 in the monitor, and of the other signals that it ignores.
 void signal_log_size_monitor_handler(int sig);
 
-// Finds the numbered directory ("<digits>#...") with the smallest number of at least 1 in `dir`.
-// Returns how many numbered directories there are, -1 when `dir` does not open or an argument is
-// null. When one was found, `*oldest` gets its number and `name` (`size` bytes) its name, without
-// terminator when it does not fit; otherwise both stay as they are.
-int findOldestLogDir(const char* dir, int* oldest, char* name, size_t size);
-
-// The oldest run of `dir`. What is there but cannot be looked at costs an error line.
-OldestRun find_oldest_run(const char* dir);
+// The oldest run of `dir`; `count` is -1 when that does not open. An entry that cannot be looked at
+// is skipped with an error line.
+OldestRun findOldestLogDir(const char* dir);

@@ -101,7 +101,7 @@ bool unknown(const char* dir, bool descriptors) {
   getrlimit(RLIMIT_NOFILE, &before);
   const rlimit now = {descriptors ? before.rlim_cur : 0, before.rlim_max};
   setrlimit(RLIMIT_NOFILE, &now);
-  const OldestRun found = find_oldest_run(dir);
+  const OldestRun found = findOldestLogDir(dir);
   setrlimit(RLIMIT_NOFILE, &before);
   EXPECT_EQ(found.number, -1);
   return found.unknown;
