@@ -4,6 +4,7 @@
 #include <stdio.h>
 
 #include "feedback/feedback.h"
+#include "model/paths.h"
 #include "selflog/log.h"
 #include "selflog/props.h"
 #include "storage/utils.h"
@@ -16,7 +17,7 @@ constexpr char kHiddenMinidumpDir[] = "/sdcard/zelkalog/.minidump";  // the vend
 constexpr int64_t kMinidumpBytes = 512 * 1024;  // not worth publishing up to here
 constexpr char kHeapdumpDir[] = "/sdcard/Documents/oom";
 constexpr int64_t kHeapdumpBytes = 64 * 1024;  // not worth moving up to here
-constexpr char kTraces[] = "/data/local/traces/*";
+constexpr char kWorkingTraceDir[] = "/data/misc/zelkalog/traces";
 
 }  // namespace
 
@@ -48,11 +49,11 @@ void copy_apps_oom_heapdump() {
 
 void do_move_traces(const char* /*ignored*/) {
   LOGD("function invoked");
-  if (mkdir_s("/sdcard/zelkalog/traces") == 1) {
-    move_dir(kTraces, "/sdcard/zelkalog/traces", nullptr);
+  if (mkdir_s(kStoreTraceDir) == 1) {
+    move_dir(kTraceContents, kStoreTraceDir, nullptr);
     LOGD("done moving traces.");
-  } else if (mkdir_s("/data/misc/zelkalog/traces") == 1) {
-    move_dir(kTraces, "/data/misc/zelkalog/traces", nullptr);
+  } else if (mkdir_s(kWorkingTraceDir) == 1) {
+    move_dir(kTraceContents, kWorkingTraceDir, nullptr);
     LOGD("done moving traces..");
   }
 }

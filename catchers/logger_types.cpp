@@ -12,6 +12,7 @@
 #include "debuglog/vendor_moves.h"
 #include "feedback/feedback.h"
 #include "input/touch_recorder.h"
+#include "model/properties.h"
 #include "selflog/log.h"
 #include "storage/shell.h"
 #include "storage/utils.h"
@@ -60,7 +61,7 @@ constexpr ClosingStep kClosingSteps[kClosingStepCount] = {
     [] { log_step("get_memory_leak_log"); copy_dir2("/data/anr/heap", s_log_store_path); },
     [] { get_bluetooth_log(s_log_store_path); },
     [] { log_step("get_tombstone_log"); get_tombstone_log(s_log_store_path); },
-    [] { property_set("sys.zelka.modemdump", "off"); },
+    [] { property_set(kModemDumpProp, "off"); },
     stop_dump_log,
     stop_systrace_log,
     stop_core_dump_log,
@@ -72,8 +73,8 @@ constexpr ClosingStep kClosingSteps[kClosingStepCount] = {
     [] { run_shell("echo 0x0 > /sys/module/ipc_router_core/parameters/debug_mask"); },
     [] { copy_system_propertie(s_log_store_path, "_stop"); },
     [] {
-      property_set("persist.bluetooth.btsnoopenable", "false");
-      property_set("sys.zelka.fp.dump", "off");
+      property_set(kBtsnoopProp, "false");
+      property_set(kFingerprintDumpProp, "off");
     },
     stop_mpss_watchdog,
 };

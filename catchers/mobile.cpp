@@ -16,6 +16,8 @@
 #include "debuglog/workers.h"
 #include "feedback/feedback.h"
 #include "model/log_buffers.h"
+#include "model/paths.h"
+#include "model/properties.h"
 #include "selflog/log.h"
 #include "selflog/props.h"
 #include "storage/shell.h"
@@ -29,7 +31,7 @@ constexpr int kKernelBufferSdk = 23;  // the log daemon has a kernel buffer from
 constexpr char kQmiMsgProp[] = "persist.odm.zklog.qmimsg.enable";
 
 void start_logcats(const char* dir) {
-  const bool has_kernel_buffer = get_int_prop("ro.build.version.sdk", 0) >= kKernelBufferSdk;
+  const bool has_kernel_buffer = get_int_prop(kSdkProp, 0) >= kKernelBufferSdk;
   for (const char* buffer : kLogBuffers) {
     if (has_kernel_buffer || strcmp(buffer, "kernel") != 0) catcher_logcat_log(buffer, dir, 1);
   }
@@ -53,7 +55,7 @@ void catcher_watch_fd_log(const char* dir) {
                                 .target(std::string(fd_dir) + "/fd_log.txt");
   const pid_t pid = fork_process_keeping_fd(Group::kNew);
   if (pid == 0) {
-    exec_shell("/system/bin/sh", "debug/vesk", command);
+    exec_shell(kShell, "debug/vesk", command);
     return;  // there is no shell: goes on as a stray child
   }
   if (pid == -1) {

@@ -8,6 +8,7 @@
 #include "catchers/catchers.h"
 #include "debuglog/modem_logger.h"
 #include "debuglog/run.h"
+#include "model/properties.h"
 #include "selflog/log.h"
 #include "selflog/props.h"
 #include "storage/utils.h"
@@ -65,7 +66,7 @@ int catcher_modem_log(const char* /*log_dir*/, const char* name) {
   if (is_legacy_diag_mdlog()) {
     property_set(kLegacyModemStateProp, "1");
   } else {
-    if (get_int_prop("sys.boot_completed", 0) == 0 && get_int_prop("vold.mounted", 0) == 0) {
+    if (get_int_prop("sys.boot_completed", 0) == 0 && get_int_prop(kMountedProp, 0) == 0) {
       sleep_ms(kStorageGraceMs);
     }
     property_set(kModemStateProp, "1");

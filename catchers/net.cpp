@@ -15,6 +15,8 @@
 #include "debuglog/logger_types.h"
 #include "debuglog/run.h"
 #include "debuglog/workers.h"
+#include "model/paths.h"
+#include "model/properties.h"
 #include "selflog/log.h"
 #include "selflog/props.h"
 #include "storage/shell.h"
@@ -76,7 +78,7 @@ static_assert(std::size(kSnapshot) == 33, "two snapshots are compared row by row
 
 // <dir>/<build's display id>-netlog.pcap.
 std::string capture_path(const char* dir) {
-  const std::string display_id = get_name_prop("ro.build.display.id", "zelka");
+  const std::string display_id = get_name_prop(kDisplayIdProp, "zelka");
   const size_t length = strlen(dir);
   const char* separator = length > 0 && dir[length - 1] == '/' ? "" : "/";
   return std::string(dir) + separator + display_id + "-netlog.pcap";
@@ -86,7 +88,7 @@ std::string capture_path(const char* dir) {
 [[noreturn]] void run_capture(const char* name, const std::string& path) {
   set_process_name(name);
   creat_file(path.c_str());
-  const ShellText command = ShellText("/system/bin/sh /system/etc/get_net_log.sh").target(path);
+  const ShellText command = ShellText(kShell).arg(kNetScript).target(path);
   if (command.size() < kPathSize) {
     run_shell(command);
   } else {

@@ -11,6 +11,7 @@
 #include "catchers/type_dir.h"
 #include "debuglog/logger_types.h"
 #include "debuglog/workers.h"
+#include "model/paths.h"
 #include "selflog/log.h"
 #include "selflog/props.h"
 #include "storage/shell.h"
@@ -44,7 +45,7 @@ void catcher_fg_log(const char* log_dir) {
   char dir[kPathSize];
   make_type_dir(dir, log_dir, "fg");
   // No slash in front: the shell is found from the daemon's working directory, which is "/".
-  const ShellText command = ShellText("system/bin/sh  /system/etc/fg_logs_start.sh").target(dir);
+  const ShellText command = ShellText("system/bin/sh ").arg(kFuelGaugeScript).target(dir);
   const pid_t pid = fork_worker(__func__);
   if (pid == -1) return;
   if (pid == 0) run_fg_script(command);
@@ -53,11 +54,11 @@ void catcher_fg_log(const char* log_dir) {
 }
 
 // Runs `script` with the run's directory and its power directory, which is made first.
-void run_power_script(FixedText script, const char* log_dir, const char* name) {
+void run_power_script(const char* script, const char* log_dir, const char* name) {
   char dir[kPathSize];
   format_cut(dir, "%s/%s", log_dir, name);
   creat_dir(dir);
-  run_tool(ShellText("/system/bin/sh ").raw(script).target(log_dir).target(dir));
+  run_tool(ShellText(kShell).arg(script).target(log_dir).target(dir));
 }
 
 }  // namespace
@@ -69,7 +70,7 @@ int start_power_log(const char* log_dir, const char* name) {
   catcher_fg_log(log_dir);
   run_tool("dumpsys power");
   run_tool("dumpsys alarm");
-  run_power_script("/system/etc/power_logs_start.sh", log_dir, name);
+  run_power_script(kPowerStartScript, log_dir, name);
   return 0;
 }
 
@@ -78,6 +79,6 @@ void stop_power_log(const char* log_dir) {
   if (!has_logger_type(kTypePower)) return;
   LOGD("stop power log");
   property_set(kPowerSaveProp, "0");
-  run_power_script("/system/etc/power_logs_stop.sh", log_dir, "power");
+  run_power_script(kPowerStopScript, log_dir, "power");
   write_power_switch("0");
 }

@@ -12,6 +12,7 @@
 #include "catchers/catchers.h"
 #include "debuglog/logger_types.h"
 #include "debuglog/workers.h"
+#include "model/properties.h"
 #include "selflog/log.h"
 #include "selflog/props.h"
 #include "storage/utils.h"
@@ -19,7 +20,6 @@
 namespace {
 
 constexpr char kLogSource[] = "commands";
-constexpr char kSystraceProp[] = "persist.sys.systrace.enable";
 constexpr int kStartCommand = 0;
 constexpr int kStopCommand = 2;
 constexpr int kAbstractSdk = 28;  // from this release on the service has no socket in /dev/socket
@@ -39,7 +39,7 @@ int connect_to_service(int sdk) {
 
 int sendSystraceSocket(int code) {
   LOGD("function invoked");
-  const int sdk = get_int_prop("ro.build.version.sdk", 0);
+  const int sdk = get_int_prop(kSdkProp, 0);
   for (int attempt = 0; attempt < kAttempts; attempt++) {
     const int fd = connect_to_service(sdk);
     if (fd < 0) {

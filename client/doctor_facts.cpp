@@ -10,13 +10,10 @@
 #include "client/processes.h"
 #include "client/runs.h"
 #include "client/session.h"
+#include "model/paths.h"
+#include "model/properties.h"
 
 namespace {
-
-constexpr const char* kEnable = "persist.sys.zklog.enable";
-constexpr const char* kTypes = "persist.sys.zklog.type";
-constexpr const char* kMounted = "vold.mounted";
-constexpr const char* kSelfLogSwitch = "persist.sys.logger.enable";
 
 constexpr size_t kSocketsLimit = 4 << 20;  // some 100 bytes for each socket of the phone
 
@@ -28,16 +25,16 @@ constexpr struct {
   const char* needed_for;
   const char* path;
 } kNeededFiles[] = {
-    {0,           "everything", "/system/bin/sh"},
-    {0,           "everything", "/system/bin/cp"},
-    {0,           "everything", "/system/bin/mv"},
-    {0,           "everything", "/system/bin/rm"},
-    {0,           "everything", "/system/bin/chmod"},
-    {kTypeMobile, "mobile",     "/system/bin/logcat"},
-    {kTypeNet,    "net",        "/system/etc/get_net_log.sh"},
-    {kTypePower,  "power",      "/system/etc/fg_logs_start.sh"},
-    {kTypePower,  "power",      "/system/etc/power_logs_start.sh"},
-    {kTypePower,  "power",      "/system/etc/power_logs_stop.sh"},
+    {0,           "everything", kShell},
+    {0,           "everything", kCpTool},
+    {0,           "everything", kMvTool},
+    {0,           "everything", kRmTool},
+    {0,           "everything", kChmodTool},
+    {kTypeMobile, "mobile",     kLogcat},
+    {kTypeNet,    "net",        kNetScript},
+    {kTypePower,  "power",      kFuelGaugeScript},
+    {kTypePower,  "power",      kPowerStartScript},
+    {kTypePower,  "power",      kPowerStopScript},
 };
 
 // clang-format on
@@ -110,10 +107,10 @@ HealthFacts read_health(const Environment& env, SteadyTime deadline) {
       std::chrono::steady_clock::now() - begin);
   facts.other = look_for_clients(env);
   facts.settings = read_settings(env);
-  facts.enable = env.property(kEnable, "off");
-  facts.type_text = env.property(kTypes, "");
-  facts.mounted = env.property(kMounted, "0");
-  facts.self_log = env.property(kSelfLogSwitch, "off").compare(0, 2, "on") == 0;
+  facts.enable = env.property(kEnableProp, "off");
+  facts.type_text = env.property(kTypeProp, "");
+  facts.mounted = env.property(kMountedProp, "0");
+  facts.self_log = env.property(kSelfLogProp, "off").compare(0, 2, "on") == 0;
   facts.volumes = read_volumes(env);
   for (const auto& row : kNeededFiles) {
     const bool wanted = row.types == 0 || (row.types & facts.settings.types) != 0;

@@ -7,15 +7,19 @@
 #include <sys/vfs.h>
 #include <unistd.h>
 
+#include <string_view>
+
+#include "model/paths.h"
 #include "protocol/protocol.h"
 
 namespace {
 
 constexpr const char* kProc = "/proc";
 constexpr const char* kProperties = "/dev/__properties__";
-constexpr const char* kStore = "/sdcard/zelkalog";
-constexpr const char* kWorking = "/data/misc/zelkalog";
-constexpr const char* kSelfLog = "/data/misc/zelkalog/.logger/harrowmossd.txt";
+
+std::string without_slash(std::string_view directory) {
+  return std::string(directory.substr(0, directory.size() - 1));
+}
 
 }  // namespace
 
@@ -57,8 +61,8 @@ Environment phone_environment() {
   env.err = stderr;
   env.progress = isatty(STDERR_FILENO) == 1;
   env.proc = kProc;
-  env.store = kStore;
-  env.working = kWorking;
-  env.self_log = kSelfLog;
+  env.store = without_slash(kStoreDir);
+  env.working = without_slash(kWorkingDir);
+  env.self_log = kSelfLogFile;
   return env;
 }

@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "client/files.h"
+#include "model/paths.h"
 #include "protocol/protocol.h"
 
 namespace {
@@ -38,9 +39,9 @@ constexpr WorkerRule kWorkerRules[] = {
     {Where::kCommand, "/ipc_logging/qrtr_", "mobile"},
     {Where::kCommand, "/.logger/kernel_pmic.txt", "kernel log"},
     // Scripts, and what they leave running: an orphan has lost the parent that tells its type.
-    {Where::kCommand, "/system/etc/get_net_log.sh", "net"},
+    {Where::kCommand, kNetScript, "net"},
     {Where::kCommand, "/system/etc/power_logs_", "power"},
-    {Where::kCommand, "/system/etc/fg_logs_start.sh", "power"},
+    {Where::kCommand, kFuelGaugeScript, "power"},
     {Where::kCommand, "/system/etc/watch_fd.sh", "mobile"},
 };
 

@@ -6,13 +6,13 @@
 #include "base/text.h"
 #include "client/files.h"
 #include "model/data_room.h"
+#include "model/paths.h"
+#include "model/properties.h"
 #include "model/tree_size.h"
 
 namespace {
 
-constexpr const char* kSequence = "persist.sys.zklog.dir_sequence";
 constexpr int64_t kMib = 1 << 20;
-constexpr const char* kData = "/data";
 
 OldestRun oldest_of(const std::string& root) {
   OldestRun oldest;
@@ -62,7 +62,7 @@ QuotaReport read_quota(const Environment& env) {
                                 preallocated_bytes(env.working)});
   const OldestRun store = oldest_of(env.store);
   const OldestRun working = oldest_of(env.working);
-  const int current = read_count(env.property(kSequence, "0"), INT_MAX - 1, 0);
+  const int current = read_count(env.property(kSequenceProp, "0"), INT_MAX - 1, 0);
   report.next = plan_eviction(store, working, current, report.settings.logging, -1).what;
   if (report.next == Eviction::kStoreRun) report.next_path = env.store + "/" + store.name;
   if (report.next == Eviction::kWorkingRun) report.next_path = env.working + "/" + working.name;

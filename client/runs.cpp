@@ -12,6 +12,7 @@
 #include "client/quota.h"
 #include "client/settings.h"
 #include "model/log_buffers.h"
+#include "model/properties.h"
 #include "protocol/protocol.h"
 
 namespace {
@@ -19,9 +20,7 @@ namespace {
 constexpr size_t kHeadLimit = 64;             // enough for logcat's opening line
 constexpr size_t kPropertiesLimit = 1 << 18;  // a phone's property list is about 60 KiB
 constexpr std::string_view kLogcatOpening = "--------- beginning of ";
-constexpr const char* kTypesKey = "persist.sys.zklog.type";
-constexpr std::initializer_list<const char*> kBuildKeys = {"ro.vendor.build.display.id",
-                                                           "ro.build.display.id"};
+constexpr std::initializer_list<const char*> kBuildKeys = {kVendorDisplayIdProp, kDisplayIdProp};
 constexpr std::string_view kDigits = "0123456789";
 
 // Logcat buffers, as they end the file names "<display id>-<buffer>.txt".
@@ -119,7 +118,7 @@ std::string listed_property(const std::string& list, const char* key) {
 
 void add_content(const std::string& directory, RunReport* run) {
   std::map<std::string, Generations> rotated;
-  const std::string types = property_of_lists(directory, {kTypesKey});
+  const std::string types = property_of_lists(directory, {kTypeProp});
   if (!run->types_known && !types.empty()) {
     run->types = atoi(types.c_str());
     run->types_known = true;

@@ -7,14 +7,16 @@
 #include <vector>
 
 #include "client/environment.h"
+#include "model/data_room.h"
+#include "model/paths.h"
 
 // Debug logging starts only when more bytes than these are free; both limits are checked.
 struct logging_threshold {
   const char* path;
   int64_t bytes;
 };
-inline constexpr logging_threshold kLoggingThresholds[] = {{"/sdcard", 64 << 20},
-                                                           {"/data", 128 << 20}};
+inline constexpr logging_threshold kLoggingThresholds[] = {{kSdcard, kSdcardReserve},
+                                                           {kData, kDataReserve}};
 
 struct VolumeReading {
   std::string path;

@@ -13,6 +13,8 @@
 #include "debuglog/run.h"
 #include "debuglog/settings.h"
 #include "feedback/feedback.h"
+#include "model/paths.h"
+#include "model/properties.h"
 #include "protocol/protocol.h"
 #include "selflog/log.h"
 #include "selflog/props.h"
@@ -25,8 +27,8 @@
 namespace {
 
 constexpr char kLogSource[] = "harrowmoss";
+constexpr char kMediaTraceDir[] = "/data/media/0/zelkalog/traces";
 constexpr char kFeedbackBaseDir[] = "/sdcard/Android/data/.harrowmoss/";
-constexpr char kTraceDir[] = "/data/local/traces";
 
 struct FreeText {
   void operator()(char* text) const { free(text); }
@@ -164,10 +166,10 @@ int do_get_build_id(const android::Parcel&, android::Parcel& reply) {
 int do_del_log(const android::Parcel&, android::Parcel&) {
   LOGD("function invoked");
   property_set(kSequenceProp, "0");
-  delete_dir("/sdcard/zelkalog/*");
-  delete_dir("/data/anr");
-  delete_dir("/data/misc/zelkalog/*");
-  delete_dir("/data/vendor/zelkalog/*");
+  delete_dir(kStoreContents);
+  delete_dir(kAnrDir);
+  delete_dir(kWorkingContents);
+  delete_dir(kVendorContents);
   remove_move_trees(kWorkingDir, nullptr);
   return 0;
 }
@@ -175,12 +177,12 @@ int do_del_log(const android::Parcel&, android::Parcel&) {
 int do_move_trace(const android::Parcel&, android::Parcel&) {
   LOGD("function invoked");
   create_store_dir_if_needed();
-  if (is_dir_exist("/sdcard/zelkalog/traces") != 0) creat_dir("/sdcard/zelkalog/traces");
-  if (is_dir_exist("/data/media/0/zelkalog/traces") != 0) {
+  if (is_dir_exist(kStoreTraceDir) != 0) creat_dir(kStoreTraceDir);
+  if (is_dir_exist(kMediaTraceDir) != 0) {
     LOGD("create traces dir");
-    creat_dir("/data/media/0/zelkalog/traces");
+    creat_dir(kMediaTraceDir);
   }
-  move_dir("/data/local/traces/*", "/sdcard/zelkalog/traces", nullptr);
+  move_dir(kTraceContents, kStoreTraceDir, nullptr);
   return 0;
 }
 
@@ -209,7 +211,6 @@ int do_copy_kernel_pmic(const android::Parcel& request, android::Parcel& reply) 
 }
 
 int do_get_boot_reason(const android::Parcel&, android::Parcel& reply) {
-  constexpr char kRebootProp[] = "sys.android.reboot";
   constexpr char kReasonProp[] = "sys.boot.reason";
   char props[256];
   format_cut(props, "%s:[%s]\n%s:[%s]", kRebootProp, get_string_prop(kRebootProp, "").c_str(),

@@ -21,6 +21,8 @@
 #include "debuglog/run.h"
 #include "debuglog/settings.h"
 #include "debuglog/workers.h"
+#include "model/paths.h"
+#include "model/properties.h"
 #include "protocol/protocol.h"
 #include "selflog/log.h"
 #include "selflog/props.h"
@@ -34,7 +36,6 @@
 namespace {
 
 constexpr char kLogSource[] = "harrowmoss";
-constexpr char kBootFailLog[] = "/cache/boot_fail.log";
 constexpr char kKernelLogFormat[] = "threadtime,usec";
 constexpr char kKernelLogBuffer[] = "kernel";
 constexpr int kKernelLogLines = 5000;
@@ -56,7 +57,7 @@ void protect_control_socket() {
 }
 
 void capture_boot_failure() {
-  if (get_string_prop("sys.android.reboot", "0")[0] != '1') return;
+  if (get_string_prop(kRebootProp, "0")[0] != '1') return;
   if (access(kBootFailLog, F_OK) == 0) return;
   run_tool(ShellText("/system/bin/vesk -v threadtime -b main -b events -b system -b crash -b radio "
                      "-b kernel -d -f")
@@ -66,7 +67,7 @@ void capture_boot_failure() {
 void init_systrace_state() {
   if (!is_logger_enabled()) return;
   if ((get_int_prop(kTypeProp, 0) & kTypeSystrace) == 0) return;
-  property_set("persist.sys.systrace.enable", "1");
+  property_set(kSystraceProp, "1");
   LOGD("manual set systrace prop");
 }
 
@@ -85,7 +86,7 @@ void start_monitor_thread() {
 [[noreturn]] void save_kernel_log() {
   alarm(kKernelLogSeconds);
   if (is_dir_exist(kSelfLogDir) < 0) creat_dir(kSelfLogDir);
-  ShellText command("/system/bin/rm");
+  ShellText command(kRmTool);
   command.arg(kKernelLog).raw("; ").raw(kLogcat).raw(" -d -v").arg(kKernelLogFormat);
   command.raw(" -t").arg(std::to_string(kKernelLogLines)).raw(" -b").arg(kKernelLogBuffer);
   command.raw(" -f").target(kKernelLog);
@@ -157,7 +158,7 @@ namespace {
 void prepare() {
   const ScopedSignalBlocker until_handled;
   protect_control_socket();
-  if (property_set("persist.sys.logger.enable", "on") != 0) {
+  if (property_set(kSelfLogProp, "on") != 0) {
     LOG_ANDROID(ANDROID_LOG_DEBUG, "logger, set LOGSYS_LOG_ENABLE on failed.");
   }
   s_harrowmossd_pid = getpid();

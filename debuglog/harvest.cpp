@@ -15,6 +15,7 @@
 #include "debuglog/modem_logger.h"
 #include "debuglog/run.h"
 #include "debuglog/vendor_moves.h"
+#include "model/properties.h"
 #include "selflog/log.h"
 #include "selflog/props.h"
 #include "storage/utils.h"

@@ -17,6 +17,7 @@
 #include "debuglog/workers.h"
 #include "model/log_buffers.h"
 #include "model/masks.h"
+#include "model/properties.h"
 #include "selflog/log.h"
 #include "selflog/logcat_file.h"
 #include "selflog/props.h"
@@ -165,7 +166,7 @@ void complete_files(const char* const* buffers, int count) {
   for (int i = 0; i < count; i++) {
     found += prepare_capture(dir.get(), directory, buffers[i], &files[found]) ? 1 : 0;
   }
-  const bool together = get_filesystem_size("/data") >= found * kDebugRotationBytes;
+  const bool together = get_filesystem_size(kData) >= found * kDebugRotationBytes;
   const int at_once = together ? found : 1;
   for (int first = 0; first < found; first += at_once) {
     if (monotonic_ms() >= deadline) {
@@ -199,7 +200,7 @@ void catcher_new_logcat_log(const char* buffer, const char* directory, const cha
 }  // namespace
 
 int build_logcat_file_name(const char* tag, char* path) {
-  const std::string display_id = get_name_prop("ro.vendor.build.display.id", "zelka");
+  const std::string display_id = get_name_prop(kVendorDisplayIdProp, "zelka");
   const size_t length = strlen(path);
   if (length == 0 || path[length - 1] != '/') append_or_abort(path, kPathSize, "/");
   append_or_abort(path, kPathSize, display_id.c_str());

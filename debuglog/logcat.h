@@ -5,8 +5,7 @@
 #include <sys/types.h>
 
 #include "model/log_buffers.h"
-
-constexpr char kLogcat[] = "/system/bin/logcat";
+#include "model/paths.h"
 
 // The debug logcats, a row for each of kLogBuffers.
 struct LogcatRow {

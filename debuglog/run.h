@@ -7,9 +7,6 @@
 #include <atomic>
 #include <string>
 
-// The path of the finished run, for vendor services. They may change it: read back only to sort the
-// wifi logs, and checked with is_stored_run().
-constexpr char kStorePathProp[] = "sys.harrowmossd.log_store_path";
 constexpr char kVendorRunsDir[] = "/data/vendor/zelkalog/common/";
 
 extern char s_log_store_path[256];        // /data/misc/zelkalog/<name>, without a slash at the end

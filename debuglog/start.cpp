@@ -13,6 +13,8 @@
 #include "debuglog/run.h"
 #include "debuglog/workers.h"
 #include "model/data_room.h"
+#include "model/paths.h"
+#include "model/properties.h"
 #include "selflog/log.h"
 #include "selflog/props.h"
 #include "selflog/self_logger.h"
@@ -23,8 +25,6 @@
 namespace {
 
 constexpr char kLogSource[] = "commands";
-constexpr char kSdcard[] = "/sdcard";
-constexpr char kData[] = "/data";
 constexpr int kBugreportTicks = 3000;  // of 100 ms: about 5 minutes
 
 // statfs(); false, logged, when it fails or reports no size.
@@ -82,14 +82,14 @@ int start_debug_log() {
   detail_avail_storage_space();
   const bool enabled = is_logger_enabled();
   const int32_t types = get_logger_types();
-  property_set("persist.bluetooth.btsnoopenable", "true");
+  property_set(kBtsnoopProp, "true");
   if (!enabled) return 0;
   loggersystem::startSelfLogCollector(&s_self_log_collector_pid);
   open_run();
   if ((types & kTypeExtendedLogcat) != 0) s_extended_logcat_count = true;
   start_types(types);
-  property_set("sys.zelka.fp.dump", "on");
-  property_set("sys.zelka.modemdump", "on");
+  property_set(kFingerprintDumpProp, "on");
+  property_set(kModemDumpProp, "on");
   catch_bugreport(true, s_log_store_path);
   return 0;
 }

@@ -106,7 +106,7 @@ EndedWorkers end_workers() {
 
 void move_runs() {
   LOGD_AS("stop_debug_log", "move all log start=%ld", static_cast<long>(time(nullptr)));
-  move_dir("/data/misc/zelkalog/*", kStoreDir, nullptr);
+  move_dir(kWorkingContents, kStoreDir, nullptr);
   LOGD_AS("stop_debug_log", "move all log end=%ld", static_cast<long>(time(nullptr)));
 }
 

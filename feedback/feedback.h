@@ -8,6 +8,8 @@
 #include <string_view>
 #include <vector>
 
+#include "model/paths.h"
+
 // A piece of a bundle. `get` collects it into the directory `dir`; a negative result ends the walk.
 struct FeedbackGetter {
   int32_t bit;
@@ -47,7 +49,6 @@ int get_minidump_log(const char* dir);
 
 // Dumps the six log buffers and the app's staging area into `dir`. 0, or -1 when it cannot fork.
 int get_general_log(const char* dir);
-constexpr char kGeneralDir[] = "/sdcard/Android/data/.harrowmoss/general/";
 
 // Ends the logcats of the general collection, waiting for each without bound, and deletes what they
 // wrote. Returns the result of the deletion.

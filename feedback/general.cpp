@@ -28,7 +28,6 @@ constexpr char kLogSource[] = "commands";
 constexpr int kDumpLines = 80000;
 constexpr int kDumpPollMs = 1000;
 constexpr int kDumpPolls = 6;
-constexpr char kAnrDir[] = "/data/anr/";
 constexpr int kTooManyTraces = 500;
 
 // Dump thread: the last lines of one buffer into <dir>/general.
@@ -115,8 +114,8 @@ int get_general_log(const char* dir) {
   LOGD("get general log");
   const std::string copied = place_of_copy(kGeneralDir, dir) + "/boot_fail.log";
   copy_dir(kGeneralDir, dir);
-  if (is_copied("/sdcard/Android/data/.harrowmoss/general/boot_fail.log", copied.c_str())) {
-    run_shell(ShellText("rm -f").removal("/sdcard/Android/data/.harrowmoss/general/boot_fail.log"));
+  if (is_copied(kStagedBootFailLog, copied.c_str())) {
+    run_shell(ShellText("rm -f").removal(kStagedBootFailLog));
   }
   const pid_t pid = fork_process(Group::kNew);
   if (pid == 0) dump_all_buffers(dir);

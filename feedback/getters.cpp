@@ -18,12 +18,8 @@
 namespace {
 
 constexpr char kLogSource[] = "commands";
-constexpr char kBootFailLog[] = "/cache/boot_fail.log";
-constexpr char kStagedBootFailLog[] = "/sdcard/Android/data/.harrowmoss/general/boot_fail.log";
 constexpr char kBluetoothLogs[] = "/data/misc/bluetooth/logs";
 constexpr char kBluetoothSnoops[] = "/data/misc/bluetooth/logs/snoops";
-constexpr char kPowerFeedbackDir[] = "/sdcard/Android/data/.harrowmoss/zklog/feedback/power/";
-constexpr char kExceptionDir[] = "/data/aee_exp/";
 constexpr char kMinidumpDoneProp[] = "sys.zelka.harrowmossd.action.mv_minidump_logs_done";
 constexpr int kMinidumpPolls = 25;  // of 100 ms
 
@@ -36,19 +32,19 @@ void copy_then_delete(const char* source, const char* target, const char* delete
 }
 
 int get_bootfail_log(const char* dir) {
-  copy_dir("/data/anr", dir);
+  copy_dir(kAnrDir, dir);
   LinkedMove move(kBootFailLog, kGeneralDir);
   if (move.prepare() == MoveWay::kStays) {
     LOGE("%s", move.refusal(kBootFailLog, kGeneralDir).c_str());
     return 0;
   }
-  run_shell(ShellText("mv /cache/boot_fail.log").target(kStagedBootFailLog));
+  run_shell(ShellText("mv").arg(kBootFailLog).target(kStagedBootFailLog));
   move.settle();
   return 0;
 }
 
 int get_pstore_log(const char* dir) {
-  return copy_dir2("/sys/fs/pstore", dir);
+  return copy_dir2(kPstoreDir, dir);
 }
 
 int log_only(const char* function) {
@@ -138,12 +134,9 @@ const char* feedback_destination_fault(int mask, const char* dir) {
     int32_t bits;
     const char* directory;  // is copied, deleted or cleared by these pieces
   } kSources[] = {
-      {kSelectGeneral, kGeneralDir},
-      {kSelectGeneral | kSelectAnr | kSelectBootfail, "/data/anr"},
-      {kSelectTombstone, "/data/tombstones"},
-      {kSelectPstore, "/sys/fs/pstore"},
-      {kSelectPower, kPowerFeedbackDir},
-      {kSelectExceptions, kExceptionDir},
+      {kSelectGeneral, kGeneralDir},      {kSelectGeneral | kSelectAnr | kSelectBootfail, kAnrDir},
+      {kSelectTombstone, kTombstoneDir},  {kSelectPstore, kPstoreDir},
+      {kSelectPower, kPowerFeedbackDir},  {kSelectExceptions, kExceptionDir},
       {kSelectBluetooth, kBluetoothLogs},
   };
   std::vector<std::string_view> selected;
@@ -156,11 +149,11 @@ const char* feedback_destination_fault(int mask, const char* dir) {
 }
 
 int get_tombstone_log(const char* dir) {
-  return copy_dir2("/data/tombstones", dir);
+  return copy_dir2(kTombstoneDir, dir);
 }
 
 int get_anr_log(const char* dir) {
-  return copy_dir2("/data/anr", dir);
+  return copy_dir2(kAnrDir, dir);
 }
 
 int get_bluetooth_log(const char* /*dir*/) {

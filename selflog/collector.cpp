@@ -12,6 +12,7 @@
 #include "base/scoped.h"
 #include "base/text.h"
 #include "base/thread.h"
+#include "model/properties.h"
 #include "selflog/log.h"
 #include "selflog/logcat_file.h"
 #include "selflog/props.h"
@@ -21,7 +22,6 @@
 namespace {
 
 constexpr char kLogSource[] = "utils";
-constexpr char kLogcat[] = "/system/bin/logcat";
 constexpr int kRefusedPauseMs = 2000;  // before the next attempt, which may find it gone
 constexpr char kOwnTags[] = "Harrowmoss harrowmoss harrowmossd";  // the app's, older ones, ours
 
@@ -81,7 +81,7 @@ bool trim_collector_file() {
 }  // namespace
 
 int loggersystem::startSelfLogCollector(std::atomic<int32_t>* pid) {
-  if (!is_prop_on("persist.sys.logger.enable", "off")) {
+  if (!is_prop_on(kSelfLogProp, "off")) {
     LOG_ANDROID(ANDROID_LOG_WARN, "not enabled self logger");
     return -1;
   }

@@ -4,9 +4,7 @@
 
 #include <string>
 
-// The debug logging switch and the logger type mask (decimal text, default "1": mobile).
-constexpr char kEnableProp[] = "persist.sys.zklog.enable";
-constexpr char kTypeProp[] = "persist.sys.zklog.type";
+#include "model/properties.h"
 
 // The integer that the value begins with. `def` is used for an unset or empty property; one that
 // takes more than 7 characters aborts.

@@ -17,6 +17,7 @@
 #include "base/scoped.h"
 #include "base/text.h"
 #include "base/text_writer.h"
+#include "model/properties.h"
 #include "selflog/log.h"
 
 namespace {
@@ -174,7 +175,7 @@ int loggersystem::logger(const char* fmt, ...) {
 
 int loggersystem::vlogger(const char* fmt, va_list args) {
   char enable[PROPERTY_VALUE_MAX];
-  property_get("persist.sys.logger.enable", enable, "off");
+  property_get(kSelfLogProp, enable, "off");
   if (!starts_with(enable, "on")) return -1;
   if (s_log_fd < 0 && !open_log()) return -1;
 
@@ -200,7 +201,7 @@ int loggersystem::logger_mkdir(const char* path) {
   if (length == 0 || buffer[length - 1] != '/') append_or_abort(buffer, "/");
   for (char* slash = strchr(buffer + 1, '/'); slash != nullptr; slash = strchr(slash + 1, '/')) {
     *slash = '\0';
-    const bool missing = strcmp(buffer, "/sdcard") != 0 && access(buffer, F_OK) != 0;
+    const bool missing = strcmp(buffer, kSdcard) != 0 && access(buffer, F_OK) != 0;
     if (missing && !make_store_directory(buffer)) return -1;
     *slash = '/';
   }

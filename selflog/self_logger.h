@@ -7,9 +7,7 @@
 
 #include <atomic>
 
-constexpr char kSelfLogDir[] = "/data/misc/zelkalog/.logger/";
-constexpr char kSelfLogFile[] = "/data/misc/zelkalog/.logger/harrowmossd.txt";
-constexpr char kCollectorFile[] = "/data/misc/zelkalog/.logger/harrowmoss.txt";
+#include "model/paths.h"
 
 namespace loggersystem {
 

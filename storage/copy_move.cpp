@@ -67,7 +67,7 @@ int bring_in_batches(const std::vector<const char*>& program, const std::vector<
                      const char* dst) {
   if (is_dir_exist(dst) != 0) return -1;  // the last name by itself would become `dst`
   const int result = run_in_batches(program, names, dst);
-  const char* const chmod[] = {"/system/bin/chmod", "-R", "777", dst, nullptr};
+  const char* const chmod[] = {kChmodTool, "-R", "777", dst, nullptr};
   const int given = run_program(chmod);
   return result != 0 ? result : given;
 }
@@ -208,7 +208,7 @@ int run_pattern_move(const char* src, const char* dst, const char* options) {
     clear.erase(std::remove_if(clear.begin(), clear.end(), is_gone), clear.end());
   }
   if (clear.empty()) return result;
-  std::vector<const char*> program = {"/system/bin/mv"};
+  std::vector<const char*> program = {kMvTool};
   if (*options != '\0') program.push_back(options);
   const int batches = bring_in_batches(program, clear, dst);
   LOGD_AS("move_dir", "%zu names of %s -> %s, ret=%d.", clear.size(), src, dst, batches);
@@ -234,7 +234,7 @@ int copy_dir(const char* src, const char* dst) {
   const std::vector<std::string> names = pattern_entries(src);
   const int result = run_shell(command);
   if (fit_one_command(names)) return result;
-  return bring_in_batches({"/system/bin/cp", "-a"}, names, dst);
+  return bring_in_batches({kCpTool, "-a"}, names, dst);
 }
 
 int copy_dir2(const char* src, const char* dst) {
@@ -261,7 +261,7 @@ int delete_dir(const char* pattern) {
   const bool fits = fit_one_command(pattern_entries(pattern));
   const int result = run_shell(command);
   if (fits) return result;
-  return run_in_batches({"/system/bin/rm", "-rf", "--"}, pattern_entries(pattern), nullptr);
+  return run_in_batches({kRmTool, "-rf", "--"}, pattern_entries(pattern), nullptr);
 }
 
 int remove_tree(const char* path) {
@@ -269,7 +269,7 @@ int remove_tree(const char* path) {
     LOGE("a link is in the way of %s", path);
     return -1;
   }
-  const char* const argv[] = {"/system/bin/rm", "-rf", "--", path, nullptr};
+  const char* const argv[] = {kRmTool, "-rf", "--", path, nullptr};
   return run_program(argv);
 }
 

@@ -13,19 +13,19 @@
 #include "base/beneath.h"
 #include "base/scoped.h"
 #include "base/text.h"
+#include "model/properties.h"
 #include "selflog/log.h"
 #include "storage/utils.h"
 
 namespace {
 
 constexpr char kLogSource[] = "utils";
-constexpr char kSdcard[] = "/sdcard";
 constexpr size_t kLatestFileSize = 4096;
 
 // Tells whether storage is ready for `path`, logging what it rests on.
 bool storage_usable(const char* path) {
   char mounted[PROPERTY_VALUE_MAX] = {};
-  property_get("vold.mounted", mounted, "0");
+  property_get(kMountedProp, mounted, "0");
   bool sdcard_usable = mounted[0] != '0';
   if (starts_with(path, kSdcard) && access(kSdcard, F_OK) != 0) sdcard_usable = false;
   if (checkDirPrefixAccess(path, kSdcard) == 1) {
@@ -33,14 +33,14 @@ bool storage_usable(const char* path) {
     sdcard_usable = true;
   }
   const bool data_usable =
-      checkDirPrefixAccess(path, "/data") == 1 || checkDirPrefixAccess(path, kWorkingDir) == 1;
+      checkDirPrefixAccess(path, kData) == 1 || checkDirPrefixAccess(path, kWorkingDir) == 1;
   if (data_usable) {
     LOGD_AS("creat_dir", "data access W ok. sdcard_prop = %s", mounted);
   } else if (!sdcard_usable) {
     LOGD_AS("creat_dir", "sdcard cannot access. sdcard_prop = %s", mounted);
     LOGW_AS("creat_dir",
             "%s is not made: vold.mounted tells of no shared storage, and %s is not writable", path,
-            starts_with(path, kSdcard) ? kSdcard : "/data");
+            starts_with(path, kSdcard) ? kSdcard : kData);
     return false;
   }
   return true;

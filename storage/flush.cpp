@@ -16,8 +16,7 @@
 
 namespace {
 
-constexpr char kSdcard[] = "/sdcard";
-constexpr const char* kSharedStorage[] = {kMediaStoreDir, "/data/media/0"};
+constexpr const char* kSharedStorage[] = {kMediaStoreDir, kMediaRoot};
 constexpr int kLookMs = 100;
 
 constexpr int kOpenFlags = O_RDONLY | O_NONBLOCK | O_CLOEXEC;

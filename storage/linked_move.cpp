@@ -21,7 +21,6 @@
 namespace {
 
 constexpr char kLogSource[] = "utils";
-constexpr char kMediaRoot[] = "/data/media/0";  // shared storage's place on /data
 constexpr int kMostSpareNames = 100;
 constexpr size_t kMostNamed = 8;  // leftovers in one line
 
@@ -31,9 +30,7 @@ struct Crossing {
   const char* to;
 };
 constexpr Crossing kCrossings[] = {
-    {"/data/misc/zelkalog", "/sdcard/zelkalog"},
-    {"/data/local/traces", "/sdcard/zelkalog/traces"},
-    {"/cache", "/sdcard/Android/data/.harrowmoss/general"},  // boot_fail.log
+    {kWorkingDir, kStoreDir}, {kTraceDir, kStoreTraceDir}, {"/cache", kGeneralDir},  // kBootFailLog
 };
 
 std::string linking(const std::string& name) {
@@ -54,8 +51,9 @@ std::string without_end_slashes(std::string path) {
 }
 
 bool is_crossing(const std::string& from, const std::string& to) {
-  return std::any_of(std::begin(kCrossings), std::end(kCrossings),
-                     [&](const Crossing& row) { return from == row.from && to == row.to; });
+  return std::any_of(std::begin(kCrossings), std::end(kCrossings), [&](const Crossing& row) {
+    return from == without_end_slashes(row.from) && to == without_end_slashes(row.to);
+  });
 }
 
 // Adds the names in the open directory that `wanted` accepts; false when they are not all.

@@ -12,6 +12,7 @@
 #include "base/beneath.h"
 #include "base/process.h"
 #include "base/scoped.h"
+#include "model/paths.h"
 #include "selflog/log.h"
 #include "storage/measure.h"
 #include "storage/size_monitor.h"
@@ -19,7 +20,6 @@
 namespace {
 
 constexpr char kLogSource[] = "utils";
-constexpr char kShell[] = "/system/bin/sh";
 constexpr char kPlainBytes[] =
     "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789._/@%+=:,#-";
 

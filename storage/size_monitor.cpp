@@ -18,6 +18,7 @@
 #include "base/text.h"
 #include "model/data_room.h"
 #include "model/masks.h"
+#include "model/properties.h"
 #include "selflog/log.h"
 #include "selflog/props.h"
 #include "storage/flush.h"
@@ -33,8 +34,6 @@ std::atomic<int32_t> s_logsize_monitor_pid{-1};
 namespace {
 
 constexpr char kLogSource[] = "utils";
-constexpr char kDeleteProp[] = "persist.sys.zelka.log.del";
-constexpr char kQuotaProp[] = "persist.sys.zelka.log.size";
 constexpr int kCycleMs = 5000;
 int32_t s_living_monitor_pid = -1;  // main process
 int (*s_stop_logging)() = nullptr;
@@ -67,8 +66,8 @@ Next deletion_done() {
 }
 
 void delete_trees() {
-  delete_dir("/sdcard/zelkalog/*");
-  delete_dir("/data/misc/zelkalog/*");
+  delete_dir(kStoreContents);
+  delete_dir(kWorkingContents);
   remove_move_trees(kWorkingDir, nullptr);
 }
 
@@ -133,7 +132,7 @@ Next rescue_data() {
     if (is_overruled(run)) return deletion_done();
   }
   delete_trees();
-  delete_dir("/data/vendor/zelkalog/*");
+  delete_dir(kVendorContents);
   if (restart && !is_overruled(run)) start_logging();
   return deletion_done();
 }
@@ -146,7 +145,7 @@ Next restart_logging() {
     return leave();
   }
   const std::string run = s_current_run();
-  delete_dir("/sdcard/zelkalog/*");
+  delete_dir(kStoreContents);
   s_stop_logging();
   sleep_ms(1000);
   if (is_overruled(run)) return deletion_done();
@@ -240,13 +239,13 @@ Next run_cycle(monitor_state* state) {
   const bool modem = has_logger_type(kTypeModem);
   const bool wifi = has_logger_type(kTypeWifi);
   // Logcats give back meanwhile what they have preallocated: it counts here or there.
-  const int64_t before = get_filesystem_size("/data");
+  const int64_t before = get_filesystem_size(kData);
   const int64_t preallocated = preallocated_by_captures();
   const SizeReading reading = {store,
                                common,
                                state->quota_gib,
                                modem || wifi,
-                               std::max(before, get_filesystem_size("/data")),
+                               std::max(before, get_filesystem_size(kData)),
                                preallocated};
   const SizeVerdict verdict = judge_sizes(reading);
   s_is_deleting = verdict.over_quota;

@@ -3,6 +3,8 @@
 #include <limits.h>
 #include <sys/vfs.h>
 
+#include "model/paths.h"
+#include "model/properties.h"
 #include "selflog/log.h"
 #include "selflog/props.h"
 #include "storage/utils.h"
@@ -20,8 +22,8 @@ void create_root(const char* path) {
 
 int create_store_dir_if_needed() {
   struct statfs info;
-  if (statfs("/sdcard", &info) != 0) return 0;  // shared storage is not mounted yet
-  if (is_dir_exist(kMediaStoreDir) != 0 && statfs("/data/media/0", &info) == 0) {
+  if (statfs(kSdcard, &info) != 0) return 0;  // shared storage is not mounted yet
+  if (is_dir_exist(kMediaStoreDir) != 0 && statfs(kMediaRoot, &info) == 0) {
     create_root(kMediaStoreDir);
   }
   if (is_dir_exist(kStoreDir) != 0) create_root(kStoreDir);

@@ -1,8 +1,6 @@
 // The two roots of finished runs, and the numbering of runs.
 #pragma once
 
-constexpr char kSequenceProp[] = "persist.sys.zklog.dir_sequence";
-
 // Makes "/data/media/0/zelkalog/" and "/sdcard/zelkalog/" when shared storage is mounted and they
 // are missing. Returns 0; failures show in what follows.
 int create_store_dir_if_needed();

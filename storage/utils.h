@@ -9,12 +9,7 @@
 #include <sys/types.h>
 
 #include "base/beneath.h"  // kSdcardOwner
-
-constexpr char kStoreDir[] = "/sdcard/zelkalog/";  // finished runs
-constexpr char kMediaStoreDir[] =
-    "/data/media/0/zelkalog/";                          // the same, through the data partition
-constexpr char kWorkingDir[] = "/data/misc/zelkalog/";  // the run being captured
-constexpr char kVendorDir[] = "/data/vendor/zelkalog/";
+#include "model/paths.h"
 
 // 0 when `path` opens as a directory, -1 otherwise and for null.
 int is_dir_exist(const char* path);

@@ -16,6 +16,7 @@
 #include "client/text.h"
 #include "client/view/capture_times.h"
 #include "client/view/page.h"
+#include "model/properties.h"
 #include "protocol/names.h"
 
 namespace {
@@ -23,9 +24,7 @@ namespace {
 constexpr size_t kPropertiesLimit = 1 << 18;
 constexpr log_stamp kZoneStep = 900 * kSecond;  // zones are whole quarters of an hour
 constexpr const char* kPropertyLists[] = {"system.prop", "system_stop.prop"};
-constexpr const char* kQuotaKey = "persist.sys.zelka.log.size";
-constexpr const char* kTypesKey = "persist.sys.zklog.type";
-constexpr const char* kBuildKeys[] = {"ro.vendor.build.display.id", "ro.build.display.id"};
+constexpr const char* kBuildKeys[] = {kVendorDisplayIdProp, kDisplayIdProp};
 
 // Files that are marks by lying there.
 constexpr struct {
@@ -70,7 +69,7 @@ void add_properties(const RunSource& source, RunPage* page, int32_t* types) {
   std::string quota;
   for (const char* list : kPropertyLists) {
     const std::string text = read_member(source, list);
-    const std::string mask = listed_property(text, kTypesKey);
+    const std::string mask = listed_property(text, kTypeProp);
     if (page->types.empty() && !mask.empty()) {
       *types = atoi(mask.c_str());
       page->types = mask_text(kLoggerTypeWords, *types);
@@ -78,7 +77,7 @@ void add_properties(const RunSource& source, RunPage* page, int32_t* types) {
     for (const char* key : kBuildKeys) {
       if (page->build.empty()) page->build = listed_property(text, key);
     }
-    if (quota.empty()) quota = listed_property(text, kQuotaKey);
+    if (quota.empty()) quota = listed_property(text, kQuotaProp);
   }
   if (quota.empty()) return;
   page->quota = quota + " GiB" + (shrinks_quota(*types) ? ", three quarters of it" : "");
