@@ -2,9 +2,9 @@
 #include <stdlib.h>
 
 #include "client/commands.h"
-#include "client/json.h"
-#include "client/requests.h"
-#include "client/text.h"
+#include "client/connection/requests.h"
+#include "client/support/json.h"
+#include "client/support/text.h"
 #include "model/version.h"
 
 namespace {

@@ -2,14 +2,14 @@
 
 #include <stdio.h>
 
-#include "client/doctor.h"
-#include "client/estimate.h"
-#include "client/local_commands.h"
+#include "client/connection/requests.h"
+#include "client/doctor/doctor.h"
 #include "client/merge/log_command.h"
-#include "client/pack.h"
-#include "client/quota.h"
-#include "client/requests.h"
-#include "client/run_check.h"
+#include "client/pack/pack.h"
+#include "client/runs/run_check.h"
+#include "client/space/estimate.h"
+#include "client/space/quota.h"
+#include "client/status/local_commands.h"
 #include "client/view/view_command.h"
 
 namespace {

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "client/environment.h"
+#include "client/support/environment.h"
 #include "protocol/protocol.h"
 
 struct invocation;

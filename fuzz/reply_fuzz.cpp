@@ -8,8 +8,8 @@
 #include <iterator>
 #include <string>
 
-#include "client/connection.h"
-#include "client/reply.h"
+#include "client/connection/connection.h"
+#include "client/connection/reply.h"
 #include "fuzz/require.h"
 
 namespace {

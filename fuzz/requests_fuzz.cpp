@@ -20,7 +20,7 @@
 #include <string_view>
 #include <vector>
 
-#include "client/reply.h"
+#include "client/connection/reply.h"
 #include "daemon/harrowmoss.h"
 #include "debuglog/workers.h"
 #include "fuzz/require.h"

@@ -1,7 +1,7 @@
 #include "client/merge/list.h"
 
-#include "client/json.h"
 #include "client/reader/run_files.h"
+#include "client/support/json.h"
 
 namespace {
 

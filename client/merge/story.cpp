@@ -4,7 +4,7 @@
 #include <iterator>
 
 #include "client/reader/self_log.h"
-#include "client/text.h"
+#include "client/support/text.h"
 
 namespace {
 

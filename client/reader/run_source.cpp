@@ -14,10 +14,10 @@
 #include <set>
 #include <string_view>
 
-#include "client/child.h"
-#include "client/files.h"
-#include "client/runs.h"
-#include "client/settings.h"
+#include "client/runs/runs.h"
+#include "client/support/child.h"
+#include "client/support/files.h"
+#include "client/support/settings.h"
 
 namespace {
 

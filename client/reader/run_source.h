@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "base/scoped.h"
-#include "client/environment.h"
 #include "client/reader/run_files.h"
+#include "client/support/environment.h"
 
 struct RunSource {
   std::string name;                 // of the run, of another directory, or of the archive

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "client/json.h"
+#include "client/support/json.h"
 
 namespace {
 

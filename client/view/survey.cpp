@@ -4,7 +4,7 @@
 
 #include "client/merge/story.h"
 #include "client/reader/run_files.h"
-#include "client/text.h"
+#include "client/support/text.h"
 
 namespace {
 

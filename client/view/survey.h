@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "client/merge/merge.h"
-#include "client/run_check.h"
+#include "client/runs/run_check.h"
 
 // Lines of one interval.
 struct IntervalCounts {

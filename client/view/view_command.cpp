@@ -8,12 +8,12 @@
 
 #include <algorithm>
 
-#include "client/json.h"
 #include "client/merge/log_command.h"
-#include "client/run_check.h"
-#include "client/runs.h"
-#include "client/settings.h"
-#include "client/text.h"
+#include "client/runs/run_check.h"
+#include "client/runs/runs.h"
+#include "client/support/json.h"
+#include "client/support/settings.h"
+#include "client/support/text.h"
 #include "client/view/capture_times.h"
 #include "client/view/page.h"
 #include "model/properties.h"

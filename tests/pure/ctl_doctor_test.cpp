@@ -1,6 +1,6 @@
 // `doctor`: each finding from values, and the facts from a phone's tree.
 
-#include "client/doctor.h"
+#include "client/doctor/doctor.h"
 #include "tests/pure/ctl_support.h"
 
 namespace {

@@ -1,10 +1,10 @@
 // What harrowmossctl finds out without the daemon: processes, settings, runs, and the self log.
 #include <unistd.h>
 
-#include "client/processes.h"
-#include "client/progress.h"
-#include "client/runs.h"
-#include "client/settings.h"
+#include "client/connection/progress.h"
+#include "client/runs/runs.h"
+#include "client/support/processes.h"
+#include "client/support/settings.h"
 #include "tests/pure/ctl_support.h"
 
 namespace {

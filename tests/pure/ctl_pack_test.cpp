@@ -1,8 +1,8 @@
 // `pack`, `check` and `feedback --estimate` as functions over values.
 #include <sys/stat.h>
 
-#include "client/manifest.h"
-#include "client/run_check.h"
+#include "client/pack/manifest.h"
+#include "client/runs/run_check.h"
 #include "model/version.h"
 #include "tests/pure/ctl_support.h"
 

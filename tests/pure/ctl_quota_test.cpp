@@ -2,7 +2,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "client/quota.h"
+#include "client/space/quota.h"
 #include "model/tree_size.h"
 #include "phone/util.h"
 #include "tests/pure/ctl_support.h"

@@ -7,7 +7,7 @@
 
 #include <thread>
 
-#include "client/connection.h"
+#include "client/connection/connection.h"
 #include "tests/pure/ctl_support.h"
 
 namespace {

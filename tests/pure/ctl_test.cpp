@@ -4,10 +4,10 @@
 
 #include <nlohmann/json.hpp>
 
-#include "client/json.h"
-#include "client/reply.h"
-#include "client/requests.h"
-#include "client/text.h"
+#include "client/connection/reply.h"
+#include "client/connection/requests.h"
+#include "client/support/json.h"
+#include "client/support/text.h"
 #include "tests/pure/ctl_support.h"
 
 namespace {

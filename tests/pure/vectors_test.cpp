@@ -3,7 +3,7 @@
 
 #include <set>
 
-#include "client/reply.h"
+#include "client/connection/reply.h"
 #include "protocol/encode.h"
 #include "tests/pure/ctl_support.h"
 

@@ -1,0 +1,189 @@
+#include "client/space/estimate.h"
+
+#include <stdio.h>
+#include <sys/stat.h>
+
+#include <set>
+
+#include "client/connection/connection.h"
+#include "client/connection/requests.h"
+#include "client/space/quota.h"
+#include "client/support/child.h"
+#include "client/support/files.h"
+#include "client/support/json.h"
+#include "client/support/text.h"
+#include "client/support/volume.h"
+#include "model/data_room.h"
+#include "model/log_buffers.h"
+#include "protocol/names.h"
+
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr const char* kLogcat = "/system/bin/logcat";
+constexpr const char* kGetprop = "/system/bin/getprop";
+constexpr const char* kDumpLines = "80000";  // of each buffer, as the daemon takes them
+constexpr milliseconds kDumpLimit{7000};     // what the daemon gives all dumps together
+constexpr milliseconds kGetpropLimit{2000};
+constexpr int64_t kReportBytes = 16 << 10;  // the device report and logcat's statistics, generously
+constexpr const char* kExceptionDir = "/data/aee_exp";
+constexpr const char* kExceptionWord = "fatal";
+
+// clang-format off
+
+// What a selection copies to the destination.
+constexpr struct {
+  int32_t bit;
+  const char* directory;  // "" when nothing that can be measured
+  const char* note;
+} kSources[] = {
+    {kSelectBootfail, "/data/anr", "the boot-failure log moves to the staging area"},
+    {kSelectGeneral, "/sdcard/Android/data/.harrowmoss/general", "the staging area and the log buffers of now"},
+    {kSelectTombstone, "/data/tombstones", ""},
+    {kSelectAnr, "/data/anr", ""},
+    {kSelectPstore, "/sys/fs/pstore", ""},
+    {kSelectPower, "/sdcard/Android/data/.harrowmoss/zklog/feedback/power", "and what the platform's script adds"},
+    {kSelectExceptions, "", "the newest fatal entry of /data/aee_exp"},
+    {kSelectBluetooth, "", "moves to /data/misc/zelkalog/btlog, not to the bundle"},
+    {kSelectMinidump, "", "what the vendor service moves is not known before"},
+};
+
+// clang-format on
+
+int64_t dumped_bytes(const Environment& env, int64_t block, std::string* note) {
+  const SteadyTime deadline = after(kDumpLimit);
+  int64_t total = 0;
+  for (const char* buffer : kLogBuffers) {
+    int64_t bytes = 0;
+    const auto left =
+        std::chrono::duration_cast<milliseconds>(deadline - std::chrono::steady_clock::now());
+    ChildSetup setup = {
+        {env.root + kLogcat, "-d", "-v", "threadtime,usec", "-t", kDumpLines, "-b", buffer}};
+    setup.quiet = true;
+    const int status = read_child(
+        setup, left, [&](std::string_view text) { bytes += static_cast<int64_t>(text.size()); });
+    if (status != 0)
+      *note += std::string(note->empty() ? "" : "; ") + buffer + " could not be dumped";
+    total += round_up(bytes, block);
+  }
+  return total;
+}
+
+// The entry of /data/aee_exp that would be copied; "" when there is none.
+std::string newest_exception(const Environment& env) {
+  const std::string directory = env.root + kExceptionDir;
+  std::string newest;
+  time_t newest_time = 0;
+  for (const std::string& name : list_directory(directory)) {
+    struct stat info;
+    if (name.find(kExceptionWord) == std::string::npos) continue;
+    if (stat((directory + "/" + name).c_str(), &info) != 0) continue;
+    if (!newest.empty() && info.st_mtime <= newest_time) continue;
+    newest = directory + "/" + name;
+    newest_time = info.st_mtime;
+  }
+  return newest;
+}
+
+int64_t property_bytes(const Environment& env, int64_t block) {
+  int64_t bytes = 0;
+  ChildSetup setup = {{env.root + kGetprop}};
+  setup.quiet = true;
+  read_child(setup, kGetpropLimit,
+             [&](std::string_view text) { bytes += static_cast<int64_t>(text.size()); });
+  return round_up(bytes, block) + round_up(kReportBytes, block);
+}
+
+const char* room_text(bool enough) {
+  return enough ? "room enough" : "no room";
+}
+
+bool fits(const EstimateReport& report) {
+  return !report.known ||
+         copy_fits(report.wanted, report.available, report.on_data, report.preallocated);
+}
+
+}  // namespace
+
+EstimateReport estimate_bundle(const Environment& env, int32_t mask,
+                               const std::string& destination) {
+  EstimateReport report;
+  report.destination = destination;
+  VolumeSpace space;
+  const std::string place = existing_parent(env.root + destination);
+  report.known = env.space(place, &space);
+  report.available = space.available;
+  report.on_data = lies_on_data(place, env.root);
+  report.preallocated = preallocated_bytes(env.working);
+  std::set<std::string> counted;
+  for (const NamedBit& selection : kFeedbackNames) {
+    if ((selection.mask & mask) == 0) continue;
+    EstimateRow row = {selection.name, 0, ""};
+    for (const auto& source : kSources) {
+      if (source.bit != selection.mask) continue;
+      row.note = source.note;
+      std::string path = *source.directory == '\0' ? "" : env.root + source.directory;
+      if (source.bit == kSelectExceptions) path = newest_exception(env);
+      if (!path.empty()) row.bytes = copy_bytes(path, space.block);
+      const bool again = !path.empty() && !counted.insert(path).second;
+      if (again) row.note = "the same files as above, counted once";
+      if (!again) report.wanted += row.bytes;
+    }
+    if (selection.mask == kSelectGeneral) {
+      const int64_t dumps = dumped_bytes(env, space.block, &row.note);
+      row.bytes += dumps;
+      report.wanted += dumps;
+    }
+    report.rows.push_back(row);
+  }
+  report.rows.push_back({"properties", property_bytes(env, space.block), "in every bundle"});
+  report.wanted += report.rows.back().bytes;
+  return report;
+}
+
+std::string estimate_text(const EstimateReport& report) {
+  std::string text;
+  for (const EstimateRow& row : report.rows) {
+    char head[64];
+    snprintf(head, sizeof head, "%-13s %12lld  ", row.name.c_str(),
+             static_cast<long long>(row.bytes));
+    text += head + row.note + "\n";
+  }
+  for (size_t blank; (blank = text.find(" \n")) != std::string::npos;) text.erase(blank, 1);
+  if (!report.known) {
+    return text + printable(report.destination) + ": " + std::to_string(report.wanted) +
+           " bytes wanted, free bytes unknown\n";
+  }
+  return text + room_text(fits(report)) + ": " +
+         printable(space_text(report.destination, report.wanted, report.available)) +
+         (report.on_data ? ", " + size_text(kDataReserve) + " of them to be left" : "") + "\n";
+}
+
+std::string estimate_json(const EstimateReport& report) {
+  JsonWriter json;
+  json.begin_object().member("command", "feedback").key("estimate").begin_array();
+  for (const EstimateRow& row : report.rows) {
+    json.begin_object().member("name", row.name).member("bytes", row.bytes);
+    json.member("note", row.note).end_object();
+  }
+  json.end_array().member("path", report.destination).member("wanted", report.wanted);
+  json.key("free");
+  report.known ? json.number(report.available) : json.null();
+  json.member("reserve", report.on_data ? kDataReserve : 0);
+  return json.flag("enough", fits(report)).end_object().text() + "\n";
+}
+
+int run_feedback(const invocation& call, Environment& env) {
+  if (!call.estimate) return run_request(call, env);
+  int32_t mask = 0;
+  std::string error;
+  if (call.select.empty()) error = "say what to collect: --select general,tombstone,...";
+  if (error.empty() && parse_mask(kFeedbackWords, call.select, &mask, &error)) {
+    error = check_destination(call.arguments[0]);
+  }
+  if (!error.empty()) return fail(call, env, kExitUsage, error);
+  const EstimateReport report = estimate_bundle(env, mask, call.arguments[0]);
+  fputs((call.json ? estimate_json(report) : estimate_text(report)).c_str(), env.out);
+  return fits(report) ? kExitOk : kExitFailed;
+}

@@ -1,0 +1,27 @@
+// What `status` tells, from properties, /proc and directory sizes; the daemon is not disturbed.
+#pragma once
+
+#include <stdint.h>
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+#include "client/support/environment.h"
+#include "client/support/processes.h"
+#include "client/support/settings.h"
+
+struct status_report {
+  LoggingSettings settings;  // what is wanted; what really runs is in `workers`
+  std::string working_dir;   // where the latest run is captured, "" before the first
+  int64_t working_bytes = 0;
+  int64_t used_bytes = 0;  // all runs, finished or not: what counts against the quota
+  pid_t daemon = 0;        // 0: does not run
+  pid_t size_monitor = 0;
+  std::vector<Worker> workers;  // without the size monitor itself
+};
+
+status_report read_status(const Environment& env);
+
+std::string status_text(const status_report& report);
+std::string status_json(const status_report& report);
