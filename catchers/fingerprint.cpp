@@ -13,6 +13,7 @@
 #include "catchers/type_dir.h"
 #include "debuglog/run.h"
 #include "debuglog/workers.h"
+#include "model/process_names.h"
 #include "selflog/log.h"
 #include "selflog/props.h"
 #include "storage/shell.h"
@@ -41,7 +42,7 @@ pid_t get_fingerprint_log(const char* out_dir, const char* source, const char* f
   }
   if (pid == 0) {
     LOGE("command=%s,getpid=%d", command.c_str(), getpid());
-    exec_shell("sh", "harrowmossd-fp", command);
+    exec_shell("sh", kFingerprintShell, command);
     perror("execlp error");
     end_process(0);
   }

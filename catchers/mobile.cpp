@@ -17,6 +17,7 @@
 #include "feedback/feedback.h"
 #include "model/log_buffers.h"
 #include "model/paths.h"
+#include "model/process_names.h"
 #include "model/properties.h"
 #include "selflog/log.h"
 #include "selflog/props.h"
@@ -55,7 +56,7 @@ void catcher_watch_fd_log(const char* dir) {
                                 .target(std::string(fd_dir) + "/fd_log.txt");
   const pid_t pid = fork_process_keeping_fd(Group::kNew);
   if (pid == 0) {
-    exec_shell(kShell, "debug/vesk", command);
+    exec_shell(kShell, kMobileShell, command);
     return;  // there is no shell: goes on as a stray child
   }
   if (pid == -1) {

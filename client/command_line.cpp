@@ -11,7 +11,7 @@ namespace {
 
 constexpr double kTimeoutMax = 86400;  // seconds; a day
 
-bool parse_timeout(const std::string& text, invocation* call, std::string* error) {
+bool parse_timeout(const std::string& text, Invocation* call, std::string* error) {
   char* end = nullptr;
   const double seconds = strtod(text.c_str(), &end);
   const bool number = !text.empty() && *end == '\0' && isfinite(seconds);
@@ -25,36 +25,36 @@ bool parse_timeout(const std::string& text, invocation* call, std::string* error
 
 constexpr struct {
   const char* name;
-  bool invocation::*field;
+  bool Invocation::*field;
 } kSwitches[] = {
-    {"--json", &invocation::json},         {"--dry-run", &invocation::dry_run},
-    {"--yes", &invocation::yes},           {"--progress", &invocation::progress},
-    {"--help", &invocation::help},         {"-h", &invocation::help},
-    {"--estimate", &invocation::estimate}, {"-E", &invocation::extended},
-    {"--count", &invocation::count},       {"--follow", &invocation::follow},
-    {"--view", &invocation::view},         {"--version", &invocation::version},
+    {"--json", &Invocation::json},         {"--dry-run", &Invocation::dry_run},
+    {"--yes", &Invocation::yes},           {"--progress", &Invocation::progress},
+    {"--help", &Invocation::help},         {"-h", &Invocation::help},
+    {"--estimate", &Invocation::estimate}, {"-E", &Invocation::extended},
+    {"--count", &Invocation::count},       {"--follow", &Invocation::follow},
+    {"--view", &Invocation::view},         {"--version", &Invocation::version},
 };
 
 // Options with a value behind them or behind "=".
 constexpr struct {
   const char* name;
-  std::string invocation::*field;  // null: --timeout, which is a number
+  std::string Invocation::*field;  // null: --timeout, which is a number
 } kValues[] = {
     {"--timeout", nullptr},
-    {"--select", &invocation::select},
-    {"--output", &invocation::output},
-    {"-o", &invocation::output},
-    {"--since", &invocation::since},
-    {"--until", &invocation::until},
-    {"--around", &invocation::around},
-    {"--buffer", &invocation::buffer},
-    {"--tag", &invocation::tag},
-    {"--level", &invocation::level},
-    {"--pid", &invocation::pid},
-    {"--grep", &invocation::grep},
+    {"--select", &Invocation::select},
+    {"--output", &Invocation::output},
+    {"-o", &Invocation::output},
+    {"--since", &Invocation::since},
+    {"--until", &Invocation::until},
+    {"--around", &Invocation::around},
+    {"--buffer", &Invocation::buffer},
+    {"--tag", &Invocation::tag},
+    {"--level", &Invocation::level},
+    {"--pid", &Invocation::pid},
+    {"--grep", &Invocation::grep},
 };
 
-bool set_switch(const std::string& word, invocation* call) {
+bool set_switch(const std::string& word, Invocation* call) {
   for (const auto& row : kSwitches) {
     if (word != row.name) continue;
     call->*row.field = true;
@@ -64,7 +64,7 @@ bool set_switch(const std::string& word, invocation* call) {
 }
 
 // Reads the option in words[*at], and its value, which may be the next word.
-bool read_value(const std::vector<std::string>& words, size_t* at, invocation* call,
+bool read_value(const std::vector<std::string>& words, size_t* at, Invocation* call,
                 std::string* error) {
   const std::string& word = words[*at];
   const size_t equals = word.find('=');
@@ -90,7 +90,7 @@ bool read_value(const std::vector<std::string>& words, size_t* at, invocation* c
 }
 
 // Splits the words into options, the command's name, and its arguments.
-bool split_words(const std::vector<std::string>& words, invocation* call, std::string* name,
+bool split_words(const std::vector<std::string>& words, Invocation* call, std::string* name,
                  std::string* error) {
   bool options = true;
   for (size_t i = 0; i < words.size(); i++) {
@@ -106,7 +106,7 @@ bool split_words(const std::vector<std::string>& words, invocation* call, std::s
   return true;
 }
 
-std::string wrong_use(const invocation& call) {
+std::string wrong_use(const Invocation& call) {
   const Command& what = *call.what;
   const size_t count = call.arguments.size();
   if (count < what.min_arguments || count > what.max_arguments) {
@@ -114,8 +114,8 @@ std::string wrong_use(const invocation& call) {
   }
   bool lines = call.extended || call.count || call.follow;
   for (const auto field :
-       {&invocation::since, &invocation::until, &invocation::around, &invocation::buffer,
-        &invocation::tag, &invocation::level, &invocation::pid, &invocation::grep}) {
+       {&Invocation::since, &Invocation::until, &Invocation::around, &Invocation::buffer,
+        &Invocation::tag, &Invocation::level, &Invocation::pid, &Invocation::grep}) {
     lines = lines || !(call.*field).empty();
   }
   const struct {
@@ -137,7 +137,7 @@ std::string wrong_use(const invocation& call) {
 }
 
 // "" when the command may be run, else what it would do without --yes.
-std::string missing_consent(const invocation& call, const Environment& env) {
+std::string missing_consent(const Invocation& call, const Environment& env) {
   const Command& what = *call.what;
   if (!what.dangerous || call.yes || call.dry_run) return "";
   const std::string loss = loss_while_logging(what.request, env);
@@ -145,7 +145,7 @@ std::string missing_consent(const invocation& call, const Environment& env) {
          "; say --yes if that is what you want";
 }
 
-int show_version(const invocation& call, Environment& env) {
+int show_version(const Invocation& call, Environment& env) {
   const bool json = call.json;
   fprintf(env.out, "%s%s%s\n", json ? "{\"version\":\"" : "harrowmossctl ", kReleaseVersion,
           json ? "\"}" : "");
@@ -154,7 +154,7 @@ int show_version(const invocation& call, Environment& env) {
 
 }  // namespace
 
-bool parse_command_line(const std::vector<std::string>& words, invocation* call,
+bool parse_command_line(const std::vector<std::string>& words, Invocation* call,
                         std::string* error) {
   std::string name;
   if (!split_words(words, call, &name, error)) return false;
@@ -173,7 +173,7 @@ bool parse_command_line(const std::vector<std::string>& words, invocation* call,
   return error->empty();
 }
 
-int fail(const invocation& call, Environment& env, ExitCode code, const std::string& text) {
+int fail(const Invocation& call, Environment& env, ExitCode code, const std::string& text) {
   fprintf(env.err, "harrowmossctl: %s\n", printable(text).c_str());
   if (call.json) {
     JsonWriter json;
@@ -185,21 +185,8 @@ int fail(const invocation& call, Environment& env, ExitCode code, const std::str
   return code;
 }
 
-int show_help(const invocation& call, const Command* about, Environment& env) {
-  const std::string help = about == nullptr ? general_help() : command_help(*about);
-  if (!call.json) {
-    fputs(help.c_str(), env.out);
-    return kExitOk;
-  }
-  JsonWriter json;
-  json.begin_object().member("command", "help").key("about");
-  about == nullptr ? json.null() : json.string(about->name);
-  fprintf(env.out, "%s\n", json.member("text", help).end_object().text().c_str());
-  return kExitOk;
-}
-
 int run_client(const std::vector<std::string>& words, Environment& env) {
-  invocation call;
+  Invocation call;
   std::string error;
   if (!parse_command_line(words, &call, &error)) return fail(call, env, kExitUsage, error);
   if (call.help) return show_help(call, call.what, env);

@@ -1,15 +1,15 @@
 #include "client/commands.h"
 
-#include <stdio.h>
-
 #include "client/connection/requests.h"
 #include "client/doctor/doctor.h"
 #include "client/merge/log_command.h"
 #include "client/pack/pack.h"
 #include "client/runs/run_check.h"
+#include "client/runs/runs.h"
 #include "client/space/estimate.h"
 #include "client/space/quota.h"
-#include "client/status/local_commands.h"
+#include "client/status/status.h"
+#include "client/status/types.h"
 #include "client/view/view_command.h"
 
 namespace {
@@ -19,7 +19,7 @@ constexpr int kQuick = 10;   // queries
 constexpr int kCopy = 120;   // feedback and copies: bounded collectors, but copies of any size
 constexpr int kStop = 540;   // closing bug report (300), workers (3.1 each), vendor moves, the move
 constexpr int kStart = 960;  // opening bug report, starts, and a whole stop when types change
-constexpr int kLocal = 0;
+constexpr int kLocal = 0;    // the daemon is not asked
 
 constexpr unsigned kForFeedback = kTakesDryRun | kTakesSelect | kTakesEstimate;
 
@@ -27,10 +27,12 @@ constexpr const RequestName* request(int32_t code) {
   return &kRequestNames[code - 1];
 }
 
+}  // namespace
+
 // clang-format off
 
 // name, arguments, min, max, time-out, dangerous, options, request, function, summary, details
-constexpr Command kCommands[] = {
+constexpr Command kCommands[kCommandCount] = {
     {"status", "", 0, 0, kLocal, false, kTakesNone, nullptr, run_status,
      "what is captured, where, and by which processes",
      "Reads properties, /proc and directory sizes only; the daemon is not disturbed, so it works while\n"
@@ -121,57 +123,11 @@ constexpr Command kCommands[] = {
 };
 
 // clang-format on
-
-}  // namespace
+static_assert(kCommands[kCommandCount - 1].name != nullptr, "kCommandCount is too large");
 
 const Command* find_command(const std::string& name) {
   for (const Command& row : kCommands) {
     if (name == row.name) return &row;
   }
   return nullptr;
-}
-
-std::string general_help() {
-  std::string text =
-      "usage: harrowmossctl [OPTIONS] COMMAND [ARGUMENTS]\n\n"
-      "Talks to the diagnostic log daemon of this phone.\n\nCommands:\n";
-  for (const Command& row : kCommands) {
-    char line[160];
-    const std::string usage = std::string(row.name) + " " + row.arguments;
-    snprintf(line, sizeof line, "  %-33s %s\n", usage.c_str(), row.summary);
-    text += line;
-  }
-  return text +
-         "\nOptions:\n"
-         "  --json              one JSON object instead of text\n"
-         "  --timeout SECONDS   wait so long for the answer (queries 10, copies 120, stop 540, "
-         "start "
-         "960)\n"
-         "  --dry-run           show the request's bytes and what they mean; send nothing\n"
-         "  --yes               do what can destroy something\n"
-         "  --progress          show the daemon's steps also when this is no terminal\n"
-         "  --select LIST       what `feedback` collects\n"
-         "  --estimate          show what `feedback` would take; send nothing\n"
-         "  -o, --output FILE   where `pack` and `view` write to; - is standard output\n"
-         "  --view              `pack` adds the page of `view`\n"
-         "  --since, --until, --around, --buffer, --tag, --level, --pid, --grep, -E, --count, "
-         "--follow\n"
-         "                      which lines `log` shows; see harrowmossctl help log\n"
-         "  -h, --help          this, or the help of the command\n"
-         "  --version           the version of harrowmossctl\n"
-         "\nExit codes: 0 ok, 1 the daemon reports failure or something is wrong, 2 usage, 3 "
-         "cannot connect,\n"
-         "4 timed out or busy with another client, 5 bad reply.\n"
-         "\nExample: harrowmossctl start mobile,net; harrowmossctl status; harrowmossctl stop\n";
-}
-
-std::string command_help(const Command& what) {
-  std::string text = std::string("usage: harrowmossctl ") + what.name;
-  if (*what.arguments != '\0') text += std::string(" ") + what.arguments;
-  text += std::string("\n\n") + what.summary + "\n" + what.details;
-  if (what.dangerous) text += "Wants --yes.\n";
-  if (what.timeout_s != kLocal) {
-    text += "Waits " + std::to_string(what.timeout_s) + " s for the daemon; see --timeout.\n";
-  }
-  return text;
 }

@@ -10,7 +10,7 @@
 #include "client/support/environment.h"
 #include "protocol/protocol.h"
 
-struct invocation;
+struct Invocation;
 
 // Options that only some commands take.
 enum CommandOption : unsigned {
@@ -32,13 +32,13 @@ struct Command {
   bool dangerous;              // destroys or may harm something: wants --yes
   unsigned options;            // CommandOption
   const RequestName* request;  // what is sent; null when nothing, or nothing fixed
-  int (*run)(const invocation& call, Environment& env);  // an ExitCode
+  int (*run)(const Invocation& call, Environment& env);  // an ExitCode
   const char* summary;                                   // one line
   const char* details;  // the rest of its help; "" when there is none
 };
 
 // One command line, understood.
-struct invocation {
+struct Invocation {
   const Command* what = nullptr;  // null only when `help` is set
   std::vector<std::string> arguments;
   std::string select;                                               // --select, "" when not given
@@ -60,20 +60,23 @@ struct invocation {
 
 // Reads the words behind the program's name. False and one line in `error` for anything that is not
 // understood and a wrong number of arguments.
-bool parse_command_line(const std::vector<std::string>& words, invocation* call,
+bool parse_command_line(const std::vector<std::string>& words, Invocation* call,
                         std::string* error);
+
+constexpr size_t kCommandCount = 27;
+extern const Command kCommands[kCommandCount];  // in the order of the help
 
 // The row of that name, or null.
 const Command* find_command(const std::string& name);
 
-std::string general_help();
-std::string command_help(const Command& what);
-
 // Prints the help of `about`, or the general one when it is null; with --json as an object's text.
-int show_help(const invocation& call, const Command* about, Environment& env);
+int show_help(const Invocation& call, const Command* about, Environment& env);
+
+// `help`.
+int run_help(const Invocation& call, Environment& env);
 
 // The whole program without main(): reads `words`, runs the command, returns the exit code.
 int run_client(const std::vector<std::string>& words, Environment& env);
 
 // Reports a failure: one line on env.err and, with --json, an object on env.out. Returns `code`.
-int fail(const invocation& call, Environment& env, ExitCode code, const std::string& text);
+int fail(const Invocation& call, Environment& env, ExitCode code, const std::string& text);

@@ -11,6 +11,7 @@
 #include "base/deferred_signals.h"
 #include "base/process.h"
 #include "base/text.h"
+#include "model/process_names.h"
 #include "selflog/log.h"
 
 int32_t* s_debug_group = nullptr;
@@ -31,7 +32,6 @@ namespace {
 constexpr char kLogSource[] = "commands";
 constexpr int kTickMs = 100;  // of wait_child_to_finish(), and the pause after a kill
 constexpr size_t kProcessNameSize = 96;
-constexpr size_t kKernelNameLength = 15;  // what PR_SET_NAME keeps, without the NUL
 constexpr int kLeftoverMs = 3000;
 constexpr int kLeftoverPollMs = 5;
 constexpr int kMaxChildren = 256;
@@ -126,16 +126,14 @@ int await_request_child(const char* function, pid_t pid, int poll_ms, int polls)
 
 int set_process_name(const char* name, int /*ignored*/) {
   char composed[128] = {};
-  format_cut(composed, "harrowmossd:debug-%s", name);
+  format_cut(composed, "%s%s", kWorkerPrefix, name);
   LOGD("pid %d : %s", getpid(), composed);
-  const size_t length = strlen(composed);
-  const char* tail = length >= kKernelNameLength ? composed + length - kKernelNameLength : composed;
-  return prctl(PR_SET_NAME, tail, 0, 0, 0);
+  // The end of `composed`, with its NUL.
+  return prctl(PR_SET_NAME, kernel_name(composed).data(), 0, 0, 0);
 }
 
 char* build_process_name(const char* name, char* buf, int is_debug, bool vesk_suffix) {
-  append_or_abort(buf, kProcessNameSize, "harrowmossd");
-  append_or_abort(buf, kProcessNameSize, is_debug > 0 ? ":debug-" : ":general-");
+  append_or_abort(buf, kProcessNameSize, is_debug > 0 ? kWorkerPrefix : kGeneralPrefix);
   append_or_abort(buf, kProcessNameSize, name);
   if (vesk_suffix) append_or_abort(buf, kProcessNameSize, "-vesk");
   return buf;

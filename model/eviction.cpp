@@ -28,8 +28,9 @@ SizeVerdict judge_sizes(const SizeReading& reading) {
   verdict.store_gib = to_gib(reading.store_bytes);
   verdict.common_gib = to_gib(reading.common_bytes);
   verdict.total_gib = to_gib(reading.store_bytes + reading.common_bytes);
-  const float share = reading.modem_or_wifi ? 0.75F : 1.0F;
-  verdict.over_quota = share * static_cast<float>(reading.quota_gib) < verdict.total_gib;
+  verdict.total_mib = (reading.store_bytes + reading.common_bytes) / kMiB;
+  verdict.limit_mib = quota_mib(reading.quota_gib, reading.shrunk);
+  verdict.over_quota = verdict.total_mib > verdict.limit_mib;
   verdict.extreme_low = data_extremely_low(reading.available, reading.preallocated);
   return verdict;
 }

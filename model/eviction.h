@@ -6,15 +6,25 @@
 
 #include <string>
 
+#include "model/masks.h"
+
 // ---- When. ----
 
 constexpr int kDefaultQuotaGib = 20;
+
+// Modem and Wi-Fi logs shrink the quota to three quarters.
+constexpr bool shrinks_quota(int32_t types) {
+  return (types & (kTypeModem | kTypeWifi)) != 0;
+}
+constexpr int64_t quota_mib(int quota_gib, bool shrunk) {
+  return int64_t{quota_gib} * (shrunk ? 768 : 1024);
+}
 
 struct SizeReading {
   int64_t store_bytes;   // "/sdcard/zelkalog/"
   int64_t common_bytes;  // "/data/misc/zelkalog/"
   int quota_gib;         // "persist.sys.zelka.log.size"
-  bool modem_or_wifi;    // these types get three quarters of the quota
+  bool shrunk;           // shrinks_quota()
   int64_t available;     // bytes free on "/data"; 0 and below: unknown
   // Bytes that the capture has allocated for lines to come: as good as free, to it alone.
   int64_t preallocated = 0;
@@ -24,7 +34,9 @@ struct SizeVerdict {
   float store_gib;
   float common_gib;
   float total_gib;
-  bool over_quota;   // strictly more than the quota, counted in whole MiB
+  int64_t total_mib;
+  int64_t limit_mib;
+  bool over_quota;   // total_mib > limit_mib
   bool extreme_low;  // less than 128 MiB available or preallocated on "/data": everything goes
 };
 

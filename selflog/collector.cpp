@@ -12,6 +12,7 @@
 #include "base/scoped.h"
 #include "base/text.h"
 #include "base/thread.h"
+#include "model/process_names.h"
 #include "model/properties.h"
 #include "selflog/log.h"
 #include "selflog/logcat_file.h"
@@ -42,8 +43,8 @@ bool claim_collector() {
     end_process(0);
   }
   const int ret =
-      execlp(kLogcat, "harrowmossd:SLC", "-v", "threadtime,usec", "-s", kOwnTags, "-b", "main",
-             "-f", kCollectorFile, "-r", "10240", "-n", "2", static_cast<char*>(nullptr));
+      execlp(kLogcat, kCollectorName, "-v", "threadtime,usec", "-s", kOwnTags, "-b", "main", "-f",
+             kCollectorFile, "-r", "10240", "-n", "2", static_cast<char*>(nullptr));
   LOGE_AS("collectSelfLog", "exec ret: %d, err: %s\n", ret, strerror(errno));
   sleep_ms(2000);
   end_process(0);

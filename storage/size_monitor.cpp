@@ -18,6 +18,7 @@
 #include "base/text.h"
 #include "model/data_room.h"
 #include "model/masks.h"
+#include "model/process_names.h"
 #include "model/properties.h"
 #include "selflog/log.h"
 #include "selflog/props.h"
@@ -236,22 +237,22 @@ Next run_cycle(monitor_state* state) {
   create_store_dir_if_needed();
   const int64_t store = getFileSize(kStoreDir);
   const int64_t common = getFileSize(kWorkingDir);
-  const bool modem = has_logger_type(kTypeModem);
-  const bool wifi = has_logger_type(kTypeWifi);
+  const int32_t types = get_logger_types();
   // Logcats give back meanwhile what they have preallocated: it counts here or there.
   const int64_t before = get_filesystem_size(kData);
   const int64_t preallocated = preallocated_by_captures();
   const SizeReading reading = {store,
                                common,
                                state->quota_gib,
-                               modem || wifi,
+                               shrinks_quota(types),
                                std::max(before, get_filesystem_size(kData)),
                                preallocated};
   const SizeVerdict verdict = judge_sizes(reading);
   s_is_deleting = verdict.over_quota;
   state->total_bytes = store + common;
   follow_restart(&state->restart, verdict.over_quota, state->total_bytes);
-  if (verdict.over_quota || verdict.extreme_low) log_sizes(reading, verdict, modem);
+  if (verdict.over_quota || verdict.extreme_low)
+    log_sizes(reading, verdict, (types & kTypeModem) != 0);
   if (is_in_cts() || is_in_monkey()) return stop_for_test_run();
   // A stop's move holds room that it is going to give back.
   if (verdict.extreme_low && !is_move_under_way()) return rescue_data();
@@ -261,7 +262,7 @@ Next run_cycle(monitor_state* state) {
 // The monitor's process.
 [[noreturn]] void run_monitor() {
   s_logsize_monitor_pid = getpid();
-  prctl(PR_SET_NAME, "harrowmossd-lsm", 0, 0, 0);
+  prctl(PR_SET_NAME, kSizeMonitorName, 0, 0, 0);
   signal(SIGUSR1, [](int sig) {
     const int saved_errno = errno;
     const ScopedSignalHandler scope;

@@ -13,33 +13,21 @@
 
 namespace {
 
-using std::chrono::milliseconds;
-
 constexpr int kTickMs = 100;         // progress and deadline are looked at this often
 constexpr int kBacklogRetryMs = 50;  // a full backlog cannot be polled for
 
-int left_ms(SteadyTime deadline) {
-  const auto left = deadline - std::chrono::steady_clock::now();
-  const auto ms = std::chrono::duration_cast<milliseconds>(left).count() + 1;
-  return static_cast<int>(std::clamp<decltype(ms)>(ms, 0, 1 << 30));
-}
-
-outcome hung_up(const char* when) {
+Outcome hung_up(const char* when) {
   return {kExitBadReply, std::string("the daemon closed the connection ") + when +
                              "; it ended, or did not like the request"};
 }
 
 }  // namespace
 
-SteadyTime after(milliseconds wait) {
-  return std::chrono::steady_clock::now() + wait;
-}
-
 Connection::~Connection() {
   if (fd_ != -1) close(fd_);
 }
 
-outcome Connection::open(const std::function<int()>& dial, SteadyTime deadline) {
+Outcome Connection::open(const std::function<int()>& dial, SteadyTime deadline) {
   while ((fd_ = dial()) == -1) {
     if (errno == EINTR) continue;
     if (errno != EAGAIN) {
@@ -59,7 +47,7 @@ outcome Connection::open(const std::function<int()>& dial, SteadyTime deadline) 
 }
 
 // Until the socket is ready for `events`. Hang-ups count as ready: the next call tells the error.
-outcome Connection::wait(short events, SteadyTime deadline, const std::function<void()>& tick) {
+Outcome Connection::wait(short events, SteadyTime deadline, const std::function<void()>& tick) {
   for (;;) {
     const int left = left_ms(deadline);
     pollfd entry = {fd_, events, 0};
@@ -71,11 +59,11 @@ outcome Connection::wait(short events, SteadyTime deadline, const std::function<
   }
 }
 
-outcome Connection::read_exactly(size_t count, SteadyTime deadline,
+Outcome Connection::read_exactly(size_t count, SteadyTime deadline,
                                  const std::function<void()>& tick, std::string* bytes) {
   bytes->assign(count, '\0');
   for (size_t done = 0; done < count;) {
-    const outcome ready = wait(POLLIN, deadline, tick);
+    const Outcome ready = wait(POLLIN, deadline, tick);
     if (ready.code != kExitOk) return ready;
     const ssize_t got = recv(fd_, &(*bytes)[done], count - done, 0);
     if (got == 0) return hung_up(done == 0 ? "instead of answering" : "in the middle of its reply");
@@ -88,10 +76,10 @@ outcome Connection::read_exactly(size_t count, SteadyTime deadline,
   return {};
 }
 
-outcome Connection::exchange(std::string_view frame, SteadyTime deadline,
+Outcome Connection::exchange(std::string_view frame, SteadyTime deadline,
                              const std::function<void()>& tick, std::string* reply) {
   while (!frame.empty()) {
-    const outcome ready = wait(POLLOUT, deadline, tick);
+    const Outcome ready = wait(POLLOUT, deadline, tick);
     if (ready.code != kExitOk) return ready;
     const ssize_t sent = send(fd_, frame.data(), frame.size(), MSG_NOSIGNAL);
     if (sent > 0) frame.remove_prefix(static_cast<size_t>(sent));
@@ -101,7 +89,7 @@ outcome Connection::exchange(std::string_view frame, SteadyTime deadline,
     }
   }
   std::string size_bytes;
-  outcome result = read_exactly(4, deadline, tick, &size_bytes);
+  Outcome result = read_exactly(4, deadline, tick, &size_bytes);
   if (result.code != kExitOk) return result;
   const int32_t size = int32_at(size_bytes, 0);
   if (size < kReplyMin || size > kReplyMax) {

@@ -3,18 +3,15 @@
 
 #include <stdint.h>
 
-#include <chrono>
 #include <functional>
 #include <string>
 #include <string_view>
 
+#include "client/support/deadline.h"
 #include "client/support/environment.h"
 
-using SteadyTime = std::chrono::steady_clock::time_point;
-SteadyTime after(std::chrono::milliseconds wait);
-
 // How a step on the connection ended.
-struct outcome {
+struct Outcome {
   ExitCode code = kExitOk;
   std::string error;  // one line unless code is EXIT_OK
 };
@@ -28,18 +25,18 @@ class Connection {
 
   // Connects by `dial` (see environment); tries again until `deadline` while the daemon's backlog
   // is full. EXIT_NO_CONNECTION or EXIT_TIMED_OUT on failure.
-  outcome open(const std::function<int()>& dial, SteadyTime deadline);
+  Outcome open(const std::function<int()>& dial, SteadyTime deadline);
 
   // Sends `frame` and waits for one whole reply, whose bytes without their size go to `reply`.
   // `tick`, when given, is called about every 100 ms meanwhile. EXIT_TIMED_OUT at `deadline`,
   // EXIT_BAD_REPLY when the peer hangs up or announces an impossible size. Of no use after a
   // failure.
-  outcome exchange(std::string_view frame, SteadyTime deadline, const std::function<void()>& tick,
+  Outcome exchange(std::string_view frame, SteadyTime deadline, const std::function<void()>& tick,
                    std::string* reply);
 
  private:
-  outcome wait(short events, SteadyTime deadline, const std::function<void()>& tick);
-  outcome read_exactly(size_t count, SteadyTime deadline, const std::function<void()>& tick,
+  Outcome wait(short events, SteadyTime deadline, const std::function<void()>& tick);
+  Outcome read_exactly(size_t count, SteadyTime deadline, const std::function<void()>& tick,
                        std::string* bytes);
   int fd_ = -1;
 };

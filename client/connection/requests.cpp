@@ -88,11 +88,11 @@ bool failed(const Reply& answer) {
 
 // Connects, asks the version, makes `destination` unless it is "", and exchanges `frame` for
 // `bytes`. Without a daemon nothing is left on the phone.
-outcome converse(const invocation& call, Environment& env, std::string_view frame,
+Outcome converse(const Invocation& call, Environment& env, std::string_view frame,
                  const std::string& destination, std::string* bytes) {
   Connection daemon;
   const SteadyTime served_by = after(std::min(kVersionTimeout, call.timeout));
-  outcome result = open_session(env, served_by, &daemon, nullptr);
+  Outcome result = open_session(env, served_by, &daemon, nullptr);
   if (result.code != kExitOk) return result;
 
   if (!destination.empty() && !make_directories(destination)) {
@@ -114,7 +114,7 @@ outcome converse(const invocation& call, Environment& env, std::string_view fram
   return result;
 }
 
-void show_frame(const invocation& call, Environment& env, const RequestFrame& frame) {
+void show_frame(const Invocation& call, Environment& env, const RequestFrame& frame) {
   const std::string_view payload = std::string_view(frame.bytes).substr(2);
   if (call.json) {
     JsonWriter json;
@@ -140,7 +140,7 @@ void show_frame(const invocation& call, Environment& env, const RequestFrame& fr
 }
 
 // Reads the arguments that the request takes. False and one line in `error` when one is wrong.
-bool read_values(const invocation& call, Environment& env, RequestValues* values,
+bool read_values(const Invocation& call, Environment& env, RequestValues* values,
                  std::string* error) {
   const RequestArguments kind = call.what->request->arguments;
   const bool types = kind == RequestArguments::kMask;
@@ -177,7 +177,7 @@ std::string warning_of(const Reply& answer, const RequestName& request, const En
   return text;
 }
 
-int show_reply(const invocation& call, Environment& env, const std::string& bytes) {
+int show_reply(const Invocation& call, Environment& env, const std::string& bytes) {
   const RequestName& request = *call.what->request;
   Reply answer;
   std::string error;
@@ -260,7 +260,7 @@ std::string reply_json(const Reply& answer, const RequestName& request,
   return json.end_object().text() + "\n";
 }
 
-int run_request(const invocation& call, Environment& env) {
+int run_request(const Invocation& call, Environment& env) {
   RequestValues values;
   RequestFrame frame;
   std::string error;
@@ -273,12 +273,12 @@ int run_request(const invocation& call, Environment& env) {
     return kExitOk;
   }
   std::string bytes;
-  const outcome result = converse(call, env, frame.bytes, std::string(values.path), &bytes);
+  const Outcome result = converse(call, env, frame.bytes, std::string(values.path), &bytes);
   if (result.code != kExitOk) return fail(call, env, result.code, result.error);
   return show_reply(call, env, bytes);
 }
 
-int run_raw(const invocation& call, Environment& env) {
+int run_raw(const Invocation& call, Environment& env) {
   std::string payload;
   RequestFrame frame;
   std::string error = "the payload is not whole hexadecimal bytes";
@@ -292,7 +292,7 @@ int run_raw(const invocation& call, Environment& env) {
     return kExitOk;
   }
   std::string bytes;
-  const outcome result = converse(call, env, frame.bytes, "", &bytes);
+  const Outcome result = converse(call, env, frame.bytes, "", &bytes);
   if (result.code != kExitOk) return fail(call, env, result.code, result.error);
   if (call.json) {
     JsonWriter json;

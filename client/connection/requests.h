@@ -9,10 +9,10 @@
 #include "client/connection/reply.h"
 
 // Sends `call.what->request` with the arguments of `call` and shows the reply.
-int run_request(const invocation& call, Environment& env);
+int run_request(const Invocation& call, Environment& env);
 
 // Sends the payload that the arguments spell in hexadecimal, and shows the reply's bytes.
-int run_raw(const invocation& call, Environment& env);
+int run_raw(const Invocation& call, Environment& env);
 
 // Why the daemon would refuse the destination `path` by its name (model/destination.h), or "".
 std::string check_destination(std::string_view path);

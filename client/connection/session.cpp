@@ -11,9 +11,9 @@ constexpr const RequestName& kVersion = kRequestNames[0];
 
 }  // namespace
 
-outcome open_session(const Environment& env, SteadyTime deadline, Connection* daemon,
+Outcome open_session(const Environment& env, SteadyTime deadline, Connection* daemon,
                      int32_t* version) {
-  outcome result = daemon->open(env.dial, deadline);
+  Outcome result = daemon->open(env.dial, deadline);
   if (result.code != kExitOk) return result;
 
   RequestFrame question;

@@ -8,5 +8,5 @@
 // is asked of it. EXIT_OK: `daemon` may be used, `version` (may be null) is the daemon's, which is
 // ours. EXIT_NO_CONNECTION; EXIT_TIMED_OUT at `deadline`: another client holds the daemon, or it is
 // busy; EXIT_BAD_REPLY: it speaks otherwise.
-outcome open_session(const Environment& env, SteadyTime deadline, Connection* daemon,
+Outcome open_session(const Environment& env, SteadyTime deadline, Connection* daemon,
                      int32_t* version);

@@ -163,7 +163,7 @@ std::vector<Finding> judge_health(const HealthFacts& facts) {
   return found;
 }
 
-int run_doctor(const invocation& call, Environment& env) {
+int run_doctor(const Invocation& call, Environment& env) {
   const std::vector<Finding> found = judge_health(read_health(env, after(call.timeout)));
   JsonWriter json;
   json.begin_object().member("command", "doctor").key("findings").begin_array();

@@ -35,7 +35,7 @@ struct HealthFacts {
   bool sees_monitor = false;
   bool sees_logcats = false;  // a worker of the type "mobile"
   std::string lost_run;       // a directory that is gone though the run's writers live; "" none
-  outcome session;            // of asking the daemon for its version
+  Outcome session;            // of asking the daemon for its version
   std::chrono::milliseconds waited{0};  // for its end
   OtherClient other = OtherClient::kUnknown;
 };
@@ -53,4 +53,4 @@ HealthFacts read_health(const Environment& env, SteadyTime deadline);
 std::vector<Finding> judge_health(const HealthFacts& facts);
 
 // `doctor`: EXIT_OK when nothing is wrong, else EXIT_FAILED.
-int run_doctor(const invocation& call, Environment& env);
+int run_doctor(const Invocation& call, Environment& env);

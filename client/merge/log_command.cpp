@@ -52,7 +52,7 @@ std::string read_around(const std::string& text, const WhenBase& base, TimeRange
   return "";
 }
 
-std::string read_range(const invocation& call, const RunSource& source, TimeRange* range) {
+std::string read_range(const Invocation& call, const RunSource& source, TimeRange* range) {
   if (call.since.empty() && call.until.empty() && call.around.empty()) return "";
   const std::vector<LogStream> streams = order_files(source.files);
   WhenBase base = {source.start, source.written, [&] { return span_of(source, streams).last; }};
@@ -139,7 +139,7 @@ StreamList open_streams(const RunSource& source, const StreamChoice& choice) {
   return streams;
 }
 
-int run_log(const invocation& call, Environment& env) {
+int run_log(const Invocation& call, Environment& env) {
   RunSource source;
   StreamChoice choice;
   LineFilter filter;

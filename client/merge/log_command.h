@@ -15,4 +15,4 @@ StreamList open_streams(const RunSource& source, const StreamChoice& choice);
 
 // `log`: EXIT_OK when all could be read, also when no line is shown; EXIT_FAILED when a file could
 // not; EXIT_USAGE when there is no such run, or an option makes no sense.
-int run_log(const invocation& call, Environment& env);
+int run_log(const Invocation& call, Environment& env);

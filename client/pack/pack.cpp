@@ -88,7 +88,7 @@ std::string without_slashes(std::string path) {
 std::string protocol_of(const Environment& env) {
   Connection daemon;
   int32_t version = 0;
-  const outcome result = open_session(env, after(kVersionLimit), &daemon, &version);
+  const Outcome result = open_session(env, after(kVersionLimit), &daemon, &version);
   return result.code == kExitOk ? std::to_string(version) : "not answered";
 }
 
@@ -147,7 +147,7 @@ std::string check_output(const std::string& output, const PackSource& source) {
 }
 
 // Reads the arguments. "" or why they make no sense.
-std::string plan(const invocation& call, const Environment& env, PackJob* job) {
+std::string plan(const Invocation& call, const Environment& env, PackJob* job) {
   const std::string& word = call.arguments[0];
   const bool path = word.find('/') != std::string::npos;
   if (path && word[0] != '/') return "a bundle is named by its absolute path";
@@ -235,7 +235,7 @@ std::string check_room(const Environment& env, const std::string& target, int64_
          "; -o names another place, -o - needs none";
 }
 
-int show_result(const invocation& call, Environment& env, const std::string& path) {
+int show_result(const Invocation& call, Environment& env, const std::string& path) {
   struct stat info = {};
   stat(path.c_str(), &info);
   const std::string sum = sha256_of(env, {path})[0];
@@ -252,7 +252,7 @@ int show_result(const invocation& call, Environment& env, const std::string& pat
 
 }  // namespace
 
-int run_pack(const invocation& call, Environment& env) {
+int run_pack(const Invocation& call, Environment& env) {
   PackJob job;
   std::string error = plan(call, env, &job);
   if (!error.empty()) return fail(call, env, kExitUsage, error);

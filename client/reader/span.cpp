@@ -7,11 +7,12 @@
 #include <string>
 #include <string_view>
 
+#include "client/runs/runs.h"
+
 namespace {
 
 constexpr int64_t kWindow = 64 * 1024;
 constexpr int64_t kLook = 4096;  // enough for some lines
-constexpr std::string_view kLogcatOpening = "--------- beginning of ";
 
 // The bytes at `offset`, fewer than `count` at the end of the file.
 std::string bytes_at(int fd, int64_t offset, int64_t count) {

@@ -143,7 +143,7 @@ std::vector<CheckFinding> check_holes(const RunReport& run) {
   return found;
 }
 
-int run_check(const invocation& call, Environment& env) {
+int run_check(const Invocation& call, Environment& env) {
   RunReport run;
   std::string error;
   if (!find_run(read_runs(env), call.arguments[0], &run, &error)) {

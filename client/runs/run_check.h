@@ -28,4 +28,4 @@ std::vector<CheckFinding> check_content(const std::map<std::string, int64_t>& fi
 std::vector<CheckFinding> check_holes(const RunReport& run);
 
 // `check`: EXIT_OK when all is there, EXIT_FAILED when something is missing, empty or lost.
-int run_check(const invocation& call, Environment& env);
+int run_check(const Invocation& call, Environment& env);

@@ -8,22 +8,20 @@
 #include <map>
 #include <string_view>
 
-#include "client/space/quota.h"
 #include "client/support/files.h"
 #include "client/support/settings.h"
+#include "client/support/volume.h"
 #include "model/log_buffers.h"
 #include "model/properties.h"
+#include "model/run_name.h"
 #include "protocol/protocol.h"
 
 namespace {
 
 constexpr size_t kHeadLimit = 64;             // enough for logcat's opening line
 constexpr size_t kPropertiesLimit = 1 << 18;  // a phone's property list is about 60 KiB
-constexpr std::string_view kLogcatOpening = "--------- beginning of ";
 constexpr std::initializer_list<const char*> kBuildKeys = {kVendorDisplayIdProp, kDisplayIdProp};
 constexpr std::string_view kDigits = "0123456789";
-
-// Logcat buffers, as they end the file names "<display id>-<buffer>.txt".
 
 // Directories that betray a logger type beside the one that bears its name.
 constexpr struct {
@@ -34,16 +32,6 @@ constexpr struct {
 bool is_number(std::string_view text) {
   return !text.empty() && text.size() <= 18 &&
          text.find_first_not_of(kDigits) == std::string_view::npos;
-}
-
-// "dd<separator>dd<separator>..." against a pattern where '0' stands for a digit.
-bool has_shape(std::string_view text, std::string_view pattern) {
-  if (text.size() != pattern.size()) return false;
-  for (size_t i = 0; i < text.size(); i++) {
-    const bool digit = kDigits.find(text[i]) != std::string_view::npos;
-    if (pattern[i] == '0' ? !digit : text[i] != pattern[i]) return false;
-  }
-  return true;
 }
 
 int32_t type_of_directory(std::string_view directory) {
@@ -150,18 +138,11 @@ void add_content(const std::string& directory, RunReport* run) {
 }
 
 bool parse_run_name(const std::string& name, RunReport* run) {
-  std::string_view rest = name;
-  const size_t hash = rest.find('#');
-  int64_t sequence = -1;
-  if (hash != std::string_view::npos) {
-    if (!is_number(rest.substr(0, hash))) return false;
-    sequence = atoll(name.c_str());
-    rest.remove_prefix(hash + 1);
-  }
-  if (!has_shape(rest, "00-00_00-00-00")) return false;
+  const int32_t number = run_number(name);
+  if (number == -1) return false;
   run->name = name;
-  run->sequence = sequence;
-  run->date = rest;
+  run->sequence = number == 0 ? -1 : number;
+  run->date = name.substr(name.find('#') + 1);  // npos + 1 is 0
   run->date[5] = ' ';
   run->date[8] = run->date[11] = ':';
   return true;

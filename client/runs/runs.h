@@ -4,8 +4,10 @@
 #include <stdint.h>
 
 #include <string>
+#include <string_view>
 #include <vector>
 
+#include "client/commands.h"
 #include "client/support/environment.h"
 
 enum class RunState {
@@ -40,7 +42,10 @@ struct RunReport {
   std::vector<RotatedFile> rotated;
 };
 
-// "12#03-07_14-05-09" or "03-07_14-05-09": fills name, sequence and date; false for other names.
+// The line that a logcat begins its first file with; the buffer's name follows.
+inline constexpr std::string_view kLogcatOpening = "--------- beginning of ";
+
+// Fills name, sequence and date; false for what is no name of a run (model/run_name.h).
 bool parse_run_name(const std::string& name, RunReport* run);
 
 // The value of `key` in a list of "[key]: [value]" lines, "" when it has none.
@@ -62,6 +67,9 @@ std::vector<std::string> directories_of(const RunReport& run);
 
 // "complete", "capturing", "left-behind".
 const char* state_name(const RunReport& run);
+
+// `runs`.
+int run_runs(const Invocation& call, Environment& env);
 
 std::string runs_text(const std::vector<RunReport>& runs);
 std::string runs_json(const std::vector<RunReport>& runs);

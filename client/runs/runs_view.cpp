@@ -76,3 +76,9 @@ std::string runs_json(const std::vector<RunReport>& runs) {
   json.end_array().end_object();
   return json.text() + "\n";
 }
+
+int run_runs(const Invocation& call, Environment& env) {
+  const std::vector<RunReport> runs = read_runs(env);
+  fputs((call.json ? runs_json(runs) : runs_text(runs)).c_str(), env.out);
+  return kExitOk;
+}

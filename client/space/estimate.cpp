@@ -5,10 +5,10 @@
 
 #include <set>
 
-#include "client/connection/connection.h"
 #include "client/connection/requests.h"
 #include "client/space/quota.h"
 #include "client/support/child.h"
+#include "client/support/deadline.h"
 #include "client/support/files.h"
 #include "client/support/json.h"
 #include "client/support/text.h"
@@ -56,13 +56,12 @@ int64_t dumped_bytes(const Environment& env, int64_t block, std::string* note) {
   int64_t total = 0;
   for (const char* buffer : kLogBuffers) {
     int64_t bytes = 0;
-    const auto left =
-        std::chrono::duration_cast<milliseconds>(deadline - std::chrono::steady_clock::now());
     ChildSetup setup = {
         {env.root + kLogcat, "-d", "-v", "threadtime,usec", "-t", kDumpLines, "-b", buffer}};
     setup.quiet = true;
-    const int status = read_child(
-        setup, left, [&](std::string_view text) { bytes += static_cast<int64_t>(text.size()); });
+    const int status =
+        read_child(setup, milliseconds(left_ms(deadline)),
+                   [&](std::string_view text) { bytes += static_cast<int64_t>(text.size()); });
     if (status != 0)
       *note += std::string(note->empty() ? "" : "; ") + buffer + " could not be dumped";
     total += round_up(bytes, block);
@@ -174,7 +173,7 @@ std::string estimate_json(const EstimateReport& report) {
   return json.flag("enough", fits(report)).end_object().text() + "\n";
 }
 
-int run_feedback(const invocation& call, Environment& env) {
+int run_feedback(const Invocation& call, Environment& env) {
   if (!call.estimate) return run_request(call, env);
   int32_t mask = 0;
   std::string error;

@@ -35,4 +35,4 @@ std::string estimate_json(const EstimateReport& report);
 
 // `feedback`: with --estimate shows the estimate (EXIT_FAILED when room does not suffice), else
 // sends the request.
-int run_feedback(const invocation& call, Environment& env);
+int run_feedback(const Invocation& call, Environment& env);

@@ -8,11 +8,8 @@
 #include "model/data_room.h"
 #include "model/paths.h"
 #include "model/properties.h"
-#include "model/tree_size.h"
 
 namespace {
-
-constexpr int64_t kMib = 1 << 20;
 
 OldestRun oldest_of(const std::string& root) {
   OldestRun oldest;
@@ -23,12 +20,6 @@ OldestRun oldest_of(const std::string& root) {
 }
 
 }  // namespace
-
-int64_t quota_bytes(const std::string& root) {
-  int64_t bytes = 0;
-  tree_size(root, nullptr, &bytes);
-  return bytes;
-}
 
 int64_t preallocated_bytes(const std::string& working) {
   int64_t total = 0;
@@ -54,12 +45,9 @@ QuotaReport read_quota(const Environment& env) {
   for (const VolumeReading& volume : report.volumes) {
     if (volume.path == kData) data = volume.available;
   }
-  const int quota = report.settings.quota_setting;
-  const bool shrinks = shrinks_quota(report.settings.types);
-  report.used_mib = (report.store_bytes + report.working_bytes) / kMib;
-  report.limit_mib = int64_t{quota} * (shrinks ? 768 : 1024);
-  report.verdict = judge_sizes({report.store_bytes, report.working_bytes, quota, shrinks, data,
-                                preallocated_bytes(env.working)});
+  report.verdict =
+      judge_sizes({report.store_bytes, report.working_bytes, report.settings.quota_setting,
+                   shrinks_quota(report.settings.types), data, preallocated_bytes(env.working)});
   const OldestRun store = oldest_of(env.store);
   const OldestRun working = oldest_of(env.working);
   const int current = read_count(env.property(kSequenceProp, "0"), INT_MAX - 1, 0);
@@ -70,7 +58,7 @@ QuotaReport read_quota(const Environment& env) {
   return report;
 }
 
-int run_du(const invocation& call, Environment& env) {
+int run_du(const Invocation& call, Environment& env) {
   const QuotaReport report = read_quota(env);
   fputs((call.json ? quota_json(report) : quota_text(report, env)).c_str(), env.out);
   return kExitOk;

@@ -13,10 +13,6 @@
 #include "client/support/volume.h"
 #include "model/eviction.h"
 
-// Bytes of `root` and all that is below it as the size monitor counts them (model/tree_size.h). 0
-// when there is none.
-int64_t quota_bytes(const std::string& root);
-
 // Bytes that the logcats of the runs in `working` have allocated for lines to come.
 int64_t preallocated_bytes(const std::string& working);
 
@@ -24,8 +20,6 @@ struct QuotaReport {
   LoggingSettings settings;
   int64_t store_bytes = 0;
   int64_t working_bytes = 0;
-  int64_t used_mib = 0;   // both trees together, whole MiB
-  int64_t limit_mib = 0;  // three quarters of the setting with modem or wifi
   SizeVerdict verdict = {};
   Eviction next = Eviction::kNothing;
   std::string next_path;   // of the run that would go next, "" when it is none by itself
@@ -38,4 +32,4 @@ std::string quota_text(const QuotaReport& report, const Environment& env);
 std::string quota_json(const QuotaReport& report);
 
 // `du`.
-int run_du(const invocation& call, Environment& env);
+int run_du(const Invocation& call, Environment& env);

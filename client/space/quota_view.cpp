@@ -42,8 +42,9 @@ std::string quota_text(const QuotaReport& report, const Environment& env) {
   const LoggingSettings& settings = report.settings;
   tree("store", report.store_bytes, env.store);
   tree("working", report.working_bytes, env.working);
-  line("used", std::to_string(report.used_mib) + " MiB of " + std::to_string(report.limit_mib) +
-                   " MiB" + (report.verdict.over_quota ? ", over quota" : ""));
+  line("used", std::to_string(report.verdict.total_mib) + " MiB of " +
+                   std::to_string(report.verdict.limit_mib) + " MiB" +
+                   (report.verdict.over_quota ? ", over quota" : ""));
   line("quota", std::to_string(settings.quota_setting) + " GiB" +
                     (shrinks_quota(settings.types) ? ", three quarters of it with modem or wifi"
                                                    : ", all of it: neither modem nor wifi"));
@@ -60,8 +61,8 @@ std::string quota_json(const QuotaReport& report) {
   const SizeVerdict& verdict = report.verdict;
   JsonWriter json;
   json.begin_object().member("command", "du").member("store_bytes", report.store_bytes);
-  json.member("working_bytes", report.working_bytes).member("used_mib", report.used_mib);
-  json.member("limit_mib", report.limit_mib).flag("over_quota", verdict.over_quota);
+  json.member("working_bytes", report.working_bytes).member("used_mib", verdict.total_mib);
+  json.member("limit_mib", verdict.limit_mib).flag("over_quota", verdict.over_quota);
   json.flag("data_extremely_low", verdict.extreme_low).flag("deletion", report.settings.deletion);
   json.flag("logging", report.settings.logging);
   const bool all = report.next == Eviction::kRestart;

@@ -2,10 +2,10 @@
 
 #include <stdio.h>
 
-#include "client/space/quota.h"
 #include "client/support/files.h"
 #include "client/support/json.h"
 #include "client/support/text.h"
+#include "client/support/volume.h"
 #include "protocol/names.h"
 
 namespace {
@@ -18,8 +18,8 @@ std::string joined(const std::vector<std::string>& argv) {
 
 }  // namespace
 
-status_report read_status(const Environment& env) {
-  status_report report;
+StatusReport read_status(const Environment& env) {
+  StatusReport report;
   report.settings = read_settings(env);
   if (!report.settings.run_name.empty()) {
     report.working_dir = env.working + "/" + report.settings.run_name;
@@ -39,7 +39,7 @@ status_report read_status(const Environment& env) {
   return report;
 }
 
-std::string status_text(const status_report& report) {
+std::string status_text(const StatusReport& report) {
   const LoggingSettings& settings = report.settings;
   std::string text;
   const auto line = [&](const char* label, const std::string& value) {
@@ -58,7 +58,7 @@ std::string status_text(const status_report& report) {
   if (!report.working_dir.empty()) {
     line("captured in:", printable(report.working_dir) + ", " + size_text(report.working_bytes));
   }
-  snprintf(number, sizeof number, " of %.4g GiB", settings.quota_gib);
+  snprintf(number, sizeof number, " of %.4g GiB", static_cast<double>(settings.quota_mib) / 1024);
   line("all runs:", size_text(report.used_bytes) + number +
                         (settings.deletion ? "" : ", but removing old runs is switched off"));
   line("daemon:", pid(report.daemon));
@@ -75,7 +75,7 @@ std::string status_text(const status_report& report) {
   return text;
 }
 
-std::string status_json(const status_report& report) {
+std::string status_json(const StatusReport& report) {
   const LoggingSettings& settings = report.settings;
   JsonWriter json;
   const auto optional_text = [&](const char* key, const std::string& value) {
@@ -89,7 +89,7 @@ std::string status_json(const status_report& report) {
   optional_text("store_path", settings.store_path);
   optional_text("working_dir", report.working_dir);
   json.member("working_bytes", report.working_bytes).member("used_bytes", report.used_bytes);
-  json.member("quota_bytes", static_cast<int64_t>(settings.quota_gib * (1 << 30)));
+  json.member("quota_bytes", settings.quota_mib << 20);
   json.flag("deletion", settings.deletion);
   optional_pid("daemon_pid", report.daemon);
   optional_pid("size_monitor_pid", report.size_monitor);
@@ -103,4 +103,10 @@ std::string status_json(const status_report& report) {
   }
   json.end_array().end_object();
   return json.text() + "\n";
+}
+
+int run_status(const Invocation& call, Environment& env) {
+  const StatusReport report = read_status(env);
+  fputs((call.json ? status_json(report) : status_text(report)).c_str(), env.out);
+  return kExitOk;
 }

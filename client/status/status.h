@@ -7,11 +7,12 @@
 #include <string>
 #include <vector>
 
+#include "client/commands.h"
 #include "client/support/environment.h"
 #include "client/support/processes.h"
 #include "client/support/settings.h"
 
-struct status_report {
+struct StatusReport {
   LoggingSettings settings;  // what is wanted; what really runs is in `workers`
   std::string working_dir;   // where the latest run is captured, "" before the first
   int64_t working_bytes = 0;
@@ -21,7 +22,10 @@ struct status_report {
   std::vector<Worker> workers;  // without the size monitor itself
 };
 
-status_report read_status(const Environment& env);
+StatusReport read_status(const Environment& env);
 
-std::string status_text(const status_report& report);
-std::string status_json(const status_report& report);
+// `status`.
+int run_status(const Invocation& call, Environment& env);
+
+std::string status_text(const StatusReport& report);
+std::string status_json(const StatusReport& report);

@@ -8,9 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
-
-#include "client/connection/connection.h"
+#include "client/support/deadline.h"
 
 namespace {
 
@@ -57,10 +55,8 @@ int read_child(ChildSetup setup, std::chrono::milliseconds limit,
   bool in_time = true;
   const SteadyTime deadline = after(limit);
   for (ssize_t got = 1; pid != -1 && got != 0;) {
-    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
-        deadline - std::chrono::steady_clock::now());
     pollfd entry = {ends[0], POLLIN, 0};
-    const int ready = poll(&entry, 1, static_cast<int>(std::max<int64_t>(left.count(), 0)));
+    const int ready = poll(&entry, 1, left_ms(deadline));
     if (ready == -1 && errno == EINTR) continue;
     in_time = ready > 0;
     if (!in_time) break;

@@ -8,13 +8,13 @@
 #include <string_view>
 
 #include "client/support/files.h"
+#include "model/masks.h"
 #include "model/paths.h"
+#include "model/process_names.h"
 #include "protocol/protocol.h"
 
 namespace {
 
-constexpr std::string_view kDaemonName = "harrowmossd";
-constexpr size_t kCommMax = 15;         // what the kernel keeps of a process name
 constexpr size_t kCommandLimit = 4096;  // longest command line shown
 
 enum class Where { kComm, kProgram, kCommand };
@@ -28,14 +28,14 @@ struct WorkerRule {
 // Names and commands that the daemon gives its workers; logger types' own names are found through
 // their table.
 constexpr WorkerRule kWorkerRules[] = {
-    {Where::kComm, "harrowmossd-lsm", kSizeMonitorRole},
-    {Where::kComm, "wmossd:debug-fg", "power"},
-    {Where::kComm, "d:debug-general", "feedback"},
-    {Where::kProgram, "harrowmossd:SLC", "self log"},
-    {Where::kProgram, "harrowmossd-fp", "fingerprint"},
-    {Where::kProgram, "debug/vesk", "mobile"},
-    {Where::kProgram, "harrowmossd:debug-", "mobile"},
-    {Where::kProgram, "harrowmossd:general-", "feedback"},
+    {Where::kComm, kSizeMonitorName, kSizeMonitorRole},
+    {Where::kComm, "harrowmossd:debug-fg", "power"},
+    {Where::kComm, "harrowmossd:debug-general", "feedback"},
+    {Where::kProgram, kCollectorName, "self log"},
+    {Where::kProgram, kFingerprintShell, "fingerprint"},
+    {Where::kProgram, kMobileShell, "mobile"},
+    {Where::kProgram, kWorkerPrefix, "mobile"},
+    {Where::kProgram, kGeneralPrefix, "feedback"},
     {Where::kCommand, "/ipc_logging/qrtr_", "mobile"},
     {Where::kCommand, "/.logger/kernel_pmic.txt", "kernel log"},
     // Scripts, and what they leave running: an orphan has lost the parent that tells its type.
@@ -60,16 +60,10 @@ std::vector<std::string> split_arguments(const std::string& bytes) {
   return argv;
 }
 
-// A worker's name is cut from the front, so that its end, which tells the type, stays.
-bool is_type_name(const std::string& comm, const char* type) {
-  const std::string full = std::string(kDaemonName) + ":debug-" + type;
-  return comm == (full.size() < kCommMax ? full : full.substr(full.size() - kCommMax));
-}
-
 bool matches(const WorkerRule& rule, const Process& who, const std::string& command) {
   switch (rule.field) {
     case Where::kComm:
-      return who.comm == rule.text;
+      return who.comm == kernel_name(rule.text);
     case Where::kProgram:
       return !who.argv.empty() && who.argv[0].compare(0, strlen(rule.text), rule.text) == 0;
     case Where::kCommand:
@@ -80,7 +74,7 @@ bool matches(const WorkerRule& rule, const Process& who, const std::string& comm
 
 std::string role_of(const Process& who, const std::string& inherited) {
   for (const NamedBit& type : kLoggerTypeNames) {
-    if (is_type_name(who.comm, type.name)) return type.name;
+    if (who.comm == kernel_name(std::string(kWorkerPrefix) + type.name)) return type.name;
   }
   std::string command;
   for (const std::string& argument : who.argv) command += argument + ' ';

@@ -13,11 +13,8 @@ struct LoggingSettings {
   std::string store_path;  // where the latest run ends, "" before the first
   std::string run_name;    // last component of store_path
   int quota_setting = 0;   // GiB, as it is set; 20 for what is no quota
-  double quota_gib = 0;    // at which the oldest runs are removed
+  int64_t quota_mib = 0;   // above which the oldest runs are removed
   bool deletion = false;   // the quota is enforced
 };
-
-// True when `types` hold modem or wifi, with which only three quarters of the quota count.
-bool shrinks_quota(int32_t types);
 
 LoggingSettings read_settings(const Environment& env);

@@ -3,10 +3,11 @@
 #include <sys/stat.h>
 
 #include "client/support/files.h"
+#include "model/tree_size.h"
 
 std::vector<VolumeReading> read_volumes(const Environment& env) {
   std::vector<VolumeReading> volumes;
-  for (const logging_threshold& row : kLoggingThresholds) {
+  for (const LoggingThreshold& row : kLoggingThresholds) {
     VolumeSpace space;
     VolumeReading volume = {row.path, row.bytes + 1, 0, env.space(env.root + row.path, &space)};
     if (volume.known) volume.available = space.available;
@@ -32,6 +33,12 @@ std::string existing_parent(std::string path) {
     path.resize(slash == std::string::npos ? 0 : slash == 0 ? 1 : slash);
   }
   return path.empty() ? "." : path;
+}
+
+int64_t quota_bytes(const std::string& path) {
+  int64_t bytes = 0;
+  tree_size(path, nullptr, &bytes);
+  return bytes;
 }
 
 int64_t round_up(int64_t bytes, int64_t block) {

@@ -11,12 +11,12 @@
 #include "model/paths.h"
 
 // Debug logging starts only when more bytes than these are free; both limits are checked.
-struct logging_threshold {
+struct LoggingThreshold {
   const char* path;
   int64_t bytes;
 };
-inline constexpr logging_threshold kLoggingThresholds[] = {{kSdcard, kSdcardReserve},
-                                                           {kData, kDataReserve}};
+inline constexpr LoggingThreshold kLoggingThresholds[] = {{kSdcard, kSdcardReserve},
+                                                          {kData, kDataReserve}};
 
 struct VolumeReading {
   std::string path;
@@ -42,6 +42,10 @@ std::string existing_parent(std::string path);
 // Bytes that a copy of the file or directory `path` takes on a file system with blocks of `block`
 // bytes: everything rounded up, links as links. 0 when it does not exist.
 int64_t copy_bytes(const std::string& path, int64_t block);
+
+// Bytes of `path` and all below it as the quota counts them (model/tree_size.h); 0 when there is
+// nothing.
+int64_t quota_bytes(const std::string& path);
 
 // Bytes of whole blocks that hold `bytes`.
 int64_t round_up(int64_t bytes, int64_t block);

@@ -16,6 +16,7 @@
 #include "client/support/text.h"
 #include "client/view/capture_times.h"
 #include "client/view/page.h"
+#include "model/eviction.h"
 #include "model/properties.h"
 #include "protocol/names.h"
 
@@ -141,7 +142,7 @@ std::string make_page(const Environment& env, const RunSource& source, const std
   return page_html(page, survey);
 }
 
-int run_view(const invocation& call, Environment& env) {
+int run_view(const Invocation& call, Environment& env) {
   if (call.output.empty()) return fail(call, env, kExitUsage, "view wants -o FILE");
   RunSource source;
   const std::string error = find_source(env, call.arguments[0], &source);

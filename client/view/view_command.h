@@ -9,4 +9,4 @@ std::string make_page(const Environment& env, const RunSource& source, const std
 
 // `view`: EXIT_USAGE when there is no such run or no place to write to, EXIT_FAILED when the page
 // cannot be written, which is removed then.
-int run_view(const invocation& call, Environment& env);
+int run_view(const Invocation& call, Environment& env);

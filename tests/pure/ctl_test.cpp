@@ -33,7 +33,7 @@ TEST(CtlCommandLine, IsUnderstood) {
       {{"pack", "-o", "-", "12"}, "pack", {"12"}, 0, false},
   };
   for (const auto& row : rows) {
-    invocation call;
+    Invocation call;
     std::string error;
     ASSERT_TRUE(parse_command_line(row.words, &call, &error)) << error;
     EXPECT_STREQ(call.what->name, row.command);

@@ -13,7 +13,7 @@ TEST(SizeVerdict, IsOverQuotaFromTheFirstWholeMiBAboveIt) {
     const char* what;
     int64_t store, common;
     int quota_gib;
-    bool modem_or_wifi, over;
+    bool shrunk, over;
   } rows[] = {
       {"20 GiB exactly", 21474836480, 0, 20, false, false},
       {"a byte less than a MiB more", 21475885055, 0, 20, false, false},
@@ -29,7 +29,7 @@ TEST(SizeVerdict, IsOverQuotaFromTheFirstWholeMiBAboveIt) {
   };
   for (const auto& row : rows) {
     const SizeVerdict verdict =
-        judge_sizes({row.store, row.common, row.quota_gib, row.modem_or_wifi, 1 << 30});
+        judge_sizes({row.store, row.common, row.quota_gib, row.shrunk, 1 << 30});
     EXPECT_EQ(verdict.over_quota, row.over) << row.what;
     EXPECT_FALSE(verdict.extreme_low) << row.what;
   }

@@ -1,13 +1,11 @@
-#include "client/status/local_commands.h"
+#include "client/status/types.h"
 
 #include <stdio.h>
 
 #include <iterator>
 
-#include "client/runs/runs.h"
-#include "client/status/status.h"
 #include "client/support/json.h"
-#include "protocol/protocol.h"
+#include "model/masks.h"
 
 namespace {
 
@@ -27,19 +25,7 @@ constexpr struct {
 
 }  // namespace
 
-int run_status(const invocation& call, Environment& env) {
-  const status_report report = read_status(env);
-  fputs((call.json ? status_json(report) : status_text(report)).c_str(), env.out);
-  return kExitOk;
-}
-
-int run_runs(const invocation& call, Environment& env) {
-  const std::vector<RunReport> runs = read_runs(env);
-  fputs((call.json ? runs_json(runs) : runs_text(runs)).c_str(), env.out);
-  return kExitOk;
-}
-
-int run_types(const invocation& call, Environment& env) {
+int run_types(const Invocation& call, Environment& env) {
   JsonWriter json;
   json.begin_object().member("command", "types");
   std::string text;
@@ -59,13 +45,4 @@ int run_types(const invocation& call, Environment& env) {
   json.end_object();
   fputs((call.json ? json.text() + "\n" : text).c_str(), env.out);
   return kExitOk;
-}
-
-int run_help(const invocation& call, Environment& env) {
-  if (call.arguments.empty()) return show_help(call, nullptr, env);
-  const Command* what = find_command(call.arguments[0]);
-  if (what == nullptr) {
-    return fail(call, env, kExitUsage, "there is no command \"" + call.arguments[0] + "\"");
-  }
-  return show_help(call, what, env);
 }
