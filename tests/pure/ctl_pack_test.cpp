@@ -167,7 +167,7 @@ TEST(CtlCheck, TakesTheMaskFromTheRunsOwnPropertyList) {
     EXPECT_TRUE(holds(client.out, piece)) << piece << " in\n" << client.out;
   }
 
-  client.tree.put("sdcard/zelkalog/07#03-07_14-05-10/x", "");
+  client.tree.put("sdcard/zelkalog/7#03-07_14-05-10/x", "");
   EXPECT_EQ(client.run({"check", "7"}), kExitUsage);
   EXPECT_TRUE(holds(client.err, "several runs")) << client.err;
 }
