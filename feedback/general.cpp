@@ -16,6 +16,7 @@
 #include "debuglog/logcat.h"
 #include "debuglog/workers.h"
 #include "feedback/feedback.h"
+#include "model/feedback_sources.h"
 #include "model/log_buffers.h"
 #include "selflog/log.h"
 #include "storage/copied.h"
@@ -25,7 +26,6 @@
 namespace {
 
 constexpr char kLogSource[] = "commands";
-constexpr int kDumpLines = 80000;
 constexpr int kDumpPollMs = 1000;
 constexpr int kDumpPolls = 6;
 constexpr int kTooManyTraces = 500;
@@ -40,7 +40,7 @@ void dump_buffer(const char* dir, const char* buffer) {
   LOGD_AS("get_general_log", "catch %s > %s", buffer, path);
   run_shell(ShellText(kLogcat)
                 .raw(" -d -v threadtime,usec -t")
-                .arg(std::to_string(kDumpLines))
+                .arg(kDumpLines)
                 .raw(" -b")
                 .arg(buffer)
                 .raw(" -f")

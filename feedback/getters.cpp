@@ -7,6 +7,7 @@
 #include "base/text.h"
 #include "debuglog/vendor_moves.h"
 #include "feedback/feedback.h"
+#include "model/feedback_sources.h"
 #include "protocol/protocol.h"
 #include "selflog/log.h"
 #include "storage/copied.h"
@@ -18,7 +19,6 @@
 namespace {
 
 constexpr char kLogSource[] = "commands";
-constexpr char kBluetoothLogs[] = "/data/misc/bluetooth/logs";
 constexpr char kBluetoothSnoops[] = "/data/misc/bluetooth/logs/snoops";
 constexpr char kMinidumpDoneProp[] = "sys.zelka.harrowmossd.action.mv_minidump_logs_done";
 constexpr int kMinidumpPolls = 25;  // of 100 ms
@@ -85,7 +85,7 @@ int get_power_log(const char* dir) {
 
 int get_mtkdb_log(const char* dir) {
   LOGD("function invoked");
-  const std::unique_ptr<char[]> latest(getLatestFile(kExceptionDir, "fatal"));
+  const std::unique_ptr<char[]> latest(getLatestFile(kExceptionDir, kFatalWord));
   if (latest == nullptr || latest[0] == '\0') return 0;
   if (!command_fits(ShellCommand::kCopyDir, latest.get(), dir)) {
     LOGE("name too long to copy: %s", latest.get());
@@ -130,18 +130,9 @@ static_assert(has_the_order_of_the_names(),
 }  // namespace
 
 const char* feedback_destination_fault(int mask, const char* dir) {
-  constexpr struct {
-    int32_t bits;
-    const char* directory;  // is copied, deleted or cleared by these pieces
-  } kSources[] = {
-      {kSelectGeneral, kGeneralDir},      {kSelectGeneral | kSelectAnr | kSelectBootfail, kAnrDir},
-      {kSelectTombstone, kTombstoneDir},  {kSelectPstore, kPstoreDir},
-      {kSelectPower, kPowerFeedbackDir},  {kSelectExceptions, kExceptionDir},
-      {kSelectBluetooth, kBluetoothLogs},
-  };
   std::vector<std::string_view> selected;
-  for (const auto& source : kSources) {
-    if ((source.bits & mask) != 0) selected.push_back(source.directory);
+  for (const FeedbackSource& source : kFeedbackSources) {
+    if ((source.selection & mask) != 0) selected.push_back(source.directory);
   }
   // The longest of the commands.
   const bool fits = command_fits(ShellCommand::kCopyDir, kPowerFeedbackDir, dir);

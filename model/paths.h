@@ -33,6 +33,7 @@ constexpr char kStagedBootFailLog[] = "/sdcard/Android/data/.harrowmoss/general/
 constexpr char kAnrDir[] = "/data/anr";
 constexpr char kTombstoneDir[] = "/data/tombstones";
 constexpr char kPstoreDir[] = "/sys/fs/pstore";
+constexpr char kBluetoothLogs[] = "/data/misc/bluetooth/logs";
 constexpr char kExceptionDir[] = "/data/aee_exp/";
 
 // Tools and scripts of the platform.

@@ -80,11 +80,6 @@ class UnfinishedFile {
   ScopedFd fd_;
 };
 
-std::string without_slashes(std::string path) {
-  while (path.size() > 1 && path.back() == '/') path.pop_back();
-  return path;
-}
-
 std::string protocol_of(const Environment& env) {
   Connection daemon;
   int32_t version = 0;

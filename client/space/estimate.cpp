@@ -14,6 +14,7 @@
 #include "client/support/text.h"
 #include "client/support/volume.h"
 #include "model/data_room.h"
+#include "model/feedback_sources.h"
 #include "model/log_buffers.h"
 #include "protocol/names.h"
 
@@ -21,32 +22,24 @@ namespace {
 
 using std::chrono::milliseconds;
 
-constexpr const char* kLogcat = "/system/bin/logcat";
 constexpr const char* kGetprop = "/system/bin/getprop";
-constexpr const char* kDumpLines = "80000";  // of each buffer, as the daemon takes them
-constexpr milliseconds kDumpLimit{7000};     // what the daemon gives all dumps together
+constexpr milliseconds kDumpLimit{7000};  // what the daemon gives all dumps together
 constexpr milliseconds kGetpropLimit{2000};
 constexpr int64_t kReportBytes = 16 << 10;  // the device report and logcat's statistics, generously
-constexpr const char* kExceptionDir = "/data/aee_exp";
-constexpr const char* kExceptionWord = "fatal";
 
 // clang-format off
 
-// What a selection copies to the destination.
+// What the bytes of a selection do not tell.
 constexpr struct {
-  int32_t bit;
-  const char* directory;  // "" when nothing that can be measured
+  int32_t selection;
   const char* note;
-} kSources[] = {
-    {kSelectBootfail, "/data/anr", "the boot-failure log moves to the staging area"},
-    {kSelectGeneral, "/sdcard/Android/data/.harrowmoss/general", "the staging area and the log buffers of now"},
-    {kSelectTombstone, "/data/tombstones", ""},
-    {kSelectAnr, "/data/anr", ""},
-    {kSelectPstore, "/sys/fs/pstore", ""},
-    {kSelectPower, "/sdcard/Android/data/.harrowmoss/zklog/feedback/power", "and what the platform's script adds"},
-    {kSelectExceptions, "", "the newest fatal entry of /data/aee_exp"},
-    {kSelectBluetooth, "", "moves to /data/misc/zelkalog/btlog, not to the bundle"},
-    {kSelectMinidump, "", "what the vendor service moves is not known before"},
+} kNotes[] = {
+    {kSelectBootfail,   "the boot-failure log moves to the staging area"},
+    {kSelectGeneral,    "the staging area and the log buffers of now"},
+    {kSelectPower,      "and what the platform's script adds"},
+    {kSelectExceptions, "the newest fatal entry of /data/aee_exp"},
+    {kSelectBluetooth,  "moves to /data/misc/zelkalog/btlog, not to the bundle"},
+    {kSelectMinidump,   "what the vendor service moves is not known before"},
 };
 
 // clang-format on
@@ -69,20 +62,33 @@ int64_t dumped_bytes(const Environment& env, int64_t block, std::string* note) {
   return total;
 }
 
-// The entry of /data/aee_exp that would be copied; "" when there is none.
-std::string newest_exception(const Environment& env) {
-  const std::string directory = env.root + kExceptionDir;
+// The entry of `directory` that would be copied; "" when there is none.
+std::string newest_fatal(const std::string& directory) {
   std::string newest;
   time_t newest_time = 0;
   for (const std::string& name : list_directory(directory)) {
     struct stat info;
-    if (name.find(kExceptionWord) == std::string::npos) continue;
+    if (name.find(kFatalWord) == std::string::npos) continue;
     if (stat((directory + "/" + name).c_str(), &info) != 0) continue;
     if (!newest.empty() && info.st_mtime <= newest_time) continue;
     newest = directory + "/" + name;
     newest_time = info.st_mtime;
   }
   return newest;
+}
+
+// The path that a source adds to the bundle; "" when it adds none.
+std::string copied_path(const Environment& env, const FeedbackSource& source) {
+  const std::string directory = without_slashes(env.root + source.directory);
+  if (source.use == SourceUse::kCopied) return directory;
+  return source.use == SourceUse::kNewestFatal ? newest_fatal(directory) : "";
+}
+
+const char* note_of(int32_t selection) {
+  for (const auto& row : kNotes) {
+    if (row.selection == selection) return row.note;
+  }
+  return "";
 }
 
 int64_t property_bytes(const Environment& env, int64_t block) {
@@ -118,16 +124,17 @@ EstimateReport estimate_bundle(const Environment& env, int32_t mask,
   std::set<std::string> counted;
   for (const NamedBit& selection : kFeedbackNames) {
     if ((selection.mask & mask) == 0) continue;
-    EstimateRow row = {selection.name, 0, ""};
-    for (const auto& source : kSources) {
-      if (source.bit != selection.mask) continue;
-      row.note = source.note;
-      std::string path = *source.directory == '\0' ? "" : env.root + source.directory;
-      if (source.bit == kSelectExceptions) path = newest_exception(env);
-      if (!path.empty()) row.bytes = copy_bytes(path, space.block);
-      const bool again = !path.empty() && !counted.insert(path).second;
-      if (again) row.note = "the same files as above, counted once";
-      if (!again) report.wanted += row.bytes;
+    EstimateRow row = {selection.name, 0, note_of(selection.mask)};
+    for (const FeedbackSource& source : kFeedbackSources) {
+      if (source.selection != selection.mask) continue;
+      const std::string path = copied_path(env, source);
+      if (path.empty()) continue;
+      row.bytes = copy_bytes(path, space.block);
+      if (counted.insert(path).second) {
+        report.wanted += row.bytes;
+      } else {
+        row.note = "the same files as above, counted once";
+      }
     }
     if (selection.mask == kSelectGeneral) {
       const int64_t dumps = dumped_bytes(env, space.block, &row.note);

@@ -74,6 +74,11 @@ std::string resolved(const std::string& path) {
   return realpath(path.c_str(), real) == nullptr ? "" : real;
 }
 
+std::string without_slashes(std::string path) {
+  while (path.size() > 1 && path.back() == '/') path.pop_back();
+  return path;
+}
+
 bool make_directories(const std::string& path) {
   for (size_t slash = path.find('/', 1);; slash = path.find('/', slash + 1)) {
     const std::string prefix = path.substr(0, slash);

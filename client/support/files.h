@@ -26,6 +26,9 @@ bool is_link(const std::string& path);
 // Where `path` leads when every link on the way is followed; "" when nothing is there.
 std::string resolved(const std::string& path);
 
+// `path` without slashes at its end; "/" stays.
+std::string without_slashes(std::string path);
+
 // Makes `path` and its missing parents with mode 0777. False with errno set on failure.
 bool make_directories(const std::string& path);
 

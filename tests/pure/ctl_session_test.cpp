@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "client/connection/connection.h"
+#include "client/support/child.h"
 #include "tests/pure/ctl_support.h"
 
 namespace {
@@ -197,6 +198,12 @@ TEST(CtlSession, TellsNobodyThereFromNoPlaceInTheQueue) {
   EXPECT_EQ(client.run({"version", "--json"}), kExitNoConnection);
   EXPECT_TRUE(holds(client.out, "\"exit\":3")) << client.out;
   EXPECT_TRUE(holds(client.err, "root")) << client.err;
+}
+
+TEST(CtlChild, IsKilledAtItsLimit) {
+  const SteadyTime killed_by = after(std::chrono::seconds(10));
+  EXPECT_EQ(read_child({{"/bin/sleep", "20"}}, std::chrono::milliseconds(20), [](auto) {}), -2);
+  EXPECT_GT(left_ms(killed_by), 0);
 }
 
 }  // namespace
