@@ -160,13 +160,12 @@ bool FileStream::open_next() {
   return true;
 }
 
-// Makes the text line_, with a mark before it when the clock was set back. False for what is not of
-// the range.
-bool FileStream::take(std::string_view text) {
+// Makes line_ of its text, or the mark before it when the clock was set back. False for what is not
+// of the range.
+bool FileStream::take() {
   line_.kind = LineKind::kLine;
-  line_.text = text;
   line_.inside = reader_.inside();
-  const log_stamp time = line_.inside ? kNoStamp : parser_.parse(text);
+  const log_stamp time = line_.inside ? kNoStamp : parser_.parse(line_.text);
   line_.stamped = time != kNoStamp;
   if (!line_.stamped) return shown_;
   line_.time = time;
@@ -195,9 +194,8 @@ bool FileStream::next() {
     return true;
   }
   while (!done_) {
-    std::string_view text;
-    if (file_.fd() != -1 && reader_.next(&text, !growing())) {
-      if (take(text)) return true;
+    if (file_.fd() != -1 && reader_.next(&line_.text, !growing())) {
+      if (take()) return true;
       continue;
     }
     if (file_.fd() != -1 && !file_.is_file() && reader_.missing() > 0) {

@@ -29,7 +29,7 @@ class FileStream : public LineStream {
   void skip_to_range();
   bool open_next();
   bool judge_hole(const RunFile& file, const RunFile* before);
-  bool take(std::string_view text);
+  bool take();
   void mark(LineKind kind, log_stamp from, log_stamp until, const std::string& text);
 
   const RunSource& source_;

@@ -1,11 +1,12 @@
 #include "client/merge/list.h"
 
+#include <string.h>
+
 #include "client/reader/run_files.h"
 #include "client/support/json.h"
 
 namespace {
 
-constexpr size_t kHeld = 256 * 1024;
 constexpr const char* kKindNames[] = {"line", "event", "step", "hole"};
 
 std::string_view without_end(std::string_view text) {
@@ -16,19 +17,32 @@ std::string_view without_end(std::string_view text) {
 }  // namespace
 
 ListWriter::ListWriter(ListForm form, LineFilter* filter, FILE* out)
-    : form_(form), filter_(filter), out_(out) {
-  held_.reserve(kHeld + 2 * 1024);
+    : form_(form), filter_(filter), out_(out) {}
+
+bool ListWriter::write(std::string_view text) {
+  broken_ = fwrite(text.data(), 1, text.size(), out_) != text.size() || fflush(out_) != 0;
+  return !broken_;
 }
 
 bool ListWriter::flush() {
-  fwrite(held_.data(), 1, held_.size(), out_);
-  held_.clear();
-  return fflush(out_) == 0 && ferror(out_) == 0;
+  const size_t used = used_;
+  used_ = 0;
+  return write({held_.get(), used});
 }
 
-void ListWriter::add_text(const LogLine& line) {
-  if (!line_ends_ && !line.inside) held_ += '\n';
-  held_ += line.text;
+inline void ListWriter::append(std::string_view text) {
+  if (text.size() > kHeld - used_) flush();
+  if (text.size() > kHeld) {
+    write(text);
+    return;
+  }
+  memcpy(&held_[used_], text.data(), text.size());
+  used_ += text.size();
+}
+
+inline void ListWriter::add_text(const LogLine& line) {
+  if (!line_ends_ && !line.inside) append("\n");
+  append(line.text);
   line_ends_ = !line.text.empty() && line.text.back() == '\n';
 }
 
@@ -53,7 +67,7 @@ void ListWriter::add_json(const LineStream& stream, const LogLine& line) {
     if (line.inside) json.flag("continues", true);
     json.member("text", text);
   }
-  held_ += json.end_object().text() + "\n";
+  append(json.end_object().text() + "\n");
 }
 
 void ListWriter::add_count(const LineStream& stream, const LogLine& line) {
@@ -66,11 +80,11 @@ void ListWriter::add_count(const LineStream& stream, const LogLine& line) {
 }
 
 bool ListWriter::take(const LineStream& stream, const LogLine& line) {
-  if (!filter_->passes(line)) return true;
+  if (!filter_->is_open() && !filter_->passes(line)) return true;
   if (form_ == ListForm::kText) add_text(line);
   if (form_ == ListForm::kJson) add_json(stream, line);
   if (form_ == ListForm::kCount) add_count(stream, line);
-  return held_.size() < kHeld || flush();
+  return !broken_;
 }
 
 std::string ListWriter::counts(bool as_json) const {

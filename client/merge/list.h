@@ -5,6 +5,7 @@
 #include <stdio.h>
 
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -27,6 +28,8 @@ class ListWriter : public LineSink {
   std::string counts(bool as_json) const;
 
  private:
+  bool write(std::string_view text);
+  void append(std::string_view text);
   void add_text(const LogLine& line);
   void add_json(const LineStream& stream, const LogLine& line);
   void add_count(const LineStream& stream, const LogLine& line);
@@ -34,8 +37,11 @@ class ListWriter : public LineSink {
   ListForm form_;
   LineFilter* filter_;
   FILE* out_;
-  std::string held_;
-  bool line_ends_ = true;  // held_, or what was written before it, ends with a newline
+  static constexpr size_t kHeld = 256 * 1024;
+  std::unique_ptr<char[]> held_ = std::make_unique<char[]>(kHeld);  // not written yet
+  size_t used_ = 0;                                                 // of it
+  bool broken_ = false;                                             // nobody reads any more
+  bool line_ends_ = true;  // what was given last ends with a newline
   struct CountRow {
     int64_t levels[kLevels.size()] = {};
     int64_t others = 0;  // without a level

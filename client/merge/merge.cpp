@@ -1,18 +1,26 @@
 #include "client/merge/merge.h"
 
 #include <algorithm>
-#include <tuple>
 
 namespace {
+
+// Where a line belongs: the lines of an epoch by their times, and of the same time by their
+// streams.
+struct Place {
+  bool operator<(const Place& other) const {
+    return epoch < other.epoch || (epoch == other.epoch && time < other.time);
+  }
+  size_t epoch;  // how often the clock had been set back before it
+  log_stamp time;
+};
+constexpr Place kEnded = {SIZE_MAX, kLastStamp};
 
 // A stream at its next line.
 struct Runner {
   LineStream* stream;
-  size_t order;
-  size_t epoch = 0;       // how often the clock had been set back before this line
+  size_t epoch = 0;
   bool promoted = false;  // other streams told so, and not yet its own lines
-
-  auto place() const { return std::make_tuple(epoch, stream->key(), order); }
+  Place place = kEnded;   // of the line; kEnded when there is none now
 };
 
 class Merger {
@@ -23,7 +31,7 @@ class Merger {
   bool run();
 
  private:
-  bool advance(Runner* at);
+  void advance(Runner* at);
   void promote();
 
   StreamList* streams_;
@@ -32,22 +40,24 @@ class Merger {
   std::vector<log_stamp> tops_;  // the latest time of each epoch that has ended
 };
 
-bool Merger::advance(Runner* at) {
-  if (!at->stream->next()) return false;
+void Merger::advance(Runner* at) {
+  at->place = kEnded;
+  if (!at->stream->next()) return;
   const LogLine& line = at->stream->line();
-  if (line.kind != LineKind::kStep) return true;
-  if (!at->promoted) ++at->epoch;
-  at->promoted = false;
-  if (tops_.size() < at->epoch) tops_.push_back(line.until);
-  tops_[at->epoch - 1] = std::max(tops_[at->epoch - 1], line.until);
-  return true;
+  if (line.kind == LineKind::kStep) {
+    if (!at->promoted) ++at->epoch;
+    at->promoted = false;
+    if (tops_.size() < at->epoch) tops_.push_back(line.until);
+    tops_[at->epoch - 1] = std::max(tops_[at->epoch - 1], line.until);
+  }
+  at->place = {at->epoch, at->stream->key()};
 }
 
 // Later than anything before the clock was set back: it must have been written after that.
 void Merger::promote() {
   for (Runner& at : known_) {
-    while (at.epoch < tops_.size() && at.stream->key() > tops_[at.epoch] + kStepMin) {
-      ++at.epoch;
+    while (at.place.epoch < tops_.size() && at.place.time > tops_[at.epoch] + kStepMin) {
+      at.place.epoch = ++at.epoch;
       at.promoted = true;
     }
   }
@@ -55,32 +65,25 @@ void Merger::promote() {
 
 bool Merger::run() {
   for (size_t i = known_.size(); i < streams_->size(); i++) {
-    known_.push_back({(*streams_)[i].get(), i});
+    known_.push_back({(*streams_)[i].get()});
   }
-  std::vector<Runner*> active;
-  for (Runner& at : known_) {
-    if (advance(&at)) active.push_back(&at);
-  }
-  const auto later = [](const Runner* a, const Runner* b) { return a->place() < b->place(); };
-  while (!active.empty()) {
-    promote();
-    const auto first = std::min_element(active.begin(), active.end(), later);
-    Runner* const at = *first;
-    const Runner* second = nullptr;
-    for (const Runner* other : active) {
-      if (other != at && (second == nullptr || later(other, second))) second = other;
+  for (Runner& at : known_) advance(&at);
+  for (;;) {
+    if (!tops_.empty()) promote();
+    Runner* first = nullptr;
+    Place earliest = kEnded;
+    for (Runner& at : known_) {
+      if (!(at.place < earliest)) continue;
+      earliest = at.place;
+      first = &at;
     }
-    const auto limit = second == nullptr ? at->place() : second->place();
-    const size_t steps = tops_.size();
-    bool more;
+    if (first == nullptr) return true;
+    const LogLine& line = first->stream->line();
     do {
-      if (!sink_->take(*at->stream, at->stream->line())) return false;
-      more = advance(at);
-    } while (more && (!at->stream->line().stamped ||
-                      (steps == tops_.size() && (second == nullptr || at->place() < limit))));
-    if (!more) active.erase(first);
+      if (!sink_->take(*first->stream, line)) return false;
+      advance(first);
+    } while (first->place < kEnded && !line.stamped);
   }
-  return true;
 }
 
 }  // namespace

@@ -44,15 +44,15 @@ class StampParser {
   }
 
  private:
-  static constexpr size_t kMinute = 12;  // "11-22 06:17:"
+  static constexpr size_t kSecondBytes = 15;  // "11-22 06:17:46."
   log_stamp threadtime(std::string_view line);
   log_stamp dated(std::string_view line) const;
-  bool read_minute(std::string_view line);
+  bool read_second(std::string_view line);
 
   LineFormat format_;
-  log_stamp latest_;            // that a line can have
-  char minute_[kMinute] = {};   // of the line before, which is that of most lines
-  log_stamp minute_stamp_ = 0;  // of minute_
+  log_stamp latest_;                // that a line can have
+  char second_[kSecondBytes] = {};  // of the line before; most lines have the same
+  log_stamp second_stamp_ = 0;      // of second_
 };
 
 // The parts of a threadtime line.

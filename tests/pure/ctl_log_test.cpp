@@ -53,6 +53,9 @@ TEST(CtlLogStamp, IsReadFromEachFormatOrNotAtAll) {
       {LineFormat::kThreadtime, "11-21 10:00:01.005 x", time - 362 * kDay},  // a year before
       {LineFormat::kThreadtime, "11-18 10:00:01.00 1 1 I T: x", kNoStamp},
       {LineFormat::kThreadtime, "11-18 10:00:01.005", kNoStamp},
+      {LineFormat::kThreadtime, "11-18 10:00:01.00500:  1 1 I T: x", kNoStamp},
+      {LineFormat::kThreadtime, "11-18 10:00:01./05000  1 1 I T: x", kNoStamp},
+      {LineFormat::kThreadtime, "11-18 10:00:01.00500\xb0  1 1 I T: x", kNoStamp},
       {LineFormat::kThreadtime, "11-31 10:00:01.005 x    ", kNoStamp},
       {LineFormat::kThreadtime, "11-18 24:00:01.005 x    ", kNoStamp},
       {LineFormat::kThreadtime, " 1-18 10:00:01.005 x    ", kNoStamp},
