@@ -29,14 +29,14 @@ constexpr struct {
 } kBuffers[] = {{"main", 60},   {"system", 10}, {"radio", 15},
                 {"events", 10}, {"crash", 1},   {"kernel", 4}};
 
-struct used_time {
+struct UsedTime {
   int64_t cpu_ns;
   int64_t wall_ns;
   int64_t peak_kib;
 };
 
 // Runs a shell command to its end.
-used_time run_line(const std::string& line) {
+UsedTime run_line(const std::string& line) {
   const std::string text = kTools + line;
   char* const argv[] = {const_cast<char*>("sh"), const_cast<char*>("-c"),
                         const_cast<char*>(text.c_str()), nullptr};

@@ -148,7 +148,7 @@ bool FileStream::open_next() {
   const RunFile* before = current_ == SIZE_MAX || offset_ > 0 ? nullptr : &files_[current_];
   current_ = following;
   line_.kind = LineKind::kLine;
-  if (!file_.open(source_, file)) {
+  if (!file_.open(source_, file, &files_[0] + files_.size())) {
     trouble_ = "cannot read " + file.path;
     return true;
   }

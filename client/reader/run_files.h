@@ -15,6 +15,7 @@ struct RunFile {
   int64_t written = 0;      // last modification, seconds since 1970
   int64_t replacement = 0;  // number of the logcat that replaced its predecessor; 0: the first one
   int64_t generation = 0;   // 0: the youngest of its logcat
+  size_t position = 0;      // among the archive's files
 };
 
 // What is read as one stream: a log buffer's files, the touch recorder's, or the daemon's own log.

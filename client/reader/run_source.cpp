@@ -56,7 +56,9 @@ std::string list_archive(RunSource* source) {
     rest += bytes;
     for (size_t end; (end = rest.find('\n')) != std::string::npos; rest.erase(0, end + 1)) {
       RunFile file;
-      if (parse_listed(std::string_view(rest).substr(0, end), &file)) source->files.push_back(file);
+      if (!parse_listed(std::string_view(rest).substr(0, end), &file)) continue;
+      file.position = source->files.size();
+      source->files.push_back(file);
     }
   };
   ChildSetup tar = {{source->tar, "-t", "-v", "-z", "-f", source->archive}};
@@ -193,7 +195,11 @@ bool refresh_source(const Environment& env, RunSource* source) {
   return !moved;
 }
 
-bool OpenFile::open(const RunSource& source, const RunFile& file) {
+bool OpenFile::open(const RunSource& source, const RunFile& file, const RunFile* end) {
+  if (coming_ > 0) {
+    coming_--;
+    return true;
+  }
   close();
   if (source.archive.empty()) {
     // Non-blocking, in case somebody left a FIFO under the name.
@@ -207,14 +213,21 @@ bool OpenFile::open(const RunSource& source, const RunFile& file) {
   fd_.reset(ends[0]);
   const ScopedFd writer(ends[1]);
   ChildSetup tar = {{source.tar, "-x", "-O", "-z", "-f", source.archive, "--", file.place}};
+  for (const RunFile* last = &file; end != nullptr && last + 1 != end; last++) {
+    if (last[1].position < last->position) break;
+    tar.argv.push_back(last[1].place);
+    coming_++;
+  }
   tar.out = writer.get();
   tar.quiet = true;
   tool_ = start_child(tar);
+  if (tool_ == -1) close();
   return tool_ != -1;
 }
 
 void OpenFile::close() {
   fd_.reset();
+  coming_ = 0;
   if (tool_ == -1) return;
   kill(tool_, SIGKILL);  // its own gzip ends by the closed pipe
   wait_child(tool_);

@@ -40,8 +40,10 @@ class OpenFile {
   OpenFile(const OpenFile&) = delete;
   OpenFile& operator=(const OpenFile&) = delete;
 
-  // Opens `file`, or starts the tar that gives its bytes. False when it cannot be.
-  bool open(const RunSource& source, const RunFile& file);
+  // Opens `file`, or starts the tar that writes it. That tar goes on with the files after it, up to
+  // `end` (null: none), while they come in this order in the archive too; open() of the next file
+  // then continues the stream, so read exactly file.bytes before. False on failure.
+  bool open(const RunSource& source, const RunFile& file, const RunFile* end = nullptr);
   // Ends a tar too, which may not have come to its end.
   void close();
 
@@ -51,4 +53,5 @@ class OpenFile {
  private:
   ScopedFd fd_;
   pid_t tool_ = -1;
+  size_t coming_ = 0;  // files that the running tar gives after this one
 };

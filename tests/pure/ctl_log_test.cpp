@@ -282,6 +282,36 @@ TEST(CtlLog, FiltersAndCounts) {
   }
 }
 
+TEST(CtlLog, ReadsAnArchiveOnceForEachBuffer) {
+  Desk client;
+  const std::string first = "--------- beginning of main\n" + line("10:00:01.000000", "a");
+  client.put("mobile/Q-main.txt.2", first);
+  client.put("mobile/Q-main.txt.1", line("10:00:03.000000", "c"));
+  client.put("mobile/Q-main.txt", line("10:00:04.000000", "d"));
+  client.put("mobile/Q-radio.txt", line("10:00:02.000000", "b"));
+  const std::string starts = client.env.root + "/starts";
+  client.tree.put("system/bin/tar", "#!/bin/sh\necho >> " + starts + "\nexec tar \"$@\"\n");
+  ASSERT_EQ(chmod((client.env.root + "/system/bin/tar").c_str(), 0755), 0);
+  const std::string whole = client.list();
+  const struct {
+    std::vector<const char*> order;  // in the archive
+    size_t tars;                     // the first one lists the archive
+  } rows[] = {{{"main.txt.2", "main.txt.1", "radio.txt", "main.txt"}, 3},
+              {{"main.txt", "main.txt.1", "main.txt.2", "radio.txt"}, 5},
+              {{"radio.txt", "main.txt.1", "main.txt", "main.txt.2"}, 4}};
+  for (const auto& row : rows) {
+    const std::string archive = client.tree.root() + "/7.tar.gz";
+    std::string command = "tar -c -z -f " + archive + " -C " + client.tree.root();
+    for (const char* file : row.order)
+      command += std::string(" '") + kRun + "/mobile/Q-" + file + "'";
+    ASSERT_EQ(system(command.c_str()), 0);
+    std::filesystem::remove(starts);
+    ASSERT_EQ(client.run({"log", archive}), kExitOk) << client.err;
+    EXPECT_EQ(client.out, whole) << row.order[0];
+    EXPECT_EQ(std::filesystem::file_size(starts), row.tars) << row.order[0];
+  }
+}
+
 TEST(CtlLog, FollowsThroughRotationTruncationAndTheMove) {
   namespace fs = std::filesystem;
   BenchClient client;
