@@ -8,6 +8,7 @@
 
 namespace {
 
+constexpr int64_t kTouchRotated = 3;  // files that the recorder keeps beside the youngest
 constexpr const char* kMarkHead = "--------- ";  // as logcat's own lines about itself begin
 
 FileSpan span_of_file(const RunSource& source, const RunFile& file, LineFormat format) {
@@ -113,31 +114,42 @@ void FileStream::mark(LineKind kind, log_stamp from, log_stamp until, const std:
   line_.inside = false;
 }
 
-// Makes line_ the mark of what is missing before `file`, which has just been opened.
-bool FileStream::judge_hole(const RunFile& file, const RunFile* before) {
-  if (format_ != LineFormat::kThreadtime) return false;
-  const std::string_view head = reader_.ahead();
-  if (head.empty()) return false;
-  const bool opens = opens_logcat(head);
-  std::string reason;
+// What is missing before `file`, which begins with `head` and follows `before` (null: it is the
+// first one); "" for nothing.
+std::string FileStream::missing_before(const RunFile& file, const RunFile* before,
+                                       std::string_view head) {
+  const bool rotated = file.generation > 0 && !opens_logcat(head);
   if (before == nullptr) {
-    if (file.generation > 0 && !opens) reason = "older lines were rotated out";
+    if (format_ == LineFormat::kTouch) {
+      return file.generation < kTouchRotated ? "" : "older lines may have been rotated out";
+    }
+    const bool late = source_.start != kNoStamp && first_stamp(head, parser_) > source_.start;
+    if (rotated && (late || format_ == LineFormat::kThreadtime)) {
+      return "older lines were rotated out";
+    }
   } else if (before->replacement != file.replacement) {
-    reason = "its logcat was replaced, lines just before it may be lost";
-    if (file.generation > 0 && !opens) reason += "; what it wrote first was rotated out";
+    return std::string("its logcat was replaced, lines just before it may be lost") +
+           (rotated ? "; what it wrote first was rotated out" : "");
   } else if (before->generation != file.generation + 1) {
-    reason = "files ." + std::to_string(before->generation - 1) + " to ." +
-             std::to_string(file.generation + 1) + " are missing";
+    return "files ." + std::to_string(before->generation - 1) + " to ." +
+           std::to_string(file.generation + 1) + " are missing";
   }
-  if (reason.empty()) return false;
+  return "";
+}
+
+// Makes line_ the mark of what is missing before `file`, which has just been opened.
+void FileStream::mark_hole(const RunFile& file, const RunFile* before) {
+  const std::string_view head = reader_.ahead();
+  if (head.empty()) return;
+  const std::string reason = missing_before(file, before, head);
+  if (reason.empty()) return;
   const log_stamp to = first_stamp(head, parser_);
   log_stamp from = before == nullptr ? source_.start : last_;
   if (from == kNoStamp || (to != kNoStamp && from > to)) from = to;
-  if (from == kNoStamp || !range_.holds(from, to == kNoStamp ? from : to)) return false;
+  if (from == kNoStamp || !range_.holds(from, to == kNoStamp ? from : to)) return;
   if (before == nullptr && key_ == kNoStamp) key_ = from;
   mark(LineKind::kHole, from, to,
        "hole: " + name() + ": " + reason + (to == kNoStamp ? "" : "; until " + stamp_text(to)));
-  return true;
 }
 
 // Goes on to the next file. False when there is none; else line_ may be a mark (its kind tells).
@@ -154,8 +166,11 @@ bool FileStream::open_next() {
   }
   if (file_.is_file()) lseek(file_.fd(), offset_, SEEK_SET);
   parser_ = StampParser(format_, file.written);
-  reader_.attach(file_.fd(), file_.is_file() ? INT64_MAX : file.bytes);
-  if (offset_ == 0) judge_hole(file, before);
+  // The touch recorder may rotate in the middle of a line.
+  const bool joined = format_ == LineFormat::kTouch && before != nullptr &&
+                      before->generation == file.generation + 1;
+  reader_.attach(file_.fd(), file_.is_file() ? INT64_MAX : file.bytes, joined);
+  if (offset_ == 0) mark_hole(file, before);
   offset_ = 0;
   return true;
 }

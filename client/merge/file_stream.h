@@ -28,7 +28,8 @@ class FileStream : public LineStream {
   bool growing() const { return follow_ && current_ + 1 >= files_.size(); }
   void skip_to_range();
   bool open_next();
-  bool judge_hole(const RunFile& file, const RunFile* before);
+  std::string missing_before(const RunFile& file, const RunFile* before, std::string_view head);
+  void mark_hole(const RunFile& file, const RunFile* before);
   bool take();
   void mark(LineKind kind, log_stamp from, log_stamp until, const std::string& text);
 

@@ -10,7 +10,6 @@ namespace {
 
 constexpr const char* kStart = "logging was started: run ";
 constexpr const char* kStop = "logging was stopped";
-constexpr log_stamp kBeforeStart = 2 * kSecond;  // the name is made a moment before the line
 
 // clang-format off
 
@@ -29,8 +28,10 @@ constexpr ToldMessage kStory[] = {
 
 // clang-format on
 
-TimeRange from_start(TimeRange range, log_stamp start) {
-  if (start != kNoStamp) range.since = std::max(range.since, start - kBeforeStart);
+// The log is read from its beginning when the run's start is to be shown: what went before it tells
+// since when logging was off.
+TimeRange with_past(TimeRange range, log_stamp start) {
+  if (start != kNoStamp && range.since <= start) range.since = kNoStamp;
   return range;
 }
 
@@ -43,13 +44,12 @@ std::string story_of(std::string_view line) {
 
 StoryStream::StoryStream(const RunSource& source, const LogStream& files, const TimeRange& range,
                          bool follow)
-    : FileStream(source, files, from_start(range, source.start), follow),
+    : FileStream(source, files, with_past(range, source.start), follow),
       run_(source.start == kNoStamp ? "" : source.name),
       began_(range.since != kNoStamp && range.since > source.start) {}
 
-// Makes the line one of ours.
-bool StoryStream::tell(const std::string& text, LineKind kind, log_stamp until) {
-  const log_stamp from = until == kNoStamp ? line_.time : stopped_;
+// Makes line_ one of ours.
+bool StoryStream::tell(LineKind kind, log_stamp from, log_stamp until, const std::string& text) {
   text_ = "--------- " + stamp_text(from) + " " + text + "\n";
   line_.kind = kind;
   line_.text = text_;
@@ -58,23 +58,40 @@ bool StoryStream::tell(const std::string& text, LineKind kind, log_stamp until) 
   return true;
 }
 
+bool StoryStream::tell_off(log_stamp until) {
+  return tell(LineKind::kHole, stopped_, until, "hole: logging was off until " + stamp_text(until));
+}
+
 bool StoryStream::next() {
+  if (!start_.empty()) {
+    const std::string told = std::move(start_);
+    start_.clear();
+    return tell(LineKind::kEvent, line_.until, kNoStamp, told);
+  }
   while (!over_ && FileStream::next()) {
-    if (line_.kind != LineKind::kLine) return true;
-    const std::string told = line_.stamped ? story_of(line_.text) : "";
-    if (told.empty()) continue;
-    if (told.rfind(kStart, 0) == 0) {
-      const bool ours = run_.empty() || told.substr(std::string_view(kStart).size()) == run_;
-      if (!ours && stopped_ != kNoStamp) {
-        over_ = true;
-        return tell("hole: logging was off until " + stamp_text(line_.time), LineKind::kHole,
-                    line_.time);
-      }
+    // The log begins after the run's start.
+    if (line_.kind == LineKind::kHole) began_ = true;
+    const bool logged = line_.kind == LineKind::kLine && line_.stamped;
+    const std::string story = logged ? story_of(line_.text) : "";
+    const log_stamp time = line_.time;
+    const std::string told = "daemon: " + story;
+    if (story.rfind(kStart, 0) == 0) {
+      const bool ours = run_.empty() || story.substr(std::string_view(kStart).size()) == run_;
+      over_ = began_ && !ours && stopped_ != kNoStamp;
+      if (over_) return tell_off(time);
       began_ = began_ || ours;
+      if (ours && stopped_ != kNoStamp) {
+        start_ = told;
+        tell_off(time);
+        stopped_ = kNoStamp;
+        return true;
+      }
+      stopped_ = kNoStamp;
     }
-    if (!began_ && !run_.empty()) continue;  // the end of the run before this one
-    if (told == kStop) stopped_ = line_.time;
-    return tell("daemon: " + told, LineKind::kEvent, kNoStamp);
+    if (story == kStop) stopped_ = time;
+    if (!began_ && !run_.empty()) continue;  // of the runs before
+    if (line_.kind != LineKind::kLine) return true;
+    if (!story.empty()) return tell(LineKind::kEvent, time, kNoStamp, told);
   }
   return false;
 }

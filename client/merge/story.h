@@ -9,18 +9,21 @@
 // The line in plain words, "" for one that is no part of the story.
 std::string story_of(std::string_view line);
 
-// Ends with the first start behind the run's stop: what lies between is a hole, logging off.
+// Begins with the run's start and ends with the first start after its stop. Between two runs
+// logging was off, which is a hole on both sides.
 class StoryStream : public FileStream {
  public:
   StoryStream(const RunSource& source, const LogStream& files, const TimeRange& range, bool follow);
   bool next() override;
 
  private:
-  bool tell(const std::string& text, LineKind kind, log_stamp until);
+  bool tell(LineKind kind, log_stamp from, log_stamp until, const std::string& text);
+  bool tell_off(log_stamp until);
 
   std::string run_;
   std::string text_;
+  std::string start_;             // the line after a hole before the start
   bool began_ = false;            // this run's start was there
-  log_stamp stopped_ = kNoStamp;  // when logging was switched off
+  log_stamp stopped_ = kNoStamp;  // when logging was switched off; kNoStamp while it is on
   bool over_ = false;
 };

@@ -5,11 +5,12 @@
 
 #include <algorithm>
 
-void LineReader::attach(int fd, int64_t limit) {
+void LineReader::attach(int fd, int64_t limit, bool joined) {
   fd_ = fd;
   limit_ = limit;
   at_ = end_ = 0;
-  inside_ = ends_inside_ = false;
+  inside_ = false;
+  ends_inside_ = ends_inside_ && joined;
 }
 
 // False at the end of the data, which a read that fails is as well.

@@ -13,8 +13,8 @@ class LineReader {
   static constexpr size_t kPiece = kBuffer / 2;  // a longer line comes in several pieces
 
   // Reads at most `limit` bytes from `fd`, which stays the caller's, from where it stands. Forgets
-  // what it held.
-  void attach(int fd, int64_t limit = INT64_MAX);
+  // what it held. With `joined` the bytes continue a last line that had no newline.
+  void attach(int fd, int64_t limit = INT64_MAX, bool joined = false);
 
   // Forgets the beginning of a line whose rest is not there yet, and reads it again next time: the
   // file may be cut there meanwhile. For files only.

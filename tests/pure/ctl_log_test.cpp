@@ -360,12 +360,43 @@ TEST(CtlLog, ShowsTheDaemonsStoryOfThisRunOnly) {
                       told("10:00:10", "monitorLogSizeThread", "now delete oldest dir /s/6#x"));
   client.put("mobile/Q-main.txt", line("10:00:02.000000", "a"));
   EXPECT_EQ(client.list(),
+            "--------- 11-18 09:59:59.000000 hole: logging was off until 11-18 10:00:00.000000\n"
             "--------- 11-18 10:00:00.000000 daemon: logging was started: run 7#11-18_10-00-00\n"
             "--------- 11-18 10:00:01.000000 daemon: evicted: /s/5#x\n" +
                 line("10:00:02.000000", "a") +
                 "--------- 11-18 10:00:05.000000 daemon: logging was stopped\n"
                 "--------- 11-18 10:00:05.000000 hole: logging was off until "
                 "11-18 10:00:09.000000\n");
+}
+
+TEST(CtlLog, TellsWhereTheDaemonsLogWasRotatedOut) {
+  Desk client;
+  client.put("mobile/Q-main.txt", "");
+  client.tree.put(
+      "run/.logger/harrowmossd.txt.5",
+      "26-11-18 10:00:03 || harrowmossd [7, 7] x|stop_debug_log|1:: stop debug log over.\n");
+  EXPECT_EQ(client.list(),
+            "--------- 11-18 10:00:00.000000 hole: daemon: older lines were rotated out; until "
+            "11-18 10:00:03.000000\n"
+            "--------- 11-18 10:00:03.000000 daemon: logging was stopped\n");
+}
+
+TEST(CtlLog, JoinsTheTouchRecordersFiles) {
+  Desk client;
+  const auto event = [](int second) {
+    return "2026-11-18 10:00:0" + std::to_string(second) + ":5  EV\n";
+  };
+  client.put("touch/event.3.txt", event(1) + event(2).substr(0, 10));
+  client.put("touch/event.2.txt", event(2).substr(10));
+  client.put("touch/event.txt", event(4));
+  client.put("mobile/Q-main.txt", line("10:00:01.000006", "a"));
+  EXPECT_EQ(client.list({"--buffer", "all"}),
+            "--------- 11-18 10:00:00.000000 hole: touch: older lines may have been rotated out; "
+            "until 11-18 10:00:01.000005\n" +
+                event(1) + event(2) +
+                "--------- 11-18 10:00:01.000005 hole: touch: files .1 to .1 are missing; until "
+                "11-18 10:00:04.000005\n" +
+                line("10:00:01.000006", "a") + event(4));
 }
 
 TEST(CtlView, KeepsEveryTextInsideItsData) {
