@@ -68,17 +68,17 @@ pid_t size_monitor() {
   fail("no size monitor");
 }
 
-struct stop_times {
+struct StopTimes {
   double ms;    // from the first signal to a worker to the last worker's end
   int workers;  // and logcats
 };
 
 // Starts and stops debug logging; returns the times of the daemon's log.
-stop_times start_and_stop(Client* client, int32_t mask) {
+StopTimes start_and_stop(Client* client, int32_t mask) {
   start_logging(client, mask);
   pass_seconds(kSettleSeconds);
   client->ask(kStopRequest);
-  stop_times times = {};
+  StopTimes times = {};
   int64_t start = 0;
   for (const LogEntry& entry : daemon_log()) {
     const auto has = [&entry](const char* text) {
@@ -155,7 +155,7 @@ void bench_stop() {
   std::vector<double> per_worker;
   int workers = 0;
   for (int i = 0; i < 5; i++) {
-    const stop_times times = start_and_stop(&client, all_types());
+    const StopTimes times = start_and_stop(&client, all_types());
     workers = times.workers;
     per_worker.push_back(times.ms / times.workers);
   }

@@ -11,7 +11,6 @@ namespace android {
 class Parcel;
 }
 
-
 // Everything that main() does, in its order, up to serving requests for ever. Ends the process with
 // status 1 when there is no control socket to listen on.
 [[noreturn]] void run_daemon();

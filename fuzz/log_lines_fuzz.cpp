@@ -76,7 +76,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const Collector whole = list(source, {});
   require(whole.main == contents[0] + contents[1]);
   require(whole.radio == contents[2] && whole.touch == contents[3]);
-  const log_stamp since = kWritten * kSecond - data[0] * kSecond;
+  const LogStamp since = kWritten * kSecond - data[0] * kSecond;
   const Collector part = list(source, {since, since + data[0] * kSecond});
   require(part.lines <= whole.lines);
   return 0;

@@ -44,7 +44,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   Connection client;
   std::string bytes;
   const auto deadline = after(std::chrono::seconds(20));
-  outcome result = client.open([&] { return ends[0]; }, deadline);
+  Outcome result = client.open([&] { return ends[0]; }, deadline);
   if (result.code == kExitOk) result = client.exchange("request", deadline, nullptr, &bytes);
   require(result.code == kExitOk || (result.code == kExitBadReply && !result.error.empty()));
   if (result.code == kExitOk) {

@@ -1,4 +1,5 @@
-// The version of daemon and client: the latest one in CHANGELOG.md. CMakeLists.txt reads it from this file.
+// The version of daemon and client: the latest one in CHANGELOG.md. CMakeLists.txt reads it from
+// this file.
 #pragma once
 
 constexpr char kReleaseVersion[] = "1.5";

@@ -20,14 +20,14 @@ constexpr char kLogSource[] = "utils";
 constexpr size_t kCompared = 64 * 1024;  // bytes at a time
 
 // A listed path, and where it is looked for.
-struct pair_of_trees {
+struct PairOfTrees {
   TreeList tree;
   ScopedFd source;   // the directory that holds the path
   ScopedFd place;    // the directory that holds the other one
   std::string name;  // of the other one there
 };
 
-Listing open_pair(const std::string& source, const std::string& place, pair_of_trees* pair) {
+Listing open_pair(const std::string& source, const std::string& place, PairOfTrees* pair) {
   constexpr int kDirectory = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
   const SplitPath from = split(source);
   const SplitPath to = split(place);
@@ -41,7 +41,7 @@ Listing open_pair(const std::string& source, const std::string& place, pair_of_t
 enum class Copy { kNoSource, kWhole, kPart };  // the worst last
 
 Copy look_at_copy(const std::string& source, const std::string& place) {
-  pair_of_trees pair;
+  PairOfTrees pair;
   const Listing found = open_pair(source, place, &pair);
   if (found != Listing::kWhole) return found == Listing::kNone ? Copy::kNoSource : Copy::kPart;
   const std::vector<int64_t> sizes = sizes_at(pair.place.get(), pair.name, pair.tree);
@@ -98,7 +98,7 @@ bool is_copied(const char* source, const char* place) {
 
 bool is_taken(const char* source, const char* place) {
   for (const std::string& entry : pattern_entries(source)) {
-    pair_of_trees pair;
+    PairOfTrees pair;
     const Listing found = open_pair(entry, std::string(place) + "/" + split(entry).name, &pair);
     if (found == Listing::kPart) return true;
     if (found == Listing::kNone) continue;

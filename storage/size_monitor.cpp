@@ -46,7 +46,7 @@ std::atomic<bool> s_is_deleting{false};
 std::atomic<int32_t> s_pending_pid{-1};  // own pid: SIGUSR1 came during a deletion
 
 // What the loop remembers from cycle to cycle.
-struct monitor_state {
+struct MonitorState {
   int quota_gib;
   int oldest;  // never reset: a cycle that finds no numbered directory keeps the last one's
   RestartRecord restart;
@@ -156,7 +156,7 @@ Next restart_logging() {
 }
 
 // Over quota: at most one run is removed in a cycle.
-Next evict(monitor_state* state) {
+Next evict(MonitorState* state) {
   const int current = get_log_dir_sequence();
   LOGI_AS("monitorLogSizeThread", "first check log store dir..");
   const OldestRun store = findOldestLogDir(kStoreDir);
@@ -226,7 +226,7 @@ void follow_restart(RestartRecord* restart, bool over_quota, int64_t total_bytes
           static_cast<int>(kRestartPauseMs / 1000), path.c_str(), static_cast<long long>(bytes));
 }
 
-Next run_cycle(monitor_state* state) {
+Next run_cycle(MonitorState* state) {
   if (s_is_deleting) {
     LOGD_AS("monitorLogSizeThread",
             "normal don't delete or is_deleting(%d), is_extreme_deleting(%d)", true, 0);
@@ -328,7 +328,7 @@ bool log_size_monitor_ended(int32_t pid) {
 
 void monitorLogSizeThread() {
   LOGD(" into monitorLogSizeThread. s_logsize_monitor = %d\n", s_logsize_monitor.load());
-  monitor_state state = {get_count_prop(kQuotaProp, kDefaultQuotaGib, INT_MAX), -1, {}, 0};
+  MonitorState state = {get_count_prop(kQuotaProp, kDefaultQuotaGib, INT_MAX), -1, {}, 0};
   s_pending_pid = -1;
   while (s_logsize_monitor) {
     if (run_cycle(&state) == Next::kLeave) return;

@@ -24,7 +24,7 @@ FileSpan span_of_file(const RunSource& source, const RunFile& file, LineFormat f
   LineReader reader;
   reader.attach(opened.fd(), file.bytes);
   for (std::string_view line; reader.next(&line, true);) {
-    const log_stamp time = reader.inside() ? kNoStamp : parser.parse(line);
+    const LogStamp time = reader.inside() ? kNoStamp : parser.parse(line);
     if (time == kNoStamp) continue;
     if (span.first == kNoStamp) span.first = time;
     span.last = time;
@@ -32,7 +32,7 @@ FileSpan span_of_file(const RunSource& source, const RunFile& file, LineFormat f
   return span;
 }
 
-std::string seconds_text(log_stamp duration) {
+std::string seconds_text(LogStamp duration) {
   char text[48];
   snprintf(text, sizeof text, "%lld.%03d s", static_cast<long long>(duration / kSecond),
            static_cast<int>(duration % kSecond / 1000));
@@ -77,8 +77,8 @@ FileStream::FileStream(const RunSource& source, const LogStream& files, const Ti
 // range.
 void FileStream::skip_to_range() {
   ordered_ = true;
-  log_stamp latest = kNoStamp;
-  log_stamp before = kNoStamp;  // the latest time in front of `first`
+  LogStamp latest = kNoStamp;
+  LogStamp before = kNoStamp;  // the latest time in front of `first`
   size_t first = files_.size();
   for (size_t i = 0; i < files_.size(); i++) {
     const FileSpan span = span_of_file(source_, files_[i], format_);
@@ -104,7 +104,7 @@ void FileStream::skip_to_range() {
   last_ = before;
 }
 
-void FileStream::mark(LineKind kind, log_stamp from, log_stamp until, const std::string& text) {
+void FileStream::mark(LineKind kind, LogStamp from, LogStamp until, const std::string& text) {
   mark_ = kMarkHead + (from == kNoStamp ? "" : stamp_text(from) + " ") + text + "\n";
   line_.kind = kind;
   line_.text = mark_;
@@ -143,8 +143,8 @@ void FileStream::mark_hole(const RunFile& file, const RunFile* before) {
   if (head.empty()) return;
   const std::string reason = missing_before(file, before, head);
   if (reason.empty()) return;
-  const log_stamp to = first_stamp(head, parser_);
-  log_stamp from = before == nullptr ? source_.start : last_;
+  const LogStamp to = first_stamp(head, parser_);
+  LogStamp from = before == nullptr ? source_.start : last_;
   if (from == kNoStamp || (to != kNoStamp && from > to)) from = to;
   if (from == kNoStamp || !range_.holds(from, to == kNoStamp ? from : to)) return;
   if (before == nullptr && key_ == kNoStamp) key_ = from;
@@ -180,13 +180,13 @@ bool FileStream::open_next() {
 bool FileStream::take() {
   line_.kind = LineKind::kLine;
   line_.inside = reader_.inside();
-  const log_stamp time = line_.inside ? kNoStamp : parser_.parse(line_.text);
+  const LogStamp time = line_.inside ? kNoStamp : parser_.parse(line_.text);
   line_.stamped = time != kNoStamp;
   if (!line_.stamped) return shown_;
   line_.time = time;
   shown_ = range_.holds(time, time);
   if (ordered_ && time > range_.until && time - kStepMin > range_.until) done_ = true;
-  const log_stamp before = last_;
+  const LogStamp before = last_;
   last_ = time;
   if (before == kNoStamp || time > before - kStepMin) {
     key_ = std::max(key_, time);

@@ -31,7 +31,7 @@ class FileStream : public LineStream {
   std::string missing_before(const RunFile& file, const RunFile* before, std::string_view head);
   void mark_hole(const RunFile& file, const RunFile* before);
   bool take();
-  void mark(LineKind kind, log_stamp from, log_stamp until, const std::string& text);
+  void mark(LineKind kind, LogStamp from, LogStamp until, const std::string& text);
 
   const RunSource& source_;
   std::vector<RunFile> files_;
@@ -45,9 +45,9 @@ class FileStream : public LineStream {
   OpenFile file_;
   LineReader reader_;
   StampParser parser_;
-  log_stamp last_ = kNoStamp;  // time of the line before
-  bool shown_ = false;         // it is of the range, and so are the lines without a time behind it
-  LogLine held_;               // comes after a mark
+  LogStamp last_ = kNoStamp;  // time of the line before
+  bool shown_ = false;        // it is of the range, and so are the lines without a time behind it
+  LogLine held_;              // comes after a mark
   bool has_held_ = false;
   std::string mark_;
   std::string trouble_;

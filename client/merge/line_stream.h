@@ -15,21 +15,21 @@ enum class LineKind {
 
 struct LogLine {
   LineKind kind = LineKind::kLine;
-  std::string_view text;       // with its newline, which the last one of a file may lack
-  log_stamp time = kNoStamp;   // its own, or that of the line which it follows; kNoStamp for none
-  log_stamp until = kNoStamp;  // of a hole: its end; of a step: the time before it
-  bool stamped = false;        // the time is its own
-  bool inside = false;         // the rest of a long line
+  std::string_view text;      // with its newline, which the last one of a file may lack
+  LogStamp time = kNoStamp;   // its own, or that of the line which it follows; kNoStamp for none
+  LogStamp until = kNoStamp;  // of a hole: its end; of a step: the time before it
+  bool stamped = false;       // the time is its own
+  bool inside = false;        // the rest of a long line
 };
 
 struct TimeRange {
-  log_stamp since = kNoStamp;
-  log_stamp until = kLastStamp;
-  bool holds(log_stamp from, log_stamp to) const { return from <= until && to >= since; }
+  LogStamp since = kNoStamp;
+  LogStamp until = kLastStamp;
+  bool holds(LogStamp from, LogStamp to) const { return from <= until && to >= since; }
 };
 
 // A clock that goes back less than this is not worth a line: writers are not always in order.
-constexpr log_stamp kStepMin = kSecond;
+constexpr LogStamp kStepMin = kSecond;
 
 class LineStream {
  public:
@@ -46,11 +46,11 @@ class LineStream {
   const LogLine& line() const { return line_; }
   // Where the line belongs among other streams' lines: its time, or the latest one before it when
   // that is less than a step ahead.
-  log_stamp key() const { return key_; }
+  LogStamp key() const { return key_; }
 
  protected:
   LogLine line_;
-  log_stamp key_ = kNoStamp;
+  LogStamp key_ = kNoStamp;
 
  private:
   std::string name_;

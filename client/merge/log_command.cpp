@@ -15,7 +15,7 @@ namespace {
 
 constexpr int kFollowMs = 200;
 constexpr int kQuietMs = 30000;
-constexpr log_stamp kAround = 30 * kSecond;
+constexpr LogStamp kAround = 30 * kSecond;
 constexpr const char* kAll = "all";
 
 bool chosen(const std::vector<std::string>& buffers, const std::string& name) {
@@ -39,13 +39,13 @@ std::string read_buffers(const std::string& list, std::vector<std::string>* buff
 // "T[,SECONDS]"
 std::string read_around(const std::string& text, const WhenBase& base, TimeRange* range) {
   const size_t comma = text.find(',');
-  log_stamp middle = 0;
-  log_stamp distance = kAround;
+  LogStamp middle = 0;
+  LogStamp distance = kAround;
   if (comma != std::string::npos) {
     char* end = nullptr;
     const double seconds = strtod(text.c_str() + comma + 1, &end);
     if (*end != '\0' || !(seconds > 0 && seconds < 1e8)) return "--around wants T or T,SECONDS";
-    distance = static_cast<log_stamp>(seconds * kSecond);
+    distance = static_cast<LogStamp>(seconds * kSecond);
   }
   if (!parse_when(text.substr(0, comma), base, &middle)) return "--around: no time of this run";
   *range = {middle - distance, middle + distance};
@@ -64,7 +64,7 @@ std::string read_range(const Invocation& call, const RunSource& source, TimeRang
   const struct {
     const char* name;
     const std::string& text;
-    log_stamp* time;
+    LogStamp* time;
   } rows[] = {{"--since", call.since, &range->since}, {"--until", call.until, &range->until}};
   for (const auto& row : rows) {
     if (row.text.empty() || parse_when(row.text, base, row.time)) continue;

@@ -11,7 +11,7 @@ struct Place {
     return epoch < other.epoch || (epoch == other.epoch && time < other.time);
   }
   size_t epoch;  // how often the clock had been set back before it
-  log_stamp time;
+  LogStamp time;
 };
 constexpr Place kEnded = {SIZE_MAX, kLastStamp};
 
@@ -36,8 +36,8 @@ class Merger {
 
   StreamList* streams_;
   LineSink* sink_;
-  std::vector<Runner> known_;    // of all streams, by their order
-  std::vector<log_stamp> tops_;  // the latest time of each epoch that has ended
+  std::vector<Runner> known_;   // of all streams, by their order
+  std::vector<LogStamp> tops_;  // the latest time of each epoch that has ended
 };
 
 void Merger::advance(Runner* at) {

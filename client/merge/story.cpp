@@ -30,7 +30,7 @@ constexpr ToldMessage kStory[] = {
 
 // The log is read from its beginning when the run's start is to be shown: what went before it tells
 // since when logging was off.
-TimeRange with_past(TimeRange range, log_stamp start) {
+TimeRange with_past(TimeRange range, LogStamp start) {
   if (start != kNoStamp && range.since <= start) range.since = kNoStamp;
   return range;
 }
@@ -49,7 +49,7 @@ StoryStream::StoryStream(const RunSource& source, const LogStream& files, const 
       began_(range.since != kNoStamp && range.since > source.start) {}
 
 // Makes line_ one of ours.
-bool StoryStream::tell(LineKind kind, log_stamp from, log_stamp until, const std::string& text) {
+bool StoryStream::tell(LineKind kind, LogStamp from, LogStamp until, const std::string& text) {
   text_ = "--------- " + stamp_text(from) + " " + text + "\n";
   line_.kind = kind;
   line_.text = text_;
@@ -58,7 +58,7 @@ bool StoryStream::tell(LineKind kind, log_stamp from, log_stamp until, const std
   return true;
 }
 
-bool StoryStream::tell_off(log_stamp until) {
+bool StoryStream::tell_off(LogStamp until) {
   return tell(LineKind::kHole, stopped_, until, "hole: logging was off until " + stamp_text(until));
 }
 
@@ -73,7 +73,7 @@ bool StoryStream::next() {
     if (line_.kind == LineKind::kHole) began_ = true;
     const bool logged = line_.kind == LineKind::kLine && line_.stamped;
     const std::string story = logged ? story_of(line_.text) : "";
-    const log_stamp time = line_.time;
+    const LogStamp time = line_.time;
     const std::string told = "daemon: " + story;
     if (story.rfind(kStart, 0) == 0) {
       const bool ours = run_.empty() || story.substr(std::string_view(kStart).size()) == run_;

@@ -17,13 +17,13 @@ class StoryStream : public FileStream {
   bool next() override;
 
  private:
-  bool tell(LineKind kind, log_stamp from, log_stamp until, const std::string& text);
-  bool tell_off(log_stamp until);
+  bool tell(LineKind kind, LogStamp from, LogStamp until, const std::string& text);
+  bool tell_off(LogStamp until);
 
   std::string run_;
   std::string text_;
-  std::string start_;             // the line after a hole before the start
-  bool began_ = false;            // this run's start was there
-  log_stamp stopped_ = kNoStamp;  // when logging was switched off; kNoStamp while it is on
+  std::string start_;            // the line after a hole before the start
+  bool began_ = false;           // this run's start was there
+  LogStamp stopped_ = kNoStamp;  // when logging was switched off; kNoStamp while it is on
   bool over_ = false;
 };

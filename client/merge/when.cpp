@@ -12,7 +12,7 @@ constexpr std::string_view kUnits = "smhd";
 constexpr int kUnitSeconds[] = {1, 60, 3600, 86400};
 constexpr double kRelativeMax = 1e8;  // seconds; three years
 
-bool parse_relative(const std::string& text, const WhenBase& base, log_stamp* time) {
+bool parse_relative(const std::string& text, const WhenBase& base, LogStamp* time) {
   char* end = nullptr;
   double seconds = strtod(text.c_str() + 1, &end);
   if (end == text.c_str() + 1 || text[1] == '-' || text[1] == '+') return false;
@@ -20,9 +20,9 @@ bool parse_relative(const std::string& text, const WhenBase& base, log_stamp* ti
   const size_t known = unit.empty() ? 0 : kUnits.find(unit);
   if (unit.size() > 1 || known == std::string_view::npos) return false;
   seconds *= kUnitSeconds[known];
-  const log_stamp from = text[0] == '+' ? base.start : base.end();
+  const LogStamp from = text[0] == '+' ? base.start : base.end();
   if (!(seconds <= kRelativeMax) || from == kNoStamp) return false;
-  const log_stamp distance = llround(seconds * kSecond);
+  const LogStamp distance = llround(seconds * kSecond);
   *time = text[0] == '+' ? from + distance : from - distance;
   return true;
 }
@@ -48,7 +48,7 @@ bool parse_clock(const std::string& text, CivilStamp* time) {
 
 }  // namespace
 
-bool parse_when(const std::string& text, const WhenBase& base, log_stamp* time) {
+bool parse_when(const std::string& text, const WhenBase& base, LogStamp* time) {
   if (text.empty()) return false;
   if (text[0] == '+' || text[0] == '-') return parse_relative(text, base, time);
   const size_t between = text.find_first_of(" T");

@@ -8,12 +8,12 @@
 
 // What a run gives for them. `end` is looked up only for times that count from it.
 struct WhenBase {
-  log_stamp start = kNoStamp;
+  LogStamp start = kNoStamp;
   int64_t written = 0;  // last modification of the run, seconds since 1970: tells the year
-  std::function<log_stamp()> end;
+  std::function<LogStamp()> end;
 };
 
 // "[YYYY-]MM-DD hh:mm[:ss[.ffffff]]"; without a date the first such time of the run; "+N" or "-N"
 // with s (which may be left out), m, h or d: so much after the start, or before the end. False for
 // anything else.
-bool parse_when(const std::string& text, const WhenBase& base, log_stamp* time);
+bool parse_when(const std::string& text, const WhenBase& base, LogStamp* time);

@@ -19,8 +19,8 @@ struct RunSource {
   bool cut = false;                 // the archive ends early
   bool capturing = false;
   std::vector<RunFile> files;
-  int64_t written = 0;         // of the file that was written last
-  log_stamp start = kNoStamp;  // as the run's name has it
+  int64_t written = 0;        // of the file that was written last
+  LogStamp start = kNoStamp;  // as the run's name has it
 };
 
 // Finds what `word` names: a run on the phone by number or name, a directory, or an archive made by

@@ -30,7 +30,7 @@ std::string bytes_at(int fd, int64_t offset, int64_t count) {
 }
 
 struct StampedLine {
-  log_stamp time = kNoStamp;
+  LogStamp time = kNoStamp;
   int64_t offset = 0;
 };
 
@@ -41,7 +41,7 @@ StampedLine search(std::string_view bytes, int64_t offset, StampParser* parser, 
   if (offset != 0) start = bytes.find('\n') + 1;  // npos + 1 is 0
   if (offset != 0 && start == 0) return found;
   while (start < bytes.size()) {
-    const log_stamp time = parser->parse(bytes.substr(start, 64));
+    const LogStamp time = parser->parse(bytes.substr(start, 64));
     if (time != kNoStamp) found = {time, offset + static_cast<int64_t>(start)};
     const size_t end = bytes.find('\n', start);
     if ((found.time != kNoStamp && !last) || end == std::string_view::npos) break;
@@ -66,7 +66,7 @@ bool opens_logcat(std::string_view bytes) {
   return bytes.substr(0, kLogcatOpening.size()) == kLogcatOpening;
 }
 
-log_stamp first_stamp(std::string_view bytes, StampParser parser) {
+LogStamp first_stamp(std::string_view bytes, StampParser parser) {
   return search(bytes, 0, &parser, false).time;
 }
 
@@ -83,7 +83,7 @@ FileSpan read_span(int fd, int64_t bytes, StampParser parser) {
   return span;
 }
 
-int64_t find_time(int fd, int64_t bytes, StampParser parser, log_stamp since) {
+int64_t find_time(int fd, int64_t bytes, StampParser parser, LogStamp since) {
   int64_t before = 0;  // the line here is earlier, or the first one
   int64_t behind = bytes;
   while (behind - before > kWindow) {

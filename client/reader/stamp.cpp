@@ -7,7 +7,7 @@
 
 namespace {
 
-constexpr log_stamp kZoneSlack = 2 * kDay;
+constexpr LogStamp kZoneSlack = 2 * kDay;
 constexpr size_t kFractionMax = 9;  // digits
 constexpr int kDaysOfMonth[] = {31, 29, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
 
@@ -70,13 +70,13 @@ bool take_number(std::string_view* text, int* number) {
 
 }  // namespace
 
-log_stamp stamp_of(const CivilStamp& time) {
+LogStamp stamp_of(const CivilStamp& time) {
   const int64_t minutes =
       (days_before(time.year, time.month, time.day) * 24 + time.hour) * 60 + time.minute;
   return (minutes * 60 + time.second) * kSecond + time.micros;
 }
 
-CivilStamp civil_of(log_stamp stamp) {
+CivilStamp civil_of(LogStamp stamp) {
   int64_t days = stamp / kDay - (stamp % kDay < 0 ? 1 : 0);
   const int64_t rest = stamp - days * kDay;
   CivilStamp time = {};
@@ -97,7 +97,7 @@ CivilStamp civil_of(log_stamp stamp) {
   return time;
 }
 
-std::string stamp_text(log_stamp stamp) {
+std::string stamp_text(LogStamp stamp) {
   const CivilStamp time = civil_of(stamp);
   char text[80];
   snprintf(text, sizeof text, "%02d-%02d %02d:%02d:%02d.%06d", time.month, time.day, time.hour,
@@ -105,7 +105,7 @@ std::string stamp_text(log_stamp stamp) {
   return text;
 }
 
-std::string iso_text(log_stamp stamp) {
+std::string iso_text(LogStamp stamp) {
   std::string text = std::to_string(civil_of(stamp).year) + "-" + stamp_text(stamp);
   text[text.find(' ')] = 'T';
   return text;
@@ -130,7 +130,7 @@ bool StampParser::read_second(std::string_view line) {
   return true;
 }
 
-log_stamp StampParser::threadtime(std::string_view line) {
+LogStamp StampParser::threadtime(std::string_view line) {
   if (line.size() < kSecondBytes + sizeof "724") return kNoStamp;
   if (memcmp(line.data(), second_, kSecondBytes) != 0 && !read_second(line)) return kNoStamp;
   const char* const fraction = line.data() + kSecondBytes;
@@ -150,7 +150,7 @@ log_stamp StampParser::threadtime(std::string_view line) {
 }
 
 // Both formats with a year.
-log_stamp StampParser::dated(std::string_view line) const {
+LogStamp StampParser::dated(std::string_view line) const {
   constexpr size_t kClock = 14;  // "11-22 06:17:46"
   const bool touch = format_ == LineFormat::kTouch;
   const size_t year_digits = touch ? 4 : 2;

@@ -7,22 +7,22 @@
 #include <string_view>
 
 // Microseconds since 1970-01-01 00:00 by the phone's own clock face: local time, no zone.
-using log_stamp = int64_t;
-constexpr log_stamp kNoStamp = INT64_MIN;
-constexpr log_stamp kLastStamp = INT64_MAX;
-constexpr log_stamp kSecond = 1000000;
-constexpr log_stamp kDay = 86400 * kSecond;
+using LogStamp = int64_t;
+constexpr LogStamp kNoStamp = INT64_MIN;
+constexpr LogStamp kLastStamp = INT64_MAX;
+constexpr LogStamp kSecond = 1000000;
+constexpr LogStamp kDay = 86400 * kSecond;
 
 struct CivilStamp {
   int year, month, day, hour, minute, second, micros;
 };
 
-log_stamp stamp_of(const CivilStamp& time);
-CivilStamp civil_of(log_stamp stamp);
+LogStamp stamp_of(const CivilStamp& time);
+CivilStamp civil_of(LogStamp stamp);
 
 // "11-22 06:17:46.724049", as logcat has it; and with year, "2026-11-22T06:17:46.724049".
-std::string stamp_text(log_stamp stamp);
-std::string iso_text(log_stamp stamp);
+std::string stamp_text(LogStamp stamp);
+std::string iso_text(LogStamp stamp);
 
 enum class LineFormat {
   kThreadtime,  // logcat's "11-22 06:17:46.724049   113   113 I TAG : text"
@@ -39,20 +39,20 @@ class StampParser {
   explicit StampParser(LineFormat format = LineFormat::kThreadtime, int64_t written = 0);
 
   // Of the line that begins here; kNoStamp when it has none.
-  log_stamp parse(std::string_view line) {
+  LogStamp parse(std::string_view line) {
     return format_ == LineFormat::kThreadtime ? threadtime(line) : dated(line);
   }
 
  private:
   static constexpr size_t kSecondBytes = 15;  // "11-22 06:17:46."
-  log_stamp threadtime(std::string_view line);
-  log_stamp dated(std::string_view line) const;
+  LogStamp threadtime(std::string_view line);
+  LogStamp dated(std::string_view line) const;
   bool read_second(std::string_view line);
 
   LineFormat format_;
-  log_stamp latest_;                // that a line can have
+  LogStamp latest_;                 // that a line can have
   char second_[kSecondBytes] = {};  // of the line before; most lines have the same
-  log_stamp second_stamp_ = 0;      // of second_
+  LogStamp second_stamp_ = 0;       // of second_
 };
 
 // The parts of a threadtime line.

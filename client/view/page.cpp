@@ -60,7 +60,7 @@ void add_talkers(const char* key, const std::unordered_map<Key, Talker>& all, Js
   json->end_array();
 }
 
-void add_time(const char* key, log_stamp time, JsonWriter* json) {
+void add_time(const char* key, LogStamp time, JsonWriter* json) {
   json->key(key);
   time == kNoStamp ? json->null() : json->number(time);
 }

@@ -64,7 +64,7 @@ std::string shown(std::string_view text) {
   return one_line(text.substr(0, kTextBytes));
 }
 
-int64_t interval_of(log_stamp time, log_stamp width) {
+int64_t interval_of(LogStamp time, LogStamp width) {
   return time / width - (time % width < 0 ? 1 : 0);
 }
 
@@ -93,7 +93,7 @@ void Timeline::widen() {
   last_ >>= 1;
 }
 
-void Timeline::add(size_t lane, log_stamp time, char level) {
+void Timeline::add(size_t lane, LogStamp time, char level) {
   if (lanes_.size() <= lane) lanes_.resize(lane + 1);
   int64_t number = interval_of(time, width_);
   while (first_ <= last_ && std::max(last_, number) - std::min(first_, number) >= kIntervals) {
@@ -115,7 +115,7 @@ size_t RunSurvey::lane_of(const std::string& name) {
   return lane_names.size() - 1;
 }
 
-void RunSurvey::add_mark(const char* kind, log_stamp time, log_stamp until, std::string_view text) {
+void RunSurvey::add_mark(const char* kind, LogStamp time, LogStamp until, std::string_view text) {
   if (marks.size() < kMarksMax) {
     marks.insert({time, {kind, until, shown(text)}});
   } else {

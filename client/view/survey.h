@@ -24,9 +24,9 @@ class Timeline {
  public:
   static constexpr int64_t kIntervals = 4096;
 
-  void add(size_t lane, log_stamp time, char level);
+  void add(size_t lane, LogStamp time, char level);
 
-  log_stamp width() const { return width_; }
+  LogStamp width() const { return width_; }
   int64_t first() const { return first_ <= last_ ? first_ : 0; }  // number of the first interval
   // By number: the interval n begins at n * width().
   const std::vector<std::map<int64_t, IntervalCounts>>& lanes() const { return lanes_; }
@@ -34,7 +34,7 @@ class Timeline {
  private:
   void widen();
 
-  log_stamp width_ = kSecond / 128;
+  LogStamp width_ = kSecond / 128;
   int64_t first_ = INT64_MAX;
   int64_t last_ = INT64_MIN;
   std::vector<std::map<int64_t, IntervalCounts>> lanes_;
@@ -42,7 +42,7 @@ class Timeline {
 
 struct RunMark {
   const char* kind;  // "crash", "anr", "tombstone", "reboot", "replaced", "evicted", "hole", ...
-  log_stamp until;   // of a hole, else kNoStamp
+  LogStamp until;    // of a hole, else kNoStamp
   std::string text;
 };
 
@@ -52,7 +52,7 @@ struct Talker {
 };
 
 struct CrashLines {
-  log_stamp time;
+  LogStamp time;
   std::vector<std::string> lines;
 };
 
@@ -65,18 +65,18 @@ class RunSurvey : public LineSink {
   bool take(const LineStream& stream, const LogLine& line) override;
 
   // Another event at its time, as of the network capture.
-  void add_event(const std::string& lane, log_stamp time) { times.add(lane_of(lane), time, ' '); }
-  void add_mark(const char* kind, log_stamp time, log_stamp until, std::string_view text);
+  void add_event(const std::string& lane, LogStamp time) { times.add(lane_of(lane), time, ' '); }
+  void add_mark(const char* kind, LogStamp time, LogStamp until, std::string_view text);
 
   Timeline times;
   std::vector<std::string> lane_names;
-  std::multimap<log_stamp, RunMark> marks;  // by time
+  std::multimap<LogStamp, RunMark> marks;  // by time
   int64_t marks_left_out = 0;
   std::unordered_map<std::string, Talker> tags;
   std::unordered_map<int, Talker> pids;
   std::vector<CrashLines> crashes;
-  log_stamp first = kNoStamp;
-  log_stamp last = kNoStamp;
+  LogStamp first = kNoStamp;
+  LogStamp last = kNoStamp;
 
  private:
   size_t lane_of(const std::string& name);

@@ -23,7 +23,7 @@
 namespace {
 
 constexpr size_t kPropertiesLimit = 1 << 18;
-constexpr log_stamp kZoneStep = 900 * kSecond;  // zones are whole quarters of an hour
+constexpr LogStamp kZoneStep = 900 * kSecond;  // zones are whole quarters of an hour
 constexpr const char* kPropertyLists[] = {"system.prop", "system_stop.prop"};
 constexpr const char* kBuildKeys[] = {kVendorDisplayIdProp, kDisplayIdProp};
 
@@ -55,14 +55,14 @@ std::string read_member(const RunSource& source, const std::string& path) {
 
 // What has to be added to a file's time (UTC) for the phone's own: what the youngest log buffer's
 // file lacks to its last line, in whole zones.
-log_stamp zone_of(const RunSource& source, log_stamp last) {
+LogStamp zone_of(const RunSource& source, LogStamp last) {
   int64_t written = 0;
   for (const LogStream& stream : order_files(source.files)) {
     if (stream.format != LineFormat::kThreadtime) continue;
     written = std::max(written, stream.files.back().written);
   }
   if (last == kNoStamp || written == 0) return 0;
-  const log_stamp apart = last - written * kSecond;
+  const LogStamp apart = last - written * kSecond;
   return (apart + (apart < 0 ? -kZoneStep : kZoneStep) / 2) / kZoneStep * kZoneStep;
 }
 
@@ -104,7 +104,7 @@ void add_files(const RunSource& source, int32_t types, RunPage* page) {
 }
 
 void add_other_files(const RunSource& source, RunSurvey* survey) {
-  const log_stamp zone = zone_of(source, survey->last);
+  const LogStamp zone = zone_of(source, survey->last);
   for (const RunFile& file : source.files) {
     for (const auto& row : kMarkFiles) {
       if (!begins_with(file.path, row.directory)) continue;

@@ -1,6 +1,6 @@
-// Example of a trace service: logs the daemon's commands from the abstract socket "systraceur". A command
-// is one packet of 4 bytes, a number in network byte order: 0 starts tracing, 2 stops it and leaves the
-// trace in /data/local/traces. There is no reply.
+// Example of a trace service: logs the daemon's commands from the abstract socket "systraceur". A
+// command is one packet of 4 bytes, a number in network byte order: 0 starts tracing, 2 stops it
+// and leaves the trace in /data/local/traces. There is no reply.
 #include <android/log.h>
 #include <arpa/inet.h>
 #include <errno.h>

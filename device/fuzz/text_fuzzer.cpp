@@ -1,5 +1,5 @@
-// Any text from a client: UTF-16 becomes terminated UTF-8 of the expected length, and a shell reads an
-// escaped name unchanged.
+// Any text from a client: UTF-16 becomes terminated UTF-8 of the expected length, and a shell reads
+// an escaped name unchanged.
 #include <stdint.h>
 #include <stdlib.h>
 #include <string.h>
@@ -31,7 +31,8 @@ void check_utf8(const uint8_t* data, size_t size) {
   free(text);
 }
 
-// Unquoted text as a shell reads it: a backslash makes the next byte literal; no other byte is special.
+// Unquoted text as a shell reads it: a backslash makes the next byte literal; no other byte is
+// special.
 std::string as_the_shell_reads(const std::string& text) {
   static constexpr char kSpecial[] = " \t\"'`$&|;<>()*?[]{}~!^";
   std::string read;

@@ -28,8 +28,10 @@ class SecondRun : public Catchers {
     setprop(kVendorCommonDoneProp, "1");  // no vendor side to wait for
     set_signal_hooks([](int) { s_handled++; }, [] {});
   }
-  // Records a signal and runs `act`, during which it is handled or not; afterwards it is in any case.
-  static void with_deferred_signal(const char* what, bool during, const std::function<void()>& act) {
+  // Records a signal and runs `act`, during which it is handled or not; afterwards it is in any
+  // case.
+  static void with_deferred_signal(const char* what, bool during,
+                                   const std::function<void()>& act) {
     s_handled = 0;
     record_signal(SIGUSR2);
     act();

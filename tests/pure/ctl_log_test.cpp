@@ -41,11 +41,11 @@ struct Desk : BenchClient {
 };
 
 TEST(CtlLogStamp, IsReadFromEachFormatOrNotAtAll) {
-  const log_stamp time = stamp_of({2026, 11, 18, 10, 0, 1, 5000});
+  const LogStamp time = stamp_of({2026, 11, 18, 10, 0, 1, 5000});
   const struct {
     LineFormat format;
     const char* text;
-    log_stamp stamp;
+    LogStamp stamp;
   } rows[] = {
       {LineFormat::kThreadtime, "11-18 10:00:01.005 1 1 I T: x", time},
       {LineFormat::kThreadtime, "11-18 10:00:01.005000  1 1 I T: x", time},
@@ -70,7 +70,7 @@ TEST(CtlLogStamp, IsReadFromEachFormatOrNotAtAll) {
     EXPECT_EQ(parser.parse(row.text), row.stamp) << row.text;
   }
   for (const int64_t day : {-719162, -1, 0, 59, 11016, 20775, 47541}) {  // leap years among them
-    const log_stamp stamp = day * kDay + 123456;
+    const LogStamp stamp = day * kDay + 123456;
     EXPECT_EQ(stamp_of(civil_of(stamp)), stamp) << iso_text(stamp);
   }
   EXPECT_EQ(iso_text(time), "2026-11-18T10:00:01.005000");
@@ -436,7 +436,7 @@ TEST(CtlView, KeepsEveryTextInsideItsData) {
 
 TEST(CtlView, CountsByIntervalsThatGrow) {
   Timeline times;
-  const log_stamp start = stamp_of({2026, 11, 18, 0, 0, 0, 0});
+  const LogStamp start = stamp_of({2026, 11, 18, 0, 0, 0, 0});
   for (int i = 0; i < 86400; i++) times.add(i % 2, start + i * kSecond, i % 10 == 0 ? 'E' : 'I');
   times.add(0, start - kDay, 'W');
   int64_t lines = 0, errors = 0, warnings = 0;
