@@ -79,7 +79,8 @@ class Docs(Desk):
         self.boot({PORT: ("--adb-user", user, *shlex.split(options))})
 
     def run_step(self, step):
-        words = ["bash", "-c", step.text] if step.kind == "desk" else ["adb", "shell", step.text]
+        in_phone = f"{{ {step.text}\n}} 2>&1"  # adb keeps no order between the two outputs
+        words = ["bash", "-c", step.text] if step.kind == "desk" else ["adb", "shell", in_phone]
         with open(self.home / "output", "w+b") as output:
             done = self.run_in(words, stdout=output, stderr=output)
             output.seek(0)
