@@ -1,7 +1,6 @@
 #include "feedback/feedback.h"
 
 #include <errno.h>
-#include <stdio.h>
 #include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>

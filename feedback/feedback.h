@@ -1,6 +1,6 @@
-// Feedback bundles: chosen pieces of diagnostic material in one directory. Main process, request
-// thread; the general dump and the property files are made in forked children that are waited for
-// with a bound and killed when they overrun.
+// Feedback bundles: selected diagnostic data in one directory. Main process, request thread; the
+// general dump and the property files are made in forked children that are waited for with a bound
+// and killed when they overrun.
 #pragma once
 
 #include <stdint.h>
@@ -10,7 +10,8 @@
 
 #include "model/paths.h"
 
-// A piece of a bundle. `get` collects it into the directory `dir`; a negative result ends the walk.
+// A selection of a bundle. `get` collects it into the directory `dir`; a negative result ends the
+// collection.
 struct FeedbackGetter {
   int32_t bit;
   int (*get)(const char* dir);
@@ -25,10 +26,10 @@ extern const FeedbackGetter kFeedbackGetters[kFeedbackGetterCount];  // in the o
 const char* destination_fault(const char* path, const std::vector<std::string_view>& sources,
                               bool fits);
 
-// The same for a feedback bundle: `sources` are those of the pieces of `mask`.
+// The same for a feedback bundle: `sources` are those of the selections in `mask`.
 const char* feedback_destination_fault(int mask, const char* dir);
 
-// Collects the pieces of `mask` into `dir`, in table order, and the property files in any case.
+// Collects the selections in `mask` into `dir`, in table order, and always the property files.
 // Returns the result of the last getter that ran, 0 when none did, or the first negative one.
 int get_feedback_log(int mask, const char* dir);
 

@@ -2,7 +2,6 @@
 #include <errno.h>
 #include <pthread.h>
 #include <signal.h>
-#include <stdio.h>
 #include <string.h>
 #include <unistd.h>
 
@@ -61,7 +60,7 @@ void* run_dump(void* arg) {
   return nullptr;
 }
 
-// A dump that gets no thread is made at once instead: later, but not lost.
+// Without a thread the dump is made right here.
 void start_dump(Dump* job) {
   const int error = pthread_create(&job->thread, nullptr, run_dump, job);
   job->has_thread = error == 0;

@@ -1,14 +1,13 @@
-// The device information report: plain text, appended piece by piece to one file. The report file
-// is named by a directory that ends in '/' and a name. All of it runs in the forked child of
-// copy_system_propertie(), which is killed when a command hangs; one that writes more than
-// kOutputBytes is killed by itself.
+// The device information report: plain text, appended to one file. The report file is named by a
+// directory that ends in '/' and a name. Runs in the forked child of copy_system_propertie(), which
+// is killed when a command hangs; a command that writes more than kOutputBytes is killed alone.
 #pragma once
 
 #include <string>
 
 #include "storage/shell.h"
 
-// Appends `text`; a file that does not open costs this piece and a log line.
+// Appends `text`; when the file does not open, the text is lost and one line is logged.
 void append_info(const char* dir, const char* name, const char* text);
 
 // Appends the main block: file systems, identity, battery, radio, memory.

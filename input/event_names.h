@@ -1,5 +1,5 @@
 // The names of input event types and codes, as the Linux header for input event codes spells them.
-// Every lookup is an index into a table and may be made anywhere.
+// Each lookup indexes a table; any process, any thread, signal handlers included.
 #pragma once
 
 #include <stdint.h>

@@ -35,7 +35,7 @@ EventSaver::EventSaver(char* base) {
   copy_or_abort(mBaseName, base);
 }
 
-// Opens, counts and says so; the count and the message come also when the file cannot be opened.
+// Opens the file, counts and logs; counts and logs also when it cannot be opened.
 int EventSaver::openLiveFile() {
   EventPath path;
   compose_path(path, mBaseName, 0);
@@ -54,7 +54,7 @@ int EventSaver::openLogFile() {
 
 void EventSaver::flushToFile(const char* text) {
   const int32_t written = static_cast<int32_t>(write(mFd, text, strlen(text)));
-  // A disk that stays full for days must not take the count below what it can hold.
+  // On a disk that stays full the count must not underflow.
   if (written >= 0 || mOutByteCount > INT32_MIN) mOutByteCount += written;
   if (mOutByteCount >= 0 && mOutByteCount > mMaxSize) rotate();
 }

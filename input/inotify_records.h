@@ -1,4 +1,4 @@
-// What one read of an inotify watch holds.
+// Records of one read() from an inotify descriptor.
 #pragma once
 
 #include <stddef.h>

@@ -85,7 +85,7 @@ int find_device(const char* path) {
   return -1;
 }
 
-// False when memory is short; the tables hold what they held then.
+// False when memory is short; the tables are unchanged then.
 bool add_device(int fd, const char* path) {
   const size_t entries = static_cast<size_t>(s_device_count) + 1;
   auto* poll_set = static_cast<pollfd*>(realloc(s_poll_set, entries * sizeof(pollfd)));
@@ -122,7 +122,7 @@ void compose_device_path(DevicePath& path, const char* name) {
   format_cut(path, "%s/%s", kDeviceDir, name);
 }
 
-// False, after saying so, when /dev/input cannot be listed.
+// False, after a message, when /dev/input cannot be listed.
 bool scan_devices() {
   ScopedDir dir(opendir(kDeviceDir));
   if (!dir.valid()) {
@@ -156,7 +156,7 @@ void read_changes() {
   if (size > 0) for_each_named_record(buffer, static_cast<size_t>(size), follow_change);
 }
 
-// Four writes, as a reader that follows the file knows them.
+// Four write() calls: part of the file's contract.
 void record_event(const input_event& event, bool second_touch) {
   timeval now;
   gettimeofday(&now, nullptr);
@@ -196,7 +196,8 @@ bool take_events() {
     if ((ready & POLLIN) != 0) {
       if (!take_event(i)) return false;
     } else if (ready != 0) {
-      // Hung up, and poll() would say so for ever. The entry waits for the removal of its node.
+      // Hung up: poll() would return at once from now on. The entry stays until its node is
+      // removed.
       s_poll_set[i].fd = -1;
     }
   }

@@ -1,5 +1,5 @@
-// When /data is full: for the size monitor, which deletes then, and for those who fill it. Daemon
-// and client judge alike.
+// Free space: when /data counts as full, and whether a copy fits. Daemon and client use the same
+// rules.
 #pragma once
 
 #include <stdint.h>
@@ -14,9 +14,9 @@ inline int64_t preallocated(const struct stat& info) {
   return std::max<int64_t>(0, static_cast<int64_t>(info.st_blocks) * kStatBlock - info.st_size);
 }
 
-// What shall stay free on /data for the rest of the phone; logging begins with more than that.
+// Kept free on /data for the rest of the phone; logging starts only with more.
 constexpr int64_t kDataReserve = INT64_C(128) * 1024 * 1024;
-// Logging begins with more than that free on shared storage.
+// Logging starts only with more free on shared storage.
 constexpr int64_t kSdcardReserve = INT64_C(64) * 1024 * 1024;
 
 // True for 1 to kDataReserve - 1 bytes that are `available` (0 and below: unknown, never low) or
@@ -26,16 +26,16 @@ constexpr bool data_extremely_low(int64_t available, int64_t preallocated) {
 }
 
 // Whether `needed` bytes may be copied to storage that has `available` free. Where the copy lies
-// `on_data` (shared storage takes its room from there too, on a phone) the reserve stays free; what
-// captures have `preallocated` serves as such: they give it back when they end, and on a small
-// phone it is all there is. What takes nothing has room everywhere.
+// `on_data` (on a phone, shared storage does too) the reserve stays free. What captures have
+// `preallocated` counts as reserve: they free it when they end, and a small phone has no other. 0
+// bytes always fit.
 constexpr bool copy_fits(int64_t needed, int64_t available, bool on_data, int64_t preallocated) {
   if (needed == 0 || needed > available) return needed == 0;
   return !on_data || needed + kDataReserve <= available + preallocated;
 }
 
-// Whether an existing `path` lies on /data's storage; `root` stands before the names of the phone.
-// Shared storage has a device of its own also where it is a part of /data.
+// Whether an existing `path` lies on /data's storage; `root` is put before the phone's paths.
+// Shared storage has its own device number also where it is a part of /data.
 inline bool lies_on_data(const std::string& path, const std::string& root = "") {
   const auto on_one_device = [](const std::string& a, const std::string& b) {
     struct stat one;

@@ -10,7 +10,7 @@
 // Device and inode: one file, whatever its name.
 using FileIdentity = std::pair<dev_t, ino_t>;
 
-// What the text of a destination does not tell. The default suits a client, which cannot look.
+// What is not in the text of a destination. A client, which cannot know it, uses the default.
 struct DestinationFacts {
   std::vector<std::string_view> sources;      // directories that are copied, deleted or cleared
   std::vector<FileIdentity> source_ids;       // theirs, in every place where they can be seen

@@ -47,7 +47,7 @@ void OldestRun::add(const char* directory) {
 EvictionPlan plan_eviction(const OldestRun& store, const OldestRun& working, int current,
                            bool logging, int earlier) {
   const int in_store = store.number != -1 ? store.number : earlier;
-  if (!logging && store.count == 1 && in_store == current) return {Eviction::keep_last, in_store};
+  if (!logging && store.count == 1 && in_store == current) return {Eviction::kKeepLast, in_store};
   if (store.number != -1) return {Eviction::kStoreRun, in_store};
   if (!logging) return {Eviction::kNothing, in_store};
   const int in_working = working.number != -1 ? working.number : in_store;

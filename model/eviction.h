@@ -1,5 +1,5 @@
-// The quota of all runs: when it is passed, and what goes next. The daemon's size monitor acts by
-// these rules, the client shows what they say. Values in, decision out: nothing is looked at here.
+// The quota of all runs: when it is exceeded, and what is removed next. The daemon's size monitor
+// acts on these rules, the client shows their results. Functions over values.
 #pragma once
 
 #include <stdint.h>
@@ -57,7 +57,7 @@ struct OldestRun {
 
 enum class Eviction {
   kNothing,
-  keep_last,         // logging is off, and the store holds its last run alone
+  kKeepLast,         // logging is off, and the store holds its last run alone
   kStoreRun,         // the store's oldest: finished runs go first
   kWorkingRun,       // the oldest that is left in the working area
   kRestart,          // only the current run is left: delete everything else and start anew
@@ -69,21 +69,20 @@ struct EvictionPlan {
   int oldest;  // the number that was decided by: the next `earlier`
 };
 
-// `current` is the number of the run being written; `earlier` the oldest number of an earlier look
-// (-1: none yet), which stands for a tree that shows none.
+// `current` is the number of the run being written; `earlier` the oldest number of an earlier cycle
+// (-1: none yet), used for a tree that has none.
 EvictionPlan plan_eviction(const OldestRun& store, const OldestRun& working, int current,
                            bool logging, int earlier);
 
 // ---- Not again. ----
 
-// What the last restart for the quota's sake has brought.
+// Result of the last restart because of the quota.
 struct RestartRecord {
   int64_t at_ms = -1;       // of CLOCK_MONOTONIC; -1: none yet, or it has helped
   int64_t left_bytes = -1;  // what both trees held at the first look afterwards; -1: not looked yet
 };
 
-// A restart deletes everything; when that did not bring the sizes below the quota, something is in
-// the way that it cannot delete. It is tried again after ten minutes, or when the trees have
-// shrunk.
+// A restart deletes everything. When the sizes stay above the quota, something cannot be deleted:
+// try again after ten minutes, or when the trees have shrunk.
 constexpr int64_t kRestartPauseMs = 600000;
 bool restart_is_due(const RestartRecord& last, int64_t now_ms, int64_t total_bytes);

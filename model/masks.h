@@ -1,5 +1,4 @@
-// The masks of the requests: logger types and pieces of a feedback bundle, with the names that
-// people use for them.
+// The masks of the requests: logger types and feedback selections, with the names of their bits.
 #pragma once
 
 #include <stddef.h>
@@ -69,7 +68,7 @@ inline constexpr NamedBit kLoggerOptionNames[] = {
     {kTypeExtendedLogcat, "longlogcat", "keep 39 rotated files of 100 MiB for each logcat buffer of \"mobile\""},
 };
 
-// Pieces of a feedback bundle, in the order in which the daemon collects them.
+// Feedback selections, in the order in which the daemon collects them.
 inline constexpr NamedBit kFeedbackNames[] = {
     {kSelectBootfail,     "bootfail",     "ANR traces; moves the boot-failure log into the general staging area"},
     {kSelectGeneral,      "general",      "the app's staged files and the last 80000 lines of each log buffer (7 s at most)"},

@@ -1,5 +1,5 @@
-// The hidden trees beside what is being moved to another file system: a second name for every file
-// (storage/linked_move.h). Daemon and client share what they are called.
+// Names of the hidden trees beside what is being moved to another file system: a second name for
+// every file (storage/linked_move.h).
 #pragma once
 
 #include <string_view>

@@ -14,8 +14,8 @@
 
 namespace {
 
-// A directory of a walk. Its ancestors are found through `parent`, so that a link to one of them
-// can be told without holding a descriptor for each level.
+// A directory of a walk. `parent` finds its ancestors, so that a link to one of them is recognised
+// without an open descriptor for each level.
 struct Directory {
   std::string path;
   dev_t dev;
@@ -36,7 +36,7 @@ struct LinkedDirectory {
   ino_t ino;
 };
 
-// True, once for each, for a directory that no link has led to so far.
+// True the first time a symlink leads to this directory.
 bool is_new_link_target(std::vector<LinkedDirectory>* linked, const struct stat& info) {
   for (const LinkedDirectory& seen : *linked) {
     if (seen.dev == info.st_dev && seen.ino == info.st_ino) return false;
@@ -45,7 +45,7 @@ bool is_new_link_target(std::vector<LinkedDirectory>* linked, const struct stat&
   return true;
 }
 
-// Whether the entry is a link; a file system that does not tell is asked.
+// Whether the entry is a link; lstat() where the file system has no d_type.
 bool is_link(DIR* stream, const dirent* entry) {
   if (entry->d_type != DT_UNKNOWN) return entry->d_type == DT_LNK;
   struct stat info;

@@ -1,5 +1,4 @@
-// How much a tree takes, as the quota of all runs counts it. The daemon's size monitor decides by
-// it, the client shows it; both link this one walk.
+// Size of a tree as the quota counts it, for the daemon's size monitor and for the client.
 #pragma once
 
 #include <stdint.h>
@@ -7,7 +6,7 @@
 #include <functional>
 #include <string>
 
-// Called with what cannot be looked at, and why (errno); it is left out of the size.
+// Called with an entry that cannot be examined and errno; the entry is not counted.
 using TreeTrouble = std::function<void(const std::string& path, int error)>;
 
 // Bytes (st_size) of `path` and, when it is a directory, of everything below it: directories' own

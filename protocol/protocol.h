@@ -28,8 +28,8 @@ enum class RequestArguments {
   kMaskPathInt,  // int32, String16, int32 (read and not used)
 };
 
-// What a reply carries behind the echoed code and serial. Any reply may end before it: then the
-// request had nothing to tell, which is not an error.
+// What a reply carries behind the echoed code and serial. Any reply may end before it: then there
+// is no result, which is not an error.
 enum class ReplyFields {
   kNone,
   kInt,   // int32

@@ -1,7 +1,5 @@
-#include <cutils/properties.h>
 #include <errno.h>
 #include <fcntl.h>
-#include <pthread.h>
 #include <signal.h>
 #include <string.h>
 #include <sys/wait.h>

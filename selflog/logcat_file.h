@@ -1,4 +1,4 @@
-// The text file of a logcat: what its end leaves there, and how that is mended.
+// Repairs a logcat's text file after the logcat has ended.
 //
 // logcat buffers 4 KiB of text, which die with it: a signal cuts the file in the middle of a line,
 // and short logs stay empty. It also preallocates its whole rotation size (100 MiB for a capture)
@@ -21,11 +21,11 @@ constexpr int kCompletionMs = 15 * 1000;
 // then `length`.
 int64_t whole_lines(int64_t length, std::string_view tail);
 
-enum class TornLine { keep, kCut };
+enum class TornLine { kKeep, kCut };
 
 // Gives back what the regular file `name` in the directory `dir` (AT_FDCWD: a path) has allocated
-// behind its end, after cutting its torn last line when asked to. Nobody may write the file. False
-// with errno: ENOENT, ELOOP for a symbolic link, EINVAL for what is no regular file.
+// behind its end, after cutting its torn last line when asked to. No process may be writing the
+// file. False with errno: ENOENT, ELOOP for a symbolic link, EINVAL for what is no regular file.
 //
 // Truncation to the file's own size frees the blocks on ext4 and tmpfs, a hole punched behind the
 // end does not on ext4 (both measured; of f2fs, which many phones have for /data, nothing is).

@@ -1,5 +1,5 @@
-// Typed reads of system properties. None fails: an unset property is its default, a text that is
-// no number reads as 0 where nothing else is said. Any process, any thread.
+// Typed reads of system properties. None fails: an unset property has its default; text that is no
+// number reads as 0 unless stated otherwise. Any process, any thread.
 #pragma once
 
 #include <string>
@@ -10,12 +10,12 @@
 // takes more than 7 characters aborts.
 int get_int_prop(const char* key, int def);
 
-// The same for what counts something: a value that begins with no number, or with one outside of 0
-// to `most`, is `def` too, and one error line names it.
+// The same for a count: also `def`, after one error line, for a value that begins with no number or
+// one outside 0 to `most`.
 int get_count_prop(const char* key, int def, int most);
 
 // The value as a part of a file's name, `def` when unset or empty: blanks and slashes are dashes.
-// It is not a name of its own: "." and ".." stay.
+// "." and ".." stay: do not use it as a whole name.
 std::string get_name_prop(const char* key, const char* def);
 
 // The value, or `def` when it is unset or empty; at most 91 bytes.

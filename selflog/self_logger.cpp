@@ -26,9 +26,9 @@ constexpr size_t kLineSize = 1024;          // with its NUL
 constexpr char kColumns[] = "%s|%s|%d:: ";  // how the formats of the daemon's messages begin
 constexpr int64_t kRotationBytes = 10 * 1024 * 1024;
 constexpr int kGenerations = 5;
-constexpr mode_t kFirstOpenMode =
-    0777;                              // a file made at first use; differs from the next on purpose
-constexpr mode_t kRotatedMode = 0600;  // a file made by a rotation
+// The modes of a file made at first use and of one made by a rotation differ on purpose.
+constexpr mode_t kFirstOpenMode = 0777;
+constexpr mode_t kRotatedMode = 0600;
 constexpr int kOpenFlags = O_WRONLY | O_CREAT | O_APPEND;
 
 // One of each per process: a child inherits the values of the moment of its fork. Threads share
@@ -115,7 +115,7 @@ size_t append_cut(char (&line)[kLineSize], size_t length, const char* text) {
   return length + size;
 }
 
-// A number with what stands around it.
+// Appends `before`, the number and `after`.
 size_t append_number(char (&line)[kLineSize], size_t length, char before, int number,
                      const char* after) {
   char text[32];

@@ -1,16 +1,16 @@
-// Before a source is deleted because it has been copied: is it?
+// Checks a copy before its source is deleted.
 #pragma once
 
 #include <string>
 
 // Where `cp -a source target` puts the source: below `target` when that is a directory by now,
-// otherwise `target` itself. To be asked before the copy.
+// otherwise `target` itself. Call it before the copy.
 std::string place_of_copy(const char* source, const char* target);
 
 // Whether every file and directory of `source` (a path, or "directory/*") is in `place` with its
-// name and size, written back onto storage. `place` is what the copy of the path is called, or
-// holds what the pattern names. A missing source is there. No: one error line, and the source must
-// stay.
+// name and size, written back onto storage. `place` is the copy of the path, or the directory with
+// the copies of what the pattern names. True for a missing source. False after one error line: the
+// source must stay.
 bool is_copied(const char* source, const char* place);
 
 // Whether a copy of what the pattern `source` names into the directory `place` would write over

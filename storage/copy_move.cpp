@@ -61,8 +61,7 @@ int run_in_batches(const std::vector<const char*>& program, const std::vector<st
   return result;
 }
 
-// run_in_batches() of what is copied or moved into the directory `dst`, which everybody is given
-// then.
+// run_in_batches() of what is copied or moved into the directory `dst`, then chmod -R 777 of `dst`.
 int bring_in_batches(const std::vector<const char*>& program, const std::vector<std::string>& names,
                      const char* dst) {
   if (is_dir_exist(dst) != 0) return -1;  // the last name by itself would become `dst`
@@ -102,7 +101,7 @@ ShellText compose_or_abort(ShellCommand which, const char* options, const char* 
   return command;
 }
 
-// The path at or below `target` through which a copy of `source` there would be led astray, "" when
+// The path at or below `target` that a copy of `source` would write through and must not, "" when
 // there is none. Links in the source are copied as they are, and write through nothing.
 std::string trap_for(const std::string& source, const std::string& target) {
   struct stat from;
@@ -122,8 +121,7 @@ std::string trap_for(const std::string& source, const std::string& target) {
   return "";
 }
 
-// The path below the directory `dst` through which a copy or move of `entry` there would be led
-// astray, "" when there is none.
+// trap_for() a copy or move of `entry` into the directory `dst`.
 std::string trap_of(std::string entry, const char* dst) {
   while (entry.size() > 1 && entry.back() == '/') entry.pop_back();
   return trap_for(entry, std::string(dst) + "/" + get_file_name(entry.c_str()));

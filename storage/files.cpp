@@ -2,7 +2,6 @@
 #include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
-#include <stdio.h>
 #include <string.h>
 #include <sys/stat.h>
 #include <time.h>
@@ -22,7 +21,7 @@ namespace {
 constexpr char kLogSource[] = "utils";
 constexpr size_t kLatestFileSize = 4096;
 
-// Tells whether storage is ready for `path`, logging what it rests on.
+// Whether storage is ready for `path`; logs the reasons.
 bool storage_usable(const char* path) {
   char mounted[PROPERTY_VALUE_MAX] = {};
   property_get(kMountedProp, mounted, "0");

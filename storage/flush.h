@@ -1,11 +1,11 @@
-// Bringing what was written onto storage before its other copy is given up.
+// Flushes a copy to storage before the original is deleted.
 #pragma once
 
 #include <string>
 
 #include "base/scoped.h"
 
-// A flush that takes longer has failed: the storage hangs, or is slower than any phone's.
+// A flush that takes longer has failed: the storage hangs.
 constexpr int kFlushMs = 60 * 1000;
 
 // Writes back all of the file system of `path`, in a child that is given kFlushMs. For shared
@@ -13,9 +13,9 @@ constexpr int kFlushMs = 60 * 1000;
 // Returns "" when it is done, or why it is not.
 std::string flush_storage(const char* path);
 
-// Held while files have their second names: another process that crashes the kernel on purpose can
-// wait for that. It goes with the last process that inherited it, so also a flush that was given up
-// counts while it runs.
+// Held while files have second names: the watchdog waits for it before it crashes the kernel.
+// Released when the last process that inherited it ends, so a flush that was given up still counts
+// while it runs.
 class MoveLock {
  public:
   MoveLock();
@@ -24,7 +24,7 @@ class MoveLock {
   ScopedFd fd_;
 };
 
-// Whether a process holds the lock: files have second names then, which hold their room.
+// Whether a process holds the lock. Files with second names free no space when one name is removed.
 bool is_move_under_way();
 
 // Waits until no process holds the lock, kFlushMs at most.

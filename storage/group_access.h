@@ -14,10 +14,10 @@ enum class GroupAccess {
 };
 
 // Gives this process's groups access to a tree for as long as the object lives: regular files and
-// directories of the user system get the group's bits that are missing. Links are not followed.
-// Whatever stays closed costs one error line each that names it. The destructor puts the modes
-// back, unless somebody has changed, replaced or removed the file meanwhile; a process that is
-// killed before leaves the group bits set. Any process.
+// directories of the user system get the group's bits that are missing. Links are not followed. One
+// error line for each file that stays inaccessible. The destructor restores the modes of files that
+// were not changed or replaced meanwhile; a process that is killed before leaves the group bits
+// set. Any process.
 class ScopedGroupAccess {
  public:
   // `tree`: a path, or "directory/*"; one that is missing is no error.

@@ -13,8 +13,8 @@
 //                   too short at the target, drop the tree.
 //
 // Every step can be repeated: none gives up a file's last name. The main process alone makes and
-// settles links; the size monitor's moves are part of making room, which links would hold. Whoever
-// deletes a run on purpose removes its trees too (remove_move_trees()).
+// settles links; the size monitor moves to make room, and links would keep the room in use. Code
+// that deletes a run on purpose must remove its trees too (remove_move_trees()).
 #pragma once
 
 #include <stdint.h>
@@ -70,16 +70,16 @@ class LinkedMove {
  public:
   LinkedMove(const char* source, const char* target);
 
-  // Settles what an earlier move has left, looks at the source and the room, and makes the links
-  // when there shall be some. A name whose links cannot be made (EMLINK, ENAMETOOLONG, an earlier
-  // tree that could not be settled) goes without, and alone: one warning names the first. Where
-  // nothing crosses, nothing is looked at: bare. What would cross to a missing target stays.
+  // Settles what an earlier move has left, measures the source and the free space, and makes the
+  // links if it uses them. A name whose links cannot be made (EMLINK, ENAMETOOLONG, an earlier tree
+  // that could not be settled) moves without links, the others keep theirs: one warning names the
+  // first. kBare within one file system; kStays for a missing target on another one.
   MoveWay prepare();
 
-  // After the command. True when all that was linked is at the target; otherwise what is missing is
-  // in the source again, or waits in its tree for the next try, and one error line says so. Links,
-  // FIFOs, sockets and devices that mv could not take along are dropped once all files of their
-  // tree are gone from the source; one line names them, a link with where it led.
+  // After the command. True when all that was linked is at the target; otherwise one error line,
+  // and what is missing is in the source again, or in its tree until the next try. Links, FIFOs,
+  // sockets and devices that mv could not take along are dropped once all files of their tree are
+  // gone from the source; one line names them, a link with where it led.
   bool settle();
 
   // Of a move that stays: why, as a log line about `source` and `target`.
@@ -105,8 +105,7 @@ class LinkedMove {
   int64_t available_ = 0;
 };
 
-// Settles what moves of an earlier life have left. At start-up, before logging begins; main
-// process.
+// Settles what a killed daemon's moves have left. At start-up, before logging begins; main process.
 void settle_moves();
 
 // Removes the trees of `name` in the directory `dir`; of every name when that is null.

@@ -20,8 +20,8 @@ std::string nearest_existing(std::string path);
 
 // Bytes that `source` (a path, or "directory/*" for all that is not hidden in it) needs on a file
 // system with blocks of `block_size` bytes: every file and directory rounded up, one block more for
-// each entry. Links are not followed: a move takes them as they are. kSpaceUnknown, for which no
-// file system has room, when a part could not be looked at.
+// each entry. Links are not followed: a move takes them as they are. kSpaceUnknown, more than any
+// file system has, when a part could not be examined.
 constexpr int64_t kSpaceUnknown = INT64_MAX;
 int64_t space_needed(const char* source, int64_t block_size);
 

@@ -6,9 +6,8 @@
 
 #include "base/scoped.h"
 #include "model/data_room.h"
+#include "model/paths.h"
 #include "selflog/logcat_file.h"
-#include "selflog/self_logger.h"
-#include "storage/utils.h"
 
 namespace {
 
@@ -57,7 +56,7 @@ int64_t preallocated_by_captures() {
 
 void give_back_preallocation() {
   each_captured_file([](int dir, const char* name, const struct stat&) {
-    trim_logcat_file(dir, name, TornLine::keep);
+    trim_logcat_file(dir, name, TornLine::kKeep);
   });
-  trim_logcat_file(AT_FDCWD, kCollectorFile, TornLine::keep);
+  trim_logcat_file(AT_FDCWD, kCollectorFile, TornLine::kKeep);
 }

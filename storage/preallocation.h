@@ -1,5 +1,5 @@
-// Room on /data that logcats hold for lines to come: a capture's logcat allocates its whole
-// rotation size at once.
+// Space on /data that logcats preallocate: a capture's logcat allocates its whole rotation size at
+// once.
 #pragma once
 
 #include <stdint.h>
@@ -8,6 +8,6 @@
 // Only those of the current run have any: what an ended logcat leaves is given back. Any process.
 int64_t preallocated_by_captures();
 
-// Gives back what the logcats of an earlier life of the daemon have left. Nothing may capture yet.
-// Main process.
+// Frees what the logcats of a killed daemon have left. At start-up, before logging begins; main
+// process.
 void give_back_preallocation();

@@ -1,5 +1,4 @@
 #include <fcntl.h>
-#include <stdio.h>
 #include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -30,7 +29,7 @@ bool is_rotated(const char* file_name) {
 }
 
 // The size that counts. The router log's writer keeps its offset when the file is emptied, so its
-// file is sparse from then on and st_size would ask for a rotation at every look.
+// file is sparse from then on, and its st_size would cause a rotation every time.
 unsigned long counted_size(const char* file_name, const struct stat& info) {
   const auto size = static_cast<unsigned long>(info.st_size);
   const auto allocated = static_cast<unsigned long>(info.st_blocks) * 512;  // st_blocks' unit

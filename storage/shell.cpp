@@ -124,8 +124,7 @@ Group tool_group() {
   return runs_logging ? Group::kNew : Group::kInherit;
 }
 
-// Whether a wait status tells of the end for a file that became too long, of the shell or of its
-// command.
+// Whether the shell or its command was ended by the limit of a file's size.
 bool wrote_too_much(int status) {
   return (WIFSIGNALED(status) && WTERMSIG(status) == SIGXFSZ) ||
          (WIFEXITED(status) && WEXITSTATUS(status) == 128 + SIGXFSZ);

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-// A text that stands in the source: made of a literal, never of what a program has composed.
+// A string literal of the source: never text that was composed at run time.
 class FixedText {
  public:
   constexpr FixedText(decltype(nullptr)) : text_(nullptr) {}
@@ -23,7 +23,7 @@ class FixedText {
   const char* text_;
 };
 
-// A text for the shell. Whatever is not fixed enters it as a word: every ASCII byte of the word
+// A command for the shell. Everything but literals is added as a word: every ASCII byte of the word
 // outside [A-Za-z0-9._/@%+=:,#-] is escaped by a backslash, bytes from 0x80 up stay.
 //
 //   run_shell(ShellText("cp -a").arg(src).target(dst).raw("; chmod -R 777").arg(dst));
@@ -80,7 +80,7 @@ constexpr int kUnbounded = -1;
 constexpr int64_t kOutputBytes = 16 * 1024 * 1024;
 
 // The same for platform tools that may hang: after kToolBoundMs the shell and all that it started
-// are killed, one error line says so, and the result is -1. Whoever makes a file longer than
+// are killed, with one error line, and the result is -1. A process that makes a file longer than
 // `file_bytes` (kOutputBytes for what goes to a file and has no bound of its own) is killed, with
 // one error line.
 int run_tool(const ShellText& command, int64_t file_bytes = kUnbounded);
@@ -92,8 +92,7 @@ int run_tool(const ShellText& command, int64_t file_bytes = kUnbounded);
 int run_shell_lines(const ShellText& command, int bound_ms, char* buffer, size_t size,
                     void (*on_line)(void* context, const char* line), void* context);
 
-// The time that a series of commands without bounds of their own has for all of them together:
-// `bound_ms` from here on.
+// A time limit for a whole series of commands: `bound_ms` from here on.
 class SeriesBudget {
  public:
   // `what` is for the error line, and stays the caller's.

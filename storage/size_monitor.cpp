@@ -45,7 +45,7 @@ std::string (*s_current_run)() = nullptr;
 std::atomic<bool> s_is_deleting{false};
 std::atomic<int32_t> s_pending_pid{-1};  // own pid: SIGUSR1 came during a deletion
 
-// What the loop remembers from cycle to cycle.
+// State kept between cycles.
 struct MonitorState {
   int quota_gib;
   int oldest;  // never reset: a cycle that finds no numbered directory keeps the last one's
@@ -72,8 +72,8 @@ void delete_trees() {
   remove_move_trees(kWorkingDir, nullptr);
 }
 
-// Removes the run `name` of `dir`. A name that no command has room for is removed by a command
-// without a shell; otherwise one planted name would end all eviction.
+// Removes the run `name` of `dir`. A name that is too long for a command is removed without a
+// shell; otherwise one planted name would end all eviction.
 void remove_run(const char* dir, const std::string& name) {
   const std::string path = std::string(dir) + name;
   remove_move_trees(kWorkingDir, name.c_str());
@@ -97,8 +97,7 @@ void log_sizes(const SizeReading& reading, const SizeVerdict& verdict, bool mode
   LOGD_AS(name, "logsize monitor logging=%d", 1);
 }
 
-// A test suite must find its logs where it left them: deletion stays off until somebody sets the
-// property back.
+// A test suite needs all its logs: deletion stays off until the property is set back by hand.
 Next stop_for_test_run() {
   LOGW_AS("monitorLogSizeThread", "in cts or monkey, do not delete logs");
   property_set(kDeleteProp, "false");
@@ -106,8 +105,9 @@ Next stop_for_test_run() {
   return leave();
 }
 
-// True when somebody has asked the monitor to end and, since it stopped the run `stopped`, has
-// switched logging off or begun another run: that stands, and what it writes is not deleted.
+// True when the main process has asked the monitor to end and has, since the monitor stopped the
+// run `stopped`, switched logging off or started another run. The monitor must not undo that, nor
+// delete the new run.
 bool is_overruled(const std::string& stopped) {
   return !s_logsize_monitor && (!is_logger_enabled() || s_current_run() != stopped);
 }
@@ -116,8 +116,8 @@ bool is_overruled(const std::string& stopped) {
 void start_logging() {
   s_start_logging();
   end_stray_child();
-  // Workers that the main process has started since this monitor's fork are known only there. Any
-  // signal that it handles brings it by a safe point, where it sees that the run is another one.
+  // Only the main process knows the workers that it started after this monitor's fork. Any handled
+  // signal makes it reach a safe point, where it notices the new run and ends them.
   kill(s_harrowmossd_pid, SIGCHLD);
 }
 
@@ -164,7 +164,7 @@ Next evict(MonitorState* state) {
   const bool logging = is_logger_enabled();
   const EvictionPlan plan = plan_eviction(store, working, current, logging, state->oldest);
   state->oldest = plan.oldest;
-  if (plan.what == Eviction::keep_last) {
+  if (plan.what == Eviction::kKeepLast) {
     LOGW_AS("monitorLogSizeThread", "do not delete current dir when only one");
   } else if (plan.what == Eviction::kStoreRun) {
     LOGI_AS("monitorLogSizeThread", "now delete oldest dir %s%s", kStoreDir, store.name.c_str());
@@ -210,7 +210,7 @@ std::string biggest_entry(int64_t* bytes) {
   return biggest;
 }
 
-// The first look after a restart tells whether it has helped.
+// The first cycle after a restart shows whether it helped.
 void follow_restart(RestartRecord* restart, bool over_quota, int64_t total_bytes) {
   if (restart->at_ms == -1) return;
   if (!over_quota) {
@@ -238,7 +238,8 @@ Next run_cycle(MonitorState* state) {
   const int64_t store = getFileSize(kStoreDir);
   const int64_t common = getFileSize(kWorkingDir);
   const int32_t types = get_logger_types();
-  // Logcats give back meanwhile what they have preallocated: it counts here or there.
+  // Logcats may free preallocated space between the two calls: take the larger value, so that it
+  // counts once at least.
   const int64_t before = get_filesystem_size(kData);
   const int64_t preallocated = preallocated_by_captures();
   const SizeReading reading = {store,
@@ -254,7 +255,7 @@ Next run_cycle(MonitorState* state) {
   if (verdict.over_quota || verdict.extreme_low)
     log_sizes(reading, verdict, (types & kTypeModem) != 0);
   if (is_in_cts() || is_in_monkey()) return stop_for_test_run();
-  // A stop's move holds room that it is going to give back.
+  // A stop's move is about to free space.
   if (verdict.extreme_low && !is_move_under_way()) return rescue_data();
   return verdict.over_quota ? evict(state) : Next::kWait;
 }

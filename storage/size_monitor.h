@@ -18,7 +18,7 @@ extern std::atomic<bool> s_logsize_monitor;
 extern std::atomic<int32_t> s_logsize_monitor_pid;
 
 // How the monitor restarts logging, in its own process, and what the current run of all processes
-// is called. Given once at start-up, because this stands above this folder.
+// is called. Set once at start-up: these functions are in folders that this one may not include.
 void set_logging_switch(int (*stop)(), int (*start)(), std::string (*current_run)());
 
 // Starts the monitor when deletion and logging are on and none runs. Main process.
@@ -28,14 +28,14 @@ void checkLogSize();
 // that it has begun. Main process.
 void stop_log_size_monitor();
 
-// The monitor that was started last, also while it finishes a deletion after it was asked to end;
-// -1 when it is gone. Main process.
+// The monitor that was started last; also while it finishes a deletion after
+// stop_log_size_monitor(). -1 when it has ended. Main process.
 int32_t living_log_size_monitor();
 
-// To be told of every child that was reaped: true for that monitor.
+// The reaper calls it for every child; true if that was the monitor.
 bool log_size_monitor_ended(int32_t pid);
 
-// The monitor's loop, in the forked process; returns when the monitor shall end.
+// The monitor's loop, in the forked process; returns when the monitor is to end.
 void monitorLogSizeThread();
 
 // Handler of SIGUSR1 in the monitor, and of the other signals that it ignores.

@@ -11,7 +11,7 @@ namespace {
 constexpr int kDirectory = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 constexpr size_t kMostSteps = 1000;  // "../" each; the kernel takes paths of 4095 bytes
 
-// Adds what the directory `node` holds; false when a part could not be looked at.
+// Adds the entries of the directory `node`; false when some could not be examined.
 bool add_children(int fd, size_t node, TreeList* tree, std::vector<size_t>* pending) {
   ScopedFd own(openat(fd, ".", kDirectory));  // a stream moves its descriptor's position
   ScopedDir stream(own.valid() ? fdopendir(own.get()) : nullptr);
@@ -92,8 +92,8 @@ int TreeCursor::at(size_t node) {
   return where_ == 0 ? base_ : fd_.get();
 }
 
-// Goes `steps` directories up. False, at the base, when that is not where we came from: somebody
-// has moved the directory elsewhere, and nothing must be done there.
+// Goes `steps` directories up. False, at the base, when that is another directory than the one we
+// came from: it was moved meanwhile, and must not be changed.
 bool TreeCursor::climb(size_t steps) {
   const size_t depth = way_.size() - 1 - steps;
   if (depth != 0 && steps <= kMostSteps) {

@@ -28,14 +28,14 @@ inline bool is_file(const TreeNode& node) {
   return S_ISREG(node.type);
 }
 
-// `part`: something could not be looked at, and is missing in the list. `none`: there is no such
-// tree; the list has node 0 only. What vanishes meanwhile does not count.
+// kPart: something could not be examined and is missing in the list. kNone: there is no such tree;
+// the list has node 0 only. Files that vanish during the listing are ignored.
 enum class Listing { kWhole, kPart, kNone };
 
 // Lists the entry `name` of the directory `base` and all below it, one stat for each.
 Listing list_tree(int base, const std::string& name, TreeList* tree);
 
-// Walks to directories of a listed tree, here or in another place that looks like it.
+// Opens directories of a listed tree, or of a copy of it.
 class TreeCursor {
  public:
   // Makes a directory that is missing in the open directory `parent`; false with errno.

@@ -1,12 +1,9 @@
 // File and directory utilities. Directories get mode 0777 and owner 1015:1015 (sdcard_rw), so that
-// the companion app can read and remove them; files get 0666. None writes, makes, moves or removes
-// anything through a link that somebody else has put there (base/beneath.h): one error line, and
-// the result of a failure. Failures are logged here.
+// the companion app can read and remove them; files get 0666. None follows a planted symbolic link
+// (base/beneath.h): that is one error line and a failure. Failures are logged here.
 #pragma once
 
-#include <stddef.h>
 #include <stdint.h>
-#include <sys/types.h>
 
 #include "base/beneath.h"  // kSdcardOwner
 #include "model/paths.h"
@@ -35,24 +32,24 @@ int mkdir_s(const char* path);
 // escaped, except a last component "*" of a source, which the shell expands. A command longer than
 // 255 bytes aborts (see command_fits()); a name with a newline cannot be escaped and is refused
 // with -1. A result is the wait status of the shell, as system() returns it. When "*" stands for
-// more names than one command takes, those that it has left follow in batches, without a shell.
+// more names than one command takes, the rest follow in batches, without a shell.
 //
 // A copy for which there is no room (copy_has_room()) is not begun: one error line, and -1.
 int copy_file(const char* src, const char* dst);  // cp
-// The two copies of a tree have it readable meanwhile, and a removal can empty directories that are
-// the system user's alone (storage/group_access.h).
+// Copies can read, and a removal can empty, what belongs to the system user alone
+// (storage/group_access.h).
 int copy_dir(const char* src, const char* dst);   // cp -a, then chmod -R 777 of `dst`
 int copy_dir2(const char* src, const char* dst);  // the same; 0 also when left out, -1: not started
 int delete_dir(const char* pattern);              // rm -rf
 
-// Moves `src` into the directory `dst`, which is made when missing, and gives it to everybody.
-// `options` go to mv (null: none). A move to another file system loses nothing, whatever happens on
-// the way (storage/linked_move.h). One for which there is no room is not begun: one error line, and
-// -1; of a pattern those entries are moved that fit, oldest run first. -1 also when something did
-// not arrive and is in its place again, and for a null `dst`.
+// Moves `src` into the directory `dst`, which is made when missing, and makes it world-accessible
+// (chmod -R 777). `options` go to mv (null: none). A move to another file system loses nothing when
+// it is interrupted (storage/linked_move.h). One for which there is no room is not begun: one error
+// line, and -1; of a pattern those entries are moved that fit, oldest run first. -1 also when
+// something did not arrive and is in its place again, and for a null `dst`.
 int move_dir(const char* src, const char* dst, const char* options);
 
-// Removes `path` by rm itself, without a shell: for names that no command text can hold. The wait
+// Removes `path` by rm itself, without a shell: for names that do not fit a command. The wait
 // status of rm, -1 when it could not be forked.
 int remove_tree(const char* path);
 

@@ -7,8 +7,6 @@
 #include <sys/vfs.h>
 #include <unistd.h>
 
-#include <string_view>
-
 #include "model/paths.h"
 #include "protocol/protocol.h"
 
@@ -16,10 +14,6 @@ namespace {
 
 constexpr const char* kProc = "/proc";
 constexpr const char* kProperties = "/dev/__properties__";
-
-std::string without_slash(std::string_view directory) {
-  return std::string(directory.substr(0, directory.size() - 1));
-}
 
 }  // namespace
 
@@ -61,8 +55,10 @@ Environment phone_environment() {
   env.err = stderr;
   env.progress = isatty(STDERR_FILENO) == 1;
   env.proc = kProc;
-  env.store = without_slash(kStoreDir);
-  env.working = without_slash(kWorkingDir);
+  env.store = kStoreDir;
+  env.store.pop_back();  // the slash
+  env.working = kWorkingDir;
+  env.working.pop_back();
   env.self_log = kSelfLogFile;
   return env;
 }

@@ -28,9 +28,14 @@ TEST_F(Collector, ASecondStartLeavesTheFirstOneAlone) {
   const pid_t logcat = wait_for_logcat(1);
   EXPECT_EQ(startSelfLogCollector(&s_self_log_collector_pid), -1);
   EXPECT_EQ(s_self_log_collector_pid, logcat);
+  EXPECT_EQ(signal_process(logcat, SIGSTOP), 0);
+  const std::string whole = "01-01 00:00:00.000001 whole\n";
+  put(kCollectorFile, whole + "01-01 00:00:00.000002 to");
   // A second one would have run its logcat before this one is back.
   EXPECT_EQ(signal_process(logcat, SIGKILL), 0);
   EXPECT_TRUE(eventually([] { return calls_of(kLogcatPath).size() == 2; }));
+  EXPECT_EQ(get(kCollectorFile).find(".000002 to"), std::string::npos);  // the torn line is cut
+  EXPECT_EQ(get(kCollectorFile).find(whole), 0u);
 }
 
 TEST(CollectorSwitch, NeedsTheSelfLogSwitchedOn) {

@@ -1,6 +1,9 @@
 // Little room: the rescue of a full /data, and what ends it. The limits below which logging is not
 // begun are tests of Start.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
+#include <unistd.h>
 
 #include "phone/host/daemon.h"
 
@@ -62,16 +65,22 @@ TEST(Space, RescuesDataFromTheStore) {
     const char* what;
     void (*before)(Phone& phone);
     void (*after)(Phone& phone);
+    bool moving;  // a stop's move is under way: it gives its room back, so the rescue waits
   } rows[] = {
-      {"the monitor's own run", nullptr, nullptr},
-      {"a run that is younger than the monitor", start_a_younger_run, nullptr},
-      {"a start with another mask behind it", nullptr, ask_for_another_mask},
+      {"the monitor's own run", nullptr, nullptr, true},
+      {"a run that is younger than the monitor", start_a_younger_run, nullptr, false},
+      {"a start with another mask behind it", nullptr, ask_for_another_mask, false},
   };
   const auto phones = boot_all({std::size(rows), quick_vendor({"--data-size", "200m"})});
   Words runs;
+  int lock = -1;
   for (size_t i = 0; i < std::size(rows); i++) {
     SCOPED_TRACE(rows[i].what);
     Phone& phone = *phones[i];
+    if (rows[i].moving) {
+      lock = open(phone.inside("/data/misc/zelkalog").c_str(), O_RDONLY | O_CLOEXEC);
+      ASSERT_EQ(flock(lock, LOCK_EX | LOCK_NB), 0);
+    }
     for (const char* file : {"/data/local/kept", "/data/anr/kept"}) phone.write(file, "");
     ASSERT_EQ(start_logging(phone, kMobile | kNet), 0);
     ASSERT_TRUE(all_logcats_run(phone));
@@ -84,6 +93,13 @@ TEST(Space, RescuesDataFromTheStore) {
   for (size_t i = 0; i < std::size(rows); i++) {
     SCOPED_TRACE(rows[i].what);
     Phone& phone = *phones[i];
+    if (rows[i].moving) {
+      const std::string low =
+          "logsize monitor is_deleting=0, catch_modem_log=0, is_extreme_deleting=1";
+      EXPECT_TRUE(eventually([&] { return count_lines(phone, low) >= 2; }, kTimerMs));
+      EXPECT_EQ(count_lines(phone, "storage extreme low, delete logs"), 0);
+      close(lock);
+    }
     ASSERT_TRUE(eventually([&] { return run_name(phone) != runs[i]; }, kTimerMs));
     ASSERT_TRUE(eventually([&] { return phone.getprop("sys.zelka.modemdump") == "on"; }));
     expect_one_set_of_logcats(phone);
