@@ -7,10 +7,10 @@
 // the source again. What lies beside a source NAME tells how far it came:
 //
 //   neither         no move is under way
-//   .linking-NAME   the links are being made; NAME is whole. Removed by whoever finds it.
-//   .moving-NAME    every file has its second name; the command may have run. Settled by whoever
-//                   finds it: compare, flush, put back what is missing, flush that, remove what is
-//                   too short at the target, drop the tree.
+//   .linking-NAME   the links are being made; NAME is whole. The next settling removes it.
+//   .moving-NAME    every file has its second name; the command may have run. The next settling
+//                   compares, flushes, puts back what is missing, flushes that, removes what is
+//                   too short at the target, and drops the tree.
 //
 // Every step can be repeated: none gives up a file's last name. The main process alone makes and
 // settles links; the size monitor moves to make room, and links would keep the room in use. Code
@@ -65,7 +65,7 @@ constexpr Arrival judge_arrival(int64_t at_start, int64_t now, int64_t there) {
 
 // One move of `source` (a path, or "directory/*") into the directory `target`:
 //   LinkedMove move(source, target);
-//   if (move.prepare() != MoveWay::stays) run the command, then move.settle();
+//   if (move.prepare() != MoveWay::kStays) run the command, then move.settle();
 class LinkedMove {
  public:
   LinkedMove(const char* source, const char* target);
