@@ -16,7 +16,7 @@ bool parse_timeout(const std::string& text, Invocation* call, std::string* error
   const double seconds = strtod(text.c_str(), &end);
   const bool number = !text.empty() && *end == '\0' && isfinite(seconds);
   if (!number || seconds < 0.001 || seconds > kTimeoutMax) {
-    *error = "--timeout wants seconds, 0.001 to 86400, not \"" + text + "\"";
+    *error = "--timeout takes seconds, 0.001 to 86400, not \"" + text + "\"";
     return false;
   }
   call->timeout = std::chrono::milliseconds(static_cast<int64_t>(seconds * 1000));
@@ -35,7 +35,7 @@ constexpr struct {
     {"--view", &Invocation::view},         {"--version", &Invocation::version},
 };
 
-// Options with a value behind them or behind "=".
+// Options with a value: the next word, or after "=".
 constexpr struct {
   const char* name;
   std::string Invocation::*field;  // null: --timeout, which is a number
@@ -78,7 +78,7 @@ bool read_value(const std::vector<std::string>& words, size_t* at, Invocation* c
       value = words[++*at];
     }
     if (value.empty()) {
-      *error = name + " wants a value";
+      *error = name + " needs a value";
       return false;
     }
     if (row.field == nullptr) return parse_timeout(value, call, error);
@@ -121,28 +121,28 @@ std::string wrong_use(const Invocation& call) {
   const struct {
     bool given;
     unsigned option;
-    const char* said;
+    const char* error;
   } special[] = {
       {!call.select.empty(), kTakesSelect, "--select is for feedback"},
       {call.estimate, kTakesEstimate, "--estimate is for feedback"},
       {!call.output.empty(), kTakesOutput, "-o is for pack and view"},
       {call.view, kTakesView, "--view is for pack"},
-      {lines, kTakesLines, "what chooses lines is for log"},
-      {call.dry_run, kTakesDryRun, "--dry-run is for commands that ask the daemon"},
+      {lines, kTakesLines, "options that choose lines are for log"},
+      {call.dry_run, kTakesDryRun, "--dry-run is for commands that send a request"},
   };
   for (const auto& row : special) {
-    if (row.given && (what.options & row.option) == 0) return row.said;
+    if (row.given && (what.options & row.option) == 0) return row.error;
   }
   return "";
 }
 
-// "" when the command may be run, else what it would do without --yes.
+// "" when the command may run, else what it does and that it needs --yes.
 std::string missing_consent(const Invocation& call, const Environment& env) {
   const Command& what = *call.what;
   if (!what.dangerous || call.yes || call.dry_run) return "";
   const std::string loss = loss_while_logging(what.request, env);
   return std::string(what.name) + ": " + what.summary + (loss.empty() ? "" : "; " + loss) +
-         "; say --yes if that is what you want";
+         "; add --yes to do it";
 }
 
 int show_version(const Invocation& call, Environment& env) {

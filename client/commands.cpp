@@ -9,12 +9,11 @@
 #include "client/space/estimate.h"
 #include "client/space/quota.h"
 #include "client/status/status.h"
-#include "client/status/types.h"
 #include "client/view/view_command.h"
 
 namespace {
 
-// Seconds that the daemon is given for an answer.
+// Seconds to wait for the daemon's answer.
 constexpr int kQuick = 10;   // queries
 constexpr int kCopy = 120;   // feedback and copies: bounded collectors, but copies of any size
 constexpr int kStop = 540;   // closing bug report (300), workers (3.1 each), vendor moves, the move
@@ -41,14 +40,14 @@ constexpr Command kCommands[kCommandCount] = {
      "logger types and feedback selections by name", ""},
     {"runs", "", 0, 0, kLocal, false, kTakesNone, nullptr, run_runs,
      "the runs on the phone and the holes in their logs",
-     "A run is complete, capturing, or left-behind (it was never moved to shared storage). Types are\n"
-     "\"seen\" by what a run holds; types that leave nothing of their own are known for the current run\n"
-     "only. A replaced logcat means lines lost before the named file; rotated-out generations are lost\n"
+     "A run is complete, capturing, or left-behind (it was never moved to shared storage). Types marked\n"
+     "\"seen\" are guessed from the content; types that leave no files are then missing.\n"
+     "A replaced logcat means lines lost before the named file; rotated-out generations are lost\n"
      "when the oldest one kept does not begin the way a logcat begins, or when one is missing between.\n"},
     {"check", "RUN", 1, 1, kLocal, false, kTakesNone, nullptr, run_check,
-     "what a run's types promised against what lies in it",
-     "RUN: a name or number of `runs`. Tells what is missing, empty, or lost between two logcats or by\n"
-     "rotation, and ends with 1 then. A note is no fault: the piece may be absent for a good reason.\n"},
+     "what a run should contain by its types, and what it lacks",
+     "RUN: a name or number of `runs`. Shows what is missing, empty, or lost between two logcats or by\n"
+     "rotation; the exit code is 1 then. A note is not counted: that file may be legitimately absent.\n"},
     {"log", "RUN", 1, 1, kLocal, false, kTakesLines, nullptr, run_log,
      "one list of a run's log buffers, by time",
      "RUN: a name or number of `runs`, a directory, or an archive of `pack`. Lines that begin with dashes\n"
@@ -76,7 +75,7 @@ constexpr Command kCommands[kCommandCount] = {
      "used bytes against the quota, and the run that would go next", ""},
     {"doctor", "", 0, 0, kQuick, false, kTakesNone, nullptr, run_doctor,
      "why there is no log, and the remedy",
-     "Ends with 0 when nothing is wrong, else with 1.\n"},
+     "The exit code is 0 when nothing is wrong, else 1.\n"},
     {"version", "", 0, 0, kQuick, false, kTakesDryRun, request(1), run_request,
      "the daemon's protocol version", ""},
     {"start", "TYPES", 1, 1, kStart, false, kTakesDryRun, request(2), run_request,
@@ -91,8 +90,8 @@ constexpr Command kCommands[kCommandCount] = {
     {"feedback", "--select LIST DIRECTORY", 1, 1, kCopy, false, kForFeedback, request(6), run_feedback,
      "collect a feedback bundle",
      "LIST: selections with commas (general,tombstone); see `types`. The directory is made when it is\n"
-     "missing; everything in it is opened to all users. With --estimate nothing is sent: it shows the\n"
-     "bytes of each selection against the room at the destination, and ends with 1 without room.\n"},
+     "missing; it becomes world-accessible. With --estimate nothing is sent: it shows the\n"
+     "bytes of each selection and the room at the destination; the exit code is 1 without room.\n"},
     {"feedback-start", "", 0, 0, kQuick, false, kTakesDryRun, request(4), run_request,
      "accepted by the daemon, does nothing", ""},
     {"feedback-stop", "", 0, 0, kQuick, false, kTakesDryRun, request(5), run_request,
@@ -118,7 +117,7 @@ constexpr Command kCommands[kCommandCount] = {
      "Also the run that is being captured, and numbering begins at 1 again.\n"},
     {"raw", "HEX...", 1, 64, kCopy, true, kTakesDryRun, nullptr, run_raw,
      "send a payload given in hexadecimal, show the reply",
-     "The 2-byte length is put before it. A payload that would end the daemon is never sent.\n"},
+     "The 2-byte length is added. A payload that would abort the daemon is never sent.\n"},
     {"help", "[COMMAND]", 0, 1, kLocal, false, kTakesNone, nullptr, run_help, "this, or the help of a command", ""},
 };
 

@@ -1,4 +1,4 @@
-// The command line: what there is, how it is read, and its help.
+// Commands, the command line, and help.
 #pragma once
 
 #include <stddef.h>
@@ -19,7 +19,7 @@ enum CommandOption : unsigned {
   kTakesSelect = 2,
   kTakesEstimate = 4,
   kTakesOutput = 8,
-  kTakesLines = 16,  // which lines, and how
+  kTakesLines = 16,  // options that choose lines
   kTakesView = 32,
 };
 
@@ -29,7 +29,7 @@ struct Command {
   size_t min_arguments;
   size_t max_arguments;
   int timeout_s;               // for the daemon's answer; 0: the daemon is not asked
-  bool dangerous;              // destroys or may harm something: wants --yes
+  bool dangerous;              // destroys or may harm something: needs --yes
   unsigned options;            // CommandOption
   const RequestName* request;  // what is sent; null when nothing, or nothing fixed
   int (*run)(const Invocation& call, Environment& env);  // an ExitCode
@@ -37,13 +37,13 @@ struct Command {
   const char* details;  // the rest of its help; "" when there is none
 };
 
-// One command line, understood.
+// A parsed command line.
 struct Invocation {
   const Command* what = nullptr;  // null only when `help` is set
   std::vector<std::string> arguments;
   std::string select;                                               // --select, "" when not given
   std::string output;                                               // -o, "" when not given
-  std::string since, until, around, buffer, tag, level, pid, grep;  // of `log`, as they are given
+  std::string since, until, around, buffer, tag, level, pid, grep;  // of `log`, as typed
   bool extended = false;                                            // -E
   bool count = false;
   bool follow = false;
@@ -58,8 +58,8 @@ struct Invocation {
   std::chrono::milliseconds timeout{0};
 };
 
-// Reads the words behind the program's name. False and one line in `error` for anything that is not
-// understood and a wrong number of arguments.
+// Parses the words after the program's name. False and one line in `error` when one is unknown or
+// the number of arguments is wrong.
 bool parse_command_line(const std::vector<std::string>& words, Invocation* call,
                         std::string* error);
 
@@ -69,7 +69,7 @@ extern const Command kCommands[kCommandCount];  // in the order of the help
 // The row of that name, or null.
 const Command* find_command(const std::string& name);
 
-// Prints the help of `about`, or the general one when it is null; with --json as an object's text.
+// Prints the help of `about`, the general one when it is null; with --json as an object.
 int show_help(const Invocation& call, const Command* about, Environment& env);
 
 // `help`.

@@ -25,7 +25,7 @@ std::string general_help() {
          "  --yes               do what can destroy something\n"
          "  --progress          show the daemon's steps also when this is no terminal\n"
          "  --select LIST       what `feedback` collects\n"
-         "  --estimate          show what `feedback` would take; send nothing\n"
+         "  --estimate          show the size of what `feedback` would collect; send nothing\n"
          "  -o, --output FILE   where `pack` and `view` write to; - is standard output\n"
          "  --view              `pack` adds the page of `view`\n"
          "  --since, --until, --around, --buffer, --tag, --level, --pid, --grep, -E, --count, "
@@ -43,7 +43,7 @@ std::string command_help(const Command& what) {
   std::string text = std::string("usage: harrowmossctl ") + what.name;
   if (*what.arguments != '\0') text += std::string(" ") + what.arguments;
   text += std::string("\n\n") + what.summary + "\n" + what.details;
-  if (what.dangerous) text += "Wants --yes.\n";
+  if (what.dangerous) text += "Needs --yes.\n";
   if (what.timeout_s != 0) {
     text += "Waits " + std::to_string(what.timeout_s) + " s for the daemon; see --timeout.\n";
   }

@@ -8,7 +8,6 @@
 #include "debuglog/vendor_moves.h"
 #include "feedback/feedback.h"
 #include "model/feedback_sources.h"
-#include "protocol/protocol.h"
 #include "selflog/log.h"
 #include "storage/copied.h"
 #include "storage/linked_move.h"

@@ -13,12 +13,12 @@
 
 namespace {
 
-constexpr int kTickMs = 100;         // progress and deadline are looked at this often
-constexpr int kBacklogRetryMs = 50;  // a full backlog cannot be polled for
+constexpr int kTickMs = 100;         // interval of progress and deadline checks
+constexpr int kBacklogRetryMs = 50;  // poll() cannot wait for room in the backlog
 
 Outcome hung_up(const char* when) {
   return {kExitBadReply, std::string("the daemon closed the connection ") + when +
-                             "; it ended, or did not like the request"};
+                             "; it ended or refused the request"};
 }
 
 }  // namespace
@@ -40,13 +40,13 @@ Outcome Connection::open(const std::function<int()>& dial, SteadyTime deadline) 
     if (left == 0) return {kExitTimedOut, "too many clients are waiting for the daemon"};
     poll(nullptr, 0, std::min(left, kBacklogRetryMs));
   }
-  // The platform's connect function promises neither.
+  // The platform's connect function may ignore these flags.
   fcntl(fd_, F_SETFD, FD_CLOEXEC);
   fcntl(fd_, F_SETFL, fcntl(fd_, F_GETFL) | O_NONBLOCK);
   return {};
 }
 
-// Until the socket is ready for `events`. Hang-ups count as ready: the next call tells the error.
+// Until the socket is ready for `events`. A hang-up counts as ready: the next call reports it.
 Outcome Connection::wait(short events, SteadyTime deadline, const std::function<void()>& tick) {
   for (;;) {
     const int left = left_ms(deadline);

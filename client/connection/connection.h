@@ -1,7 +1,5 @@
-// One connection to the daemon, every wait of it bounded.
+// One connection to the daemon. Every wait is bounded.
 #pragma once
-
-#include <stdint.h>
 
 #include <functional>
 #include <string>
@@ -13,7 +11,7 @@
 // How a step on the connection ended.
 struct Outcome {
   ExitCode code = kExitOk;
-  std::string error;  // one line unless code is EXIT_OK
+  std::string error;  // one line unless code is kExitOk
 };
 
 class Connection {
@@ -23,13 +21,13 @@ class Connection {
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
 
-  // Connects by `dial` (see environment); tries again until `deadline` while the daemon's backlog
-  // is full. EXIT_NO_CONNECTION or EXIT_TIMED_OUT on failure.
+  // Connects with `dial` (see Environment); retries until `deadline` while the daemon's backlog
+  // is full. kExitNoConnection or kExitTimedOut on failure.
   Outcome open(const std::function<int()>& dial, SteadyTime deadline);
 
   // Sends `frame` and waits for one whole reply, whose bytes without their size go to `reply`.
-  // `tick`, when given, is called about every 100 ms meanwhile. EXIT_TIMED_OUT at `deadline`,
-  // EXIT_BAD_REPLY when the peer hangs up or announces an impossible size. Of no use after a
+  // `tick`, when given, is called about every 100 ms meanwhile. kExitTimedOut at `deadline`,
+  // kExitBadReply when the peer hangs up or announces an impossible size. Cannot be used after a
   // failure.
   Outcome exchange(std::string_view frame, SteadyTime deadline, const std::function<void()>& tick,
                    std::string* reply);

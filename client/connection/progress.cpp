@@ -14,7 +14,7 @@ namespace {
 
 using std::chrono::steady_clock;
 
-constexpr auto kQuietTime = std::chrono::seconds(10);  // then a sign of life
+constexpr auto kQuietTime = std::chrono::seconds(10);  // then a line without a step
 
 // clang-format off
 
@@ -58,7 +58,7 @@ std::string progress_step(std::string_view line) {
 }
 
 ProgressLines::ProgressLines(std::string self_log, FILE* out)
-    : path_(std::move(self_log)), out_(out), start_(steady_clock::now()), last_said_(start_) {
+    : path_(std::move(self_log)), out_(out), start_(steady_clock::now()), last_line_(start_) {
   if (open_log()) lseek(fd_, 0, SEEK_END);
 }
 
@@ -79,7 +79,7 @@ void ProgressLines::read_log() {
     for (size_t end; (end = partial_.find('\n')) != std::string::npos;) {
       const std::string step = progress_step(std::string_view(partial_).substr(0, end));
       partial_.erase(0, end + 1);
-      if (!step.empty() && step != std::exchange(last_, step)) say(step);
+      if (!step.empty() && step != std::exchange(last_, step)) print(step);
     }
   }
 }
@@ -96,12 +96,12 @@ void ProgressLines::look() {
       if (open_log()) read_log();
     }
   }
-  if (steady_clock::now() - last_said_ >= kQuietTime) say("still at work");
+  if (steady_clock::now() - last_line_ >= kQuietTime) print("still working");
 }
 
-void ProgressLines::say(const std::string& text) {
-  last_said_ = steady_clock::now();
-  const std::chrono::duration<double> elapsed = last_said_ - start_;
+void ProgressLines::print(const std::string& text) {
+  last_line_ = steady_clock::now();
+  const std::chrono::duration<double> elapsed = last_line_ - start_;
   fprintf(out_, "[%6.1f s] %s\n", elapsed.count(), printable(text).c_str());
   fflush(out_);
 }

@@ -1,5 +1,5 @@
-// Shows what the daemon is doing while it works on a long request: steps that its diary, the self
-// log, tells, and a sign of life where the diary may not be read.
+// Progress of a long request: the daemon's steps, from its self log, and a line every 10 s when
+// there is none.
 #pragma once
 
 #include <stdio.h>
@@ -8,12 +8,12 @@
 #include <string>
 #include <string_view>
 
-// The step that one line of the self log stands for; "" for the many lines that are no step.
+// The step that a line of the self log stands for; "" for most lines.
 std::string progress_step(std::string_view line);
 
 class ProgressLines {
  public:
-  // Follows `self_log` from its present end and prints to `out`.
+  // Follows `self_log` from its current end and prints to `out`.
   ProgressLines(std::string self_log, FILE* out);
   ~ProgressLines();
   ProgressLines(const ProgressLines&) = delete;
@@ -25,12 +25,12 @@ class ProgressLines {
  private:
   bool open_log();
   void read_log();
-  void say(const std::string& text);
+  void print(const std::string& text);
 
   const std::string path_;
   FILE* const out_;
   const std::chrono::steady_clock::time_point start_;
-  std::chrono::steady_clock::time_point last_said_;
+  std::chrono::steady_clock::time_point last_line_;
   int fd_ = -1;
   std::string partial_;  // an unfinished line
   std::string last_;     // the last step, not repeated

@@ -1,4 +1,4 @@
-// Reads replies byte by byte; like the encoder a second pair of hands beside the platform's class.
+// Decodes replies, independently of the platform's Parcel: tests compare the two.
 #pragma once
 
 #include <stddef.h>
@@ -9,8 +9,8 @@
 
 #include "protocol/protocol.h"
 
-// Bytes of the longest reply that can be genuine: the daemon dumps what it sends as text, at least
-// two characters a byte, and does not survive a longer text.
+// Bytes of the longest possible reply: the daemon dumps each reply as text, at least two characters
+// per byte, and aborts when the text is longer than kDumpTextMax.
 constexpr int32_t kReplyMax = kDumpTextMax / 2;
 constexpr int32_t kReplyMin = 12;  // code and serial
 
@@ -23,8 +23,8 @@ struct Reply {
   std::string text;         // for ReplyFields::kText, may hold any byte but NUL
 };
 
-// Reads `data` as the answer to `request` with `serial`. False and one line in `error` when it is
-// short, long, meant for another request, or its lengths lie.
+// Reads `data` as the answer to `request` with `serial`. False and one line in `error` when it has
+// a wrong size, belongs to another request, or its lengths contradict each other.
 bool decode_reply(std::string_view data, const RequestName& request, int64_t serial, Reply* out,
                   std::string* error);
 

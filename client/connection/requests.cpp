@@ -31,7 +31,7 @@ constexpr int32_t kDelete = 12;
 
 // clang-format off
 
-// What people read: for a result that is not negative, and for a reply without one.
+// Texts for a result that is not negative, and for a reply without one.
 constexpr struct {
   int32_t code;
   const char* done;
@@ -55,7 +55,7 @@ constexpr struct {
     {16, "%", "(no reason)"},
 };
 
-// What a negative result, or an odd one, means to whoever asked.
+// Meanings of particular results.
 constexpr struct {
   int32_t code;
   int32_t result;
@@ -87,7 +87,7 @@ bool failed(const Reply& answer) {
 }
 
 // Connects, asks the version, makes `destination` unless it is "", and exchanges `frame` for
-// `bytes`. Without a daemon nothing is left on the phone.
+// `bytes`. The directory is made last: without a daemon nothing is left on the phone.
 Outcome converse(const Invocation& call, Environment& env, std::string_view frame,
                  const std::string& destination, std::string* bytes) {
   Connection daemon;
@@ -139,32 +139,7 @@ void show_frame(const Invocation& call, Environment& env, const RequestFrame& fr
           dump_text_length(payload), kDumpTextMax);
 }
 
-// Reads the arguments that the request takes. False and one line in `error` when one is wrong.
-bool read_values(const Invocation& call, Environment& env, RequestValues* values,
-                 std::string* error) {
-  const RequestArguments kind = call.what->request->arguments;
-  const bool types = kind == RequestArguments::kMask;
-  if (types || kind == RequestArguments::kMaskPathInt) {
-    const MaskWords& words = types ? kLoggerTypeWords : kFeedbackWords;
-    const std::string& list = types ? call.arguments[0] : call.select;
-    if (!types && list.empty()) {
-      *error = "say what to collect: --select general,tombstone,...";
-      return false;
-    }
-    if (!parse_mask(words, list, &values->mask, error)) return false;
-    const int32_t unnamed = unnamed_bits(words, values->mask);
-    if (unnamed != 0) {
-      fprintf(env.err, "harrowmossctl: note: bits 0x%x select nothing\n",
-              static_cast<unsigned>(unnamed));
-    }
-  }
-  if (types || kind == RequestArguments::kNone) return true;
-  values->path = call.arguments[0];
-  *error = check_destination(values->path);
-  return error->empty();
-}
-
-// What a reply that sounds well does not tell, or "". The daemon answers 0 to a start even when it
+// A warning about a successful reply, or "". The daemon answers 0 to a start even when it
 // found too little space and switched logging off.
 std::string warning_of(const Reply& answer, const RequestName& request, const Environment& env) {
   if (failed(answer)) return "";
@@ -212,6 +187,30 @@ bool parse_hex(const std::vector<std::string>& words, std::string* bytes) {
 }
 
 }  // namespace
+
+bool read_values(const Invocation& call, Environment& env, RequestValues* values,
+                 std::string* error) {
+  const RequestArguments kind = call.what->request->arguments;
+  const bool types = kind == RequestArguments::kMask;
+  if (types || kind == RequestArguments::kMaskPathInt) {
+    const MaskWords& words = types ? kLoggerTypeWords : kFeedbackWords;
+    const std::string& list = types ? call.arguments[0] : call.select;
+    if (!types && list.empty()) {
+      *error = "--select is missing; for example --select general,tombstone";
+      return false;
+    }
+    if (!parse_mask(words, list, &values->mask, error)) return false;
+    const int32_t unnamed = unnamed_bits(words, values->mask);
+    if (unnamed != 0) {
+      fprintf(env.err, "harrowmossctl: note: bits 0x%x select nothing\n",
+              static_cast<unsigned>(unnamed));
+    }
+  }
+  if (types || kind == RequestArguments::kNone) return true;
+  values->path = call.arguments[0];
+  *error = check_destination(values->path);
+  return error->empty();
+}
 
 std::string check_destination(std::string_view path) {
   const char* fault = judge_destination(path, {});

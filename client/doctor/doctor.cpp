@@ -8,7 +8,7 @@
 
 namespace {
 
-// Each check leaves "" when its fact is in order, else what is wrong.
+// Each check returns what is wrong, "" when nothing is.
 
 std::string check_space(const HealthFacts& facts) {
   std::string text;
@@ -51,7 +51,7 @@ std::string check_answer(const HealthFacts& facts) {
   }
   const bool odd = facts.session.code == kExitBadReply;
   const bool shut = facts.session.code == kExitNoConnection && facts.sees_daemon;
-  return odd || shut ? "the daemon runs, but cannot be talked to: " + facts.session.error : "";
+  return odd || shut ? "the daemon runs, but no session can be opened: " + facts.session.error : "";
 }
 
 std::string check_mask_text(const HealthFacts& facts) {
@@ -90,7 +90,7 @@ std::string check_monitor(const HealthFacts& facts) {
 
 std::string check_lost_run(const HealthFacts& facts) {
   if (facts.lost_run.empty()) return "";
-  return "the run that is captured is gone, what its writers write is lost: " + facts.lost_run;
+  return "the directory of the captured run is gone, new lines are lost: " + facts.lost_run;
 }
 
 std::string check_odd_switch(const HealthFacts& facts) {
@@ -119,7 +119,7 @@ std::string check_left_behind(const HealthFacts& facts) {
 }
 
 std::string check_self_log(const HealthFacts& facts) {
-  return facts.self_log ? "" : "the self log is switched off: the daemon's doings leave no trace";
+  return facts.self_log ? "" : "the self log is switched off: what the daemon does is not recorded";
 }
 
 constexpr struct {

@@ -1,8 +1,5 @@
-// Why there is no log: facts about the phone, a table of what can be wrong with them, and the
-// remedies.
+// Why there is no log: facts about the phone, checks, and remedies.
 #pragma once
-
-#include <sys/types.h>
 
 #include <string>
 #include <vector>
@@ -13,7 +10,7 @@
 #include "client/support/settings.h"
 #include "client/support/volume.h"
 
-// Whether somebody else is being served.
+// Whether another client is connected.
 enum class OtherClient { kUnknown, kConnected, kNone };
 
 // A file that a logger type needs of the platform.
@@ -31,10 +28,10 @@ struct HealthFacts {
   std::vector<VolumeReading> volumes;
   std::vector<MissingFile> missing;
   std::vector<std::string> left_behind;  // runs in the working area that nothing writes
-  bool sees_daemon = false;              // its process, which may be hidden from us
+  bool sees_daemon = false;              // its process; root's may be hidden
   bool sees_monitor = false;
   bool sees_logcats = false;  // a worker of the type "mobile"
-  std::string lost_run;       // a directory that is gone though the run's writers live; "" none
+  std::string lost_run;       // the missing directory of a run that is being written; "" none
   Outcome session;            // of asking the daemon for its version
   std::chrono::milliseconds waited{0};  // for its end
   OtherClient other = OtherClient::kUnknown;
@@ -46,11 +43,11 @@ struct Finding {
   const char* remedy;
 };
 
-// Looks at everything; waits for the daemon until `deadline` at most.
+// Reads all facts; waits for the daemon until `deadline` at most.
 HealthFacts read_health(const Environment& env, SteadyTime deadline);
 
-// What is wrong, in the order in which it should be mended; empty when nothing is.
+// What is wrong, in the order in which to fix it.
 std::vector<Finding> judge_health(const HealthFacts& facts);
 
-// `doctor`: EXIT_OK when nothing is wrong, else EXIT_FAILED.
+// `doctor`: kExitOk when nothing is wrong, else kExitFailed.
 int run_doctor(const Invocation& call, Environment& env);

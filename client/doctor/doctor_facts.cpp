@@ -50,7 +50,7 @@ bool is_logger_type(const std::string& role) {
                      [&](const NamedBit& type) { return role == type.name; });
 }
 
-// Where the run that somebody is writing should be, when nothing is there.
+// The directory of the current run when it is missing, else "".
 std::string lost_run(const Environment& env, const LoggingSettings& settings) {
   if (!settings.logging || settings.run_name.empty()) return "";
   const std::string path = env.working + "/" + settings.run_name;
@@ -59,7 +59,7 @@ std::string lost_run(const Environment& env, const LoggingSettings& settings) {
 
 // Our own connection must be closed when this looks. A line of /proc/net/unix reads "number:
 // RefCount Protocol Flags Type St Inode Path", the figures in hexadecimal. The daemon's end of a
-// connection bears the path of its socket; St is 3 once it is accepted. Two references are its own:
+// connection has the path of its socket; St is 3 once it is accepted. Two references are its own:
 // one more is that of a client which has not closed.
 OtherClient look_for_clients(const Environment& env) {
   const std::string table = read_start(env.proc + "/net/unix", kSocketsLimit);

@@ -143,15 +143,15 @@ std::string manifest_text(const ManifestHead& head, const std::vector<PackedFile
   return text;
 }
 
-std::string piece_name(const std::string& name, const std::string& ending) {
+std::string entry_name(const std::string& name, const std::string& ending) {
   return name.substr(0, kTarNameMax - ending.size()) + ending;
 }
 
 std::string manifest_name(const std::string& name) {
-  return piece_name(name, kManifestTail);
+  return entry_name(name, kManifestTail);
 }
 
-std::string tar_piece(const std::string& name, const std::string& content, int64_t now) {
+std::string tar_entry(const std::string& name, const std::string& content, int64_t now) {
   char size[16];
   char time[16];
   snprintf(size, sizeof size, "%011zo", content.size());

@@ -1,4 +1,4 @@
-// What is packed: every file with its size and checksum, and where it comes from.
+// The manifest of an archive: every file with size and checksum.
 #pragma once
 
 #include <stdint.h>
@@ -36,7 +36,7 @@ struct ManifestHead {
   std::string name;
   std::string state;     // of a run; "bundle" for another directory
   std::string types;     // "3 (mobile,modem)": of the run, or set when the bundle was made
-  std::string build;     // display id that the content tells, "" when it does not
+  std::string build;     // display id, from the content; "" unknown
   std::string identity;  // build fingerprint of the phone that packs
   std::string protocol;  // of the daemon, "not answered"
 };
@@ -46,13 +46,13 @@ struct ManifestHead {
 std::string manifest_text(const ManifestHead& head, const std::vector<PackedFile>& files);
 
 // A name in the archive, at most 100 bytes: `name`, cut when it is long, and `ending`.
-std::string piece_name(const std::string& name, const std::string& ending);
+std::string entry_name(const std::string& name, const std::string& ending);
 
 // The manifest's.
 std::string manifest_name(const std::string& name);
 
-// A file of that name and content as a piece of a tar archive: header, content, padding.
-std::string tar_piece(const std::string& name, const std::string& content, int64_t now);
+// A file as an entry of a tar archive: header, content, padding.
+std::string tar_entry(const std::string& name, const std::string& content, int64_t now);
 
 // Bytes that an archive of the source can take at most, `manifest` included: what does not compress
 // grows a little.

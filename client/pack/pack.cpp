@@ -29,7 +29,7 @@ constexpr const char* kPageEnding = ".html";
 constexpr const char* kFingerprint = "ro.build.fingerprint";
 constexpr std::chrono::seconds kVersionLimit{2};  // packing needs no daemon: it is only asked
 
-// What is to be packed, and what its manifest says of it.
+// What is packed, and the head of its manifest.
 struct PackJob {
   PackSource source;
   ManifestHead head;
@@ -48,7 +48,7 @@ class UnfinishedFile {
   explicit UnfinishedFile(const std::string& target) {
     const size_t slash = target.find_last_of('/') + 1;
     path_ = target.substr(0, slash) + "." + target.substr(slash) + "." + std::to_string(getpid());
-    unlink(path_.c_str());   // of a process with our number, long gone
+    unlink(path_.c_str());   // left by an earlier process with our pid
     s_path = path_.c_str();  // before there is a file: a signal may come at once
     for (const int sig : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) signal(sig, remove_and_end);
     fd_.reset(open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
@@ -66,7 +66,7 @@ class UnfinishedFile {
     if (fsync(fd_.get()) != 0 || rename(path_.c_str(), target.c_str()) != 0) return false;
     s_path = nullptr;
     const ScopedFd parent(open(directory_of(target).c_str(), O_RDONLY | O_CLOEXEC));
-    fsync(parent.get());  // the name too; file systems that cannot are none of our business
+    fsync(parent.get());  // the name too; not every file system can
     return true;
   }
 
@@ -87,7 +87,7 @@ std::string protocol_of(const Environment& env) {
   return result.code == kExitOk ? std::to_string(version) : "not answered";
 }
 
-// What the content tells of types and build.
+// Types and build, from the content.
 void describe(const RunReport& content, ManifestHead* head) {
   head->build = content.build;
   head->types = std::to_string(content.types) + " (" + mask_text(kLoggerTypeWords, content.types) +
@@ -129,7 +129,7 @@ std::string check_output(const std::string& output, const PackSource& source) {
   struct stat info;
   if (lstat(output.c_str(), &info) == 0 && !S_ISREG(info.st_mode)) {
     return output + " is " + (S_ISDIR(info.st_mode) ? "a directory" : "no regular file") +
-           "; say the archive's name";
+           "; -o takes the archive's name";
   }
   const std::string directory = resolved(directory_of(output)) + "/";
   for (const std::string& name : source.names) {
@@ -176,10 +176,10 @@ std::string tool_error(const char* tool, int status) {
   return std::string(tool) + " ended with " + std::to_string(status);
 }
 
-// Lets gzip write to `out` what comes first and what tar makes of the source. "" or what failed.
+// Writes `first` and then tar's output, through gzip, to `out`. "" or what failed.
 std::string write_archive(const Environment& env, const PackSource& source,
                           const std::string& first, int out) {
-  int ends[2];  // a socket and no pipe: writing to a gzip that has ended must not end us
+  int ends[2];  // a socket, not a pipe: no SIGPIPE when gzip has ended
   if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) return strerror(errno);
   ScopedFd reader(ends[0]), writer(ends[1]);
   const pid_t gzip = start_child({{env.root + kGzip, "-c"}, reader.get(), out});
@@ -197,7 +197,7 @@ std::string write_archive(const Environment& env, const PackSource& source,
   }
   writer.reset();
   const int gzip_status = wait_child(gzip);
-  const std::string error = tool_error(kGzip, gzip_status);  // then tar could not end well
+  const std::string error = tool_error(kGzip, gzip_status);  // tar fails then too
   return error.empty() ? tool_error(kTar, tar_status) : error;
 }
 
@@ -212,15 +212,15 @@ std::string make_manifest(const Environment& env, const PackJob& job, bool progr
   return manifest_text(job.head, files);
 }
 
-// The run's page as a piece of the archive; its commands are for the archive.
-std::string page_piece(const Environment& env, const std::string& word, const std::string& name) {
+// The run's page as an entry of the archive; the commands on it are for the archive.
+std::string page_entry(const Environment& env, const std::string& word, const std::string& name) {
   RunSource source;
   if (!find_source(env, word, &source).empty()) return "";
-  return tar_piece(piece_name(name, kPageEnding), make_page(env, source, name + ".tar.gz"),
+  return tar_entry(entry_name(name, kPageEnding), make_page(env, source, name + ".tar.gz"),
                    time(nullptr));
 }
 
-// "" when the archive fits beside `target`, else the line that says so.
+// "" when the archive fits into the directory of `target`, else the error.
 std::string check_room(const Environment& env, const std::string& target, int64_t wanted) {
   const std::string directory = directory_of(target);
   VolumeSpace space;
@@ -259,8 +259,8 @@ int run_pack(const Invocation& call, Environment& env) {
   job.head.protocol = protocol_of(env);
   const bool progress = env.progress || call.progress;
   const std::string manifest = make_manifest(env, job, progress);
-  std::string first = tar_piece(manifest_name(job.source.name), manifest, time(nullptr));
-  if (call.view) first += page_piece(env, call.arguments[0], job.source.name);
+  std::string first = tar_entry(manifest_name(job.source.name), manifest, time(nullptr));
+  if (call.view) first += page_entry(env, call.arguments[0], job.source.name);
   if (progress) fprintf(env.err, "packing\n");
   if (to_stdout) {
     fflush(env.out);

@@ -4,6 +4,6 @@
 #include "client/commands.h"
 
 // `pack`: writes a .tar.gz with the phone's own tar and gzip, its manifest first. It appears under
-// its name only when it is whole and on the disk. EXIT_USAGE when there is no such run or directory
-// or the run is still being captured; EXIT_FAILED when room does not suffice or a tool fails.
+// its name only when it is whole and on the disk. kExitUsage when there is no such run or directory
+// or the run is still being captured; kExitFailed when room does not suffice or a tool fails.
 int run_pack(const Invocation& call, Environment& env);

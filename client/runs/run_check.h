@@ -1,4 +1,4 @@
-// What the logger types of a run promised, against what lies in it.
+// Compares the content of a run with what its logger types should leave there.
 #pragma once
 
 #include <stdint.h>
@@ -27,5 +27,5 @@ std::vector<CheckFinding> check_content(const std::map<std::string, int64_t>& fi
 // The holes that the run itself tells of: replaced logcats and rotated-out generations.
 std::vector<CheckFinding> check_holes(const RunReport& run);
 
-// `check`: EXIT_OK when all is there, EXIT_FAILED when something is missing, empty or lost.
+// `check`: kExitOk when all is there, kExitFailed when something is missing, empty or lost.
 int run_check(const Invocation& call, Environment& env);

@@ -1,7 +1,6 @@
 #include "client/runs/runs.h"
 
 #include <stdlib.h>
-#include <string.h>
 
 #include <algorithm>
 #include <initializer_list>
@@ -12,9 +11,9 @@
 #include "client/support/settings.h"
 #include "client/support/volume.h"
 #include "model/log_buffers.h"
+#include "model/masks.h"
 #include "model/properties.h"
 #include "model/run_name.h"
-#include "protocol/protocol.h"
 
 namespace {
 
@@ -23,7 +22,7 @@ constexpr size_t kPropertiesLimit = 1 << 18;  // a phone's property list is abou
 constexpr std::initializer_list<const char*> kBuildKeys = {kVendorDisplayIdProp, kDisplayIdProp};
 constexpr std::string_view kDigits = "0123456789";
 
-// Directories that betray a logger type beside the one that bears its name.
+// Directories of logger types that do not have the type's name.
 constexpr struct {
   const char* directory;
   const char* type;
@@ -79,8 +78,8 @@ std::string property_of_lists(const std::string& directory,
 
 using Generations = std::map<int64_t, std::string>;  // files by number
 
-// What the oldest kept generation tells. A logcat begins its first file with a line of its own, so
-// an oldest generation without it had predecessors; a missing number in between is a loss as well.
+// Whether generations are lost: an oldest one that does not begin with logcat's opening line had
+// predecessors, and a number may be missing in between.
 LostLines judge_loss(const Generations& kept) {
   const auto& [highest, oldest] = *kept.rbegin();
   const int64_t first = std::min<int64_t>(kept.begin()->first, 1);  // some tools count from 0
@@ -185,7 +184,7 @@ bool find_run(const std::vector<RunReport>& runs, const std::string& word, RunRe
     matches++;
   }
   if (matches == 0) *error = "there is no run \"" + word + "\"; see harrowmossctl runs";
-  if (matches > 1) *error = "several runs have the number " + word + "; say the whole name";
+  if (matches > 1) *error = "several runs have the number " + word + "; give the whole name";
   return matches == 1;
 }
 

@@ -1,4 +1,4 @@
-// The runs of debug logging that lie on the phone, and the holes in their logs.
+// The runs on the phone, and the holes in their logs.
 #pragma once
 
 #include <stdint.h>
@@ -35,7 +35,7 @@ struct RunReport {
   std::string working;
   int32_t types = 0;         // of the settings, of its property list, or as its content shows
   bool types_known = false;  // false: content only; types that leave nothing may be missing
-  std::string build;         // the display id, "" when nothing tells it
+  std::string build;         // the display id, "" when unknown
   int64_t bytes = 0;         // as the quota counts them
   std::vector<std::string>
       replaced;  // "mobile/ID-radio_1.txt": a logcat died, lines just before it may be lost
@@ -51,7 +51,7 @@ bool parse_run_name(const std::string& name, RunReport* run);
 // The value of `key` in a list of "[key]: [value]" lines, "" when it has none.
 std::string listed_property(const std::string& list, const char* key);
 
-// Adds what `directory` (a run's, or a bundle's) tells of itself: types, build, bytes, holes.
+// Adds types, build, bytes and holes of `directory` (a run's, or a bundle's).
 void add_content(const std::string& directory, RunReport* run);
 
 // All runs in both places, by sequence.

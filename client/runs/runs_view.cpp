@@ -1,7 +1,5 @@
-// How `runs` is shown.
+// The output of `runs`.
 #include <stdio.h>
-
-#include <iterator>
 
 #include "client/runs/runs.h"
 #include "client/support/files.h"
@@ -50,19 +48,16 @@ std::string runs_text(const std::vector<RunReport>& runs) {
 
 std::string runs_json(const std::vector<RunReport>& runs) {
   JsonWriter json;
-  const auto optional = [&](const char* key, const std::string& value) {
-    value.empty() ? json.key(key).null() : json.member(key, value);
-  };
   json.begin_object().member("command", "runs").key("runs").begin_array();
   for (const RunReport& run : runs) {
     json.begin_object().member("name", run.name).key("sequence");
     run.sequence < 0 ? json.null() : json.number(run.sequence);
     json.member("date", run.date).member("state", state_name(run));
-    optional("store", run.store);
-    optional("working", run.working);
+    json.optional("store", run.store);
+    json.optional("working", run.working);
     json.member("mask", run.types).member("types", mask_text(kLoggerTypeWords, run.types));
     json.flag("types_known", run.types_known);
-    optional("build", run.build);
+    json.optional("build", run.build);
     json.member("bytes", run.bytes).key("replaced").begin_array();
     for (const std::string& path : run.replaced) json.string(path);
     json.end_array().key("rotated").begin_array();

@@ -16,7 +16,6 @@
 #include "model/data_room.h"
 #include "model/feedback_sources.h"
 #include "model/log_buffers.h"
-#include "protocol/names.h"
 
 namespace {
 
@@ -29,7 +28,7 @@ constexpr int64_t kReportBytes = 16 << 10;  // the device report and logcat's st
 
 // clang-format off
 
-// What the bytes of a selection do not tell.
+// What the bytes of a selection leave out.
 constexpr struct {
   int32_t selection;
   const char* note;
@@ -182,14 +181,10 @@ std::string estimate_json(const EstimateReport& report) {
 
 int run_feedback(const Invocation& call, Environment& env) {
   if (!call.estimate) return run_request(call, env);
-  int32_t mask = 0;
+  RequestValues values;
   std::string error;
-  if (call.select.empty()) error = "say what to collect: --select general,tombstone,...";
-  if (error.empty() && parse_mask(kFeedbackWords, call.select, &mask, &error)) {
-    error = check_destination(call.arguments[0]);
-  }
-  if (!error.empty()) return fail(call, env, kExitUsage, error);
-  const EstimateReport report = estimate_bundle(env, mask, call.arguments[0]);
+  if (!read_values(call, env, &values, &error)) return fail(call, env, kExitUsage, error);
+  const EstimateReport report = estimate_bundle(env, values.mask, call.arguments[0]);
   fputs((call.json ? estimate_json(report) : estimate_text(report)).c_str(), env.out);
   return fits(report) ? kExitOk : kExitFailed;
 }

@@ -1,4 +1,4 @@
-// How much a feedback bundle would take, before anything is asked of the daemon.
+// The size of a feedback bundle, estimated without the daemon.
 #pragma once
 
 #include <stdint.h>
@@ -12,7 +12,7 @@
 struct EstimateRow {
   std::string name;   // of the selection; "properties" is in every bundle
   int64_t bytes = 0;  // that it would take at the destination, in whole blocks
-  std::string note;   // what the figure does not tell, "" when it tells all
+  std::string note;   // what the figure leaves out, "" when nothing
 };
 
 struct EstimateReport {
@@ -20,7 +20,7 @@ struct EstimateReport {
   std::vector<EstimateRow> rows;
   int64_t wanted = 0;  // bytes; a directory that two selections copy counts once
   int64_t available = 0;
-  bool known = false;        // `available` could be asked
+  bool known = false;        // `available` is known
   bool on_data = false;      // the copy leaves kDataReserve free (model/data_room.h)
   int64_t preallocated = 0;  // what counts as free for that
 };
@@ -33,6 +33,6 @@ EstimateReport estimate_bundle(const Environment& env, int32_t mask,
 std::string estimate_text(const EstimateReport& report);
 std::string estimate_json(const EstimateReport& report);
 
-// `feedback`: with --estimate shows the estimate (EXIT_FAILED when room does not suffice), else
+// `feedback`: with --estimate shows the estimate (kExitFailed when room does not suffice), else
 // sends the request.
 int run_feedback(const Invocation& call, Environment& env);

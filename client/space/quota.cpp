@@ -41,13 +41,11 @@ QuotaReport read_quota(const Environment& env) {
   report.store_bytes = quota_bytes(env.store);
   report.working_bytes = quota_bytes(env.working);
   report.volumes = read_volumes(env);
-  int64_t data = 0;
-  for (const VolumeReading& volume : report.volumes) {
-    if (volume.path == kData) data = volume.available;
-  }
-  report.verdict =
-      judge_sizes({report.store_bytes, report.working_bytes, report.settings.quota_setting,
-                   shrinks_quota(report.settings.types), data, preallocated_bytes(env.working)});
+  VolumeSpace data;  // 0 available when it is not known
+  env.space(env.root + kData, &data);
+  report.verdict = judge_sizes({report.store_bytes, report.working_bytes,
+                                report.settings.quota_setting, shrinks_quota(report.settings.types),
+                                data.available, preallocated_bytes(env.working)});
   const OldestRun store = oldest_of(env.store);
   const OldestRun working = oldest_of(env.working);
   const int current = read_count(env.property(kSequenceProp, "0"), INT_MAX - 1, 0);

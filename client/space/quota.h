@@ -1,5 +1,4 @@
-// The quota of all runs as the daemon's size monitor sees it (model/eviction.h): how much is used,
-// and which run would go next.
+// The quota of all runs (model/eviction.h): how much is used, and which run would go next.
 #pragma once
 
 #include <stdint.h>

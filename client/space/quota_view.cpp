@@ -1,7 +1,5 @@
-// How `du` is shown.
+// The output of `du`.
 #include <stdio.h>
-
-#include <iterator>
 
 #include "client/space/quota.h"
 #include "client/support/files.h"
@@ -12,13 +10,13 @@ namespace {
 
 std::string victim_text(const QuotaReport& report) {
   if (report.next == Eviction::kRestart) {
-    return "only the current run is left: all would go, and logging would begin anew";
+    return "only the current run is left: everything would be deleted, and logging restarted";
   }
   if (report.next_path.empty()) return "nothing";
   return printable(report.next_path) + ", " + size_text(report.next_bytes);
 }
 
-// When the run that is named goes.
+// When the next run is removed.
 std::string removal_text(const QuotaReport& report) {
   if (!report.settings.deletion) return "switched off (persist.sys.zelka.log.del)";
   if (!report.settings.logging) return "none while debug logging is off";
@@ -67,9 +65,10 @@ std::string quota_json(const QuotaReport& report) {
   json.flag("logging", report.settings.logging);
   const bool all = report.next == Eviction::kRestart;
   json.member("next", all ? "everything" : report.next_path.empty() ? "nothing" : "run");
-  json.key("next_path");
-  report.next_path.empty() ? json.null() : json.string(report.next_path);
-  json.member("next_bytes", report.next_bytes).key("volumes").begin_array();
+  json.optional("next_path", report.next_path)
+      .member("next_bytes", report.next_bytes)
+      .key("volumes")
+      .begin_array();
   for (const VolumeReading& volume : report.volumes) {
     json.begin_object().member("path", volume.path).member("wanted", volume.wanted);
     json.key("free");

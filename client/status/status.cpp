@@ -78,16 +78,12 @@ std::string status_text(const StatusReport& report) {
 std::string status_json(const StatusReport& report) {
   const LoggingSettings& settings = report.settings;
   JsonWriter json;
-  const auto optional_text = [&](const char* key, const std::string& value) {
-    value.empty() ? json.key(key).null() : json.member(key, value);
-  };
   const auto optional_pid = [&](const char* key, pid_t value) {
     value == 0 ? json.key(key).null() : json.member(key, value);
   };
   json.begin_object().member("command", "status").flag("logging", settings.logging);
   json.member("mask", settings.types).member("types", mask_text(kLoggerTypeWords, settings.types));
-  optional_text("store_path", settings.store_path);
-  optional_text("working_dir", report.working_dir);
+  json.optional("store_path", settings.store_path).optional("working_dir", report.working_dir);
   json.member("working_bytes", report.working_bytes).member("used_bytes", report.used_bytes);
   json.member("quota_bytes", settings.quota_mib << 20);
   json.flag("deletion", settings.deletion);
@@ -96,8 +92,7 @@ std::string status_json(const StatusReport& report) {
   json.key("workers").begin_array();
   for (const Worker& entry : report.workers) {
     json.begin_object().member("pid", entry.who.pid).member("ppid", entry.who.parent);
-    optional_text("type", entry.role);
-    json.member("comm", entry.who.comm).key("cmdline").begin_array();
+    json.optional("type", entry.role).member("comm", entry.who.comm).key("cmdline").begin_array();
     for (const std::string& argument : entry.who.argv) json.string(argument);
     json.end_array().end_object();
   }

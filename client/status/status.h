@@ -1,4 +1,4 @@
-// What `status` tells, from properties, /proc and directory sizes; the daemon is not disturbed.
+// `status`: from properties, /proc and directory sizes, without a connection to the daemon.
 #pragma once
 
 #include <stdint.h>
@@ -13,7 +13,7 @@
 #include "client/support/settings.h"
 
 struct StatusReport {
-  LoggingSettings settings;  // what is wanted; what really runs is in `workers`
+  LoggingSettings settings;  // as set; what runs is in `workers`
   std::string working_dir;   // where the latest run is captured, "" before the first
   int64_t working_bytes = 0;
   int64_t used_bytes = 0;  // all runs, finished or not: what counts against the quota
@@ -24,8 +24,9 @@ struct StatusReport {
 
 StatusReport read_status(const Environment& env);
 
-// `status`.
+// The commands `status` and `types`.
 int run_status(const Invocation& call, Environment& env);
+int run_types(const Invocation& call, Environment& env);
 
 std::string status_text(const StatusReport& report);
 std::string status_json(const StatusReport& report);

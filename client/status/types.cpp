@@ -1,9 +1,9 @@
-#include "client/status/types.h"
-
+// Logger types and feedback selections by name.
 #include <stdio.h>
 
 #include <iterator>
 
+#include "client/status/status.h"
 #include "client/support/json.h"
 #include "model/masks.h"
 

@@ -14,8 +14,8 @@ namespace {
 
 // The child's body: standard streams, then the tool. Only calls that are safe after a fork.
 [[noreturn]] void become(const ChildSetup& setup, char* const* argv, pid_t parent) {
-  prctl(PR_SET_PDEATHSIG, SIGKILL);     // nobody would take what it makes
-  if (getppid() != parent) _exit(127);  // too late to be told
+  prctl(PR_SET_PDEATHSIG, SIGKILL);     // without us its output is lost
+  if (getppid() != parent) _exit(127);  // the parent died before the prctl()
   const int null = open("/dev/null", O_RDWR | O_CLOEXEC);
   dup2(setup.in == -1 ? null : setup.in, STDIN_FILENO);
   dup2(setup.out == -1 ? null : setup.out, STDOUT_FILENO);

@@ -1,4 +1,4 @@
-// Tools of the phone, run without a shell.
+// Child processes: tools of the phone, without a shell.
 #pragma once
 
 #include <sys/types.h>
@@ -14,7 +14,7 @@ struct ChildSetup {
   int in = -1;                    // its standard input; -1: /dev/null
   int out = -1;                   // its standard output; -1: /dev/null
   bool quiet = false;             // standard error goes to /dev/null too
-  std::vector<int> kept = {};     // descriptors that it has beside those, under their numbers
+  std::vector<int> kept = {};     // further descriptors it inherits, under their numbers
 };
 
 // Starts a tool. The descriptors stay the caller's. Its pid, or -1 with errno.
@@ -23,7 +23,7 @@ pid_t start_child(const ChildSetup& setup);
 // Waits for a child's end: its exit status (127: the program could not be run), 128 + its signal.
 int wait_child(pid_t pid);
 
-// Runs a tool and gives `take` what it prints, piece by piece; kills it after `limit`. Its exit
+// Runs a tool and passes its output to `take` as it comes; kills it after `limit`. Its exit
 // status as wait_child() has it; -1 when it could not be started, -2 when it was killed.
 int read_child(ChildSetup setup, std::chrono::milliseconds limit,
                const std::function<void(std::string_view)>& take);

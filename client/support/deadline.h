@@ -1,4 +1,4 @@
-// Deadlines of waits, on the clock that nobody sets.
+// Deadlines of waits, on the monotonic clock.
 #pragma once
 
 #include <stdint.h>

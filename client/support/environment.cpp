@@ -22,7 +22,7 @@ bool fill_standard_streams() {
   int fd;
   // Each takes the lowest number that is free.
   while ((fd = open("/dev/null", O_RDWR | O_CLOEXEC)) != -1 && fd <= STDERR_FILENO) {
-    fcntl(fd, F_SETFD, 0);  // our tools have the three too
+    fcntl(fd, F_SETFD, 0);  // children inherit the three
   }
   if (fd != -1) close(fd);
   return has_output;
@@ -35,8 +35,8 @@ Environment phone_environment() {
     return socket_local_client(kControlSocketName, ANDROID_SOCKET_NAMESPACE_RESERVED,
                                SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC);
   };
-  // A desk, where runs are read that were copied from a phone, has none; the platform's functions
-  // for plain Linux end a process that asks for them outside a bench phone.
+  // On a desk, where copied runs are read, there are no properties; the platform's functions for
+  // plain Linux end the process outside a bench phone.
   const bool on_phone = access(kProperties, F_OK) == 0;
   env.property = [on_phone](const char* key, const char* fallback) {
     if (!on_phone) return std::string(fallback);

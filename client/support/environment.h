@@ -1,5 +1,4 @@
-// What the client touches of its surroundings, in one place, so that tests can give it a socket, a
-// directory tree and properties of their own.
+// Everything outside that the client uses; tests replace it.
 #pragma once
 
 #include <stdint.h>
@@ -30,9 +29,9 @@ struct Environment {
   std::function<int()> dial;
   // The value of a property, or the second argument when it is unset or empty.
   std::function<std::string(const char*, const char*)> property;
-  // False when the path cannot be asked, or its file system has no size.
+  // False when statfs() fails or the file system has no size.
   std::function<bool(const std::string& path, VolumeSpace* out)> space;
-  bool has_output = true;  // false: standard output was closed when we began
+  bool has_output = true;  // false: standard output was closed at the start
   FILE* out;
   FILE* err;
   bool progress;         // show steps on `err` while a long request runs
@@ -40,11 +39,11 @@ struct Environment {
   std::string proc;      // "/proc"
   std::string store;     // finished runs
   std::string working;   // runs being captured
-  std::string self_log;  // the daemon's diary
+  std::string self_log;  // the daemon's own log
 };
 
-// Opens the closed ones of the three standard streams to /dev/null, lest a file that is opened
-// later takes their place. Returns whether standard output was there.
+// Opens /dev/null for each standard stream that is closed: a file opened later would take its
+// number. Returns whether standard output was open.
 bool fill_standard_streams();
 
 // The phone's own: the reserved control socket, system properties, standard streams, absolute

@@ -43,7 +43,7 @@ void walk_files(const std::string& root,
 }
 
 std::string read_start(const std::string& path, size_t limit) {
-  // Non-blocking, in case somebody left a FIFO under the name.
+  // O_NONBLOCK: a FIFO may have the name.
   const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
   if (fd == -1) return "";
   std::string bytes(limit, '\0');

@@ -1,4 +1,4 @@
-// Small looks at the file system. Only is_directory(), make_directories() and resolved() follow a
+// Queries of the file system. Only is_directory(), make_directories() and resolved() follow a
 // symbolic link at the end of a path.
 #pragma once
 
@@ -13,7 +13,7 @@
 std::vector<std::string> list_directory(const std::string& directory);
 
 // Calls `visit` with the path below `root` ("mobile/x.txt") and the size in bytes of every regular
-// file. What cannot be read is passed over.
+// file. What cannot be read is skipped.
 void walk_files(const std::string& root,
                 const std::function<void(const std::string& path, int64_t bytes)>& visit);
 
@@ -23,7 +23,7 @@ std::string read_start(const std::string& path, size_t limit);
 bool is_directory(const std::string& path);
 bool is_link(const std::string& path);
 
-// Where `path` leads when every link on the way is followed; "" when nothing is there.
+// `path` with every link resolved; "" when it does not exist.
 std::string resolved(const std::string& path);
 
 // `path` without slashes at its end; "/" stays.

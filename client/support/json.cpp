@@ -1,7 +1,6 @@
 #include "client/support/json.h"
 
 #include <stdio.h>
-#include <string.h>
 
 #include "protocol/encode.h"
 

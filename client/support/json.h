@@ -1,4 +1,4 @@
-// Writes one JSON value (RFC 8259) piece by piece; puts the commas.
+// Writes one JSON value (RFC 8259); inserts the commas.
 #pragma once
 
 #include <stddef.h>
@@ -26,6 +26,10 @@ class JsonWriter {
   }
   JsonWriter& member(std::string_view name, const char* value) { return key(name).string(value); }
   JsonWriter& member(std::string_view name, int64_t value) { return key(name).number(value); }
+  // null when `value` is empty.
+  JsonWriter& optional(std::string_view name, std::string_view value) {
+    return value.empty() ? key(name).null() : member(name, value);
+  }
   JsonWriter& flag(std::string_view name, bool value) { return key(name).boolean(value); }
 
   const std::string& text() const { return text_; }
@@ -37,7 +41,7 @@ class JsonWriter {
   void separate();
 
   std::string text_;
-  bool first_ = true;  // nothing stands yet behind the last opening bracket or key
+  bool first_ = true;  // nothing was written since the last opening bracket or key
 };
 
 // Bytes of the UTF-8 character at the start of `bytes`, 0 when it does not begin with a whole one.

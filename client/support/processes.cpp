@@ -11,7 +11,6 @@
 #include "model/masks.h"
 #include "model/paths.h"
 #include "model/process_names.h"
-#include "protocol/protocol.h"
 
 namespace {
 
@@ -38,7 +37,7 @@ constexpr WorkerRule kWorkerRules[] = {
     {Where::kProgram, kGeneralPrefix, "feedback"},
     {Where::kCommand, "/ipc_logging/qrtr_", "mobile"},
     {Where::kCommand, "/.logger/kernel_pmic.txt", "kernel log"},
-    // Scripts, and what they leave running: an orphan has lost the parent that tells its type.
+    // Scripts, and what they leave running: the parent of an orphan no longer shows its type.
     {Where::kCommand, kNetScript, "net"},
     {Where::kCommand, "/system/etc/power_logs_", "power"},
     {Where::kCommand, kFuelGaugeScript, "power"},

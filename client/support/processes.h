@@ -1,4 +1,4 @@
-// Finds the daemon and what it started, from /proc alone.
+// Finds the daemon and its descendants in /proc.
 #pragma once
 
 #include <stdint.h>
@@ -13,7 +13,7 @@ struct Process {
   uint64_t started = 0;           // clock ticks after boot
   std::string comm;               // kernel name, 15 bytes at most
   std::vector<std::string> argv;  // empty for a zombie or a kernel thread
-  std::string exe;                // "" when not allowed to know
+  std::string exe;                // "" without permission
 };
 
 // A process below the daemon and what it does.
@@ -22,14 +22,14 @@ struct Worker {
   std::string role;  // a logger type's name, "size monitor", "self log", ..., "" when not known
 };
 
-// Every process under `proc` ("/proc"), by pid. Passes over what ends meanwhile.
+// Every process under `proc` ("/proc"), by pid. A process that ends meanwhile is skipped.
 std::vector<Process> read_processes(const std::string& proc);
 
-// Takes apart the content of /proc/PID/stat; false when it is not one. Fills pid, parent, started
+// Parses the content of /proc/PID/stat; false when it is malformed. Fills pid, parent, started
 // and comm, which may itself hold blanks and brackets.
 bool parse_stat(const std::string& text, Process* out);
 
-// The daemon's main process: a child of init that bears the daemon's name and runs from a file
+// The daemon's main process: a child of init that has the daemon's name and runs from a file
 // called harrowmossd (or was started as such, when the file may not be seen), the oldest of
 // several. Null when it does not run.
 const Process* find_daemon(const std::vector<Process>& all);

@@ -1,4 +1,4 @@
-// Room on the phone's file systems, and how it is spoken of.
+// Free space of the phone's file systems, and messages about it.
 #pragma once
 
 #include <stdint.h>
@@ -22,7 +22,7 @@ struct VolumeReading {
   std::string path;
   int64_t wanted = 0;     // bytes, for debug logging
   int64_t available = 0;  // bytes
-  bool known = false;     // false: cannot be asked; then it keeps nobody from logging
+  bool known = false;     // false: not available; does not prevent logging
 };
 
 inline bool has_room(const VolumeReading& volume) {
@@ -32,7 +32,7 @@ inline bool has_room(const VolumeReading& volume) {
 // A reading for each threshold.
 std::vector<VolumeReading> read_volumes(const Environment& env);
 
-// "/sdcard: 67108865 bytes wanted, 4096 free": every message about space says this much.
+// "/sdcard: 67108865 bytes wanted, 4096 free": the form of every message about space.
 std::string space_text(const std::string& path, int64_t wanted, int64_t available);
 std::string space_text(const VolumeReading& volume);
 

@@ -42,7 +42,7 @@ const struct {
        f->session = {kExitTimedOut, "not served"};
        f->other = OtherClient::kNone;
        f->waited = std::chrono::milliseconds(10040); }},
-    {{"lost-run"}, "is lost: /data/misc/zelkalog/1#x",
+    {{"lost-run"}, "are lost: /data/misc/zelkalog/1#x",
      [](auto* f) { f->lost_run = "/data/misc/zelkalog/1#x"; }},
     {{"space"}, "/sdcard: 100 bytes wanted, 99 free",
      [](auto* f) { f->volumes[0] = {"/sdcard", 100, 99, true}; }},

@@ -173,31 +173,31 @@ TEST(CtlRuns, TellTheHolesInTheirLogs) {
   }
 }
 
-std::string diary_line(const std::string& function, const std::string& message) {
+std::string self_log_line(const std::string& function, const std::string& message) {
   return "26-03-07 14:05:09 || harrowmossd [20, 20] commands|" + function + "|7:: " + message;
 }
 
 TEST(CtlProgress, FollowsTheDiaryThroughItsRotation) {
   TemporaryTree tree;
   const std::string log = tree.root() + "/log";
-  tree.put("log", diary_line("f", "move all log start=1") + "\n");  // an earlier stop
+  tree.put("log", self_log_line("f", "move all log start=1") + "\n");  // an earlier stop
   char* text = nullptr;
   size_t size = 0;
   FILE* out = open_memstream(&text, &size);
   {
     ProgressLines progress(log, out);
     progress.look();
-    const std::string line = diary_line("f", "kill debug group start") + "\n";
+    const std::string line = self_log_line("f", "kill debug group start") + "\n";
     tree.put("log", line.substr(0, 30));
     progress.look();
-    const std::string next = diary_line("f", "kill debug group end") + "\n";
+    const std::string next = self_log_line("f", "kill debug group end") + "\n";
     tree.put("log", line.substr(30) + next.substr(0, 40));
     progress.look();
     tree.put("log", next.substr(40));
     tree.put("log", line.substr(0, line.size() - 9));  // a half whose end never comes
     progress.look();
     std::filesystem::rename(log, log + ".1");
-    tree.put("log", diary_line("f", "kill vesk group end") + "\n");
+    tree.put("log", self_log_line("f", "kill vesk group end") + "\n");
     progress.look();
     progress.look();
   }
