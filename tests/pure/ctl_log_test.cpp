@@ -2,8 +2,8 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <functional>
 #include <nlohmann/json.hpp>
-#include <thread>
 
 #include "client/merge/story.h"
 #include "client/merge/when.h"
@@ -312,35 +312,68 @@ TEST(CtlLog, ReadsAnArchiveOnceForEachBuffer) {
   }
 }
 
+// Changes the run while it is followed: each round begins with reading the settings, which takes
+// the next step when the list has as many lines as that expects.
 TEST(CtlLog, FollowsThroughRotationTruncationAndTheMove) {
   namespace fs = std::filesystem;
-  BenchClient client;
+  struct Step {
+    int lines;
+    std::function<void()> act;
+  };
   const std::string name = "7#11-18_10-00-00";
-  client.properties = {{"persist.sys.zklog.enable", "on"},
-                       {"sys.harrowmossd.log_store_path", "/sdcard/zelkalog/" + name}};
-  const std::string below = "data/misc/zelkalog/" + name + "/mobile/Q-main.txt";
-  const std::string file = client.tree.root() + "/" + below;
-  const auto write = [&](const std::string& text) { client.tree.put(below, text); };
-  const auto pause = [] { std::this_thread::sleep_for(std::chrono::milliseconds(300)); };
-  write(line("10:00:01.000000", "a") + "11-18 10:00:02.000000   1");  // a torn line
-  std::thread following([&] { EXPECT_EQ(client.run({"log", "7", "--follow"}), kExitOk); });
-  pause();
-  fs::resize_file(file, line("10:00:01.000000", "a").size());
-  write(line("10:00:02.000000", "b") + line("10:00:03.000000", "c"));
-  fs::rename(file, file + ".1");
-  write(line("10:00:04.000000", "d"));
-  pause();
-  fs::rename(file + ".1", file + ".2");
-  fs::rename(file, file + ".1");
-  write(line("10:00:05.000000", "e"));
-  client.tree.put("sdcard/zelkalog/none", "");
-  fs::rename(client.env.working + "/" + name, client.env.store + "/" + name);
-  following.join();
-  std::string lines;
-  for (const char* text : {"1.000000 a", "2.000000 b", "3.000000 c", "4.000000 d", "5.000000 e"}) {
-    lines += line("10:00:0" + std::string(text, 8), text + 9);
+  const auto text = [](int from, int to, std::string lines = "") {
+    for (; from <= to; from++) lines += line("10:00:0" + std::to_string(from) + ".000000", "x");
+    return lines;
+  };
+  for (const bool by_files : {false, true}) {
+    BenchClient client;
+    const std::string below = "data/misc/zelkalog/" + name + "/mobile/Q-main.txt";
+    const std::string file = client.tree.root() + "/" + below;
+    const std::string working = client.env.working + "/" + name;
+    const std::string store = client.env.store + "/" + name;
+    const auto write = [&](const std::string& more) { client.tree.put(below, more); };
+    const auto cut_and_rotate = [&] {
+      fs::resize_file(file, text(1, 1).size());
+      write(text(2, 3));
+      fs::rename(file, file + ".1");
+      write(text(4, 4));
+    };
+    const auto rotate = [&] {
+      fs::rename(file + ".1", file + ".2");
+      fs::rename(file, file + ".1");
+      write(text(5, 5));
+    };
+    const auto rotate_and_move = [&] {
+      rotate();
+      fs::rename(working, store);
+    };
+    const auto copy = [&] { fs::copy(working, store, fs::copy_options::recursive); };
+    const std::vector<Step> rows[] = {{{1, cut_and_rotate}, {4, rotate_and_move}},
+                                      {{1, cut_and_rotate},
+                                       {4, rotate},
+                                       {5, copy},
+                                       {5, [&] { fs::remove(file + ".1"); }},
+                                       {5, [&] { fs::remove(file); }},
+                                       {5, [&] { fs::remove_all(working); }}}};
+    std::vector<Step> steps = rows[by_files];
+    fs::create_directories(client.env.store);
+    write(text(1, 1) + "11-18 10:00:02.000000   1");  // a torn line
+    client.properties = {{"persist.sys.zklog.enable", "on"},
+                         {"sys.harrowmossd.log_store_path", "/sdcard/zelkalog/" + name}};
+    const auto property = client.env.property;
+    client.env.property = [&](const char* key, const char* fallback) {
+      const std::string listed = client.so_far();
+      if (!steps.empty() && std::string(key) == "persist.sys.zklog.enable" &&
+          std::count(listed.begin(), listed.end(), '\n') == steps[0].lines) {
+        steps[0].act();
+        steps.erase(steps.begin());
+      }
+      return property(key, fallback);
+    };
+    EXPECT_EQ(client.run({"log", "7", "--follow"}), kExitOk) << client.err;
+    EXPECT_EQ(client.out, text(1, 5)) << by_files;
+    EXPECT_TRUE(steps.empty());
   }
-  EXPECT_EQ(client.out, lines) << client.err;
 }
 
 TEST(CtlLog, ShowsTheDaemonsStoryOfThisRunOnly) {

@@ -81,17 +81,22 @@ struct BenchClient {
   }
 
   int run(const std::vector<std::string>& words) {
-    char* texts[2] = {};
-    size_t sizes[2] = {};
     env.out = open_memstream(&texts[0], &sizes[0]);
     env.err = open_memstream(&texts[1], &sizes[1]);
     const int code = run_client(words, env);
     fclose(env.out);
     fclose(env.err);
-    out.assign(texts[0], sizes[0]);
+    out = so_far();
     err.assign(texts[1], sizes[1]);
     free(texts[0]);
     free(texts[1]);
     return code;
   }
+
+  // What the command that runs has flushed to standard output.
+  std::string so_far() const { return {texts[0], sizes[0]}; }
+
+ private:
+  char* texts[2] = {};
+  size_t sizes[2] = {};
 };
