@@ -9,6 +9,8 @@
 #include <algorithm>
 
 #include "client/merge/log_command.h"
+#include "client/merge/when.h"
+#include "client/reader/line_reader.h"
 #include "client/runs/run_check.h"
 #include "client/runs/runs.h"
 #include "client/support/json.h"
@@ -27,11 +29,15 @@ constexpr LogStamp kZoneStep = 900 * kSecond;  // zones are whole quarters of an
 constexpr const char* kPropertyLists[] = {"system.prop", "system_stop.prop"};
 constexpr const char* kBuildKeys[] = {kVendorDisplayIdProp, kDisplayIdProp};
 
-// Files that are marks by lying there.
+// Directories whose files are marks, and the text before the time in such a file:
+// "----- pid 9 at 2026-11-22 07:21:46", "Timestamp: 2026-11-22 07:21:46.724049+0100".
 constexpr struct {
   const char* directory;
   const char* kind;
-} kMarkFiles[] = {{"anr/", "anr"}, {"tombstones/", "tombstone"}};
+  std::string_view line;
+  std::string_view before_time;
+} kMarkFiles[] = {{"anr/", "anr", "----- pid ", " at "},
+                  {"tombstones/", "tombstone", "Timestamp: ", ": "}};
 
 bool begins_with(const std::string& text, const std::string& head) {
   return text.compare(0, head.size(), head) == 0;
@@ -103,13 +109,43 @@ void add_files(const RunSource& source, int32_t types, RunPage* page) {
   for (const auto& [path, bytes] : files) page->files.push_back({path, bytes, by_path[path]});
 }
 
+// The first time in the file, kNoStamp for none. Reads it to its end.
+LogStamp first_time(const OpenFile& opened, const RunFile& file, std::string_view line_head,
+                    std::string_view before_time) {
+  constexpr size_t kTime = 19;  // "2026-11-22 07:21:46"
+  LogStamp time = kNoStamp;
+  LineReader reader;
+  reader.attach(opened.fd(), file.bytes);
+  for (std::string_view line; reader.next(&line, true);) {
+    if (time != kNoStamp || line.substr(0, line_head.size()) != line_head) continue;
+    const size_t at = line.find(before_time);
+    if (at == std::string_view::npos) continue;
+    parse_when(std::string(line.substr(at + before_time.size(), kTime)), {}, &time);
+  }
+  return time;
+}
+
+// Marks for crash files: by the time that they give, else by their last modification.
+void add_mark_files(const RunSource& source, LogStamp zone, RunSurvey* survey) {
+  for (const auto& row : kMarkFiles) {
+    std::vector<RunFile> files;
+    for (const RunFile& file : source.files) {
+      if (begins_with(file.path, row.directory)) files.push_back(file);
+    }
+    OpenFile opened;
+    for (const RunFile& file : files) {
+      const bool open = opened.open(source, file, files.data() + files.size());
+      const LogStamp time = open ? first_time(opened, file, row.line, row.before_time) : kNoStamp;
+      survey->add_mark(row.kind, time == kNoStamp ? file.written * kSecond + zone : time, kNoStamp,
+                       file.path);
+    }
+  }
+}
+
 void add_other_files(const RunSource& source, RunSurvey* survey) {
   const LogStamp zone = zone_of(source, survey->last);
+  add_mark_files(source, zone, survey);
   for (const RunFile& file : source.files) {
-    for (const auto& row : kMarkFiles) {
-      if (!begins_with(file.path, row.directory)) continue;
-      survey->add_mark(row.kind, file.written * kSecond + zone, kNoStamp, file.path);
-    }
     OpenFile opened;
     const std::string_view path = file.path;
     const bool capture = begins_with(file.path, "net/") && path.find(".pcap") != path.npos;

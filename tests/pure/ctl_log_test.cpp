@@ -467,6 +467,33 @@ TEST(CtlView, KeepsEveryTextInsideItsData) {
   EXPECT_TRUE(holds(client.out, "\"marks_left_out\":2")) << client.out.size();
 }
 
+TEST(CtlView, MarksCrashFilesByTheTimeInThem) {
+  Desk client;
+  client.put("mobile/Q-main.txt", line("10:00:01.000000", "a"));
+  client.put("tombstones/tombstone_00",
+             "*** ***\nABI: 'arm64'\nTimestamp: 2026-11-18 10:00:02.724049+0100\nat x\n");
+  client.put("anr/anr_0",
+             "Subject: x\n----- pid 9 at 2026-11-18 10:00:03.5+0100 -----\n----- pid 8 at x\n");
+  client.put("anr/anr_1", "");
+  const struct {
+    const char* text;
+    LogStamp time;
+  } rows[] = {{"tombstones/tombstone_00", stamp_of({2026, 11, 18, 10, 0, 2, 0})},
+              {"anr/anr_0", stamp_of({2026, 11, 18, 10, 0, 3, 0})},
+              {"anr/anr_1", (kWritten - 3600) * kSecond}};  // in the zone that the log tells
+  ASSERT_EQ(client.run({"view", client.root(), "-o", "-"}), kExitOk) << client.err;
+  const size_t data = client.out.find("id=\"data\">") + 10;
+  const nlohmann::json read =
+      nlohmann::json::parse(client.out.substr(data, client.out.find('<', data) - data));
+  ASSERT_EQ(read["marks"].size(), std::size(rows));
+  for (const auto& row : rows) {
+    for (const auto& mark : read["marks"]) {
+      if (mark["text"] != row.text) continue;
+      EXPECT_EQ(mark["time"], row.time) << row.text;
+    }
+  }
+}
+
 TEST(CtlView, CountsByIntervalsThatGrow) {
   Timeline times;
   const LogStamp start = stamp_of({2026, 11, 18, 0, 0, 0, 0});
