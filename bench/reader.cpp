@@ -135,6 +135,13 @@ void bench_log() {
   report_ratio("log.cat_lines", times[0], times[2]);
   report_ratio("log.sort", times[0], times[3]);
   report("log.peak", static_cast<double>(run_line("exec " + list).peak_kib));
+  const std::string page = "/data/page.html";
+  const UsedTime view = run_line("exec harrowmossctl view '" + std::string(kRun) + "' -o " + page);
+  struct stat info = {};
+  if (stat(page.c_str(), &info) != 0) fail("no page");
+  report("log.view_s", static_cast<double>(view.cpu_ns) / 1e9);
+  report("log.view_peak", static_cast<double>(view.peak_kib));
+  report("log.page", static_cast<double>(info.st_size) / 1024);
 
   // A minute in the middle.
   const std::string range = "exec " + list + " --since 03:00 --until 03:00:59.999999";

@@ -51,15 +51,15 @@ constexpr Command kCommands[kCommandCount] = {
     {"log", "RUN", 1, 1, kLocal, false, kTakesLines, nullptr, run_log,
      "one list of a run's log buffers, by time",
      "RUN: a name or number of `runs`, a directory, or an archive of `pack`. Lines that begin with dashes\n"
-     "are the list's own: holes, a clock that was set back, what the daemon did.\n"
+     "are added: holes, a clock that was set back, the daemon's actions.\n"
      "  --since T, --until T    from T on, up to T\n"
-     "  --around T[,SECONDS]    so long before and after T (30)\n"
+     "  --around T[,SECONDS]    SECONDS (30) before and after T\n"
      "  --buffer LIST           main, system, radio, events, crash, kernel, touch, daemon; without it all\n"
      "                          but touch\n"
      "  --tag LIST, --pid LIST, --level L    of these tags and pids; of level V, D, I, W, E, F or above\n"
      "  --grep TEXT [-E]        lines with TEXT; with -E an extended regular expression\n"
      "  --count                 a table instead: lines by buffer and level\n"
-     "  --follow                goes on while the run is captured\n"
+     "  --follow                continues while the run is captured\n"
      "T: \"[YYYY-]MM-DD hh:mm[:ss]\"; hh:mm[:ss], the first of the run; +N or -N[s|m|h|d], after its start\n"
      "or before its end. --json gives an object a line.\n"},
     {"view", "RUN -o FILE", 1, 1, kLocal, false, kTakesOutput, nullptr, run_view,

@@ -26,7 +26,7 @@ constexpr size_t kFiles = std::size(kNames);
 class Collector : public LineSink {
  public:
   bool take(const LineStream& stream, const LogLine& line) override {
-    require(line.text.size() <= LineReader::kPiece);
+    require(line.text.size() <= LineReader::kPart);
     if (line.kind == LineKind::kLine) {
       (stream.name() == "main" ? main : stream.name() == "radio" ? radio : touch) += line.text;
       filter.passes(line);

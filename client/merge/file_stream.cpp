@@ -73,12 +73,12 @@ FileStream::FileStream(const RunSource& source, const LogStream& files, const Ti
   if (!whole && source.archive.empty()) skip_to_range();
 }
 
-// Looks at the ends of the files, and where they are in order begins with the one that has the
-// range.
+// Reads the first and last times of the files. If they are in order, starts at the file and offset
+// of the range.
 void FileStream::skip_to_range() {
   ordered_ = true;
   LogStamp latest = kNoStamp;
-  LogStamp before = kNoStamp;  // the latest time in front of `first`
+  LogStamp before = kNoStamp;  // the latest time before `first`
   size_t first = files_.size();
   for (size_t i = 0; i < files_.size(); i++) {
     const FileSpan span = span_of_file(source_, files_[i], format_);
@@ -97,7 +97,7 @@ void FileStream::skip_to_range() {
   OpenFile file;
   struct stat info = {};
   if (!file.open(source_, files_[first]) || fstat(file.fd(), &info) != 0) return;
-  // A step's worth earlier: lines may be a little out of order.
+  // kStepMin earlier: lines may be slightly out of order.
   offset_ = find_time(file.fd(), info.st_size, StampParser(format_, files_[first].written),
                       range_.since - kStepMin);
   current_ = first - 1;  // 0 - 1 is none
@@ -114,8 +114,8 @@ void FileStream::mark(LineKind kind, LogStamp from, LogStamp until, const std::s
   line_.inside = false;
 }
 
-// What is missing before `file`, which begins with `head` and follows `before` (null: it is the
-// first one); "" for nothing.
+// The reason why lines are missing between `before` (null: none) and `file`, which starts with
+// `head`; "" when none are.
 std::string FileStream::missing_before(const RunFile& file, const RunFile* before,
                                        std::string_view head) {
   const bool rotated = file.generation > 0 && !opens_logcat(head);
@@ -137,7 +137,7 @@ std::string FileStream::missing_before(const RunFile& file, const RunFile* befor
   return "";
 }
 
-// Makes line_ the mark of what is missing before `file`, which has just been opened.
+// Makes line_ a mark if lines are missing before `file`, which has just been opened.
 void FileStream::mark_hole(const RunFile& file, const RunFile* before) {
   const std::string_view head = reader_.ahead();
   if (head.empty()) return;
@@ -152,7 +152,7 @@ void FileStream::mark_hole(const RunFile& file, const RunFile* before) {
        "hole: " + name() + ": " + reason + (to == kNoStamp ? "" : "; until " + stamp_text(to)));
 }
 
-// Goes on to the next file. False when there is none; else line_ may be a mark (its kind tells).
+// Opens the next file. False when there is none. line_ may be a mark afterwards: see its kind.
 bool FileStream::open_next() {
   const size_t following = current_ + 1;  // none + 1 is 0
   if (following >= files_.size()) return false;
@@ -175,8 +175,8 @@ bool FileStream::open_next() {
   return true;
 }
 
-// Makes line_ of its text, or the mark before it when the clock was set back. False for what is not
-// of the range.
+// Completes line_ from its text. When the clock was set back, line_ becomes the mark for that, and
+// the line is held. False for lines outside the range.
 bool FileStream::take() {
   line_.kind = LineKind::kLine;
   line_.inside = reader_.inside();
@@ -217,7 +217,7 @@ bool FileStream::next() {
       trouble_ = files_[current_].path + " ends early in the archive";
     }
     if (!open_next()) {
-      // The stop cuts off a line that was not written to its end, and has it written again.
+      // The stop truncates an incomplete last line and writes it again.
       if (growing() && file_.fd() != -1) reader_.give_back();
       return false;
     }
@@ -236,12 +236,12 @@ void FileStream::update(const LogStream& files, bool last) {
     if (stat(files.files[i].place.c_str(), &info) != 0) continue;
     if (info.st_ino == ours.st_ino && info.st_dev == ours.st_dev) same = i;
   }
-  // A run that was moved to another file system has other files of the same names.
+  // After a move to another file system the inodes differ: match by path.
   for (size_t i = 0; i < files.files.size() && open && same == SIZE_MAX; i++) {
     if (files.files[i].path == path) same = i;
   }
   if (last) follow_ = false;
-  // While a run is moved to the store its files vanish one by one: the next look has them there.
+  // During a move to the store files vanish one by one. A later refresh finds them there.
   if (open && same == SIZE_MAX) return;
   files_ = files.files;
   current_ = same;

@@ -1,4 +1,4 @@
-// The lines of a log buffer's files, of the touch recorder's, or of the daemon's own log.
+// The lines of a log buffer's files, of the touch recorder, or of the self log.
 #pragma once
 
 #include <string>
@@ -11,14 +11,14 @@
 
 class FileStream : public LineStream {
  public:
-  // Gives the lines of `range`; what lies before it is not read unless the files come from an
-  // archive or their clock stepped back. With `follow` the youngest file may still grow. `source`
-  // must outlive the stream.
+  // The lines of `range`. What is before it is skipped by binary search, but read from an archive
+  // and where the clock was set back. With `follow` the youngest file may still grow. `source` must
+  // outlive the stream.
   FileStream(const RunSource& source, const LogStream& files, const TimeRange& range, bool follow);
 
   bool next() override;
 
-  // The files as they are now. With `last` nothing grows any more.
+  // Replaces the list of files. With `last` no file grows any more.
   void update(const LogStream& files, bool last);
 
   // A file that could not be read, or not to its end; "" for none.
@@ -39,15 +39,15 @@ class FileStream : public LineStream {
   TimeRange range_;
   bool follow_;
   bool ordered_ = false;       // the files' times do not decrease, as far as their ends tell
-  bool done_ = false;          // nothing of the range can come
+  bool done_ = false;          // no more lines of the range
   size_t current_ = SIZE_MAX;  // the open file
   int64_t offset_ = 0;         // where to begin in the next one
   OpenFile file_;
   LineReader reader_;
   StampParser parser_;
   LogStamp last_ = kNoStamp;  // time of the line before
-  bool shown_ = false;        // it is of the range, and so are the lines without a time behind it
-  LogLine held_;              // comes after a mark
+  bool shown_ = false;        // it is in the range, and so are unstamped lines after it
+  LogLine held_;              // the line after a mark
   bool has_held_ = false;
   std::string mark_;
   std::string trouble_;

@@ -6,7 +6,7 @@
 
 namespace {
 
-// Of a longer line only the beginning is matched: the matcher's memory grows with the text.
+// Bytes of a line that regexec() gets: its memory grows with the text.
 constexpr size_t kMatched = 16 * 1024;
 
 bool contains(const std::vector<std::string>& list, std::string_view word) {
@@ -29,13 +29,13 @@ std::string LineFilter::set(const FilterOptions& options) {
   if (!options.level.empty()) {
     level_ = options.level.size() == 1 ? kLevels.find(options.level) : std::string_view::npos;
     if (level_ == std::string_view::npos) {
-      return "--level wants one of V, D, I, W, E, F, not \"" + options.level + "\"";
+      return "--level takes one of V, D, I, W, E, F, not \"" + options.level + "\"";
     }
   }
   tags_ = split_list(options.tags);
   for (const std::string& pid : split_list(options.pids)) {
     if (pid.size() > 9 || pid.find_first_not_of("0123456789") != std::string::npos) {
-      return "--pid wants numbers with commas, not \"" + options.pids + "\"";
+      return "--pid takes numbers with commas, not \"" + options.pids + "\"";
     }
     pids_.push_back(std::stoi(pid));
   }

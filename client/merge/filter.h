@@ -1,4 +1,4 @@
-// Which lines are shown.
+// Selects the lines to show.
 #pragma once
 
 #include <regex.h>
@@ -25,14 +25,14 @@ std::vector<std::string> split_list(const std::string& list);
 
 class LineFilter {
  public:
-  // "", or why the options make no sense.
+  // "" or an error.
   std::string set(const FilterOptions& options);
 
   // Every line is shown.
   bool is_open() const { return !by_fields_ && pattern_.empty(); }
 
-  // Takes the lines of the merged list one after the other: what has no time goes with the line
-  // that it follows, unless the pattern is in it.
+  // Call for each line of the merged list in order: an unstamped line passes with the line before
+  // it, or when it matches the pattern itself.
   bool passes(const LogLine& line);
 
  private:

@@ -1,4 +1,4 @@
-// What is merged: lines in the order of their stream, each with a time.
+// A source of lines for the merge.
 #pragma once
 
 #include <string>
@@ -7,8 +7,8 @@
 #include "client/reader/stamp.h"
 
 enum class LineKind {
-  kLine,   // as it stands in a file
-  kEvent,  // of the daemon's own story
+  kLine,   // of a file, unchanged
+  kEvent,  // a message of the self log, in other words
   kStep,   // the clock was set back
   kHole,   // lines are missing
 };
@@ -19,7 +19,7 @@ struct LogLine {
   LogStamp time = kNoStamp;   // its own, or that of the line which it follows; kNoStamp for none
   LogStamp until = kNoStamp;  // of a hole: its end; of a step: the time before it
   bool stamped = false;       // the time is its own
-  bool inside = false;        // the rest of a long line
+  bool inside = false;        // continues the line before
 };
 
 struct TimeRange {
@@ -28,7 +28,7 @@ struct TimeRange {
   bool holds(LogStamp from, LogStamp to) const { return from <= until && to >= since; }
 };
 
-// A clock that goes back less than this is not worth a line: writers are not always in order.
+// Smaller steps back are not marked: the writers of a log are not always in order.
 constexpr LogStamp kStepMin = kSecond;
 
 class LineStream {
@@ -38,14 +38,13 @@ class LineStream {
   LineStream(const LineStream&) = delete;
   LineStream& operator=(const LineStream&) = delete;
 
-  // Goes on to the next line. False at the end of what there is now. What line() gave before is no
-  // longer valid then.
+  // Advances to the next line, which invalidates line().text. False at the end of the data.
   virtual bool next() = 0;
 
   const std::string& name() const { return name_; }
   const LogLine& line() const { return line_; }
-  // Where the line belongs among other streams' lines: its time, or the latest one before it when
-  // that is less than a step ahead.
+  // The time that the merge orders by: the line's, or the latest one before it if that is less than
+  // kStepMin later.
   LogStamp key() const { return key_; }
 
  protected:

@@ -16,13 +16,13 @@ enum class ListForm { kText, kJson, kCount };
 
 class ListWriter : public LineSink {
  public:
-  // Neither belongs to it.
+  // `filter` and `out` stay the caller's.
   ListWriter(ListForm form, LineFilter* filter, FILE* out);
 
-  // False when nobody reads any more.
+  // False when writing failed.
   bool take(const LineStream& stream, const LogLine& line) override;
 
-  // Writes what it holds.
+  // Writes the buffer. False when that failed.
   bool flush();
   // The table of --count, as text or as an object with `as_json`.
   std::string counts(bool as_json) const;
@@ -40,8 +40,8 @@ class ListWriter : public LineSink {
   static constexpr size_t kHeld = 256 * 1024;
   std::unique_ptr<char[]> held_ = std::make_unique<char[]>(kHeld);  // not written yet
   size_t used_ = 0;                                                 // of it
-  bool broken_ = false;                                             // nobody reads any more
-  bool line_ends_ = true;  // what was given last ends with a newline
+  bool broken_ = false;                                             // writing failed
+  bool line_ends_ = true;  // the last text ended with a newline
   struct CountRow {
     int64_t levels[kLevels.size()] = {};
     int64_t others = 0;  // without a level

@@ -44,10 +44,11 @@ std::string read_around(const std::string& text, const WhenBase& base, TimeRange
   if (comma != std::string::npos) {
     char* end = nullptr;
     const double seconds = strtod(text.c_str() + comma + 1, &end);
-    if (*end != '\0' || !(seconds > 0 && seconds < 1e8)) return "--around wants T or T,SECONDS";
+    if (*end != '\0' || !(seconds > 0 && seconds < 1e8)) return "--around takes T or T,SECONDS";
     distance = static_cast<LogStamp>(seconds * kSecond);
   }
-  if (!parse_when(text.substr(0, comma), base, &middle)) return "--around: no time of this run";
+  if (!parse_when(text.substr(0, comma), base, &middle))
+    return "--around \"" + text + "\" is no time of this run; see harrowmossctl help log";
   *range = {middle - distance, middle + distance};
   return "";
 }
@@ -59,7 +60,7 @@ std::string read_range(const Invocation& call, const RunSource& source, TimeRang
   if (base.start == kNoStamp) base.start = span_of(source, streams).first;
   if (!call.around.empty()) {
     if (call.since.empty() && call.until.empty()) return read_around(call.around, base, range);
-    return "--around is for itself, without --since and --until";
+    return "--around excludes --since and --until";
   }
   const struct {
     const char* name;
@@ -82,7 +83,7 @@ std::unique_ptr<LineStream> make_stream(const RunSource& source, const LogStream
   return std::make_unique<StoryStream>(source, files, choice.range, choice.follow);
 }
 
-// Waits for more of a run that is being captured.
+// Waits for new lines of a run that is being captured.
 class Follower {
  public:
   Follower(const Environment& env, RunSource* source, StreamChoice choice, StreamList* streams,
@@ -93,14 +94,14 @@ class Follower {
         streams_(streams),
         writer_(writer) {}
 
-  // False when the run is complete and was read to its end, or nobody reads any more.
+  // False when the complete run was read, or writing failed.
   bool operator()() {
     if (!writer_->flush() || complete_) return false;
     poll(nullptr, 0, kFollowMs);
     complete_ = !refresh_source(env_, source_);
     int64_t bytes = 0;
     for (const RunFile& file : source_->files) bytes += file.bytes;
-    // The stop still completes the files; a run for which the store has no room stays.
+    // The stop still appends to the files. A run that does not fit into the store is never moved.
     quiet_ms_ = source_->capturing || bytes != bytes_ ? 0 : quiet_ms_ + kFollowMs;
     bytes_ = bytes;
     complete_ = complete_ || quiet_ms_ >= kQuietMs;
@@ -124,7 +125,7 @@ class Follower {
   StreamChoice choice_;
   StreamList* streams_;
   ListWriter* writer_;
-  bool complete_ = false;  // what there is now is all
+  bool complete_ = false;  // no file grows any more
   int quiet_ms_ = 0;       // nothing was written since logging was switched off
   int64_t bytes_ = 0;
 };
@@ -150,7 +151,7 @@ int run_log(const Invocation& call, Environment& env) {
   if (error.empty() && call.extended && call.grep.empty()) error = "-E is for --grep";
   if (error.empty()) error = find_source(env, call.arguments[0], &source);
   if (error.empty() && call.follow && (!source.capturing || call.count)) {
-    error = call.count ? "--count wants a run that ends: without --follow"
+    error = call.count ? "--count and --follow exclude each other"
                        : source.name + " is not being captured, there is nothing to follow";
   }
   if (error.empty()) error = read_range(call, source, &choice.range);

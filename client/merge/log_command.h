@@ -5,7 +5,7 @@
 #include "client/merge/merge.h"
 #include "client/reader/run_source.h"
 
-// Streams of the named buffers ("" for all but the touch recorder's, "all" for every one).
+// Streams of the named buffers; of all but touch for an empty list, of all for "all".
 struct StreamChoice {
   std::vector<std::string> buffers;
   TimeRange range;
@@ -13,6 +13,6 @@ struct StreamChoice {
 };
 StreamList open_streams(const RunSource& source, const StreamChoice& choice);
 
-// `log`: EXIT_OK when all could be read, also when no line is shown; EXIT_FAILED when a file could
-// not; EXIT_USAGE when there is no such run, or an option makes no sense.
+// `log`: kExitOk when every file could be read, also without a line shown; kExitFailed when one
+// could not; kExitUsage for an unknown run or a wrong option.
 int run_log(const Invocation& call, Environment& env);

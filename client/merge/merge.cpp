@@ -4,13 +4,12 @@
 
 namespace {
 
-// Where a line belongs: the lines of an epoch by their times, and of the same time by their
-// streams.
+// The order of lines: by epoch, then by time; of equal ones by their streams.
 struct Place {
   bool operator<(const Place& other) const {
     return epoch < other.epoch || (epoch == other.epoch && time < other.time);
   }
-  size_t epoch;  // how often the clock had been set back before it
+  size_t epoch;  // how often the clock was set back before the line
   LogStamp time;
 };
 constexpr Place kEnded = {SIZE_MAX, kLastStamp};
@@ -19,15 +18,15 @@ constexpr Place kEnded = {SIZE_MAX, kLastStamp};
 struct Runner {
   LineStream* stream;
   size_t epoch = 0;
-  bool promoted = false;  // other streams told so, and not yet its own lines
-  Place place = kEnded;   // of the line; kEnded when there is none now
+  bool promoted = false;  // to this epoch by promote(): its own step is still to come
+  Place place = kEnded;   // of the line; kEnded for none
 };
 
 class Merger {
  public:
   Merger(StreamList* streams, LineSink* sink) : streams_(streams), sink_(sink) {}
 
-  // False when the sink wants no more.
+  // False when the sink ended the list.
   bool run();
 
  private:
@@ -53,7 +52,7 @@ void Merger::advance(Runner* at) {
   at->place = {at->epoch, at->stream->key()};
 }
 
-// Later than anything before the clock was set back: it must have been written after that.
+// A line later than all lines of its epoch was written after the clock was set back.
 void Merger::promote() {
   for (Runner& at : known_) {
     while (at.place.epoch < tops_.size() && at.place.time > tops_[at.epoch] + kStepMin) {

@@ -7,7 +7,7 @@
 
 #include "client/merge/line_stream.h"
 
-// Takes the lines of the merged list. False ends it.
+// Receives the lines of the merged list. False ends it.
 class LineSink {
  public:
   virtual ~LineSink() = default;
@@ -16,9 +16,10 @@ class LineSink {
 
 using StreamList = std::vector<std::unique_ptr<LineStream>>;
 
-// Gives `sink` the lines of all streams: each stream in its own order; what has no time right
-// behind the line that it follows; lines of the same time in the order of the streams. When the
-// clock was set back, all streams' lines before that come first: a stream that has no line which
-// tells is placed by its times, and is wrong by no more than the step. At the end of all streams
-// `more` is asked (null: the end), which may add streams; false ends the list.
+// Passes the lines of all streams to `sink`: each stream in its own order, an unstamped line right
+// after the one that it follows, lines of the same time in the order of the streams. When the clock
+// was set back, the lines of all streams from before that come first; a stream whose own times do
+// not show the step is ordered by its times, and may be off by the length of the step. At the end
+// of all streams `more` is called (null: the list ends), which may add streams; false ends the
+// list.
 void merge(StreamList* streams, LineSink* sink, const std::function<bool()>& more);

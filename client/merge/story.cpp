@@ -28,8 +28,8 @@ constexpr ToldMessage kStory[] = {
 
 // clang-format on
 
-// The log is read from its beginning when the run's start is to be shown: what went before it tells
-// since when logging was off.
+// Reads the log from its beginning if the run's start is in the range: an earlier stop tells since
+// when logging was off.
 TimeRange with_past(TimeRange range, LogStamp start) {
   if (start != kNoStamp && range.since <= start) range.since = kNoStamp;
   return range;
@@ -48,7 +48,7 @@ StoryStream::StoryStream(const RunSource& source, const LogStream& files, const 
       run_(source.start == kNoStamp ? "" : source.name),
       began_(range.since != kNoStamp && range.since > source.start) {}
 
-// Makes line_ one of ours.
+// Makes line_ a line of the list.
 bool StoryStream::tell(LineKind kind, LogStamp from, LogStamp until, const std::string& text) {
   text_ = "--------- " + stamp_text(from) + " " + text + "\n";
   line_.kind = kind;
@@ -69,7 +69,7 @@ bool StoryStream::next() {
     return tell(LineKind::kEvent, line_.until, kNoStamp, told);
   }
   while (!over_ && FileStream::next()) {
-    // The log begins after the run's start.
+    // The start was rotated out.
     if (line_.kind == LineKind::kHole) began_ = true;
     const bool logged = line_.kind == LineKind::kLine && line_.stamped;
     const std::string story = logged ? story_of(line_.text) : "";
@@ -89,7 +89,7 @@ bool StoryStream::next() {
       stopped_ = kNoStamp;
     }
     if (story == kStop) stopped_ = time;
-    if (!began_ && !run_.empty()) continue;  // of the runs before
+    if (!began_ && !run_.empty()) continue;  // an earlier run
     if (line_.kind != LineKind::kLine) return true;
     if (!story.empty()) return tell(LineKind::kEvent, time, kNoStamp, told);
   }

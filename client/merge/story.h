@@ -1,4 +1,4 @@
-// What the daemon did while the run was captured, out of its own log.
+// The daemon's actions while the run was captured, from the self log.
 #pragma once
 
 #include <string>
@@ -6,11 +6,11 @@
 
 #include "client/merge/file_stream.h"
 
-// The line in plain words, "" for one that is no part of the story.
+// The text for a line of the self log, "" for lines that are not shown.
 std::string story_of(std::string_view line);
 
-// Begins with the run's start and ends with the first start after its stop. Between two runs
-// logging was off, which is a hole on both sides.
+// From the run's start to the next start after its stop. The times without logging before and after
+// the run are holes.
 class StoryStream : public FileStream {
  public:
   StoryStream(const RunSource& source, const LogStream& files, const TimeRange& range, bool follow);
@@ -23,7 +23,7 @@ class StoryStream : public FileStream {
   std::string run_;
   std::string text_;
   std::string start_;            // the line after a hole before the start
-  bool began_ = false;           // this run's start was there
+  bool began_ = false;           // the run's start was read
   LogStamp stopped_ = kNoStamp;  // when logging was switched off; kNoStamp while it is on
   bool over_ = false;
 };

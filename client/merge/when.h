@@ -1,4 +1,4 @@
-// Points in time as a person writes them.
+// Times as a person writes them.
 #pragma once
 
 #include <functional>
@@ -6,11 +6,11 @@
 
 #include "client/merge/line_stream.h"
 
-// What a run gives for them. `end` is looked up only for times that count from it.
+// What they are relative to. `end` is called only for times that count from it.
 struct WhenBase {
   LogStamp start = kNoStamp;
-  int64_t written = 0;  // last modification of the run, seconds since 1970: tells the year
-  std::function<LogStamp()> end;
+  int64_t written = 0;  // last modification of the run, seconds since 1970: for the year
+  std::function<log_stamp()> end;
 };
 
 // "[YYYY-]MM-DD hh:mm[:ss[.ffffff]]"; without a date the first such time of the run; "+N" or "-N"

@@ -13,7 +13,7 @@ void LineReader::attach(int fd, int64_t limit, bool joined) {
   ends_inside_ = ends_inside_ && joined;
 }
 
-// False at the end of the data, which a read that fails is as well.
+// False at the end of the data or on a read error.
 bool LineReader::read_more() {
   if (at_ != 0) memmove(&bytes_[0], &bytes_[at_], end_ - at_);
   end_ -= at_;
@@ -39,9 +39,9 @@ std::string_view LineReader::ahead() {
   return {&bytes_[at_], end_ - at_};
 }
 
-// The bytes that are held have no newline.
+// The buffered bytes have no newline.
 bool LineReader::next_block(std::string_view* line, bool last) {
-  while (end_ - at_ < kPiece) {
+  while (end_ - at_ < kPart) {
     const size_t known = end_ - at_;
     if (!read_more()) {
       if (end_ == 0 || !last) return false;
@@ -49,7 +49,7 @@ bool LineReader::next_block(std::string_view* line, bool last) {
     }
     if (memchr(&bytes_[known], '\n', end_ - known) != nullptr) return next(line, last);
   }
-  *line = {&bytes_[at_], std::min(end_ - at_, kPiece)};
+  *line = {&bytes_[at_], std::min(end_ - at_, kPart)};
   at_ += line->size();
   inside_ = ends_inside_;
   ends_inside_ = true;

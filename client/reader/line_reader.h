@@ -10,22 +10,22 @@
 class LineReader {
  public:
   static constexpr size_t kBuffer = 256 * 1024;
-  static constexpr size_t kPiece = kBuffer / 2;  // a longer line comes in several pieces
+  static constexpr size_t kPart = kBuffer / 2;  // a longer line is returned in parts
 
-  // Reads at most `limit` bytes from `fd`, which stays the caller's, from where it stands. Forgets
-  // what it held. With `joined` the bytes continue a last line that had no newline.
+  // Reads at most `limit` bytes from the current offset of `fd`, which the caller keeps open and
+  // closes. Drops buffered bytes. With `joined` the bytes continue a last line without a newline.
   void attach(int fd, int64_t limit = INT64_MAX, bool joined = false);
 
-  // Forgets the beginning of a line whose rest is not there yet, and reads it again next time: the
-  // file may be cut there meanwhile. For files only.
+  // Seeks back to the start of an incomplete last line, which is read again by the next call: the
+  // file may be truncated there meanwhile. For regular files only.
   void give_back();
 
-  // What is held of the coming bytes; reads some when nothing is.
+  // The buffered bytes; reads when there are none.
   std::string_view ahead();
 
-  // The next line with its newline, or the next piece of a long one; valid until the next call.
-  // False at the end of what there is now. A last line without a newline comes when `last` is set;
-  // otherwise it is kept, as its rest may still be written.
+  // The next line with its newline, or the next part of a long one; valid until the next call.
+  // False at the end of the data. A last line without a newline is returned only with `last`;
+  // without it the line is kept, as its rest may still be written.
   bool next(std::string_view* line, bool last) {
     const auto* newline = static_cast<const char*>(memchr(&bytes_[at_], '\n', end_ - at_));
     if (newline == nullptr) return next_block(line, last);
@@ -36,10 +36,10 @@ class LineReader {
     return true;
   }
 
-  // What next() gave is the rest of a line whose beginning it gave before.
+  // The text from next() continues the line from the call before.
   bool inside() const { return inside_; }
 
-  int64_t missing() const { return limit_; }  // bytes that were promised and did not come
+  int64_t missing() const { return limit_; }  // bytes of the limit that were not read
 
  private:
   bool next_block(std::string_view* line, bool last);
@@ -51,5 +51,5 @@ class LineReader {
   int fd_ = -1;
   int64_t limit_ = 0;
   bool inside_ = false;
-  bool ends_inside_ = false;  // what was given last had no newline
+  bool ends_inside_ = false;  // the last text had no newline
 };

@@ -24,7 +24,7 @@ bool ends_with(std::string_view text, std::string_view tail) {
   return text.size() >= tail.size() && text.substr(text.size() - tail.size()) == tail;
 }
 
-// Takes "<separator>N" off the end. False, and nothing taken, when it does not end so.
+// Removes "<separator>N" from the end. False, without a change, when the text does not end so.
 bool take_suffix(std::string_view* text, char separator, int64_t* number) {
   const size_t at = text->rfind(separator);
   if (at == std::string_view::npos) return false;
@@ -38,8 +38,9 @@ bool take_suffix(std::string_view* text, char separator, int64_t* number) {
   return true;
 }
 
-// The row of kStreams that the file belongs to, its numbers, and in `stem` what its whole stream
-// has in common; -1 for other files. Buffers have "ID-BUFFER.txt" and "ID-BUFFER_2.txt.9".
+// The file's row in kStreams, or -1 for other files; fills its numbers, and `stem` with the part of
+// the path that all files of its stream share. A buffer's files are "ID-BUFFER.txt" and, rotated or
+// replaced, "ID-BUFFER_2.txt.9".
 int recognise(RunFile* file, std::string* stem) {
   std::string_view rest = file->path;
   const size_t slash = rest.rfind('/') + 1;  // npos + 1 is 0
@@ -50,16 +51,17 @@ int recognise(RunFile* file, std::string* stem) {
   if (ends_with(directory, "touch/") && !numbered) take_suffix(&rest, '.', &file->generation);
   const std::string_view whole = rest.substr(slash);
   const bool recorder = ends_with(directory, "touch/") && whole == "event" && !numbered;
-  const bool diary = ends_with(directory, ".logger/") && whole == "harrowmossd";
+  const bool self_log = ends_with(directory, ".logger/") && whole == "harrowmossd";
   take_suffix(&rest, '_', &file->replacement);
   const size_t dash = rest.rfind('-');
   std::string_view name = dash == std::string_view::npos ? "" : rest.substr(dash + 1);
   if (recorder) name = kTouchStream;
-  if (diary) name = kDaemonStream;
+  if (self_log) name = kDaemonStream;
   *stem = rest;
   for (size_t row = 0; row < std::size(kStreams); row++) {
     const bool buffer = kStreams[row].format == LineFormat::kThreadtime;
-    if (name == kStreams[row].name && (buffer || recorder || diary)) return static_cast<int>(row);
+    if (name == kStreams[row].name && (buffer || recorder || self_log))
+      return static_cast<int>(row);
   }
   return -1;
 }

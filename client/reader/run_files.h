@@ -18,7 +18,7 @@ struct RunFile {
   size_t position = 0;      // among the archive's files
 };
 
-// What is read as one stream: a log buffer's files, the touch recorder's, or the daemon's own log.
+// Files that are read as one stream: of a log buffer, of the touch recorder, or the self log.
 struct LogStream {
   std::string name;  // of the buffer, "touch" or "daemon"
   LineFormat format = LineFormat::kThreadtime;
@@ -28,9 +28,9 @@ struct LogStream {
 constexpr const char* kDaemonStream = "daemon";
 constexpr const char* kTouchStream = "touch";
 
-// Names that a stream can have, in the order in which lines of the same time are shown.
+// Possible names of a stream, in the order in which lines of the same time are shown.
 const std::vector<std::string>& stream_names();
 
-// The streams that `files` make, in the order of stream_names(), others left out. Two streams have
-// the same name when the files of a buffer lie in two directories or are of two builds.
+// The streams of `files`, in the order of stream_names(); other files are left out. Two streams
+// have the same name when a buffer's files are in two directories or of two builds.
 std::vector<LogStream> order_files(const std::vector<RunFile>& files);

@@ -25,7 +25,7 @@ constexpr const char* kTars[] = {"/system/bin/tar", "/usr/bin/tar", "/bin/tar"};
 constexpr std::chrono::minutes kListLimit{30};  // for the list of an archive of many gigabytes
 constexpr const char* kSelfLogDirectory = ".logger";
 
-// Takes the next word, and the blanks before it, off the line.
+// Removes the next word, and the blanks before it, from the line.
 std::string_view take_word(std::string_view* line) {
   line->remove_prefix(std::min(line->find_first_not_of(' '), line->size()));
   const std::string_view word = line->substr(0, line->find(' '));
@@ -63,7 +63,7 @@ std::string list_archive(RunSource* source) {
   };
   ChildSetup tar = {{source->tar, "-t", "-v", "-z", "-f", source->archive}};
   tar.quiet = true;
-  // What a copy that was broken off still has is read.
+  // A truncated archive is read as far as it goes.
   source->cut = read_child(tar, std::chrono::milliseconds(kListLimit), take) != 0;
   return source->cut && source->files.empty() ? source->archive + " is no archive that tar can read"
                                               : "";
@@ -89,7 +89,7 @@ void list_places(RunSource* source) {
   }
 }
 
-// Cuts what leads to the run off the paths, and tells the runs that they lie in.
+// Makes the paths relative to the run. Returns the names of the runs found in them.
 std::set<std::string> strip_paths(std::vector<RunFile>* files) {
   std::set<std::string> names;
   for (RunFile& file : *files) {
@@ -112,7 +112,7 @@ std::string last_component(const std::string& path) {
   return path.substr(path.find_last_of('/') + 1);
 }
 
-// "" or why the files make no run.
+// Fills name, times and start from the files. "" or an error.
 std::string describe(RunSource* source) {
   const std::set<std::string> inside = strip_paths(&source->files);
   if (inside.size() > 1) return "several runs lie in " + source->name + "; name one of them";
@@ -130,7 +130,7 @@ std::string describe(RunSource* source) {
   return "";
 }
 
-// A directory that was named by its path: a run that was copied, or a bundle.
+// A directory given by its path: a copied run or a bundle.
 void use_directory(const std::string& word, RunSource* source) {
   const std::string path = resolved(word);
   source->name = last_component(path);
@@ -202,7 +202,7 @@ bool OpenFile::open(const RunSource& source, const RunFile& file, const RunFile*
   }
   close();
   if (source.archive.empty()) {
-    // Non-blocking, in case somebody left a FIFO under the name.
+    // Non-blocking: opening a FIFO of that name would wait for a writer.
     fd_.reset(::open(file.place.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
     struct stat info = {};
     if (fd_.valid() && (fstat(fd_.get(), &info) != 0 || !S_ISREG(info.st_mode))) fd_.reset();

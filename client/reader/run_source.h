@@ -1,4 +1,4 @@
-// Where a run that is to be read lies, and its files' bytes.
+// Where a run is stored, and reading its files.
 #pragma once
 
 #include <sys/types.h>
@@ -13,8 +13,8 @@
 struct RunSource {
   std::string name;                 // of the run, of another directory, or of the archive
   std::vector<std::string> places;  // its directories; none for an archive
-  std::string self_log;             // directory of the daemon's own log, "" when it is not known
-  std::string archive;              // absolute path or as the caller named it; "" for directories
+  std::string self_log;             // directory of the self log, "" when there is none
+  std::string archive;              // as the caller named it; "" for directories
   std::string tar;                  // the tool that reads it
   bool cut = false;                 // the archive ends early
   bool capturing = false;
@@ -23,13 +23,12 @@ struct RunSource {
   LogStamp start = kNoStamp;  // as the run's name has it
 };
 
-// Finds what `word` names: a run on the phone by number or name, a directory, or an archive made by
-// `pack`. Looks for the daemon's own log on the phone, or beside the run where it was copied to.
-// "", or why there is nothing to read.
+// Resolves `word`: a run on the phone by number or name, a directory, or an archive made by `pack`.
+// The self log is searched on the phone, or in and beside a copied run. Returns "" or an error.
 std::string find_source(const Environment& env, const std::string& word, RunSource* source);
 
-// Lists the files of a run on the phone anew, wherever it lies now. False when it has left the
-// working area: nothing writes it any more.
+// Lists the files of a run on the phone again, in the working area or the store. False when it has
+// left the working area: no process writes to it any more.
 bool refresh_source(const Environment& env, RunSource* source);
 
 // A file being read.
@@ -44,7 +43,7 @@ class OpenFile {
   // `end` (null: none), while they come in this order in the archive too; open() of the next file
   // then continues the stream, so read exactly file.bytes before. False on failure.
   bool open(const RunSource& source, const RunFile& file, const RunFile* end = nullptr);
-  // Ends a tar too, which may not have come to its end.
+  // Also kills a tar that has not ended.
   void close();
 
   int fd() const { return fd_.get(); }

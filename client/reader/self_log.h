@@ -1,4 +1,4 @@
-// Lines of the daemon's own log: "date time || harrowmossd [pid, tid] source|function|line:: text".
+// Lines of the self log: "date time || harrowmossd [pid, tid] source|function|line:: text".
 #pragma once
 
 #include <stddef.h>
@@ -11,16 +11,16 @@ struct SelfLogParts {
   std::string_view message;
 };
 
-// False for what is no such line.
+// False for any other line.
 bool split_self_log(std::string_view line, SelfLogParts* parts);
 
-// A message that is told to people in other words.
+// A message of the daemon and its text for people.
 struct ToldMessage {
-  std::string_view function;   // that logs it, "" any
+  std::string_view function;   // that logs it; "": any
   std::string_view beginning;  // of its text
   const char* told;
-  bool append_rest;  // the rest of its text belongs to it
+  bool append_rest;  // append the rest of the message
 };
 
-// What the first of `rows` that fits tells of `line`; "" when none does.
+// The text of the first row that matches `line`; "" for none.
 std::string retell(const ToldMessage* rows, size_t count, std::string_view line);

@@ -14,7 +14,7 @@ namespace {
 constexpr int64_t kWindow = 64 * 1024;
 constexpr int64_t kLook = 4096;  // enough for some lines
 
-// The bytes at `offset`, fewer than `count` at the end of the file.
+// `count` bytes from `offset`, fewer at the end of the file.
 std::string bytes_at(int fd, int64_t offset, int64_t count) {
   std::string bytes(static_cast<size_t>(count), '\0');
   size_t done = 0;
@@ -34,7 +34,7 @@ struct StampedLine {
   int64_t offset = 0;
 };
 
-// The first or the last stamped line that begins in `bytes`, which lie at `offset` in their file.
+// The first or the last stamped line that begins in `bytes`, read at `offset`.
 StampedLine search(std::string_view bytes, int64_t offset, StampParser* parser, bool last) {
   StampedLine found;
   size_t start = 0;
@@ -50,7 +50,7 @@ StampedLine search(std::string_view bytes, int64_t offset, StampParser* parser, 
   return found;
 }
 
-// The first stamped line that begins behind `from` and before `to`.
+// The first stamped line that begins after `from` and before `to`.
 StampedLine stamp_after(int fd, int64_t from, int64_t to, StampParser* parser) {
   for (int64_t look = kLook; from < to; look = kWindow) {
     const StampedLine found = search(bytes_at(fd, from, look), from, parser, false);
@@ -84,15 +84,15 @@ FileSpan read_span(int fd, int64_t bytes, StampParser parser) {
 }
 
 int64_t find_time(int fd, int64_t bytes, StampParser parser, LogStamp since) {
-  int64_t before = 0;  // the line here is earlier, or the first one
-  int64_t behind = bytes;
-  while (behind - before > kWindow) {
-    const int64_t middle = before + (behind - before) / 2;
-    const StampedLine line = stamp_after(fd, middle, behind, &parser);
+  int64_t before = 0;     // the line here is earlier, or the first one
+  int64_t after = bytes;  // the line here is not earlier
+  while (after - before > kWindow) {
+    const int64_t middle = before + (after - before) / 2;
+    const StampedLine line = stamp_after(fd, middle, after, &parser);
     if (line.time != kNoStamp && line.time < since) {
       before = line.offset;
     } else {
-      behind = middle;
+      after = middle;
     }
   }
   return before;

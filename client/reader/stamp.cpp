@@ -15,18 +15,18 @@ bool is_digit(char c) {
   return c >= '0' && c <= '9';
 }
 
-// Two digits at `at`; -1 when they are none.
+// The number of two digits at `at`, -1 for other characters.
 int two_digits(const char* at) {
   return is_digit(at[0]) && is_digit(at[1]) ? (at[0] - '0') * 10 + at[1] - '0' : -1;
 }
 
-// Six digits at `text`, -1 when they are none: for the one number that every line has, all at once.
-// Of little-endian machines, as all phones are. Reads 8 bytes.
+// The number of six digits at `text`, -1 for other characters. Without a loop, as every line has
+// one. Reads 8 bytes; little-endian only.
 int64_t six_digits(const char* text) {
   uint64_t digits;
   memcpy(&digits, text, sizeof digits);
   digits = (digits & 0xffffffffffff) - 0x303030303030;
-  // A byte above 9, or one that borrowed from the next, sets its upper bit here.
+  // The upper bit of a byte is set here for a character below '0' or above '9'.
   if (((digits | (digits + 0x767676767676)) & 0xffff808080808080) != 0) return -1;
   const uint64_t pairs = digits * 10 + (digits >> 8);  // in each second byte
   return static_cast<int64_t>((pairs & 0xff) * 10000 + (pairs >> 16 & 0xff) * 100 +
@@ -42,7 +42,7 @@ int64_t days_before(int year, int month, int day) {
   return era * 146097 + of_era * 365 + of_era / 4 - of_era / 100 + of_year - 719468;
 }
 
-// Reads "MM-DD hh:mm" and leaves year, second and micros alone. False when it is no time.
+// Reads "MM-DD hh:mm"; does not change year, second and micros. False when it is no time.
 bool read_to_minute(const char* text, CivilStamp* time) {
   time->month = two_digits(text);
   time->day = two_digits(text + 3);
@@ -53,7 +53,7 @@ bool read_to_minute(const char* text, CivilStamp* time) {
          time->hour >= 0 && time->hour < 24 && time->minute >= 0 && time->minute < 60;
 }
 
-// Takes a decimal number and the blanks before it off the text. False when there is none.
+// Removes a decimal number and the blanks before it from the text. False when there is none.
 bool take_number(std::string_view* text, int* number) {
   size_t at = 0;
   while (at < text->size() && (*text)[at] == ' ') at++;

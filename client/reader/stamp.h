@@ -33,12 +33,12 @@ enum class LineFormat {
 // Reads the stamps of one file's lines.
 class StampParser {
  public:
-  // `written`: the file's last modification, seconds since 1970. Lines without a year are of the
-  // latest one that does not put them more than two days after it (time zones; a clock that was
-  // set).
+  // `written`: the file's last modification, seconds since 1970. A line without a year gets the
+  // latest year that puts it at most two days after that: the slack is for time zones and clock
+  // changes.
   explicit StampParser(LineFormat format = LineFormat::kThreadtime, int64_t written = 0);
 
-  // Of the line that begins here; kNoStamp when it has none.
+  // The stamp of a line; kNoStamp for none.
   LogStamp parse(std::string_view line) {
     return format_ == LineFormat::kThreadtime ? threadtime(line) : dated(line);
   }
@@ -64,5 +64,5 @@ struct ThreadtimeFields {
   std::string_view message;
 };
 
-// False when the line, whose stamp is valid, goes on as no threadtime line does.
+// False when the text after the valid stamp is not in this format.
 bool parse_threadtime(std::string_view line, ThreadtimeFields* fields);

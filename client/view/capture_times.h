@@ -5,6 +5,6 @@
 
 #include <functional>
 
-// Reads the capture file that comes from `fd` and calls `packet` with each packet's time, in
-// microseconds since 1970 (UTC). Ends at the first thing that is no packet.
+// Reads a pcap file from `fd` and calls `packet` with each packet's time, in microseconds since
+// 1970 (UTC). Stops at the first invalid packet.
 void read_capture(int fd, const std::function<void(int64_t micros)>& packet);

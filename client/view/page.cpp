@@ -109,7 +109,7 @@ std::string page_html(const RunPage& page, const RunSurvey& survey) {
   std::string data;
   for (size_t rows = kRowsMax; rows > 0; rows /= 2) {
     data.clear();
-    // In JSON this character stands in strings only. Without it nothing ends the element.
+    // In JSON '<' occurs in strings only. Escaped, no text can end the script element.
     for (const char c : data_json(page, survey, rows)) {
       c == '<' ? data += "\\u003c" : data += c;
     }

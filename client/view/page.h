@@ -1,4 +1,4 @@
-// The page about a run: one HTML file that needs nothing else.
+// The page about a run: one HTML file without references to others.
 #pragma once
 
 #include <string>
@@ -10,13 +10,13 @@
 struct PageFile {
   std::string path;
   int64_t bytes;
-  std::string finding;  // what `check` says of it, "" for nothing
+  std::string finding;  // of `check`, "" for none
 };
 
 struct RunPage {
-  std::string run;  // as `log` is to be told
+  std::string run;  // the argument for `log`
   std::string name;
-  std::string state;  // "" when it cannot be told
+  std::string state;  // "" when unknown
   std::string types;
   std::string build;
   std::string quota;
@@ -24,10 +24,11 @@ struct RunPage {
   std::vector<std::string> findings;  // of `check`, about what is missing
 };
 
-// Below 2 MiB whatever the run holds: long tables are cut, and say so.
+// Below 2 MiB for any run: long tables are cut, with a line that says so.
 std::string page_html(const RunPage& page, const RunSurvey& survey);
 
-// Its two parts around the data, a JSON text without '<', and its style and script.
+// Fixed parts of the page: head, body, style and script. Between body and script comes the data,
+// JSON without '<'.
 extern const char kPageHead[];
 extern const char kPageTail[];
 extern const char kPageStyle[];

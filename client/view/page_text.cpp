@@ -1,4 +1,4 @@
-// The page's fixed text and style. Nothing of a run stands here: the script puts it in as text.
+// The page's fixed text and style. The script adds the run's data as text nodes.
 #include "client/view/page.h"
 
 const char kPageHead[] = R"html(<!DOCTYPE html>

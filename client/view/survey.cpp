@@ -19,7 +19,7 @@ constexpr std::string_view kOwnTag = "harrowmossd";
 
 // clang-format off
 
-// Lines that become marks: in a buffer, by tag ("" any) and the beginning of the message.
+// Lines that are marks, by buffer, tag ("": any) and beginning of the message.
 constexpr struct {
   std::string_view buffer;
   std::string_view tag;
@@ -37,7 +37,7 @@ constexpr struct {
     {"events", "boot_progress_start", "",                      "reboot"},
 };
 
-// The same for the daemon's story.
+// The same for the daemon's actions.
 constexpr struct {
   std::string_view text;
   const char* kind;

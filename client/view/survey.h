@@ -1,4 +1,4 @@
-// What the page about a run shows, gathered in one pass over its lines.
+// The data of the page, collected in one pass over the run's lines.
 #pragma once
 
 #include <stdint.h>
@@ -18,8 +18,8 @@ struct IntervalCounts {
   int32_t errors = 0;
 };
 
-// Counts by interval, of a length that doubles as the run turns out to be longer: at most
-// kIntervals in all.
+// Counts by interval. The length of an interval doubles whenever there would be more than
+// kIntervals.
 class Timeline {
  public:
   static constexpr int64_t kIntervals = 4096;
@@ -56,15 +56,15 @@ struct CrashLines {
   std::vector<std::string> lines;
 };
 
-// Counts what the merged list gives it. Memory is bounded whatever the run holds.
+// Counts the lines of the merged list, in bounded memory.
 class RunSurvey : public LineSink {
  public:
-  // With `own_lines` the daemon's story is taken from its lines in the log, for want of its own
-  // log.
+  // With `own_lines` the daemon's marks are taken from its lines in the log buffers: for runs
+  // without a self log.
   explicit RunSurvey(bool own_lines) : own_lines_(own_lines) {}
   bool take(const LineStream& stream, const LogLine& line) override;
 
-  // Another event at its time, as of the network capture.
+  // Counts another event, such as a captured packet.
   void add_event(const std::string& lane, LogStamp time) { times.add(lane_of(lane), time, ' '); }
   void add_mark(const char* kind, LogStamp time, LogStamp until, std::string_view text);
 
@@ -85,5 +85,5 @@ class RunSurvey : public LineSink {
   bool own_lines_;
   const LineStream* latest_ = nullptr;  // whose lane is latest_lane_
   size_t latest_lane_ = 0;
-  int crash_left_ = 0;  // lines of the latest crash that are still taken
+  int crash_left_ = 0;  // lines of the latest crash still to collect
 };

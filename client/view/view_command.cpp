@@ -59,8 +59,8 @@ std::string read_member(const RunSource& source, const std::string& path) {
   return bytes;
 }
 
-// What has to be added to a file's time (UTC) for the phone's own: what the youngest log buffer's
-// file lacks to its last line, in whole zones.
+// The phone's UTC offset: the time of the last line minus the modification of the youngest log
+// file, rounded to a quarter of an hour.
 LogStamp zone_of(const RunSource& source, LogStamp last) {
   int64_t written = 0;
   for (const LogStream& stream : order_files(source.files)) {
@@ -90,7 +90,7 @@ void add_properties(const RunSource& source, RunPage* page, int32_t* types) {
   page->quota = quota + " GiB" + (shrinks_quota(*types) ? ", three quarters of it" : "");
 }
 
-// `check` on the files.
+// Files, and the findings of `check`.
 void add_files(const RunSource& source, int32_t types, RunPage* page) {
   std::map<std::string, int64_t> files;
   for (const RunFile& file : source.files) {
@@ -179,7 +179,7 @@ std::string make_page(const Environment& env, const RunSource& source, const std
 }
 
 int run_view(const Invocation& call, Environment& env) {
-  if (call.output.empty()) return fail(call, env, kExitUsage, "view wants -o FILE");
+  if (call.output.empty()) return fail(call, env, kExitUsage, "view needs -o FILE");
   RunSource source;
   const std::string error = find_source(env, call.arguments[0], &source);
   if (!error.empty()) return fail(call, env, kExitUsage, error);

@@ -265,8 +265,8 @@ TEST(CtlLog, FiltersAndCounts) {
     std::vector<std::string> options;
     const char* said;
   } wrong[] = {
-      {{"--level", "X"}, "--level wants one of"},
-      {{"--pid", "1x"}, "--pid wants numbers"},
+      {{"--level", "X"}, "--level takes one of"},
+      {{"--pid", "1x"}, "--pid takes numbers"},
       {{"--buffer", "mian"}, "there is no buffer \"mian\""},
       {{"--since", "soon"}, "is no time of this run"},
       {{"--since", "10:02", "--until", "10:01"}, "--since is later"},
