@@ -72,20 +72,20 @@ bool copy_file(const std::string& from, const std::string& to) {
   for (off_t left = st.st_size; left > 0;) {
     const ssize_t n = sendfile(out.get(), in.get(), nullptr, left);
     if (n < 0) return false;
-    if (n == 0) break;  // the file became shorter
+    if (n == 0) break;  // truncated meanwhile
     left -= n;
   }
   return true;
 }
 
 std::vector<std::string> split(std::string_view text, const char* separators) {
-  std::vector<std::string> pieces;
+  std::vector<std::string> fields;
   while (true) {
     const size_t begin = text.find_first_not_of(separators);
-    if (begin == std::string_view::npos) return pieces;
+    if (begin == std::string_view::npos) return fields;
     text.remove_prefix(begin);
     const size_t end = std::min(text.find_first_of(separators), text.size());
-    pieces.emplace_back(text.substr(0, end));
+    fields.emplace_back(text.substr(0, end));
     text.remove_prefix(end);
   }
 }

@@ -1,4 +1,4 @@
-// Small helpers that every program of the bench phone uses.
+// Helpers for the programs of the bench phone.
 #pragma once
 
 #include <errno.h>
@@ -41,35 +41,34 @@ class Fd {
   int fd_;
 };
 
-// The whole file; "" when it cannot be read (errno tells why).
+// The whole file; "" with errno when it cannot be read.
 std::string read_file(const std::string& path);
 
-// The number behind the first `key` in such a text, blanks before it skipped; -1 when there is
-// none.
+// The decimal number after the first `key`, blanks skipped; -1 when there is none.
 int64_t number_behind(const std::string& text, const std::string& key);
 
 // Writes all of it to a blocking descriptor. False with errno.
 bool write_all(int fd, std::string_view text);
 
-// Replaces the file's content and makes missing parent directories (0755). False with errno.
+// Replaces the file's content; creates missing parent directories (0755). False with errno.
 bool write_file(const std::string& path, std::string_view text, mode_t mode);
 
 // Appends with one write(2), so that concurrent writers do not mix. False with errno.
 bool append_file(const std::string& path, std::string_view text);
 
-// Makes a directory and its missing parents with `mode`; an existing one is left as it is.
+// Creates a directory and its missing parents with `mode`; an existing one is left as it is.
 bool make_dirs(const std::string& path, mode_t mode);
-// The same for everything above the last component.
+// Creates the parents of `path` (0755).
 bool make_parents(const std::string& path);
 
 // Copies a regular file, replacing `to`; mode kept. False with errno.
 bool copy_file(const std::string& from, const std::string& to);
 
-// Pieces between any of `separators`; empty ones are left out.
+// The non-empty fields between any of `separators`.
 std::vector<std::string> split(std::string_view text, const char* separators);
 
 // The whole text as a decimal number in [low, high]; false for anything else.
 bool parse_number(std::string_view text, long low, long high, long* number);
 
-// "strerror(errno)" after a prefix, for messages.
+// "<what>: <strerror(errno)>".
 std::string errno_text(const std::string& what);

@@ -1,5 +1,4 @@
-// adbd FD shell|root: serves adb on the listening socket FD. Init starts it when a phone is to have
-// it.
+// adbd FD shell|root: serves adb on the listening socket FD. Started by init for --adb.
 #include <stdlib.h>
 #include <string.h>
 

@@ -7,7 +7,7 @@
 
 namespace {
 
-constexpr size_t kBlock = 64 * 1024;  // of file content, the most that the other side takes
+constexpr size_t kBlock = 64 * 1024;  // most file content per record
 
 class Files {
  public:
@@ -21,7 +21,7 @@ class Files {
         known = true;
         (this->*row.serve)(request->payload);
       }
-      if (!known) return;  // QUIT, or nothing that we know
+      if (!known) return;  // QUIT, or unknown
     }
   }
 
@@ -46,9 +46,8 @@ class Files {
   }
   void fail(const std::string& what) { answer(four("FAIL"), errno_text(what)); }
 
-  // Mode, size and time; zeros when there is nothing. A size of 4 GiB and more is cut, as the
-  // format is.
-  static std::string look(const std::string& path) {
+  // Mode, size and time; zeros when there is no file. The format truncates sizes to 32 bits.
+  static std::string stat_record(const std::string& path) {
     struct stat st = {};
     if (lstat(path.c_str(), &st) != 0) st = {};
     return little_endian(
@@ -56,14 +55,14 @@ class Files {
   }
 
   void stat(const std::string& path) {
-    write_all(host_, little_endian({four("STAT")}) + look(path));
+    write_all(host_, little_endian({four("STAT")}) + stat_record(path));
   }
 
   void list(const std::string& path) {
     if (DIR* directory = opendir(path.c_str())) {
       while (const struct dirent* entry = readdir(directory)) {
         const std::string name = entry->d_name;
-        write_all(host_, little_endian({four("DENT")}) + look(path + "/" + name) +
+        write_all(host_, little_endian({four("DENT")}) + stat_record(path + "/" + name) +
                              little_endian({static_cast<uint32_t>(name.size())}) + name);
       }
       closedir(directory);
@@ -94,7 +93,8 @@ class Files {
     int error = opened ? 0 : errno;
     while (const std::optional<Record> record = next()) {
       const uint32_t id = number_at(record->header, 0);
-      if (id == four("DATA")) {  // also behind an error: the other side sends all before it looks
+      if (id == four("DATA")) {  // also after an error: the other side sends everything before it
+                                 // reads the status
         if (error == 0 && !write_all(file.get(), record->payload)) error = errno;
         continue;
       }

@@ -4,15 +4,19 @@
 
 #include "phone/util.h"
 
-static uint32_t number_of(const char* bytes) {
+namespace {
+
+uint32_t number_of(const char* bytes) {
   return number_at({bytes, sizeof(uint32_t)}, 0);
 }
+
+}  // namespace
 
 const RecordFormat kMessageFormat = {24, [](const char* h) -> size_t { return number_of(h + 12); },
                                      kMostPayload};
 const RecordFormat kFrameFormat = {5, [](const char* h) -> size_t { return number_of(h + 1); },
                                    kMostPayload};
-// DONE has a time where the others have a length.
+// DONE has a time in place of the length.
 const RecordFormat kSyncFormat = {
     8, [](const char* h) -> size_t { return number_of(h) == four("DONE") ? 0 : number_of(h + 4); },
     64 * 1024};

@@ -1,4 +1,4 @@
-// The wire formats of the adb protocol as values. Nothing in here touches a descriptor.
+// The wire formats of the adb protocol as values; no I/O.
 #pragma once
 
 #include <stddef.h>
@@ -8,13 +8,13 @@
 #include <string>
 #include <string_view>
 
-// Three formats are records: a header of fixed size that holds the number of bytes behind it.
+// Three formats are records: a fixed-size header with the number of bytes that follow.
 struct RecordFormat {
   size_t header;                         // bytes
-  size_t (*length)(const char* header);  // bytes behind it
-  size_t most;                           // a longer record breaks the stream
+  size_t (*length)(const char* header);  // bytes that follow
+  size_t most;                           // a longer record is an error
 };
-constexpr size_t kMostPayload = 1024 * 1024;  // of a message, and what we tell the other side
+constexpr size_t kMostPayload = 1024 * 1024;  // of a message; announced to the other side
 extern const RecordFormat kMessageFormat;     // on the connection
 extern const RecordFormat kFrameFormat;       // in a shell stream, version 2
 extern const RecordFormat kSyncFormat;        // in a file stream, from the other side
@@ -28,7 +28,7 @@ class RecordReader {
  public:
   explicit RecordReader(const RecordFormat& format) : format_(format) {}
   void add(std::string_view bytes) { bytes_.append(bytes); }
-  // Empty when bytes are missing, and for good when broken().
+  // Empty when bytes are missing, and always once broken().
   std::optional<Record> next();
   bool broken() const { return broken_; }
 
@@ -38,15 +38,15 @@ class RecordReader {
   bool broken_ = false;
 };
 
-// Four letters as they stand in commands and ids.
+// A command or id of four letters.
 constexpr uint32_t four(const char (&text)[5]) {
   return static_cast<uint8_t>(text[0]) | static_cast<uint8_t>(text[1]) << 8 |
          static_cast<uint8_t>(text[2]) << 16 | static_cast<uint32_t>(text[3]) << 24;
 }
 std::string little_endian(std::initializer_list<uint32_t> numbers);
-uint32_t number_at(std::string_view bytes, size_t at);  // 0 when it is not all there
+uint32_t number_at(std::string_view bytes, size_t at);  // 0 beyond the end
 
-constexpr uint32_t kProtocolVersion = 0x01000001;  // from this one on nobody looks at the checksum
+constexpr uint32_t kProtocolVersion = 0x01000001;  // since this version checksums are ignored
 
 struct AdbMessage {
   uint32_t command = 0;  // four("CNXN"), ...
@@ -54,24 +54,24 @@ struct AdbMessage {
   std::string payload;
 };
 std::string encode(const AdbMessage& message);
-// False when the header contradicts itself.
+// False when the header is inconsistent.
 bool decode(const Record& record, AdbMessage* message);
 
 // Ids of the shell stream.
 enum ShellFrame : char { kStdin, kStdout, kStderr, kExit, kCloseStdin, kWindowSize };
 std::string shell_frame(ShellFrame id, std::string_view payload);
 
-// What a stream is opened for.
+// The service that a stream is opened for.
 struct AdbService {
   enum Kind { kUnknown, kShell, kSync, kRoot, kUnroot } kind = kUnknown;
-  bool frames = false;        // shell: framed, standard error and the exit status apart
-  bool terminal = false;      // shell, framed: on a terminal of its own
-  std::string terminal_type;  // "": not told
+  bool frames = false;        // shell: framed, with separate standard error and exit status
+  bool terminal = false;      // shell, framed: with a terminal
+  std::string terminal_type;  // "": not given
   std::string command;        // "": an interactive shell
 };
 AdbService parse_service(std::string_view name);
 
-// "PATH,MODE" of a file that is sent; false when there is no mode. The owner's rights hold for all.
+// "PATH,MODE" of a file to receive; false without a mode. The owner's rights are given to all.
 bool parse_send(std::string_view text, std::string* path, uint32_t* mode);
 
 // "24x80,640x480": rows and columns; false for anything else.

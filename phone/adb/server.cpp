@@ -17,14 +17,14 @@
 namespace {
 
 constexpr size_t kBlock = 64 * 1024;
-constexpr size_t kMostOut = 4 * kMostPayload;  // unsent; with more than that nothing is read
+constexpr size_t kMostOut = 4 * kMostPayload;  // unsent; above this reading pauses
 
-// A phone gives its shell these, but for media_rw: there the FUSE server lets the shell in.
+// The groups of a phone's shell, and media_rw: on a phone the FUSE server admits the shell.
 constexpr const char* kShellGroups[] = {"adb",         "log",      "input",     "inet",
                                         "net_bt",      "sdcard_r", "sdcard_rw", "readproc",
                                         "ext_data_rw", "media_rw"};
 
-// What SELinux keeps from adb's shell on a build that is sold.
+// What SELinux hides from adb's shell on a user build.
 constexpr const char* kClosedOnUserBuilds[] = {"/dev/socket", "/data/misc/zelkalog"};
 
 bool become_user(bool root, bool debuggable) {
@@ -53,11 +53,11 @@ AdbServer::AdbServer(Fd listener, std::string banner, bool root, bool debuggable
       debuggable_(debuggable) {}
 
 void AdbServer::run() {
-  // write() fails then. Unlike SIG_IGN it is not inherited by what is executed.
+  // A no-op handler: write() fails with EPIPE. SIG_IGN would be inherited across exec.
   signal(SIGPIPE, [](int) {});
   struct sigaction unwaited = {};
   unwaited.sa_handler = SIG_DFL;
-  unwaited.sa_flags = SA_NOCLDWAIT;  // nobody asks how what serves a stream ended
+  unwaited.sa_flags = SA_NOCLDWAIT;  // exit statuses are not needed
   sigaction(SIGCHLD, &unwaited, nullptr);
   while (true) turn();
 }
@@ -69,7 +69,7 @@ void AdbServer::turn() {
   };
   std::vector<struct pollfd> polled = {{listener_.get(), POLLIN, 0}};
   std::vector<Waiting> waiting = {{nullptr, 0}};
-  // What waits for nothing is left out: its end would be reported again and again.
+  // Descriptors without events are left out: POLLHUP would be reported again and again.
   const auto wait_for = [&](Waiting who, int fd, bool in, bool out) {
     if (!in && !out) return;
     const int events = (in ? POLLIN : 0) | (out ? POLLOUT : 0);
@@ -132,17 +132,17 @@ void AdbServer::take(Connection* c, const AdbMessage& message) {
     c->most = std::min<size_t>(message.arg1, kMostPayload);
     return say(c, four("CNXN"), kProtocolVersion, kMostPayload, banner_);
   }
-  if (c->most == 0) return;  // not greeted yet
+  if (c->most == 0) return;  // no CNXN yet
   if (message.command == four("OPEN")) return open(c, message);
   const auto found = c->streams.find(message.arg1);
-  if (found == c->streams.end()) return;  // closed by us in the meantime
+  if (found == c->streams.end()) return;  // already closed by us
   Stream* stream = &found->second;
   if (message.command == four("OKAY")) {
     stream->may_send = true;
   } else if (message.command == four("CLSE")) {
     c->streams.erase(found);
   } else if (message.command == four("WRTE")) {
-    if (!stream->pending.empty()) c->lost = true;  // sent more before we acknowledged
+    if (!stream->pending.empty()) c->lost = true;  // sent before we acknowledged
     stream->pending = message.payload;
     flush(c, found->first, stream);
   }
@@ -157,7 +157,7 @@ void AdbServer::open(Connection* c, const AdbMessage& message) {
   say(c, four("OKAY"), number, message.arg0);
 }
 
-// The other end of what serves the stream; not ok when that cannot be started.
+// Starts the process of a stream; returns the socket to it, not ok on failure.
 Fd AdbServer::start(const AdbService& service, bool* ending) {
   int ends[2];
   if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) return Fd();
@@ -172,10 +172,10 @@ Fd AdbServer::start(const AdbService& service, bool* ending) {
     const int host = STDERR_FILENO + 1;
     if (theirs.get() == host ? fcntl(host, F_SETFD, 0) != 0 : dup2(theirs.get(), host) < 0)
       _exit(1);
-    close_range(host + 1, ~0u, 0);  // what else is connected ends without us
+    close_range(host + 1, ~0u, 0);  // other connections
     theirs.release();
     ours.release();
-    signal(SIGCHLD, SIG_DFL);  // but it waits for its command
+    signal(SIGCHLD, SIG_DFL);  // it waits for its command
     if (!become_user(root_, debuggable_)) _exit(1);
     if (service.kind == AdbService::kSync) serve_files(host);
     serve_shell(host, service);
@@ -183,7 +183,7 @@ Fd AdbServer::start(const AdbService& service, bool* ending) {
   return pid > 0 ? std::move(ours) : Fd();
 }
 
-// As the platform says it. Whoever switched waits for the connection to end, and to come again.
+// The platform's texts. The client waits for the connection to end, then reconnects.
 std::string AdbServer::switch_user(bool to_root, bool* switched) {
   if (to_root && !debuggable_) return "adbd cannot run as root in production builds\n";
   if (to_root == root_)
@@ -196,11 +196,11 @@ std::string AdbServer::switch_user(bool to_root, bool* switched) {
 void AdbServer::flush(Connection* c, uint32_t number, Stream* stream) {
   const ssize_t n = write(stream->process.get(), stream->pending.data(), stream->pending.size());
   if (n < 0 && (errno == EAGAIN || errno == EINTR)) return;
-  stream->pending.erase(0, n < 0 ? stream->pending.size() : n);  // n < 0: it takes no more
+  stream->pending.erase(0, n < 0 ? stream->pending.size() : n);  // n < 0: it reads no more
   if (stream->pending.empty()) say(c, four("OKAY"), number, stream->remote);
 }
 
-// False when the process has ended the stream.
+// False when the process has closed the stream.
 bool AdbServer::read_process(Connection* c, uint32_t number, Stream* stream) {
   char block[kBlock];
   const ssize_t n = read(stream->process.get(), block, std::min(c->most, sizeof block));

@@ -1,5 +1,5 @@
-// The phone's side of adb connections: takes them, and passes bytes between their streams and the
-// processes that serve these. One thread, nothing in it waits for a single stream or connection.
+// The phone's side of adb: accepts connections and passes bytes between their streams and the
+// processes that serve these. One thread; no stream or connection blocks the others.
 #pragma once
 
 #include <list>
@@ -10,26 +10,26 @@
 
 class AdbServer {
  public:
-  // `listener` is a listening socket. `banner` tells the other side what device this is. Streams
-  // run as root or as the shell's user; "root:" and "unroot:" switch that on a debuggable build.
+  // `listener` is a listening socket. `banner` describes the device. Streams run as root or as the
+  // user shell; "root:" and "unroot:" switch that on a debuggable build.
   AdbServer(Fd listener, std::string banner, bool root, bool debuggable);
   [[noreturn]] void run();
 
  private:
   struct Stream {
-    uint32_t remote;      // the other side's number of it
+    uint32_t remote;      // number on the other side
     Fd process;           // non-blocking
-    std::string pending;  // for the process, not yet taken; acknowledged when it is
-    bool may_send;        // our last data was acknowledged
+    std::string pending;  // for the process, unwritten; acknowledged when written
+    bool may_send;        // our last data is acknowledged
   };
   struct Connection {
     Fd socket;  // non-blocking
     RecordReader reader{kMessageFormat};
-    std::string out;                     // not yet taken by the other side
+    std::string out;                     // unsent
     std::map<uint32_t, Stream> streams;  // by our numbers
     uint32_t last_stream = 0;
-    size_t most = 0;      // bytes that the other side takes in one message; 0: not greeted yet
-    bool ending = false;  // ends when its last stream has
+    size_t most = 0;      // largest message of the other side; 0: no CNXN yet
+    bool ending = false;  // close after the last stream
     bool lost = false;
   };
 

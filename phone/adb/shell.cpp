@@ -17,7 +17,7 @@ constexpr size_t kBlock = 64 * 1024;
 struct Command {
   pid_t pid = -1;
   bool terminal = false;
-  // Our ends. On a terminal `in` and `out` are its other end, and there is no `err`.
+  // Our ends. With a terminal `in` and `out` are its master, and there is no `err`.
   Fd in, out, err;
 };
 
@@ -69,8 +69,7 @@ bool start(const AdbService& service, Command* command) {
   return command->pid > 0;
 }
 
-// The input of a command. While there is some that it has not taken, no more is read from the other
-// side.
+// The input of a command. While some is unwritten, no more is read from the other side.
 class Input {
  public:
   explicit Input(Command* command) : command_(command) {}
@@ -87,7 +86,7 @@ class Input {
     while (!pending_.empty()) {
       const ssize_t n = write(command_->in.get(), pending_.data(), pending_.size());
       if (n < 0 && errno == EAGAIN) return;
-      if (n < 0) ended_ = true;  // it takes no input any more
+      if (n < 0) ended_ = true;  // it has closed its input
       pending_.erase(0, n < 0 ? pending_.size() : n);
     }
     if (ended_) command_->in.reset();
@@ -126,11 +125,11 @@ bool pass_output(Fd* from, ShellFrame id, int host) {
   char block[kBlock];
   const ssize_t n = read(from->get(), block, sizeof block);
   if (n > 0) return write_all(host, shell_frame(id, {block, static_cast<size_t>(n)}));
-  if (n == 0 || errno != EINTR) from->reset();  // EIO at the end of a terminal
+  if (n == 0 || errno != EINTR) from->reset();  // EIO: end of the terminal
   return true;
 }
 
-// Until the command has closed its outputs; false when the other side is gone before.
+// Relays until the command has closed its outputs; false when the other side goes away first.
 bool relay(int host, Command* command) {
   Input input(command);
   while (command->out.ok() || command->err.ok()) {

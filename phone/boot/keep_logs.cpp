@@ -6,7 +6,7 @@
 
 namespace fs = std::filesystem;
 
-// A FIFO would block its reader.
+// Regular files only: opening a FIFO would block.
 int copy_files(const std::string& from, const std::string& to) {
   int copied = 0;
   std::error_code error;

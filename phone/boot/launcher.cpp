@@ -21,18 +21,20 @@
 #include "phone/boot/terminal.h"
 #include "phone/util.h"
 
+namespace {
+
 constexpr int kCannotBoot = 125;  // as env(1) and timeout(1) use these
 constexpr int kTimedOut = 124;
 constexpr int kUsageError = 2;
 constexpr int kNamespaces = CLONE_NEWNS | CLONE_NEWPID | CLONE_NEWIPC | CLONE_NEWUTS | CLONE_NEWNET;
 
-static void complain(const std::string& what) {
+void complain(const std::string& what) {
   fprintf(stderr, "phone: %s\n", what.c_str());
 }
 
-// The rest of the options is init's business.
-static std::vector<std::string> init_arguments(const PhoneOptions& options, int control, int adb,
-                                               bool terminal) {
+// The arguments for init: the options that it handles itself.
+std::vector<std::string> init_arguments(const PhoneOptions& options, int control, int adb,
+                                        bool terminal) {
   std::vector<std::string> arguments = {"init", "--control-fd", std::to_string(control)};
   if (!options.services) arguments.push_back("--no-services");
   if (options.input) arguments.push_back("--input");
@@ -63,11 +65,11 @@ static std::vector<std::string> init_arguments(const PhoneOptions& options, int 
 }
 
 // The first process of the new namespaces; becomes the phone's init.
-[[noreturn]] static void become_init(const PhoneParts& parts, const PhoneOptions& options,
-                                     Fd control, const Fd& adb, bool terminal) {
+[[noreturn]] void become_init(const PhoneParts& parts, const PhoneOptions& options, Fd control,
+                              const Fd& adb, bool terminal) {
   prctl(PR_SET_PDEATHSIG, SIGKILL);
-  setsid();  // a signal to the whole group, by whatever runs in here, stays in here
-  // A launcher that ended before that line is noticed by its closed end of the control socket.
+  setsid();  // no group signal sent in the phone reaches the launcher
+  // The launcher may have ended before prctl(): its end of the control socket is closed then.
   struct pollfd launcher = {control.get(), POLLIN, 0};
   if (poll(&launcher, 1, 0) != 0) _exit(kCannotBoot);
   std::string error;
@@ -76,7 +78,7 @@ static std::vector<std::string> init_arguments(const PhoneOptions& options, int 
     _exit(kCannotBoot);
   }
   (void)!sethostname("localhost", strlen("localhost"));  // cosmetic
-  fcntl(control.get(), F_SETFD, 0);                      // init speaks through it
+  fcntl(control.get(), F_SETFD, 0);                      // inherited by init
   if (adb.ok()) fcntl(adb.get(), F_SETFD, 0);
   const std::vector<std::string> arguments =
       init_arguments(options, control.get(), adb.get(), terminal);
@@ -88,8 +90,8 @@ static std::vector<std::string> init_arguments(const PhoneOptions& options, int 
   _exit(kCannotBoot);
 }
 
-// Waits for init's one message, "booted". The phone's terminal comes with it when there is one.
-static bool wait_for_boot(int control, int timeout_ms, Fd* terminal) {
+// Waits for init's only message, "booted"; it carries the phone's terminal if there is one.
+bool wait_for_boot(int control, int timeout_ms, Fd* terminal) {
   struct pollfd polled = {control, POLLIN, 0};
   int ready;
   while ((ready = poll(&polled, 1, timeout_ms)) < 0 && errno == EINTR) {
@@ -113,16 +115,15 @@ static bool wait_for_boot(int control, int timeout_ms, Fd* terminal) {
   return true;
 }
 
-// Written under another name first: whoever waits for the file must not read half a number.
-static bool write_pid_file(const std::string& path, pid_t pid) {
+// Renamed into place: a reader must not see a partial number.
+bool write_pid_file(const std::string& path, pid_t pid) {
   const std::string temporary = path + ".new";
   return write_file(temporary, std::to_string(pid) + "\n", 0644) &&
          rename(temporary.c_str(), path.c_str()) == 0;
 }
 
-// Listens on the loopback of the machine, not of the phone: a socket stays in the network that it
-// was made in.
-static Fd listen_for_adb(int port) {
+// Listens on the machine's loopback: a socket stays in the network namespace that created it.
+Fd listen_for_adb(int port) {
   Fd fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
   struct sockaddr_in address = {};
   socklen_t length = sizeof address;
@@ -141,42 +142,44 @@ static Fd listen_for_adb(int port) {
   return fd;
 }
 
-static pid_t clone_phone() {
+pid_t clone_phone() {
   return static_cast<pid_t>(syscall(SYS_clone, kNamespaces | SIGCHLD, 0, 0, 0, 0));
 }
 
-static int exit_status_of(pid_t pid) {
+int exit_status_of(pid_t pid) {
   int status = 0;
   while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
   }
   return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
-// The phone's logs outlive it as long as their file systems are held open.
-struct HeldLogs {
+// Descriptors that keep the phone's file systems readable after it has ended.
+struct LogDirectories {
   Fd dev, data;
-  explicit HeldLogs(pid_t init) : dev(hold(init, "/dev")), data(hold(init, "/data")) {}
-  static int hold(pid_t init, const char* path) {
+  explicit LogDirectories(pid_t init)
+      : dev(open_inside(init, "/dev")), data(open_inside(init, "/data")) {}
+  static int open_inside(pid_t init, const char* path) {
     const std::string inside = "/proc/" + std::to_string(init) + "/root" + path;
     return open(inside.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
   }
   static std::string path(const Fd& fd) { return "/proc/self/fd/" + std::to_string(fd.get()); }
 };
 
-// COMMAND says in kPhoneNameFile by what name its logs are kept.
-static void keep_or_drop(const HeldLogs& held, const std::string& parent, bool failed) {
-  std::string name = read_file(HeldLogs::path(held.dev) + (kPhoneNameFile + strlen("/dev")));
+// COMMAND writes the name for its logs into kPhoneNameFile.
+void keep_or_drop(const LogDirectories& logs, const std::string& parent, bool failed) {
+  std::string name = read_file(LogDirectories::path(logs.dev) + (kPhoneNameFile + strlen("/dev")));
   if (name.empty() || name.find('/') != std::string::npos) name = "phone";
   const std::string directory = parent + "/" + name;
   std::error_code error;
   if (!failed) {
     std::filesystem::remove_all(directory, error);
-  } else if (keep_logs(HeldLogs::path(held.dev), HeldLogs::path(held.data), directory)) {
+  } else if (keep_logs(LogDirectories::path(logs.dev), LogDirectories::path(logs.data),
+                       directory)) {
     complain("its logs are in " + directory);
   }
 }
 
-static int run_phone(const PhoneOptions& options, PhoneParts* parts) {
+int run_phone(const PhoneOptions& options, PhoneParts* parts) {
   const auto start = std::chrono::steady_clock::now();
   const auto left_ms = [&]() -> int {
     if (options.timeout_s == 0) return -1;
@@ -213,12 +216,13 @@ static int run_phone(const PhoneOptions& options, PhoneParts* parts) {
   Fd pidfd(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
   Fd master;
   const bool booted = wait_for_boot(mine.get(), left_ms(), &master);
-  rmdir(parts->mount_point.c_str());  // still there only when the phone could not be made
+  rmdir(parts->mount_point.c_str());  // left over only when boot failed
   if (booted && !options.pid_file.empty() && !write_pid_file(options.pid_file, pid))
     complain(errno_text("cannot write " + options.pid_file));
-  const bool hold = !options.failed_logs.empty() || !options.taken.empty();
-  const HeldLogs held(hold ? pid : 0);
-  (void)!send(mine.get(), "go", 2, MSG_NOSIGNAL);  // a short COMMAND would be over by now
+  const bool wanted = !options.failed_logs.empty() || !options.taken.empty();
+  const LogDirectories logs(wanted ? pid : 0);
+  // init waits for this: a short COMMAND could end before its /dev is open here.
+  (void)!send(mine.get(), "go", 2, MSG_NOSIGNAL);
   bool in_time = true;
   if (master.ok()) {
     in_time = relay_terminal(master.get(), pidfd.get(), left_ms());
@@ -234,11 +238,14 @@ static int run_phone(const PhoneOptions& options, PhoneParts* parts) {
     complain("ended after " + std::to_string(options.timeout_s) + " s");
   }
   const int ended = exit_status_of(pid), status = in_time ? ended : kTimedOut;
-  if (!held.dev.ok()) return status;
-  if (!options.failed_logs.empty()) keep_or_drop(held, options.failed_logs, status != 0);
-  if (!options.taken.empty()) copy_files(HeldLogs::path(held.data) + kTakenDir, options.taken);
+  if (!logs.dev.ok()) return status;
+  if (!options.failed_logs.empty()) keep_or_drop(logs, options.failed_logs, status != 0);
+  if (!options.taken.empty())
+    copy_files(LogDirectories::path(logs.data) + kTakenDir, options.taken);
   return status;
 }
+
+}  // namespace
 
 int main(int argc, char** argv) {
   PhoneOptions options;

@@ -10,7 +10,7 @@ const char* const kPhoneUsage = R"(usage: phone [options] [-- COMMAND ARGUMENTS.
 
 Boots a throw-away Android phone root in namespaces of its own, starts the daemon in it as init would,
 and runs COMMAND inside once the daemon listens. Without COMMAND: an interactive shell. The exit status
-is COMMAND's; 125 when the phone could not be made, 124 after --timeout. Nothing of it stays behind.
+is COMMAND's; 125 when the phone could not be made, 124 after --timeout. Nothing is left behind.
 
   --data-size N         size of /data (default 1g)
   --sdcard-size N       size of /sdcard, which is /data/media/0 (default 512m)
@@ -18,22 +18,24 @@ is COMMAND's; 125 when the phone could not be made, 124 after --timeout. Nothing
   --prop KEY=VALUE      set a property before the daemon starts; may be repeated
   --file HOST=PHONE     copy a file over the root before boot, mode kept; may be repeated
   --env NAME=VALUE      environment of the services and of COMMAND; may be repeated
-  --loose WHAT          leave out a strictness of a real phone: capabilities, data, properties, sdcard,
+  --loose WHAT          drop a restriction of a real phone: capabilities, data, properties, sdcard,
                         tmp, or all of them ("all"); may be repeated
-  --input               input devices for `finger`, which plugs them and moves fingers on them
+  --input               virtual input devices, plugged and driven by `finger`
   --no-daemon           start no service; COMMAND runs at once
   --daemon PATH         this daemon instead of the one of the same build
-  --pid-file FILE       write the outer pid of the phone's init; /proc/PID/root shows the inside
+  --pid-file FILE       write the host pid of the phone's init; /proc/PID/root shows the inside
   --failed-logs DIR     when COMMAND fails, keep the phone's logs in DIR/NAME; NAME is what COMMAND
                         wrote into /dev/bench/name, or "phone"
-  --adb PORT            adb connect 127.0.0.1:PORT; 0 takes a free port and tells which
-  --adb-user USER       whom adb's commands run as: shell (the default) or root
+  --adb PORT            adb connect 127.0.0.1:PORT; 0 takes a free port and prints it
+  --adb-user USER       user of adb's commands: shell (the default) or root
   --take DIR            copy the files of /data/local/taken to DIR when the phone has ended
   --timeout SECONDS     end the phone after that time
   --help                this text
 )";
 
-static bool normalise_size(const std::string& text, std::string* size) {
+namespace {
+
+bool normalise_size(const std::string& text, std::string* size) {
   const size_t digits = text.find_first_not_of("0123456789");
   std::string suffix = digits == std::string::npos ? "" : text.substr(digits);
   for (char& c : suffix) c = static_cast<char>(tolower(c));
@@ -45,17 +47,17 @@ static bool normalise_size(const std::string& text, std::string* size) {
   return true;
 }
 
-static bool has_name(const std::string& pair) {
+bool has_name(const std::string& pair) {
   const size_t equals = pair.find('=');
   return equals != std::string::npos && equals > 0;
 }
 
 using Setter = std::function<bool(PhoneOptions*, const std::string&)>;
 
-static const struct {
+const struct {
   const char* name;
-  const char* wants;  // null: the option takes no value
-  Setter set;         // false: the value is not what `wants` says
+  const char* value;  // what it is; null: the option takes none
+  Setter set;         // false: not such a value
 } kOptions[] = {
     {"--data-size", "a size", [](auto* o, auto& v) { return normalise_size(v, &o->data_size); }},
     {"--sdcard-size", "a size",
@@ -148,6 +150,8 @@ static const struct {
      }},
 };
 
+}  // namespace
+
 bool parse_phone_options(const std::vector<std::string>& arguments, PhoneOptions* options,
                          std::string* error) {
   for (size_t i = 0; i < arguments.size(); i++) {
@@ -166,19 +170,19 @@ bool parse_phone_options(const std::vector<std::string>& arguments, PhoneOptions
     for (const auto& option : kOptions) {
       if (name != option.name) continue;
       known = true;
-      if (option.wants == nullptr && inline_value) {
+      if (option.value == nullptr && inline_value) {
         *error = name + " takes no value";
         return false;
       }
-      if (option.wants != nullptr && !inline_value) {
+      if (option.value != nullptr && !inline_value) {
         if (++i == arguments.size()) {
-          *error = name + " wants " + option.wants;
+          *error = name + " needs " + option.value;
           return false;
         }
         value = arguments[i];
       }
       if (!option.set(options, value)) {
-        *error = name + " wants " + option.wants + ", not \"" + value + "\"";
+        *error = name + " needs " + option.value + ", not \"" + value + "\"";
         return false;
       }
     }

@@ -15,7 +15,7 @@ struct PhoneOptions {
   std::vector<std::string> environment;                    // K=V, for services and COMMAND
   bool services = true;                                    // false: init starts no service
   std::set<std::string> loose;                             // of kLooseWords
-  bool input = false;                                      // devices that `finger` plugs
+  bool input = false;                                      // virtual input devices
   std::string daemon;                                      // "": the one of this build
   std::string pid_file;
   int adb_port = -1;               // of the host's loopback; 0: any that is free, -1: no adb

@@ -13,14 +13,13 @@
 #include "phone/util.h"
 #include "platform/linux/bench_phone.h"
 
-// Set by the launcher's build: where Debian keeps what the phone borrows. /usr/lib* is all of the
-// host that the phone shows; the root's own lib names are links into it, as on the host.
-static constexpr const char* kHostLibraries[] = {"/usr/lib", "/usr/lib32", "/usr/lib64",
-                                                 "/usr/libx32"};
-
 namespace {
 
-// Collects the steps' first failure; every step after it does nothing.
+// Debian's library directories. Of the host the phone sees only these; /lib* are links into them,
+// as on the host.
+constexpr const char* kHostLibraries[] = {"/usr/lib", "/usr/lib32", "/usr/lib64", "/usr/libx32"};
+
+// Records the first failure; the steps after it do nothing.
 class Builder {
  public:
   Builder(std::string root, std::string* error) : root_(std::move(root)), error_(error) {}
@@ -41,7 +40,7 @@ class Builder {
   void bind(const std::string& host, const std::string& path, bool read_only) {
     if (!ok()) return;
     struct stat st;
-    if (!check(stat(host.c_str(), &st) == 0, "look at " + host)) return;
+    if (!check(stat(host.c_str(), &st) == 0, "stat " + host)) return;
     const std::string target = at(path);
     if (S_ISDIR(st.st_mode)) {
       check(make_dirs(target, 0755), "make " + path);
@@ -50,7 +49,7 @@ class Builder {
       Fd fd(open(target.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0755));
       check(fd.ok(), "make " + path);
     }
-    // Recursive: a user namespace may not show what the host's own mounts below cover.
+    // MS_REC: a user namespace must not uncover what mounts below hide.
     check(ok() && mount(host.c_str(), target.c_str(), nullptr, MS_BIND | MS_REC, nullptr) == 0,
           "bind " + host + " to " + path);
     if (read_only) this->read_only(path, AT_RECURSIVE);
@@ -78,7 +77,7 @@ class Builder {
   }
   void copy(const std::string& host, const std::string& path) {
     if (!ok()) return;
-    umount2(at(path).c_str(), UMOUNT_NOFOLLOW);  // a borrowed program makes way; usually EINVAL
+    umount2(at(path).c_str(), UMOUNT_NOFOLLOW);  // a bound host program is replaced; EINVAL if none
     check(copy_file(host, at(path)), "copy " + host + " to " + path);
   }
 
@@ -96,12 +95,12 @@ void add_host_libraries(Builder* b) {
   }
 }
 
-// The first of the places where Debian may have put a program.
+// Where Debian has installed a program.
 std::string host_program(const std::string& name) {
   for (const char* place : {"/usr/bin/", "/usr/sbin/", "/bin/", "/sbin/"}) {
     if (access((place + name).c_str(), X_OK) == 0) return place + name;
   }
-  return "/usr/bin/" + name;  // the message then names this one
+  return "/usr/bin/" + name;  // for the error message
 }
 
 void add_programs(Builder* b, const PhoneParts& parts) {
@@ -129,7 +128,7 @@ void add_devices(Builder* b) {
     b->file(std::string("/dev/bench/") + name, "", 0666);
 }
 
-// A new instance of /proc for the pid namespace, with what could reach the machine closed.
+// A new /proc for the pid namespace. What could affect the machine is masked or read-only.
 void add_proc(Builder* b) {
   if (!b->ok()) return;
   b->check(
@@ -141,7 +140,7 @@ void add_proc(Builder* b) {
     errno = EPERM;
     b->check(false, error);
   }
-  // Kernel settings belong to the machine, not to the phone.
+  // Kernel settings are the machine's.
   if (access(b->at("/proc/sys").c_str(), F_OK) == 0) {
     b->check(mount(b->at("/proc/sys").c_str(), b->at("/proc/sys").c_str(), nullptr,
                    MS_BIND | MS_REC, nullptr) == 0,
@@ -159,8 +158,7 @@ void add_canned_files(Builder* b) {
   }
 }
 
-// /data/media/0 as apps see it. Without FUSE, or when a plain file system is asked for: the same
-// files at a second place.
+// /sdcard: /data/media/0 as apps see it, or a bind mount of it without FUSE or if `plain`.
 void add_sdcard(Builder* b, bool plain) {
   if (!b->ok()) return;
   Fd lower(open(b->at("/data/media/0").c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
@@ -170,7 +168,7 @@ void add_sdcard(Builder* b, bool plain) {
            "show /data/media/0 as /sdcard");
 }
 
-// The host's tree goes out of sight: "." is put under itself and the old root taken off.
+// Stacks the old root under the new one, then unmounts it.
 bool become_root(const PhoneParts& parts) {
   Fd old_root(open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
   if (chdir(parts.mount_point.c_str()) != 0) return false;
@@ -185,7 +183,7 @@ bool find_phone_parts(const PhoneOptions& options, PhoneParts* parts, std::strin
   char self[PATH_MAX];
   const ssize_t length = readlink("/proc/self/exe", self, sizeof self);
   if (length <= 0 || length == sizeof self) {
-    *error = errno_text("cannot find myself in /proc");
+    *error = errno_text("cannot read /proc/self/exe");
     return false;
   }
   parts->tools.assign(self, length);
@@ -210,9 +208,8 @@ bool find_phone_parts(const PhoneOptions& options, PhoneParts* parts, std::strin
 bool enter_phone_root(const PhoneParts& parts, const PhoneOptions& options, std::string* error) {
   umask(0);
   Builder b(parts.mount_point, error);
-  b.check(mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0,
-          "keep my mounts to myself");
-  b.tmpfs("", "mode=0755,size=1g");  // holds what --file copies
+  b.check(mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0, "make mounts private");
+  b.tmpfs("", "mode=0755,size=1g");  // for what --file copies
   for (const DirectoryRow& row : kRootDirectories) b.directory(row);
   for (const LinkRow& row : kRootLinks) b.link(row.text, row.path);
   if (options.loose.count("tmp") == 1) {
@@ -220,7 +217,7 @@ bool enter_phone_root(const PhoneParts& parts, const PhoneOptions& options, std:
     b.tmpfs("/tmp", "mode=1777,size=64m");
   }
   for (const MountRow& row : kMounts) b.tmpfs(row.path, row.options);
-  // system:system 0771 on a phone, where policy lets few services make anything in it.
+  // 0771 on a phone; SELinux policy lets few services create entries in it.
   const char* data_mode = options.loose.count("data") == 1 ? "0771" : "0751";
   b.tmpfs("/data",
           std::string("uid=1000,gid=1000,mode=") + data_mode + ",size=" + options.data_size);
@@ -235,10 +232,10 @@ bool enter_phone_root(const PhoneParts& parts, const PhoneOptions& options, std:
   add_proc(&b);
   add_canned_files(&b);
   for (const auto& [host, path] : options.files) b.copy(host, path);
-#ifdef HARROWMOSS_PROFILES  // the coverage build's programs count into this directory
+#ifdef HARROWMOSS_PROFILES  // where the coverage build's programs write their counters
   b.bind(HARROWMOSS_PROFILES, HARROWMOSS_PROFILES, false);
 #endif
   b.read_only("", 0);
-  if (b.ok()) b.check(become_root(parts), "make the phone my root");
+  if (b.ok()) b.check(become_root(parts), "change the root");
   return b.ok();
 }

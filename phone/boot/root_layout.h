@@ -1,5 +1,5 @@
-// What a bench phone's file tree holds: tables only. Values are those of a real phone where one has
-// them; sizes and contents are kept small.
+// The file tree of a bench phone, as tables. Values are a real phone's where it has them; sizes and
+// contents are kept small.
 #pragma once
 
 #include <sys/types.h>
@@ -65,14 +65,14 @@ constexpr LinkRow kRootLinks[] = {
     {"/etc", "system/etc"},
 };
 constexpr LinkRow kLateLinks[] = {  // inside the mounts below
-    {"/sys/kernel/debug", "../../d"},  // not "/d": seen from outside, that would be the host's
+    {"/sys/kernel/debug", "../../d"},  // not "/d": through /proc/PID/root that would be the host's
 };
 constexpr MountRow kMounts[] = {
     {"/persist", "mode=0771,gid=1000,size=32m"},
     {"/cache",   "mode=0770,uid=1000,gid=2001,size=256m"},
     {"/sys",     "mode=0755,size=16m"},
     {"/d",       "mode=0700,size=16m"},
-    {"/dev",     "mode=0755,size=512m"},  // holds the log buffers
+    {"/dev",     "mode=0755,size=512m"},  // with the log buffers
 };
 constexpr DirectoryRow kDirectories[] = {  // inside the mounts above
     {"/dev/pts",             0755, kAidRoot, kAidRoot},
@@ -115,8 +115,7 @@ constexpr ProgramRow kOwnPrograms[] = {
     {"bench_vendor",   "/vendor/bin/bench_vendor"},
     {"bench_systrace", "/vendor/bin/bench_systrace"},
 };
-// Android's own shell and userland from Debian; the real `ip` stands behind a script that notes the
-// call. tr, dd, tar and diff are in Android's toybox but not in Debian's.
+// Android's own shell and userland from Debian; a script journals the call and runs the real `ip`. tr, dd, tar and diff are in Android's toybox but not in Debian's.
 constexpr ProgramRow kHostPrograms[] = {
     {"mksh",   "/system/bin/mksh"},
     {"toybox", "/system/bin/toybox"},
@@ -134,7 +133,7 @@ constexpr const char* kScripts[] = {
     "/system/etc/power_logs_start.sh", "/system/etc/power_logs_stop.sh",
     "/system/etc/power_logs_feedback.sh", kPhoneRc, kBenchServicesRc,
 };
-// The device kit's policy, for what of it holds without SELinux.
+// Policy sources of the device kit; see init/policy.h.
 constexpr const char* kPolicySources[] = {
     "/system/etc/selinux/harrowmossd.te", "/system/etc/selinux/property_contexts",
 };
@@ -179,8 +178,7 @@ constexpr FileRow kCannedFiles[] = {
      "root:x:0:\nsystem:x:1000:\nlog:x:1007:\nsdcard_rw:x:1015:\nshell:x:2000:\n"},
     {"/system/build.prop", 0600, "ro.build.version.sdk=33\n"},
 };
-// Kernel files that block a reader until the kernel has something to say: init holds both ends open,
-// so that `cat` waits; a test may write into them.
+// Kernel files that block their reader until the kernel has output. init keeps both ends open, so `cat` waits and a test can write into them.
 constexpr const char* kFifos[] = {
     "/d/ipc_logging/qrtr_0/log_cont", "/d/ipc_logging/qrtr_2/log_cont",
     "/d/tzdbg/log", "/d/tzdbg/qsee_log",

@@ -25,9 +25,9 @@ namespace {
 
 constexpr uint32_t kMaxPages = 256;
 constexpr uint32_t kMaxWrite = kMaxPages * 4096;
-constexpr size_t kRequestBytes =
-    kMaxWrite + 4096;           // the kernel asks for room for a page of headers
-constexpr int kFirstKept = 64;  // no descriptor of the launcher is that high
+// Plus a page for headers, as the kernel requires.
+constexpr size_t kRequestBytes = kMaxWrite + 4096;
+constexpr int kFirstOwnFd = 64;  // above every descriptor of the launcher
 constexpr mode_t kFileMode = 0660, kDirectoryMode = S_ISGID | 0770;
 
 struct Request {
@@ -39,19 +39,19 @@ struct Request {
   const In& as() const {
     return *reinterpret_cast<const In*>(body);
   }
-  // The NUL-terminated name behind the first `skip` bytes.
+  // The NUL-terminated name after the first `skip` bytes.
   const char* name(size_t skip = 0) const { return body + skip; }
 };
 
-// The kernel's name for a file is a number, ours the file's place in the tree: like the platform's
-// server, so that a rename of a directory moves all that is below it.
+// The kernel knows a file by a number, the server by its place in the tree, as the platform's
+// server does: renaming a directory moves everything below it.
 struct Node {
   uint64_t parent = 0;
   std::string name;
   ino_t inode = 0;
-  uint64_t lookups = 0;        // how often the kernel was told this number
-  bool gone = false;           // removed or replaced; lives on in `open`
-  std::vector<int> open = {};  // handles, for a file that has no path any more
+  uint64_t lookups = 0;        // references that the kernel has
+  bool gone = false;           // removed or replaced; reachable through `open` only
+  std::vector<int> open = {};  // handles
 };
 
 class Server {
@@ -60,7 +60,7 @@ class Server {
   [[noreturn]] void run();
 
  private:
-  using Op = int (Server::*)(const Request&);  // 0 or -errno; the answer is put into reply_
+  using Op = int (Server::*)(const Request&);  // 0 or -errno; the answer goes to reply_
   struct OpRow {
     uint32_t opcode;
     Op run;
@@ -112,8 +112,8 @@ class Server {
   std::string reply_;
 };
 
-// An opcode without a row is not there (ENOSYS): the kernel then does without, as for access(),
-// flush() and extended attributes.
+// An opcode without a row gives ENOSYS; the kernel then works without it, as for access(), flush()
+// and extended attributes.
 const Server::OpRow Server::kOps[] = {
     {FUSE_INIT, &Server::init},           {FUSE_LOOKUP, &Server::lookup},
     {FUSE_FORGET, &Server::forget},       {FUSE_BATCH_FORGET, &Server::batch_forget},
@@ -166,7 +166,7 @@ std::string Server::path(uint64_t id, const char* name) const {
   return text.empty() ? "." : text;
 }
 
-// The handle of a file that has no path any more; -1: the path leads there.
+// A handle of a removed file; -1: the file has a path.
 int Server::handle_of(uint64_t id) const {
   const Node& node = nodes_.at(id);
   return node.gone && !node.open.empty() ? node.open.back() : -1;
@@ -182,8 +182,8 @@ int Server::attributes(uint64_t id, fuse_attr* attr) const {
   return 0;
 }
 
-// Answers with the node of `name`, a new one unless the same file was found there before. All
-// validity times stay 0: the same files are changed through /data/media as well.
+// Answers with the node of `name`: the known one if it is still the same file. All validity times
+// stay 0, because the files are also changed through /data/media.
 int Server::enter(uint64_t parent, const char* name, fuse_entry_out* entry) {
   struct stat st;
   if (fstatat(lower_, path(parent, name).c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) return -errno;
@@ -195,7 +195,7 @@ int Server::enter(uint64_t parent, const char* name, fuse_entry_out* entry) {
   }
   if (id == 0) {
     id = next_++;
-    nodes_[parent].lookups++;  // a child keeps its parent's name
+    nodes_[parent].lookups++;  // a child references its parent
     Node& node = nodes_[id];
     node.parent = parent;
     node.name = name;
@@ -250,7 +250,7 @@ int Server::getattr(const Request& r) {
   return attributes(r.header->nodeid, &answer<fuse_attr_out>()->attr);
 }
 
-// Sizes and times; owner and mode stay.
+// Sets size and times; owner and mode are ignored.
 int Server::setattr(const Request& r) {
   const auto& in = r.as<fuse_setattr_in>();
   const uint64_t id = r.header->nodeid;
@@ -332,8 +332,7 @@ int Server::rename(const Request& r) {
 
 // ---- Files ----
 
-// A handle is the descriptor's number. The kernel keeps no pages (direct I/O): what is written
-// through /data/media is seen at once.
+// A handle is a descriptor. Direct I/O: what is written through /data/media is visible at once.
 int Server::add_handle(uint64_t id, int fd, fuse_open_out* out) {
   if (fd < 0) return -errno;
   nodes_[id].open.push_back(fd);
@@ -407,7 +406,7 @@ int Server::release(const Request& r) {
   return 0;
 }
 
-// From the start on the directory is listed anew; an offset is the number of entries before it.
+// Offset 0 reads the directory again; an offset is the number of entries before it.
 int Server::readdir(const Request& r) {
   const auto& in = r.as<fuse_read_in>();
   auto& listing = listings_[static_cast<int>(in.fh)];
@@ -491,7 +490,7 @@ void Server::run() {
     out.error = result;
     out.unique = header->unique;
     iovec parts[] = {{&out, sizeof out}, {reply_.data(), reply_.size()}};
-    (void)!writev(fuse_, parts, 2);  // fails for a request whose process has been killed
+    (void)!writev(fuse_, parts, 2);  // fails if the requesting process was killed
   }
 }
 
@@ -512,9 +511,9 @@ bool mount_sdcard(int lower, const char* mount_point) {
     umask(0);
     const int null = ::open("/dev/null", O_RDWR | O_CLOEXEC);
     for (int fd = 0; fd <= 2; fd++) dup2(null, fd);
-    const int low = fcntl(lower, F_DUPFD_CLOEXEC, kFirstKept);
-    const int device = fcntl(fuse.get(), F_DUPFD_CLOEXEC, kFirstKept);
-    close_range(3, kFirstKept - 1, 0);  // all that the launcher had open is none of its business
+    const int low = fcntl(lower, F_DUPFD_CLOEXEC, kFirstOwnFd);
+    const int device = fcntl(fuse.get(), F_DUPFD_CLOEXEC, kFirstOwnFd);
+    close_range(3, kFirstOwnFd - 1, 0);  // descriptors inherited from the launcher
     close_range(std::max(low, device) + 1, ~0u, 0);
     Server(device, low).run();
   }

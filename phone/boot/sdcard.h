@@ -1,16 +1,14 @@
-// /sdcard as an app's view of shared storage: a FUSE file system over a directory, with what
-// Android's own one cannot do left out.
+// /sdcard as apps see shared storage: a FUSE file system over a directory, with the restrictions of
+// Android's own.
 #pragma once
 
-// Mounts it over `mount_point` and starts its server, a child process ("sdcard") that serves it
-// until the phone ends. `lower` is the directory that it shows, an open descriptor, which stays the
-// caller's.
+// Mounts it over `mount_point` and starts its server, a child process ("sdcard") that runs until
+// the phone ends. `lower` is an open descriptor of the directory below; the caller keeps it.
 //
-// Owner and mode of a file belong to the file system: chmod and chown succeed and do nothing; what
-// is made below gets 0660, a directory 02770, of media_rw. Symbolic links, hard links, FIFOs,
-// sockets and device nodes cannot be made (EPERM); there are no extended attributes. Everybody may
-// do everything: who may open what is decided by an app's identity on a phone, and everything that
-// runs in a bench phone is root or the system.
+// chmod and chown succeed and do nothing: files have mode 0660, directories 02770, owner media_rw.
+// Symbolic links, hard links, FIFOs, sockets and device nodes cannot be created (EPERM); there are
+// no extended attributes. Access is not checked: a phone decides by the app's identity, and
+// everything in a bench phone is root or system.
 //
-// False with errno when there is no FUSE here: no /dev/fuse, or not for this user.
+// False with errno without FUSE: no /dev/fuse, or no permission to use it.
 bool mount_sdcard(int lower, const char* mount_point);

@@ -10,7 +10,7 @@ bool mask_sysrq_trigger(const std::string& proc, const std::string& mask, std::s
   struct stat before, wanted, after;
   if (lstat(trigger.c_str(), &before) != 0) {
     if (errno == ENOENT && access(proc.c_str(), X_OK) == 0) return true;
-    *error = errno_text("cannot look at " + trigger);
+    *error = errno_text("cannot stat " + trigger);
     return false;
   }
   if (lstat(mask.c_str(), &wanted) != 0 || !S_ISREG(wanted.st_mode)) {

@@ -1,6 +1,5 @@
 #include "phone/boot/terminal.h"
 
-#include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/ioctl.h>
@@ -13,13 +12,15 @@ bool on_terminal() {
   return isatty(STDIN_FILENO) && isatty(STDOUT_FILENO);
 }
 
-static void copy_window_size(int master) {
+namespace {
+
+void copy_window_size(int master) {
   struct winsize size;
   if (ioctl(STDIN_FILENO, TIOCGWINSZ, &size) == 0) ioctl(master, TIOCSWINSZ, &size);
 }
 
 // False when `from` has ended.
-static bool pump(int from, int to) {
+bool pump(int from, int to) {
   char block[4096];
   const ssize_t n = read(from, block, sizeof block);
   if (n < 0 && errno == EINTR) return true;
@@ -32,8 +33,7 @@ static bool pump(int from, int to) {
   return true;
 }
 
-static void relay_until_end(int master, int pidfd, int timeout_ms, int window_changes,
-                            bool* timed) {
+void relay_until_end(int master, int pidfd, int timeout_ms, int window_changes, bool* timed) {
   enum { kEnd, kMaster, kInput, kWindow, kCount };
   struct pollfd polled[kCount] = {{pidfd, POLLIN, 0},
                                   {master, POLLIN, 0},
@@ -51,11 +51,13 @@ static void relay_until_end(int master, int pidfd, int timeout_ms, int window_ch
     }
     if (polled[kInput].revents != 0 && !pump(STDIN_FILENO, master)) polled[kInput].fd = -1;
     if (polled[kMaster].revents != 0 && !pump(master, STDOUT_FILENO)) polled[kMaster].fd = -1;
-    // The end counts once everything that was written has been shown.
+    // Show all output before ending.
     if (polled[kEnd].revents != 0 && (polled[kMaster].fd < 0 || polled[kMaster].revents == 0))
       return;
   }
 }
+
+}  // namespace
 
 bool relay_terminal(int master, int pidfd, int timeout_ms) {
   struct termios original, raw;

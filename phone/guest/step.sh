@@ -1,6 +1,6 @@
-# Sourced by what is tried in a phone of the emulated guest.
+# Sourced by the scripts that run in a phone of the emulated guest.
 
-# die WHAT: says so on the console, with the end of the log, and ends the step.
+# die WHAT: reports WHAT with the end of the log on the console and ends the step.
 die() {
   echo "$(basename "$0" .sh): FAILED: $*"
   logcat -d | tail -n 30

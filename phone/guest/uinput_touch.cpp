@@ -1,5 +1,5 @@
-// uinput_touch: a touch screen made by the kernel's own uinput, for the emulated guest. It reads
-// commands of one line each from its input and removes the screen when that ends:
+// uinput_touch: a touch screen made with uinput, for the emulated guest. Reads one command per line
+// from standard input and removes the screen at its end:
 //
 //   swipe X1 Y1 X2 Y2 STEPS
 #include <errno.h>
@@ -12,10 +12,10 @@
 #include "phone/input/touch_sequences.h"
 #include "phone/util.h"
 
-static constexpr const char* kUinput = "/dev/uinput";
-static constexpr int kScreenWidth = 1080, kScreenHeight = 2400, kFingers = 10;
-
 namespace {
+
+constexpr const char* kUinput = "/dev/uinput";
+constexpr int kScreenWidth = 1080, kScreenHeight = 2400, kContacts = 10;
 
 bool fail(const char* what) {
   fprintf(stderr, "uinput_touch: %s: %s\n", what, strerror(errno));
@@ -27,7 +27,7 @@ struct Axis {
   int maximum;
 };
 constexpr Axis kAxes[] = {
-    {ABS_MT_SLOT, kFingers - 1},
+    {ABS_MT_SLOT, kContacts - 1},
     {ABS_MT_TRACKING_ID, 65535},
     {ABS_MT_POSITION_X, kScreenWidth - 1},
     {ABS_MT_POSITION_Y, kScreenHeight - 1},
@@ -76,7 +76,7 @@ int main(int argc, char** argv) {
     int steps;
     if (sscanf(line, "swipe %d %d %d %d %d", &from.x, &from.y, &to.x, &to.y, &steps) != 5 ||
         steps < 1) {
-      fprintf(stderr, "uinput_touch: what is this: %s", line);
+      fprintf(stderr, "uinput_touch: unknown command: %s", line);
       return 2;
     }
     if (!send(fd.get(), swipe(from, to, steps))) return 1;

@@ -9,11 +9,13 @@
 
 #include "phone/host/failure.h"
 
-static constexpr const char* kSocketPath = "/dev/socket/harrowmossd";
-static constexpr size_t kReplyMax = 4096;  // a size beyond it is a broken one
+namespace {
 
-// Waits for `events` until `deadline_ms`; false when it passes first.
-static bool ready(int fd, short events, int64_t deadline_ms) {
+constexpr const char* kSocketPath = "/dev/socket/harrowmossd";
+constexpr size_t kReplyMax = 4096;  // a larger size is an error
+
+// Waits for `events`; false at `deadline_ms`.
+bool ready(int fd, short events, int64_t deadline_ms) {
   for (;;) {
     struct pollfd polled = {fd, events, 0};
     const int64_t left = deadline_ms - monotonic_now_ms();
@@ -22,6 +24,8 @@ static bool ready(int fd, short events, int64_t deadline_ms) {
     if (count == 0 || errno != EINTR) return false;
   }
 }
+
+}  // namespace
 
 std::string little_endian(uint64_t value, int bytes) {
   std::string text;
@@ -41,12 +45,12 @@ std::string hex(std::string_view bytes) {
 
 std::string from_hex(std::string_view digits) {
   std::string bytes;
-  unsigned half = 1;  // a leading one until the first digit of a byte is there
+  unsigned half = 1;  // marks the position: 1, then 1h, then 1hh
   for (const char c : digits) {
     if (c == ' ') continue;
     const char* const all = "0123456789abcdef";
     const char* const found = strchr(all, c);
-    expect_of_phone(found != nullptr, "no hex: " + std::string(digits));
+    expect_of_phone(found != nullptr, "not hex: " + std::string(digits));
     half = half << 4 | static_cast<unsigned>(found == nullptr ? 0 : found - all);
     if (half < 0x100) continue;
     bytes += static_cast<char>(half & 0xff);
@@ -134,7 +138,8 @@ std::string ask(const Phone& phone, int32_t code, std::string_view arguments, in
   constexpr int64_t kSerial = 0x1122334455667788;
   constexpr size_t kEchoSize = 12;
   Client client(phone);
-  expect_of_phone(client.send(request(code, kSerial, arguments)), "the daemon takes no request");
+  expect_of_phone(client.send(request(code, kSerial, arguments)),
+                  "the daemon does not read the request");
   const std::string reply = client.reply(limit_ms);
   const std::string echo =
       little_endian(static_cast<uint32_t>(code), 4) + little_endian(kSerial, 8);

@@ -1,6 +1,5 @@
-// A raw client of the control socket, on the host: bytes out, bytes in, and no idea of what they
-// mean. Tests compare replies with bytes written by hand, so that no code of the daemon's or of
-// harrowmossctl's judges itself.
+// A raw client of the control socket, on the host. It knows bytes only: tests compare replies with
+// bytes written by hand, so that no code of the daemon or of harrowmossctl checks itself.
 #pragma once
 
 #include <stdint.h>
@@ -11,14 +10,14 @@
 #include "phone/host/phone.h"
 #include "phone/util.h"
 
-// The `bytes` low bytes of `value`, the lowest first.
+// The low `bytes` bytes of `value`, lowest first.
 std::string little_endian(uint64_t value, int bytes);
 
-// "01 00 ff" for bytes, without the blanks: "0100ff". And back; a wrong digit is trouble.
+// Bytes as hex digits, "0100ff", and back; blanks are skipped. A wrong digit is a failure.
 std::string hex(std::string_view bytes);
 std::string from_hex(std::string_view digits);
 
-// A payload with its 2-byte length in front, whatever it is.
+// A payload after its 2-byte length.
 std::string frame(std::string_view payload);
 // The frame of one request: code, serial, and `arguments` as they are.
 std::string request(int32_t code, int64_t serial, std::string_view arguments = "");
@@ -27,29 +26,29 @@ std::string string16(std::string_view ascii);
 
 class Client {
  public:
-  enum class Wait { kToConnect, kNotToConnect };  // when there are too many before it
+  enum class Wait { kToConnect, kNotToConnect };  // when the socket's backlog is full
 
-  // Connects to the phone's daemon; connected() tells whether that worked.
+  // Connects to the phone's daemon; see connected().
   explicit Client(const Phone& phone, Wait wait = Wait::kToConnect);
 
   bool connected() const { return fd_.ok(); }
-  // False when the peer has gone or does not read within the limit. Raises no SIGPIPE.
+  // False when the peer is gone or does not read within the limit. No SIGPIPE.
   bool send(std::string_view bytes, int limit_ms = kOwedMs);
-  // What came until there were `count` bytes, the peer closed, or the limit passed.
+  // The bytes received until there were `count`, the peer closed, or the limit passed.
   std::string receive(size_t count, int limit_ms = kOwedMs);
-  // One reply, its 4-byte size included; less when it did not come whole.
+  // One reply with its 4-byte size; less when it is cut off.
   std::string reply(int limit_ms = kOwedMs);
-  // True when the peer closes within the limit without another byte.
+  // True when the peer closes within the limit and sends nothing before.
   bool closed_by_peer(int limit_ms = kOwedMs);
   void close() { fd_.reset(); }
-  // Nothing more will be sent; replies still come.
+  // Shuts down the sending side.
   void end_sending();
 
  private:
   Fd fd_;
 };
 
-// Connects, sends one request and returns the reply's bytes behind the echoed code and serial, in
-// hex. Anything but a whole reply with that echo is trouble, and "".
+// Connects, sends one request and returns, in hex, what follows the echoed code and serial in the
+// reply. A cut reply or a wrong echo is a failure and gives "".
 std::string ask(const Phone& phone, int32_t code, std::string_view arguments = "",
                 int limit_ms = kOwedMs);

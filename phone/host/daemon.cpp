@@ -1,7 +1,6 @@
 #include "phone/host/daemon.h"
 
 #include <fcntl.h>
-#include <stdlib.h>
 #include <string.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
@@ -16,12 +15,14 @@
 
 namespace fs = std::filesystem;
 
-static constexpr const char* kMainBuffer = "/dev/log/main";
-static constexpr const char* kDaemonTag = "harrowmossd";
-static constexpr const char* kStorePathProp = "sys.harrowmossd.log_store_path";
+namespace {
+
+constexpr const char* kMainBuffer = "/dev/log/main";
+constexpr const char* kDaemonTag = "harrowmossd";
+constexpr const char* kStorePathProp = "sys.harrowmossd.log_store_path";
 
 // "source|function|line~parent:: text"
-static bool parse_convention(const std::string& message, LogLine* line) {
+bool parse_convention(const std::string& message, LogLine* line) {
   const size_t first = message.find('|'), second = message.find('|', first + 1);
   const size_t text = message.find(":: ");
   if (first == std::string::npos || second == std::string::npos || text == std::string::npos ||
@@ -32,6 +33,8 @@ static bool parse_convention(const std::string& message, LogLine* line) {
   line->text = message.substr(text + 3);
   return true;
 }
+
+}  // namespace
 
 std::ostream& operator<<(std::ostream& out, const LogLine& line) {
   return out << line.priority << " " << line.pid << " " << line.source << "|" << line.function
@@ -89,7 +92,7 @@ bool eventually_logged(const Phone& phone, const std::string& start, int times, 
   return eventually([&] { return count_lines(phone, start) == times; }, limit_ms);
 }
 
-size_t place_of(const std::vector<std::string>& texts, const std::string& start) {
+size_t index_of(const std::vector<std::string>& texts, const std::string& start) {
   size_t at = 0;
   while (at < texts.size() && texts[at].compare(0, start.size(), start) != 0) at++;
   return at;
@@ -112,17 +115,21 @@ std::string rest_of_line(const Phone& phone, const std::string& start) {
   return found.empty() ? "" : found[0].text.substr(start.size());
 }
 
-static bool tells_of_a_kill(const LogLine& line) {
+namespace {
+
+bool reports_kill(const LogLine& line) {
   return line.text.find("kill it") != std::string::npos ||
          line.text.find("kill them") != std::string::npos;
 }
+
+}  // namespace
 
 std::vector<std::string> overdue_kills(const Phone& phone) {
   std::vector<std::string> found;
   for (const LogLine& line : daemon_log(phone)) {
     const bool report =
         line.function == "copy_system_propertie" || line.function == "get_general_log";
-    if (tells_of_a_kill(line) && !report) found.push_back(line.text);
+    if (reports_kill(line) && !report) found.push_back(line.text);
   }
   return found;
 }
@@ -130,7 +137,7 @@ std::vector<std::string> overdue_kills(const Phone& phone) {
 std::vector<LogLine> cut_reports(const Phone& phone, const std::string& function) {
   std::vector<LogLine> found;
   for (const LogLine& line : daemon_log(phone)) {
-    if (tells_of_a_kill(line) && line.function == function) found.push_back(line);
+    if (reports_kill(line) && line.function == function) found.push_back(line);
   }
   return found;
 }
@@ -159,13 +166,17 @@ std::vector<std::string> quick_vendor(std::vector<std::string> more) {
   return more;
 }
 
-static int32_t int_reply(const std::string& digits) {
-  expect_of_phone(digits.size() == 8, "no int32: " + digits);
+namespace {
+
+int32_t int_reply(const std::string& digits) {
+  expect_of_phone(digits.size() == 8, "not an int32: " + digits);
   if (digits.size() != 8) return -99;
   int32_t value;
   memcpy(&value, from_hex(digits).data(), sizeof value);
   return value;
 }
+
+}  // namespace
 
 int32_t start_logging(const Phone& phone, int32_t mask) {
   return int_reply(ask(phone, 2, little_endian(static_cast<uint32_t>(mask), 4), kSwitchMs));
@@ -226,13 +237,17 @@ std::vector<PhoneProcess> collectors(const Phone& phone) {
   return found;
 }
 
-static PhoneProcess running_logcat(const Phone& phone, const std::string& buffer) {
+namespace {
+
+PhoneProcess running_logcat(const Phone& phone, const std::string& buffer) {
   for (PhoneProcess& process : phone.named("logcat")) {
     if (!process.cmdline.empty() && process.cmdline[0] == "harrowmossd:debug-" + buffer + "-vesk")
       return std::move(process);
   }
   return {};
 }
+
+}  // namespace
 
 std::vector<PhoneProcess> logcats(const Phone& phone) {
   std::vector<PhoneProcess> found;
@@ -297,7 +312,7 @@ std::string run_name(const Phone& phone) {
 }
 
 std::string current_run(const Phone& phone) {
-  const std::string answer = from_hex(ask(phone, 9));  // int32 length, the name, its NUL, padding
+  const std::string answer = from_hex(ask(phone, 9));  // int32 length, name, NUL, padding
   return answer.size() < 4 ? "" : answer.c_str() + 4;
 }
 
@@ -313,8 +328,12 @@ std::vector<std::string> tree(const Phone& phone, const std::string& directory) 
   return paths;
 }
 
+namespace {
+
 constexpr int64_t kMiB = 1 << 20;
 constexpr ssize_t kBlock = 4096;
+
+}  // namespace
 
 int64_t available(const Phone& phone, const std::string& volume) {
   struct statvfs info;

@@ -1,11 +1,11 @@
-// What the host's side of a bench phone does when the phone itself lets it down.
+// Failures of a bench phone itself, as seen by the host.
 #pragma once
 
 #include <string>
 
-// Called with one line when a phone does not come up, hangs or answers nonsense. Unless a program
-// puts another function here before it makes a phone, the line goes to standard error and the
-// program ends with status 1; its phones end with it.
+// Called with one line when a phone does not come up, hangs or sends garbage. By default prints the
+// line to standard error and exits with status 1; the program's phones end with it. A program may
+// replace the function before it creates a phone.
 extern void (*on_phone_failure)(const std::string& what);
 
 // Reports `what` unless `fine`.

@@ -1,6 +1,5 @@
 #include "phone/host/phone.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <sched.h>
@@ -10,7 +9,6 @@
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
-#include <time.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -24,11 +22,11 @@
 
 namespace fs = std::filesystem;
 
-static constexpr const char* kShellPath =
+namespace {
+
+constexpr const char* kShellPath =
     "/product/bin:/apex/com.android.runtime/bin:/apex/com.android.art/bin:/system_ext/bin:"
     "/system/bin:/system/xbin:/odm/bin:/vendor/bin:/vendor/xbin:/data/local/tmp";
-
-namespace {
 
 std::vector<std::string> lines_of(const std::string& text) {
   std::vector<std::string> lines;
@@ -60,7 +58,7 @@ struct Pipe {
   }
 };
 
-// The first fields behind the name in /proc/PID/stat.
+// The fields of /proc/PID/stat up to the session, and the command line.
 bool read_process(const std::string& proc, const std::string& name, PhoneProcess* process) {
   const std::string stat = read_file(proc + "/" + name + "/stat");
   const size_t begin = stat.find('('), end = stat.rfind(')');
@@ -76,29 +74,29 @@ bool read_process(const std::string& proc, const std::string& name, PhoneProcess
   return true;
 }
 
-// A line for each process: who holds a command's output open, and in which kernel function it
+// A line for each process that has a command's output open, with the kernel function in which it
 // waits.
-std::string holders_of(const std::set<std::string>& pipes) {
+std::string open_in(const std::set<std::string>& pipes) {
   std::string lines;
   std::error_code error;
   for (const auto& entry : fs::directory_iterator("/proc", error)) {
     const std::string number = entry.path().filename();
     PhoneProcess process;
     if (!isdigit(number[0]) || !read_process("/proc", number, &process)) continue;
-    std::string held;
+    std::string descriptors;
     for (const auto& fd : fs::directory_iterator(entry.path() / "fd", error)) {
       if (pipes.count(fs::read_symlink(fd.path(), error)) > 0)
-        held += " " + fd.path().filename().string();
+        descriptors += " " + fd.path().filename().string();
     }
-    if (held.empty() || process.pid == getpid()) continue;
+    if (descriptors.empty() || process.pid == getpid()) continue;
     lines += "\n  " + number + " (child of " + std::to_string(process.ppid) + ") " + process.state +
-             " " + read_file(entry.path() / "wchan") + ", descriptors" + held + ":";
+             " " + read_file(entry.path() / "wchan") + ", descriptors" + descriptors + ":";
     for (const std::string& word : process.cmdline) lines += " " + word;
   }
   return lines;
 }
 
-// Forks `child` with pipes for its three standard streams and reads until both outputs are closed.
+// Forks `child` with pipes as its three standard streams and reads until both outputs are closed.
 RunResult capture(const std::vector<std::string>& argv, const std::string& input,
                   const std::function<void()>& child) {
   Pipe in, out, err;
@@ -110,7 +108,7 @@ RunResult capture(const std::vector<std::string>& argv, const std::string& input
     dup2(in.read_end.get(), 0);
     dup2(out.write_end.get(), 1);
     dup2(err.write_end.get(), 2);
-    in.write_end.reset();  // or a command that reads to the end would wait for itself
+    in.write_end.reset();  // otherwise a command that reads to the end never gets EOF
     child();
     _exit(127);
   }
@@ -118,7 +116,7 @@ RunResult capture(const std::vector<std::string>& argv, const std::string& input
   out.write_end.reset();
   err.write_end.reset();
   const ssize_t written = ::write(in.write_end.get(), input.data(), input.size());
-  expect_of_phone(written == static_cast<ssize_t>(input.size()),  // small: fits into the pipe
+  expect_of_phone(written == static_cast<ssize_t>(input.size()),  // fits into the pipe
                   errno_text("a command's input"));
   in.write_end.reset();
   struct pollfd polled[] = {{out.read_end.get(), POLLIN, 0}, {err.read_end.get(), POLLIN, 0}};
@@ -126,16 +124,16 @@ RunResult capture(const std::vector<std::string>& argv, const std::string& input
   while (polled[0].fd >= 0 || polled[1].fd >= 0) {
     const int ready = poll(polled, 2, kSwitchMs);
     if (ready == 0) {
-      std::string trouble = "did not end within " + std::to_string(kSwitchMs) + " ms:";
-      for (const std::string& word : argv) trouble += " " + word;
+      std::string failure = "did not end within " + std::to_string(kSwitchMs) + " ms:";
+      for (const std::string& word : argv) failure += " " + word;
       std::error_code error;
       std::set<std::string> pipes;
       for (const Pipe* each : {&out, &err})
         pipes.insert(
             fs::read_symlink("/proc/self/fd/" + std::to_string(each->read_end.get()), error));
-      trouble += holders_of(pipes);
+      failure += open_in(pipes);
       signal_one(pid, SIGKILL);
-      on_phone_failure(trouble);
+      on_phone_failure(failure);
       break;
     }
     for (int i = 0; i < 2; i++) {
@@ -152,7 +150,7 @@ RunResult capture(const std::vector<std::string>& argv, const std::string& input
   return result;
 }
 
-// In a forked child: moves into the phone and runs `argv` there.
+// In a forked child: enters the phone's namespaces and runs `argv`.
 [[noreturn]] void run_inside(pid_t init, const std::vector<std::string>& argv) {
   const Fd phone(static_cast<int>(syscall(SYS_pidfd_open, init, 0)));
   constexpr int kNamespaces =
@@ -161,7 +159,7 @@ RunResult capture(const std::vector<std::string>& argv, const std::string& input
     perror("setns");
     _exit(126);
   }
-  const pid_t pid = fork();  // only a child is in the new pid namespace
+  const pid_t pid = fork();  // only a child enters the new pid namespace
   if (pid == 0) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     clearenv();
@@ -246,13 +244,13 @@ bool Phone::wait_until_ready(int limit_ms) const {
 void Phone::end() {
   if (launcher_ <= 0) return;
   if (ok() && before_phone_ends != nullptr) before_phone_ends(*this);
-  signal_one(launcher_, SIGKILL);  // what is inside dies with it: the launcher promises that
+  signal_one(launcher_, SIGKILL);  // every process of the phone ends with it
   while (waitpid(launcher_, nullptr, 0) < 0 && errno == EINTR) {
   }
   launcher_ = -1;
   if (init_pidfd_.ok()) {
     struct pollfd gone = {init_pidfd_.get(), POLLIN, 0};
-    expect_of_phone(poll(&gone, 1, kOwedMs) == 1, "the phone outlives its launcher");
+    expect_of_phone(poll(&gone, 1, kOwedMs) == 1, "the phone did not end with its launcher");
   }
 }
 
@@ -363,7 +361,7 @@ BackgroundCommand Phone::spawn(const std::vector<std::string>& argv) const {
 
 BackgroundCommand::~BackgroundCommand() {
   if (pid_ <= 0) return;
-  signal_one(pid_, SIGKILL);  // the command dies with it
+  signal_one(pid_, SIGKILL);  // PDEATHSIG ends the command
   waitpid(pid_, nullptr, 0);
 }
 

@@ -1,4 +1,4 @@
-// What a bench phone's properties hold before anybody sets one. `--prop` replaces any of them.
+// Default properties of a bench phone; `--prop` replaces any of them.
 #pragma once
 
 struct DefaultProperty {
@@ -42,8 +42,7 @@ constexpr DefaultProperty kDefaultProperties[] = {
     {"init.svc.logd",                 "running"},
 };
 
-// Set by the vendor's part of the system. The platform's policy shows them to nobody else, unless the
-// device kit's property_contexts gives them a label of their own.
+// Set by the vendor's part of the system. The platform's policy hides them unless the device kit's property_contexts labels them.
 constexpr DefaultProperty kVendorProperties[] = {
     {"ro.vendor.build.display.id",    "QZ201A V1.02"},
 };

@@ -1,6 +1,6 @@
-// The init of a bench phone: pid 1. Sets the properties, follows the device's own .rc file, runs
-// the services and COMMAND, reaps, keeps the log buffers within bounds, and ends with COMMAND's
-// status; the kernel then ends everything else in the phone.
+// The init of a bench phone: pid 1. Sets properties, runs the device's .rc file, the services and
+// COMMAND, reaps, cuts the log buffers, and exits with COMMAND's status; the kernel then ends every
+// other process in the phone.
 #include <errno.h>
 #include <fcntl.h>
 #include <linux/close_range.h>
@@ -35,16 +35,18 @@
 #include "phone/util.h"
 #include "platform/linux/property_area.h"
 
-static constexpr const char* kPropertiesLog = "/dev/bench/properties.log";
-static constexpr const char* kReadyFile = "/dev/bench/ready";
-static constexpr int kCutLogsEveryMs = 100;
-static constexpr int kCannotBoot = 125;
+namespace {
 
-// Android's init hands these to every service (init.environ.rc).
-static constexpr const char* kPathVariable =
+constexpr const char* kPropertiesLog = "/dev/bench/properties.log";
+constexpr const char* kReadyFile = "/dev/bench/ready";
+constexpr int kCutLogsEveryMs = 100;
+constexpr int kCannotBoot = 125;
+
+// The environment of every service on Android (init.environ.rc).
+constexpr const char* kPathVariable =
     "PATH=/product/bin:/apex/com.android.runtime/bin:/apex/com.android.art/bin:/system_ext/bin:"
     "/system/bin:/system/xbin:/odm/bin:/vendor/bin:/vendor/xbin";
-static const char* const kAndroidEnvironment[] = {
+const char* const kAndroidEnvironment[] = {
     kPathVariable,
     "ANDROID_BOOTLOGO=1",
     "ANDROID_ROOT=/system",
@@ -54,13 +56,13 @@ static const char* const kAndroidEnvironment[] = {
     "EXTERNAL_STORAGE=/sdcard",
     "DOWNLOAD_CACHE=/data/cache",
     "ASEC_MOUNTPOINT=/mnt/asec",
-    "TMPDIR=/data/local",  // of Android's shell, which has it built in
+    "TMPDIR=/data/local",  // built into Android's shell
 };
 
 struct InitOptions {
   int control = -1;
   int adb = -1;          // a listening socket
-  std::string adb_user;  // whom adb's commands run as
+  std::string adb_user;  // user of adb's commands
   bool services = true;
   bool terminal = false;
   bool input = false;
@@ -68,8 +70,8 @@ struct InitOptions {
   std::set<std::string> loose;
 };
 
-// The launcher made these arguments; they are not checked again.
-static InitOptions read_options(int argc, char** argv) {
+// Composed by the launcher, so not checked again.
+InitOptions read_options(int argc, char** argv) {
   InitOptions options;
   for (int i = 1; i < argc; i++) {
     const std::string option = argv[i];
@@ -103,7 +105,7 @@ class Init {
  private:
   bool set_properties();
   void watch_properties();
-  void hold_fifos();
+  void open_fifos();
   void read_rc(const std::string& path);
   bool announce();
   void run_event(const std::string& event);
@@ -119,13 +121,13 @@ class Init {
   PropertyArea properties_;
   RcFile rc_;
   std::unique_ptr<Services> services_;
-  std::vector<Fd> held_;
+  std::vector<Fd> fifos_;
   Fd signals_, changes_, property_log_, terminal_master_;
   std::string terminal_name_, partial_change_;
   pid_t command_ = 0;
 };
 
-static void bring_loopback_up() {
+void bring_loopback_up() {
   Fd fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
   struct ifreq request = {};
   memcpy(request.ifr_name, "lo", sizeof "lo");
@@ -133,7 +135,7 @@ static void bring_loopback_up() {
   if (ioctl(fd.get(), SIOCSIFFLAGS, &request) != 0) init_log(errno_text("cannot bring lo up"));
 }
 
-// ro.* can be set once only, so what --prop names is left to it.
+// ro.* can be set only once: no default for what --prop sets.
 bool Init::set_properties() {
   const auto set = [this](const std::string& key, const std::string& value) {
     if (properties_.set(key.c_str(), value.c_str()) == 0) return true;
@@ -149,7 +151,7 @@ bool Init::set_properties() {
     init_complain(errno_text("cannot make the property area"));
     return false;
   }
-  // First of all: the first set of a persist.* property writes the saved ones anew.
+  // Before any set: setting a persist.* property rewrites the saved ones.
   properties_.load_persistent();
   for (const DefaultProperty& property : kDefaultProperties) {
     char saved[92];
@@ -170,9 +172,8 @@ bool Init::set_properties() {
   return true;
 }
 
-// A thread that waits on the property area's futex, for as long as the phone lives. (inotify on the
-// log of sets would do without it, but giving an inotify descriptor back takes the kernel up to 20
-// ms, which every phone would pay at its end.)
+// A thread that waits on the property area's futex. inotify on the log would need no thread, but
+// closing an inotify descriptor takes the kernel up to 20 ms at the end of every phone.
 void Init::watch_properties() {
   std::thread([this] {
     for (uint32_t seen = properties_.serial();;) {
@@ -184,8 +185,8 @@ void Init::watch_properties() {
   }).detach();
 }
 
-void Init::hold_fifos() {
-  for (const char* fifo : kFifos) held_.emplace_back(open(fifo, O_RDWR | O_NONBLOCK | O_CLOEXEC));
+void Init::open_fifos() {
+  for (const char* fifo : kFifos) fifos_.emplace_back(open(fifo, O_RDWR | O_NONBLOCK | O_CLOEXEC));
 }
 
 void Init::read_rc(const std::string& path) {
@@ -218,7 +219,7 @@ bool Init::boot() {
   lseek(property_log_.get(), 0, SEEK_END);
   changes_.reset(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
   watch_properties();
-  hold_fifos();
+  open_fifos();
   bring_loopback_up();
 
   for (const char* path : {kBenchServicesRc, kPhoneRc}) read_rc(path);
@@ -230,8 +231,8 @@ bool Init::boot() {
   return announce();
 }
 
-// Tells the launcher that the phone is there, hands it the terminal's other end, and waits until it
-// has taken what it wants of the phone.
+// Reports the boot to the launcher, passes it the terminal's master end, and waits until the
+// launcher has opened what it needs of the phone.
 bool Init::announce() {
   struct iovec iov = {const_cast<char*>("booted"), strlen("booted")};
   struct msghdr message = {};
@@ -265,34 +266,34 @@ bool Init::announce() {
 void Init::run_event(const std::string& event) {
   for (const RcAction& action : rc_.actions) {
     if (action.event != event) continue;
-    const bool holds =
+    const bool met =
         std::all_of(action.properties.begin(), action.properties.end(), [&](const RcProperty& p) {
           char value[92];
           properties_.get(p.key.c_str(), value);
           return p.value == "*" ? value[0] != '\0' : p.value == value;
         });
-    if (holds) run_rc_commands(action.commands, services_.get(), &properties_);
+    if (met) run_rc_commands(action.commands, services_.get(), &properties_);
   }
 }
 
 void Init::property_was_set(const std::string& key, const std::string& value) {
-  // Android's way to start and stop services from a shell.
+  // How Android starts and stops services from a shell.
   if (key == "ctl.start") services_->start(value);
   if (key == "ctl.stop") services_->stop(value);
   if (key == "ctl.restart") services_->restart(value);
   for (const RcAction& action : rc_.actions) {
     const auto get = [this](const std::string& other) {
-      char held[92];
-      properties_.get(other.c_str(), held);
-      return std::string(held);
+      char current[92];
+      properties_.get(other.c_str(), current);
+      return std::string(current);
     };
     if (property_trigger_fires(action, key, value, get))
       run_rc_commands(action.commands, services_.get(), &properties_);
   }
 }
 
-// The log of sets is the queue of changes: complete and in order, also when two sets of one
-// property follow each other at once.
+// The log of sets serves as the queue of changes: it is complete and in order, also for two quick
+// sets of one property.
 void Init::read_property_changes() {
   char block[16384];
   uint64_t count;
@@ -326,7 +327,7 @@ void Init::reap() {
   }
 }
 
-// What COMMAND and adb's shells start with.
+// The environment, signal mask and umask of COMMAND and adb's shells.
 void Init::set_environment() {
   sigset_t none;
   sigemptyset(&none);
@@ -348,7 +349,7 @@ void Init::set_environment() {
   }
 }
 
-// It is on its own from here: a connection that hangs does not hold up anything of init's.
+// A separate process: a connection that hangs must not block init.
 void Init::start_adb() {
   if (options_.adb < 0) return;
   const pid_t pid = fork();
@@ -397,8 +398,7 @@ void Init::run() {
   start_adb();
   for (const char* event : {"early-init", "init", "late-init", "post-fs", "post-fs-data", "boot"})
     run_event(event);
-  // The sets of the boot itself are no events; a trigger that holds already runs once, as on a
-  // phone.
+  // Sets made during boot are no events; a trigger that is true by now runs once, as on a phone.
   for (const RcAction& action : rc_.actions) {
     if (!action.event.empty() || action.properties.empty()) continue;
     char value[92];
@@ -421,9 +421,11 @@ void Init::run() {
   }
 }
 
+}  // namespace
+
 int main(int argc, char** argv) {
   InitOptions options = read_options(argc, argv);
-  // Whatever the launcher's caller left open is none of the phone's business.
+  // Close descriptors inherited from the launcher's caller.
   unsigned first = STDERR_FILENO + 1;
   for (const int kept : std::set<int>{options.control, options.adb}) {
     if (kept < static_cast<int>(first)) continue;

@@ -1,5 +1,5 @@
-// What the phone's init did, for people and tests: /dev/bench/init.log, one line
-// "<milliseconds since boot of the machine> <text>" for each step.
+// The log of the phone's init, /dev/bench/init.log: a line "<milliseconds since the machine's boot>
+// <text>" for each step.
 #pragma once
 
 #include <string>
@@ -8,5 +8,5 @@ constexpr const char* kInitLog = "/dev/bench/init.log";
 
 void init_log(const std::string& text);
 
-// The same, and on standard error as well: for what the phone's user has to know.
+// Logs and prints to standard error.
 void init_complain(const std::string& text);

@@ -8,55 +8,59 @@
 
 #include "phone/util.h"
 
+namespace {
+
 // By number, as linux/capability.h has them; the policy's classes "capability" and "capability2".
-static constexpr const char* kNames[] = {"chown",
-                                         "dac_override",
-                                         "dac_read_search",
-                                         "fowner",
-                                         "fsetid",
-                                         "kill",
-                                         "setgid",
-                                         "setuid",
-                                         "setpcap",
-                                         "linux_immutable",
-                                         "net_bind_service",
-                                         "net_broadcast",
-                                         "net_admin",
-                                         "net_raw",
-                                         "ipc_lock",
-                                         "ipc_owner",
-                                         "sys_module",
-                                         "sys_rawio",
-                                         "sys_chroot",
-                                         "sys_ptrace",
-                                         "sys_pacct",
-                                         "sys_admin",
-                                         "sys_boot",
-                                         "sys_nice",
-                                         "sys_resource",
-                                         "sys_time",
-                                         "sys_tty_config",
-                                         "mknod",
-                                         "lease",
-                                         "audit_write",
-                                         "audit_control",
-                                         "setfcap",
-                                         "mac_override",
-                                         "mac_admin",
-                                         "syslog",
-                                         "wake_alarm",
-                                         "block_suspend",
-                                         "audit_read",
-                                         "perfmon",
-                                         "bpf",
-                                         "checkpoint_restore"};
+constexpr const char* kNames[] = {"chown",
+                                  "dac_override",
+                                  "dac_read_search",
+                                  "fowner",
+                                  "fsetid",
+                                  "kill",
+                                  "setgid",
+                                  "setuid",
+                                  "setpcap",
+                                  "linux_immutable",
+                                  "net_bind_service",
+                                  "net_broadcast",
+                                  "net_admin",
+                                  "net_raw",
+                                  "ipc_lock",
+                                  "ipc_owner",
+                                  "sys_module",
+                                  "sys_rawio",
+                                  "sys_chroot",
+                                  "sys_ptrace",
+                                  "sys_pacct",
+                                  "sys_admin",
+                                  "sys_boot",
+                                  "sys_nice",
+                                  "sys_resource",
+                                  "sys_time",
+                                  "sys_tty_config",
+                                  "mknod",
+                                  "lease",
+                                  "audit_write",
+                                  "audit_control",
+                                  "setfcap",
+                                  "mac_override",
+                                  "mac_admin",
+                                  "syslog",
+                                  "wake_alarm",
+                                  "block_suspend",
+                                  "audit_read",
+                                  "perfmon",
+                                  "bpf",
+                                  "checkpoint_restore"};
 static_assert(std::size(kNames) == CAP_CHECKPOINT_RESTORE + 1);
 
-static std::vector<std::string> lines_of(std::string_view text) {
+std::vector<std::string> lines_of(std::string_view text) {
   std::vector<std::string> lines = split(text, "\n");
   for (std::string& line : lines) line.resize(std::min(line.find('#'), line.size()));
   return lines;
 }
+
+}  // namespace
 
 uint64_t granted_capabilities(std::string_view te, const std::string& domain) {
   uint64_t granted = 0;

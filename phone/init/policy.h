@@ -1,4 +1,4 @@
-// What of the device's SELinux policy a bench phone without SELinux can keep to.
+// The parts of the device's SELinux policy that a bench phone enforces without SELinux.
 #pragma once
 
 #include <stdint.h>
@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-// Where the phone has the sources of the device kit's policy.
+// Policy sources of the device kit, in the phone.
 constexpr const char* kPolicyFolder = "/system/etc/selinux/";
 
 constexpr uint64_t kEveryCapability = ~uint64_t{0};

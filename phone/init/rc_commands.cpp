@@ -69,7 +69,7 @@ bool do_class_stop(const Context& c) {
 }
 bool do_restorecon(const Context&) {
   return true;
-}  // no SELinux here; init.log tells that it ran
+}  // no SELinux; the call is logged in init.log
 
 constexpr struct {
   const char* name;

@@ -12,7 +12,7 @@ constexpr struct {
   const char* name;
   uid_t id;
 } kAids[] = {
-    // from the platform's fixed list, what a log daemon may name
+    // the part of the platform's fixed list that a log daemon may use
     {"root", 0},         {"daemon", 1},      {"system", 1000},   {"radio", 1001},
     {"bluetooth", 1002}, {"graphics", 1003}, {"input", 1004},    {"audio", 1005},
     {"log", 1007},       {"wifi", 1010},     {"adb", 1011},      {"media", 1013},
@@ -22,7 +22,7 @@ constexpr struct {
     {"misc", 9998},      {"nobody", 9999},   {"cache", 2001},    {"ext_data_rw", 1078},
 };
 
-// Name and argument bounds of what may stand in an action.
+// Commands of actions: name, least and most arguments.
 constexpr struct {
   const char* name;
   size_t least, most;
@@ -47,8 +47,8 @@ struct Line {
   std::vector<std::string> words;
 };
 
-// Words of one logical line: blanks separate, "..." keeps blanks, a backslash at the end of a line
-// joins the next, '#' begins a comment.
+// Splits logical lines into words: blanks separate, "..." keeps blanks, a backslash at the end of a
+// line joins the next line, '#' starts a comment.
 class Lexer {
  public:
   explicit Lexer(std::string_view text) : text_(text) {}
@@ -124,15 +124,15 @@ class Parser {
   enum class In { kNothing, kService, kAction };
   using Words = std::vector<std::string>;
 
-  // Each of these returns "" or what is wrong.
+  // Each returns "" or an error.
   std::string take(const Line& line) {
     const std::string& first = line.words[0];
     if (first == "service") return begin_service(line.words);
     if (first == "on") return begin_action(line.words);
-    if (first == "import") return "import is not supported: one file is all there is";
+    if (first == "import") return "import is not supported";
     switch (in_) {
       case In::kNothing:
-        return "\"" + first + "\" stands in no section";
+        return "\"" + first + "\" is outside of a section";
       case In::kService:
         return service_option(line.words);
       case In::kAction:
@@ -143,10 +143,10 @@ class Parser {
 
   std::string begin_service(const Words& words) {
     in_ = In::kNothing;
-    if (words.size() < 3) return "service wants a name and a program";
+    if (words.size() < 3) return "service needs a name and a program";
     if (words[2][0] != '/') return "the program of " + words[1] + " is not absolute";
     for (const RcService& service : file_.services) {
-      if (service.name == words[1]) return "service " + words[1] + " is there already";
+      if (service.name == words[1]) return "service " + words[1] + " is defined twice";
     }
     in_ = In::kService;
     RcService service;
@@ -159,7 +159,7 @@ class Parser {
   std::string begin_action(const Words& words) {
     in_ = In::kNothing;
     RcAction action;
-    if (words.size() < 2) return "on wants a trigger";
+    if (words.size() < 2) return "on needs a trigger";
     for (size_t i = 1; i < words.size(); i++) {
       if (i % 2 == 0) {
         if (words[i] != "&&") return "triggers are joined by &&, not by " + words[i];
@@ -169,11 +169,11 @@ class Parser {
       if (words[i].compare(0, kProperty.size(), kProperty) == 0) {
         const size_t equals = words[i].find('=');
         if (equals == std::string::npos || equals == kProperty.size())
-          return "a property trigger wants property:name=value";
+          return "a property trigger has the form property:name=value";
         action.properties.push_back({words[i].substr(kProperty.size(), equals - kProperty.size()),
                                      words[i].substr(equals + 1)});
       } else if (!action.event.empty()) {
-        return "two boot stages never hold at once";
+        return "an action has at most one boot stage";
       } else {
         action.event = words[i];
       }
@@ -216,7 +216,7 @@ std::string Parser::service_option(const Words& words) {
       {"socket", 3, 6},
       {"disabled", 0, 0},
       {"oneshot", 0, 0},
-      // Without meaning on a bench phone:
+      // Accepted and ignored:
       {"seclabel", 1, 1},
       {"task_profiles", 1, 8},
       {"priority", 1, 1},
@@ -262,7 +262,7 @@ std::string Parser::service_option(const Words& words) {
 // socket NAME TYPE MODE [USER [GROUP [SECLABEL]]]
 std::string Parser::read_socket(const Words& words, RcSocket* socket) {
   socket->name = words[1];
-  if (socket->name.find('/') != std::string::npos) return "a socket name holds no /";
+  if (socket->name.find('/') != std::string::npos) return "a socket name has no /";
   socket->type = words[2] == "stream"      ? SOCK_STREAM
                  : words[2] == "dgram"     ? SOCK_DGRAM
                  : words[2] == "seqpacket" ? SOCK_SEQPACKET

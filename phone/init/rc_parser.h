@@ -1,6 +1,6 @@
-// Reads Android's init language, as far as a bench phone follows it: services, actions on boot
-// stages and on properties. Strict: what init would not understand is an error, and what a bench
-// phone has no use for (SELinux labels, task profiles) is accepted by name.
+// Parses the subset of Android's init language that a bench phone supports: services, actions on
+// boot stages and on properties. Strict: what init would reject is an error; SELinux labels, task
+// profiles and the like are accepted and ignored.
 #pragma once
 
 #include <sys/types.h>
@@ -38,8 +38,7 @@ struct RcCommand {
   std::vector<std::string> words;
 };
 
-// Runs at the boot stage `event` ("": at none) and whenever one of `properties` is set and all
-// hold.
+// Runs at the boot stage `event` ("": none) and whenever one of `properties` is set and all match.
 struct RcAction {
   std::string event;
   std::vector<RcProperty> properties;
@@ -61,15 +60,16 @@ bool lookup_aid(std::string_view name, uid_t* id);
 // An octal mode of at most 07777.
 bool parse_mode(std::string_view text, mode_t* mode);
 
-// True when setting `key` to `value` starts the action's property part; `get` tells the others.
+// True when setting `key` to `value` fires the action's property trigger; `get` returns the other
+// properties.
 template <typename Get>
 bool property_trigger_fires(const RcAction& action, std::string_view key, std::string_view value,
                             Get get) {
   bool concerned = false;
   for (const RcProperty& property : action.properties) {
     const bool this_one = property.key == key;
-    const std::string held = this_one ? std::string(value) : get(property.key);
-    if (property.value != "*" ? held != property.value : held.empty()) return false;
+    const std::string current = this_one ? std::string(value) : get(property.key);
+    if (property.value != "*" ? current != property.value : current.empty()) return false;
     concerned = concerned || this_one;
   }
   return concerned && action.event.empty();

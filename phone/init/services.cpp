@@ -17,8 +17,12 @@
 #include "phone/init/init_log.h"
 #include "phone/init/policy.h"
 
-static constexpr const char* kSocketDirectory = "/dev/socket/";
-static constexpr int kListenPollMs = 1;
+namespace {
+
+constexpr const char* kSocketDirectory = "/dev/socket/";
+constexpr int kListenPollMs = 1;
+
+}  // namespace
 
 int64_t boot_time_ms() {
   struct timespec now;
@@ -36,8 +40,10 @@ void init_complain(const std::string& text) {
   (void)!write(STDERR_FILENO, line.data(), line.size());
 }
 
-static std::vector<pid_t> marked_processes(const std::string& name) {
-  // Entries of /proc/PID/environ end with NUL; the marker may stand first or behind another entry.
+namespace {
+
+std::vector<pid_t> marked_processes(const std::string& name) {
+  // Entries of /proc/PID/environ end with NUL; the marker may be the first one or a later one.
   const std::string entry = std::string(kServiceMarker) + "=" + name + '\0';
   std::vector<pid_t> marked;
   DIR* proc = opendir("/proc");
@@ -53,12 +59,13 @@ static std::vector<pid_t> marked_processes(const std::string& name) {
   return marked;
 }
 
+}  // namespace
+
 int kill_leftovers(const std::string& name) {
-  // A process that is just being replaced by exec shows no environment, so one look that finds
-  // nobody is not enough.
-  constexpr int kRounds = 200, kCleanLooks = 2;
+  // A process in exec shows no environment, so one clean scan is not enough.
+  constexpr int kRounds = 200, kCleanScans = 2;
   int kills = 0;
-  for (int round = 0, clean = 0; round < kRounds && clean < kCleanLooks; round++) {
+  for (int round = 0, clean = 0; round < kRounds && clean < kCleanScans; round++) {
     const std::vector<pid_t> marked = marked_processes(name);
     clean = marked.empty() ? clean + 1 : 0;
     for (const pid_t pid : marked) {
@@ -90,7 +97,7 @@ Services::State* Services::find(const std::string& name) {
   return nullptr;
 }
 
-// As Android shows it: init.svc.NAME and init.svc_debug_pid.NAME.
+// Publishes the state as Android does: init.svc.NAME and init.svc_debug_pid.NAME.
 void Services::show(const State& state, const char* word) {
   properties_->set(("init.svc." + state.service.name).c_str(), word);
   properties_->set(("init.svc_debug_pid." + state.service.name).c_str(),
@@ -157,16 +164,18 @@ bool Services::make_sockets(State* state, std::vector<std::string>* environment)
   return true;
 }
 
-static std::vector<char*> pointers(const std::vector<std::string>& texts) {
+namespace {
+
+std::vector<char*> pointers(const std::vector<std::string>& texts) {
   std::vector<char*> all;
   for (const std::string& text : texts) all.push_back(const_cast<char*>(text.c_str()));
   all.push_back(nullptr);
   return all;
 }
 
-// From the next exec on this process and its children have no more than `granted`: a program that
-// root executes gets what is inheritable and what is in the bounding set.
-static bool limit_capabilities(uint64_t granted) {
+// From the next exec on, this process and its children have at most `granted`: a program that root
+// executes gets the inheritable and the bounding set.
+bool limit_capabilities(uint64_t granted) {
   __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
   __user_cap_data_struct sets[2];
   if (syscall(SYS_capget, &header, sets) != 0) return false;
@@ -179,10 +188,10 @@ static bool limit_capabilities(uint64_t granted) {
   return true;
 }
 
-// In the service's process: what Android's init sets up before it execs.
-[[noreturn]] static void become_service(const RcService& service, uint64_t capabilities,
-                                        const std::vector<Fd>& sockets,
-                                        const std::vector<std::string>& environment) {
+// In the service's process: the state in which Android's init executes a service.
+[[noreturn]] void become_service(const RcService& service, uint64_t capabilities,
+                                 const std::vector<Fd>& sockets,
+                                 const std::vector<std::string>& environment) {
   sigset_t none;
   sigemptyset(&none);
   sigprocmask(SIG_SETMASK, &none, nullptr);
@@ -204,6 +213,8 @@ static bool limit_capabilities(uint64_t granted) {
   _exit(127);
 }
 
+}  // namespace
+
 bool Services::run(State* state) {
   state->wanted = true;
   if (state->pid > 0) return true;
@@ -224,10 +235,14 @@ bool Services::run(State* state) {
   return true;
 }
 
-static std::string status_text(int status) {
+namespace {
+
+std::string status_text(int status) {
   return WIFEXITED(status) ? "status " + std::to_string(WEXITSTATUS(status))
                            : "signal " + std::to_string(WTERMSIG(status));
 }
+
+}  // namespace
 
 bool Services::exited(pid_t pid, int status) {
   for (State& state : states_) {
@@ -266,7 +281,7 @@ void Services::tick() {
       listen = listen && accepts != 0;
     }
     if (!listen) continue;
-    // From here on only the service holds its sockets: when it dies, clients are refused.
+    // Close our copies: when the service dies, clients are refused.
     state.listening.clear();
     state.listened = true;
     init_log("listening " + state.service.name + " " + std::to_string(state.pid));

@@ -3,7 +3,6 @@
 
 #include <stdint.h>
 
-#include <map>
 #include <string>
 #include <vector>
 
@@ -12,38 +11,38 @@
 #include "phone/util.h"
 #include "platform/linux/property_area.h"
 
-// A service that died is started again at once, but not sooner than this after its last start.
+// A dead service is restarted at once, but not sooner than this after its last start.
 constexpr int64_t kRestartPeriodMs = 5000;
 
-// In the environment of everything that a service starts: tells what a dead service left behind.
-// Parentage cannot (orphans become init's, whoever started them), nor can process groups and
-// sessions (workers make their own); the environment is kept across fork and exec. Android asks the
-// service's cgroup, which a user namespace does not get.
+// In the environment of every descendant of a service, to find what a dead service left behind.
+// Parentage does not tell (orphans become init's), nor do process groups and sessions (workers make
+// their own); the environment survives fork and exec. Android uses the service's cgroup, which a
+// user namespace does not get.
 constexpr const char* kServiceMarker = "BENCH_SERVICE";
 
 int64_t boot_time_ms();
 
 class Services {
  public:
-  // `environment` is what every service gets beside its sockets and its marker. With
-  // `keeps_to_policy` a service of which kPolicyFolder has a NAME.te runs with the capabilities
-  // that this grants; any other has them all.
+  // `environment`: for every service, besides its sockets and its marker. With `keeps_to_policy` a
+  // service NAME with a NAME.te in kPolicyFolder gets only the capabilities granted there; any
+  // other gets all.
   Services(std::vector<RcService> services, std::vector<std::string> environment,
            PropertyArea* properties, bool keeps_to_policy);
 
   void start_class(const std::string& klass);
   void stop_class(const std::string& klass);
   // False when there is no such service. Starting a running one does nothing; stopping kills it and
-  // what it started, and keeps it down until it is started by name.
+  // what it started; it stays stopped until started by name.
   bool start(const std::string& name);
   bool stop(const std::string& name);
   bool restart(const std::string& name);
 
-  // Tells that `pid` was reaped. False when it is no service.
+  // Call when `pid` was reaped. False when it is no service.
   bool exited(pid_t pid, int status);
-  // Starts what is due, and looks who listens by now.
+  // Starts what is due, and checks which services listen.
   void tick();
-  // Milliseconds until tick() has something to do; -1: nothing.
+  // Milliseconds until tick() is due; -1: never.
   int next_tick_ms() const;
   // True once every started service has listened on all its sockets.
   bool all_listen() const;
@@ -57,7 +56,7 @@ class Services {
     int64_t due_ms = -1;        // when it will be started again; -1: not waiting
     bool wanted = false;        // started and not stopped since
     bool listened = false;      // since the phone booted
-    std::vector<Fd> listening;  // ours until the service listens, then closed
+    std::vector<Fd> listening;  // our copies, closed once the service listens
   };
 
   State* find(const std::string& name);

@@ -1,5 +1,5 @@
-// How `finger` tells the input supervisor what to plug and what to send: one request and one reply
-// per message on a SOCK_SEQPACKET socket.
+// The protocol between `finger` and the input supervisor: one request and one reply per message on
+// a SOCK_SEQPACKET socket.
 #pragma once
 
 #include <stdint.h>
@@ -19,21 +19,21 @@ inline bool operator==(const InputEvent& a, const InputEvent& b) {
 enum class InputOp : uint32_t {
   kPlug,    // makes the node; EEXIST when it is there
   kUnplug,  // hangs up, then removes the node, as the kernel does
-  kHangUp,  // hangs up only: what a program sees that is late with the removal
-  kSend,    // queues the events for everybody who has the device open
-  kTear,    // sends half an event, as no healthy driver does
-  kDrain,   // replies once they have read all of it
-  kList,    // the reply's text is a line per device: node, readers, name
+  kHangUp,  // hangs up only, as a program sees it before the node is removed
+  kSend,    // queues the events for every reader of the device
+  kTear,    // sends half an event, like a broken driver
+  kDrain,   // replies once every reader has read everything
+  kList,    // the reply's text has a line per device: node, readers, name
 };
 
 // Flags of kPlug.
 constexpr uint32_t kWithoutClock = 1;  // refuses EVIOCSCLOCKID
-constexpr uint32_t kReadableEnd = 2;   // polls readable after it hung up, as a kernel's device does
-                                       // while there are events that nobody has read
+constexpr uint32_t kReadableEnd = 2;   // polls readable after a hang-up, as a
+                                       // kernel device with unread events does
 
 constexpr uint32_t kMaxEventsPerRequest = 1024;
 
-// Texts end with NUL. An empty name, location or unique id is one that the device does not have.
+// Texts end with NUL. An empty name, location or unique id: the device has none.
 struct InputRequest {
   InputOp op;
   uint32_t flags;
@@ -46,5 +46,5 @@ struct InputRequest {
 
 struct InputReply {
   int32_t result;   // 0 or an errno value
-  char text[4092];  // as much of it as is needed is sent
+  char text[4092];  // only the used part is sent
 };

@@ -16,10 +16,15 @@
 
 #include <algorithm>
 
-static constexpr gid_t kAidInput = 1004;
-static constexpr int kDrainPollMs = 1;
-static constexpr size_t kTidyAbove = 1 << 20;   // bytes of a queue that its reader has by now
-static constexpr size_t kLostAbove = 64 << 20;  // what is sent to one that does not read at all
+namespace {
+
+constexpr gid_t kAidInput = 1004;
+constexpr int kDrainPollMs = 1;
+constexpr size_t kEraseAbove = 1 << 20;  // bytes already moved; more are erased from the queue
+// Bytes queued for a reader that does not read; more are dropped.
+constexpr size_t kQueueLimit = 64 << 20;
+
+}  // namespace
 
 int listen_for_input_requests() {
   struct sockaddr_un address = {};
@@ -32,24 +37,29 @@ int listen_for_input_requests() {
   return fd.release();
 }
 
-// Reads at most `size` bytes of another process; less at the end of its mapping. -1 with errno.
-static ssize_t read_memory(pid_t pid, uint64_t address, void* to, size_t size) {
+namespace {
+
+// Reads up to `size` bytes of another process's memory, fewer at the end of a mapping. -1 with
+// errno.
+ssize_t read_memory(pid_t pid, uint64_t address, void* to, size_t size) {
   Fd memory(open(("/proc/" + std::to_string(pid) + "/mem").c_str(), O_RDONLY | O_CLOEXEC));
   return pread(memory.get(), to, size, static_cast<off_t>(address));
 }
 
-static ssize_t write_memory(pid_t pid, uint64_t address, const void* from, size_t size) {
-  // For writing only: the filter lets this one alone, should it ever apply to us.
+ssize_t write_memory(pid_t pid, uint64_t address, const void* from, size_t size) {
+  // O_WRONLY: not subject to the filter.
   Fd memory(open(("/proc/" + std::to_string(pid) + "/mem").c_str(), O_WRONLY | O_CLOEXEC));
   return pwrite(memory.get(), from, size, static_cast<off_t>(address));
 }
 
-static ino_t inode_of(pid_t pid, uint64_t fd) {
+ino_t inode_of(pid_t pid, uint64_t fd) {
   struct stat st;
   const std::string path = "/proc/" + std::to_string(pid) + "/fd/" + std::to_string(fd);
   const bool ours = stat(path.c_str(), &st) == 0 && (S_ISFIFO(st.st_mode) || S_ISSOCK(st.st_mode));
   return ours ? st.st_ino : 0;
 }
+
+}  // namespace
 
 InputDevices::InputDevices(Fd listener, Fd control)
     : listener_(std::move(listener)), control_(std::move(control)) {
@@ -77,7 +87,7 @@ InputDevices::Reader* InputDevices::find_reader(ino_t inode, Device** device) {
   return nullptr;
 }
 
-// The process may have died, and its number may be somebody else's by now.
+// False if the process died: its pid may have been reused.
 bool InputDevices::still_waits(const seccomp_notif& asked) const {
   return ioctl(listener_.get(), SECCOMP_IOCTL_NOTIF_ID_VALID, &asked.id) == 0;
 }
@@ -100,7 +110,7 @@ void InputDevices::answer_notification() {
   } else {
     answer->val = result;
   }
-  ioctl(listener_.get(), SECCOMP_IOCTL_NOTIF_SEND, answer);  // fails when it waits no more
+  ioctl(listener_.get(), SECCOMP_IOCTL_NOTIF_SEND, answer);  // fails if the process died
 }
 
 InputDevices::Answer InputDevices::answer_open(const seccomp_notif& asked) {
@@ -113,7 +123,7 @@ InputDevices::Answer InputDevices::answer_open(const seccomp_notif& asked) {
       strncmp(path, kInputDirectory, prefix) != 0)
     return Answer::kContinue;
   Device* device = find(path + prefix);
-  if (device == nullptr) return Answer::kContinue;  // the file system says what is wrong with it
+  if (device == nullptr) return Answer::kContinue;  // the file system gives the error
   int ends[2];
   const bool readable_end = (device->description.flags & kReadableEnd) != 0;
   if ((readable_end ? socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends)
@@ -128,17 +138,18 @@ InputDevices::Answer InputDevices::answer_open(const seccomp_notif& asked) {
   reader.inode = st.st_ino;
   struct seccomp_notif_addfd handed = {};
   handed.id = asked.id;
-  handed.flags = SECCOMP_ADDFD_FLAG_SEND;  // the new number is the system call's result
+  handed.flags = SECCOMP_ADDFD_FLAG_SEND;  // the system call returns the new descriptor
   handed.srcfd = static_cast<uint32_t>(opened.get());
   handed.newfd_flags = static_cast<uint32_t>(asked.data.args[2]) & O_CLOEXEC;
   if (ioctl(listener_.get(), SECCOMP_IOCTL_NOTIF_ADDFD, &handed) >= 0)
     device->readers.push_back(std::move(reader));
   else if (errno == EMFILE)
-    return Answer::kContinue;  // the file system cannot give it a descriptor either
+    return Answer::kContinue;  // the real open() fails with EMFILE too
   return Answer::kDone;
 }
 
-// As the kernel: the text with its NUL, cut to the size of the buffer; returns what was copied.
+// As the kernel does: copies the text with its NUL, cut to the buffer's size; returns the size
+// copied.
 int64_t InputDevices::give_text(const seccomp_notif& asked, const char* text) {
   if (text[0] == '\0') return -ENOENT;
   const size_t room = _IOC_SIZE(static_cast<uint32_t>(asked.data.args[1]));
@@ -179,7 +190,7 @@ InputDevices::Answer InputDevices::answer_request(const seccomp_notif& asked, in
 
 int InputDevices::plug(const InputRequest& request) {
   if (find(request.node) != nullptr) return EEXIST;
-  // Known before it can be seen: whoever watches the directory opens it at once.
+  // Register before the node appears: a watcher of the directory opens it at once.
   devices_.push_back({request, {}});
   const std::string path = std::string(kInputDirectory) + request.node;
   Fd node(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0660));
@@ -192,10 +203,10 @@ int InputDevices::plug(const InputRequest& request) {
   return error;
 }
 
-// Each reader gets the event with the time of its own clock.
+// Each reader gets the time of its own clock.
 void InputDevices::send(Device* device, const InputEvent* events, uint32_t count) {
   for (Reader& reader : device->readers) {
-    if (reader.queue.size() > kLostAbove) continue;
+    if (reader.queue.size() > kQueueLimit) continue;
     struct timespec now;
     clock_gettime(reader.clock, &now);
     for (uint32_t i = 0; i < count; i++) {
@@ -211,11 +222,11 @@ void InputDevices::send(Device* device, const InputEvent* events, uint32_t count
   device->readers.remove_if([](Reader& reader) { return !flush(&reader); });
 }
 
-// Moves whole events into the pipe. False when nobody reads there any more.
+// Moves whole events into the pipe. False when the reader is gone.
 bool InputDevices::flush(Reader* reader) {
   bool alive = true;
-  while (!reader->has_read_queue()) {
-    // Up to PIPE_BUF a write is all or nothing, so that no reader ever sees half an event.
+  while (!reader->queue_moved()) {
+    // Writes up to PIPE_BUF are atomic: no reader sees half an event.
     constexpr size_t kWhole = PIPE_BUF / sizeof(struct input_event) * sizeof(struct input_event);
     const size_t size = std::min(kWhole, reader->queue.size() - reader->moved);
     const ssize_t written = write(reader->end.get(), reader->queue.data() + reader->moved, size);
@@ -225,7 +236,7 @@ bool InputDevices::flush(Reader* reader) {
     }
     reader->moved += static_cast<size_t>(written);
   }
-  if (reader->has_read_queue() || reader->moved > kTidyAbove) {
+  if (reader->queue_moved() || reader->moved > kEraseAbove) {
     reader->queue.erase(0, reader->moved);
     reader->moved = 0;
   }
@@ -235,9 +246,9 @@ bool InputDevices::flush(Reader* reader) {
 bool InputDevices::has_read_all(const Device& device) {
   return std::all_of(device.readers.begin(), device.readers.end(), [](const Reader& reader) {
     int unread = 0, unsent = 0;
-    ioctl(reader.end.get(), FIONREAD, &unread);  // of a pipe
-    ioctl(reader.end.get(), SIOCOUTQ, &unsent);  // of a socket
-    return reader.has_read_queue() && unread == 0 && unsent == 0;
+    ioctl(reader.end.get(), FIONREAD, &unread);  // a pipe
+    ioctl(reader.end.get(), SIOCOUTQ, &unsent);  // a socket
+    return reader.queue_moved() && unread == 0 && unsent == 0;
   });
 }
 
@@ -273,13 +284,17 @@ void InputDevices::accept_connection() {
   if (fd.ok()) connections_.push_back({std::move(fd), ""});
 }
 
-static void reply(int fd, int result, const std::string& text) {
+namespace {
+
+void reply(int fd, int result, const std::string& text) {
   InputReply message = {};
   message.result = result;
   const size_t length = std::min(text.size(), sizeof message.text - 1);
   memcpy(message.text, text.data(), length);
   send(fd, &message, offsetof(InputReply, text) + length + 1, MSG_NOSIGNAL);
 }
+
+}  // namespace
 
 bool InputDevices::serve(Connection* connection) {
   struct {
@@ -324,14 +339,13 @@ void InputDevices::run() {
       drains = drains || !connection.draining.empty();
     }
     for (const Device& device : devices_) {
-      // A reader that is gone shows as an error, which needs no asking for.
+      // POLLERR, reported without request: the reader is gone.
       for (const Reader& reader : device.readers)
         polled.push_back(
-            {reader.end.get(), static_cast<short>(reader.has_read_queue() ? 0 : POLLOUT), 0});
+            {reader.end.get(), static_cast<short>(reader.queue_moved() ? 0 : POLLOUT), 0});
     }
     if (poll(polled.data(), polled.size(), drains ? kDrainPollMs : -1) < 0) continue;
-    // Readers and connections come and go while they are served, so this part is done in the order
-    // of the lists, before anything new.
+    // polled[] is in the order of the lists: evaluate it before serving changes them.
     size_t at = 2;
     std::vector<Connection*> asking;
     for (Connection& connection : connections_) {

@@ -1,4 +1,4 @@
-// The devices of the input supervisor: answers the filter's notifications and `finger`'s requests.
+// The devices of the input supervisor. Answers the filter's notifications and `finger`'s requests.
 #pragma once
 
 #include <linux/seccomp.h>
@@ -13,7 +13,7 @@
 #include "phone/input/control.h"
 #include "phone/util.h"
 
-// The socket that `finger` connects to, -1 with errno.
+// The listening socket for `finger`; -1 with errno.
 int listen_for_input_requests();
 
 class InputDevices {
@@ -27,21 +27,21 @@ class InputDevices {
  private:
   // One open() of a device.
   struct Reader {
-    Fd end;                            // for writing; the opener has the other one
-    ino_t inode = 0;                   // of the other one: tells whose a descriptor is
-    clockid_t clock = CLOCK_REALTIME;  // of the time stamps, as the kernel's devices begin
-    std::string queue;                 // what the pipe had no room for,
-    size_t moved = 0;                  // behind what has been moved into it since
-    bool has_read_queue() const { return moved == queue.size(); }
+    Fd end;                            // write end; the opener has the read end
+    ino_t inode = 0;                   // of the read end: identifies a descriptor of the opener
+    clockid_t clock = CLOCK_REALTIME;  // of the time stamps; the kernel's default
+    std::string queue;                 // events that did not fit into the pipe,
+    size_t moved = 0;                  // and how many bytes of them have been moved into it since
+    bool queue_moved() const { return moved == queue.size(); }
   };
   struct Device {
     InputRequest description;
     std::list<Reader> readers;
   };
-  // A connected `finger`. It waits for the reply, so there is one request at a time.
+  // A connected `finger`. It waits for each reply: one request at a time.
   struct Connection {
     Fd fd;
-    std::string draining;  // the node whose readers it waits for
+    std::string draining;  // the node that it drains; "": none
   };
   enum class Answer { kContinue, kResult, kDone };
 
@@ -66,7 +66,7 @@ class InputDevices {
   void end_drains();
 
   Fd listener_, control_;
-  std::vector<char> asked_, answer_;  // the kernel tells how large they are
+  std::vector<char> asked_, answer_;  // sized as the kernel says
   std::list<Device> devices_;
   std::list<Connection> connections_;
 };

@@ -1,4 +1,4 @@
-// finger: plugs input devices into the bench phone and moves fingers on them.
+// finger: plugs virtual input devices into the bench phone and sends touch events from them.
 #include <errno.h>
 #include <stddef.h>
 #include <stdio.h>
@@ -8,36 +8,35 @@
 #include <time.h>
 
 #include <algorithm>
-#include <iterator>
 
 #include "phone/input/control.h"
 #include "phone/input/touch_sequences.h"
 #include "phone/util.h"
 
-static constexpr const char* kUsage = R"(usage: finger COMMAND ARGUMENTS...
-       finger              reads such commands from its input, one a line; '#' begins a comment
+namespace {
 
-A phone that was booted with --input has no input device but those that this plugs in.
+constexpr const char* kUsage = R"(usage: finger COMMAND ARGUMENTS...
+       finger              reads commands from standard input, one per line; '#' starts a comment
+
+A phone booted with --input has exactly the input devices plugged in here.
 
   plug NODE NAME [LOCATION [UNIQUE_ID]]   makes /dev/input/NODE
-  plug-without-clock NODE NAME            the same, but it refuses to change its clock
+  plug-without-clock NODE NAME            the same, but EVIOCSCLOCKID fails
   plug-readable-end NODE NAME             the same, but after a hang-up it polls readable
   unplug NODE                             hangs up and removes the node
   hangup NODE                             hangs up and leaves the node
   list                                    node, number of readers, name of every device
   tap NODE X Y
   swipe NODE X1 Y1 X2 Y2 STEPS
-  fingers NODE COUNT STEPS                up to ten of them, side by side
+  fingers NODE COUNT STEPS                up to ten contacts, side by side
   count NODE FIRST COUNT                  events ABS_X with the values FIRST, FIRST + 1, ...
   event NODE TYPE CODE VALUE              one event: names or numbers
-  replay NODE LOG [second]                what a touch log says: at the log's own pace, or at `rate`
-  tear NODE                               half an event, as from a broken driver
+  replay NODE LOG [second]                the events of a touch log, with its own timing or at `rate`
+  tear NODE                               half an event, like a broken driver
   drain NODE                              waits until the readers have read all that was sent
-  rate N                                  from here on N events a second; 0: as fast as it goes
+  rate N                                  N events a second from here on; 0: as fast as possible
   wait MS
 )";
-
-namespace {
 
 using Words = std::vector<std::string>;
 
@@ -45,7 +44,7 @@ constexpr InputEvent kPacketEnd = {0, 0, 0};  // EV_SYN SYN_REPORT
 
 struct Session {
   Fd socket;
-  long rate = -1;  // events a second; 0: no pause; -1: not said
+  long rate = -1;  // events a second; 0: no pause; -1: not set
 };
 
 int64_t now_us() {
@@ -70,7 +69,7 @@ bool ask(Session* session, InputOp op, const std::string& node, InputRequest req
   request.op = op;
   request.count = count;
   if (node.empty() || node.size() >= sizeof request.node || node.find('/') != std::string::npos)
-    return complain("\"" + node + "\" is no name for a node");
+    return complain("\"" + node + "\" is not a node name");
   memcpy(request.node, node.c_str(), node.size() + 1);
   struct iovec parts[] = {{&request, sizeof request},
                           {const_cast<InputEvent*>(events), count * sizeof(InputEvent)}};
@@ -97,8 +96,7 @@ bool send_events(Session* session, const std::string& node, const InputEvent* ev
   return true;
 }
 
-// At the session's rate, packet by packet: a driver sends what belongs together at once. Events
-// that are no packets go one by one.
+// Sends packet by packet, as a driver does, or single events, at the session's rate.
 bool play(Session* session, const std::string& node, const InputEvents& events,
           bool packets = true) {
   if (session->rate <= 0) return send_events(session, node, events.data(), events.size());
@@ -159,7 +157,7 @@ int number(const Words& words, size_t at) {
 
 struct Command {
   const char* name;
-  size_t least, most;  // words, the command's own included
+  size_t least, most;  // words, including the command
   bool (*run)(Session*, const Words&);
 };
 
@@ -181,7 +179,7 @@ const Command kCommands[] = {
                                   std::max(1, number(w, 6))));
      }},
     {"fingers", 4, 4, [](Session* s, const Words& w) {
-       return play(s, w[1], many_fingers(number(w, 2), number(w, 3)));
+       return play(s, w[1], many_contacts(number(w, 2), number(w, 3)));
      }},
     {"count", 4, 4, [](Session* s, const Words& w) {
        return play(s, w[1], numbered(number(w, 2), number(w, 3)), false);
@@ -193,7 +191,7 @@ const Command kCommands[] = {
      }},
     {"replay", 3, 4, replay},
     {"rate", 2, 2, [](Session* s, const Words& w) {
-       return parse_number(w[1], 0, 10000000, &s->rate) || complain("rate wants a number");
+       return parse_number(w[1], 0, 10000000, &s->rate) || complain("rate needs a number");
      }},
     {"wait", 2, 2, [](Session*, const Words& w) {
        sleep_until_us(now_us() + number(w, 1) * INT64_C(1000));

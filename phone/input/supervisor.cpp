@@ -17,25 +17,39 @@
 #include "phone/util.h"
 
 #if defined(__x86_64__)
-static constexpr uint32_t kArchitecture = AUDIT_ARCH_X86_64;
+
+namespace {
+
+constexpr uint32_t kArchitecture = AUDIT_ARCH_X86_64;
+
+}  // namespace
+
 #elif defined(__aarch64__)
-static constexpr uint32_t kArchitecture = AUDIT_ARCH_AARCH64;
+
+namespace {
+
+constexpr uint32_t kArchitecture = AUDIT_ARCH_AARCH64;
+
+}  // namespace
+
 #else
-#error "which system calls make an input device here?"
+#error "no seccomp architecture for this machine"
 #endif
 
-// The requests that carry a buffer size in their number, without it.
-static constexpr uint32_t without_size(uint32_t request) {
+namespace {
+
+// An ioctl request without the buffer size in its number.
+constexpr uint32_t without_size(uint32_t request) {
   return request & ~static_cast<uint32_t>(IOCSIZE_MASK);
 }
 
-static constexpr uint32_t low_word(int argument) {
+constexpr uint32_t low_word(int argument) {
   return offsetof(struct seccomp_data, args) +
          static_cast<uint32_t>(argument) * 8;  // little-endian
 }
 
 // Returns the listener of the new filter, -1 with errno.
-static int install_filter() {
+int install_filter() {
   constexpr int kIoctl = 8, kAllow = 14, kNotify = 15;  // indices; a jump counts from the next one
   struct sock_filter code[] = {
       BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(struct seccomp_data, arch)),
@@ -62,7 +76,7 @@ static int install_filter() {
       syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER, SECCOMP_FILTER_FLAG_NEW_LISTENER, &program));
 }
 
-static bool send_fd(int socket, int fd) {
+bool send_fd(int socket, int fd) {
   char byte = 0;
   struct iovec iov = {&byte, 1};
   alignas(struct cmsghdr) char space[CMSG_SPACE(sizeof(int))] = {};
@@ -79,7 +93,7 @@ static bool send_fd(int socket, int fd) {
   return sendmsg(socket, &message, MSG_NOSIGNAL) == 1;
 }
 
-static int receive_fd(int socket) {
+int receive_fd(int socket) {
   char byte;
   struct iovec iov = {&byte, 1};
   alignas(struct cmsghdr) char space[CMSG_SPACE(sizeof(int))];
@@ -96,11 +110,11 @@ static int receive_fd(int socket) {
   return fd;
 }
 
-// The child's whole life. It is not under the filter: what it opens would wait for itself.
-[[noreturn]] static void supervise(int parent) {
+// The child's body. It is not under the filter: its own open() would wait for itself.
+[[noreturn]] void supervise(int parent) {
   prctl(PR_SET_NAME, "input-devices");
   signal(SIGPIPE, SIG_IGN);  // a reader that ended
-  dup2(parent, 3);           // everything else that init had open is none of its business
+  dup2(parent, 3);           // descriptors inherited from init are closed
   close_range(4, ~0u, 0);
   Fd control(listen_for_input_requests());
   Fd listener(control.ok() ? receive_fd(3) : -1);
@@ -110,6 +124,8 @@ static int receive_fd(int socket) {
   devices.run();
   _exit(0);
 }
+
+}  // namespace
 
 pid_t start_input_supervisor() {
   int ends[2];

@@ -9,41 +9,41 @@
 
 namespace {
 
-constexpr int kMaxFingers = 10;
-constexpr size_t kLoggedNameLength = 20;  // the column of a log cuts a name
+constexpr int kMaxContacts = 10;
+constexpr size_t kLoggedNameLength = 20;  // names are cut to the width of the log's column
 constexpr uint16_t kNames = 0x300;        // above every code
 
 void packet_end(InputEvents* out) {
   out->push_back({EV_SYN, SYN_REPORT, 0});
 }
 
-void finger_at(InputEvents* out, int finger, Point at) {
-  out->push_back({EV_ABS, ABS_MT_SLOT, finger});
+void contact_at(InputEvents* out, int slot, Point at) {
+  out->push_back({EV_ABS, ABS_MT_SLOT, slot});
   out->push_back({EV_ABS, ABS_MT_POSITION_X, at.x});
   out->push_back({EV_ABS, ABS_MT_POSITION_Y, at.y});
 }
 
-void finger_down(InputEvents* out, int finger, Point at) {
-  out->push_back({EV_ABS, ABS_MT_SLOT, finger});
-  out->push_back({EV_ABS, ABS_MT_TRACKING_ID, finger});
-  if (finger == 0) out->push_back({EV_KEY, BTN_TOUCH, 1});
+void contact_down(InputEvents* out, int slot, Point at) {
+  out->push_back({EV_ABS, ABS_MT_SLOT, slot});
+  out->push_back({EV_ABS, ABS_MT_TRACKING_ID, slot});
+  if (slot == 0) out->push_back({EV_KEY, BTN_TOUCH, 1});
   out->push_back({EV_ABS, ABS_MT_POSITION_X, at.x});
   out->push_back({EV_ABS, ABS_MT_POSITION_Y, at.y});
   packet_end(out);
 }
 
-void finger_up(InputEvents* out, int finger) {
-  out->push_back({EV_ABS, ABS_MT_SLOT, finger});
+void contact_up(InputEvents* out, int slot) {
+  out->push_back({EV_ABS, ABS_MT_SLOT, slot});
   out->push_back({EV_ABS, ABS_MT_TRACKING_ID, -1});
-  if (finger == 0) out->push_back({EV_KEY, BTN_TOUCH, 0});
+  if (slot == 0) out->push_back({EV_KEY, BTN_TOUCH, 0});
   packet_end(out);
 }
 
-Point start_of(int finger) {
-  return {100 + 90 * finger, 1200};
+Point start_of(int slot) {
+  return {100 + 90 * slot, 1200};
 }
 
-// The number behind `text`, or of the name that `name_of` gives it.
+// Parses a number, or one of the names that `name_of` returns.
 template <typename NameOf>
 bool read_number_or_name(const std::string& text, NameOf name_of, long* number) {
   char* end = nullptr;
@@ -59,7 +59,7 @@ bool read_number_or_name(const std::string& text, NameOf name_of, long* number) 
   return false;
 }
 
-// Days from 0000-03-01 to a date, so that differences are right across months and leap years.
+// Days from 0000-03-01 to a date: differences are right across months and leap years.
 int64_t days_to(int year, int month, int day) {
   const int64_t y = month <= 2 ? year - 1 : year;
   const int64_t from_march = month > 2 ? month - 3 : month + 9;
@@ -70,34 +70,34 @@ int64_t days_to(int year, int month, int day) {
 
 InputEvents tap(Point at) {
   InputEvents out;
-  finger_down(&out, 0, at);
-  finger_up(&out, 0);
+  contact_down(&out, 0, at);
+  contact_up(&out, 0);
   return out;
 }
 
 InputEvents swipe(Point from, Point to, int steps) {
   InputEvents out;
-  finger_down(&out, 0, from);
+  contact_down(&out, 0, from);
   for (int step = 1; step <= steps; step++) {
-    finger_at(&out, 0,
-              {from.x + (to.x - from.x) * step / steps, from.y + (to.y - from.y) * step / steps});
+    contact_at(&out, 0,
+               {from.x + (to.x - from.x) * step / steps, from.y + (to.y - from.y) * step / steps});
     packet_end(&out);
   }
-  finger_up(&out, 0);
+  contact_up(&out, 0);
   return out;
 }
 
-InputEvents many_fingers(int count, int steps) {
+InputEvents many_contacts(int count, int steps) {
   constexpr int kStepLength = 10;
-  if (count > kMaxFingers) count = kMaxFingers;
+  if (count > kMaxContacts) count = kMaxContacts;
   InputEvents out;
-  for (int finger = 0; finger < count; finger++) finger_down(&out, finger, start_of(finger));
+  for (int slot = 0; slot < count; slot++) contact_down(&out, slot, start_of(slot));
   for (int step = 1; step <= steps; step++) {
-    for (int finger = 0; finger < count; finger++)
-      finger_at(&out, finger, {start_of(finger).x, start_of(finger).y - kStepLength * step});
+    for (int slot = 0; slot < count; slot++)
+      contact_at(&out, slot, {start_of(slot).x, start_of(slot).y - kStepLength * step});
     packet_end(&out);
   }
-  for (int finger = count - 1; finger >= 0; finger--) finger_up(&out, finger);
+  for (int slot = count - 1; slot >= 0; slot--) contact_up(&out, slot);
   return out;
 }
 

@@ -1,5 +1,5 @@
-// What fingers on a touch screen make a driver send, and what a touch log says was sent. Pure: no
-// device, no clock.
+// Event sequences of a touch screen's driver, and the lines of a touch log. Pure: no device, no
+// clock.
 #pragma once
 
 #include <stdint.h>
@@ -16,21 +16,21 @@ struct Point {
   int y = 0;
 };
 
-// One finger goes down at `at` and up again: two packets, each with its SYN_REPORT.
+// One contact goes down at `at` and up again: two packets, each with its SYN_REPORT.
 InputEvents tap(Point at);
 
-// One finger goes down, moves in `steps` (at least 1) packets to the other end, and up.
+// One contact goes down, moves in `steps` (at least 1) packets to the other end, and up.
 InputEvents swipe(Point from, Point to, int steps);
 
-// `count` fingers (1..10) go down one after the other, move together in `steps` packets and go up.
-InputEvents many_fingers(int count, int steps);
+// `count` contacts (1..10) go down one after the other, move together in `steps` packets and go up.
+InputEvents many_contacts(int count, int steps);
 
 // `count` events, absolute x positions `first`, first + 1, ... without the end of a packet between
-// them: a reader sees at once what is missing, doubled or out of order.
+// them: missing, doubled or swapped events show in the values.
 InputEvents numbered(int first, int count);
 
-// A type, code or value as a person writes it: a number (0x.. too), or a name; a key's value may be
-// UP, DOWN or REPEAT. A name cut to 20 characters, as logs have it, will do. False: neither.
+// Parses a type, code and value: numbers (0x.. too) or names; a key's value may be UP, DOWN or
+// REPEAT. Names cut to 20 characters, as in logs, are accepted. False: neither.
 bool read_event(const std::string& type, const std::string& code, const std::string& value,
                 InputEvent* event);
 
@@ -41,5 +41,5 @@ struct LoggedEvent {
   InputEvent event = {};
 };
 
-// False when the line is no event: a removed device, half a line.
+// False for other lines: a removed device, a partial line.
 bool read_log_line(const std::string& line, LoggedEvent* logged);

@@ -30,7 +30,7 @@ bool punch_log_buffer(const std::string& buffer, off_t bytes) {
   struct stat st;
   if (!fd.ok() || fstat(fd.get(), &st) != 0) return false;
   const off_t first = lseek(fd.get(), 0, SEEK_DATA);
-  if (first < 0) return errno == ENXIO;  // nothing but a hole
+  if (first < 0) return errno == ENXIO;  // only a hole
   const off_t end = bytes < 0 ? st.st_size : std::min(first + bytes, st.st_size);
   if (end == first) return true;
   return fallocate(fd.get(), FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, first, end - first) == 0;
@@ -38,7 +38,7 @@ bool punch_log_buffer(const std::string& buffer, off_t bytes) {
 
 void cut_log_buffers() {
   for (const char* buffer : kLogBuffers) {
-    const off_t held = log_buffer_bytes(buffer);
-    if (held > kLogBufferLimit) punch_log_buffer(buffer, held - kLogBufferLimit / 2);
+    const off_t bytes = log_buffer_bytes(buffer);
+    if (bytes > kLogBufferLimit) punch_log_buffer(buffer, bytes - kLogBufferLimit / 2);
   }
 }

@@ -1,4 +1,4 @@
-// One log line on its way from a buffer to a logcat's output.
+// One log entry, between a buffer and a logcat's output.
 #pragma once
 
 #include <stdint.h>
@@ -17,9 +17,9 @@ struct LogEntry {
   std::string message;
 };
 
-constexpr char kPriorityLetters[] = "??VDIWEFS";  // by priority; 0 and 1 are never written
+constexpr char kPriorityLetters[] = "??VDIWEFS";  // by priority; 0 and 1 are unused
 
-// 2..8, or 0 for no priority's letter. Either case.
+// The priority 2..8 of a letter in either case; 0 for any other.
 constexpr int priority_of_letter(char letter) {
   const char upper = letter >= 'a' && letter <= 'z' ? static_cast<char>(letter - 32) : letter;
   for (int priority = 2; priority <= 8; priority++) {

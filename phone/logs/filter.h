@@ -8,10 +8,10 @@
 
 class LogFilter {
  public:
-  // One argument; may hold several expressions between blanks or commas. A tag alone means all
-  // of its lines ("TAG:V"), "*" alone means "*:D". False for what is neither.
+  // Adds one argument: expressions between blanks or commas. A tag alone means "TAG:V", "*" alone
+  // "*:D". False for anything else.
   bool add(std::string_view argument);
-  // -s: nothing but what a expression lets through.
+  // -s: hide what no expression shows.
   void silence() { others_ = kSilent; }
   bool empty() const { return tags_.empty(); }
 
@@ -19,6 +19,6 @@ class LogFilter {
 
  private:
   static constexpr int kVerbose = 2, kDebug = 3, kSilent = 8;
-  int others_ = kVerbose;                          // the least priority of tags not named
-  std::vector<std::pair<std::string, int>> tags_;  // the last one for a tag wins
+  int others_ = kVerbose;                          // least priority of other tags
+  std::vector<std::pair<std::string, int>> tags_;  // the last row of a tag counts
 };

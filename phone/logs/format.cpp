@@ -1,13 +1,16 @@
 #include "phone/logs/format.h"
 
 #include <stdio.h>
-#include <string.h>
 #include <time.h>
 
 #include "phone/util.h"
 
+namespace {
+
 constexpr int64_t kSecond = 1000000000;
 constexpr int64_t kDay = 86400 * kSecond;
+
+}  // namespace
 
 bool set_log_format(const std::string& argument, LogFormat* format) {
   static constexpr struct {
@@ -41,7 +44,9 @@ bool set_log_format(const std::string& argument, LogFormat* format) {
   return true;
 }
 
-static std::string time_text(const LogEntry& entry, const LogFormat& format) {
+namespace {
+
+std::string time_text(const LogEntry& entry, const LogFormat& format) {
   const time_t seconds = entry.time_ns / kSecond;
   const long nanoseconds = entry.time_ns % kSecond;
   struct tm local;
@@ -55,8 +60,8 @@ static std::string time_text(const LogEntry& entry, const LogFormat& format) {
   return std::string(text, length);
 }
 
-// What stands before each line of the message; the widths are logcat's.
-static std::string prefix_of(const LogEntry& entry, const LogFormat& format) {
+// The prefix of each line; widths are logcat's.
+std::string prefix_of(const LogEntry& entry, const LogFormat& format) {
   const char letter = kPriorityLetters[entry.priority];
   char uid[16] = "", text[128];
   if (format.uid) snprintf(uid, sizeof uid, "%5u:", entry.uid);
@@ -96,6 +101,8 @@ static std::string prefix_of(const LogEntry& entry, const LogFormat& format) {
   }
   return prefix + (format.layout == LogFormat::kLong ? " ]\n" : ": ");
 }
+
+}  // namespace
 
 std::string format_entry(const LogEntry& entry, const LogFormat& format) {
   const std::string prefix = prefix_of(entry, format);

@@ -11,14 +11,18 @@
 #include "phone/util.h"
 #include "platform/linux/log_record.h"
 
-static constexpr const char* kKmsg = "/dev/kmsg";
-constexpr size_t kRecordMax = 8192;  // the kernel's own limit, CONSOLE_EXT_LOG_MAX
+namespace {
 
-static int64_t clock_ns(clockid_t clock) {
+constexpr const char* kKmsg = "/dev/kmsg";
+constexpr size_t kRecordMax = 8192;  // the kernel's CONSOLE_EXT_LOG_MAX
+
+int64_t clock_ns(clockid_t clock) {
   struct timespec now;
   clock_gettime(clock, &now);
   return now.tv_sec * INT64_C(1000000000) + now.tv_nsec;
 }
+
+}  // namespace
 
 bool parse_kmsg(std::string_view record, int64_t offset_ns, LogEntry* entry) {
   // By the kernel's level: emergency, alert, critical, error, warning, notice, info, debug.
@@ -30,7 +34,7 @@ bool parse_kmsg(std::string_view record, int64_t offset_ns, LogEntry* entry) {
   if (sscanf(std::string(record.substr(0, text_at)).c_str(), "%u,%llu,%llu", &level, &number,
              &microseconds) != 3)
     return false;
-  // Lines after the first are key=value notes for machines.
+  // Lines after the first are key=value pairs.
   std::string_view text = record.substr(text_at + 1);
   text = text.substr(0, text.find('\n'));
   const size_t colon = text.find(": ");
@@ -44,10 +48,12 @@ bool parse_kmsg(std::string_view record, int64_t offset_ns, LogEntry* entry) {
   return true;
 }
 
-static std::string log_record(const LogEntry& entry) {
+namespace {
+
+std::string log_record(const LogEntry& entry) {
   constexpr int64_t kSecond = 1000000000;
   std::string payload = entry.tag + '\0' + entry.message;
-  payload.resize(std::min(payload.size(), kLogPayloadMax - 1) + 1);  // with its NUL
+  payload.resize(std::min(payload.size(), kLogPayloadMax - 1) + 1);  // with the NUL
   LogRecord record = {};
   record.magic = kLogRecordMagic;
   record.size = static_cast<uint16_t>(payload.size());
@@ -57,6 +63,8 @@ static std::string log_record(const LogEntry& entry) {
   payload.resize((payload.size() + 3) & ~size_t{3});
   return std::string(reinterpret_cast<const char*>(&record), sizeof record) + payload;
 }
+
+}  // namespace
 
 void copy_kmsg() {
   const Fd kmsg(open(kKmsg, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
@@ -71,14 +79,14 @@ void copy_kmsg() {
       poll(&readable, 1, -1);
       continue;
     }
-    if (n < 0 && (errno == EPIPE || errno == EINTR)) continue;  // overwritten before it was read
+    if (n < 0 && (errno == EPIPE || errno == EINTR))
+      continue;  // EPIPE: overwritten before it was read
     if (n <= 0) return;
     const int64_t now = clock_ns(CLOCK_REALTIME);
     LogEntry entry;
     if (!parse_kmsg({record, static_cast<size_t>(n)}, now - clock_ns(CLOCK_MONOTONIC), &entry))
       continue;
-    // The kernel's clock drifts from the others: a line behind its time would be taken for one that
-    // a file has already.
+    // The kernel's clock drifts: an older time would make a resuming logcat skip the line.
     entry.time_ns = live ? now : std::min(entry.time_ns, now);
     const std::string copy = log_record(entry);
     (void)!write(buffer.get(), copy.data(), copy.size());

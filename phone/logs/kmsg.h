@@ -1,4 +1,4 @@
-// The kernel's log, as Android's log daemon hands it out.
+// Copies the kernel log into the buffer "kernel".
 #pragma once
 
 #include <stdint.h>
@@ -7,12 +7,11 @@
 
 #include "phone/logs/entry.h"
 
-// Turns one record of /dev/kmsg ("PRIORITY,SEQUENCE,MICROSECONDS,FLAGS;TEXT\n...") into an entry.
-// The text before the first ": " becomes the tag. `offset_ns` is what turns the kernel's clock into
-// real time. False for a broken record.
+// Parses one record of /dev/kmsg ("PRIORITY,SEQUENCE,MICROSECONDS,FLAGS;TEXT\n..."). The text
+// before the first ": " becomes the tag. `offset_ns` is added to the kernel's time. False for a
+// broken record.
 bool parse_kmsg(std::string_view record, int64_t offset_ns, LogEntry* entry);
 
-// Appends what the kernel has logged and logs to the buffer "kernel", for good: init's thread for
-// it. Reading takes CAP_SYSLOG, which readers of the buffer need not have. Returns at once where
-// /dev/kmsg cannot be read.
+// Appends the kernel's past and future records to the buffer "kernel"; runs in a thread of init,
+// because reading needs CAP_SYSLOG. Returns only where /dev/kmsg cannot be read.
 void copy_kmsg();

@@ -1,5 +1,5 @@
-// log [-t TAG] [-p v|d|i|w|e] [-b BUFFER] [-n COUNT] MESSAGE...: writes log records. -n repeats the
-// message COUNT times with a running number, to make a lot of traffic cheaply.
+// log [-t TAG] [-p v|d|i|w|e] [-b BUFFER] [-n COUNT] MESSAGE...: writes log records; with -n COUNT
+// records, numbered.
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -9,10 +9,14 @@
 #include "platform/linux/bench_phone.h"
 #include "platform/linux/log_record.h"
 
-static int usage() {
+namespace {
+
+int usage() {
   fprintf(stderr, "usage: log [-t TAG] [-p v|d|i|w|e|f] [-b BUFFER] [-n COUNT] MESSAGE...\n");
   return 1;
 }
+
+}  // namespace
 
 int main(int argc, char** argv) {
   require_bench_phone();

@@ -1,11 +1,10 @@
 // logcat and vesk of a bench phone: show, follow, clear and measure the phone's log buffers, with
 // the options, output format and rotation of the real tool.
 //
-// For tests, properties make one misbehave: bench.logcat.BUFFER.ignore_term (1: SIGTERM does
-// nothing), bench.logcat.BUFFER.exit_after_ms (ends by itself, with
-// bench.logcat.BUFFER.exit_status); without "BUFFER." they hold for every logcat. A logcat takes
-// those of the buffers it reads. bench.logcat.exit_pid ends the running logcat with that pid in the
-// same way, while another in its place goes on. What the real one does with its file can be
+// Tests control it with properties: bench.logcat.BUFFER.ignore_term (1: SIGTERM does nothing),
+// bench.logcat.BUFFER.exit_after_ms (exits by itself, with bench.logcat.BUFFER.exit_status);
+// without "BUFFER." they apply to every logcat, else to those that read the buffer.
+// bench.logcat.exit_pid ends only the logcat with that pid. The real tool's file handling is
 // switched off in the same way: preallocate, buffer, private_mode, go_on (0).
 #include <fcntl.h>
 #include <poll.h>
@@ -40,8 +39,9 @@ int64_t clock_ns(clockid_t clock) {
   return now.tv_sec * INT64_C(1000000000) + now.tv_nsec;
 }
 
-// The first of the buffers' knobs that is set, else the one for all; `unset` when none is.
-long knob(const LogcatOptions& options, const char* name, long unset) {
+// The value of the first of the buffers' properties that is set, else of the one for all; `unset`
+// when none is.
+long control(const LogcatOptions& options, const char* name, long unset) {
   PropertyArea area;
   if (!area.open()) return unset;
   std::vector<std::string> keys;
@@ -55,9 +55,9 @@ long knob(const LogcatOptions& options, const char* name, long unset) {
   return unset;
 }
 
-LogFileHabits file_habits(const LogcatOptions& options) {
-  return {knob(options, "preallocate", 1) != 0, knob(options, "buffer", 1) != 0,
-          knob(options, "private_mode", 1) != 0};
+LogFileBehavior file_behavior(const LogcatOptions& options) {
+  return {control(options, "preallocate", 1) != 0, control(options, "buffer", 1) != 0,
+          control(options, "private_mode", 1) != 0};
 }
 
 // Merges the sources of all buffers, the oldest entry first.
@@ -96,9 +96,9 @@ class Logcat {
   explicit Logcat(LogcatOptions options)
       : options_(std::move(options)),
         sources_(options_.buffers),
-        habits_(file_habits(options_)),
+        behavior_(file_behavior(options_)),
         output_(options_.file, options_.rotate_kb, static_cast<int>(options_.generations),
-                habits_) {}
+                behavior_) {}
 
   int run();
 
@@ -113,48 +113,47 @@ class Logcat {
 
   LogcatOptions options_;
   Merged sources_;
-  LogFileHabits habits_;
+  LogFileBehavior behavior_;
   LogOutput output_;
-  int64_t begin_ns_ = -1;  // older entries are in the file already
+  int64_t begin_ns_ = -1;  // older entries are already in the file
   std::vector<std::string> begun_;
   std::string last_buffer_;
-  bool stubborn_ = false;
+  bool ignores_term_ = false;
   int64_t end_ns_ = INT64_MAX;  // CLOCK_MONOTONIC
   sigset_t waiting_mask_;
   PropertyArea properties_;
 };
 
-// A logcat that is started again with the same -f goes on at the time of the last line that it
-// wrote there. That line told its time in microseconds, the buffer knows nanoseconds: it comes once
-// more.
+// Resumes at the time of the last line in the file of -f. Lines have microseconds, records
+// nanoseconds: the last entry is written again.
 void Logcat::resume_after_existing_lines() {
-  if (options_.file.empty() || options_.tail != 0 || knob(options_, "go_on", 1) == 0) return;
+  if (options_.file.empty() || options_.tail != 0 || control(options_, "go_on", 1) == 0) return;
   Fd fd(open(options_.file.c_str(), O_RDONLY | O_CLOEXEC));
   struct stat st;
   if (!fd.ok() || fstat(fd.get(), &st) != 0 || !S_ISREG(st.st_mode)) return;
-  constexpr off_t kLook = 64 * 1024;  // many times the longest entry
-  std::string end(std::min(st.st_size, kLook), '\0');
+  constexpr off_t kTail = 64 * 1024;  // far longer than any entry
+  std::string end(std::min(st.st_size, kTail), '\0');
   if (pread(fd.get(), end.data(), end.size(), st.st_size - end.size()) < 0) return;
   for (const std::string& line : split(end, "\n"))
     begin_ns_ = std::max(begin_ns_, time_of_line(line, clock_ns(CLOCK_REALTIME)));
 }
 
-// SIGTERM ends a logcat that buffers, and what it holds is lost. One that does not lets it in only
-// while waiting, so that everything that was there is written. What the caller left blocked or
-// ignored stays so: the real logcat does nothing about it either.
+// With buffering SIGTERM ends it, and buffered text is lost. Without, SIGTERM is unblocked only
+// while waiting, so all earlier entries are written. A mask or SIG_IGN of the caller stays, as with
+// the real logcat.
 void Logcat::prepare_signals() {
-  stubborn_ = knob(options_, "ignore_term", 0) != 0;
-  const long exit_after_ms = knob(options_, "exit_after_ms", -1);
+  ignores_term_ = control(options_, "ignore_term", 0) != 0;
+  const long exit_after_ms = control(options_, "exit_after_ms", -1);
   if (exit_after_ms >= 0) end_ns_ = clock_ns(CLOCK_MONOTONIC) + exit_after_ms * 1000000;
-  sigset_t held_back;
-  sigemptyset(&held_back);
-  if (!habits_.buffers) sigaddset(&held_back, SIGTERM);
-  sigprocmask(SIG_BLOCK, &held_back, &waiting_mask_);
+  sigset_t blocked;
+  sigemptyset(&blocked);
+  if (!behavior_.buffers) sigaddset(&blocked, SIGTERM);
+  sigprocmask(SIG_BLOCK, &blocked, &waiting_mask_);
   struct sigaction action;
   sigaction(SIGTERM, nullptr, &action);
-  if (action.sa_handler == SIG_IGN || (habits_.buffers && !stubborn_)) return;
+  if (action.sa_handler == SIG_IGN || (behavior_.buffers && !ignores_term_)) return;
   action = {};
-  action.sa_handler = stubborn_ ? SIG_IGN : note_term;
+  action.sa_handler = ignores_term_ ? SIG_IGN : note_term;
   sigaction(SIGTERM, &action, nullptr);
 }
 
@@ -209,15 +208,14 @@ bool Logcat::is_told_to_exit() {
 }
 
 bool Logcat::follow() {
-  // Looks at the buffers' ends this often. A watch would wake us sooner, but costs the writer more
-  // than its own write, and delays our end: the kernel takes up to 20 ms to give an inotify
-  // descriptor back, and a logcat has to be gone as soon as it is told to.
-  constexpr int64_t kLookEveryNs = 10000000;
+  // Poll interval. inotify would be faster, but costs the writer more than its own write, and
+  // closing its descriptor takes the kernel up to 20 ms, which delays the exit.
+  constexpr int64_t kPollNs = 10000000;
   while (true) {
     if (!show_new()) return false;
     const int64_t left = end_ns_ - clock_ns(CLOCK_MONOTONIC);
     if (left <= 0 || g_terminated != 0 || is_told_to_exit()) return true;
-    const struct timespec limit = {0, static_cast<long>(std::min(left, kLookEveryNs))};
+    const struct timespec limit = {0, static_cast<long>(std::min(left, kPollNs))};
     if (ppoll(nullptr, 0, &limit, &waiting_mask_) < 0 && errno != EINTR) return false;
   }
 }
@@ -233,12 +231,12 @@ int Logcat::run() {
   if (!show_backlog()) return 1;
   if (options_.dump) return output_.flush() ? 0 : 1;
   if (!follow() || !output_.flush()) return 1;
-  if (g_terminated != 0) {  // everything that was there is written: die of it, as the real one does
+  if (g_terminated != 0) {  // all is written: die of the signal, as the real one does
     signal(SIGTERM, SIG_DFL);
     raise(SIGTERM);
     sigprocmask(SIG_SETMASK, &waiting_mask_, nullptr);
   }
-  return static_cast<int>(knob(options_, "exit_status", 0));
+  return static_cast<int>(control(options_, "exit_status", 0));
 }
 
 int clear(const LogcatOptions& options) {
@@ -259,11 +257,11 @@ std::string size_text(off_t bytes) {
 
 void print_sizes(const LogcatOptions& options) {
   for (const std::string& buffer : options.buffers) {
-    const std::string held = size_text(log_buffer_bytes(buffer));
+    const std::string size = size_text(log_buffer_bytes(buffer));
     printf(
         "%s: ring buffer is %s (%s consumed, %s readable), max entry is 5120 B, max payload is "
         "4068 B\n",
-        buffer.c_str(), size_text(kLogBufferLimit).c_str(), held.c_str(), held.c_str());
+        buffer.c_str(), size_text(kLogBufferLimit).c_str(), size.c_str(), size.c_str());
   }
 }
 
@@ -283,7 +281,7 @@ void print_statistics(const LogcatOptions& options) {
 
 int main(int argc, char** argv) {
   require_bench_phone();
-  char self[64] = "";  // /system/bin/logcat or /system/bin/vesk, whatever argv[0] says
+  char self[64] = "";  // /system/bin/logcat or /system/bin/vesk
   (void)!readlink("/proc/self/exe", self, sizeof self - 1);
   journal_call(self, argc, argv);
   LogcatOptions options;
@@ -295,7 +293,7 @@ int main(int argc, char** argv) {
   if (options.clear) return clear(options);
   if (options.sizes) print_sizes(options);
   if (options.statistics) print_statistics(options);
-  if (options.prune_list) puts("~! ~1000/!");  // what Android 13 ships with
+  if (options.prune_list) puts("~! ~1000/!");  // Android 13's default
   if (options.sizes || options.statistics || options.prune_list) return 0;
   return Logcat(std::move(options)).run();
 }

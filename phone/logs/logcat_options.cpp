@@ -6,10 +6,12 @@
 
 #include "phone/util.h"
 
-static constexpr const char* kNames[] = {"main",  "radio",  "events", "system",
-                                         "crash", "kernel", "stats",  "security"};
+namespace {
 
-static bool add_buffers(const std::string& argument, std::vector<std::string>* buffers) {
+constexpr const char* kNames[] = {"main",  "radio",  "events", "system",
+                                  "crash", "kernel", "stats",  "security"};
+
+bool add_buffers(const std::string& argument, std::vector<std::string>* buffers) {
   for (const std::string& name : split(argument, ",")) {
     std::vector<std::string> added = {name};
     if (name == "default") added = {"main", "system", "crash"};
@@ -23,10 +25,8 @@ static bool add_buffers(const std::string& argument, std::vector<std::string>* b
   return true;
 }
 
-namespace {
-
-// Walks the arguments as getopt does: letters may be joined ("-dv", "time"), a value may be joined
-// to its letter ("-bmain"), and filter expressions may stand anywhere.
+// Parses like getopt: letters may be joined ("-dv", "time"), a value may follow its letter
+// ("-bmain"), filter expressions may be anywhere.
 class Reader {
  public:
   Reader(const std::vector<std::string>& arguments, LogcatOptions* options, std::string* error)

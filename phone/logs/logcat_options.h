@@ -13,12 +13,12 @@ struct LogcatOptions {
   LogFilter filter;
   std::string file;  // -f; "": standard output
   long rotate_kb = 0;
-  long generations = 4;  // what logcat keeps by default
+  long generations = 4;  // logcat's default
   bool dump = false;     // -d, -t: do not follow
   long tail = 0;         // -t, -T: only the last so many entries; 0: all
   bool clear = false;
   bool prune_list = false, sizes = false, statistics = false;
-  bool dividers = false;  // -D: tell each change of buffer
+  bool dividers = false;  // -D: print each change of buffer
 };
 
 // False with one line in `error`. `arguments` without argv[0].

@@ -9,12 +9,16 @@
 #include "phone/logs/buffers.h"
 #include "platform/linux/log_record.h"
 
+namespace {
+
 constexpr size_t kBlock = 256 * 1024;
+
+}  // namespace
 
 RecordSource::RecordSource(const std::string& buffer)
     : buffer_(buffer), fd_(open(log_buffer_path(buffer).c_str(), O_RDONLY | O_CLOEXEC)) {}
 
-// Reads on from the current position. False when the file has nothing more there.
+// Reads the next block. False at the end of the file.
 bool RecordSource::fill() {
   block_offset_ += static_cast<off_t>(at_);
   at_ = 0;
@@ -24,8 +28,8 @@ bool RecordSource::fill() {
   return n > 0;
 }
 
-// Past a hole, and past the rest of a record whose beginning went with the hole. Records lie at
-// multiples of 4 and start with the magic.
+// Skips a hole and the rest of a record cut by it. Records are aligned to 4 and start with the
+// magic.
 bool RecordSource::skip_to_record() {
   const off_t data = lseek(fd_.get(), block_offset_ + static_cast<off_t>(at_), SEEK_DATA);
   if (data < 0) return false;
@@ -41,7 +45,7 @@ bool RecordSource::skip_to_record() {
       memcpy(&word, block_.data() + at_, sizeof word);
       if (word == kLogRecordMagic) return true;
     }
-    if (block_.size() < kBlock) return false;  // the end of the file
+    if (block_.size() < kBlock) return false;  // end of file
     if (!fill()) return false;
   }
 }
@@ -54,13 +58,13 @@ bool RecordSource::next(LogEntry* entry) {
     if (left >= sizeof record) {
       memcpy(&record, block_.data() + at_, sizeof record);
       if (record.magic != kLogRecordMagic || record.size > kLogPayloadMax) {
-        at_ += 4;  // not here
+        at_ += 4;
         if (!skip_to_record()) return false;
         continue;
       }
       if (left >= sizeof record + record.size) break;
     }
-    // A record that is only half there is still being written: it will be taken later.
+    // A partial record is still being written: retry on the next call.
     if (refilled || !fill()) return false;
     refilled = true;
   }

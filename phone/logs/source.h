@@ -1,4 +1,4 @@
-// Where a logcat reads: the record files of the phone's buffers.
+// A logcat's input: the record files of the log buffers.
 #pragma once
 
 #include <sys/types.h>
@@ -9,12 +9,12 @@
 #include "phone/logs/entry.h"
 #include "phone/util.h"
 
-// The records of one buffer file, from the oldest that is still there. Follows the file over the
-// holes that init, or a clearing logcat, makes in it.
+// Reads the records of one buffer file, starting at the oldest. Follows the file over the holes
+// that init or a clearing logcat punches.
 class RecordSource {
  public:
   explicit RecordSource(const std::string& buffer);
-  // The oldest entry that has not been taken yet; false when there is none now.
+  // The next entry; false when there is none now.
   bool next(LogEntry* entry);
 
  private:
@@ -28,5 +28,5 @@ class RecordSource {
   std::string block_;
 };
 
-// Null for a buffer that a bench phone does not have.
+// Null for an unknown buffer.
 std::unique_ptr<RecordSource> open_log_buffer(const std::string& buffer);

@@ -1,31 +1,27 @@
-// The platform's trace service of a bench phone: takes 4-byte commands on the abstract socket
-// "systraceur", as since Android 9, or on /dev/socket/systrace, as before. Each packet is one line
-// of hex in kSystraceLog.
+// Stand-in for the platform's trace service: takes 4-byte commands on the abstract socket
+// "systraceur", as since Android 9, or on /dev/socket/systrace, as before. Writes each packet as a
+// line of hex to kSystraceLog.
 //
-// Knobs, read when it starts: bench.systrace (off: it does not run), bench.systrace.legacy (on: the
-// older socket), bench.systrace.accept (never: it listens, but its queue is full for good, so that
-// a client hangs in connect()).
-#include <stdlib.h>
+// Properties, read at start: bench.systrace (off: it does not run), bench.systrace.legacy (on: the
+// older socket), bench.systrace.accept (never: its listen queue stays full, so a client hangs in
+// connect()).
+#include <stdio.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 
+#include "phone/tools/property.h"
 #include "phone/util.h"
 #include "platform/linux/bench_phone.h"
-#include "platform/linux/property_area.h"
 
-static constexpr const char* kSystraceLog = "/dev/bench/systrace.log";
-static constexpr char kAbstractName[] = "systraceur";
-static constexpr char kReservedPath[] = "/dev/socket/systrace";
-static constexpr size_t kPacketMax = 4096;
+namespace {
 
-static std::string property(const PropertyArea& properties, const char* key) {
-  char value[92];
-  properties.get(key, value);
-  return value;
-}
+constexpr const char* kSystraceLog = "/dev/bench/systrace.log";
+constexpr char kAbstractName[] = "systraceur";
+constexpr char kReservedPath[] = "/dev/socket/systrace";
+constexpr size_t kPacketMax = 4096;
 
-// An abstract address is exactly as long as its name; nothing pads it.
-static socklen_t make_address(bool legacy, struct sockaddr_un* address) {
+// The length of an abstract address is significant: no padding.
+socklen_t make_address(bool legacy, struct sockaddr_un* address) {
   address->sun_family = AF_UNIX;
   const std::string name =
       legacy ? std::string(kReservedPath) + '\0' : std::string(1, '\0') + kAbstractName;
@@ -33,7 +29,7 @@ static socklen_t make_address(bool legacy, struct sockaddr_un* address) {
   return static_cast<socklen_t>(offsetof(struct sockaddr_un, sun_path) + name.size());
 }
 
-static std::string to_hex(const unsigned char* bytes, ssize_t count) {
+std::string to_hex(const unsigned char* bytes, ssize_t count) {
   std::string text;
   char digits[4];
   for (ssize_t i = 0; i < count; i++) {
@@ -43,7 +39,7 @@ static std::string to_hex(const unsigned char* bytes, ssize_t count) {
   return text;
 }
 
-static void serve(int listening) {
+void serve(int listening) {
   for (;;) {
     const Fd client(accept4(listening, nullptr, nullptr, SOCK_CLOEXEC));
     unsigned char packet[kPacketMax];
@@ -53,14 +49,16 @@ static void serve(int listening) {
   }
 }
 
+}  // namespace
+
 int main() {
   require_bench_phone();
   PropertyArea properties;
-  if (!properties.open() || property(properties, "bench.systrace") == "off") return 0;
-  const bool never = property(properties, "bench.systrace.accept") == "never";
+  if (!properties.open() || get_property(properties, "bench.systrace") == "off") return 0;
+  const bool never = get_property(properties, "bench.systrace.accept") == "never";
   struct sockaddr_un address = {};
   const socklen_t size =
-      make_address(property(properties, "bench.systrace.legacy") == "on", &address);
+      make_address(get_property(properties, "bench.systrace.legacy") == "on", &address);
   const auto* raw = reinterpret_cast<const struct sockaddr*>(&address);
   unlink(kReservedPath);
   const Fd listening(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));

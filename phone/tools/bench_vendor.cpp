@@ -1,78 +1,77 @@
-// The vendor's side of a bench phone: the services that the daemon asks, by properties, to bring
-// their logs into the store, and the modem logger that it switches on and off.
+// Stand-in for the vendor's side: the services that the daemon asks by property to move their logs
+// into the store, and the modem logger that it switches on and off.
 //
-// Knobs: bench.vendor (off: none of this), bench.vendor.{common,wifi,minidump}_delay_ms (how long a
-// request takes, default 200; "never": it is not answered).
+// Properties: bench.vendor (off: exit), bench.vendor.{common,wifi,minidump}_delay_ms (time until a
+// request is done, default 200; "never": no answer).
 #include <fcntl.h>
 #include <sys/stat.h>
 
 #include <algorithm>
 #include <filesystem>
-#include <functional>
-#include <memory>
 #include <vector>
 
 #include "phone/init/services.h"
+#include "phone/tools/property.h"
 #include "phone/util.h"
 #include "platform/linux/bench_phone.h"
-#include "platform/linux/property_area.h"
 
 namespace fs = std::filesystem;
 
-static constexpr const char* kPropertiesLog = "/dev/bench/properties.log";
-static constexpr const char* kSwitch = "bench.vendor";
-static constexpr const char* kVendorRuns = "/data/vendor/zelkalog/common/";
-static constexpr const char* kStorePath = "sys.harrowmossd.log_store_path";
-static constexpr long kDefaultDelayMs = 200;
-static constexpr long kLongestDelayMs = 600000;
+namespace {
 
-static std::string property(const PropertyArea& properties, const char* key) {
-  char value[92];
-  properties.get(key, value);
-  return value;
-}
+constexpr const char* kPropertiesLog = "/dev/bench/properties.log";
+constexpr const char* kSwitch = "bench.vendor";
+constexpr const char* kVendorRuns = "/data/vendor/zelkalog/common/";
+constexpr const char* kStorePath = "sys.harrowmossd.log_store_path";
+constexpr long kDefaultDelayMs = 200;
+constexpr long kLongestDelayMs = 600000;
 
-// ---- What is done for a request. Failures show by what is missing in the store. ----
+// ---- Requests. A failure shows as files missing in the store. ----
 
-// The vendor's part of the run, beside the daemon's own, which may come before or after it.
-static void move_common_logs(const PropertyArea& properties) {
-  const std::string store = property(properties, kStorePath);
+// Adds the vendor's part to the run, before or after the daemon has moved its own.
+void move_common_logs(const PropertyArea& properties) {
+  const std::string store = get_property(properties, kStorePath);
   const std::string run = store.substr(store.rfind('/') + 1);
   if (run.empty()) return;
   make_dirs(store, 0777);
   std::error_code error;
   for (const auto& entry : fs::directory_iterator(kVendorRuns + run, error)) {
-    std::error_code failed;  // another file system: copied, then removed
+    std::error_code failed;  // another file system: copy, then remove
     fs::copy(entry.path(), store / entry.path().filename(),
              fs::copy_options::recursive | fs::copy_options::overwrite_existing, failed);
     if (!failed) fs::remove_all(entry.path(), failed);
   }
 }
 
-static void drop_wifi_logs(const PropertyArea& properties) {
-  const std::string store = property(properties, kStorePath);
+void drop_wifi_logs(const PropertyArea& properties) {
+  const std::string store = get_property(properties, kStorePath);
   if (store.empty()) return;
   make_dirs(store, 0777);
   for (const char* name : {"cnss_fw_logs_000.txt", "cnss_fw_logs_001.txt"})
     write_file(store + "/" + name, "wlan: firmware ready\n", 0666);
 }
 
-static void put_minidump(const PropertyArea& properties) {
-  const std::string directory = property(properties, "sys.harrowmossd.minidump.path");
+void put_minidump(const PropertyArea& properties) {
+  const std::string directory = get_property(properties, "sys.harrowmossd.minidump.path");
   if (directory.empty()) return;
   make_dirs(directory, 0777);
   write_file(directory + "/minidump_0.elf", "\177ELF of a minidump\n", 0666);
 }
 
+}  // namespace
+
 struct RequestRow {
   const char* key;
-  const char* value;  // setting `key` to this asks
+  const char* value;  // set `key` to this to request it
   void (*serve)(const PropertyArea& properties);
-  const char* delay;  // the property that says how long it takes
-  const char* done;   // "0" once it was asked, "1" once it is served
+  const char* delay;  // property with the delay
+  const char* done;   // set to "0" when requested, to "1" when done
 };
+
+namespace {
+
 // clang-format off
-static constexpr RequestRow kRequests[] = {
+constexpr RequestRow kRequests[] = {
     {"sys.zelka.harrowmossd.action.mv_vendor_common_logs", "1", move_common_logs,
      "bench.vendor.common_delay_ms", "sys.zelka.harrowmossd.action.mv_vendor_common_logs.done"},
     {"sys.zelka.wifi.log", "disable", drop_wifi_logs,
@@ -80,7 +79,7 @@ static constexpr RequestRow kRequests[] = {
     {"sys.zelka.harrowmossd.action.mv_minidump_logs", "1", put_minidump,
      "bench.vendor.minidump_delay_ms", "sys.zelka.harrowmossd.action.mv_minidump_logs_done"},
 };
-static constexpr const char* kModemLoggerSwitches[] = {
+constexpr const char* kModemLoggerSwitches[] = {
     "sys.zelka.diag_mdlog_over_qdss_state",
     "sys.zelka.diag_mdlog_state",
 };
@@ -94,20 +93,20 @@ class ModemLogger {
 
   void switched(const std::string& value) {
     if (value == "1") {
-      directory_ = property(properties_, "sys.harrowmossd.diag_mdlog_path");
+      directory_ = get_property(properties_, "sys.harrowmossd.diag_mdlog_path");
       bytes_ = 0;
     } else {
       directory_.clear();
     }
   }
   bool runs() const { return !directory_.empty(); }
-  // One step: a few frames at the end of the current file; the oldest file makes room.
+  // Appends some frames to the current file; removes the oldest file beyond the limit.
   void write_frames() {
     const int file = static_cast<int>(bytes_ / kFileBytes);
     if (!append_file(path_of(file), std::string(kStepBytes, 'q'))) return;  // no directory
     bytes_ += kStepBytes;
     long keep = 0;
-    if (!parse_number(property(properties_, "persist.sys.harrowmossd.mdlog_counts"), 1, 1000,
+    if (!parse_number(get_property(properties_, "persist.sys.harrowmossd.mdlog_counts"), 1, 1000,
                       &keep))
       keep = 25;
     unlink(path_of(file - static_cast<int>(keep)).c_str());
@@ -139,10 +138,10 @@ class Vendor {
     lseek(log_.get(), 0, SEEK_END);
   }
 
-  // Until it is switched off.
+  // Runs until switched off.
   void run() {
     uint32_t seen = properties_.serial();
-    while (property(properties_, kSwitch) != "off") {
+    while (get_property(properties_, kSwitch) != "off") {
       read_changes();
       const int wait_ms = serve_what_is_due();
       seen = properties_.wait(seen, wait_ms);
@@ -155,7 +154,7 @@ class Vendor {
     int64_t due_ms;
   };
 
-  // The log of sets is the queue of requests: it also shows a property that is set to what it was.
+  // The log of sets is the queue of requests: it also has sets that do not change a value.
   void read_changes() {
     char block[16384];
     ssize_t n;
@@ -180,7 +179,7 @@ class Vendor {
       waiting_.erase(std::remove_if(waiting_.begin(), waiting_.end(),
                                     [&](const Waiting& w) { return w.request == &request; }),
                      waiting_.end());
-      const std::string delay = property(properties_, request.delay);
+      const std::string delay = get_property(properties_, request.delay);
       if (delay == "never") continue;
       long delay_ms = kDefaultDelayMs;
       parse_number(delay, 0, kLongestDelayMs, &delay_ms);
@@ -188,7 +187,7 @@ class Vendor {
     }
   }
 
-  // Milliseconds until there is something to do again.
+  // Milliseconds until the next thing is due.
   int serve_what_is_due() {
     constexpr int kForGoodMs = 60000;
     const int64_t now = boot_time_ms();
@@ -218,6 +217,8 @@ class Vendor {
   std::vector<Waiting> waiting_;
   int64_t next_frames_ms_ = 0;
 };
+
+}  // namespace
 
 int main() {
   require_bench_phone();

@@ -1,5 +1,7 @@
 // getprop: `getprop` lists every property, `getprop KEY [DEFAULT]` prints one.
+#include <errno.h>
 #include <stdio.h>
+#include <string.h>
 
 #include "phone/tools/journal.h"
 #include "platform/linux/property_area.h"
@@ -8,7 +10,7 @@ int main(int argc, char** argv) {
   journal_call("/system/bin/getprop", argc, argv);
   PropertyArea area;
   if (!area.open()) {
-    fprintf(stderr, "getprop: no properties here: %s\n", strerror(errno));
+    fprintf(stderr, "getprop: no property area: %s\n", strerror(errno));
     return 1;
   }
   if (argc > 3 || (argc > 1 && argv[1][0] == '-')) {

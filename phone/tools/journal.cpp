@@ -1,20 +1,23 @@
-// journal: lets a stand-in that is a shell script note its call: `journal "$0" "$@"`. The line
-// names the script's process and parent, not this one.
+// journal: writes the call of a stand-in that is a shell script: `journal "$0" "$@"`. The line has
+// the pids of the script and its parent.
 #include "phone/tools/journal.h"
 
 #include <stdio.h>
-#include <string.h>
 
 #include "phone/util.h"
 
-// The fourth field of /proc/PID/stat, counted from the last ')': the name may hold anything.
-static pid_t parent_of(pid_t pid) {
+namespace {
+
+// The fourth field of /proc/PID/stat, searched from the last ')': the name can contain anything.
+pid_t parent_of(pid_t pid) {
   const std::string stat = read_file("/proc/" + std::to_string(pid) + "/stat");
   const size_t name_end = stat.rfind(')');
   int parent = 0;
   if (name_end != std::string::npos) sscanf(stat.c_str() + name_end, ") %*c %d", &parent);
   return parent;
 }
+
+}  // namespace
 
 int main(int argc, char** argv) {
   if (argc < 2) {

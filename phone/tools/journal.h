@@ -1,15 +1,14 @@
-// The journal of a bench phone: every stand-in and the shell append one line for each call to
-// /dev/bench/calls.log, so that a test can see what was run, with which arguments, in which order.
+// The journal of a bench phone: the shell and every stand-in append a line per call to
+// /dev/bench/calls.log. Tests read from it what was run, with which arguments, in which order.
 //
 //   <pid> <ppid> <program> 0x1f <argv[0]> 0x1f <argv[1]> ... 0x1f <argv[n]> \n
 //
-// `program` is the path of the stand-in (argv[0] is whatever the caller chose). A newline inside an
+// `program` is the path of the stand-in (argv[0] is chosen by the caller). A newline inside an
 // argument is written as 0x1e. One write(2) with O_APPEND for each line: lines never mix.
 #pragma once
 
 #include <errno.h>
 #include <fcntl.h>
-#include <string.h>
 #include <sys/types.h>
 #include <unistd.h>
 
@@ -63,8 +62,8 @@ inline bool parse_call(std::string_view line, BenchCall* call) {
   return !call->program.empty();
 }
 
-// The calls in a journal's text, in order; with `program`, only that one's. A line that is no call
-// has no program.
+// The calls in a journal's text, in order; with `program`, only of that one. A broken line has no
+// program.
 inline std::vector<BenchCall> calls_in(std::string_view journal, std::string_view program = "") {
   std::vector<BenchCall> calls;
   for (size_t end; (end = journal.find('\n')) != std::string_view::npos;
@@ -76,7 +75,7 @@ inline std::vector<BenchCall> calls_in(std::string_view journal, std::string_vie
   return calls;
 }
 
-// The texts in it that were given to `sh -c`; the shells that scripts start are left out.
+// The texts of all calls of `sh -c`, in order; not of the shells that scripts start.
 inline std::vector<std::string> shell_commands_in(std::string_view journal) {
   std::vector<std::string> texts;
   for (BenchCall& call : calls_in(journal, "/system/bin/sh")) {
@@ -85,8 +84,7 @@ inline std::vector<std::string> shell_commands_in(std::string_view journal) {
   return texts;
 }
 
-// Appends the calling process's own call. A journal that cannot be written is no reason to fail the
-// call (the stand-in may run where /dev/bench is gone), so nothing is returned.
+// Appends the call of this process. Ignores errors: the call must not fail because of the journal.
 inline void journal_call(const char* program, int argc, char** argv) {
   const int saved_errno = errno;
   const int fd = open(kCallsLog, O_WRONLY | O_APPEND | O_CLOEXEC);

@@ -1,5 +1,7 @@
 // setprop KEY VALUE
+#include <errno.h>
 #include <stdio.h>
+#include <string.h>
 
 #include "phone/tools/journal.h"
 #include "platform/linux/property_area.h"
@@ -12,7 +14,7 @@ int main(int argc, char** argv) {
   }
   PropertyArea area;
   if (!area.open()) {
-    fprintf(stderr, "setprop: no properties here: %s\n", strerror(errno));
+    fprintf(stderr, "setprop: no property area: %s\n", strerror(errno));
     return 1;
   }
   if (area.set(argv[1], argv[2]) == 0) return 0;

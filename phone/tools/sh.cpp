@@ -1,12 +1,16 @@
-// /system/bin/sh and /bin/sh of a bench phone: notes the call in the journal and becomes mksh,
-// Android's shell. argv[0] is kept, mksh looks at it.
+// /system/bin/sh and /bin/sh of a bench phone: journals the call and executes mksh, Android's
+// shell, with argv[0] kept, because mksh evaluates it.
 #include <stdio.h>
 #include <string.h>
 
 #include "phone/tools/journal.h"
 
-static constexpr const char* kShell = "/system/bin/sh";
-static constexpr const char* kRealShell = "/system/bin/mksh";
+namespace {
+
+constexpr const char* kShell = "/system/bin/sh";
+constexpr const char* kRealShell = "/system/bin/mksh";
+
+}  // namespace
 
 int main(int argc, char** argv) {
   journal_call(kShell, argc, argv);

@@ -1,4 +1,4 @@
-# fg_logs_start.sh DIRECTORY: the fuel gauge's readings, a line every second, until it is killed.
+# fg_logs_start.sh DIRECTORY: logs the fuel gauge's readings every second until killed.
 battery=/sys/class/power_supply/battery
 while :; do
   echo "$(date +%m-%d_%H:%M:%S) $(cat $battery/capacity) $(cat $battery/voltage_now) $(cat $battery/current_now) $(cat $battery/temp)" >> "$1/fg_log.txt"

@@ -1,4 +1,4 @@
-# power_logs_feedback.sh: puts the power state where the feedback collection looks for it.
+# power_logs_feedback.sh: writes the power state for the feedback collection.
 target=/sdcard/Android/data/.harrowmoss/zklog/feedback/power
 mkdir -p $target
 dumpsys batterystats > $target/batterystats.txt

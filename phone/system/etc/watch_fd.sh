@@ -1,4 +1,4 @@
-# watch_fd.sh: prints who has how many open descriptors, once a second, until it is killed.
+# watch_fd.sh: prints the number of open descriptors of each process once a second, until killed.
 while :; do
   date
   for process in /proc/[0-9]*; do
