@@ -43,7 +43,7 @@ class Adb(Desk):
         self.assertEqual(self.said(PORT, "shell", "'/data/local/tmp/tree/run me'"), "ran\n")
         self.said(PORT, "pull", "/data/local/tmp/tree", "back")
         self.assertEqual(self.run_in(["diff", "-r", "tree", "back"]).returncode, 0)
-        rows = (  # what cannot be done says why and leaves nothing
+        rows = (  # failures print the reason and leave nothing
             (("push", "tree/a/b/large", "/sdcard/large"), b"No space left on device", "/sdcard/large"),
             (("push", "tree/empty", "/system/bin/empty"), b"Read-only file system", "/system/bin/empty"),
             (("push", "tree/empty", "/data/system/empty"), b"Permission denied", "/data/system/empty"),
@@ -81,7 +81,7 @@ class Adb(Desk):
         for port in (ROOT, PORT, USER):  # a finished run on each
             self.said(port, "push", "run", "/sdcard/zelkalog/1#01-01_08-00-00")
         self.assertIn("restarting adbd as root", self.said(PORT, "root"))
-        for port in (ROOT, PORT):  # and one that was left behind
+        for port in (ROOT, PORT):  # and one left behind
             left = "/data/misc/zelkalog/2#01-02_08-00-00"
             self.said(port, "shell", f"mkdir -m 777 {left}; umask 077; echo x > {left}/system_stop.prop")
         self.assertEqual(self.said(PORT, "unroot"), "restarting adbd as non root\n")

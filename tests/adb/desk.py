@@ -1,4 +1,4 @@
-"""A desk of bench phones, with an adb server of its own. The tests run in a network namespace and a mount namespace
+"""Several bench phones with an adb server of their own. The tests run in a network namespace and a mount namespace
 of their own (CMakeLists.txt), so the ports are free and mounts go away."""
 
 import os
@@ -12,7 +12,7 @@ import unittest
 
 TREE = pathlib.Path(__file__).resolve().parents[2]
 LAUNCHER = pathlib.Path(sys.argv.pop(1)).resolve()
-LIMIT_S = 60  # for anything that is waited for
+LIMIT_S = 60  # for any wait
 
 
 def eventually(done):
@@ -67,7 +67,7 @@ class Desk(unittest.TestCase):
             return client.connect_ex(("127.0.0.1", port)) == 0
 
     def connect(self, port):
-        """Anew: by itself adb's server looks for a lost phone every ten seconds only."""
+        """Reconnects: adb's server itself retries a lost phone only every ten seconds."""
         serial = f"127.0.0.1:{port}"
         self.run_in(["adb", "disconnect", serial])
         self.assertIn(b"connected to", self.run_in(["adb", "connect", serial]).stdout)

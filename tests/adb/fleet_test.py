@@ -1,4 +1,4 @@
-"""tools/fleet with eight bench phones, real adb, a phone that dies and a full desk."""
+"""tools/fleet with eight bench phones, real adb, a phone that dies and a full disk."""
 
 import json
 import os
@@ -29,7 +29,7 @@ class Fleet(Desk):
         self.assertEqual(self.fleet(*words), expected, words)
 
     def verified(self, folder):
-        """The phones whose archive lies there, verified as docs/harrowmossctl.md says; nothing else lies there."""
+        """The phones with an archive there, verified as in docs/harrowmossctl.md; there must be nothing else."""
         found = []
         for path in filter(pathlib.Path.is_file, folder.rglob("*")):
             self.assertRegex(path.name, r"^\d+#[0-9_-]+\.tar\.gz$")
@@ -51,7 +51,7 @@ class Fleet(Desk):
         self.assertEqual(self.fleet("stop", "-s", f"127.0.0.1:{port}"), {port: DONE})
 
     def begin_pull(self, folder):
-        """One that is in the middle of the large run."""
+        """A phone that is transferring the large run."""
         pull = subprocess.Popen([TREE / "tools/fleet", "pull", "latest", folder.name], cwd=self.home, text=True,
                                 env=self.environment, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
         place = folder / f"127.0.0.1_{VICTIM}"
@@ -104,7 +104,7 @@ class Fleet(Desk):
         self.assertEqual(self.verified(desk), list(PORTS))
 
     def test_bounds(self):
-        """What does not answer costs its time, and the others nothing."""
+        """A phone that does not answer takes its own time, not the others'."""
         self.boot({7001: (), 7002: ()})
         self.assertEqual(self.fleet("status", "-s", "127.0.0.1:7001", "127.0.0.1:7009"), {7001: DONE, 7009: LOST})
         self.assertEqual(self.fleet("start", "mobile"), {7001: DONE, 7002: DONE})

@@ -1,4 +1,4 @@
-"""What of tools/fleet is decided without a phone."""
+"""The parts of tools/fleet that need no phone."""
 
 import hashlib
 import io
@@ -43,8 +43,8 @@ class Parts(unittest.TestCase):
                                        (rows, "2", 2), ([], "latest", 2), (busy, "latest", 1), (busy, "13", 1)):
             try:
                 found = archive.choose_run(runs, wanted)["name"]
-            except phone.Trouble as trouble:
-                found = trouble.code
+            except phone.PhoneError as error:
+                found = error.code
             self.assertEqual(found, expected, wanted)
 
     def verdict(self, text, files, change=lambda data: data):
@@ -58,9 +58,9 @@ class Parts(unittest.TestCase):
             path.write_bytes(change(path.read_bytes()))
             try:
                 return archive.verify(path)["files"]
-            except phone.Trouble as trouble:
-                self.assertEqual(trouble.code, phone.DAMAGED, trouble)
-                return str(trouble)
+            except phone.PhoneError as error:
+                self.assertEqual(error.code, phone.DAMAGED, error)
+                return str(error)
 
     def test_archives(self):
         main = "1#a/main.txt"

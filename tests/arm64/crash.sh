@@ -1,14 +1,14 @@
-# In a phone of the emulated guest, and only there: lets the daemon's sleep watchdog come to the verdict that
-# the phone must be crashed. Hours pass by the clock file. That this comes back is the failure.
+# Only for a phone of the emulated guest: makes the daemon's sleep watchdog decide to crash the phone. The clock file
+# advances time by hours. Returning is the failure.
 readonly clock=/data/local/tmp/clock
 
 . /data/local/tmp/step.sh
-# In one step: a reader that saw an empty file would be thrown back by hours.
+# Atomic: a reader of an empty file would go back by hours.
 move_clock() {
   echo "+$1" > $clock.new
   mv $clock.new $clock
 }
-# What the watchdog decides goes to the console at once: there is no later.
+# The watchdog's log goes to the console at once: the crash ends everything.
 tell_decisions() {
   logcat | while read -r line; do
     case $line in *'will catch modem log'*|*'will trigger dump'*|*'> /proc/sysrq-trigger!!!!'*)

@@ -1,7 +1,7 @@
-# In a phone of the emulated guest: a debug-log run over a touch screen that is the kernel's own, started,
-# stopped and harvested. Ends with 0 only when all of it is there.
+# In a phone of the emulated guest: a debug-log run over a uinput touch screen, started, stopped and harvested. Exits
+# with 0 only when everything is there.
 readonly name=zelka_goodix_ts
-readonly fingers=/data/local/tmp/fingers
+readonly commands=/data/local/tmp/commands
 
 . /data/local/tmp/step.sh
 
@@ -9,11 +9,11 @@ harrowmossctl start mobile,touch || die "no start"
 working=/data/misc/zelkalog/$(basename "$(getprop sys.harrowmossd.log_store_path)")
 await "recorder" log_has 'gettouchlog, nfds:'
 
-# The screen is plugged in while the recorder runs; the nodes are made here, as Android's ueventd would.
+# The screen is plugged in while the recorder runs; the nodes are created here, as by Android's ueventd.
 mknod /dev/uinput c 10 223
-mkfifo $fingers
-uinput_touch $name < $fingers &
-exec 9> $fingers
+mkfifo $commands
+uinput_touch $name < $commands &
+exec 9> $commands
 handler() { sed -n "/Name=\"$name\"/,/^\$/s/.*Handlers=.*\\(event[0-9]*\\).*/\\1/p" /proc/bus/input/devices; }
 has_handler() { [ -n "$(handler)" ]; }
 await "kernel device" has_handler

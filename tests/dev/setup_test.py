@@ -1,4 +1,4 @@
-"""./dev's way to its packages, with stubs for dpkg and apt: what is asked for, what is said, how it ends."""
+"""How ./dev installs its packages, with stubs for dpkg and apt: requests, messages, exit status."""
 import os
 import shutil
 import signal
@@ -85,7 +85,7 @@ class Setup(unittest.TestCase):
                 out, _ = dev.communicate(timeout=LIMIT_S)
                 self.assertEqual((self.asked(), dev.returncode), (asked, status), out)
                 self.assertIn(said, out)
-                # Whoever is told of a failure is also told what to install by hand.
+                # A failure message also says what to install by hand.
                 self.assertEqual("as root: apt-get update; apt-get install" in out, status != 0 and "nonsense" not in command)
 
     def test_ctrl_c_leaves_nothing_running(self):

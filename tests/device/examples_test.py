@@ -86,7 +86,7 @@ class ExamplesTest(unittest.TestCase):
         output = result.stdout + result.stderr
         self.assertEqual(result.returncode, 0, output)
         at = 0
-        for line in EXPECTED.splitlines():  # in this order; progress lines stand between
+        for line in EXPECTED.splitlines():  # in this order, with progress lines between
             found = output.find(line, at)
             self.assertGreaterEqual(found, 0, f"missing: {line}\n{output}")
             at = found + len(line)

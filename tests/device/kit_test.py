@@ -1,5 +1,5 @@
-"""The checks of the device kit: nothing is found in the kit as it is (tools/device/check says so), and a fault
-that is planted is found: one for each thing that a check looks at."""
+"""Each check of the device kit finds an injected fault, one for each property that it checks. tools/device/check
+tests the kit itself."""
 
 import pathlib
 import shutil
@@ -28,13 +28,13 @@ APPS = "device/sepolicy/private/seapp_contexts"
 PROPERTIES = "device/sepolicy/private/property_contexts"
 BP = "device/Android.bp"
 SMALL = "#include <cutils/properties.h>\n#include <string>\nint main() { return property_set(\"a\", \"\"); }\n"
-END = None  # in place of a text: the new one goes to the end of the file
+END = None  # in place of a text: appends the new one
 PLATFORM = kit.Platform.find()
-SCRATCH = ROOT / "build/device-check/policy"  # what the platform alone was found to be is kept there
+SCRATCH = ROOT / "build/device-check/policy"  # keeps the results for the platform alone
 
 
 class PlantedFaults(unittest.TestCase):
-    """Works on a copy of what the checks read."""
+    """Works on a copy of the files that the checks read."""
 
     def setUp(self):
         scratch = tempfile.TemporaryDirectory(prefix="kit")
@@ -54,7 +54,7 @@ class PlantedFaults(unittest.TestCase):
         return path, text
 
     def check_faults(self, check, faults):
-        """Plants each (file, old text, new text) alone; one of the problems must hold the last column."""
+        """Injects each (file, old text, new text) alone; one of the problems must contain the last column."""
         for file, old, new, expected in faults:
             with self.subTest(file=file, new=new):
                 path, text = self.plant(file, old, new)
@@ -67,7 +67,7 @@ class PlantedFaults(unittest.TestCase):
             self.assertTrue(any(expected in problem for problem in problems), (expected, problems))
 
     def compiled(self, platform, libraries, source):
-        """Problems of a module that has one small program and nothing else."""
+        """Problems of a module with a single small program."""
         for path in self.root.rglob("Android.bp"):
             path.unlink()
         (self.root / "Android.bp").write_text(
@@ -78,7 +78,7 @@ class PlantedFaults(unittest.TestCase):
 
 
 class KitTest(PlantedFaults):
-    """The same on every machine: the platform's files are not looked at."""
+    """Faults found without the platform's files."""
 
     def test_rc(self):
         self.check_faults(lambda: rc_check.check(self.root / "device"), (
@@ -132,7 +132,7 @@ class KitTest(PlantedFaults):
 
 @unittest.skipUnless(PLATFORM, "the platform's files are not here")
 class PlatformTest(PlantedFaults):
-    """What only the platform's own files show. Its policy is built, which takes minutes where ./dev check has not
+    """Faults found only with the platform's files. Builds its policy, which takes minutes where ./dev check has not
     built it before."""
 
     def built(self, build):

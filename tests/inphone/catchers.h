@@ -1,5 +1,5 @@
-// What the tests of the start routines share: a run whose directories lie where the daemon puts
-// them, and looks at the workers that a routine leaves.
+// Helpers for tests of the start routines: a run in the daemon's directories, and queries about the
+// workers that a routine starts.
 #pragma once
 
 #include <linux/filter.h>
@@ -20,7 +20,7 @@ namespace inphone {
 constexpr char kRun[] = "/data/misc/zelkalog/1#run";
 constexpr char kVendorRun[] = "/data/vendor/zelkalog/common/1#run";
 
-// This test is the daemon's main process in the middle of a start. Its workers die with the phone.
+// Makes this process the daemon's main process during a start. Its workers end with the phone.
 class Catchers : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -54,19 +54,19 @@ inline std::string argv0_of(pid_t pid) {
   return get("/proc/" + std::to_string(pid) + "/cmdline").c_str();
 }
 
-// True when no member of the process group is alive; ended ones that nobody reaped do not count.
+// True when the process group has no living member; zombies do not count.
 inline bool group_is_gone(pid_t leader) {
   pid_t pids[4];
   return list_group(leader, pids, 4) == 0;
 }
 
-// From here on every fork() of this process fails with EAGAIN; threads can still be made. For good.
+// Makes every later fork() of this process fail with EAGAIN, permanently; threads still work.
 inline void make_forks_fail() {
   const uint32_t number = offsetof(seccomp_data, nr), flags = offsetof(seccomp_data, args[0]);
   const struct sock_filter code[] = {
       BPF_STMT(BPF_LD | BPF_W | BPF_ABS, number),
       BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_clone3, 0, 1),
-      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | ENOSYS),  // the C library then takes clone()
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | ENOSYS),  // the C library then uses clone()
       BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_clone, 0, 3),
       BPF_STMT(BPF_LD | BPF_W | BPF_ABS, flags),
       BPF_JUMP(BPF_JMP | BPF_JSET | BPF_K, CLONE_THREAD, 1, 0),

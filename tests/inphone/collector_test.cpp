@@ -23,7 +23,7 @@ class Collector : public ::testing::Test {
   }
 };
 
-TEST_F(Collector, ASecondStartLeavesTheFirstOneAlone) {
+TEST_F(Collector, ASecondStartKeepsTheFirstCollector) {
   EXPECT_EQ(startSelfLogCollector(&s_self_log_collector_pid), 0);
   const pid_t logcat = wait_for_logcat(1);
   EXPECT_EQ(startSelfLogCollector(&s_self_log_collector_pid), -1);
@@ -31,7 +31,7 @@ TEST_F(Collector, ASecondStartLeavesTheFirstOneAlone) {
   EXPECT_EQ(signal_process(logcat, SIGSTOP), 0);
   const std::string whole = "01-01 00:00:00.000001 whole\n";
   put(kCollectorFile, whole + "01-01 00:00:00.000002 to");
-  // A second one would have run its logcat before this one is back.
+  // A second collector would have started its logcat by then.
   EXPECT_EQ(signal_process(logcat, SIGKILL), 0);
   EXPECT_TRUE(eventually([] { return calls_of(kLogcatPath).size() == 2; }));
   EXPECT_EQ(get(kCollectorFile).find(".000002 to"), std::string::npos);  // the torn line is cut

@@ -1,8 +1,7 @@
-// What is copied and then deleted: where the copy fails, the source is the only one there is.
+// Copy, then delete: if the copy fails, the source must stay.
 #include "storage/copied.h"
 
 #include "feedback/feedback.h"
-#include "storage/utils.h"
 #include "tests/inphone/inphone.h"
 
 namespace {
@@ -14,13 +13,13 @@ constexpr char kDatabase[] = "/data/aee_exp/db.fatal.00";
 constexpr char kSnoop[] = "/data/misc/bluetooth/logs/snoops/hci.log";
 constexpr char kBootFail[] = "/sdcard/Android/data/.harrowmoss/general/boot_fail.log";
 
-TEST(Copied, IsWhatHasEveryNameAndSize) {
+TEST(Copied, MeansEveryNameAndSize) {
   put("/data/s/a", "12345");
   put("/data/s/sub/b", "1");
   put("/data/s/.hidden", "x");
   const struct {
     const char* change;  // of a whole copy in /data/p/s
-    bool tree, pattern;  // is all of /data/s there, and all that /data/s/* names
+    bool tree, pattern;  // is everything copied of /data/s, and of /data/s/*
   } rows[] = {
       {":", true, true},
       {"echo more >> /data/p/s/a", false, false},
@@ -43,12 +42,12 @@ TEST(Copied, IsWhatHasEveryNameAndSize) {
   EXPECT_TRUE(is_copied("/data/none", "/data/p/none"));
 }
 
-TEST(Copied, OnlyThenTheSourceOfAGetterIsDeleted) {
+TEST(Copied, AGetterDeletesItsSourceOnlyThen) {
   const char* const sources[] = {"/data/tmp", kDatabase, kSnoop, kBootFail};
   constexpr int kGetters = 0x1000 | 0x2000 | 0x8000 | 0x10;
   const struct {
-    const char* before;       // what is wrong with the destinations
-    const char* destination;  // and with those of the working area, for the Bluetooth logs
+    const char* before;       // breaks the destinations
+    const char* destination;  // and those in the working area
     bool deletes;
   } rows[] = {
       {"echo > /data/file; rm -rf /data/misc/zelkalog/btlog; echo > /data/misc/zelkalog/btlog",

@@ -37,8 +37,8 @@ TEST(Utilities, RunExactlyTheseCommands) {
   EXPECT_FALSE(exists("/data/d"));
 }
 
-// Which bytes are escaped, and how, is the shell's test: here that every utility does it.
-TEST(Utilities, HostileNamesReachExactlyTheirOwnDirectory) {
+// Escaping itself is tested with the shell; here, that every utility does it.
+TEST(Utilities, HostileNamesAffectOnlyTheirOwnDirectory) {
   using Utility = std::function<int(const char* dst)>;
   const std::pair<Utility, const char*> utilities[] = {
       // with the place of "f" below `dst`
@@ -120,8 +120,8 @@ TEST(Utilities, AFewNamesTakeOneCommand) {
   EXPECT_EQ(get("/data/runs"), "cp\n");
 }
 
-// More than the kernel takes: the shell cannot start the command, which it says to nobody.
-TEST(Utilities, MoreNamesThanOneCommandTakesFollowInBatches) {
+// Longer than the kernel accepts: the shell cannot start the command, and nothing reports it.
+TEST(Utilities, ManyNamesAreSplitIntoBatches) {
   become_main_process();
   constexpr size_t kNames = 20000;
   const std::string from = "/data/local/traces/", tail(100, 'x'), to = "/sdcard/zelkalog/traces";
@@ -165,24 +165,24 @@ TEST(Utilities, ACopyLeavesRoomOnData) {
   };
   put_bytes("/cache/s/f", 100 * kBlock);
   fill_up_to("/data", kBlock);
-  EXPECT_EQ(copy_dir2("/cache/s", "/sdcard/b"), 0);  // lies elsewhere
+  EXPECT_EQ(copy_dir2("/cache/s", "/sdcard/b"), 0);  // another directory
   EXPECT_TRUE(exists("/sdcard/b/f"));
   unlink("/data/filler");
   for (const auto& row : rows) {
     if (row.one_pool) make_one_pool();
     for (const int64_t blocks : {100, 103}) {  // the file and its directory take 103 at most
       fill_up_to("/data", kDataReserve + blocks * kBlock);
-      const long said = logged_beginning(std::string("E no room to copy /cache/s"));
+      const long before = logged_beginning(std::string("E no room to copy /cache/s"));
       EXPECT_EQ(row.copy(), blocks == 100 ? row.left_out : 0) << row.what;
       EXPECT_EQ(exists(row.place), blocks == 103) << row.what;
-      EXPECT_EQ(logged_beginning("E no room to copy /cache/s") - said, blocks == 100) << row.what;
+      EXPECT_EQ(logged_beginning("E no room to copy /cache/s") - before, blocks == 100) << row.what;
       unlink("/data/filler");
     }
     std::filesystem::remove_all(row.place);
   }
 }
 
-// mv removes its source even when the target filled up on the way: a whole run would be lost.
+// mv removes its source even when the target fills up meanwhile: a whole run would be lost.
 class MoveAcross : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -194,7 +194,7 @@ class MoveAcross : public ::testing::Test {
   static int64_t size_of_run() { return getFileSize("/data/misc/zelkalog/run/a"); }
 };
 
-TEST_F(MoveAcross, IsNotBegunWithoutRoomForAllOfIt) {
+TEST_F(MoveAcross, NeedsRoomForAllOfIt) {
   const int64_t needed = space_needed(kPattern, kBlock);
   fill_up_to("/sdcard", needed - kBlock);
   EXPECT_EQ(move_dir(kPattern, "/sdcard/zelkalog/", "-f"), -1);
@@ -213,15 +213,15 @@ TEST_F(MoveAcross, TheOldestRunsThatFitAreMovedByNumber) {
   for (const char* run : {"10#a", "9#b", "100#c", "8#big"})
     put_bytes(std::string("/data/misc/zelkalog/") + run + "/log",
               *run == '8' ? 99 * kBlock : kBlock);
-  // A run is measured with room to spare: it takes one block.
+  // The measure of a run allows for overhead: it takes one block.
   fill_up_to("/sdcard", space_needed("/data/misc/zelkalog/9#b", kBlock) + kBlock);
   EXPECT_EQ(move_dir(kPattern, "/sdcard/zelkalog/", "-f"), -1);
   EXPECT_EQ(list("/sdcard/zelkalog"), (Texts{"10#a", "9#b"}));
-  EXPECT_EQ(list("/data/misc/zelkalog").size(), 3u);  // the big one, the youngest, the self log
+  EXPECT_EQ(list("/data/misc/zelkalog").size(), 3u);  // the big run, the newest, the self log
   EXPECT_TRUE(exists("/data/misc/zelkalog/8#big/log") && exists("/data/misc/zelkalog/100#c/log"));
 }
 
-TEST_F(MoveAcross, IsDoneWhenItJustFits) {
+TEST_F(MoveAcross, HappensWhenItJustFits) {
   fill_up_to("/sdcard", space_needed(kPattern, kBlock));
   EXPECT_EQ(move_dir(kPattern, "/sdcard/zelkalog/", "-f"), 0);
   EXPECT_EQ(get("/sdcard/zelkalog/run/sub/b"), "last");

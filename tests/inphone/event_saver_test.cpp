@@ -32,7 +32,7 @@ class EventSaverTest : public ::testing::Test {
   EventSaver saver_;
 };
 
-TEST_F(EventSaverTest, MakesAPrivateFileAndAppends) {
+TEST_F(EventSaverTest, CreatesAPrivateFileAndAppends) {
   umask(0);
   saver_.openLogFile();
   EXPECT_EQ(android_log().back().tag, "");
@@ -86,33 +86,34 @@ TEST_F(EventSaverTest, KeepsThreeGenerations) {
     }
     EXPECT_EQ(list("/data/touch").size(), static_cast<size_t>(std::min(rotations, 3)) + 1);
   }
-  EXPECT_EQ(logged("E rename err while rotating log files"), 0);  // missing ones are no failure
+  // Missing generations are not reported.
+  EXPECT_EQ(logged("E rename err while rotating log files"), 0);
 }
 
 TEST_F(EventSaverTest, AFailedWriteTakesOneFromTheCount) {
-  const int64_t size = kLimit - 4096;  // whole pages: nothing of a write fits on a full disk
+  const int64_t size = kLimit - 4096;  // whole pages: a full disk takes no byte of a write
   put(generation(0), std::string(static_cast<size_t>(size), 'o'));
   saver_.openLogFile();
   fill_up_to("/data", 0);
   saver_.flushToFile(std::string(8000, 'x').c_str());
   EXPECT_EQ(size_of(generation(0)), size);
   unlink("/data/filler");
-  write(4097, 'n');  // would be one above the limit
+  write(4097, 'n');  // one byte above the limit
   EXPECT_EQ(size_of(generation(1)), -1);
   saver_.flushToFile("n");
   EXPECT_EQ(size_of(generation(1)), kLimit + 2);
 }
 
-TEST_F(EventSaverTest, GoesOnWhenAGenerationCannotBeRenamed) {
+TEST_F(EventSaverTest, ContinuesWhenAGenerationCannotBeRenamed) {
   saver_.openLogFile();
   write(kLimit + 1, 'a');
   ASSERT_EQ(mkdir(generation(2).c_str(), 0777), 0);
   write(kLimit + 1, 'b');
   EXPECT_EQ(logged("E rename err while rotating log files"), 1);
-  EXPECT_EQ(get(generation(1)).front(), 'b');  // the live file took the place of the stuck one
+  EXPECT_EQ(get(generation(1)).front(), 'b');  // the live file has replaced the stuck one
 }
 
-TEST_F(EventSaverTest, SaysThatItCannotOpenAndStaysSilentAfterwards) {
+TEST_F(EventSaverTest, ReportsAFailedOpenOnce) {
   saver_.openLogFile();
   ASSERT_EQ(rename("/data/touch", "/data/gone"), 0);
   EXPECT_LT(saver_.rotate(), 0);

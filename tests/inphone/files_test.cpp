@@ -12,7 +12,7 @@ using namespace inphone;
 constexpr char kShared[] = "0777 1015:1015";
 const auto kAborted = ::testing::KilledBySignal(SIGABRT);
 
-TEST(CreatDir, MakesEveryMissingParentForEverybody) {
+TEST(CreatDir, CreatesMissingParentsWithMode0777) {
   umask(077);
   mkdir("/data/old", 0700);
   put("/data/file", "x");
@@ -23,7 +23,7 @@ TEST(CreatDir, MakesEveryMissingParentForEverybody) {
   for (const char* parent : {"/data/x", "/data/x/y", "/sdcard/zelkalog"})
     EXPECT_EQ(mode_and_owner(parent), kShared) << parent;
   EXPECT_EQ(creat_dir("/data/old"), 0);
-  EXPECT_EQ(mode_and_owner("/data/old"), "0700 0:0");  // existing ones stay as they are
+  EXPECT_EQ(mode_and_owner("/data/old"), "0700 0:0");  // existing directories are unchanged
   for (const char* path : {"/data/file/below", "/proc/nothing"})
     EXPECT_EQ(creat_dir(path), -1) << path;
   EXPECT_EQ(creat_dir(nullptr), -1);
@@ -36,18 +36,17 @@ TEST(CreatDirDeathTest, APathThatDoesNotFitAborts) {
   EXPECT_EXIT(creat_dir((path + "/y").c_str()), kAborted, "");
 }
 
-TEST(CreatDir, NothingIsMadeWhileSharedStorageCannotBeWritten) {
+TEST(CreatDir, CreatesNothingWhileSharedStorageIsReadOnly) {
   setprop("vold.mounted", "0");
   make_sdcard_read_only();
   EXPECT_EQ(creat_dir("/sdcard/zelkalog/run"), -1);
   EXPECT_EQ(logged("D sdcard cannot access. sdcard_prop = 0"), 1);
   EXPECT_EQ(list("/data/media/0"), Texts{});
-  EXPECT_EQ(creat_dir("/data/misc/zelkalog/run"),
-            0);  // the data partition has nothing to do with it
+  EXPECT_EQ(creat_dir("/data/misc/zelkalog/run"), 0);  // not on shared storage
   EXPECT_EQ(logged("D data access W ok. sdcard_prop = 0"), 1);
 }
 
-TEST(CreatDir, NeverMakesTheMountPoint) {
+TEST(CreatDir, NeverCreatesTheMountPoint) {
   remove_sdcard();
   for (const char* mounted : {"1", "0", ""}) {
     setprop("vold.mounted", mounted);
@@ -67,15 +66,15 @@ TEST(MkdirS, FallsBackToTheSameStorageThroughTheDataPartition) {
   }
 }
 
-TEST(MkdirS, SaysWhatItCannotMake) {
+TEST(MkdirS, ReportsFailures) {
   make_sdcard_read_only();
   EXPECT_EQ(mkdir_s(nullptr), 0);
-  EXPECT_EQ(mkdir_s("/sdcard/other/run"), 0);  // only runs are looked for on the data partition
+  EXPECT_EQ(mkdir_s("/sdcard/other/run"), 0);  // only runs are searched on the data partition
   EXPECT_EQ(logged("W failed to mkdir /sdcard/other/run: 30(Read-only file system)"), 1);
   EXPECT_EQ(list("/data/media/0"), Texts{});
 }
 
-TEST(CreatFile, IsEmptyAndEverybodys) {
+TEST(CreatFile, IsEmptyWithMode0666) {
   umask(077);
   put("/data/old", "text");
   chmod("/data/old", 0400);
@@ -86,7 +85,7 @@ TEST(CreatFile, IsEmptyAndEverybodys) {
   }
 }
 
-TEST(CheckDirPrefixAccess, WantsThePrefixAndAWritableDirectory) {
+TEST(CheckDirPrefixAccess, NeedsThePrefixAndAWritableDirectory) {
   put("/data/file", "");
   const struct {
     const char *path, *prefix;
@@ -104,7 +103,7 @@ TEST(CheckDirPrefixAccess, WantsThePrefixAndAWritableDirectory) {
   EXPECT_EQ(logged("D /data access W ok."), 2);
 }
 
-TEST(GetFileName, IsBehindTheLastSeparatorOfEitherKind) {
+TEST(GetFileName, StartsAfterTheLastSeparatorOfEitherKind) {
   for (const auto& [path, name] : {std::pair{"/a/b.txt", "b.txt"}, std::pair{"b", "b"},
                                    std::pair{"/a/", ""}, std::pair{"/a\\b", "b"}})
     EXPECT_STREQ(get_file_name(path), name);
@@ -117,7 +116,7 @@ void put_at(const std::string& path, time_t modified) {
   ASSERT_EQ(utimes(path.c_str(), times), 0);
 }
 
-TEST(GetLatestFile, IsTheNewestThatHoldsTheNeedle) {
+TEST(GetLatestFile, IsTheNewestThatContainsTheNeedle) {
   put_at("/data/d/anr_1", 100);
   put_at("/data/d/anr_3", 300);
   put_at("/data/d/traces_2_anr", 400);

@@ -13,7 +13,7 @@ constexpr char kTwoProp[] = "persist.sys.zklog.tzbsp.enable";
 
 using Fingerprint = Catchers;
 
-// The kernel's file blocks its reader until there is something; so does the phone's.
+// The kernel's file blocks its reader until there is data; so does the phone's.
 void kernel_says(const char* source, const char* text) {
   const int fd = open(source, O_WRONLY | O_NONBLOCK | O_CLOEXEC);
   ASSERT_GE(fd, 0) << source;

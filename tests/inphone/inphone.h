@@ -1,5 +1,5 @@
-// What the tests that run inside a bench phone share. Each test has a phone of its own, which is
-// thrown away afterwards: nothing is cleaned up.
+// Helpers for tests inside a bench phone. Each test has a phone of its own, which is discarded:
+// nothing is cleaned up.
 #pragma once
 
 #include <cutils/properties.h>
@@ -40,7 +40,7 @@ inline std::string get(const std::string& path) {
   return text.str();
 }
 
-// Makes the file `path` and its parents.
+// Creates the file `path` and its parents.
 inline void put(const std::string& path, const std::string& text) {
   std::filesystem::create_directories(std::filesystem::path(path).parent_path());
   std::ofstream file(path, std::ios::binary | std::ios::trunc);
@@ -49,7 +49,7 @@ inline void put(const std::string& path, const std::string& text) {
   ASSERT_TRUE(file.good()) << path;
 }
 
-// A file of `size` bytes that takes their room.
+// Creates a file of `size` allocated bytes.
 inline void put_bytes(const std::string& path, off_t size) {
   put(path, "");
   const int fd = open(path.c_str(), O_WRONLY | O_CLOEXEC);
@@ -72,7 +72,7 @@ inline Texts list(const std::string& dir) {
   return names;
 }
 
-// st_size of what `path` leads to; -1 when it is missing.
+// st_size of the target of `path`; -1 when it is missing.
 inline int64_t size_of(const std::string& path) {
   struct stat info;
   return stat(path.c_str(), &info) == 0 ? info.st_size : -1;
@@ -115,7 +115,7 @@ inline std::vector<Texts> calls_of(const std::string& program) {
   return found;
 }
 
-// The "-n" of the main buffer's debug logcats, in the order of their starts.
+// The "-n" of the main buffer's debug logcats, in start order.
 inline Texts counts_of_main() {
   Texts counts;
   for (const Texts& argv : calls_of("/system/bin/logcat"))
@@ -123,12 +123,12 @@ inline Texts counts_of_main() {
   return counts;
 }
 
-// What the daemon gave to `sh -c`, in order.
+// The texts that the daemon ran by `sh -c`, in order.
 inline Texts shell_commands() {
   return shell_commands_in(get(kCallsLog));
 }
 
-// What `all` holds behind its first `count`.
+// The elements of `all` after the first `count`.
 inline Texts texts_since(const Texts& all, size_t count) {
   return Texts(all.begin() + static_cast<ptrdiff_t>(std::min(count, all.size())), all.end());
 }
@@ -141,7 +141,7 @@ inline Texts properties_set() {
   return sets;
 }
 
-// The same without what stood there when this was made.
+// Calls and sets since this was created.
 class PropertiesSince {
  public:
   PropertiesSince() : before_(properties_set().size()) {}
@@ -161,9 +161,8 @@ inline void setprop(const char* key, const std::string& value) {
   ASSERT_EQ(property_set(key, value.c_str()), 0) << key;
 }
 
-// Runs `body` in a child whose properties are only `properties`: one that the platform allows to be
-// set once can have another value in each row of a table. To be called before this process has
-// asked for a property. Returns the text that `body` returns.
+// Runs `body` in a child with only `properties`, so that each row of a table can set a read-only
+// property. Call before this process has read a property. Returns the text that `body` returns.
 inline std::string with_properties(
     const std::vector<std::pair<std::string, std::string>>& properties,
     const std::function<std::string()>& body) {
@@ -210,7 +209,7 @@ inline std::vector<LogLine> android_log() {
   return lines;
 }
 
-// The daemon's messages as "D text": priority letter, and what follows the "file|function|line:: ".
+// The daemon's messages as "D text": priority letter, and the text after "file|function|line:: ".
 inline Texts log_texts() {
   Texts texts;
   for (const LogLine& line : android_log()) {
@@ -221,13 +220,13 @@ inline Texts log_texts() {
   return texts;
 }
 
-// How many messages are exactly `text` (as log_texts() gives them).
+// How many messages equal `text`, in the form of log_texts().
 inline long logged(const std::string& text) {
   const Texts texts = log_texts();
   return std::count(texts.begin(), texts.end(), text);
 }
 
-// How many messages of `function` are exactly `text`, without the priority.
+// How many messages of `function` equal `text`, without the priority.
 inline long logged_by(const std::string& function, const std::string& text) {
   const auto lines = android_log();
   return std::count_if(lines.begin(), lines.end(), [&](const LogLine& line) {
@@ -245,7 +244,7 @@ inline long logged_beginning(const std::string& start) {
   });
 }
 
-// While it lives no descriptor can be opened: each is refused with EMFILE.
+// While it exists, opening a descriptor fails with EMFILE.
 class NoDescriptors {
  public:
   NoDescriptors() {
@@ -273,7 +272,7 @@ inline bool is_running(pid_t pid) {
          get("/proc/" + std::to_string(pid) + "/stat").find(") Z") == std::string::npos;
 }
 
-// A child that is blocked on a pipe. Its destructor kills and reaps it.
+// A child blocked on a pipe; the destructor kills and reaps it.
 class ParkedChild {
  public:
   struct Traits {
@@ -288,7 +287,7 @@ class ParkedChild {
     if (pid_ == 0) park(traits, ready[1]);
     close(ready[1]);
     char byte;
-    (void)!read(ready[0], &byte, 1);  // from here on it is as `traits` says
+    (void)!read(ready[0], &byte, 1);  // the child has applied `traits`
     close(ready[0]);
   }
   ParkedChild(const ParkedChild&) = delete;
@@ -303,7 +302,7 @@ class ParkedChild {
   pid_t pid() const { return pid_; }
   // Lets the child end with status 0.
   void release() { (void)!write(gate_[1], "x", 1); }
-  // The signal that ended it, 0 for an exit; reaps it. -1 when it does not end.
+  // Reaps it: the signal that ended it, 0 for an exit, -1 when it does not end.
   int end_signal() {
     int status = -1;
     if (!eventually([&] { return waitpid(pid_, &status, WNOHANG) == pid_; })) return -1;
@@ -334,7 +333,7 @@ inline std::pair<pid_t, pid_t> fork_with_stubborn_child(bool in_own_session) {
     if (fork() == 0) {
       if (in_own_session) setsid();
       signal(SIGTERM, SIG_IGN);
-      const pid_t self = getpid();  // written only now: the reader may send SIGTERM at once
+      const pid_t self = getpid();  // last: the reader may send SIGTERM at once
       (void)!write(ends[1], &self, sizeof(self));
     }
     for (;;) pause();
@@ -344,13 +343,13 @@ inline std::pair<pid_t, pid_t> fork_with_stubborn_child(bool in_own_session) {
   return {worker, child};
 }
 
-// Makes this test the daemon's main process: the one that serves, subreaper of what it starts.
+// Makes this process the daemon's main process: the one that serves, and subreaper.
 inline void become_main_process() {
   s_harrowmossd_pid = getpid();
   ASSERT_EQ(prctl(PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0), 0);
 }
 
-// Lets mksh run `script` in place of a program of /system/bin; toybox still has the program itself.
+// Replaces a program of /system/bin with the mksh `script`; toybox still has the original.
 inline void replace_program(const std::string& name, const std::string& script) {
   ASSERT_EQ(mount(nullptr, "/", nullptr, MS_REMOUNT | MS_BIND, nullptr), 0);
   unlink(("/system/bin/" + name).c_str());
@@ -358,19 +357,19 @@ inline void replace_program(const std::string& name, const std::string& script) 
   ASSERT_EQ(chmod(("/system/bin/" + name).c_str(), 0755), 0);
 }
 
-// /sdcard takes its room from /data, as on a phone.
+// /sdcard and /data share their space, as on a phone.
 inline void make_one_pool() {
   ASSERT_EQ(umount("/sdcard"), 0);
   ASSERT_EQ(umount("/data/media/0"), 0);
   ASSERT_EQ(mount("/data/media/0", "/sdcard", nullptr, MS_BIND, nullptr), 0);
 }
 
-// Shared storage that is there but cannot be written.
+// Shared storage that is mounted read-only.
 inline void make_sdcard_read_only() {
   ASSERT_EQ(mount(nullptr, "/sdcard", nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr), 0);
 }
 
-// Shared storage before the platform has mounted it.
+// Shared storage that is not mounted yet.
 inline void remove_sdcard() {
   ASSERT_EQ(mount(nullptr, "/", nullptr, MS_REMOUNT | MS_BIND, nullptr), 0);
   ASSERT_EQ(umount("/sdcard"), 0);

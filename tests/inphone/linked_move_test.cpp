@@ -1,8 +1,6 @@
-// Moves to shared storage that something goes wrong with: nothing captured may be lost, whatever mv
-// says, and whoever is killed.
+// Failing moves to shared storage: nothing captured may be lost, whatever mv returns and whichever
+// process is killed.
 #include "storage/linked_move.h"
-
-#include <fcntl.h>
 
 #include <map>
 
@@ -26,7 +24,7 @@ class LinkedMoves : public ::testing::Test {
     ASSERT_EQ(creat_dir(kStore), 0);
     capture();
   }
-  // A finished run: a byte of its own fills each file.
+  // A finished run; each file is filled with a different byte.
   static void capture() {
     for (int i = 0; i < kFiles; i++) put(kWork + file(i), content(i));
   }
@@ -35,7 +33,7 @@ class LinkedMoves : public ::testing::Test {
   static void resize(const char* mount_point, const std::string& size) {
     ASSERT_EQ(mount(nullptr, mount_point, nullptr, MS_REMOUNT, ("size=" + size).c_str()), 0);
   }
-  // Lets mv run these shell texts before and after what it does.
+  // Makes mv run these shell texts before and after its work.
   static void hook_into_mv(const std::string& before, const std::string& after) {
     replace_program(
         "mv", before + "\n/system/bin/toybox mv \"$@\"\nstatus=$?\n" + after + "\nexit $status");
@@ -44,7 +42,7 @@ class LinkedMoves : public ::testing::Test {
   static bool is_whole(int i) {
     return get(kStore + file(i)) == content(i) || get(kWork + file(i)) == content(i);
   }
-  // Every file is whole in one of the two places, and nowhere cut; no tree is left.
+  // Every file is complete in one of the two places and truncated in none; no tree is left.
   static void expect_whole() {
     for (int i = 0; i < kFiles; i++) {
       EXPECT_TRUE(is_whole(i)) << i;
@@ -53,7 +51,7 @@ class LinkedMoves : public ::testing::Test {
     }
     expect_no_tree();
   }
-  // What lies in the working area, without the self log.
+  // The entries of the working area, without the self log.
   static Texts left() {
     Texts names = list(kWork);
     names.erase(std::remove(names.begin(), names.end(), ".logger"), names.end());
@@ -68,7 +66,7 @@ class LinkedMoves : public ::testing::Test {
   }
 };
 
-TEST_F(LinkedMoves, WhatHappensDuringTheCommandCostsNoByte) {
+TEST_F(LinkedMoves, EventsDuringTheCommandLoseNoByte) {
   const std::string f0 = file(0), run = std::string(kWork) + "7#run/mobile";
   const std::string at_target = kStore + f0, at_source = kWork + f0;
   using Files = std::map<std::string, std::string>;
@@ -76,7 +74,7 @@ TEST_F(LinkedMoves, WhatHappensDuringTheCommandCostsNoByte) {
   const struct {
     const char* what;
     std::string before, after;
-    long lines;  // that tell of it
+    long lines;  // that report it
     Files expected;
     // clang-format off
   } rows[] = {
@@ -109,14 +107,14 @@ TEST_F(LinkedMoves, WhatHappensDuringTheCommandCostsNoByte) {
   }
 }
 
-// The room was looked at before; then somebody else took it.
+// The space is taken by another process after it was checked.
 TEST_F(LinkedMoves, AnotherWriterFillsTheTarget) {
   resize("/data/media/0", "24m");
-  hook_into_mv("head -c 18m /dev/zero > /sdcard/other", "");  // between the weighing and the move
+  hook_into_mv("head -c 18m /dev/zero > /sdcard/other", "");  // between the check and the move
   EXPECT_NE(move_runs(), 0);
   EXPECT_EQ(incomplete(), 1);
   expect_whole();
-  // With room again the next move takes the rest.
+  // With space again, the next move takes the rest.
   unlink("/sdcard/other");
   hook_into_mv("", "");
   EXPECT_EQ(move_runs(), 0);
@@ -124,7 +122,7 @@ TEST_F(LinkedMoves, AnotherWriterFillsTheTarget) {
   EXPECT_EQ(left(), Texts{});
 }
 
-// The daemon's processes as init ends them, when the main process is gone.
+// Kills the daemon's processes as init does when the main process is gone.
 void end_children() {
   pid_t pids[64];
   for (int count; (count = list_children(pids, 64)) > 0;) {
@@ -169,7 +167,7 @@ TEST_F(LinkedMoves, AKillAtAnyMomentLosesNothing) {
   }
 }
 
-TEST_F(LinkedMoves, WhatAnEarlierLifeLeftIsSettled) {
+TEST_F(LinkedMoves, LeftoversOfAnEarlierProcessAreResolved) {
   const std::string linking = std::string(kWork) + ".linking-7#run";
   const std::string moving = std::string(kWork) + ".moving-7#run";
   const auto link_all = [&](const std::string& tree, int count) {
@@ -179,7 +177,7 @@ TEST_F(LinkedMoves, WhatAnEarlierLifeLeftIsSettled) {
       ASSERT_EQ(::link((kWork + file(i)).c_str(), link.c_str()), 0);
     }
   };
-  link_all(linking, 3);  // not complete: the source is
+  link_all(linking, 3);  // incomplete; the source is complete
   settle_moves();
   expect_whole();
   EXPECT_EQ(list(std::string(kWork) + "7#run/mobile").size(), static_cast<size_t>(kFiles));
@@ -202,10 +200,10 @@ TEST_F(LinkedMoves, WhatAnEarlierLifeLeftIsSettled) {
   settle_moves();
   for (int i = 0; i < kFiles; i++) EXPECT_TRUE(get(kWork + file(i)) == content(i)) << i;
   expect_no_tree();
-  EXPECT_EQ(get("/data/media/0/zelkalog/" + file(4)), "part");  // nothing is removed there
+  EXPECT_EQ(get("/data/media/0/zelkalog/" + file(4)), "part");  // nothing is removed in the store
 }
 
-TEST_F(LinkedMoves, ATreeDeeperThanAnyPathIsWeighedAndMoved) {
+TEST_F(LinkedMoves, ATreeDeeperThanAnyPathIsMeasuredAndMoved) {
   constexpr int kLevels = 60;
   const std::string name(200, 'd');
   const auto size_in = [&](const std::string& root) {
@@ -231,7 +229,7 @@ TEST_F(LinkedMoves, ATreeDeeperThanAnyPathIsWeighedAndMoved) {
   EXPECT_EQ(left(), Texts{});
 }
 
-// Another file system in the run, as where /data knows no hard links.
+// Another file system in the run: it cannot be linked, as on a /data without hard links.
 TEST_F(LinkedMoves, WithoutHardLinksTheRoomDecides) {
   const std::string mobile = std::string(kWork) + "7#run/mobile";
   ASSERT_EQ(mount("tmpfs", mobile.c_str(), "tmpfs", 0, "size=64m"), 0);
@@ -240,7 +238,7 @@ TEST_F(LinkedMoves, WithoutHardLinksTheRoomDecides) {
   EXPECT_NE(move_runs(), 0);
   EXPECT_EQ(list(mobile).size(), static_cast<size_t>(kFiles));
   resize("/data/media/0", "64m");
-  move_runs();  // its mount point stays, so not all is well
+  move_runs();  // its mount point stays, so the move is incomplete
   EXPECT_EQ(
       logged("W no second names for /data/misc/zelkalog/7#run: " + std::string(strerror(EXDEV))),
       1);
@@ -248,8 +246,8 @@ TEST_F(LinkedMoves, WithoutHardLinksTheRoomDecides) {
   expect_no_tree();
 }
 
-// What has no room for a second name, or has an earlier one that could not be settled.
-TEST_F(LinkedMoves, OneNameWithoutLinksTakesThemFromNoOther) {
+// No space for links, or an earlier link that could not be resolved.
+TEST_F(LinkedMoves, OneNameWithoutLinksDoesNotAffectOthers) {
   const std::string longest = "8#" + std::string(253, 'x'), seen = "/data/local/tmp/seen";
   put(kWork + longest + "/f", "long");
   put(std::string(kWork) + ".moving-9#file/f", "older");
@@ -264,8 +262,8 @@ TEST_F(LinkedMoves, OneNameWithoutLinksTakesThemFromNoOther) {
   EXPECT_EQ(logged_beginning("W no second names for /data/misc/zelkalog/"), 1);
 }
 
-// mv would make the only run a directory called as the store.
-TEST_F(LinkedMoves, WhatCrossesToAMissingPlaceStays) {
+// With one run, mv would rename it to the store's name.
+TEST_F(LinkedMoves, AMissingTargetKeepsTheSource) {
   remove_sdcard();
   EXPECT_EQ(move_runs(), -1);
   EXPECT_EQ(logged("E /sdcard/zelkalog/ is missing, /data/misc/zelkalog/* stays"), 1);
@@ -273,7 +271,7 @@ TEST_F(LinkedMoves, WhatCrossesToAMissingPlaceStays) {
   for (int i = 0; i < kFiles; i++) EXPECT_TRUE(get(kWork + file(i)) == content(i)) << i;
 }
 
-// Where /sdcard takes its room from /data, links hold what mv frees.
+// Where /sdcard shares its space with /data, links keep the space that mv frees.
 TEST_F(LinkedMoves, InOnePoolLinksAreMadeOnlyWhereThereIsRoomForThem) {
   make_one_pool();
   const std::string seen = "/data/local/tmp/seen";
@@ -295,7 +293,7 @@ TEST_F(LinkedMoves, InOnePoolLinksAreMadeOnlyWhereThereIsRoomForThem) {
   }
 }
 
-TEST_F(LinkedMoves, TreesDoNotCountAndGoWithTheirRun) {
+TEST_F(LinkedMoves, TreesDoNotCountAndAreRemovedWithTheirRun) {
   const auto content_bytes = [] {
     struct stat own;
     return stat(kWork, &own) == 0 ? getFileSize(kWork) - own.st_size : -1;

@@ -1,8 +1,7 @@
-// What is done about the files of logcats that have ended.
+// The files of logcats that have ended.
 #include "daemon/harrowmoss.h"
 #include "debuglog/logcat.h"
 #include "debuglog/run.h"
-#include "debuglog/workers.h"
 #include "selflog/logcat_file.h"
 #include "selflog/props.h"
 #include "storage/preallocation.h"
@@ -21,7 +20,7 @@ int64_t allocated(const std::string& path) {
   return static_cast<int64_t>(info.st_blocks) * 512;
 }
 
-// A file with `text` that a logcat has left behind.
+// A file with `text`, left by a logcat.
 void leave(const std::string& path, const std::string& text) {
   put(path, text);
   const int fd = open(path.c_str(), O_WRONLY | O_CLOEXEC);
@@ -29,7 +28,7 @@ void leave(const std::string& path, const std::string& text) {
   close(fd);
 }
 
-TEST(Preallocation, IsToldAndGivenBack) {
+TEST(Preallocation, IsDetectedAndReleased) {
   const std::string run = kMobile, other = "/data/misc/zelkalog/0#run/mobile/";
   leave(run + "a.txt", "torn");
   leave(run + "b.txt", "");
@@ -50,7 +49,7 @@ TEST(Preallocation, IsToldAndGivenBack) {
   EXPECT_EQ(allocated("/data/elsewhere/d.txt"), 1 << 20);
 }
 
-TEST(AwaitLogcat, KillsWhatOutlivesItsBound) {
+TEST(AwaitLogcat, KillsALogcatBeyondItsBound) {
   catch_sigchld();
   ParkedChild hanging, ended;
   EXPECT_EQ(await_logcat(hanging.pid(), 20, "clear", nullptr), 0);
@@ -62,7 +61,7 @@ TEST(AwaitLogcat, KillsWhatOutlivesItsBound) {
   EXPECT_EQ(await_logcat(ended.pid(), 20000, "clear", nullptr), ended.pid());
 }
 
-// Every buffer with its logcat, whose files lie in the run.
+// A logcat for every buffer, with its files in the run.
 class EndedLogcats : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -145,7 +144,7 @@ TEST_F(EndedLogcats, AreCompletedBeforeTheirBufferIsCleared) {
   EXPECT_EQ(calls_of(kLogcat)[6].front(), "vesk_complete");
   EXPECT_EQ(calls_of(kLogcat)[7].front(), "vesk_clear");
   EXPECT_NE(get(file_of("radio")).find("with nobody there"), std::string::npos);
-  // At the stop it is the replacement's file that the buffer belongs to.
+  // At the stop the buffer belongs to the replacement's file.
   say("radio", "for the second file");
   signal_one(s_newlog_group[3].pid, SIGTERM);
   waitpid(s_newlog_group[3].pid, nullptr, 0);
@@ -154,7 +153,7 @@ TEST_F(EndedLogcats, AreCompletedBeforeTheirBufferIsCleared) {
   EXPECT_NE(get(file_of("radio_1")).find("second file"), std::string::npos);
 }
 
-// The file system has no block left, or none but those of the logcats themselves.
+// The file system is full, or full except for the logcats' own blocks.
 TEST_F(EndedLogcats, AreCompletedOneAfterTheOtherWhereRoomIsShort) {
   setprop("bench.logcat.preallocate", "1");
   start_all();
@@ -167,7 +166,7 @@ TEST_F(EndedLogcats, AreCompletedOneAfterTheOtherWhereRoomIsShort) {
   fill_up_to("/data", 64 * 4096);
   complete_captures();
   for (const LogcatRow& row : s_debug_vesk_group) {
-    if (strcmp(row.buffer, "kernel") == 0) continue;  // the machine's own: as long as it is
+    if (strcmp(row.buffer, "kernel") == 0) continue;  // the machine's own, of any length
     EXPECT_NE(get(file_of(row.buffer)).find("mark    : in time\n"), std::string::npos)
         << row.buffer;
     EXPECT_LT(allocated(file_of(row.buffer)), 16 * 4096) << row.buffer;

@@ -70,7 +70,7 @@ TEST_F(Logcat, EveryBufferGetsExactlyTheseArguments) {
     EXPECT_EQ(catcher_logcat_log(buffer, "/data/d", 1), 0);
     EXPECT_EQ(catcher_logcat_log(buffer, "/data/g/", 0), 0);
   }
-  logcats(12);  // the next one is journaled behind them
+  logcats(12);  // the next one is journaled after them
   s_logcat_file_count = 5;
   catcher_logcat_log("main", "/data/five", 1);
   logcats(13);
@@ -129,8 +129,8 @@ TEST_F(ReplacedLogcat, ClearsTheBufferTwiceAndWritesANewFile) {
   const pid_t first = s_newlog_group[3].pid;
   EXPECT_EQ(getpgid(first), first);
 
-  // A replacement that ends too is not replaced; a later run's logcat is, under the next number.
-  signal_one(first, SIGKILL);  // it would make its file again
+  // A replacement that ends too is not replaced; a logcat of a later run is, with the next number.
+  signal_one(first, SIGKILL);  // otherwise it creates its file again
   waitpid(first, nullptr, 0);
   update_logcat_log(first);
   s_debug_vesk_group[3].pid = kDead + 1;

@@ -18,10 +18,10 @@ class Measure : public ::testing::Test {
   void SetUp() override { ASSERT_EQ(mkdir(kTree, 0777), 0); }
 };
 
-TEST_F(Measure, LinksCountAsWhatTheyShow) {
+TEST_F(Measure, LinksCountAsTheirTargets) {
   put("/data/elsewhere/big", std::string(5000, 'x'));
   ASSERT_EQ(symlink("/data/elsewhere/big", tree("file").c_str()), 0);
-  for (const char* link : {"dir", "again"})  // counts once for both
+  for (const char* link : {"dir", "again"})  // counted once
     ASSERT_EQ(symlink("/data/elsewhere", tree(link).c_str()), 0);
   ASSERT_EQ(symlink("/missing", tree("dangling").c_str()), 0);
   EXPECT_EQ(getFileSize(kTree), size_of(kTree) + 5000 + size_of("/data/elsewhere") + 5000);
@@ -29,8 +29,8 @@ TEST_F(Measure, LinksCountAsWhatTheyShow) {
   EXPECT_EQ(logged("E cannot open directory /data/tree/dangling: No such file or directory\n"), 1);
 }
 
-// Each of these has no end when a link is followed into what it stands in.
-TEST_F(Measure, ADirectoryThatHoldsItselfCountsOnce) {
+// Following links would recurse endlessly in each of these.
+TEST_F(Measure, ADirectoryThatContainsItselfCountsOnce) {
   put(tree("d/e/file"), std::string(100, 'x'));
   const int64_t without = getFileSize(kTree);
   const int64_t names = size_of(tree("d/e"));
@@ -41,7 +41,7 @@ TEST_F(Measure, ADirectoryThatHoldsItselfCountsOnce) {
 }
 
 // More levels, and more directories on one level, than descriptors.
-TEST_F(Measure, HoldsNoDescriptorForEachDirectory) {
+TEST_F(Measure, NeedsNoDescriptorPerDirectory) {
   int64_t expected = 0;
   std::string deep = tree("deep");
   for (int level = 0; level < 100; level++) deep += "/d";
@@ -56,10 +56,10 @@ TEST_F(Measure, HoldsNoDescriptorForEachDirectory) {
   EXPECT_EQ(getFileSize(kTree), expected + 7 + size_of(kTree) + size_of(tree("wide")));
 }
 
-TEST_F(Measure, FilesystemSizeIsWhatOrdinaryUsersMayTake) {
+TEST_F(Measure, FilesystemSizeIsWhatUnprivilegedUsersMayUse) {
   EXPECT_EQ(get_filesystem_size(nullptr), -1);
   EXPECT_EQ(get_filesystem_size("/data/none"), -2);
-  EXPECT_EQ(get_filesystem_size("/proc"), -2);  // no blocks at all
+  EXPECT_EQ(get_filesystem_size("/proc"), -2);  // no blocks
   const int64_t before = get_filesystem_size("/sdcard");
   EXPECT_EQ(before, available("/sdcard"));
   put_bytes("/sdcard/file", 1 << 20);
@@ -80,7 +80,7 @@ TEST_F(Measure, SpaceNeededIsWholeBlocksAndOneForEachEntry) {
       {tree("one"), 2},
       {tree("full"), 2},
       {tree(".hidden"), 3},
-      {tree("link"), 2},  // moved as the link that it is
+      {tree("link"), 2},  // moved as a link
       {tree("none"), 0},
       {tree("*"), 2 + 2 + 2},  // the shell's pattern leaves hidden ones
                                // out
@@ -88,7 +88,7 @@ TEST_F(Measure, SpaceNeededIsWholeBlocksAndOneForEachEntry) {
   };
   for (const auto& [source, blocks] : rows)
     EXPECT_EQ(space_needed(source.c_str(), block), blocks * block) << source;
-  // Without a free descriptor nothing is known of what a directory holds: too little must not do.
+  // Without a free descriptor a directory cannot be measured: the result must not be too small.
   const NoDescriptors none;
   EXPECT_EQ(space_needed(kTree, block), kSpaceUnknown);
 }

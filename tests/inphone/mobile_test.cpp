@@ -15,7 +15,7 @@ constexpr char kQmiProp[] = "persist.odm.zklog.qmimsg.enable";
 
 using Mobile = Catchers;
 
-// The argv of shells called other than by "sh": the workers'.
+// The argv of shells not called "sh": the workers'.
 std::vector<Texts> shells_called(const std::string& name) {
   std::vector<Texts> found;
   for (const Texts& argv : calls_of("/system/bin/sh")) {
@@ -53,8 +53,8 @@ TEST_F(Mobile, TheAppsFileSelectsOneOption) {
       1);
 }
 
-// Opening or reading it as a file would wait for a writer for ever.
-TEST_F(Mobile, AFifoInPlaceOfTheAppsFileIsNoOption) {
+// A FIFO: opening or reading it would block forever.
+TEST_F(Mobile, AFifoInPlaceOfTheAppsFileSelectsNoOption) {
   std::filesystem::create_directories(std::filesystem::path(kMobileCfg).parent_path());
   ASSERT_EQ(mkfifo(kMobileCfg, 0666), 0);
   EXPECT_EQ(catcher_mobile_log(kRun, "mobile"), 0);
@@ -91,7 +91,7 @@ TEST_F(Mobile, TheNumberOfFilesIsMirroredAndCorrected) {
   }
 }
 
-// The buffers of the logcats that were started, in the order of their forks.
+// The buffers of the started logcats, in fork order.
 std::string buffers_started() {
   std::string buffers;
   for (const LogcatRow& row : s_debug_vesk_group)
@@ -99,7 +99,7 @@ std::string buffers_started() {
   return buffers;
 }
 
-TEST(MobileBuffers, TheKernelsSinceThereIsOne) {
+TEST(MobileBuffers, IncludeTheKernelsIfThereIsOne) {
   const std::pair<const char*, const char*> rows[] = {
       {"22", "main events system radio crash "},
       {"23", "main events system radio crash kernel "},
@@ -146,7 +146,7 @@ TEST_F(Mobile, TheRouterLogIsCopiedForExactlyOne) {
   }
 }
 
-// The copier keeps its offset, so the thread must find the file full again before it acts.
+// The copier keeps its offset; the thread acts only if the file is full again.
 TEST_F(Mobile, OneThreadKeepsTheRouterLogSmall) {
   setprop("persist.sys.qtrlog.enable", "1");
   put_bytes("/data/misc/zelkalog/tmp", 512000);

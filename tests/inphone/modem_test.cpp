@@ -2,7 +2,6 @@
 #include "catchers/catchers.h"
 #include "debuglog/modem_logger.h"
 #include "debuglog/run.h"
-#include "storage/utils.h"
 #include "tests/inphone/inphone.h"
 
 namespace {
@@ -57,7 +56,7 @@ TEST_F(Modem, AtLeastOneFileIsKept) {
     const PropertiesSince since;
     catcher_modem_log("", "modem");
     EXPECT_EQ(prop(kFilesProp), row.after) << row.before;
-    // A changed number is there before the logger is told anything.
+    // The changed number is set before the logger is started.
     EXPECT_EQ(since.sets()[0] == std::string(kFilesProp) + "=25", strcmp(row.after, "25") == 0);
   }
   EXPECT_EQ(logged("W set default mdlog counts 25"), 3);
@@ -76,7 +75,7 @@ TEST(LegacyModemLogger, BelongsToOldModels) {
   const struct {
     const char *model, *forced, *legacy;
   } rows[] = {
-      {"QZ101A", "", "yes"},    {"QZ101A-EU", "", "no"},  // this one exactly
+      {"QZ101A", "", "yes"},    {"QZ101A-EU", "", "no"},  // exact match
       {"QZ102A-EU", "", "yes"}, {"QZ103A", "", "yes"},   {"QZ104AB", "", "yes"},
       {"QZ105A", "", "no"},     {" QZ102A", "", "no"},   {"QZ201A", "1", "yes"},
       {"QZ201A", "2", "no"},    {"QZ101A", "0", "yes"},

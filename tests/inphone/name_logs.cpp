@@ -1,4 +1,4 @@
-// Tells the phone's launcher by which name to keep the logs of a test that fails.
+// Gives the launcher the name under which to save the logs of a failed test.
 #include "phone/boot/keep_logs.h"
 #include "tests/inphone/inphone.h"
 

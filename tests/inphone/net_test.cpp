@@ -36,7 +36,7 @@ TEST_F(Net, TheWorkerRunsTheCaptureScript) {
   EXPECT_EQ(std::count(commands.begin(), commands.end(),
                        "/system/bin/sh /system/etc/get_net_log.sh " + capture),
             1);
-  // The stop's way to end it reaches the script's own tool.
+  // The stop also ends the script's tool.
   signal_group(net_log_pid, SIGKILL);
   EXPECT_TRUE(eventually([] { return group_is_gone(net_log_pid); }));
 }
@@ -60,7 +60,7 @@ TEST_F(Net, TheSnapshotRunsItsCommandsInOrder) {
   for (const auto& [index, command] : rows) EXPECT_EQ(commands[index], command) << index;
 }
 
-// Failing commands, silent ones, lines longer than any buffer, and rows with nothing in them.
+// Commands that fail or print nothing, lines longer than any buffer, and empty rows.
 TEST_F(Net, EverySectionByteForByte) {
   const std::string longest = std::string(5000, 'l') + "\n",
                     half = "no newline, \xff\xfe\x01\t\x7f";
@@ -96,7 +96,7 @@ TEST_F(Net, EverySectionByteForByte) {
                 "echo out; echo err >&2; kill -9 $$; echo never\nout\n\n");
 }
 
-TEST_F(Net, WhatCannotBeStartedSaysSo) {
+TEST_F(Net, AFailedStartIsReported) {
   const net_cmd_path table[] = {{"/system/bin/echo", " one"}, {"/system/bin/date", ""}};
   copy_or_abort(net_log_dir, "/data");
   without_forks([&] { catcher_net_cmd_log(table, std::size(table), "failed.txt"); });
@@ -153,7 +153,7 @@ TEST_F(Net, OnlyARealStopTakesTheClosingSnapshot) {
     stop_net_cmd_log();
     EXPECT_EQ(exists(kStop), row.taken) << row.enable << " " << row.types;
     EXPECT_EQ(logged("D stop net cmd log") - before, row.taken ? 1 : 0);
-    EXPECT_STREQ(net_log_dir, "");  // forgotten in any case
+    EXPECT_STREQ(net_log_dir, "");  // cleared in any case
   }
 }
 

@@ -1,6 +1,4 @@
-// What the start routines do when there is no process, no slot or no directory to be had: logging
-// goes on with the rest.
-#include "catchers/catchers.h"
+// The start routines without a process, slot or directory: logging continues with the rest.
 #include "debuglog/logcat.h"
 #include "debuglog/logger_types.h"
 #include "debuglog/modem_logger.h"
@@ -44,10 +42,10 @@ TEST_F(NoRoom, AFailedForkFailsTheRowAndNoOther) {
     EXPECT_EQ(workers(), std::vector<pid_t>());
     for (const int32_t pid : {net_log_pid, qrtr_log_pid, watch_fd_pid}) EXPECT_EQ(pid, 0);
     for (const LogcatRow& row : s_debug_vesk_group) EXPECT_EQ(row.pid, 0) << row.buffer;
-    s_debug_vesk_group[0].pid = 12345;  // has ended: its buffer cannot be cleared
+    s_debug_vesk_group[0].pid = 12345;  // ended: its buffer cannot be cleared
     update_logcat_log(12345);
   });
-  // What is no process was switched on all the same.
+  // Types without a process are switched on.
   for (const char* key : {"persist.service.powersave.logs", "persist.sys.systrace.enable",
                           kModemStateProp, "persist.sys.dumpsys.enable"})
     EXPECT_EQ(prop(key), "1") << key;
@@ -61,7 +59,7 @@ TEST_F(NoRoom, AFailedForkFailsTheRowAndNoOther) {
   EXPECT_EQ(logged_by("update_logcat_log", "fork err:" + error + ".\n"), 2);
 }
 
-TEST_F(NoRoom, WithoutASlotAWorkerIsToldToEndAndTheRowSucceeds) {
+TEST_F(NoRoom, WithoutASlotAWorkerGetsSigtermAndTheRowSucceeds) {
   all_slots_taken();
   const std::vector<int32_t> before(s_debug_group, s_debug_group + kGroupSlots + 1);
   EXPECT_EQ(start_all(kForking & ~0x1), Texts());
@@ -72,8 +70,8 @@ TEST_F(NoRoom, WithoutASlotAWorkerIsToldToEndAndTheRowSucceeds) {
     EXPECT_EQ(wait_within(pid, 20000, &status), pid);
     EXPECT_TRUE(WIFSIGNALED(status) ? WTERMSIG(status) == SIGTERM : WEXITSTATUS(status) == 0);
   }
-  // A shell that already waits for its command shrugs SIGTERM off; the stop's look at what is left
-  // ends it with its command.
+  // A shell that waits for its command ignores SIGTERM; the stop ends it with its command when it
+  // collects leftovers.
   end_leftover_children(nullptr, 0);
   pid_t pids[4];
   EXPECT_EQ(list_children(pids, 4), 0);

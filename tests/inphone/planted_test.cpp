@@ -1,4 +1,4 @@
-// Links and FIFOs that somebody puts where the daemon writes, makes, moves or removes something.
+// Links and FIFOs planted where the daemon writes, creates, moves or removes something.
 #include <functional>
 
 #include "catchers/artefacts.h"
@@ -10,14 +10,13 @@
 #include "feedback/feedback.h"
 #include "input/event_saver.h"
 #include "selflog/self_logger.h"
-#include "storage/store.h"
 #include "tests/inphone/catchers.h"
 
 namespace {
 
 using namespace inphone;
 
-// What is not to be touched: a file and a directory of the platform's.
+// A file and a directory of the platform that must not change.
 constexpr char kFile[] = "/data/system/packages.xml";
 constexpr char kDirectory[] = "/data/system";
 constexpr char kFifo[] = "";
@@ -28,7 +27,7 @@ class Planted : public Catchers {
     Catchers::SetUp();
     umask(077);
     put(kFile, "packages");
-    alarm(100);  // nothing waits for a FIFO
+    alarm(100);  // no call may wait for a FIFO
   }
   static void plant(const std::string& path, const char* what) {
     std::filesystem::create_directories(std::filesystem::path(path).parent_path());
@@ -60,7 +59,7 @@ char value[PROPERTY_VALUE_MAX];
 const struct {
   const char *path, *what;
   std::function<void()> act;
-  bool quiet = false;  // the failed open itself is the line
+  bool quiet = false;  // the failed open is itself logged
 } kPlanted[] = {
     {RUN "/mobile", kDirectory, [] { creat_dir(RUN "/mobile/x"); }},
     {RUN "/mobile", kDirectory, [] { creat_dir(RUN "/mobile/"); }},
@@ -115,7 +114,7 @@ const struct {
      [] { EXPECT_EQ(loggersystem::logger_mkdir("/data/misc/zelkalog/.logger/x"), -1); }, true},
 };
 
-TEST_F(Planted, LeadsNothingAstrayAndIsNotWaitedFor) {
+TEST_F(Planted, LinksAndFifosAreNeitherFollowedNorWaitedFor) {
   put("/data/source/a", "a");
   put("/data/source/sub/b", "b");
   setprop("persist.sys.zelka.harrowmossd.bugreport_enable", "1");
@@ -143,8 +142,8 @@ TEST_F(Planted, ALogcatIsNotGivenALink) {
   EXPECT_EQ(platform(), before);
 }
 
-// One planted name keeps neither the other runs nor what chmod -R does below the store.
-TEST_F(Planted, InTheStoreKeepsOnlyItsOwnRun) {
+// One planted name must not stop the move of other runs or the chmod -R of the store.
+TEST_F(Planted, InTheStoreAffectsOnlyItsOwnRun) {
   for (const char* file : {RUN "/main.txt", "/data/misc/zelkalog/2#run/main.txt"}) put(file, "log");
   plant("/sdcard/zelkalog/1#run", kDirectory);
   plant("/sdcard/zelkalog/other", kDirectory);

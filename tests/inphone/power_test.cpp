@@ -13,13 +13,13 @@ constexpr char kStart[] =
 constexpr char kStop[] =
     "/system/bin/sh /system/etc/power_logs_stop.sh /data/misc/zelkalog/1#run "
     "/data/misc/zelkalog/1#run/power";
-// The missing slash and the second blank are what the shell is given.
+// The shell gets the missing slash and the second blank.
 constexpr char kFuelGauge[] =
     "system/bin/sh  /system/etc/fg_logs_start.sh /data/misc/zelkalog/1#run/fg";
 
 class Power : public Catchers {
  protected:
-  // The commands of this process; the fuel-gauge worker's come whenever it gets to them.
+  // The commands of this process; those of the fuel-gauge worker come at any time.
   static Texts own_commands() {
     Texts commands = shell_commands();
     commands.erase(std::remove(commands.begin(), commands.end(), kFuelGauge), commands.end());
@@ -31,7 +31,7 @@ TEST_F(Power, StartSwitchesOnAndStartsBothCaptures) {
   const PropertiesSince since;
   EXPECT_EQ(start_power_log(kRun, "power"), 0);
   EXPECT_EQ(since.sets(), Texts{"persist.service.powersave.logs=1"});
-  EXPECT_EQ(get(kSwitch), "1\n");  // one byte over the "0" that was there
+  EXPECT_EQ(get(kSwitch), "1\n");  // replaces the "0"
   EXPECT_EQ(own_commands(), (Texts{"dumpsys power", "dumpsys alarm", kStart}));
   EXPECT_EQ(mode_and_owner(std::string(kRun) + "/power"), "0777 1015:1015");
   EXPECT_EQ(mode_and_owner(std::string(kRun) + "/fg"), "0777 1015:1015");

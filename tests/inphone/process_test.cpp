@@ -13,8 +13,8 @@ namespace {
 
 using namespace inphone;
 
-// What `body` says in a child made by `fork_it`.
-bool holds_in_child(
+// The text that `body` writes in a child made by `fork_it`.
+bool is_true_in_child(
     const std::function<bool()>& body,
     const std::function<pid_t()>& fork_it = [] { return fork_process(Group::kInherit); }) {
   const pid_t pid = fork_it();
@@ -28,7 +28,7 @@ bool is_open(int fd) {
   return fcntl(fd, F_GETFD) != -1;
 }
 
-TEST(ForkProcess, AChildHoldsNoneOfTheMainProcesssSockets) {
+TEST(ForkProcess, AChildHasNoneOfTheMainProcesssSockets) {
   int named[2];
   int others[2];
   ASSERT_EQ(pipe(named), 0);
@@ -36,24 +36,24 @@ TEST(ForkProcess, AChildHoldsNoneOfTheMainProcesssSockets) {
   close_in_children(named[0]);
   close_in_children(named[1]);
   set_keepable_fd(others[0]);
-  EXPECT_TRUE(holds_in_child([&] {
+  EXPECT_TRUE(is_true_in_child([&] {
     return !is_open(named[0]) && !is_open(named[1]) && !is_open(others[0]) && is_open(others[1]);
   }));
-  EXPECT_TRUE(
-      holds_in_child([&] { return !is_open(named[0]) && !is_open(named[1]) && is_open(others[0]); },
-                     [] { return fork_process_keeping_fd(Group::kInherit); }));
+  EXPECT_TRUE(is_true_in_child(
+      [&] { return !is_open(named[0]) && !is_open(named[1]) && is_open(others[0]); },
+      [] { return fork_process_keeping_fd(Group::kInherit); }));
   EXPECT_TRUE(is_open(named[0]) && is_open(named[1]) && is_open(others[0]));
-  // A grandchild closes nothing that has got the numbers since.
-  EXPECT_TRUE(holds_in_child([&] {
+  // A grandchild must not close descriptors that reuse the numbers.
+  EXPECT_TRUE(is_true_in_child([&] {
     const int fd = dup(others[1]);
-    return fd == named[0] && holds_in_child([fd] { return is_open(fd); });
+    return fd == named[0] && is_true_in_child([fd] { return is_open(fd); });
   }));
 }
 
-// A stop must end its workers also when the process has no descriptor left to read /proc with.
+// A stop must end its workers also without a descriptor for /proc.
 TEST(SignalProcess, NeedsNoDescriptorForOwnChildren) {
   for (const bool as_group : {false, true}) {
-    EXPECT_TRUE(holds_in_child([as_group] {
+    EXPECT_TRUE(is_true_in_child([as_group] {
       const pid_t child = fork_process(Group::kNew);
       if (child == 0) {
         for (;;) pause();
@@ -73,7 +73,7 @@ TEST(ForkProcess, AChildHasNoSignalBlockedAndTheParentKeepsItsMask) {
   sigemptyset(&term);
   sigaddset(&term, SIGTERM);
   sigprocmask(SIG_SETMASK, &term, nullptr);
-  EXPECT_TRUE(holds_in_child([] {
+  EXPECT_TRUE(is_true_in_child([] {
     sigset_t mask;
     sigprocmask(SIG_SETMASK, nullptr, &mask);
     return sigisemptyset(&mask) == 1;
@@ -82,7 +82,7 @@ TEST(ForkProcess, AChildHasNoSignalBlockedAndTheParentKeepsItsMask) {
   EXPECT_TRUE(sigismember(&now, SIGTERM) == 1 && sigismember(&now, SIGCHLD) == 0);
 }
 
-TEST(ForkProcess, GroupsAreSetBeforeAnybodyCanLook) {
+TEST(ForkProcess, GroupsAreSetWhenForkReturns) {
   for (int i = 0; i < 100; i++) {
     const pid_t pid = fork_process(Group::kNew);
     if (pid == 0) _exit(getpgrp() == getpid() ? 0 : 1);
@@ -92,19 +92,19 @@ TEST(ForkProcess, GroupsAreSetBeforeAnybodyCanLook) {
     EXPECT_EQ(status, 0);
   }
   const pid_t ours = getpgrp();
-  EXPECT_TRUE(holds_in_child([ours] { return getpgrp() == ours; }));
+  EXPECT_TRUE(is_true_in_child([ours] { return getpgrp() == ours; }));
 }
 
-TEST(IsOurs, ChildrenAndSiblingsAreAndAllElseIsNot) {
+TEST(IsOurs, AcceptsOnlyChildrenAndSiblings) {
   const ParkedChild child;
   EXPECT_TRUE(is_ours(child.pid()));
   for (const pid_t pid : {0, 1, -1, -child.pid(), getpid(), getppid(), 999999})
     EXPECT_FALSE(is_ours(pid)) << pid;
-  // Seen from a worker: the children of the process that forked it.
-  EXPECT_TRUE(holds_in_child([&] { return is_ours(child.pid()); }));
-  // And from a worker of that one only those of the main process.
+  // From a worker: the children of its parent.
+  EXPECT_TRUE(is_true_in_child([&] { return is_ours(child.pid()); }));
+  // From a worker's worker: only those of the main process.
   const auto grandchild_sees = [&] {
-    return holds_in_child([&] { return holds_in_child([&] { return is_ours(child.pid()); }); });
+    return is_true_in_child([&] { return is_true_in_child([&] { return is_ours(child.pid()); }); });
   };
   EXPECT_FALSE(grandchild_sees());
   s_harrowmossd_pid = getpid();
@@ -121,7 +121,7 @@ TEST(SignalProcess, ReachesOnlyWhatIsOurs) {
   EXPECT_TRUE(is_running(child.pid()));
   EXPECT_EQ(signal_process(child.pid(), SIGTERM), 0);
   EXPECT_EQ(child.end_signal(), SIGTERM);
-  EXPECT_EQ(signal_process(child.pid(), SIGTERM), -1);  // reaped: the number is nobody's
+  EXPECT_EQ(signal_process(child.pid(), SIGTERM), -1);  // reaped: the pid is free
 }
 
 TEST(KillWithGroup, EndsAGroupWhoseLeaderIsGone) {
@@ -143,7 +143,7 @@ class WaitWithin : public ::testing::Test {
   void SetUp() override { catch_sigchld(); }
 };
 
-TEST_F(WaitWithin, KeepsItsFullLengthInAStormOfForeignSigchld) {
+TEST_F(WaitWithin, KeepsItsFullLengthDuringManyForeignSigchld) {
   ParkedChild stuck;
   std::atomic<bool> stop{false};
   const pid_t self = getpid();
@@ -151,7 +151,7 @@ TEST_F(WaitWithin, KeepsItsFullLengthInAStormOfForeignSigchld) {
     sigset_t chld;
     sigemptyset(&chld);
     sigaddset(&chld, SIGCHLD);
-    pthread_sigmask(SIG_BLOCK, &chld, nullptr);  // the waiting thread is to be hit
+    pthread_sigmask(SIG_BLOCK, &chld, nullptr);  // the waiting thread shall get it
     while (!stop) {
       signal_one(self, SIGCHLD);
       sched_yield();
@@ -167,7 +167,7 @@ TEST_F(WaitWithin, KeepsItsFullLengthInAStormOfForeignSigchld) {
   EXPECT_TRUE(is_running(stuck.pid()));
 }
 
-// How long a wait of at most 20 s for a child takes that ends once the wait has begun.
+// The duration of a wait, limited to 20 s, for a child that ends once the wait has begun.
 int64_t wait_for_one_that_ends() {
   const pid_t waiter = getpid();
   const pid_t child = fork_process(Group::kInherit);
@@ -198,7 +198,7 @@ TEST_F(WaitWithin, ReturnsWhenTheChildEnds) {
   EXPECT_LT(wait_for_one_that_ends(), 8000);
 }
 
-TEST_F(WaitWithin, LooksOnceAndTellsAChildFromAStranger) {
+TEST_F(WaitWithin, PollsOnceAndRecognisesForeignProcesses) {
   ParkedChild child;
   EXPECT_EQ(wait_within(child.pid(), 0, nullptr), 0);
   EXPECT_EQ(wait_within(child.pid(), -5, nullptr), 0);
@@ -218,7 +218,7 @@ TEST(SleepMs, SleepsTheFullTimeWhateverArrives) {
   EXPECT_GE(monotonic_ms() - start, 300);
 }
 
-// A child of another thread is that thread's: its waiter would miss it.
+// The child of another thread: its waiter would miss it.
 TEST(OtherThreadsChildren, AreNeitherListedNorReaped) {
   const ParkedChild own;
   pid_t theirs = 0;
@@ -244,7 +244,7 @@ TEST(OtherThreadsChildren, AreNeitherListedNorReaped) {
   thread.join();
 }
 
-TEST(ListChildren, ShowsEndedOnesInItsBoundsAndReapAnyTakesOneAtATime) {
+TEST(ListChildren, ShowsZombiesInItsBoundsAndReapAnyTakesOneAtATime) {
   int status = 0;
   EXPECT_EQ(reap_any(&status), -1);
   ParkedChild children[2];
@@ -264,8 +264,8 @@ TEST(ListChildren, ShowsEndedOnesInItsBoundsAndReapAnyTakesOneAtATime) {
   }
 }
 
-// A name may look like the fields behind it.
-TEST(ProcessStat, IsReadBehindTheWholeName) {
+// A name may look like the following fields.
+TEST(ProcessStat, IsParsedAfterTheWholeName) {
   for (const char* name : {"a) Z 1 1 (b", "x ) R 2 2", ")"}) {
     const pid_t child = fork_process(Group::kNew);
     if (child == 0) {
@@ -286,27 +286,27 @@ TEST(ProcessStat, IsReadBehindTheWholeName) {
 
 TEST(MayConvertTime, OnlyTheFirstThreadOfAProcessThatAThreadDidNotFork) {
   EXPECT_TRUE(may_convert_time());
-  EXPECT_TRUE(holds_in_child([] { return may_convert_time(); }));
+  EXPECT_TRUE(is_true_in_child([] { return may_convert_time(); }));
   bool in_thread = true;
   bool in_its_child = true;
   std::thread([&] {
     in_thread = may_convert_time();
-    in_its_child = holds_in_child([] { return may_convert_time(); });
+    in_its_child = is_true_in_child([] { return may_convert_time(); });
   }).join();
   EXPECT_FALSE(in_thread);
   EXPECT_FALSE(in_its_child);
 }
 
-// A remembered id of the parent would send a child's log lines, and its decisions, to another one.
+// With the parent's cached pid, a child's log lines and decisions would be wrong.
 TEST(OwnIds, AreTheKernelsInEveryProcessAndThread) {
   const auto right = [] { return own_pid() == getpid() && own_thread_id() == gettid(); };
   const auto right_in_children = [&] {
-    return holds_in_child(right) && holds_in_child(right, [] { return fork(); });
+    return is_true_in_child(right) && is_true_in_child(right, [] { return fork(); });
   };
   bool in_thread = false;
   std::thread([&] { in_thread = right() && right_in_children(); }).join();
   EXPECT_TRUE(right() && right_in_children() && in_thread);
-  EXPECT_TRUE(holds_in_child(right_in_children));
+  EXPECT_TRUE(is_true_in_child(right_in_children));
 }
 
 TEST(ParentPid, IsTheRealParentsInEveryProcess) {
@@ -314,7 +314,7 @@ TEST(ParentPid, IsTheRealParentsInEveryProcess) {
   s_harrowmossd_pid = getpid();
   EXPECT_EQ(parent_pid(), getppid());
   const pid_t self = getpid();
-  EXPECT_TRUE(holds_in_child([self] { return parent_pid() == self; }));
+  EXPECT_TRUE(is_true_in_child([self] { return parent_pid() == self; }));
 }
 
 }  // namespace

@@ -17,7 +17,7 @@ TEST(Props, IntegersAreTheNumberThatTheValueBeginsWith) {
   }
 }
 
-TEST(Props, CountsOutsideOfTheirRangeAreTheDefaultAndOneLineSaysSo) {
+TEST(Props, CountsOutOfRangeGiveTheDefaultAndOneLogLine) {
   const struct {
     const char* value;
     int count;
@@ -52,8 +52,8 @@ TEST(Props, TextsFallBackToTheirDefault) {
   EXPECT_EQ(get_string_prop("bench.text", "def"), "def");
 }
 
-// The four switches and the mask, for values that are nearly right.
-TEST(Props, EachSwitchHasItsOwnIdeaOfOn) {
+// The four switches and the mask with almost valid values.
+TEST(Props, EachSwitchHasItsOwnValuesForOn) {
   const struct {
     const char* key;
     bool (*asked)();

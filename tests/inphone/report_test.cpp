@@ -1,5 +1,4 @@
-// The device report, the walk over the getters of a feedback bundle, and the dump of the log
-// buffers.
+// The device report, the getters of a feedback bundle, and the dump of the log buffers.
 #include "feedback/report.h"
 
 #include "debuglog/settings.h"
@@ -60,7 +59,7 @@ called with -h
 ----- df -h -----
 )";
 
-// A file system of its own at `path`, of which `used` bytes are taken.
+// Mounts a file system at `path` with `used` bytes taken.
 void fixed_file_system(const char* path, const char* size, off_t used) {
   ASSERT_EQ(mount("fixed", path, "tmpfs", 0, size), 0) << path << " " << strerror(errno);
   put_bytes(std::string(path) + "/used", used);
@@ -71,7 +70,7 @@ void put_program(const std::string& name, const std::string& script) {
   ASSERT_EQ(chmod(("/tmp/bin/" + name).c_str(), 0755), 0);
 }
 
-// Tools and file systems that answer the same on every machine.
+// Tools and file systems with fixed output.
 class FixedPhone : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -95,14 +94,14 @@ class FixedPhone : public ::testing::Test {
   }
 };
 
-// The worker has 2 s for its dozen programs, in which a busy machine may not get done.
+// The worker has 2 s for a dozen programs; a busy machine may need longer.
 size_t cut_reports() {
   size_t cut = 0;
   for (const std::string& text : log_texts()) cut += text.find(" timeout, kill it") != text.npos;
   return cut;
 }
 
-// Lets `reports` write into the empty /tmp/out, again until none of its workers was cut.
+// Runs `reports` with an empty /tmp/out until none of its workers was cut off.
 bool write_whole(const std::function<void()>& reports) {
   return eventually([&] {
     for (const std::string& name : list("/tmp/out")) unlink(("/tmp/out/" + name).c_str());
@@ -150,22 +149,22 @@ TEST_F(FixedPhone, UsedSizesAndRowsOfFileSystems) {
 
 TEST(DeviceReport, AnItemIsItsLabelAndIndentedOutput) {
   const std::string label = "Label" + std::string(17 + 2, ' '), indent(24, ' ');
-  const std::string piece(299, 'x');  // what is taken at once
+  const std::string block(299, 'x');  // read at once
   const std::pair<FixedText, std::string> rows[] = {
       {"true", label + "\n"},
       {"no-such-command", label + "\n"},
       {"printf one", label + "one\n"},
       {"printf '%s\\n' one 2 three", label + "one\n" + indent + "2\n" + indent + "three\n\n"},
       {"printf '\\n\\nx\\n'", label + "\n" + indent + "\n" + indent + "x\n\n"},
-      {"cat /tmp/long", label + piece + indent + std::string(51, 'x') + "\n\n"},
-      {"cat /tmp/exact", label + piece + indent + "\n\n"},  // its newline comes alone
+      {"cat /tmp/long", label + block + indent + std::string(51, 'x') + "\n\n"},
+      {"cat /tmp/exact", label + block + indent + "\n\n"},  // its newline is read alone
   };
   put("/tmp/long", std::string(350, 'x') + "\n");
-  put("/tmp/exact", piece + "\n");
+  put("/tmp/exact", block + "\n");
   for (const auto& [command, item] : rows)
     EXPECT_EQ(write_device_base_info("Label", command), item) << command.get();
   const NoDescriptors none;
-  EXPECT_EQ(write_device_base_info("Label", "echo one"), "");  // not even a pipe
+  EXPECT_EQ(write_device_base_info("Label", "echo one"), "");  // no pipe either
 }
 
 TEST(DeviceReport, IsRootedByAProgramInPathOrByTheProperty) {
@@ -195,9 +194,9 @@ TEST(DeviceReport, IsRootedByAProgramInPathOrByTheProperty) {
   EXPECT_EXIT(isRooted(), ::testing::KilledBySignal(SIGABRT), "");
 }
 
-// A copy cannot be started when there is no descriptor left for its pipe. The children of the
-// request get some back, as those of the daemon do.
-TEST_F(FixedPhone, ATorrentIsCut) {
+// Without a descriptor for its pipe a copy cannot start. The request's children have some, as the
+// daemon's do.
+TEST_F(FixedPhone, EndlessOutputIsCut) {
   put_program("df", "exec yes " + std::string(250, 'x'));
   append_info("/tmp/out/", "others.prop", "before\n");
   write_cmd_output("/tmp/out/", "others.prop", "df -h");
@@ -210,7 +209,7 @@ TEST(FeedbackWalk, EndsAtTheFirstFailureWithThePropertyFiles) {
   const rlimit few = {kFiles, kFiles};
   std::filesystem::create_directories("/data/out");
   std::filesystem::create_directories(kGeneralDir);
-  EXPECT_EQ(get_mount_used_size("/none"), 0);  // opens the log, which stays open
+  EXPECT_EQ(get_mount_used_size("/none"), 0);  // opens the log for good
   ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
   std::vector<int> fillers;
   for (int fd; (fd = open("/dev/null", O_RDONLY | O_CLOEXEC)) >= 0;) fillers.push_back(fd);
@@ -226,12 +225,12 @@ TEST(FeedbackWalk, EndsAtTheFirstFailureWithThePropertyFiles) {
   EXPECT_EQ(get("/data/out/others.prop").rfind("Filesystem  ", 0), 0u);
 }
 
-// Every buffer is dumped, whether it gets a thread or not.
+// Every buffer is dumped, with or without a thread of its own.
 TEST(GeneralDump, IsMadeWithoutThreadsToo) {
   become_main_process();
   catch_sigchld();
   const int64_t pages = atoll(get("/proc/self/statm").c_str());
-  // Less than a thread's stack takes: 1 MiB with Android's C library, 8 MiB with glibc.
+  // Less than a thread's stack: 1 MiB with Android's C library, 8 MiB with glibc.
   const rlim_t no_stack = static_cast<rlim_t>(pages * getpagesize() + (768 << 10));
   const rlimit all = {RLIM_INFINITY, RLIM_INFINITY}, few = {no_stack, RLIM_INFINITY};
   for (const bool threads : {false, true}) {
@@ -248,7 +247,7 @@ TEST(GeneralDump, IsMadeWithoutThreadsToo) {
   }
 }
 
-// Shared storage has several names, and a link gives any directory one more.
+// Shared storage has several paths, and a link adds one to any directory.
 TEST(FeedbackDestination, IsRefusedInsideOfASourceUnderAnyName) {
   put(std::string(kGeneralDir) + "x", "");
   ASSERT_EQ(symlink("/data/anr", "/data/link"), 0);

@@ -43,7 +43,7 @@ TEST_F(RotateFpLogs, RunsExactlyTheseCommands) {
   const struct {
     const char* dir;
     int count;
-    size_t commands;  // the last so many of `all`
+    size_t commands;  // count of the last of `all`
   } rows[] = {{"/data/fp", 3, 4},
               {"/data/fp/", 3, 4},
               {"/data/fp", 1, 2},
@@ -84,8 +84,8 @@ TEST_F(RotateFpLogs, TheRunsTracesHaveFiveGenerationsOf20MiB) {
   }
 }
 
-// The copier of the router log writes on at its old offset: from the first rotation on its file is
-// a hole with a little behind it, and its size would ask for a rotation at every look.
+// The router log's copier keeps writing at its old offset: after the first rotation its file is a
+// hole plus a little data, and its size would trigger a rotation at every check.
 TEST_F(RotateFpLogs, AHoleInTheRouterLogDoesNotCount) {
   for (const char* name : {"qrtr_last", "qrtr_last.txt"}) {
     const int writer = open(file(name).c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0666);
@@ -97,7 +97,7 @@ TEST_F(RotateFpLogs, AHoleInTheRouterLogDoesNotCount) {
     const size_t commands = shell_commands().size();
     rotateFpLogs(kDir, name, 512000, 3);
     EXPECT_EQ(shell_commands().size(), commands) << name;
-    // Once as much again has been written it is due.
+    // Due again once as much has been written.
     ASSERT_EQ(write(writer, full.data(), full.size()), 512000);
     rotateFpLogs(kDir, name, 512000, 3);
     EXPECT_EQ(get(file(name) + ".2"), full) << name;
@@ -109,11 +109,11 @@ TEST_F(RotateFpLogs, AHoleInTheRouterLogDoesNotCount) {
   EXPECT_TRUE(exists(file("tzbsp.txt.1")));
 }
 
-// A copy that is not whole costs neither the live file nor, at each try, another generation.
-TEST_F(RotateFpLogs, ACopyThatFailsCostsOnlyTheOldest) {
+// An incomplete copy must not cost the live file, nor a generation per attempt.
+TEST_F(RotateFpLogs, AFailedCopyLosesOnlyTheOldest) {
   ASSERT_EQ(mount("tmpfs", kDir, "tmpfs", 0, "size=1m"), 0);
   const std::string text(300000, 'q');
-  const auto rotate_in_thread = [](int count) {  // each begins without a pause
+  const auto rotate_in_thread = [](int count) {  // each starts without a pause
     std::thread([count] { rotateFpLogs(kDir, "tzbsp.txt", 4, count); }).join();
   };
   put(file("tzbsp.txt"), text);
@@ -141,7 +141,7 @@ TEST_F(RotateFpLogs, ACopyThatFailsCostsOnlyTheOldest) {
   EXPECT_EQ(get(file("tzbsp.txt.3")), ".2");
 }
 
-// Between these lengths the copy does not fit its command, but the emptying would.
+// Between these lengths the copy command does not fit, but the truncation would.
 TEST_F(RotateFpLogs, IsNeverEmptiedWithoutItsCopy) {
   for (const size_t length : {225, 229, 240}) {
     const std::string dir = std::string(kDir) + "/" + std::string(length, 'x');

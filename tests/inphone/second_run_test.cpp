@@ -1,4 +1,4 @@
-// What a stop must reset for the next run, and what a process takes over when another one has
+// What a stop must reset for the next run, and what a process takes over after another one has
 // started a run.
 #include <signal.h>
 
@@ -25,7 +25,7 @@ class SecondRun : public Catchers {
   void SetUp() override {
     Catchers::SetUp();
     setprop("persist.sys.logger.enable", "on");
-    setprop(kVendorCommonDoneProp, "1");  // no vendor side to wait for
+    setprop(kVendorCommonDoneProp, "1");  // no wait for the vendor
     set_signal_hooks([](int) { s_handled++; }, [] {});
   }
   // Records a signal and runs `act`, during which it is handled or not; afterwards it is in any
@@ -82,7 +82,7 @@ TEST_F(SecondRun, ASignalIsHandledWhileARequestWaitsForItsChild) {
   with_deferred_signal("vendor", true, [] { wait_vendor_mv_action_done("late", 1); });
 }
 
-// Only the shared page tells of another process's run: what a property says is somebody's text.
+// Only the shared page publishes another process's run: anyone may set a property.
 TEST_F(SecondRun, OfAnotherProcessIsTakenOver) {
   share_current_run();
   setprop(kStorePathProp, "/sdcard/zelkalog/9#01-02_03-04-05");
@@ -125,7 +125,7 @@ TEST_F(SecondRun, TheVendorIsPolledTenTimesASecondOfItsBudget) {
     s_vendor_mv_start_secs = time(nullptr) - since_request_s;
     const size_t before = log_texts().size();
     wait_vendor_mv_actions_done();
-    int budget = -1;  // a second less when one has begun meanwhile
+    int budget = -1;  // one less if a second has begun meanwhile
     for (const std::string& text : texts_since(log_texts(), before))
       sscanf(text.c_str(), "D wait timeout %ds", &budget);
     EXPECT_TRUE(budget == seconds || budget == seconds - 1) << types << " " << budget;
@@ -133,7 +133,7 @@ TEST_F(SecondRun, TheVendorIsPolledTenTimesASecondOfItsBudget) {
   }
 }
 
-// The vendor's time is over when the run has been moved; the wifi logs get one more second.
+// The vendor's time ends when the run has been moved; the wifi logs get one more second.
 TEST_F(SecondRun, WifiLogsOfALateVendorStillArrive) {
   setprop(kTypeProp, "64");
   setprop(kStorePathProp, "/sdcard/zelkalog/1#01-02_03-04-05");

@@ -13,8 +13,7 @@ std::string generation(int number) {
   return std::string(kSelfLogFile) + (number == 0 ? "" : "." + std::to_string(number));
 }
 
-// Appends lines of `filler` that take `bytes` altogether; each is 1023 bytes, the last two share
-// the rest.
+// Appends lines of `filler`, `bytes` in all: each has 1023 bytes, the last two share the rest.
 class LineWriter {
  public:
   LineWriter() {
@@ -56,7 +55,7 @@ TEST_F(SelfLogRotation, TheLimitItselfRotatesIntoAPrivateFile) {
   EXPECT_EQ(mode_and_owner(generation(1)), "0777 0:0");
   EXPECT_EQ(size_of(generation(0)), 0);
   EXPECT_EQ(mode_and_owner(generation(0)), "0600 0:0");
-  EXPECT_EQ(logged("D while rotating log files"), 0);  // missing generations are no failure
+  EXPECT_EQ(logged("D while rotating log files"), 0);  // missing generations are not reported
 }
 
 TEST_F(SelfLogRotation, KeepsFiveGenerations) {
@@ -69,7 +68,7 @@ TEST_F(SelfLogRotation, KeepsFiveGenerations) {
   EXPECT_EQ(list(kSelfLogDir).size(), 6u);
   unlink(generation(5).c_str());
   put(generation(5) + "/in the way", "");
-  lines.write(kLimit, 'h');  // said and skipped
+  lines.write(kLimit, 'h');  // reported and skipped
   EXPECT_EQ(logged("D while rotating log files"), 1);
   EXPECT_EQ(get(generation(1))[kLimit - 2], 'h');
   EXPECT_EQ(size_of(generation(0)), 0);
@@ -89,7 +88,7 @@ TEST_F(SelfLogRotation, AChildCountsOnFromItsParentAndRotatesAlone) {
   ASSERT_EQ(status, 0);
   EXPECT_EQ(size_of(generation(1)), kLimit);
   EXPECT_NE(get(generation(0)).find("child after"), std::string::npos);
-  // The parent still holds the file that was renamed, and has half of its count left.
+  // The parent still has the renamed file open, and half of its count left.
   lines.write(half - 1, 'p');
   EXPECT_EQ(size_of(generation(1)), kLimit + half - 1);
   EXPECT_EQ(size_of(generation(2)), -1);

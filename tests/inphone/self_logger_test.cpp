@@ -36,7 +36,7 @@ size_t prefix_length() {
   return date_of(0).size() + std::string(" || harrowmossd ").size() + own_ids().size();
 }
 
-// What one call appended to the file, without the prefix.
+// The text that one call appends to the file, without the prefix.
 std::string appended(const char* fmt, const std::string& text) {
   const size_t before = get(kSelfLogFile).size();
   logger(fmt, text.c_str());
@@ -71,12 +71,12 @@ TEST_F(SelfLogger, CutsALineAt1023BytesWithItsNewline) {
     const std::string message(length - prefix, 'm');
     const std::string kept = message.substr(0, std::min<size_t>(length, 1022) - prefix);
     EXPECT_EQ(appended("%s", message), kept + "\n") << length;
-    // Its own newline, last of all, is cut off and put back.
+    // Its final newline is cut off and appended again.
     const std::string ended = message.substr(1) + "\n";
     EXPECT_EQ(appended("%s", ended),
               ended.substr(0, std::min<size_t>(length, 1023) - prefix - 1) + "\n")
         << length;
-    // A newline further on the left stays the only one.
+    // An earlier newline stays the only one.
     const std::string split = "a\n" + message.substr(2);
     EXPECT_EQ(appended("%s", split), split.substr(0, std::min<size_t>(length, 1023) - prefix))
         << length;
@@ -101,7 +101,7 @@ TEST(SelfLoggerSwitch, OnlyAValueThatBeginsWithOnWrites) {
   EXPECT_EQ(appended("%s", "on again"), "on again\n");
 }
 
-TEST_F(SelfLogger, DirectoriesAreEverybodysAndTheFileObeysTheUmask) {
+TEST_F(SelfLogger, DirectoriesAre0777AndTheFileObeysTheUmask) {
   const std::string misc = mode_and_owner("/data/misc");
   std::filesystem::remove_all("/data/misc/zelkalog");
   umask(077);
@@ -113,7 +113,7 @@ TEST_F(SelfLogger, DirectoriesAreEverybodysAndTheFileObeysTheUmask) {
   EXPECT_EQ(mode_and_owner(kSelfLogFile), "0700 0:0");
 }
 
-TEST_F(SelfLogger, SaysInTheAndroidLogWhyItCannotWriteAndTriesAgain) {
+TEST_F(SelfLogger, ReportsFailedWritesInTheAndroidLogAndRetries) {
   std::filesystem::remove_all("/data/misc/zelkalog");
   put("/data/misc/zelkalog", "a file in its place");
   for (const char* text : {"one", "two"}) logger("%s", text);
@@ -148,13 +148,14 @@ TEST_F(SelfLogger, EachMessageGoesToBothLogs) {
   }
 }
 
-// A child is forked while another thread is anywhere in the middle of a line.
-TEST_F(SelfLogger, ChildrenForkedBesideALoggingThreadNeverHang) {
+// Forks children while another thread is in the middle of a line.
+TEST_F(SelfLogger, ChildrenForkedDuringALogCallNeverHang) {
   std::atomic<bool> stop{false};
   std::thread busy([&stop] {
     while (!stop) log_message(ANDROID_LOG_DEBUG, "utils", "busy", 1, "a line %d", 1);
   });
-  // With a lock in a line one child of 43 hung: the fewest find that too, on a busy machine.
+  // With a lock in a line, 1 of 43 children hung: the least count finds that, too, on a busy
+  // machine.
   constexpr int kForks = 2000, kFewestForks = 200;
   const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(30);
   int forked = 0, ended_well = 0;

@@ -1,5 +1,5 @@
-// Values that survive a wipe, the verdict and the identity built on them, and the logs of a phone
-// that charged powered off.
+// Values that survive a wipe, the verdict and identity derived from them, and logs of a phone
+// charging while powered off.
 #include "debuglog/settings.h"
 
 #include <string.h>
@@ -15,7 +15,7 @@ constexpr char kKey[] = "/persist/harrowmoss/persist.test";
 constexpr char kState[] = "/persist/harrowmoss/persist.sys.state";
 constexpr size_t kReadable = 91;
 
-// What a caller's zeroed buffer of 92 bytes holds afterwards, all of it; "-1" for a failure.
+// The resulting content of a caller's zeroed buffer of 92 bytes; "-1" for a failure.
 std::string stored(const char* key) {
   char buf[kReadable + 1 + 8] = {};
   memset(buf + kReadable + 1, '#', 8);
@@ -24,7 +24,7 @@ std::string stored(const char* key) {
   return buf;
 }
 
-TEST(PersistStore, HoldsTheLastValueExactlyAndReads91Bytes) {
+TEST(PersistStore, KeepsTheLastValueExactlyAndReads91Bytes) {
   const std::string long_values[] = {std::string(91, 'x'), std::string(92, 'y'),
                                      std::string(5000, 'z')};
   umask(0);
@@ -36,7 +36,7 @@ TEST(PersistStore, HoldsTheLastValueExactlyAndReads91Bytes) {
     EXPECT_EQ(stored("persist.test"), value.substr(0, kReadable));
     EXPECT_EQ(mode_and_owner(kDir), "0700 0:0");
     EXPECT_EQ(mode_and_owner(kKey), "0600 0:0");
-    ASSERT_EQ(chmod(kKey, 0666) + chown(kKey, 1015, 1015), 0);  // put back by the next
+    ASSERT_EQ(chmod(kKey, 0666) + chown(kKey, 1015, 1015), 0);  // restored by the next
     umask(0777);
   }
 }
@@ -83,7 +83,7 @@ TEST(BuildState, ThePropertyDecidesBeforeTheSizeOfTheSystem) {
       EXPECT_EQ(exists(kState) ? get(kState) : none, row.marker) << row.property << " " << row.size;
       unlink(kState);
     }
-    EXPECT_EQ(exists(kDir), row.size != none || row.marker != none);  // no access without need
+    EXPECT_EQ(exists(kDir), row.size != none || row.marker != none);  // not opened without need
   }
 }
 
@@ -110,7 +110,7 @@ TEST(BuildId, IsTheFingerprintOrWhatItsPartsMakeCutAt91) {
       return std::to_string(length) + " " + std::string(buf, sizeof(buf));
     });
     std::string expected = row.second;
-    expected.resize(kReadable + 1 + 8);  // nothing behind it is touched
+    expected.resize(kReadable + 1 + 8);  // nothing after it changes
     EXPECT_EQ(got, std::to_string(row.second.size()) + " " + expected);
   }
 }
@@ -119,7 +119,7 @@ class PowerOffLogs : public ::testing::Test {
  protected:
   static constexpr char kMoved[] = "/data/misc/zelkalog/poweroffcharge";
   const Texts sources_ = {"/cache/zelkalog", "/persist/zelkalog"};
-  const std::string said_ = std::string("E cp poweroffchargelog to ") + kMoved;
+  const std::string failure_ = std::string("E cp poweroffchargelog to ") + kMoved;
 };
 
 TEST_F(PowerOffLogs, AreMovedUnlessThePhoneChargesPoweredOffNow) {
@@ -129,13 +129,13 @@ TEST_F(PowerOffLogs, AreMovedUnlessThePhoneChargesPoweredOffNow) {
     for (const std::string& source : sources_)
       put(source + source.substr(0, 3) + "/log.txt", source);
     setprop("sys.poweroffcharge.control", control);
-    const long said = logged(said_);
+    const long before = logged(failure_);
     preProcess();
     for (const std::string& source : sources_) {
       EXPECT_EQ(exists(source), !moves) << control << " " << source;
       EXPECT_EQ(get(kMoved + source.substr(0, 3) + "/log.txt"), moves ? source : "");
     }
-    EXPECT_EQ(logged(said_) - said, moves ? 2 : 0) << control;
+    EXPECT_EQ(logged(failure_) - before, moves ? 2 : 0) << control;
     EXPECT_EQ(exists(kMoved), moves) << control;
   }
   EXPECT_EQ(logged("D function invoked, !is_poweroffcharge : 0"), 1);
@@ -149,13 +149,13 @@ TEST_F(PowerOffLogs, StayWhenTheirCopyFails) {
   EXPECT_EQ(get("/cache/zelkalog/log.txt"), "kept");
 }
 
-// Each stays, with one line, until its names are free and all of it is copied.
-TEST_F(PowerOffLogs, StayWhereACopyWouldTakeAnothersPlaceOrFails) {
+// Each stays, with one log line, until its names are free and it is copied completely.
+TEST_F(PowerOffLogs, StayWhereACopyWouldReplaceAnotherOrFail) {
   const std::string cache = "/cache/zelkalog/log.txt", persist = "/persist/zelkalog/log.txt";
   const std::string copy = std::string(kMoved) + "/log.txt";
   const struct {
     const char* before;
-    std::string cache, persist, copy;  // what is where afterwards
+    std::string cache, persist, copy;  // expected content afterwards
   } rows[] = {
       {":", "", "persist", "cache"},                                        // equal names
       {":", "", "persist", "cache"},                                        // an earlier boot's

@@ -7,22 +7,22 @@ namespace {
 
 using namespace inphone;
 
-// Runs `command` and returns its output as it was delivered, piece by piece.
-Texts pieces_of(const ShellText& command, int bound_ms = 20000, size_t size = 256) {
-  Texts pieces;
+// Runs `command` and returns its output as delivered, block by block.
+Texts blocks_of(const ShellText& command, int bound_ms = 20000, size_t size = 256) {
+  Texts blocks;
   std::vector<char> buffer(size);
   EXPECT_EQ(
       run_shell_lines(
           command, bound_ms, buffer.data(), buffer.size(),
           [](void* context, const char* line) { static_cast<Texts*>(context)->push_back(line); },
-          &pieces),
+          &blocks),
       0);
-  return pieces;
+  return blocks;
 }
 
 std::string output_of(const ShellText& command) {
   std::string output;
-  for (const std::string& piece : pieces_of(command)) output += piece;
+  for (const std::string& block : blocks_of(command)) output += block;
   return output;
 }
 
@@ -31,7 +31,7 @@ class Shell : public ::testing::Test {
   void SetUp() override { catch_sigchld(); }
 };
 
-// print -r is the shell's own: nothing but the shell's parsing stands between.
+// print -r is built in: only the shell's parsing is involved.
 TEST_F(Shell, EveryByteOfANameComesBackAsItWas) {
   std::string all = "/";
   for (int byte = 1; byte < 256; byte++) {
@@ -59,12 +59,12 @@ TEST_F(Shell, WithoutAShellItIs127AsForSystem) {
   ASSERT_EQ(mount("/dev/null", "/system/bin/sh", nullptr, MS_BIND, nullptr), 0);
   EXPECT_EQ(run_shell("true"), 127 << 8);
   EXPECT_EQ(run_tool("true"), 127 << 8);
-  EXPECT_EQ(pieces_of("echo x"), Texts{});
+  EXPECT_EQ(blocks_of("echo x"), Texts{});
   signal(SIGCHLD, SIG_IGN);
-  EXPECT_EQ(run_shell("true"), -1);  // somebody else has reaped it
+  EXPECT_EQ(run_shell("true"), -1);  // reaped elsewhere
 }
 
-// A worker's shell ends with the worker's group, the main process's has its own.
+// A worker's shell ends with the worker's group; the main process's shell has its own group.
 TEST_F(Shell, OnlyTheMainProcessGivesItAGroup) {
   const std::string own = std::to_string(getpgrp());
   const char command[] = "cut -d' ' -f5 /proc/self/stat > /data/group";
@@ -87,62 +87,62 @@ TEST_F(Shell, LinesArriveAsTheyAreWritten) {
       {print(longer.substr(0, 254)), {longer.substr(0, 254) + "\n"}},
       {print(longer.substr(0, 255)), {longer.substr(0, 255), "\n"}},
   };
-  for (const auto& [command, pieces] : rows) {
-    EXPECT_EQ(pieces_of(command), pieces) << command.c_str();
-    EXPECT_EQ(pieces_of(command, kUnbounded), pieces) << command.c_str();
+  for (const auto& [command, blocks] : rows) {
+    EXPECT_EQ(blocks_of(command), blocks) << command.c_str();
+    EXPECT_EQ(blocks_of(command, kUnbounded), blocks) << command.c_str();
   }
 }
 
 TEST_F(Shell, AToolMayCloseItsOutputBeforeItEnds) {
-  EXPECT_EQ(pieces_of("echo out; exec >&-; sleep 0.3; touch /data/ended"), Texts{"out\n"});
+  EXPECT_EQ(blocks_of("echo out; exec >&-; sleep 0.3; touch /data/ended"), Texts{"out\n"});
   EXPECT_TRUE(exists("/data/ended"));
 }
 
-TEST_F(Shell, ABackgroundProcessThatKeepsThePipeDoesNotKeepTheCaller) {
+TEST_F(Shell, ABackgroundProcessWithThePipeDoesNotBlockTheCaller) {
   const int64_t start = monotonic_ms();
-  const Texts pieces = pieces_of("sleep 1000 & echo $!");
+  const Texts blocks = blocks_of("sleep 1000 & echo $!");
   EXPECT_LT(monotonic_ms() - start, 15000);
-  ASSERT_EQ(pieces.size(), 1u);
-  EXPECT_TRUE(is_running(std::stoi(pieces[0])));  // it was not asked to end
+  ASSERT_EQ(blocks.size(), 1u);
+  EXPECT_TRUE(is_running(std::stoi(blocks[0])));  // nothing ends it
 }
 
-// In the main process its shell leads a group; in a worker it is in the worker's.
+// In the main process the shell leads a group; in a worker it is in the worker's.
 void expect_all_killed_at_the_bound() {
-  const Texts pieces =
-      pieces_of("sleep 1000 & echo $!; sh -c 'echo $$; print -n partial; exec sleep 1000'", 2000);
-  ASSERT_EQ(pieces.size(), 3u);
-  EXPECT_EQ(pieces[2], "partial");
+  const Texts blocks =
+      blocks_of("sleep 1000 & echo $!; sh -c 'echo $$; print -n partial; exec sleep 1000'", 2000);
+  ASSERT_EQ(blocks.size(), 3u);
+  EXPECT_EQ(blocks[2], "partial");
   for (size_t i = 0; i < 2; i++) {
-    const pid_t pid = std::stoi(pieces[i]);
+    const pid_t pid = std::stoi(blocks[i]);
     EXPECT_TRUE(eventually([pid] { return !is_running(pid); }));
   }
 }
 
-TEST_F(Shell, WhatOutlivesItsBoundIsKilledWithAllThatItStarted) {
+TEST_F(Shell, ACommandBeyondItsBoundIsKilledWithItsChildren) {
   s_harrowmossd_pid = getppid();
   expect_all_killed_at_the_bound();
   become_main_process();
   expect_all_killed_at_the_bound();
 }
 
-TEST_F(Shell, AnEndlessWriterIsEndedToo) {
+TEST_F(Shell, AnEndlessWriterIsKilledToo) {
   become_main_process();
   const int64_t start = monotonic_ms();
-  EXPECT_FALSE(pieces_of("while :; do echo x; done", 1000).empty());
+  EXPECT_FALSE(blocks_of("while :; do echo x; done", 1000).empty());
   EXPECT_LT(monotonic_ms() - start, 15000);
   EXPECT_EQ(logged("E tool does not end within 1 s, kill it: while :; do echo x; done"), 1);
 }
 
-TEST_F(Shell, ATorrentIsCutAt16MiB) {
+TEST_F(Shell, OutputIsCutAt16MiB) {
   const std::string word(255, 'x');
   size_t bytes = 0;
-  for (const std::string& piece : pieces_of(ShellText("yes").arg(word), kToolBoundMs))
-    bytes += piece.size();
+  for (const std::string& block : blocks_of(ShellText("yes").arg(word), kToolBoundMs))
+    bytes += block.size();
   EXPECT_LE(bytes, 16u << 20);
   EXPECT_GT(bytes, 15u << 20);
   const std::string line = "E tool writes more than 16777216 bytes, kill it: yes ";
   EXPECT_EQ(logged(line + word), 1);
-  // The same into a file; what is in it already counts. A shell may be left to write it.
+  // Output to a file, including its earlier content. A shell may be left to write it.
   for (const FixedText command : {FixedText("yes >> /data/f"), FixedText("yes >> /data/f; :")}) {
     run_tool(command, kOutputBytes);
     EXPECT_EQ(getFileSize("/data/f"), 16 << 20);
@@ -153,7 +153,7 @@ TEST_F(Shell, ASeriesHasOneBudget) {
   SeriesBudget budget("series", 1500);
   int first = budget.left();
   EXPECT_GT(first, 0);
-  pieces_of("sleep 1000", first);
+  blocks_of("sleep 1000", first);
   EXPECT_EQ(budget.left(), 0);
   EXPECT_EQ(budget.left(), 0);
   EXPECT_EQ(logged("E series takes longer than 1 s, the rest is skipped"), 1);

@@ -10,10 +10,9 @@ namespace {
 
 using namespace inphone;
 
-constexpr size_t kPiece = 511;  // a longer line arrives in pieces
+constexpr size_t kPiece = 511;  // longer lines are split
 
-// Gives `text` to a parser line by line, each in a block of its own: a sanitizer sees a byte read
-// too far.
+// Passes `text` to a parser line by line, each in a heap block: sanitizers see reads beyond it.
 template <typename Parser>
 SleepCounters parse(const std::string& text, SleepCounters counters = {}) {
   Parser parser;
@@ -145,7 +144,7 @@ TEST_F(SleepFiles, EachModelHasSomeOfThem) {
     const char* counters;  // vmin aosd,cxsd xo,numshutdowns sleep
   } rows[] = {
       {false, false, false, false, "-1 -1,-1 -1,-1 -1"},
-      {true, false, false, false, "-1 -1,-1 -1,-1 -1"},  // vmin only beside the newer file
+      {true, false, false, false, "-1 -1,-1 -1,-1 -1"},  // vmin only with the newer file
       {false, true, false, false, "-1 2,3 -1,-1 -1"},
       {true, true, false, false, "1 -1,-1 -1,-1 -1"},  // and then instead of it
       {false, false, true, false, "-1 -1,-1 4,5 -1"},
@@ -173,7 +172,7 @@ TEST_F(SleepFiles, ACounterKeepsItsValueWhenItsFileGoes) {
   read_all();
   EXPECT_EQ(counters(), "-1 2,3 -1,-1 6");
   unlink(kRpmhMasterFile);
-  ASSERT_EQ(mkdir(kRpmhMasterFile, 0755), 0);  // opens, and cannot be read
+  ASSERT_EQ(mkdir(kRpmhMasterFile, 0755), 0);  // can be opened, not read
   read_all();
   EXPECT_EQ(counters(), "-1 2,3 -1,-1 6");
 }

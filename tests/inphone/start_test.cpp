@@ -4,13 +4,10 @@
 
 #include "daemon/harrowmoss.h"
 #include "debuglog/commands.h"
-#include "debuglog/logcat.h"
 #include "debuglog/run.h"
-#include "debuglog/workers.h"
 #include "model/run_name.h"
 #include "selflog/props.h"
 #include "storage/store.h"
-#include "storage/utils.h"
 #include "tests/inphone/inphone.h"
 
 namespace {
@@ -92,10 +89,10 @@ TEST_F(Start, ARunIsNumberedPublishedAndMadeInThisOrder) {
     EXPECT_EQ(mode_and_owner(dir), kShared) << dir;
 }
 
-TEST_F(Start, TheNumberGoesOnFromWhateverStandsThere) {
+TEST_F(Start, TheNumberContinuesFromAnyValue) {
   const struct {
     const char *before, *number;
-    long lines;  // that tell of a bad one
+    long lines;  // that report a bad one
   } rows[] = {{"", "1", 0},
               {"0", "1", 0},
               {"41", "42", 0},
@@ -121,7 +118,7 @@ TEST_F(Start, ARunBeginsFromOneBlockAboveTheLimitsOn) {
   const struct {
     const char* volume;
     int64_t left;
-    const char* refused;  // null: it begins
+    const char* refused;  // null: it starts
   } rows[] = {
       {"/sdcard", 64 * kMiB, "W There is not enough disk space left to capture the log"},
       {"/sdcard", 64 * kMiB + 4096, nullptr},
@@ -129,7 +126,7 @@ TEST_F(Start, ARunBeginsFromOneBlockAboveTheLimitsOn) {
        "W There is not enough data space left to capture the log, data_space=134217728"},
       {"/data", 128 * kMiB + 4096, nullptr},
   };
-  setprop("persist.sys.logger.enable", "off");  // the self log would take blocks
+  setprop("persist.sys.logger.enable", "off");  // the self log would use blocks
   for (const auto& row : rows) {
     switch_on("0");
     fill_up_to(row.volume, row.left);
@@ -143,7 +140,7 @@ TEST_F(Start, ARunBeginsFromOneBlockAboveTheLimitsOn) {
   }
 }
 
-TEST_F(Start, StorageThatCannotBeAskedIsNoReasonToSwitchOff) {
+TEST_F(Start, StorageOfUnknownSizeDoesNotSwitchOff) {
   remove_sdcard();
   setprop(kEnableProp, "on");
   EXPECT_EQ(create_store_dir_if_needed(), 0);
@@ -153,7 +150,7 @@ TEST_F(Start, StorageThatCannotBeAskedIsNoReasonToSwitchOff) {
   EXPECT_EQ(list("/data/media/0"), Texts{});
 }
 
-TEST_F(Start, TheStoreIsMadeOnBothPathsAndThenLeftAlone) {
+TEST_F(Start, TheStoreIsCreatedOnBothPathsOnce) {
   umask(077);
   create_store_dir_if_needed();
   EXPECT_EQ(mode_and_owner("/sdcard/zelkalog"), kShared);
@@ -171,7 +168,7 @@ TEST_F(Start, OnlyOldModelsAreRelabelled) {
   const PropertiesSince since;
   restorecon_media_zelkalog();
   ASSERT_FALSE(since.sets().empty());
-  EXPECT_EQ(since.sets()[0], std::string(kRelabel) + "=1");  // init puts it back at once
+  EXPECT_EQ(since.sets()[0], std::string(kRelabel) + "=1");  // init restores it at once
   EXPECT_EQ(logged("W restorecon zelkalog selabel under media for legacy products"), 1);
 }
 
@@ -187,7 +184,7 @@ TEST_F(Start, BugReportsAreWrittenOnlyForExactlyOne) {
   catch_bugreport(false, "/data/run");
   EXPECT_EQ(shell_commands(), (Texts{"bugreportz -s > /data/run/bugreport/bugreport_start.zip",
                                      "bugreportz -s > /data/run/bugreport/bugreport_stop.zip"}));
-  // Both were complete when the calls returned.
+  // Both are complete when the calls return.
   EXPECT_EQ(get("/data/run/bugreport/bugreport_start.zip").substr(0, 2), "PK");
   EXPECT_EQ(get("/data/run/bugreport/bugreport_stop.zip").substr(0, 2), "PK");
   EXPECT_EQ(mode_and_owner("/data/run/bugreport"), kShared);

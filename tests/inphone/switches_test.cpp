@@ -1,5 +1,5 @@
-// Steps of the stop that switch a type off. What each start sets, and the whole stop's sets in
-// their order, are seen with all types in a running daemon.
+// Steps of the stop that switch a type off. The sets of each start and of a whole stop are checked
+// with all types in a running daemon.
 #include "catchers/catchers.h"
 #include "selflog/props.h"
 #include "tests/inphone/inphone.h"
@@ -8,10 +8,10 @@ namespace {
 
 using namespace inphone;
 
-TEST(Switches, OffIsWrittenForTheTypesThatAreOn) {
+TEST(Switches, OffIsSetForTheTypesThatAreOn) {
   constexpr int kAllTypes = 0x7fff;
   const struct {
-    int mask;  // 0: whatever the types are
+    int mask;  // 0: any types
     void (*stop)();
     const char* set;
   } rows[] = {

@@ -5,7 +5,7 @@ namespace {
 
 using namespace inphone;
 
-constexpr char kPackets[] = "/dev/bench/systrace.log";  // one line of hex for each
+constexpr char kPackets[] = "/dev/bench/systrace.log";  // a line of hex per packet
 
 class Systrace : public Catchers {
  protected:
@@ -33,12 +33,12 @@ TEST_F(Systrace, ACommandIsFourBytesTheHighestFirst) {
   EXPECT_EQ(logged("E ret is 4\n"), 4);
 }
 
-// The one test that waits all the attempts out.
+// Waits for all attempts.
 TEST_F(Systrace, WithoutAServiceTheWorkerGivesUp) {
   const int64_t start = monotonic_ms();
   EXPECT_EQ(WEXITSTATUS(status_of_sending(0)), 1);
   const int64_t took = monotonic_ms() - start;
-  EXPECT_GE(took, 6200);  // 62 attempts, 100 ms behind each
+  EXPECT_GE(took, 6200);  // 62 attempts, 100 ms after each
   EXPECT_LT(took, 20000);
   EXPECT_EQ(logged("E Failed connect to systrace, errno " + std::to_string(ECONNREFUSED)), 1);
 }
@@ -60,7 +60,7 @@ TEST_F(Systrace, StartLeavesAWorkerThatSendsTheStart) {
   EXPECT_EQ(logged("D sendSystraceSocket sucess"), 1);
 }
 
-TEST_F(Systrace, StopSwitchesOffClearsAndTellsTheService) {
+TEST_F(Systrace, StopSwitchesOffClearsAndNotifiesTheService) {
   start_service();
   put("/data/anr/systrace/trace_1.html", "trace");
   put("/data/anr/anr_1", "stays");
@@ -77,14 +77,14 @@ TEST_F(Systrace, StopSwitchesOffClearsAndTellsTheService) {
   EXPECT_EQ(list_children(pids, 4), 0);
 }
 
-// A service whose queue is full leaves the worker hanging in connect(): 6 s, and then it is killed.
+// A service with a full queue blocks the worker in connect(): it is killed after 6 s.
 TEST_F(Systrace, StopKillsAWorkerThatHangs) {
   setprop("bench.systrace.accept", "never");
   start_service();
   const int64_t start = monotonic_ms();
   stop_systrace_service();
   const int64_t took = monotonic_ms() - start;
-  EXPECT_GE(took, 7000);  // 60 looks, 100 ms each, and the second behind the kill
+  EXPECT_GE(took, 7000);  // 60 polls, 100 ms each, and a second after the kill
   EXPECT_LT(took, 20000);
   EXPECT_EQ(logged_beginning("E wait child "), 1);
   pid_t pids[4];

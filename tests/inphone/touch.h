@@ -1,8 +1,6 @@
-// A recorder in a child process, and fingers on the devices that it sees. The phone must have been
+// A recorder in a child process, and events from the devices that it records. The phone must be
 // booted with --input.
 #pragma once
-
-#include <thread>
 
 #include "input/touch_recorder.h"
 #include "phone/input/control.h"
@@ -22,7 +20,7 @@ inline int finger(const std::string& script) {
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
-// Node -> how often it is open.
+// Node -> number of readers.
 inline std::vector<std::pair<std::string, int>> readers() {
   EXPECT_EQ(finger("list\n"), 0);
   std::vector<std::pair<std::string, int>> found;
@@ -33,7 +31,7 @@ inline std::vector<std::pair<std::string, int>> readers() {
   return found;
 }
 
-// Texts of the event file's lines without their time stamps, which are checked.
+// The event file's lines without their time stamps, which are checked.
 inline Texts without_stamps(const std::string& text) {
   Texts lines;
   for (const std::string& line : lines_of(text)) {
@@ -109,7 +107,7 @@ class TouchRecorder : public ::testing::Test {
     return events();
   }
 
-  // CPU time that the recorder has used, nanoseconds.
+  // CPU time of the recorder in nanoseconds.
   int64_t cpu_ns() const {
     return atoll(get("/proc/" + std::to_string(recorder_) + "/schedstat").c_str());
   }

@@ -1,4 +1,4 @@
-// Which devices are recorded, and what becomes of them when they come and go.
+// Which devices are recorded, and how they come and go.
 #include "tests/inphone/touch.h"
 
 namespace {
@@ -16,7 +16,7 @@ std::string press(const std::string& node) {
 
 class TouchDevices : public TouchRecorder {
  protected:
-  // Plugs a device and waits until the recorder has looked at it.
+  // Plugs a device and waits until the recorder has examined it.
   static void plug(const std::string& node, const std::string& name,
                    const std::string& how = "plug") {
     ASSERT_EQ(finger(how + " " + node + " " + name + "\n"), 0);
@@ -41,8 +41,8 @@ TEST_F(TouchDevices, AreAcceptedByAPartOfTheirName) {
       {"my-himax-panel,v2", true},
       {"zelka_tgk_aw_sar0_ch1", false},
       {filler + "+++++++++++++himax", true},     // 78 characters
-      {filler + "++++++++++++++himax", true},    // 79, of which the device gives all
-      {filler + "+++++++++++++++himax", false},  // the last one is not asked for
+      {filler + "++++++++++++++himax", true},    // 79, all returned by the device
+      {filler + "+++++++++++++++himax", false},  // the last one is not read
   };
   std::string script;
   std::string presses;
@@ -65,23 +65,23 @@ TEST_F(TouchDevices, AreAcceptedByAPartOfTheirName) {
   EXPECT_EQ(get(kStderrFile), "");
 }
 
-TEST_F(TouchDevices, SayWhatTheyCannotDo) {
+TEST_F(TouchDevices, ReportMissingFeatures) {
   ASSERT_EQ(symlink("nowhere", "/dev/input/event0"), 0);
   ASSERT_EQ(finger("plug-without-clock event1 himax\n"), 0);
   record();
-  plug("event2", "gpio-keys");  // not recorded, so its removal finds nobody
+  plug("event2", "gpio-keys");  // not recorded: its removal matches no device
   ASSERT_EQ(finger("unplug event2\n"), 0);
   ASSERT_TRUE(eventually([] { return lines_of(get(kStderrFile)).size() == 3; }));
-  const Texts said = lines_of(get(kStderrFile));
+  const Texts messages = lines_of(get(kStderrFile));
   for (const char* line : {"could not open /dev/input/event0, No such file or directory",
                            "Can't enable monotonic clock reporting: Invalid argument",
                            "remote device: /dev/input/event2 not found"})
-    EXPECT_EQ(std::count(said.begin(), said.end(), line), 1) << line;
+    EXPECT_EQ(std::count(messages.begin(), messages.end(), line), 1) << line;
   ASSERT_EQ(finger(press("event1")), 0);  // recorded all the same
   EXPECT_EQ(wait_for_events(1), Texts({down_line(false)}));
 }
 
-// Three devices, removed in every order: whoever is left keeps its own marker.
+// Three devices, removed in every order: the others keep their markers.
 TEST_F(TouchDevices, TheSecondOneIsKnownAfterAnyRemovals) {
   record();
   std::vector<int> order = {0, 1, 2};
@@ -107,8 +107,8 @@ TEST_F(TouchDevices, TheSecondOneIsKnownAfterAnyRemovals) {
   EXPECT_EQ(events(), expected);
 }
 
-// A device that appears while the directory is scanned is found by the scan and told by the watch.
-TEST_F(TouchDevices, AreOpenedOnceWhenTheyAreToldTwice) {
+// A device that appears during the scan is found by the scan and reported by the watch.
+TEST_F(TouchDevices, AreOpenedOnceWhenReportedTwice) {
   ASSERT_EQ(finger("plug event0 himax\n"), 0);
   for (int times = 0; times < 2; times++) EXPECT_EQ(open_device("/dev/input/event0"), 0);
   EXPECT_EQ(readers(), (std::vector<std::pair<std::string, int>>{{"event0", 1}}));
@@ -116,7 +116,7 @@ TEST_F(TouchDevices, AreOpenedOnceWhenTheyAreToldTwice) {
   EXPECT_EQ(close_device("/dev/input/event0", 0), -1);
 }
 
-// A device that hung up but whose node is still there must cost nothing.
+// A device that hung up, with its node still there, must use no CPU.
 TEST_F(TouchDevices, AHungUpOneDoesNotSpin) {
   record();
   plug("event0", "himax");
@@ -133,7 +133,7 @@ TEST_F(TouchDevices, AHungUpOneDoesNotSpin) {
     wait_for_events(lines += 40);
     const auto gone = std::chrono::steady_clock::now() - start;
     EXPECT_LT(cpu_ns() - before, std::chrono::nanoseconds(gone).count() / 4) << how;
-    // It goes when its node goes, and the others stay what they were.
+    // It is removed with its node; the others are unchanged.
     ASSERT_EQ(finger("unplug event1\n" + press("event2") + "unplug event2\n"), 0);
     const Texts all = wait_for_events(lines += 3);
     EXPECT_EQ(Texts(all.end() - 3, all.end()),
@@ -142,7 +142,7 @@ TEST_F(TouchDevices, AHungUpOneDoesNotSpin) {
   }
 }
 
-// What the device still had for us is read before its end is believed.
+// Pending events are read before the hang-up is handled.
 TEST_F(TouchDevices, WaitingEventsOfAHungUpOneAreRecorded) {
   constexpr int kEvents = 500;
   record();

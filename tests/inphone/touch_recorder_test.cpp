@@ -1,4 +1,4 @@
-// What the recorder writes: lines, rotation, order, cost, and how it begins and ends.
+// The recorder's output: lines, rotation, order, cost, start and end.
 #include <sys/time.h>
 
 #include "tests/inphone/touch.h"
@@ -8,15 +8,15 @@ namespace {
 using namespace inphone;
 
 constexpr char kFirst[] = "          ";
-constexpr char kBlanks[] = "            ";  // behind a decimal value
+constexpr char kBlanks[] = "            ";  // after a decimal value
 
-// What `numbered` events look like.
+// Text of `numbered` events.
 std::string numbered_line(int number) {
   return kFirst + ("EV_ABS       ABS_X                " + std::to_string(number)) + kBlanks;
 }
 
 TEST_F(TouchRecorder, StampsTheTimeOfReading) {
-  setenv("TZ", "XYZ-5:45", 1);  // east of UTC by a quarter that no default has
+  setenv("TZ", "XYZ-5:45", 1);  // an offset that is no default
   ASSERT_EQ(finger("plug event0 himax\n"), 0);
   record();
   timeval before, after;
@@ -39,7 +39,7 @@ TEST_F(TouchRecorder, ASignalLetsAStopTakeEffect) {
   recorder_ = fork();
   if (recorder_ == 0) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
-    signal(SIGUSR1, [](int) { stop_tp_log(); });  // poll() goes on without an event
+    signal(SIGUSR1, [](int) { stop_tp_log(); });  // poll() returns without an event
     for (const char* dir : {kTouchDir, "/data/later"}) {
       char output[256];
       snprintf(output, sizeof(output), "%s", dir);
@@ -62,8 +62,8 @@ TEST_F(TouchRecorder, ASignalLetsAStopTakeEffect) {
 
 TEST_F(TouchRecorder, EndsAtOnceWithOneAfterAFatalError) {
   const struct {
-    const char* command;  // what spoils /dev/input
-    const char* said;
+    const char* command;  // breaks /dev/input
+    const char* message;
   } rows[] = {
       {"mv /dev/input /dev/gone",
        "could not add watch for /dev/input, No such file or directory\n"},
@@ -74,7 +74,7 @@ TEST_F(TouchRecorder, EndsAtOnceWithOneAfterAFatalError) {
     ASSERT_EQ(system(row.command), 0);
     begin();
     EXPECT_EQ(end_status(), 1) << row.command;
-    EXPECT_EQ(get(kStderrFile), row.said);
+    EXPECT_EQ(get(kStderrFile), row.message);
   }
 }
 
@@ -85,7 +85,7 @@ TEST_F(TouchRecorder, LessThanAnEventIsFatal) {
   EXPECT_EQ(end_status(), 1);
   EXPECT_EQ(events(), Texts({numbered_line(1)}));
   EXPECT_EQ(get(kStderrFile), "could not get event\n");
-  // Without a file events are read all the same; and nothing is recorded unless it is wanted.
+  // Without a file events are read and dropped; nothing is recorded unless requested.
   record("/data/nowhere");
   EXPECT_EQ(logged("E eventSaver openLogFile error"), 1);
   EXPECT_EQ(finger("count event0 1 100\ndrain event0\n"), 0);

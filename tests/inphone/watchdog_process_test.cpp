@@ -1,5 +1,5 @@
-// The watchdog as the process that it is: a child of the daemon, sibling of the other workers, that
-// is told what to do by signals.
+// The watchdog as a process: a child of the daemon, sibling of the other workers, controlled by
+// signals.
 #include <sys/resource.h>
 
 #include <memory>
@@ -26,7 +26,7 @@ void sleep_and_say_so(int milliseconds) {
   sleep_ms(milliseconds);
 }
 
-// A verdict is due at every turn.
+// A verdict is due in every round.
 int32_t rushing_now() {
   static int32_t now = 0;
   return now += 2000;
@@ -42,13 +42,13 @@ class WatchdogProcess : public Catchers {
     put(kRpmMasterFile, rpm_master_text(3, 4));
     put(kRpmhMasterFile, rpmh_master_text(5));
   }
-  // As start_mpss_dump_log() does, with this test's world.
+  // Like start_mpss_dump_log(), with this test's world.
   static pid_t start() {
     mpss_monitor_running = true;
     const pid_t pid = fork_process(Group::kNew);
     if (pid == 0) {
       handle_mpss_stats();
-      end_process(7);  // the loop came to its end by itself
+      end_process(7);  // the loop ended by itself
     }
     return pid;
   }
@@ -62,8 +62,8 @@ class WatchdogProcess : public Catchers {
   }
 };
 
-TEST_F(WatchdogProcess, BeforeADumpTheWorkersItKnowsEndWithTheirSignals) {
-  unlink(kRpmMasterFile);  // no modem statistics: the processor alone is to blame
+TEST_F(WatchdogProcess, BeforeADumpKnownWorkersGetTheirSignals) {
+  unlink(kRpmMasterFile);  // no modem statistics: the processor is at fault
   unlink(kRpmhMasterFile);
   s_watchdog_world.now = rushing_now;
   s_watchdog_world.crash = [] {
@@ -71,7 +71,7 @@ TEST_F(WatchdogProcess, BeforeADumpTheWorkersItKnowsEndWithTheirSignals) {
     end_process(0);
   };
   const struct {
-    int32_t* remembered;  // null: one of no special kind
+    int32_t* remembered;  // null: no special worker
     int slot, signal;
   } rows[] = {
       {&fg_log_pid, 1, SIGKILL},    {nullptr, 2, SIGTERM},        {&qsee_log_pid, 5, SIGKILL},
@@ -84,7 +84,7 @@ TEST_F(WatchdogProcess, BeforeADumpTheWorkersItKnowsEndWithTheirSignals) {
     s_debug_group[row.slot] = workers.back()->pid();
     if (row.remembered != nullptr) *row.remembered = workers.back()->pid();
   }
-  s_debug_group[3] = getppid();  // whatever got a remembered number since
+  s_debug_group[3] = getppid();  // a process that reuses a remembered pid
   const ParkedChild bystander;
 
   const pid_t watchdog = start();
@@ -95,12 +95,12 @@ TEST_F(WatchdogProcess, BeforeADumpTheWorkersItKnowsEndWithTheirSignals) {
   EXPECT_EQ(get(kCrashes), "crash\n");
   EXPECT_EQ(logged("E else echo c > /proc/sysrq-trigger!!!!"), 1);
   EXPECT_EQ(logged("E STOP PID  " + std::to_string(net_log_pid) + "  \n"), 0);
-  EXPECT_EQ(logged("D wait debug pid over. status=0"), 8);  // none of them is its child
+  EXPECT_EQ(logged("D wait debug pid over. status=0"), 8);  // none is its child
 }
 
 TEST_F(WatchdogProcess, TheAlarmEndsACaptureAndNothingElseDoes) {
   s_watchdog_world.now = rushing_now;
-  s_watchdog_world.sleep = [](int) { end_process(0); };  // the grace before the next verdict's dump
+  s_watchdog_world.sleep = [](int) { end_process(0); };  // the grace period before the dump
   const pid_t watchdog = start();
   const std::string before = "D before pause catch_modem_log_pid = " + std::to_string(watchdog);
   ASSERT_TRUE(wait_for_log(before));
@@ -118,7 +118,7 @@ TEST_F(WatchdogProcess, TheAlarmEndsACaptureAndNothingElseDoes) {
   EXPECT_EQ(get(kCrashes), "");
 }
 
-// Each state shows itself by a line, and lasts longer than the test.
+// Each state logs a line, and lasts longer than the test.
 TEST_F(WatchdogProcess, SigtermEndsItInEveryState) {
   const struct {
     const char* state;
@@ -148,12 +148,12 @@ TEST_F(WatchdogProcess, SigtermEndsItInEveryState) {
   EXPECT_EQ(get(kCrashes), "");
 }
 
-// The alarm may come between any call of the loop and its look at errno.
+// The alarm may come between any call of the loop and its check of errno.
 TEST_F(WatchdogProcess, TheAlarmsHandlerKeepsErrno) {
   s_watchdog_world.now = [] {
     setprop(kModemStateProp, "1");
     const rlimit none = {0, 0};
-    setrlimit(RLIMIT_NOFILE, &none);  // what the handler does fails
+    setrlimit(RLIMIT_NOFILE, &none);  // the handler's calls fail
     errno = ENOTTY;
     raise(SIGALRM);
     end_process(errno == ENOTTY ? 3 : 4);
@@ -162,7 +162,7 @@ TEST_F(WatchdogProcess, TheAlarmsHandlerKeepsErrno) {
   EXPECT_EQ(WEXITSTATUS(exit_status(start())), 3);
 }
 
-TEST_F(WatchdogProcess, TheStartRoutineForksItAndRemembersIt) {
+TEST_F(WatchdogProcess, TheStartRoutineForksItAndStoresItsPid) {
   is_mpss_catch_modem = true;
   EXPECT_EQ(start_mpss_dump_log(kRun, "MPSSDump"), 0);
   EXPECT_EQ(workers(), std::vector<pid_t>{mpss_stats_pid});

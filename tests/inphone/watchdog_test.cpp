@@ -2,7 +2,6 @@
 
 #include "catchers/catchers.h"
 #include "debuglog/modem_logger.h"
-#include "debuglog/vendor_moves.h"
 #include "selflog/props.h"
 #include "storage/flush.h"
 #include "tests/inphone/catchers.h"
@@ -15,10 +14,10 @@ using namespace inphone;
 constexpr char kNoServiceProp[] = "persist.sys.no.service";
 constexpr char kModemPathProp[] = "sys.harrowmossd.diag_mdlog_path";
 
-// ---- A world in which an hour passes at once. ----
+// ---- A world with a simulated clock. ----
 
 int32_t s_now = 0;
-Texts s_events;  // what the watchdog did to the world, in order
+Texts s_events;  // actions of the watchdog, in order
 
 void fake_sleep(int milliseconds) {
   s_events.push_back("sleep " + std::to_string(milliseconds));
@@ -57,7 +56,7 @@ class Watchdog : public Catchers {
     mpss_monitor_running = true;
     kernel_.show();
   }
-  // A turn of the loop `seconds` after the last one; what it did.
+  // Runs a round of the loop `seconds` after the last one; returns its actions.
   Texts turn_after(int seconds) {
     s_now += seconds;
     kernel_.show();
@@ -65,7 +64,7 @@ class Watchdog : public Catchers {
     watch_once();
     return s_events;
   }
-  // A baseline that is an hour old at the next turn.
+  // A baseline that is an hour old in the next round.
   void take_baseline() {
     turn_after(0);
     s_now += 3600;
@@ -90,7 +89,7 @@ TEST_F(Watchdog, APhoneThatSleepsGetsANewBaseline) {
             (Texts{"D the cxsd_count is 21\n", "D the cxsd_count_prev is 20\n",
                    "D the aosd_count is 11\n", "D the aosd_count_prev is 10\n",
                    "D the vmin_count is -1\n", "D the vmin_count_prev is -1\n"}));
-  EXPECT_EQ(turn_after(600), Texts());  // and is judged again an hour later only
+  EXPECT_EQ(turn_after(600), Texts());  // judged again an hour later
   EXPECT_EQ(baseline_time, 8600);
 }
 
@@ -105,7 +104,7 @@ TEST_F(Watchdog, AStuckModemIsCapturedFirstAndCrashedNext) {
   const Texts sets = since.sets();
   EXPECT_EQ(std::count(sets.begin(), sets.end(), std::string(kModemStateProp) + "=1"), 1);
   EXPECT_EQ(sets.back(), std::string(kModemStateProp) + "=0");
-  EXPECT_EQ(last_check_time, s_now);  // the next round is 600 s after the capture
+  EXPECT_EQ(last_check_time, s_now);  // 600 s after the capture
   for (const char* text : {"D the xo_count is 30\n", "D the sleep_count_prev is 50\n",
                            "D the is_mpss_catch_modem(catch_modem_log_pid == 0) is 1\n"})
     EXPECT_EQ(logged(text), 1) << text;
@@ -115,7 +114,7 @@ TEST_F(Watchdog, AStuckModemIsCapturedFirstAndCrashedNext) {
   EXPECT_EQ(turn_after(0), kGrace);
   EXPECT_EQ(logged("D will trigger dump"), 1);
   EXPECT_EQ(logged("E if echo c > /proc/sysrq-trigger!!!!"), 1);
-  EXPECT_EQ(baseline_time, 5000);  // a phone that survived that is still compared with it
+  EXPECT_EQ(baseline_time, 5000);  // the baseline stays after the dump
   EXPECT_EQ(turn_after(600), kGrace);
 }
 
@@ -138,7 +137,7 @@ TEST_F(Watchdog, WithTheOlderModemLoggerOnItOnlyExtendsTheCapture) {
   }
   EXPECT_EQ(logged("D the is_mpss_catch_modem(catch_modem_log_pid != 0) is 1\n"), 4);
   EXPECT_EQ(mpss_dump_count, 0);
-  EXPECT_EQ(turn_after(600), kGrace);  // it is off now, and there was a capture
+  EXPECT_EQ(turn_after(600), kGrace);  // off now, with a capture before
 }
 
 // ---- No-service requests. ----
@@ -171,8 +170,9 @@ TEST_F(Watchdog, NoServiceRequests) {
   for (const char* text : {"start catcher_modem_log mpss_dump/0", "function invoked"})
     EXPECT_GE(logged_by("handle_no_service_catch_modem_log", text), 1) << text;
   EXPECT_EQ(mpss_dump_count, 2);
-  EXPECT_EQ(prop(kModemPathProp), std::string(kVendorRun) + "/mpss_dump/1");  // one of its own
-  EXPECT_FALSE(is_mpss_catch_modem);  // such a capture does not arm
+  // A directory of its own.
+  EXPECT_EQ(prop(kModemPathProp), std::string(kVendorRun) + "/mpss_dump/1");
+  EXPECT_FALSE(is_mpss_catch_modem);  // this capture does not arm
 }
 
 TEST_F(Watchdog, RequestsAreRecordedOnlyWhileItRuns) {
@@ -194,7 +194,7 @@ TEST_F(Watchdog, RequestsAreRecordedOnlyWhileItRuns) {
   }
 }
 
-// ---- The world of the daemon itself. ----
+// ---- The real world. ----
 
 TEST(WatchdogWorld, HasAClockThatCountsSleepAndCrashesThePhone) {
   timespec boot;
@@ -203,11 +203,11 @@ TEST(WatchdogWorld, HasAClockThatCountsSleepAndCrashesThePhone) {
   EXPECT_LE(s_watchdog_world.now(), boot.tv_sec + 20);
   s_watchdog_world.crash();
   EXPECT_EQ(shell_commands(), Texts{"echo c > /proc/sysrq-trigger"});
-  // A plain file lies over the trigger where the kernel has one.
+  // A regular file masks the trigger where the kernel has one.
   EXPECT_EQ(get("/dev/bench/sysrq"), exists("/proc/sysrq-trigger") ? "c\n" : "");
 }
 
-// What a stop has moved is not on storage before its flush.
+// Moved files reach storage only with the flush.
 TEST(WatchdogWorld, ItsCrashWaitsForAMove) {
   creat_dir("/data/misc/zelkalog");
   int ready[2];
@@ -228,7 +228,7 @@ TEST(WatchdogWorld, ItsCrashWaitsForAMove) {
   wait_for(mover, nullptr);
 }
 
-TEST_F(Watchdog, TheStopForgetsTheCounters) {
+TEST_F(Watchdog, TheStopClearsTheCounters) {
   take_baseline();
   stop_mpss_watchdog();
   EXPECT_FALSE(mpss_monitor_running);

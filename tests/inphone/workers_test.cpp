@@ -15,7 +15,7 @@ class Workers : public ::testing::Test {
   }
 };
 
-TEST_F(Workers, NoTicksAreOneLook) {
+TEST_F(Workers, NoTicksAreOnePoll) {
   for (const int ticks : {0, -1, -100000}) {
     ParkedChild child;
     const int64_t start = monotonic_ms();
@@ -40,7 +40,7 @@ TEST_F(Workers, WhatIsNoChildIsFinishedAtOnce) {
   EXPECT_EQ(waitpid(ended, nullptr, WNOHANG), -1);  // reaped
 }
 
-TEST_F(Workers, AStubbornShellTakesItsCommandAlong) {
+TEST_F(Workers, AShellThatIgnoresSigtermEndsWithItsCommand) {
   become_main_process();
   const pid_t shell = fork_process(Group::kNew);
   if (shell == 0) {
@@ -129,10 +129,10 @@ TEST_F(Workers, AWorkerWithoutASlotIsEnded) {
   EXPECT_EQ(untracked.end_signal(), SIGTERM);
 }
 
-TEST_F(Workers, LeftoversEndButNotWhatIsSpared) {
+TEST_F(Workers, LeftoversEndExceptSparedOnes) {
   const ParkedChild anybodys;
   s_harrowmossd_pid = getppid();
-  end_leftover_children(nullptr, 0);  // only the main process does
+  end_leftover_children(nullptr, 0);  // only in the main process
   EXPECT_TRUE(is_running(anybodys.pid()));
   become_main_process();
   const pid_t grandchild = fork_with_stubborn_child(true).second;
@@ -147,13 +147,13 @@ TEST_F(Workers, LeftoversEndButNotWhatIsSpared) {
   EXPECT_TRUE(is_running(first_spared.pid()));
   EXPECT_TRUE(is_running(second_spared.pid()));
   pid_t pids[8];
-  EXPECT_EQ(list_children(pids, 8), 3);  // the others are reaped as well
+  EXPECT_EQ(list_children(pids, 8), 3);  // the others are reaped
 }
 
-TEST_F(Workers, ObedientLeftoversEndAtOnce) {
+TEST_F(Workers, LeftoversThatObeySigtermEndAtOnce) {
   become_main_process();
   int64_t shortest = INT64_MAX;
-  for (int round = 0; round < 5; round++) {  // one of them the machine has time for
+  for (int round = 0; round < 5; round++) {  // at least one without a delay by the machine
     for (int i = 0; i < 20; i++) {
       if (fork_process(Group::kNew) == 0) {
         for (;;) pause();

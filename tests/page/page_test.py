@@ -20,7 +20,7 @@ LIMIT_S = 60
 
 
 class Browser:
-    """Chromium's own protocol over two pipes: a JSON text and a zero byte each."""
+    """Chromium's protocol over two pipes: messages of a JSON text and a NUL."""
 
     def __init__(self, profile):
         to_browser, self.out = os.pipe()
@@ -38,19 +38,19 @@ class Browser:
             stderr=subprocess.DEVNULL)
         os.close(to_browser)
         os.close(from_browser)
-        self.number, self.held, self.events = 0, b'', []
+        self.number, self.buffer, self.events = 0, b'', []
         target = self.call('Target.createTarget', {'url': 'about:blank'})['targetId']
         self.session = self.call('Target.attachToTarget', {'targetId': target, 'flatten': True})['sessionId']
         for domain in ('Page', 'Runtime', 'Log'):
             self.call(domain + '.enable')
 
     def read(self):
-        while b'\0' not in self.held:
+        while b'\0' not in self.buffer:
             part = os.read(self.into, 1 << 16)
             if not part:
                 sys.exit('page: the browser has ended')
-            self.held += part
-        text, self.held = self.held.split(b'\0', 1)
+            self.buffer += part
+        text, self.buffer = self.buffer.split(b'\0', 1)
         return json.loads(text)
 
     def call(self, method, parameters=None):
@@ -102,8 +102,8 @@ class Browser:
         self.process.wait()
 
 
-def check(holds, what):
-    if not holds:
+def check(condition, what):
+    if not condition:
         sys.exit(f'page: FAILED: {what}')
 
 
@@ -210,7 +210,7 @@ def main():
         finally:
             browser.close()
         check(not complaints, f'the console: {complaints[:3]}')
-        # The command that the page gives is one that the client takes, and lists the selection.
+        # The page's command is accepted by the client, and lists the selection.
         words = command.replace('harrowmossctl', str(client), 1)
         listed = subprocess.run(['sh', '-c', words], cwd=directory, check=True, stdout=subprocess.PIPE, text=True).stdout
         check('FATAL EXCEPTION' in listed and 'Quiet   : last' not in listed, f'{command} lists something else')

@@ -16,20 +16,20 @@ TEST(AdbRecords, AreFoundWhereverTheStreamIsCut) {
        encode({four("OPEN"), 1, 0, "sync:"}) + encode({four("OKAY"), 2, 1, ""}),
        {"sync:", ""}},
       {kFrameFormat, shell_frame(kStdin, "in") + shell_frame(kCloseStdin, ""), {"in", ""}},
-      // DONE has a time in the place of its length.
+      // DONE has a time in place of the length.
       {kSyncFormat,
        little_endian({four("DATA"), 1}) + "x" + little_endian({four("DONE"), 1700000000}),
        {"x", ""}},
   };
   for (const auto& row : rows) {
-    for (size_t piece = 1; piece <= row.stream.size(); piece++) {
+    for (size_t size = 1; size <= row.stream.size(); size++) {
       RecordReader reader(row.format);
       Texts payloads;
-      for (size_t at = 0; at < row.stream.size(); at += piece) {
-        reader.add(row.stream.substr(at, piece));
+      for (size_t at = 0; at < row.stream.size(); at += size) {
+        reader.add(row.stream.substr(at, size));
         while (const auto record = reader.next()) payloads.push_back(record->payload);
       }
-      EXPECT_EQ(payloads, row.payloads) << piece;
+      EXPECT_EQ(payloads, row.payloads) << size;
     }
     RecordReader reader(row.format);
     reader.add(std::string(row.format.header, '\xff'));  // far too long

@@ -1,4 +1,4 @@
-// `doctor`: each finding from values, and the facts from a phone's tree.
+// `doctor`: the findings from values, and the facts from a phone's tree.
 
 #include "client/doctor/doctor.h"
 #include "tests/pure/ctl_support.h"
@@ -21,7 +21,7 @@ HealthFacts healthy() {
 // clang-format off
 const struct {
   std::vector<std::string> ids;
-  const char* said;
+  const char* message;
   std::function<void(HealthFacts*)> harm;
 } kFaults[] = {
     {{}, "", [](auto*) {}},
@@ -58,14 +58,14 @@ TEST(CtlDoctor, FindsEachFaultAndNothingElse) {
     HealthFacts facts = healthy();
     row.harm(&facts);
     std::vector<std::string> ids;
-    std::string said;
+    std::string message;
     for (const Finding& found : judge_health(facts)) {
       ids.push_back(found.id);
-      said += found.text;
-      EXPECT_STRNE(found.remedy, "") << row.said;
+      message += found.text;
+      EXPECT_STRNE(found.remedy, "") << row.message;
     }
-    EXPECT_EQ(ids, row.ids) << row.said;
-    EXPECT_TRUE(holds(said, row.said)) << said;
+    EXPECT_EQ(ids, row.ids) << row.message;
+    EXPECT_TRUE(contains(message, row.message)) << message;
   }
 }
 

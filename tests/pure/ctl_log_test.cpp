@@ -23,7 +23,7 @@ std::string line(const std::string& clock, const std::string& text, char level =
   return "11-18 " + clock + "   113   114 " + level + " Tag     : " + text + "\n";
 }
 
-// A run copied to a desk: files below it, all written at kWritten.
+// A run copied to a computer; all files written at kWritten.
 struct Desk : BenchClient {
   void put(const std::string& path, const std::string& content) {
     tree.put(kRun + ("/" + path), content);
@@ -32,7 +32,7 @@ struct Desk : BenchClient {
     utimensat(AT_FDCWD, whole.c_str(), times, 0);
   }
   std::string root() const { return tree.root() + "/" + kRun; }
-  // What `log` prints with these options.
+  // The output of `log` with these options.
   std::string list(std::vector<std::string> options = {}) {
     options.insert(options.begin(), {"log", root()});
     EXPECT_EQ(run(options), kExitOk) << err;
@@ -117,7 +117,7 @@ TEST(CtlLog, MergesBuffersAndGenerationsByTime) {
                                                           line("10:00:00.300000", "d"));
 }
 
-TEST(CtlLog, PassesBadLinesThroughBehindTheLineTheyFollow) {
+TEST(CtlLog, KeepsBadLinesAfterTheLineTheyFollow) {
   Desk client;
   const std::string bad = std::string("\x00\xff\xc3(\x1b[2J", 8) + "\r\n\n" + "11-18 10:0\n" +
                           std::string(1 << 20, 'x') + line("10:00:09.000000", "inside") +
@@ -152,8 +152,8 @@ TEST(CtlLog, KeepsTheOrderOfAFileWhenItsClockStepsBack) {
 
 TEST(CtlLog, ShowsHolesWhereLinesAreMissing) {
   const struct {
-    std::vector<const char*> files;  // of a line each, second by second
-    bool opened;                     // the first begins as a logcat's does
+    std::vector<const char*> files;  // a line each, one per second
+    bool opened;                     // the first begins like a logcat's
     const char* hole;
   } rows[] = {
       {{"main.txt.1", "main.txt"}, true, ""},
@@ -182,7 +182,7 @@ TEST(CtlLog, ShowsHolesWhereLinesAreMissing) {
     const std::string text = client.list({"--grep", "no such text"});
     EXPECT_EQ(text, row.hole) << row.files[0];
     const std::string json = client.list({"--json", "--since", "10:00", "--until", "10:00:01.5"});
-    EXPECT_EQ(holds(json, "\"kind\":\"hole\""), *row.hole != '\0') << row.files[0];
+    EXPECT_EQ(contains(json, "\"kind\":\"hole\""), *row.hole != '\0') << row.files[0];
   }
 }
 
@@ -198,7 +198,7 @@ TEST(CtlLog, FindsARangeWithoutReadingTheRest) {
   client.put("mobile/Q-main.txt", text.substr(text.find("11-18 13:00:00")));
   const struct {
     std::vector<std::string> options;
-    int first, last;  // seconds behind 10:00; -1: none
+    int first, last;  // seconds after 10:00; -1: none
   } rows[] = {
       {{"--since", "12:59:59", "--until", "13:00:01"}, 10799, 10801},
       {{"--since", "11-18 15:33:18"}, 19998, 19999},
@@ -224,7 +224,7 @@ TEST(CtlLog, FindsARangeWithoutReadingTheRest) {
     EXPECT_EQ(std::stoi(listed.substr(last + 2)), row.last) << note;
     const int torn = row.last / 50 - (row.first + 49) / 50 + 1;
     EXPECT_EQ(std::count(listed.begin(), listed.end(), '\n'),
-              row.last - row.first + 1 + torn + (holds(listed, " hole: ") ? 1 : 0))
+              row.last - row.first + 1 + torn + (contains(listed, " hole: ") ? 1 : 0))
         << note;
   }
   TemporaryTree tree;
@@ -258,12 +258,13 @@ TEST(CtlLog, FiltersAndCounts) {
       {{"--buffer", "radio"}, error},
   };
   for (const auto& row : rows) EXPECT_EQ(client.list(row.options), row.lines) << row.options[1];
-  EXPECT_TRUE(holds(client.list({"--count", "--json"}),
-                    R"({"buffer":"main","V":0,"D":0,"I":1,"W":1,"E":0,"F":0,"other":1,"total":3})"))
+  EXPECT_TRUE(
+      contains(client.list({"--count", "--json"}),
+               R"({"buffer":"main","V":0,"D":0,"I":1,"W":1,"E":0,"F":0,"other":1,"total":3})"))
       << client.out;
   const struct {
     std::vector<std::string> options;
-    const char* said;
+    const char* message;
   } wrong[] = {
       {{"--level", "X"}, "--level takes one of"},
       {{"--pid", "1x"}, "--pid takes numbers"},
@@ -277,8 +278,8 @@ TEST(CtlLog, FiltersAndCounts) {
   for (const auto& row : wrong) {
     std::vector<std::string> words = {"log", client.root()};
     words.insert(words.end(), row.options.begin(), row.options.end());
-    EXPECT_EQ(client.run(words), kExitUsage) << row.said;
-    EXPECT_TRUE(holds(client.err, row.said)) << client.err;
+    EXPECT_EQ(client.run(words), kExitUsage) << row.message;
+    EXPECT_TRUE(contains(client.err, row.message)) << client.err;
   }
 }
 
@@ -376,7 +377,7 @@ TEST(CtlLog, FollowsThroughRotationTruncationAndTheMove) {
   }
 }
 
-TEST(CtlLog, ShowsTheDaemonsStoryOfThisRunOnly) {
+TEST(CtlLog, ShowsTheDaemonsLinesOfThisRunOnly) {
   Desk client;
   const auto told = [](const char* clock, const char* function, const std::string& message) {
     return std::string("26-11-18 ") + clock + " || harrowmossd [7, 7] x|" + function +
@@ -456,7 +457,7 @@ TEST(CtlView, KeepsEveryTextInsideItsData) {
   EXPECT_EQ(read["tags"][1][0], "Tag");
   EXPECT_EQ(client.run({"view", client.root()}), kExitUsage);
 
-  std::string many;  // marks whose text grows six times
+  std::string many;  // marks whose text grows sixfold when escaped
   for (int i = 0; i < 3000; i++) {
     many += "11-18 10:00:02.000000     9     9 E ActivityManager: ANR in " + std::string(240, '<') +
             "\n";
@@ -464,7 +465,7 @@ TEST(CtlView, KeepsEveryTextInsideItsData) {
   client.put("mobile/Q-system.txt", many);
   ASSERT_EQ(client.run({"view", client.root(), "-o", "-"}), kExitOk);
   EXPECT_LT(client.out.size(), 2u << 20);
-  EXPECT_TRUE(holds(client.out, "\"marks_left_out\":2")) << client.out.size();
+  EXPECT_TRUE(contains(client.out, "\"marks_left_out\":2")) << client.out.size();
 }
 
 TEST(CtlView, MarksCrashFilesByTheTimeInThem) {
@@ -519,7 +520,7 @@ TEST(CtlView, ReadsThePacketsOfACapture) {
   header.replace(0, 4, from_hex("d4 c3 b2 a1"));
   packet.replace(0, 12, from_hex("01 00 00 00 02 00 00 00 03 00 00 00"));
   std::string swapped_header(24, '\0'), swapped(16, '\0');
-  swapped_header.replace(0, 4, from_hex("a1 b2 3c 4d"));  // nanoseconds, the other byte order
+  swapped_header.replace(0, 4, from_hex("a1 b2 3c 4d"));  // nanoseconds, other byte order
   swapped.replace(0, 12, from_hex("00 00 00 01 00 00 07 d0 00 00 00 03"));
   const struct {
     std::string bytes;

@@ -1,9 +1,7 @@
-// What harrowmossctl finds out without the daemon: processes, settings, runs, and the self log.
-#include <unistd.h>
+// What harrowmossctl reads without the daemon: processes, settings, runs, and the self log.
 
 #include "client/connection/progress.h"
 #include "client/runs/runs.h"
-#include "client/support/processes.h"
 #include "client/support/settings.h"
 #include "tests/pure/ctl_support.h"
 
@@ -28,7 +26,8 @@ TEST(CtlStatus, ShowsDaemonMonitorAndWorkers) {
   put_process(client.tree, 19, 1, "harrowmossd", "x\0"s, "/system/bin/harrowmossd", 9);  // younger
   put_process(client.tree, 21, 20, "harrowmossd-lsm", "x\0"s, nullptr, 6);
   put_process(client.tree, 22, 20, "mossd:debug-net", "x\0y\x1b\0"s, nullptr, 7);
-  put_process(client.tree, 23, 20, "a) S 1 1 (b", "z\0"s, nullptr, 8);  // a name like the fields
+  // A name like further fields.
+  put_process(client.tree, 23, 20, "a) S 1 1 (b", "z\0"s, nullptr, 8);
   client.tree.put("proc/self-is-no-pid/stat", "x");
   client.tree.put("data/misc/zelkalog/3#01-02_03-04-05/net/a", std::string(1500, 'x'));
   client.tree.put("sdcard/zelkalog/2#01-02_03-04-05/b", std::string(548, 'x'));
@@ -36,16 +35,16 @@ TEST(CtlStatus, ShowsDaemonMonitorAndWorkers) {
                        {"persist.sys.zklog.type", "5"},
                        {"sys.harrowmossd.log_store_path", "/sdcard/zelkalog/3#01-02_03-04-05"}};
   EXPECT_EQ(client.run({"status"}), kExitOk);
-  for (const char* piece :
+  for (const char* part :
        {"debug logging: on\n", "mobile,net (0x5)", "3#01-02_03-04-05, ", " of 20 GiB",
         "daemon:        pid 20\n", "size monitor:  pid 21\n", "workers:       2\n",
         "22     20  net           mossd:debug-net  x y\\x1b\n"}) {
-    EXPECT_TRUE(holds(client.out, piece)) << piece << " in\n" << client.out;
+    EXPECT_TRUE(contains(client.out, part)) << part << " in\n" << client.out;
   }
   EXPECT_EQ(client.run({"status", "--json"}), kExitOk);
-  for (const char* piece : {"\"logging\":true", "\"daemon_pid\":20,\"size_monitor_pid\":21",
-                            "\"type\":\"net\"", "\"cmdline\":[\"x\",\"y\\u001b\"]"}) {
-    EXPECT_TRUE(holds(client.out, piece)) << piece << " in\n" << client.out;
+  for (const char* part : {"\"logging\":true", "\"daemon_pid\":20,\"size_monitor_pid\":21",
+                           "\"type\":\"net\"", "\"cmdline\":[\"x\",\"y\\u001b\"]"}) {
+    EXPECT_TRUE(contains(client.out, part)) << part << " in\n" << client.out;
   }
 }
 
@@ -134,20 +133,20 @@ TEST(CtlRuns, AreCompleteCapturingOrLeftBehind) {
     EXPECT_EQ(runs[i].build, rows[i].build) << runs[i].name;
   }
 
-  client.properties["persist.sys.zklog.enable"] = "off";  // then nothing writes the last one
+  client.properties["persist.sys.zklog.enable"] = "off";  // nothing writes the last run
   EXPECT_EQ(read_runs(client.env)[2].state, RunState::kLeftBehind);
   EXPECT_EQ(client.run({"runs"}), kExitOk);
-  EXPECT_TRUE(holds(client.out, "     9  03-07 14:05:09  complete     ")) << client.out;
+  EXPECT_TRUE(contains(client.out, "     9  03-07 14:05:09  complete     ")) << client.out;
   EXPECT_EQ(client.run({"runs", "--json"}), kExitOk);
-  EXPECT_TRUE(holds(client.out, "\"sequence\":9")) << client.out;
+  EXPECT_TRUE(contains(client.out, "\"sequence\":9")) << client.out;
 }
 
-TEST(CtlRuns, TellTheHolesInTheirLogs) {
+TEST(CtlRuns, ShowTheHolesInTheirLogs) {
   const std::string opening = "--------- beginning of main\n";
   using Files = std::vector<std::pair<const char*, std::string>>;  // in mobile/
   const struct {
     Files files;
-    int generations;  // of the only rotated file; 0: none is rotated
+    int generations;  // of the rotated file; 0: none
     LostLines lost;
     size_t replaced;
   } rows[] = {
@@ -177,7 +176,7 @@ std::string self_log_line(const std::string& function, const std::string& messag
   return "26-03-07 14:05:09 || harrowmossd [20, 20] commands|" + function + "|7:: " + message;
 }
 
-TEST(CtlProgress, FollowsTheDiaryThroughItsRotation) {
+TEST(CtlProgress, FollowsTheSelfLogThroughItsRotation) {
   TemporaryTree tree;
   const std::string log = tree.root() + "/log";
   tree.put("log", self_log_line("f", "move all log start=1") + "\n");  // an earlier stop
@@ -194,7 +193,7 @@ TEST(CtlProgress, FollowsTheDiaryThroughItsRotation) {
     tree.put("log", line.substr(30) + next.substr(0, 40));
     progress.look();
     tree.put("log", next.substr(40));
-    tree.put("log", line.substr(0, line.size() - 9));  // a half whose end never comes
+    tree.put("log", line.substr(0, line.size() - 9));  // a partial line
     progress.look();
     std::filesystem::rename(log, log + ".1");
     tree.put("log", self_log_line("f", "kill vesk group end") + "\n");
@@ -204,7 +203,7 @@ TEST(CtlProgress, FollowsTheDiaryThroughItsRotation) {
   fclose(out);
   std::string steps(text, size);
   free(text);
-  for (size_t at; (at = steps.find('[')) != std::string::npos;) {  // the times are not the matter
+  for (size_t at; (at = steps.find('[')) != std::string::npos;) {  // times vary
     steps.erase(at, steps.find(']') + 2 - at);
   }
   EXPECT_EQ(steps, "ending the workers\nending the logcats\nevery worker has ended\n");

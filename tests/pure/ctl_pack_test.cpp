@@ -26,7 +26,7 @@ TEST(CtlPack, WritesAManifestThatSha256sumCanRead) {
   EXPECT_EQ(manifest_name(std::string(255, 'n')).size(), 100u);
 }
 
-// However odd a name is, and however many files there are.
+// Any file name and any number of files.
 TEST(CtlPack, OneSha256sumReadsManyFiles) {
   BenchClient client;
   const std::string tool = client.env.root + "/system/bin/sha256sum";
@@ -68,7 +68,7 @@ TEST(CtlPack, RefusesWhatWouldHarm) {
   ASSERT_EQ(mkfifo((root + "/fifo").c_str(), 0600), 0);
   const struct {
     std::string what, output;
-    const char* said;
+    const char* message;
   } rows[] = {
       {"1", "/dev/null", "/dev/null is no regular file"},
       {"1", root + "/fifo", "is no regular file"},
@@ -84,13 +84,13 @@ TEST(CtlPack, RefusesWhatWouldHarm) {
   client.env.has_output = false;
   for (const auto& row : rows) {
     EXPECT_EQ(client.run({"pack", row.what, "-o", row.output}), kExitUsage) << row.output;
-    EXPECT_TRUE(holds(client.err, row.said)) << client.err;
+    EXPECT_TRUE(contains(client.err, row.message)) << client.err;
   }
   std::filesystem::create_directory(root + "/bundle-of-mine");
   client.run({"pack", root + "/bundle", "-o", root + "/bundle-of-mine/x.tgz"});
-  EXPECT_FALSE(holds(client.err, "cannot lie")) << client.err;  // nor in it, nor there
+  EXPECT_FALSE(contains(client.err, "cannot lie")) << client.err;  // neither inside nor equal
   EXPECT_EQ(client.run({"runs"}), kExitOk);
-  EXPECT_FALSE(holds(client.out, "     2  ")) << client.out;
+  EXPECT_FALSE(contains(client.out, "     2  ")) << client.out;
 }
 
 // Files of a complete run with mobile and net.
@@ -108,7 +108,7 @@ std::map<std::string, int64_t> full_run() {
 
 TEST(CtlCheck, ComparesTheMaskWithTheFiles) {
   const struct {
-    const char* path;  // of the one that is changed
+    const char* path;  // of the changed file
     int64_t bytes;     // -1: removed
     int32_t types;
     bool stopped;
@@ -117,11 +117,11 @@ TEST(CtlCheck, ComparesTheMaskWithTheFiles) {
       {"extra", 0, 0x5, true, ""},
       {"mobile/D-main.txt", -1, 0x5, true, "missing mobile mobile/*-main.txt"},
       {"mobile/D-main.txt", 0, 0x5, true, "empty mobile mobile/D-main.txt"},
-      {"mobile/D-main.txt", 0, 0x5, false, ""},  // its logcat holds less than a block
+      {"mobile/D-main.txt", 0, 0x5, false, ""},  // less than a block is buffered
       {"mobile/D-crash.txt", 0, 0x5, true, ""},
       {"net/iptables-stop.txt", -1, 0x5, true, "note missing net net/iptables-stop.txt"},
       {"net/iptables-stop.txt", 0, 0x5, true, "empty net net/iptables-stop.txt"},
-      {"net/iptables-stop.txt", -1, 0x5, false, ""},  // still to come
+      {"net/iptables-stop.txt", -1, 0x5, false, ""},  // not there yet
       {"extra", 0, 0x45, false, ""},                  // of wifi too
       {"others_stop.prop", -1, 0, true, "missing every run others_stop.prop"},
       {"fg/fg_log.txt", 1, 0xd, true, "missing power power/*"},
@@ -142,7 +142,7 @@ TEST(CtlCheck, ComparesTheMaskWithTheFiles) {
   }
 }
 
-TEST(CtlCheck, TakesTheMaskFromTheRunsOwnPropertyList) {
+TEST(CtlCheck, TakesTheMaskFromTheRunsPropertyList) {
   BenchClient client;
   const std::string run = "sdcard/zelkalog/7#03-07_14-05-09/";
   client.tree.put(run + "system_stop.prop",
@@ -151,25 +151,25 @@ TEST(CtlCheck, TakesTheMaskFromTheRunsOwnPropertyList) {
   client.tree.put(run + "others_stop.prop", "x");
   client.tree.put(run + "net/D-netlog.pcap", "x");
   client.tree.put(run + "net/iptables-start.txt", "x");
-  client.properties["persist.sys.zklog.type"] = "2";  // of now, not of then
+  client.properties["persist.sys.zklog.type"] = "2";  // the setting is today's
   EXPECT_EQ(client.run({"check", "7"}), kExitOk) << client.out;
-  EXPECT_TRUE(holds(client.out, "7#03-07_14-05-09, complete, net\n")) << client.out;
-  EXPECT_TRUE(holds(client.out, "note     net")) << client.out;
-  EXPECT_TRUE(holds(client.out, "\nas promised (5 pieces")) << client.out;
+  EXPECT_TRUE(contains(client.out, "7#03-07_14-05-09, complete, net\n")) << client.out;
+  EXPECT_TRUE(contains(client.out, "note     net")) << client.out;
+  EXPECT_TRUE(contains(client.out, "\nas promised (5 pieces")) << client.out;
 
   client.tree.put(run + "mobile/D-main_1.txt", "x");  // a replaced logcat
   client.tree.put(run + "net/x.log.3", "x");          // generations 1 and 2 are missing
   EXPECT_EQ(client.run({"check", "7#03-07_14-05-09", "--json"}), kExitFailed);
-  for (const char* piece :
+  for (const char* part :
        {"\"as_promised\":false", "\"kind\":\"hole\",\"type\":\"mobile\",\"path\":\"mobile/D-main_1",
         "\"type\":\"net\",\"path\":\"net/x.log\",\"text\":\"1 rotated out, older lines are lost\"",
         "\"types\":\"net\",\"types_known\":true"}) {
-    EXPECT_TRUE(holds(client.out, piece)) << piece << " in\n" << client.out;
+    EXPECT_TRUE(contains(client.out, part)) << part << " in\n" << client.out;
   }
 
   client.tree.put("sdcard/zelkalog/7#03-07_14-05-10/x", "");
   EXPECT_EQ(client.run({"check", "7"}), kExitUsage);
-  EXPECT_TRUE(holds(client.err, "several runs")) << client.err;
+  EXPECT_TRUE(contains(client.err, "several runs")) << client.err;
 }
 
 TEST(CtlEstimate, FitsToTheByte) {
@@ -187,7 +187,7 @@ TEST(CtlEstimate, FitsToTheByte) {
   EXPECT_GT(wanted, 0) << client.out;
   EXPECT_EQ(wanted_for("bootfail,anr"), wanted) << client.out;  // the same files
   for (const int64_t missing : {0, 1}) {
-    client.free_bytes = {{"", wanted + 134217728 - missing}};  // it lies where /data does
+    client.free_bytes = {{"", wanted + 134217728 - missing}};  // on the file system of /data
     EXPECT_EQ(client.run(words), missing == 0 ? kExitOk : kExitFailed) << client.out;
   }
 }

@@ -1,6 +1,5 @@
-// `du`, and the rule by which the size monitor and the client choose what goes next.
+// `du`, and the eviction rule of the size monitor and the client.
 #include <fcntl.h>
-#include <unistd.h>
 
 #include "client/space/quota.h"
 #include "model/tree_size.h"
@@ -11,7 +10,7 @@ namespace {
 
 constexpr int64_t kMiB = 1 << 20;
 
-// The links have no end when they are followed along every path there is.
+// Following the links along every path would not end.
 TEST(CtlQuota, EveryCommandCountsWhatTheMonitorCounts) {
   BenchClient client;
   const std::string run = "data/misc/zelkalog/3#01-02_03-04-05";
@@ -35,9 +34,9 @@ TEST(CtlQuota, EveryCommandCountsWhatTheMonitorCounts) {
       {"status", "\"used_bytes\":" + std::to_string(working)},
       {"runs", "\"bytes\":" + std::to_string(captured)},
   };
-  for (const auto& [command, piece] : rows) {
+  for (const auto& [command, part] : rows) {
     EXPECT_EQ(client.run({command, "--json"}), kExitOk);
-    EXPECT_TRUE(holds(client.out, piece + ",")) << command << piece << " in\n" << client.out;
+    EXPECT_TRUE(contains(client.out, part + ",")) << command << part << " in\n" << client.out;
   }
 }
 
@@ -79,7 +78,7 @@ TEST(Eviction, TakesTheOldestRunFinishedOnesFirst) {
       if (plan.what == Eviction::kStoreRun) next = "store/" + store.name;
       if (plan.what == Eviction::kWorkingRun) next = "working/" + working.name;
       if (plan.what == Eviction::kRestart) next = "*";
-      // A restart deletes every finished run: not while the store could not be listed.
+      // A restart deletes every finished run: never while the store cannot be listed.
       const bool withheld = plan.what == Eviction::kRestartWithheld;
       EXPECT_EQ(withheld, unknown && row.next == std::string("*")) << row.what;
       EXPECT_EQ(withheld ? "*" : next, row.next) << row.what;
@@ -87,7 +86,7 @@ TEST(Eviction, TakesTheOldestRunFinishedOnesFirst) {
   }
 }
 
-// A tree that shows no number is judged by the last one that was seen.
+// A tree without a size is judged by its last size.
 TEST(Eviction, RemembersTheOldestNumber) {
   const OldestRun none;
   EXPECT_EQ(plan_eviction(none, none, 6, true, 6).what, Eviction::kRestart);
@@ -106,18 +105,18 @@ TEST(CtlDu, ShowsQuotaRoomAndTheNextToGo) {
                        {"persist.sys.zklog.dir_sequence", "3"}};
   client.free_bytes = {{"/sdcard", 67108864}, {"/data", -1}};
   EXPECT_EQ(client.run({"du"}), kExitOk);
-  for (const char* piece :
+  for (const char* part :
        {"used:       3 MiB of 0 MiB, over quota\n", "three quarters", "one run every 5 s",
         "/sdcard/zelkalog/2#01-02_03-04-05, 3.0 MiB\n",
         "/sdcard:    too little to log, 67108865 bytes wanted, 67108864 free\n",
         "/data:      room to log, 134217729 bytes wanted, free bytes unknown\n"}) {
-    EXPECT_TRUE(holds(client.out, piece)) << piece << " in\n" << client.out;
+    EXPECT_TRUE(contains(client.out, part)) << part << " in\n" << client.out;
   }
   EXPECT_EQ(client.run({"du", "--json"}), kExitOk);
-  for (const char* piece :
+  for (const char* part :
        {"\"used_mib\":3,\"limit_mib\":0,\"over_quota\":true,\"data_extremely_low\":false",
         "{\"path\":\"/data\",\"wanted\":134217729,\"free\":null,\"enough\":true}"}) {
-    EXPECT_TRUE(holds(client.out, piece)) << piece << " in\n" << client.out;
+    EXPECT_TRUE(contains(client.out, part)) << part << " in\n" << client.out;
   }
   const std::pair<std::map<std::string, std::string>, const char*> rows[] = {
       {{{"persist.sys.zelka.log.del", "false"}}, "removal:    switched off"},
@@ -125,20 +124,20 @@ TEST(CtlDu, ShowsQuotaRoomAndTheNextToGo) {
       {{{"persist.sys.zelka.log.size", "20"}}, "removal:    none: below the quota"},
       {{{"persist.sys.zelka.log.size", "20"}}, "used:       3 MiB of 15360 MiB"},
   };
-  for (const auto& [changes, said] : rows) {
+  for (const auto& [changes, message] : rows) {
     const auto kept = client.properties;
     for (const auto& [key, value] : changes) client.properties[key] = value;
     EXPECT_EQ(client.run({"du"}), kExitOk);
-    EXPECT_TRUE(holds(client.out, said)) << client.out;
+    EXPECT_TRUE(contains(client.out, message)) << client.out;
     client.properties = kept;
   }
-  // Nearly full, but for what a logcat of the run has preallocated.
+  // Nearly full, apart from the preallocated blocks of a logcat.
   client.free_bytes["/data"] = 128 * kMiB - 65536;
   const std::string log = "data/misc/zelkalog/3#01-03_00-00-00/mobile/main.txt";
   client.tree.put(log, "x");
   for (const bool low : {true, false}) {
     EXPECT_EQ(client.run({"du"}), kExitOk);
-    EXPECT_EQ(holds(client.out, "everything, at once"), low) << client.out;
+    EXPECT_EQ(contains(client.out, "everything, at once"), low) << client.out;
     const Fd file(open((client.tree.root() + "/" + log).c_str(), O_WRONLY | O_CLOEXEC));
     ASSERT_EQ(fallocate(file.get(), FALLOC_FL_KEEP_SIZE, 0, kMiB), 0);
   }

@@ -1,8 +1,6 @@
-// harrowmossctl against a daemon of the test's own, over real sockets.
+// harrowmossctl against a simulated daemon, over real sockets.
 #include <errno.h>
-#include <string.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <thread>
@@ -13,10 +11,10 @@
 
 namespace {
 
-const std::string kVersionReply =
-    from_hex("10000000 01000000 0100000000000000 01000000");  // size, code, serial, version
+// Size, code, serial, version.
+const std::string kVersionReply = from_hex("10000000 01000000 0100000000000000 01000000");
 
-// A reply to the request proper: size, code, serial 2, and what follows.
+// A reply to the actual request: size, code, serial 2, and the rest.
 std::string answer(int32_t code, const std::string& behind_serial) {
   const std::string rest = from_hex(behind_serial);
   return std::string{
@@ -34,7 +32,7 @@ class FakeDaemon {
     EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends_), 0);
     thread_ = std::thread([this] { serve(); });
   }
-  // The client must have closed its end, or the thread waits for it for good.
+  // Call after the client has closed its end: the thread waits for it.
   ~FakeDaemon() {
     stop();
     if (ends_[0] != -1) close(ends_[0]);
@@ -85,7 +83,7 @@ struct SessionRow {
   const char *out, *err;
 };
 
-TEST(CtlSession, EndsWithTheCodeThatScriptsRelyOn) {
+TEST(CtlSession, ExitsWithTheDocumentedCode) {
   const std::string &version = kVersionReply, other = "10000000 01000000 0100000000000000 02000000";
   // clang-format off
   const SessionRow rows[] = {
@@ -112,8 +110,8 @@ TEST(CtlSession, EndsWithTheCodeThatScriptsRelyOn) {
     const SteadyTime limit = after(std::chrono::seconds(5));  // below every default time-out
     EXPECT_EQ(client.run(row.words), row.code) << row.err << client.err;
     EXPECT_LT(std::chrono::steady_clock::now(), limit) << row.err;
-    EXPECT_TRUE(holds(client.out, row.out)) << client.out;
-    EXPECT_TRUE(holds(client.err, row.err)) << client.err;
+    EXPECT_TRUE(contains(client.out, row.out)) << client.out;
+    EXPECT_TRUE(contains(client.err, row.err)) << client.err;
     EXPECT_EQ(client.err.empty(), *row.err == '\0') << client.err;
   }
 }
@@ -131,35 +129,35 @@ TEST(CtlSession, AsksTheVersionBeforeAnythingElse) {
                                       from_hex("1000 02000000 0200000000000000 05000000")}));
 }
 
-TEST(CtlSession, SaysWhenAnAcceptedStartStartedNothing) {
+TEST(CtlSession, ReportsAnAcceptedStartThatStartedNothing) {
   BenchClient client;
   FakeDaemon daemon({kVersionReply, answer(2, "00000000")});
   client.env.dial = daemon.dial();
   client.properties["persist.sys.zklog.enable"] = "off";  // the daemon found too little space
   client.free_bytes["/sdcard"] = 67108864;
   EXPECT_EQ(client.run({"start", "net", "--json"}), kExitOk);
-  EXPECT_TRUE(holds(client.out, "\"warning\":")) << client.out;
-  EXPECT_TRUE(holds(client.err, "/sdcard: 67108865 bytes wanted, 67108864 free")) << client.err;
+  EXPECT_TRUE(contains(client.out, "\"warning\":")) << client.out;
+  EXPECT_TRUE(contains(client.err, "/sdcard: 67108865 bytes wanted, 67108864 free")) << client.err;
 }
 
-TEST(CtlSession, SaysWhatDeletingLosesWhileLogging) {
+TEST(CtlSession, ReportsWhatDeletingLosesWhileLogging) {
   const std::string loss = "what is captured until the next start is lost";
   for (const char* enable : {"on", "off"}) {
     BenchClient client;
     client.properties["persist.sys.zklog.enable"] = enable;
     const bool lost = client.properties["persist.sys.zklog.enable"] == "on";
     EXPECT_EQ(client.run({"delete-logs"}), kExitUsage);
-    EXPECT_TRUE(holds(client.err, "--yes")) << client.err;
-    EXPECT_EQ(holds(client.err, loss), lost) << client.err;
+    EXPECT_TRUE(contains(client.err, "--yes")) << client.err;
+    EXPECT_EQ(contains(client.err, loss), lost) << client.err;
     FakeDaemon daemon({kVersionReply, answer(12, "")});
     client.env.dial = daemon.dial();
     EXPECT_EQ(client.run({"delete-logs", "--yes"}), kExitOk);
     EXPECT_EQ(client.out, "all logs are deleted\n");
-    EXPECT_EQ(holds(client.err, loss), lost) << client.err;
+    EXPECT_EQ(contains(client.err, loss), lost) << client.err;
   }
 }
 
-TEST(CtlSession, MakesTheDestinationOnceTheDaemonIsThere) {
+TEST(CtlSession, CreatesTheDestinationOnlyWithADaemon) {
   BenchClient client;
   client.tree.put("file", "");
   const struct {
@@ -180,24 +178,24 @@ TEST(CtlSession, MakesTheDestinationOnceTheDaemonIsThere) {
     FakeDaemon daemon(row.replies);
     client.env.dial = row.replies.empty() ? no_daemon : daemon.dial();
     EXPECT_EQ(client.run({"feedback", "--select", "anr", target}), row.code) << client.err;
-    EXPECT_TRUE(holds(client.err, row.err)) << client.err;
+    EXPECT_TRUE(contains(client.err, row.err)) << client.err;
     EXPECT_EQ(std::filesystem::is_directory(target), row.made) << row.err;
   }
 }
 
-TEST(CtlSession, TellsNobodyThereFromNoPlaceInTheQueue) {
+TEST(CtlSession, DistinguishesNoDaemonFromAFullQueue) {
   BenchClient client;
-  EXPECT_EQ(client.run({"version"}), kExitNoConnection);  // no socket at all
-  EXPECT_TRUE(holds(client.err, "does not run")) << client.err;
+  EXPECT_EQ(client.run({"version"}), kExitNoConnection);  // no socket
+  EXPECT_TRUE(contains(client.err, "does not run")) << client.err;
 
   client.env.dial = [] { return errno = EAGAIN, -1; };  // a full queue
   EXPECT_EQ(client.run({"version", "--timeout", "0.12"}), kExitTimedOut);
-  EXPECT_TRUE(holds(client.err, "waiting")) << client.err;
+  EXPECT_TRUE(contains(client.err, "waiting")) << client.err;
 
   client.env.dial = [] { return errno = EACCES, -1; };
   EXPECT_EQ(client.run({"version", "--json"}), kExitNoConnection);
-  EXPECT_TRUE(holds(client.out, "\"exit\":3")) << client.out;
-  EXPECT_TRUE(holds(client.err, "root")) << client.err;
+  EXPECT_TRUE(contains(client.out, "\"exit\":3")) << client.out;
+  EXPECT_TRUE(contains(client.err, "root")) << client.err;
 }
 
 TEST(CtlChild, IsKilledAtItsLimit) {

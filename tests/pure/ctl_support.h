@@ -1,4 +1,4 @@
-// What the client's tests share: hexadecimal, throw-away directories, a client without a phone.
+// Helpers for the client's tests: hexadecimal, temporary directories, a client without a phone.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "client/commands.h"
+#include "tests/support/contains.h"
 
 // "01 ff" as bytes; blanks are for the reader.
 inline std::string from_hex(const std::string& text) {
@@ -25,10 +26,6 @@ inline std::string from_hex(const std::string& text) {
   return bytes;
 }
 
-inline bool holds(const std::string& text, const std::string& piece) {
-  return text.find(piece) != std::string::npos;
-}
-
 class TemporaryTree {
  public:
   TemporaryTree() {
@@ -37,7 +34,7 @@ class TemporaryTree {
   }
   ~TemporaryTree() { std::filesystem::remove_all(root_); }
   const std::string& root() const { return root_; }
-  // Makes the parents too.
+  // Creates parents, too.
   void put(const std::string& path, const std::string& content) const {
     const std::filesystem::path file = root_ + "/" + path;
     std::filesystem::create_directories(file.parent_path());
@@ -49,7 +46,7 @@ class TemporaryTree {
 };
 
 // An environment without a phone: properties from a map, everything else below a temporary root.
-// `out` and `err` are what a command printed.
+// `out` and `err` are the command's output.
 struct BenchClient {
   TemporaryTree tree;
   std::map<std::string, std::string> properties;

@@ -1,6 +1,5 @@
 // harrowmossctl as functions over values: command line, replies, texts.
 #include <binder/Parcel.h>
-#include <string.h>
 
 #include <nlohmann/json.hpp>
 
@@ -43,7 +42,7 @@ TEST(CtlCommandLine, IsUnderstood) {
   }
 }
 
-TEST(CtlCommandLine, MisuseEndsWith2AndSaysWhy) {
+TEST(CtlCommandLine, MisuseExitsWith2AndAMessage) {
   const std::pair<std::vector<std::string>, const char*> rows[] = {
       {{}, "no command"},
       {{"sttaus"}, "no command \"sttaus\""},
@@ -68,10 +67,10 @@ TEST(CtlCommandLine, MisuseEndsWith2AndSaysWhy) {
       {{"raw", "--yes", "010"}, "hexadecimal"},
       {{"raw", "--yes", std::string(2 * 342, 'f')}, "aborts"},
   };
-  for (const auto& [words, said] : rows) {
+  for (const auto& [words, message] : rows) {
     BenchClient client;
-    EXPECT_EQ(client.run(words), kExitUsage) << said;
-    EXPECT_TRUE(holds(client.err, said)) << client.err;
+    EXPECT_EQ(client.run(words), kExitUsage) << message;
+    EXPECT_TRUE(contains(client.err, message)) << client.err;
     EXPECT_EQ(client.out, "");
   }
 }
@@ -84,9 +83,9 @@ TEST(CtlCommandLine, EveryRequestIsACommandAndEveryCommandHasHelp) {
     const Command* found = find_command(row.command);
     ASSERT_NE(found, nullptr) << row.command;
     EXPECT_EQ(found->request, &row) << row.command;
-    EXPECT_TRUE(holds(help, std::string("\n  ") + row.command + " ")) << row.command;
+    EXPECT_TRUE(contains(help, std::string("\n  ") + row.command + " ")) << row.command;
     EXPECT_EQ(client.run({"help", row.command}), kExitOk);
-    EXPECT_TRUE(holds(client.out, std::string("usage: harrowmossctl ") + row.command));
+    EXPECT_TRUE(contains(client.out, std::string("usage: harrowmossctl ") + row.command));
   }
   const std::pair<std::vector<std::string>, const char*> rows[] = {
       {{"--help", "--json"}, "{\"command\":\"help\",\"about\":null,\"text\":\"usage: "},
@@ -117,7 +116,7 @@ struct ReplyRow {
   const char* result;  // JSON
 };
 
-TEST(CtlReply, IsToldToPeopleAndScripts) {
+TEST(CtlReply, IsPrintedAsTextAndAsJson) {
   const ReplyRow rows[] = {
       {1, "01000000", "protocol version 1", "1"},
       {2, "00000000", "debug logging is started", "0"},
@@ -139,22 +138,22 @@ TEST(CtlReply, IsToldToPeopleAndScripts) {
     ASSERT_TRUE(
         decode_reply(head + from_hex(row.behind_serial), request(row.code), 9, &answer, &error))
         << row.code << ": " << error;
-    EXPECT_TRUE(holds(reply_text(answer, request(row.code)), row.text))
+    EXPECT_TRUE(contains(reply_text(answer, request(row.code)), row.text))
         << reply_text(answer, request(row.code));
-    EXPECT_TRUE(
-        holds(reply_json(answer, request(row.code), ""), std::string("\"result\":") + row.result))
+    EXPECT_TRUE(contains(reply_json(answer, request(row.code), ""),
+                         std::string("\"result\":") + row.result))
         << reply_json(answer, request(row.code), "");
   }
 }
 
-TEST(CtlReply, IsRefusedWhenItLies) {
+TEST(CtlReply, IsRejectedWhenInconsistent) {
   const struct {
     int32_t code;
-    const char *bytes, *said;
+    const char *bytes, *message;
   } rows[] = {
       {1, "", "0 bytes"},
-      {1, "01000000 0900000000000000 010000", "just a number"},  // cut in the number
-      {1, "01000000 09000000000000", "11 bytes"},                // cut in the serial
+      {1, "01000000 0900000000000000 010000", "just a number"},  // truncated number
+      {1, "01000000 09000000000000", "11 bytes"},                // truncated serial
       {1, "02000000 0900000000000000 01000000", "request 2"},
       {1, "01000000 0900000001000000 01000000", "serial 4294967305"},  // the upper half counts
       {4, "04000000 0900000000000000 00000000", "nothing behind"},
@@ -170,17 +169,17 @@ TEST(CtlReply, IsRefusedWhenItLies) {
     std::string error;
     EXPECT_FALSE(decode_reply(from_hex(row.bytes), request(row.code), 9, &answer, &error))
         << row.bytes;
-    EXPECT_TRUE(holds(error, row.said)) << row.bytes << ": " << error;
+    EXPECT_TRUE(contains(error, row.message)) << row.bytes << ": " << error;
   }
 }
 
-TEST(CtlJson, HoldsAnyBytes) {
+TEST(CtlJson, CanContainAnyBytes) {
   const std::string any = std::string("\0\n\t\x1f\x7f a\"b\\c/\xc3\xa9\xf0\x9f\x98\x80", 18);
   const std::string rows[][2] = {
       {"", ""},
       {any, any},
       {"\xff!", "\xef\xbf\xbd!"},
-      {"\xe2\x82!", "\xef\xbf\xbd\xef\xbf\xbd!"},  // a cut character takes nothing with it
+      {"\xe2\x82!", "\xef\xbf\xbd\xef\xbf\xbd!"},  // a truncated character affects no other
   };
   for (const auto& [bytes, read] : rows)
     EXPECT_EQ(nlohmann::json::parse(JsonWriter().string(bytes).text()), read);
@@ -199,7 +198,7 @@ TEST(CtlText, CannotSteerATerminal) {
       {"plain\nlines \xc3\xa9", "plain\nlines \xc3\xa9"},
       {"\x1b[2J", "\\x1b[2J"},
       {"a\rb\x7f", "a\\x0db\\x7f"},
-      {"\xc2\x9f\xc2\xa0", "\\xc2\\x9f\xc2\xa0"},  // the last of them, and what follows
+      {"\xc2\x9f\xc2\xa0", "\\xc2\\x9f\xc2\xa0"},  // the last control character, and the next one
       {"\xc2\x9b"
        "31m",
        "\\xc2\\x9b31m"},  // one-character CSI
@@ -207,7 +206,7 @@ TEST(CtlText, CannotSteerATerminal) {
   for (const auto& [bytes, shown] : rows) EXPECT_EQ(printable(bytes), shown);
 }
 
-TEST(CtlDryRun, ShowsTheFrameAndConnectsToNobody) {
+TEST(CtlDryRun, ShowsTheFrameAndDoesNotConnect) {
   BenchClient client;
   client.env.dial = []() -> int {
     ADD_FAILURE() << "connected";
@@ -215,15 +214,15 @@ TEST(CtlDryRun, ShowsTheFrameAndConnectsToNobody) {
   };
   const std::string target = client.tree.root() + "/bundle";
   EXPECT_EQ(client.run({"feedback", "--dry-run", "--select", "anr", target}), kExitOk);
-  for (const char* piece : {"6 feedback", "anr (0x40)", "nothing was sent"}) {
-    EXPECT_TRUE(holds(client.out, piece)) << client.out;
+  for (const char* part : {"6 feedback", "anr (0x40)", "nothing was sent"}) {
+    EXPECT_TRUE(contains(client.out, part)) << client.out;
   }
   EXPECT_FALSE(std::filesystem::exists(target));
   EXPECT_EQ(client.run({"delete-logs", "--dry-run"}), kExitOk);  // needs no --yes
   EXPECT_EQ(client.run({"start", "0x801", "--dry-run", "--json"}), kExitOk);
-  EXPECT_TRUE(holds(client.out, "\"frame\":\"10 00 02 00 00 00 02 00")) << client.out;
-  EXPECT_TRUE(holds(client.out, "\"mobile,0x800 (0x801)\"")) << client.out;
-  EXPECT_TRUE(holds(client.err, "bits 0x800 select nothing")) << client.err;
+  EXPECT_TRUE(contains(client.out, "\"frame\":\"10 00 02 00 00 00 02 00")) << client.out;
+  EXPECT_TRUE(contains(client.out, "\"mobile,0x800 (0x801)\"")) << client.out;
+  EXPECT_TRUE(contains(client.err, "bits 0x800 select nothing")) << client.err;
 }
 
 }  // namespace

@@ -1,7 +1,6 @@
-// The name of the current run: its grammar, and the page on which the processes share it.
+// The name of the current run: its grammar, and the page shared by the processes.
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <string.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -43,7 +42,7 @@ TEST(RunName, IsAcceptedExactlyAsItIsWritten) {
   EXPECT_FALSE(is_stored_run("/sdcard/zelkalog/../zelkalog/12#03-07_14-05-09"));
 }
 
-// The page is the process's own, so the test works in a forked "daemon".
+// The page belongs to the process, so the test runs in a forked "daemon".
 void in_daemon(void (*body)()) {
   const pid_t pid = fork();
   if (pid == 0) {
@@ -78,7 +77,7 @@ TEST(CurrentRun, IsTakenOverFromTheProcessThatHasStartedIt) {
     const pid_t monitor = fork_monitor([] { enter_run(kOther); });
     waitpid(monitor, nullptr, 0);
     EXPECT_EQ(current_run_name(), kOther);
-    EXPECT_STREQ(s_log_dir_name, kFirst);  // asking changes nothing
+    EXPECT_STREQ(s_log_dir_name, kFirst);  // reading changes nothing
     EXPECT_TRUE(follow_current_run());
     EXPECT_STREQ(s_log_dir_name, kOther);
     EXPECT_EQ(s_log_store_path, std::string("/data/misc/zelkalog/") + kOther);
@@ -95,7 +94,7 @@ TEST(CurrentRun, IsAWholeNameWheneverItsWriterIsKilled) {
       const pid_t monitor = fork_monitor([] {
         for (bool other = false;; other = !other) enter_run(other ? kOther : kFirst);
       });
-      for (int k = 0; k < 1000; k++) {  // while it writes
+      for (int k = 0; k < 1000; k++) {  // during writes
         const std::string name = current_run_name();
         ASSERT_TRUE(name == kFirst || name == kOther) << name;
       }

@@ -1,4 +1,4 @@
-// Where root may copy to when a client says so.
+// The destinations that a client may name.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -13,7 +13,7 @@ std::string fault_of(const char* path, int mask = -1) {
   return fault == nullptr ? "taken" : fault;
 }
 
-TEST(Destination, IsRefusedForWhatRootWouldDoThereAndTakenHoweverOdd) {
+TEST(Destination, IsRefusedOnlyWhereRootCouldDoHarm) {
   const std::pair<const char*, std::vector<const char*>> rows[] = {
       {"not absolute", {nullptr, "", "sdcard/x", " /sdcard/x", "~/x", "\n/sdcard/x"}},
       {"too high in the tree", {"/", "//", "/data", "//data//", "/*", "/.."}},
@@ -42,7 +42,7 @@ TEST(Destination, IsRefusedForWhatRootWouldDoThereAndTakenHoweverOdd) {
   }
 }
 
-// A piece that is not selected copies and deletes nothing.
+// An unselected part copies and deletes nothing.
 TEST(Destination, IsRefusedInsideOfSelectedSourcesOnly) {
   const std::pair<const char*, int> rows[] = {
       {"/data/anr/x", 0x4050},
@@ -53,9 +53,9 @@ TEST(Destination, IsRefusedInsideOfSelectedSourcesOnly) {
       {"/data/aee_exp/x", 0x2000},
       {"/data/misc/bluetooth/logs/snoops", 0x8000},
   };
-  for (const auto& [path, pieces] : rows) {
+  for (const auto& [path, parts] : rows) {
     for (int bit = 1; bit <= 0x10000; bit <<= 1)
-      EXPECT_EQ(fault_of(path, bit), (bit & pieces) != 0 ? "inside of what is copied" : "taken")
+      EXPECT_EQ(fault_of(path, bit), (bit & parts) != 0 ? "inside of what is copied" : "taken")
           << path << " " << bit;
   }
 }

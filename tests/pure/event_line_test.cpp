@@ -5,8 +5,6 @@
 
 #include <string>
 
-#include "input/event_names.h"
-
 namespace {
 
 std::string fields(uint16_t type, uint16_t code, int32_t value) {
@@ -31,7 +29,7 @@ TEST(EventLine, FieldsByteForByte) {
       {0x17, 5, 1,  "EV_FF_STATUS 0005                 1            "},
       {0xabcd, 0xef01, INT32_MIN, "abcd         ef01                 -2147483648            "},
       {4, 4, INT32_MAX, "EV_MSC       MSC_SCAN             2147483647            "},
-      // Names of 20, 21 and 22 characters; a longer one than the column is cut.
+      // Names of 20, 21 and 22 characters; names longer than the column are cut.
       {1, 204, 1,   "EV_KEY       KEY_ALL_APPLICATIONS DOWN                "},
       {1, 0x2b1, 0, "EV_KEY       KEY_MACRO_RECORD_STO UP                  "},
       // clang-format on
@@ -50,7 +48,7 @@ TEST(EventLine, StampHasUnpaddedMicroseconds) {
     EXPECT_EQ(format_event_stamp(text, when, microseconds), strlen(expected));
     EXPECT_STREQ(text, expected);
   }
-  // Nothing asks for such dates; they must not reach behind the buffer either.
+  // Unrealistic dates, which must not overflow the buffer.
   const int low = INT32_MIN;
   char text[kEventStampSize];
   const size_t length = format_event_stamp(text, {low, low, low, low, low, low}, INT64_MIN);

@@ -15,7 +15,7 @@ std::string code_name(uint16_t type, uint16_t code) {
   return name == nullptr ? "-" : name;
 }
 
-// A row that is lost from a table, or a type that is wired to another one's, changes a count.
+// A lost row, or a type mapped to the wrong table, changes a count.
 TEST(EventNames, EveryTypeIsComplete) {
   const struct {
     uint16_t type;

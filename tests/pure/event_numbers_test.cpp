@@ -1,4 +1,4 @@
-// Apart from event_names_test.cpp, which also runs on phones: they have no kernel headers.
+// Separate from event_names_test.cpp, which also runs on phones, without kernel headers.
 #include <gtest/gtest.h>
 
 #include <fstream>

@@ -1,4 +1,4 @@
-// What decides about a move to another file system: the way that it takes, and each file's arrival.
+// The decisions of a move to another file system: the method, and each file's arrival.
 #include "storage/linked_move.h"
 
 #include <gtest/gtest.h>
@@ -26,7 +26,7 @@ TEST(LinkedMove, TakesTheSafestWayThatTheRoomAllows) {
   }
 }
 
-TEST(LinkedMove, AFileHasArrivedWhenNothingOfItsLinkIsMissing) {
+TEST(LinkedMove, AFileHasArrivedWhenItHasAllOfItsLink) {
   const struct {
     int64_t at_start, now, there;
     Arrival state;
@@ -42,7 +42,7 @@ TEST(LinkedMove, AFileHasArrivedWhenNothingOfItsLinkIsMissing) {
     EXPECT_EQ(judge_arrival(row.at_start, row.now, row.there), row.state) << &row - rows;
 }
 
-TEST(LinkedMove, ItsTreesAreToldByTheirNames) {
+TEST(LinkedMove, ItsTreesAreRecognisedByName) {
   for (const char* name : {".linking-1#run", ".moving-1#run"}) EXPECT_TRUE(is_move_tree(name));
   for (const char* name : {"1#run", ".logger", ".linking", "moving-1#run", ""})
     EXPECT_FALSE(is_move_tree(name)) << name;

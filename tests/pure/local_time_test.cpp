@@ -17,7 +17,7 @@ std::string text_of(const CivilTime& t) {
   return text;
 }
 
-// What the C library makes of the same second.
+// The C library's result for the same second.
 std::string expected(time_t now, long offset) {
   const time_t shifted = now + offset;
   tm t = {};
@@ -26,7 +26,7 @@ std::string expected(time_t now, long offset) {
 }
 
 TEST(CivilTime, EveryDayOfEightHundredYearsAsTheCLibrarySaysIt) {
-  // Two whole eras of the calendar, one before 1970, with both ends of each day.
+  // Two whole 400-year eras of the calendar, one before 1970, with both ends of each day.
   for (time_t day = -400 * 366; day < 400 * 366; day++) {
     for (const time_t second : {day * kDay, day * kDay + kDay - 1}) {
       ASSERT_EQ(text_of(to_civil(second, 0)), expected(second, 0)) << second;
@@ -53,11 +53,11 @@ TEST(UtcOffset, FollowsTheSeasonsFromTheQuarterOnInWhichTheyChange) {
   EXPECT_EQ(utc_offset(kWinter), 3600);
   EXPECT_EQ(utc_offset(kLastWinterQuarter + 899), 3600);
   EXPECT_EQ(utc_offset(kLastWinterQuarter + 900), 7200);
-  EXPECT_EQ(utc_offset(kWinter), 3600);  // the clock was put back
+  EXPECT_EQ(utc_offset(kWinter), 3600);  // the offset is unchanged
 }
 
-// An extra thread may hold no lock of the C library, so it never asks: it takes what is known.
-TEST(UtcOffset, ExtraThreadsTakeTheLastAnswer) {
+// An extra thread must not take the C library's lock: it uses the cached offset.
+TEST(UtcOffset, ExtraThreadsUseTheCachedOffset) {
   setenv("TZ", kRule, 1);
   tzset();
   ASSERT_EQ(utc_offset(kWinter), 3600);

@@ -1,4 +1,4 @@
-// What the end of a logcat leaves in its file, and how often it is started again.
+// The end of a logcat's file, and how often a logcat is restarted.
 #include "selflog/logcat_file.h"
 
 #include <gtest/gtest.h>
@@ -9,7 +9,7 @@
 
 namespace {
 
-TEST(LogcatFile, IsCutBehindItsLastWholeLine) {
+TEST(LogcatFile, IsCutAfterItsLastWholeLine) {
   const struct {
     int64_t length;
     const char* tail;
@@ -17,12 +17,12 @@ TEST(LogcatFile, IsCutBehindItsLastWholeLine) {
   } rows[] = {
       {0, "", 0},          {4, "one\n", 4},        {7, "one\ntwo", 4},
       {3, "one", 0},       {1, "\n", 1},           {9000, "e\nnext on", 8993},
-      {9000, "e\n", 9000}, {9000, "no end", 9000},  // no log has lines of that length
+      {9000, "e\n", 9000}, {9000, "no end", 9000},  // longer than any log line
   };
   for (const auto& row : rows) EXPECT_EQ(whole_lines(row.length, row.tail), row.kept) << row.tail;
 }
 
-TEST(LogcatFile, HoldsWhatItHasAllocatedBehindItsEnd) {
+TEST(LogcatFile, KeepsBlocksAllocatedBeyondItsEnd) {
   struct stat info = {};
   const struct {
     blkcnt_t blocks;
@@ -51,7 +51,7 @@ TEST(ReplacementPace, IsOneASecondAfterThreeInTenSeconds) {
   const std::pair<int64_t, int> rows[] = {
       {100, 0},     {101, 0},     {102, 0},     // three at once
       {103, 999},   {1105, 997},  {2103, 999},  // then a second apart
-      {4200, 0},    {12200, 0},   {13102, 0},   // one that comes late does not wait
+      {4200, 0},    {12200, 0},   {13102, 0},   // a late one does not wait
       {13103, 999}, {14200, 902}, {60000, 0},
   };
   ReplacementPace pace;

@@ -1,5 +1,5 @@
-// The strings of the stand-in Parcel, byte by byte: what the daemon's replies and the reading of
-// paths rely on. Numbers and whole requests are in the protocol's vectors.
+// The strings of the stand-in Parcel, byte by byte, which the daemon's replies and paths depend on.
+// Numbers and whole requests are in the protocol's vectors.
 #include <binder/Parcel.h>
 
 #include "tests/pure/ctl_support.h"
@@ -8,9 +8,9 @@ namespace {
 
 using android::Parcel;
 
-// Reads a string and then an int32, and shows them and what is left.
+// Reads a string and an int32; returns them and the rest as text.
 std::string read_all(const Parcel& parcel) {
-  size_t length = 77;  // every outcome has to set it
+  size_t length = 77;  // every result must set it
   const char16_t* text = parcel.readString16Inplace(&length);
   std::string shown = text == nullptr ? "null" : "'";
   for (size_t i = 0; text != nullptr && i < length; i++) shown += static_cast<char>(text[i]);

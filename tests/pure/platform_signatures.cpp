@@ -1,5 +1,5 @@
 // The daemon is compiled against these headers here and against the device's own on Android. This
-// file compiles against either: a signature that drifts stops the build, not a phone.
+// file compiles against both: a changed signature fails the build.
 #include <android/log.h>
 #include <binder/Parcel.h>
 #include <cutils/properties.h>
@@ -54,7 +54,7 @@ static_assert(same<status_t (Parcel::*)(const char*), decltype(&Parcel::writeCSt
 static_assert(std::is_copy_constructible<Parcel>::value && std::is_copy_assignable<Parcel>::value,
               "a type that holds one can be copied: nothing but care keeps it from that");
 
-// <binder/Parcel.h> brings <log/log.h> along: names of ours keep clear of its macros.
+// <binder/Parcel.h> includes <log/log.h>: its macros must not clash with our names.
 #if !defined(ALOG) || !defined(ALOGE) || !defined(LOG_TAG) || !defined(LOG_PRI)
 #error "the log macros are missing"
 #endif

@@ -1,5 +1,4 @@
-// The bench phone's properties: what the other tests rely on, in an area under a temporary
-// directory.
+// The bench phone's properties, in an area under a temporary directory.
 #include "platform/linux/property_area.h"
 
 #include <string.h>
@@ -17,7 +16,7 @@ class PropertyAreaTest : public ::testing::Test {
       std::filesystem::create_directories(tree_.root() + directory);
     boot();
   }
-  // The shared memory is new, the disk stays.
+  // A reboot: new shared memory, same disk.
   void boot() {
     area_ = std::make_unique<PropertyArea>(tree_.root());
     ASSERT_TRUE(area_->create()) << strerror(errno);
@@ -39,12 +38,12 @@ TEST_F(PropertyAreaTest, RulesOfSetting) {
     const char* key;
     std::string value;
     bool set;
-    std::string then, after_boot;  // what the key reads as
+    std::string then, after_boot;  // value read then, and after a reboot
   } rows[] = {
       // in this order, on one area
       {"a", longest, true, longest, ""},
       {"a", too_long, false, longest, ""},
-      {"a", "eight ch", true, "eight ch", ""},  // shorter: nothing of the old one
+      {"a", "eight ch", true, "eight ch", ""},  // shorter: no rest of the old one
       {"a b", "1", false, "", ""},
       {"ro.a", "1", true, "1", ""},
       {"ro.a", "2", false, "1", ""},

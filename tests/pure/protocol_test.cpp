@@ -21,7 +21,7 @@ TEST(ProtocolEncoder, TurnsUtf8IntoUtf16) {
     const std::string bytes(reinterpret_cast<const char*>(units.data()), units.size() * 2);
     EXPECT_EQ(bytes, from_hex(expected)) << utf8;
   }
-  // Cut, overlong, surrogates, and beyond the last character.
+  // Truncated, overlong, surrogates, and beyond the last code point.
   for (const char* text : {"80", "c2 41", "f0 9f 98", "c1 bf", "e0 9f bf", "f0 8f bf bf",
                            "ed a0 80", "ed bf bf", "f4 90 80 80", "ff"}) {
     RequestFrame frame;
@@ -31,7 +31,7 @@ TEST(ProtocolEncoder, TurnsUtf8IntoUtf16) {
   }
 }
 
-TEST(ProtocolEncoder, RefusesWhatTheDaemonWouldNotServeOrSurvive) {
+TEST(ProtocolEncoder, RefusesWhatTheDaemonWouldRejectOrNotSurvive) {
   const struct {
     size_t count;
     char byte;
@@ -42,7 +42,7 @@ TEST(ProtocolEncoder, RefusesWhatTheDaemonWouldNotServeOrSurvive) {
       {512, '\x0f', false},  // 1024
       {341, '\x10', true},   // three characters a byte: 1023, the most that fits
       {342, '\x10', false},  //
-      {341, '\xff', true},   // a signed byte must not count as small
+      {341, '\xff', true},   // a byte is unsigned
       {342, '\xff', false},  //
   };
   for (const auto& row : rows) {
@@ -79,7 +79,7 @@ TEST(ProtocolNames, ReadListsOfNamesAndNumbers) {
       {kLoggerTypeWords, "all", 0x77ff, nullptr},
       {kFeedbackWords, "all", 0x1fff0, nullptr},
       {kFeedbackWords, "tombstone,general", 0x30, "general,tombstone"},
-      {kFeedbackWords, "memory", 0x100, "memory"},  // a logger type has the same name, not the bit
+      {kFeedbackWords, "memory", 0x100, "memory"},  // a logger type has the same name, another bit
   };
   for (const auto& row : rows) {
     int32_t mask = -1;
@@ -103,7 +103,7 @@ TEST(ProtocolNames, RefuseWhatIsNoNameAndNoNumber) {
     std::string error;
     EXPECT_FALSE(parse_mask(kLoggerTypeWords, text, &mask, &error)) << text;
     EXPECT_EQ(mask, 77) << text;
-    EXPECT_TRUE(holds(error, "fingerprint")) << "an error teaches the names: " << error;
+    EXPECT_TRUE(contains(error, "fingerprint")) << "an error teaches the names: " << error;
   }
 }
 

@@ -1,4 +1,4 @@
-// The size monitor's two limits, to the byte. The numbers stand here a second time on purpose.
+// The size monitor's two limits, to the byte. The numbers are repeated here on purpose.
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 
@@ -82,7 +82,7 @@ TEST(SizeVerdict, ARestartThatDidNotHelpIsNotRepeatedAtOnce) {
     bool due;
   } rows[] = {
       {{}, 5000, 100, true},             // none yet
-      {{5000, -1}, 5001, 100, false},    // not looked at yet
+      {{5000, -1}, 5001, 100, false},    // not checked yet
       {{5000, 100}, 11500, 100, false},  // nothing has changed
       {{5000, 100}, 11500, 101, false},  // the new run grows
       {{5000, 100}, 11500, 99, true},    // something is gone
@@ -94,8 +94,8 @@ TEST(SizeVerdict, ARestartThatDidNotHelpIsNotRepeatedAtOnce) {
         << row.last.at_ms << " " << row.now_ms << " " << row.total_bytes;
 }
 
-// A store that cannot be listed for a moment must not be taken for an empty one: an empty one makes
-// the size monitor start logging anew, which deletes every finished run.
+// A store that cannot be listed for a moment must not count as empty: the size monitor would
+// restart logging, which deletes every finished run.
 bool unknown(const char* dir, bool descriptors) {
   rlimit before;
   getrlimit(RLIMIT_NOFILE, &before);

@@ -23,7 +23,7 @@ TEST(AppendOrAbort, FillsABufferToItsLastByte) {
   EXPECT_EQ(copy_or_abort(buffer, ""), 0u);
 }
 
-TEST(AppendOrAbortDeathTest, NeverWritesBehindTheBuffer) {
+TEST(AppendOrAbortDeathTest, NeverWritesBeyondTheBuffer) {
   char full[4] = "abc";
   char unterminated[4] = {'a', 'b', 'c', 'd'};
   EXPECT_EXIT(append_or_abort(full, "d"), kAborted, "");
@@ -31,7 +31,7 @@ TEST(AppendOrAbortDeathTest, NeverWritesBehindTheBuffer) {
   EXPECT_EXIT(append_or_abort(unterminated, ""), kAborted, "");
 }
 
-TEST(FormatCut, ReturnsWhatStandsInTheBuffer) {
+TEST(FormatCut, ReturnsTheLengthInTheBuffer) {
   const std::pair<const char*, const char*> rows[] = {
       {"", ""}, {"abc", "abc"}, {"abcd", "abcd"}, {"abcde", "abcd"}, {"abcdefgh", "abcd"}};
   for (const auto& [text, kept] : rows) {
@@ -69,7 +69,7 @@ TEST(ShellText, RefusesANewlineWhereverItStands) {
   }
 }
 
-// What a program has put together can only enter as a word.
+// Composed text can only enter as a word.
 template <typename Text>
 constexpr bool kIsFixed =
     std::is_constructible_v<FixedText, Text> || std::is_convertible_v<Text, ShellText>;

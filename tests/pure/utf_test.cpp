@@ -24,7 +24,7 @@ TEST(Strndup16to8, EncodesEachUnitOnItsOwn) {
   } rows[] = {
       {u"", ""},
       {u"/sdcard/a b", "/sdcard/a b"},
-      {std::u16string(1, u'\0'), "\xc0\x80"},  // never a terminator
+      {std::u16string(1, u'\0'), "\xc0\x80"},  // no terminator
       {std::u16string(u"a\0b", 3),
        "a\xc0\x80"
        "b"},

@@ -9,7 +9,7 @@
 
 namespace {
 
-// The argument behind "int32 " or "string16 ", or null for anything else.
+// The argument after "int32 " or "string16 ", or null.
 const char* argument(const Vector& vector, size_t index, const char* kind) {
   const std::string head = std::string(kind) + " ";
   if (index >= vector.arguments.size()) return nullptr;
@@ -17,7 +17,7 @@ const char* argument(const Vector& vector, size_t index, const char* kind) {
   return text.compare(0, head.size(), head) == 0 ? text.c_str() + head.size() : nullptr;
 }
 
-// The arguments as our encoder takes them; false for a vector that it would never write.
+// The arguments for our encoder; false for a vector that it never writes.
 bool encoder_values(const Vector& vector, RequestValues* values) {
   if (!vector.encodable || vector.code < 1 || vector.code > 16) return false;
   const RequestArguments kind = kRequestNames[vector.code - 1].arguments;

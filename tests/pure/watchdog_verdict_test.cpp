@@ -11,7 +11,7 @@ TEST(WatchdogTimes, ARoundIsDueAfter600SecondsAndAVerdictAfterAnHour) {
     int32_t since, now;
     bool expected;
   } rows[] = {
-      {is_round_due, -1, 0, true},  // never looked: the first look does not wait
+      {is_round_due, -1, 0, true},  // no round yet: the first one is due at once
       {is_round_due, 0, 599, false},      {is_round_due, 0, 600, true},
       {is_round_due, 1000, 999, false},   {is_round_due, kMax - 600, kMax, true},
       {is_verdict_due, 100, 3699, false}, {is_verdict_due, 100, 3700, true},
@@ -38,7 +38,7 @@ SleepCounters modem(int32_t shutdowns, int32_t xo, int32_t sleeps) {
 }
 
 // Both sides have three counters and one rule.
-TEST(WatchdogCounters, StuckMeansThatOneThatIsKnownHasNotMoved) {
+TEST(WatchdogCounters, StuckMeansThatAKnownCounterHasNotMoved) {
   const struct {
     const char* what;
     int32_t now[3], before[3];
@@ -68,7 +68,7 @@ TEST(WatchdogCounters, StuckMeansThatOneThatIsKnownHasNotMoved) {
   }
 }
 
-TEST(WatchdogCounters, NeitherSideLooksAtTheOthers) {
+TEST(WatchdogCounters, EachSideUsesOnlyItsOwn) {
   EXPECT_FALSE(is_ap_stuck(modem(1, 1, 1), modem(1, 1, 1)));
   EXPECT_FALSE(is_modem_stuck(processor(1, 1, 1), processor(1, 1, 1)));
 }
@@ -78,12 +78,12 @@ TEST(WatchdogVerdict, EveryCase) {
     bool modem_stuck, captured, logger_on;
     Verdict expected;
   } rows[] = {
-      // Not the modem's fault: at once, whatever was captured.
+      // Not the modem's fault: dump at once, with or without a capture.
       {false, false, false, Verdict::kDumpAtOnce},
       {false, false, true, Verdict::kDumpAtOnce},
       {false, true, false, Verdict::kDumpAtOnce},
       {false, true, true, Verdict::kDumpAtOnce},
-      // The modem's: its log first, the dump only behind one, and never into a running log.
+      // The modem's fault: capture its log first; dump only after a capture, never during one.
       {true, false, false, Verdict::kStartCapture},
       {true, false, true, Verdict::kExtendCapture},
       {true, true, false, Verdict::kDumpAfterGrace},

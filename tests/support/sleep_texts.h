@@ -1,5 +1,4 @@
-// The kernel's low-power statistics as real phones print them, with the numbers that a test wants
-// to move.
+// The kernel's low-power statistics as real phones print them, with the numbers as parameters.
 #pragma once
 
 #include <cstdio>
@@ -31,7 +30,7 @@ inline std::string rpm_stats_text(int vmin) {
          rpm_mode_text("vlast", 79);
 }
 
-// The modem's. The other processors' values stand before and behind it.
+// The modem's, between those of the other processors.
 inline std::string rpm_master_part(const char* name, int xo, int shutdowns) {
   return std::string(name) +
          "\n\t shutdown_req:0x0000000A5D5E70A2\n\t last_sleep_transition:0x5\n" +

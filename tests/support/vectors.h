@@ -11,10 +11,10 @@
 
 struct Vector {
   std::string name;
-  std::vector<std::string> given;  // what must be so before
+  std::vector<std::string> given;  // preconditions
   int32_t code = 0;
   int64_t serial = 0;
-  bool encodable = false;  // a client can write it: `arguments` holds
+  bool encodable = false;  // a client can write it from `arguments`
   std::vector<std::string> arguments;
   std::string request;  // hex with blanks
   std::string reply;    // hex with blanks and placeholders
@@ -27,7 +27,7 @@ struct VectorFile {
   std::vector<Vector> vectors;
 };
 
-// The root of the source tree; the build tells it, because a compiler cache shortens __FILE__.
+// The root of the source tree, defined by the build: a compiler cache may shorten __FILE__.
 inline std::string source_root() {
   return SOURCE_ROOT;
 }

@@ -1,9 +1,8 @@
-// What the bench phone promises to everything that runs in it.
+// The promises of the bench phone to the programs in it.
 #include <gtest/gtest.h>
 #include <sched.h>
 #include <stdlib.h>
 #include <sys/mount.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 
 #include <filesystem>
@@ -17,7 +16,7 @@ namespace {
 
 using Words = std::vector<std::string>;
 
-// Each line of what the script prints: strict, and as Linux has it by itself.
+// The lines that the script prints, strict and with --loose all.
 TEST(BenchPhone, IsAsStrictAsAPhone) {
   const Program sleeper("logcat -b kernel -f /data/local/kernel.txt & exec sleep 1000003"),
       empty("", 0644);
@@ -51,7 +50,7 @@ TEST(BenchPhone, IsAsStrictAsAPhone) {
   Phone strict(all);
   all.insert(all.end(), {"--loose", "all"});
   Phone loose(all);
-  // Of the machine's kernel log, which only whoever has CAP_SYSLOG can read.
+  // The machine's kernel log; reading it needs CAP_SYSLOG.
   const std::string last = strict.shell("dmesg | tail -n 1 | sed 's/.*: //'").out;
   EXPECT_TRUE(eventually([&] {
     return strict.read("/data/local/kernel.txt").find(last) != std::string::npos;
@@ -69,13 +68,13 @@ TEST(BenchPhone, IsAsStrictAsAPhone) {
   }
 }
 
-TEST(BenchPhone, EndsWithItsCommandsStatus) {
+TEST(BenchPhone, ExitsWithItsCommandsStatus) {
   const struct {
     Words arguments;
     int status;
     const char *out, *message;
   } rows[] = {
-      {{"--no-daemon", "--", "mksh", "-c", "kill -9 0"}, 137, "", ""},  // reaches nobody outside
+      {{"--no-daemon", "--", "mksh", "-c", "kill -9 0"}, 137, "", ""},  // stays inside
       {{"--no-daemon", "--", "nosuch"}, 127, "", "nosuch: No such file"},
       {{"--no-daemon", "--env", "A=b", "--", "sh", "-c", "echo $A $PATH"}, 0, "b /product/", ""},
       {{"--no-daemon", "--timeout", "1", "--", "sleep", "100"}, 124, "", "ended after 1 s"},
@@ -90,8 +89,8 @@ TEST(BenchPhone, EndsWithItsCommandsStatus) {
   }
 }
 
-// On a made-up /proc, in a mount namespace of the test's own.
-TEST(SysrqMask, LetsNoPhoneBootWithTheTriggerInReach) {
+// With a simulated /proc in a separate mount namespace.
+TEST(SysrqMask, NoPhoneBootsWithAnUnmaskedTrigger) {
   char directory[] = "/tmp/sysrq.XXXXXX";
   ASSERT_NE(mkdtemp(directory), nullptr);
   const std::string base = directory;
@@ -117,7 +116,7 @@ TEST(SysrqMask, LetsNoPhoneBootWithTheTriggerInReach) {
       mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr);
       std::string error;
       const bool boots = mask_sysrq_trigger(base + row.proc, base + row.mask, &error);
-      // What a forced crash would write.
+      // Like a forced crash.
       if (boots && row.proc == std::string("/with")) append_file(base + "/with/sysrq-trigger", "c");
       _exit(error.find(row.error) == std::string::npos ? 98 : boots ? 0 : 1);
     }

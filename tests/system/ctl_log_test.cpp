@@ -8,9 +8,9 @@
 
 namespace {
 
-int occurrences(const std::string& text, const std::string& piece) {
+int occurrences(const std::string& text, const std::string& part) {
   int found = 0;
-  for (size_t at = 0; (at = text.find(piece, at)) != std::string::npos; at++) found++;
+  for (size_t at = 0; (at = text.find(part, at)) != std::string::npos; at++) found++;
   return found;
 }
 
@@ -33,13 +33,13 @@ TEST(CtlLogSystem, FollowsARunToItsEndAndReadsItsArchive) {
 
   const RunResult whole = phone.run({"harrowmossctl", "log", "1"});
   EXPECT_EQ(whole.status, 0) << whole.err;
-  for (const char* piece : {" hole: radio: its logcat was replaced", "daemon: logging was started",
-                            "daemon: a logcat ended and is replaced: radio"}) {
-    EXPECT_EQ(occurrences(whole.out, piece), 1) << piece << " in\n" << whole.out;
+  for (const char* part : {" hole: radio: its logcat was replaced", "daemon: logging was started",
+                           "daemon: a logcat ended and is replaced: radio"}) {
+    EXPECT_EQ(occurrences(whole.out, part), 1) << part << " in\n" << whole.out;
   }
-  for (const char* piece : {"Radio   : before", "libc    : Fatal signal 11", "Radio   : after"}) {
-    EXPECT_GE(occurrences(followed.out, piece), 1) << piece << " in\n" << followed.out;
-    EXPECT_EQ(occurrences(followed.out, piece), occurrences(whole.out, piece)) << piece;
+  for (const char* part : {"Radio   : before", "libc    : Fatal signal 11", "Radio   : after"}) {
+    EXPECT_GE(occurrences(followed.out, part), 1) << part << " in\n" << followed.out;
+    EXPECT_EQ(occurrences(followed.out, part), occurrences(whole.out, part)) << part;
   }
   ASSERT_EQ(phone.run({"harrowmossctl", "pack", "1", "--view"}).status, 0);
   const RunResult packed = phone.run({"harrowmossctl", "log", "/sdcard/" + name + ".tar.gz"});

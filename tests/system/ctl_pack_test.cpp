@@ -1,5 +1,4 @@
-// `harrowmossctl pack` in a phone: archives that are taken apart again.
-#include <fcntl.h>
+// `harrowmossctl pack` in a phone; archives are unpacked again.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -41,7 +40,7 @@ std::vector<std::string> unpack(const Phone& phone, const std::string& archive,
   return names;
 }
 
-// Lets the phone's own sha256sum read the manifest. The number of files that it found right.
+// Checks the manifest with the phone's sha256sum; returns the number of correct files.
 int verified(const Phone& phone, const std::string& directory) {
   const RunResult result = phone.shell("cd " + directory +
                                        " && sed '1,/^$/d' *.manifest.txt | cut -c17- > /data/sums "
@@ -53,14 +52,14 @@ int verified(const Phone& phone, const std::string& directory) {
 }
 
 TEST(CtlPackSystem, ARunComesBackAsItWas) {
-  // Toybox is what a real phone has; this one's is called by the name of the tool.
+  // A real phone has toybox; here it is called by the tool's name.
   for (const char* tar : {"/usr/bin/toybox=/system/bin/tar", "/usr/bin/tar=/system/bin/tar"}) {
     SCOPED_TRACE(tar);
     Phone phone({"--file", kGzip, "--file", tar});
     ASSERT_EQ(ctl(phone, {"start", "mobile,net"}).status, 0);
     const RunResult early = ctl(phone, {"pack", "1"});
     EXPECT_EQ(early.status, 2);
-    EXPECT_TRUE(holds(early.err, "still being captured")) << early.err;
+    EXPECT_TRUE(contains(early.err, "still being captured")) << early.err;
     ASSERT_EQ(ctl(phone, {"stop"}).status, 0);
 
     const std::string run = phone.getprop("sys.harrowmossd.log_store_path");
@@ -82,11 +81,11 @@ TEST(CtlPackSystem, ARunComesBackAsItWas) {
          {"name: " + name, std::string("state: complete"), std::string("types: 5 (mobile,net)"),
           std::string("build: QZ201A V1.02"), "identity: " + phone.getprop("ro.build.fingerprint"),
           std::string("protocol: 1")})
-      EXPECT_TRUE(holds(manifest, line + "\n")) << line << " in\n" << manifest;
+      EXPECT_TRUE(contains(manifest, line + "\n")) << line << " in\n" << manifest;
   }
 }
 
-// Nothing but the archive on standard output, which adb carries to the computer.
+// Standard output, which adb passes to the computer, has only the archive.
 TEST(CtlPackSystem, StreamsWithoutNeedingRoomOrADaemon) {
   Phone phone({"--no-daemon", "--file", kGzip, "--sdcard-size", "2m"});
   const std::string run = "5#01-01_00-00-00";
@@ -97,11 +96,11 @@ TEST(CtlPackSystem, StreamsWithoutNeedingRoomOrADaemon) {
   EXPECT_EQ(packed.status, 0) << packed.err;
   phone.write("/data/stream.tgz", packed.out);
   EXPECT_EQ(unpack(phone, "/data/stream.tgz", "/data/x")[0], run + ".manifest.txt");
-  EXPECT_EQ(files_below(phone, "/data/x"),  // a run in two places keeps both apart
+  EXPECT_EQ(files_below(phone, "/data/x"),  // a run in two places gives two directories
             (std::set<std::string>{run + ".manifest.txt", "data/misc/zelkalog/" + run + "/mobile/b",
                                    "sdcard/zelkalog/" + run + "/modem/a"}));
   EXPECT_EQ(verified(phone, "/data/x"), 2);
-  EXPECT_TRUE(holds(phone.read("/data/x/" + run + ".manifest.txt"), "protocol: not answered\n"));
+  EXPECT_TRUE(contains(phone.read("/data/x/" + run + ".manifest.txt"), "protocol: not answered\n"));
 }
 
 TEST(CtlPackSystem, ABundleWithHostileNamesIsPackedLiterally) {
@@ -123,13 +122,13 @@ TEST(CtlPackSystem, ABundleWithHostileNamesIsPackedLiterally) {
   }
 }
 
-// Each is a line of a shell, in a phone with the run 5 and the daemon.
+// Shell lines, in a phone with run 5 and the daemon.
 const std::pair<const char*, int> kClosedStreams[] = {
     {"harrowmossctl pack 5 <&- >&-; s=$?; gzip -t /sdcard/5#*.gz && exit $s", 0},
     {"harrowmossctl pack 5 <&- >&- 2>&-; s=$?; gzip -t /sdcard/5#*.gz && exit $s", 0},
     {"harrowmossctl pack 5 -o - >&-", 2},
     {"harrowmossctl feedback-start >&-", 0},  // the request was done
-    // Whoever reads the answer, or the steps, has left.
+    // The reader of the answer, or of the steps, is gone.
     {"{ sleep 1; harrowmossctl feedback-start; echo $? > /data/s; } | true; exit $(cat /data/s)",
      0},
     {"{ harrowmossctl pack 5 --progress 2>&1 > /dev/null; echo $? > /data/s; } | true; "
@@ -165,7 +164,7 @@ const struct {
     {{"--file", kSlowGzip + "=/system/bin/gzip"}, 128 + SIGHUP, ""},   // a lost adb shell
 };
 
-TEST(CtlPackSystem, LeavesNothingBehindWhenItCannotFinish) {
+TEST(CtlPackSystem, LeavesNothingAfterAFailure) {
   ASSERT_TRUE(write_file(kSlowGzip, "#!/system/bin/mksh\nexec sleep 1000000\n", 0755));
   for (const auto& row : kUnfinished) {
     std::vector<std::string> options = row.options;

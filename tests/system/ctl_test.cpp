@@ -1,13 +1,10 @@
-// harrowmossctl in a phone: what it finds out and packs without asking the daemon for more than its
-// version.
+// harrowmossctl in a phone: commands that ask the daemon only for its version.
 #include "tests/system/ctl.h"
 
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <algorithm>
 #include <filesystem>
-#include <functional>
 #include <regex>
 #include <set>
 
@@ -19,14 +16,14 @@ std::string sdcard_run(const Phone& phone) {
   return phone.getprop("sys.harrowmossd.log_store_path");
 }
 
-// One line in each buffer that is expected to have some, and until they are captured.
+// Writes a line into each buffer and waits until they are captured.
 void fill_buffers(const Phone& phone) {
   for (const char* buffer : {"main", "events", "system", "kernel"}) {
     phone.run({"log", "-b", buffer, "-t", "CtlTest", "a line"});
   }
 }
 
-// The ids that doctor reports, in its order.
+// The ids that doctor reports, in order.
 std::vector<std::string> findings(const RunResult& doctor) {
   std::vector<std::string> ids;
   const std::regex pattern("\"id\":\"([^\"]*)\"");
@@ -38,11 +35,11 @@ std::vector<std::string> findings(const RunResult& doctor) {
 
 using Ids = std::vector<std::string>;
 
-TEST(CtlSystem, StatusKnowsEveryWorkerOfAllTypes) {
+TEST(CtlSystem, StatusShowsEveryWorkerOfAllTypes) {
   Phone phone;
   ASSERT_EQ(ctl(phone, {"start", "all"}).status, 0);
   std::string shown;
-  // Not at once: a worker has neither name nor program when the start is answered.
+  // Polls: workers get name and program only after the start is answered.
   EXPECT_TRUE(eventually([&] {
     shown = ctl(phone, {"status"}).out;
     std::set<std::string> types;
@@ -57,7 +54,7 @@ TEST(CtlSystem, StatusKnowsEveryWorkerOfAllTypes) {
   })) << shown;
 }
 
-TEST(CtlSystem, DoctorFindsWhatIsProvokedWhileLoggingRuns) {
+TEST(CtlSystem, DoctorFindsFaultsWhileLoggingRuns) {
   Phone phone;
   EXPECT_EQ(findings(ctl(phone, {"doctor", "--json"})), Ids{"switch"});
   ASSERT_EQ(ctl(phone, {"start", "mobile"}).status, 0);
@@ -82,7 +79,7 @@ TEST(CtlSystem, DoctorFindsWhatIsProvokedWhileLoggingRuns) {
     EXPECT_EQ(doctor(), row.found) << row.key << "=" << row.value;
     phone.setprop(row.key, row.mended);
   }
-  // A client of the phone's own: that of another network namespace is in no list of it.
+  // Run in the phone: a client in another network namespace is not listed.
   const BackgroundCommand waiting = phone.spawn({"nc", "-U", "/dev/socket/harrowmossd"});
   EXPECT_TRUE(eventually([&] { return doctor("0.5") == Ids{"held"}; }));
   ASSERT_TRUE(phone.signal(phone.daemon_pid(), SIGSTOP));
@@ -99,7 +96,7 @@ TEST(CtlSystem, DoctorFindsWhatIsProvokedWhileLoggingRuns) {
   fs::remove_all(phone.inside("/data/misc/zelkalog/77#01-01_00-00-00"));
   EXPECT_EQ(doctor(), Ids{});
 
-  // A monitor that ends by itself, as at a stop, is not started again by the daemon.
+  // A monitor that ends by itself, as at a stop, is not restarted by the daemon.
   ASSERT_TRUE(phone.signal(monitor.pid, SIGUSR1));
   ASSERT_TRUE(eventually([&] { return phone.named("harrowmossd-lsm").empty(); }));
   EXPECT_EQ(doctor(), Ids{"no-monitor"});
@@ -112,7 +109,7 @@ TEST(CtlSystem, DoctorFindsWhatIsProvokedWhileLoggingRuns) {
   EXPECT_EQ(phone.shell("mount -t tmpfs none /system/bin").status, 0);
   const RunResult lacking = ctl(phone, {"doctor", "--json"});
   EXPECT_EQ(findings(lacking), (Ids{"not-answering", "missing-files", "no-logcat", "no-monitor"}));
-  EXPECT_TRUE(holds(lacking.out, "/system/bin/sh (for everything)")) << lacking.out;
+  EXPECT_TRUE(contains(lacking.out, "/system/bin/sh (for everything)")) << lacking.out;
 }
 
 TEST(CtlSystem, CheckComparesARealRunWithItsMask) {
@@ -120,21 +117,21 @@ TEST(CtlSystem, CheckComparesARealRunWithItsMask) {
   ASSERT_EQ(ctl(phone, {"start", "mobile,net,power"}).status, 0);
   ASSERT_TRUE(all_logcats_run(phone));
   fill_buffers(phone);
-  ASSERT_TRUE(eventually([&] {  // the platform's scripts write once a second
+  ASSERT_TRUE(eventually([&] {  // the scripts write once a second
     return phone.shell("cat /data/misc/zelkalog/1#*/fg/* | grep -q .").status == 0;
   }));
   EXPECT_EQ(ctl(phone, {"check", "1"}).status, 0) << ctl(phone, {"check", "1"}).out;
   ASSERT_EQ(ctl(phone, {"stop"}).status, 0);
   const RunResult whole = ctl(phone, {"check", "1"});
   EXPECT_EQ(whole.status, 0) << whole.out;
-  EXPECT_TRUE(holds(whole.out, ", complete, mobile,net,power\nas promised (")) << whole.out;
+  EXPECT_TRUE(contains(whole.out, ", complete, mobile,net,power\nas promised (")) << whole.out;
 
   for (const std::string& name : phone.list(sdcard_run(phone) + "/mobile")) {
-    if (holds(name, "-main.txt")) phone.write(sdcard_run(phone) + "/mobile/" + name, "");
+    if (contains(name, "-main.txt")) phone.write(sdcard_run(phone) + "/mobile/" + name, "");
   }
   const RunResult broken = ctl(phone, {"check", "1"});
   EXPECT_EQ(broken.status, 1);
-  EXPECT_TRUE(holds(broken.out, "empty    mobile       mobile/")) << broken.out;
+  EXPECT_TRUE(contains(broken.out, "empty    mobile       mobile/")) << broken.out;
 }
 
 TEST(CtlSystem, EstimateBoundsTheBundleAndSendsNothing) {
@@ -149,7 +146,7 @@ TEST(CtlSystem, EstimateBoundsTheBundleAndSendsNothing) {
   const RunResult estimate =
       ctl(phone, {"feedback", "--estimate", "--json", "--select", list, "/sdcard/report"});
   EXPECT_EQ(estimate.status, 0) << estimate.err;
-  EXPECT_FALSE(holds(phone.read(log).substr(before.size()), "new connection"));
+  EXPECT_FALSE(contains(phone.read(log).substr(before.size()), "new connection"));
   EXPECT_FALSE(phone.exists("/sdcard/report"));
   std::smatch match;
   ASSERT_TRUE(std::regex_search(estimate.out, match, std::regex("\"wanted\":([0-9]+)")));
@@ -158,7 +155,7 @@ TEST(CtlSystem, EstimateBoundsTheBundleAndSendsNothing) {
   ASSERT_EQ(ctl(phone, {"feedback", "--select", list, "/sdcard/report"}).status, 0);
   const long used = std::stol(phone.run({"du", "-s", "-k", "/sdcard/report"}).out) * 1024;
   EXPECT_GE(wanted, used);
-  EXPECT_LT(wanted, used + 128 * 1024);  // the report's allowance, and lines logged meanwhile
+  EXPECT_LT(wanted, used + 128 * 1024);  // allowance for the report and new lines
 }
 
 }  // namespace

@@ -1,8 +1,7 @@
-// The quota of the store: when runs are evicted, which, and what their names can do. Sizes are
+// The quota of the store: when runs are evicted, which, and the effect of their names. Sizes are
 // made with sparse files.
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/stat.h>
 #include <sys/syscall.h>
 
 #include <filesystem>
@@ -25,7 +24,7 @@ void put_sparse(const Phone& phone, const std::string& path, int64_t bytes) {
   EXPECT_EQ(truncate(phone.inside(path).c_str(), bytes), 0) << errno_text(path);
 }
 
-// What the monitor has done, in order: the ends of its lines.
+// The monitor's actions in order, as the ends of its lines.
 Words evicted(const Phone& phone) {
   Words names;
   for (const LogLine& line : daemon_log(phone)) {
@@ -38,7 +37,7 @@ Words evicted(const Phone& phone) {
   return names;
 }
 
-// The monitor has looked at the sizes and waits for its next look.
+// True when the monitor has checked the sizes and waits for the next check.
 bool monitor_waits(const Phone& phone) {
   const std::string call =
       phone.read("/proc/" + std::to_string(size_monitor(phone).pid) + "/syscall");
@@ -60,7 +59,7 @@ TEST(Eviction, BeginsAboveTheQuota) {
       {"one MiB of a quota of nothing", 0, "0", kMiB, true},
   };
   std::vector<Words> options;
-  for (const auto& row : rows)  // an empty value is none
+  for (const auto& row : rows)  // an empty value counts as unset
     options.push_back(
         quick_vendor({"--prop", std::string("persist.sys.zelka.log.size=") + row.quota}));
   const auto phones = boot_all(options);
@@ -78,9 +77,9 @@ TEST(Eviction, BeginsAboveTheQuota) {
   }
 }
 
-// Number 0 is never taken, so that the quota stays exceeded until nothing else is left: then
-// everything goes, and the monitor starts logging anew.
-TEST(Eviction, TakesTheOldestOneByOneAndThenStartsAnew) {
+// Number 0 is never evicted, so the quota stays exceeded until nothing else is left: then
+// everything is deleted, and the monitor restarts logging.
+TEST(Eviction, EvictsTheOldestOneByOneThenRestarts) {
   Phone phone(quick_vendor({"--prop", "persist.sys.zklog.dir_sequence=9"}));
   const std::string never = std::string(kStore) + "0" + kDate;
   put_sparse(phone, never + "/main.txt", 21 * kGiB);
@@ -118,7 +117,7 @@ TEST(Eviction, TakesTheOldestOneByOneAndThenStartsAnew) {
   EXPECT_FALSE(phone.exists(current));
   EXPECT_EQ(phone.getprop("persist.sys.zklog.enable"), "on");
 
-  // What the monitor started goes on without it, and ends with the next stop.
+  // A run that the monitor started continues without it, and ends with the next stop.
   phone.signal(monitor, SIGKILL);
   ASSERT_TRUE(eventually([&] { return logcat_of(phone, "main").ppid == phone.daemon_pid(); }));
   EXPECT_TRUE(all_logcats_run(phone));
@@ -130,25 +129,25 @@ TEST(Eviction, TakesTheOldestOneByOneAndThenStartsAnew) {
             std::string::npos);
 }
 
-// A hidden name is not deleted, so that neither eviction nor the last resort brings the sizes down.
-TEST(Eviction, StartsAnewOnceWhenThatDoesNotHelp) {
+// A hidden name is not deleted: neither eviction nor the last resort reduces the sizes.
+TEST(Eviction, RestartsOnceWhenThatDoesNotHelp) {
   Phone phone(quick_vendor({"--prop", "persist.sys.zelka.log.size=1"}));
   const std::string hidden = std::string(kStore) + ".hidden";
   put_sparse(phone, hidden, 2 * kGiB);
   ASSERT_EQ(start_logging(phone, kMobile), 0);
   ASSERT_TRUE(eventually_logged(phone, "still over quota after a restart", 1, kTimerMs));
   ASSERT_TRUE(eventually([&] { return monitor_waits(phone); }));
-  const auto said = lines_with(daemon_log(phone), "still over quota after a restart");
-  EXPECT_NE(said[0].text.find(hidden + " takes 2147483648 bytes"), std::string::npos)
-      << said[0].text;
+  const auto lines = lines_with(daemon_log(phone), "still over quota after a restart");
+  EXPECT_NE(lines[0].text.find(hidden + " takes 2147483648 bytes"), std::string::npos)
+      << lines[0].text;
   EXPECT_EQ(count_lines(phone, "we have deleted logs all we can"), 1);
   EXPECT_EQ(run_name(phone).compare(0, 2, "2#"), 0) << run_name(phone);
   EXPECT_TRUE(all_logcats_run(phone));
   EXPECT_EQ(stop_logging(phone), 0);
 }
 
-// Props has the switches that mark a test run.
-TEST(Eviction, LeavesTestRunsAlone) {
+// The switches for test runs are tested with the properties.
+TEST(Eviction, KeepsTestRuns) {
   Phone phone(quick_vendor({"--prop", "sys.zelka.monkey=true"}));
   const std::string old = std::string(kStore) + "1" + kDate;
   put_sparse(phone, old + "/main.txt", 21 * kGiB);
@@ -162,8 +161,8 @@ TEST(Eviction, LeavesTestRunsAlone) {
   EXPECT_TRUE(all_logcats_run(phone));
 }
 
-TEST(Eviction, GivesNoNameToTheShell) {
-  const Program trap("echo \"$@\" >> /data/sprung");  // a `touch` that tells
+TEST(Eviction, PassesNoNameToTheShell) {
+  const Program trap("echo \"$@\" >> /data/sprung");  // a `touch` that leaves a trace
   Phone phone(quick_vendor({"--file", trap.over("/system/bin/touch"), "--loose", "sdcard", "--prop",
                             "persist.sys.zklog.dir_sequence=50"}));
   phone.write("/data/anr/kept", "");
@@ -182,7 +181,7 @@ TEST(Eviction, GivesNoNameToTheShell) {
   EXPECT_TRUE(phone.exists("/data/anr/kept"));
   EXPECT_FALSE(phone.exists("/data/sprung")) << phone.read("/data/sprung");
   EXPECT_EQ(size_monitor(phone).pid, monitor);
-  EXPECT_FALSE(gone(with_newline));  // no numbered name: left alone
+  EXPECT_FALSE(gone(with_newline));  // no numbered name: kept
   EXPECT_EQ(count_lines(phone, "name too long for a command: /sdcard/zelkalog/" + long_name), 1);
   EXPECT_EQ(stop_logging(phone), 0);
   EXPECT_FALSE(phone.exists("/data/sprung"));

@@ -1,5 +1,5 @@
-// Feedback bundles and the two plain copies, asked for through the socket: destinations that a
-// client names, the order of the getters, and tools that hang.
+// Feedback bundles and the two plain copies, requested through the socket: destinations, the order
+// of the getters, and hanging tools.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -20,14 +20,14 @@ constexpr int kEverything = 0x1fff0;
 constexpr const char* kPropertyReport = "copy_system_propertie";
 constexpr const char* kDumps = "get_general_log";
 
-// The answer's bytes in hex to one of the three requests.
+// The reply to one of the three requests, in hex.
 std::string ask_for(const Phone& phone, int code, const std::string& destination,
                     uint32_t mask = kTombstones) {
   const std::string before = code == kFeedback ? little_endian(mask, 4) : "";
   return ask(phone, code, before + string16(destination), kSwitchMs);
 }
 
-// What the requests copy from.
+// The sources of the requests.
 void put_sources(const Phone& phone) {
   phone.write("/data/tombstones/tombstone_00", "crash\n");
   phone.write("/data/local/traces/trace", "trace\n");
@@ -37,8 +37,8 @@ TEST(Feedback, RefusedDestinationsChangeNothing) {
   Phone phone;
   ASSERT_TRUE(settled(phone));
   put_sources(phone);
-  EXPECT_EQ(ask_for(phone, kFeedback, ""), "ffffffff");  // makes the base directory
-  const auto all_paths = [&phone] {  // that a client could name, but what the daemon logs into
+  EXPECT_EQ(ask_for(phone, kFeedback, ""), "ffffffff");  // creates the base directory
+  const auto all_paths = [&phone] {  // that a client could name, without the daemon's logs
     return phone
         .shell(
             "find /data /cache /persist /sys -path '*/.logger' -prune -o "
@@ -84,8 +84,8 @@ TEST(Feedback, TheBoundOfEachRequestIsThatOfItsCommand) {
   }
 }
 
-// On a busy machine the worker of `function` may not get done within its bound: asks again for what
-// it writes into /sdcard/out, until it does.
+// On a busy machine the worker of `function` may be killed at its bound: repeats the request until
+// it completes.
 void have_whole(const Phone& phone, const char* function, uint32_t mask) {
   const auto cuts = [&] { return cut_reports(phone, function).size(); };
   if (cuts() == 0) return;
@@ -140,7 +140,7 @@ TEST(Feedback, GettersRunInStoredOrder) {
     EXPECT_TRUE(std::binary_search(bundle.begin(), bundle.end(), path)) << path;
   EXPECT_EQ(phone.read(bt + "/logs/snoops/btsnoop"), "/data/misc/bluetooth/logs/snoops/btsnoop");
   phone.clear_calls();
-  EXPECT_EQ(ask_for(phone, kFeedback, "/sdcard/out", 0xfffe000fu), "00000000");  // none of them
+  EXPECT_EQ(ask_for(phone, kFeedback, "/sdcard/out", 0xfffe000fu), "00000000");  // none
   EXPECT_EQ(commands_of(phone, phone.daemon_pid()), Texts{});
 }
 
@@ -149,8 +149,8 @@ TEST(Feedback, AMissingParentOfADestinationIsMade) {
   ASSERT_TRUE(settled(phone));
   phone.write("/data/aee_exp/db.fatal.00", "the only one\n");
   EXPECT_EQ(ask_for(phone, kFeedback, "/sdcard/new/er/out", 0x2000), "00000000");
-  EXPECT_EQ(phone.read("/sdcard/new/er/out"), "the only one\n");  // as cp -a names its copy
-  EXPECT_EQ(phone.list("/data/aee_exp"), Texts{});  // in /data itself it may remove nothing
+  EXPECT_EQ(phone.read("/sdcard/new/er/out"), "the only one\n");  // named by cp -a
+  EXPECT_EQ(phone.list("/data/aee_exp"), Texts{});  // no permission to remove in /data itself
 }
 
 TEST(Feedback, TracesAreClearedFrom500On) {
@@ -164,22 +164,22 @@ TEST(Feedback, TracesAreClearedFrom500On) {
   EXPECT_EQ(ask_for(phone, kFeedback, "/sdcard/out", kGeneral), "00000000");
   EXPECT_EQ(phone.list("/data/anr"), Texts{".hidden"});
   have_whole(phone, kPropertyReport, 0);
-  EXPECT_EQ(phone.shell_commands().back(), "df -h");  // the walk went on
+  EXPECT_EQ(phone.shell_commands().back(), "df -h");  // the walk continued
 }
 
-// How often the main process has looked for a worker of `function` before it killed one.
-int looks_before_the_kill(const Phone& phone, const std::string& function) {
-  int looks = 0;
+// How often the main process polled for a worker of `function` before it killed one.
+int polls_before_the_kill(const Phone& phone, const std::string& function) {
+  int polls = 0;
   for (const LogLine& line : daemon_log(phone)) {
     if (line.function != function) continue;
-    if (line.text.find(" timeout, kill it") != std::string::npos) return looks;
-    looks += line.text.find("wait child ") == 0;
+    if (line.text.find(" timeout, kill it") != std::string::npos) return polls;
+    polls += line.text.find("wait child ") == 0;
   }
   return -1;
 }
 
-// Each in a phone of its own, all of them at once.
-TEST(Feedback, WhatHangsIsKilledAndLeavesWhatItWrote) {
+// Each in a phone of its own, in parallel.
+TEST(Feedback, HangingToolsAreKilledAndKeepTheirOutput) {
   const Program getprop("echo part; sleep 1000");  // hang with a process below them
   const Program logcat(
       "case \" $* \" in *' -t 80000 '*) for f; do :; done; echo part > \"$f\"; sleep 1000;;\n"
@@ -187,8 +187,9 @@ TEST(Feedback, WhatHangsIsKilledAndLeavesWhatItWrote) {
   const struct {
     Texts options;
     uint32_t mask;
-    const char *answer, *part, *function;  // what is left; whose worker is killed, null: none
-    int looks;                             // at once, and then every 100 ms or 1 s
+    // What is left; the function whose worker is killed, null: none.
+    const char *answer, *part, *function;
+    int polls;  // one at once, then one every 100 ms or 1 s
   } rows[] = {
       {{"--file", getprop.over("/system/bin/getprop")},
        0,
@@ -227,7 +228,7 @@ TEST(Feedback, WhatHangsIsKilledAndLeavesWhatItWrote) {
     clients[i]->close();
     if (rows[i].part != nullptr) {
       EXPECT_EQ(phone.read(std::string("/data/media/0/out/") + rows[i].part), "part\n");
-      EXPECT_EQ(looks_before_the_kill(phone, rows[i].function), rows[i].looks);
+      EXPECT_EQ(polls_before_the_kill(phone, rows[i].function), rows[i].polls);
     }
     EXPECT_EQ(
         count_lines(phone, "wait prop sys.zelka.harrowmossd.action.mv_minidump_logs_done timeout."),

@@ -1,6 +1,5 @@
-// What the stop brings in from outside of the daemon's own workers: the vendor's moves and how long
-// they are waited for, wifi logs, minidumps, heap dumps, traces, Bluetooth.
-#include <fcntl.h>
+// What the stop collects besides the workers' files: the vendor's moves and the wait for them, wifi
+// logs, minidumps, heap dumps, traces, Bluetooth.
 #include <gtest/gtest.h>
 #include <inttypes.h>
 #include <sys/stat.h>
@@ -13,10 +12,10 @@ namespace {
 
 using Words = std::vector<std::string>;
 
-// How a stop waited for the vendor, by its own lines.
+// A stop's wait for the vendor, from its log lines.
 struct VendorWait {
   int64_t began_ms = 0, ended_ms = 0;
-  int64_t start_s = 0, now_s = 0;  // the budget is less what has passed between them
+  int64_t start_s = 0, now_s = 0;  // the time between them is taken off the budget
   int budget_s = -1;               // -1: none was logged
   Words outcomes;                  // "PROPERTY done" or "PROPERTY timeout."
 };
@@ -36,20 +35,20 @@ VendorWait vendor_wait(const Phone& phone) {
   return wait;
 }
 
-constexpr int64_t kRoundingMs = 20;  // log times are cut, and of a clock that is adjusted
+constexpr int64_t kRoundingMs = 20;  // log times are truncated, and their clock is adjusted
 
-// All stops run side by side, each in its phone. SecondRun has the number of polls.
+// All stops run in parallel, each in its phone. SecondRun tests the number of polls.
 TEST(Harvest, WaitsForTheVendorWithinItsBudget) {
   const std::string common = "sys.zelka.harrowmossd.action.mv_vendor_common_logs.done ";
   const std::string wifi = "sys.zelka.harrowmossd.action.mv_vendor_wifi_logs.done ";
-  constexpr int kNone = -1;  // an old model's vendor does not answer: a fixed pause
+  constexpr int kNone = -1;  // an old model's vendor does not answer: fixed pause
   const struct {
     const char* what;
     int32_t mask;
     Words properties;
     int budget_s;  // from the request on
     Words outcomes;
-    int pause_ms, needed_s;  // a slow machine may leave less of the budget
+    int pause_ms, needed_s;  // minimum on a slow machine
     // clang-format off
   } rows[] = {
       {"answers", kModem, {}, 15, {common + "done"}, 0, 2},
@@ -99,7 +98,7 @@ TEST(Harvest, SortsWifiLogsByTheirWholeName) {
   for (const std::string& name : others) phone.write(working_path(run) + "/" + name, name);
   phone.write(working_path(run) + "/cnss_fw_logs_dir/inside", "");
   ASSERT_EQ(stop_logging(phone), 0);
-  Words expected = wifi;  // and what the vendor's service has left beside the run's own
+  Words expected = wifi;  // and the files of the vendor's service
   expected.insert(expected.end(), {"cnss_fw_logs_000.txt", "cnss_fw_logs_001.txt"});
   std::sort(expected.begin(), expected.end());
   EXPECT_EQ(phone.list(store_path(run) + "/wlan_logs"), expected);
@@ -107,7 +106,7 @@ TEST(Harvest, SortsWifiLogsByTheirWholeName) {
     EXPECT_EQ(phone.read(store_path(run) + "/" + name), name) << name;
   EXPECT_TRUE(phone.exists(store_path(run) + "/cnss_fw_logs_dir/inside"));
 
-  // Sorted already: left alone.
+  // Already sorted: unchanged.
   ASSERT_EQ(start_logging(phone, kWifi), 0);
   const std::string next = run_name(phone);
   phone.write(working_path(next) + "/wlan_logs/there.txt", "");
@@ -117,7 +116,7 @@ TEST(Harvest, SortsWifiLogsByTheirWholeName) {
   EXPECT_EQ(count_lines(phone, "dir exists : " + store_path(next) + "/wlan_logs"), 1);
 }
 
-// A directory that counts `bytes` with its own size.
+// A directory that counts `bytes`, including its own size.
 void put_directory(const Phone& phone, const std::string& directory, int64_t bytes) {
   const std::string file = directory + "/dump";
   phone.write(file, "");
@@ -171,12 +170,12 @@ TEST(Harvest, AsksTheVendorForNewMinidumps) {
   EXPECT_LT(waited, 12000);
 }
 
-TEST(Harvest, KeepsTracesThatTheStoreDoesNotTake) {
+TEST(Harvest, KeepsTracesThatTheStoreCannotStore) {
   constexpr int kSystrace = 0x200;
   Phone phone(quick_vendor());
   ASSERT_EQ(start_logging(phone, kSystrace), 0);
   phone.write("/data/local/traces/boot.ctrace", "trace\n");
-  // More than once: the size monitor makes the store when it starts.
+  // More than once: the size monitor creates the store when it starts.
   ASSERT_TRUE(eventually([&] {
     return phone
                .shell(
@@ -190,8 +189,8 @@ TEST(Harvest, KeepsTracesThatTheStoreDoesNotTake) {
   EXPECT_EQ(rest_of_line(phone, "done moving traces."), ".");
 }
 
-// As system_server writes them: nobody else may read them. What is another user's stays closed, and
-// is named; a link is copied as one, and a FIFO is not waited for.
+// Owned by system_server, mode 0600. Files of other users stay unread and are reported; a link is
+// copied as a link; a FIFO is not opened.
 TEST(Harvest, TakesTracesThatOnlyTheSystemMayRead) {
   Phone phone(quick_vendor());
   const char* const plant =
@@ -218,7 +217,7 @@ TEST(Harvest, TakesTracesThatOnlyTheSystemMayRead) {
   EXPECT_EQ(count_lines(phone, "cannot read"), 2);
 }
 
-TEST(Harvest, BringsBluetoothLogsOfAPhoneThatSnoops) {
+TEST(Harvest, CollectsBluetoothLogsOfAPhoneThatSnoops) {
   Phone phone(quick_vendor());
   phone.write("/data/misc/bluetooth/logs/main.cfa", "not yet\n");
   ASSERT_EQ(stop_logging(phone), 0);

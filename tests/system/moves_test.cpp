@@ -1,5 +1,4 @@
-// What a stop moves while something goes wrong: every captured byte is there afterwards, whole, in
-// one of its two places.
+// Failing moves at a stop: every captured byte is complete in one of its two places afterwards.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -34,8 +33,8 @@ TEST(Moves, LoseNothingWhenAWriterFillsThePool) {
     EXPECT_TRUE(phone.read(store_path(run) + file(i)) == content(i)) << file(i);
 }
 
-// No room for links beside the run: the command alone moves it, file by file.
-TEST(Moves, DropWhatTheStoreCannotHoldAlsoWithoutLinks) {
+// No room for links: mv alone moves the run, file by file.
+TEST(Moves, DropWhatTheStoreCannotStoreAlsoWithoutLinks) {
   Phone phone(quick_vendor({"--one-pool", "--data-size", "345m"}));
   ASSERT_EQ(start_logging(phone, kMobile), 0);
   const std::string run = run_name(phone);

@@ -1,5 +1,5 @@
-// What a test that fails leaves: trouble with a phone is a failure of the test that uses it, and
-// the logs of its phones stay on the host.
+// Failures of a phone are failures of the test that uses it, and a failed test's phones leave their
+// logs on the host.
 #include <gtest/gtest.h>
 
 #include <filesystem>

@@ -1,4 +1,4 @@
-// The control protocol as a client meets it: bytes in, bytes out, and what the daemon logs of it.
+// The control protocol as seen by a client: bytes in, bytes out, and the daemon's log lines.
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 
@@ -15,13 +15,13 @@ const std::string kVersionReply = from_hex("10000000 01000000 0102030405060708 0
 class Protocol : public ::testing::Test {
  protected:
   Phone phone;
-  size_t logged = 0;  // lines before the test's own
+  size_t logged = 0;  // lines before the test's
 
   void SetUp() override {
     ASSERT_TRUE(settled(phone));
     logged = daemon_log(phone).size();
   }
-  // The main thread's lines since the last look, once one of them begins with `last`.
+  // The main thread's new lines, once one of them begins with `last`.
   Texts new_lines(const std::string& last) {
     Texts lines;
     EXPECT_TRUE(eventually([&] {
@@ -53,12 +53,12 @@ TEST_F(Protocol, ClosesOnALengthThatCannotBe) {
   }
 }
 
-TEST_F(Protocol, PutsFramesTogetherHoweverTheyCome) {
+TEST_F(Protocol, AssemblesFramesFromAnySegments) {
   Client client(phone);
   for (const char byte : frame(kVersion)) ASSERT_TRUE(client.send({&byte, 1}));
   EXPECT_EQ(hex(client.reply()), hex(kVersionReply));
 
-  // Several in one write, the last one cut in its length.
+  // Several in one write; the last one is cut within its length.
   const std::string next = request(5, 3);
   ASSERT_TRUE(client.send(frame(kVersion) + request(4, 2) + frame(kVersion) + next.substr(0, 1)));
   EXPECT_EQ(hex(client.reply()), hex(kVersionReply));
@@ -94,7 +94,7 @@ TEST_F(Protocol, LogsEveryStepOfARequest) {
                                     }));
   const std::vector<LogLine> invoked = lines_with(daemon_log(phone), "function invoked");
   EXPECT_EQ(invoked.back().source + "|" + invoked.back().function, "harrowmoss|do_get_version");
-  // What handlers say of themselves, before and behind their work.
+  // The lines of handlers before and after their work.
   const std::pair<int, std::pair<const char*, Texts>> rows[] = {
       {7, {"do_get_build_state", {"function invoked"}}},
       {8, {"do_no_service_catch_modem", {"ret: -1."}}},
@@ -102,15 +102,15 @@ TEST_F(Protocol, LogsEveryStepOfARequest) {
   };
   for (const auto& [code, row] : rows) {
     ask(phone, code);
-    Texts said;
+    Texts texts;
     for (const LogLine& line : daemon_log(phone)) {
-      if (line.function == row.first) said.push_back(line.text);
+      if (line.function == row.first) texts.push_back(line.text);
     }
-    EXPECT_EQ(said, row.second) << row.first;
+    EXPECT_EQ(texts, row.second) << row.first;
   }
 }
 
-TEST_F(Protocol, OutlivesAPeerThatClosesInsideARequest) {
+TEST_F(Protocol, SurvivesAPeerThatClosesInsideARequest) {
   const std::string whole = frame(kVersion);
   for (size_t cut = 0; cut < whole.size(); cut++) {
     Client client(phone);
@@ -130,29 +130,29 @@ TEST_F(Protocol, OutlivesAPeerThatClosesInsideARequest) {
   EXPECT_TRUE(half.closed_by_peer());
 }
 
-TEST_F(Protocol, OutlivesAPeerThatClosesInsideAReply) {
+TEST_F(Protocol, SurvivesAPeerThatClosesInsideAReply) {
   for (size_t taken = 0; taken <= kVersionReply.size(); taken++) {
     Client client(phone);
     ASSERT_TRUE(client.send(frame(kVersion)));
     EXPECT_EQ(client.receive(taken).size(), taken);
     client.close();
     const Texts lines = new_lines("4 closing");
-    // What the kernel says when the peer leaves bytes unread depends on how far the daemon was.
-    const auto said = [&lines](const std::string& text) {
+    // The error for bytes that the peer leaves unread depends on the daemon's progress.
+    const auto has_line = [&lines](const std::string& text) {
       return std::count(lines.begin(), lines.end(), text) == 1;
     };
-    const bool reset = said(std::string("6 read error: ") + strerror(ECONNRESET) + "\n");
-    const bool broken = said(std::string("6 write error: ") + strerror(EPIPE) + "\n");
-    const bool end = said("6 eof\n");
+    const bool reset = has_line(std::string("6 read error: ") + strerror(ECONNRESET) + "\n");
+    const bool broken = has_line(std::string("6 write error: ") + strerror(EPIPE) + "\n");
+    const bool end = has_line("6 eof\n");
     EXPECT_EQ(reset + broken + end, 1) << taken;
     EXPECT_EQ(end, taken == kVersionReply.size()) << taken;
   }
   EXPECT_TRUE(serves(phone));
 }
 
-TEST_F(Protocol, NotesABrokenPipeAndGoesOn) {
+TEST_F(Protocol, LogsABrokenPipeAndContinues) {
   const pid_t pid = phone.daemon_pid();
-  ASSERT_TRUE(phone.signal(pid, SIGSTOP));  // so that the peer is gone before the reply
+  ASSERT_TRUE(phone.signal(pid, SIGSTOP));  // the peer is gone before the reply
   {
     Client client(phone);
     ASSERT_TRUE(client.send(frame(kVersion) + frame(kVersion)));
@@ -183,7 +183,7 @@ TEST_F(Protocol, ServesOneClientAfterTheOther) {
     ASSERT_TRUE(waiting.back().send(frame(kVersion)));
   }
   const int connections = count_lines(phone, "new connection");
-  ASSERT_TRUE(first.send(frame(kVersion)));  // it has the daemon until it closes
+  ASSERT_TRUE(first.send(frame(kVersion)));  // occupies the daemon until it closes
   EXPECT_EQ(first.reply(), kVersionReply);
   EXPECT_EQ(count_lines(phone, "new connection"), connections);
   first.close();
@@ -194,7 +194,7 @@ TEST_F(Protocol, ServesOneClientAfterTheOther) {
   }
 }
 
-// Five wait beside the one whose turn is next; the seventh is told to come again.
+// Five wait besides the next one; the seventh gets EAGAIN.
 TEST_F(Protocol, LetsFewClientsWait) {
   constexpr int kBacklog = 5;
   Client first(phone);
@@ -208,8 +208,8 @@ TEST_F(Protocol, LetsFewClientsWait) {
   EXPECT_FALSE(Client(phone, Client::Wait::kNotToConnect).connected());
 }
 
-// Without a descriptor for the next client it tries again ten times a second, and no more often.
-TEST_F(Protocol, RestsAfterAnAcceptThatFails) {
+// Without a descriptor for the next client it retries ten times a second, not more often.
+TEST_F(Protocol, PausesAfterAFailedAccept) {
   constexpr int kTries = 6;
   constexpr int64_t kPauseMs = 100, kRoundingMs = 2;
   const pid_t daemon = phone.outer_pid(phone.daemon_pid());

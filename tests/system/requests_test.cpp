@@ -1,4 +1,4 @@
-// The requests that only move and delete: what they take, what they leave, and in which state.
+// The requests that only move and delete: what they take, what they leave, in which state.
 #include <gtest/gtest.h>
 
 #include "phone/host/daemon.h"
@@ -15,7 +15,7 @@ TEST(Requests, MoveAndDeleteAsStated) {
   const struct {
     const char* what;
     int code;
-    int mask;  // of the logging that goes on meanwhile; -1: none
+    int mask;  // of the logging in progress; -1: none
     Words before, gone, kept, properties, commands, modes;
   } rows[] = {
       {"delete",
@@ -52,7 +52,7 @@ TEST(Requests, MoveAndDeleteAsStated) {
        {"mv  /data/local/traces/* /sdcard/zelkalog/traces ; chmod -R 777 /sdcard/zelkalog/traces"},
        {"777 1015 /sdcard/zelkalog"}},
   };
-  // Modes mean nothing on a phone's shared storage, and /data/anr itself stays there.
+  // Shared storage ignores modes, and /data/anr itself stays.
   const auto phones =
       boot_all({std::size(rows), quick_vendor({"--loose", "sdcard", "--loose", "data"})});
   for (size_t i = 0; i < std::size(rows); i++) {
@@ -75,7 +75,7 @@ TEST(Requests, MoveAndDeleteAsStated) {
     for (const std::string& mode : row.modes)
       EXPECT_EQ(phone.run({"stat", "-c", "%a %u %n", mode.substr(mode.rfind(' ') + 1)}).out,
                 mode + "\n");
-    // The next run counts from what is written now.
+    // The next run takes its number from the value written here.
     ASSERT_EQ(start_logging(phone, 0), 0);
     EXPECT_EQ(run_name(phone).substr(0, 2), row.mask >= 0 ? "2#" : "1#");
     EXPECT_EQ(stop_logging(phone), 0);

@@ -1,4 +1,4 @@
-// Bad input: whatever a client sends, a property holds or a phone lacks, the daemon goes on.
+// Bad input from clients and properties, and missing parts of a phone: the daemon continues.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -9,10 +9,10 @@ namespace {
 
 using Words = std::vector<std::string>;
 
-// Logger types with a worker, a script or a command each: mobile, net, power, fingerprint, touch.
+// Logger types with a worker, script or command: mobile, net, power, fingerprint, touch.
 constexpr int kManyTypes = 0x1 | 0x4 | 0x8 | 0x20 | 0x10;
 
-// Sends `requests` to every phone before it waits for any of their answers.
+// Sends `requests` to every phone before waiting for replies.
 void answered_by_all(const std::vector<std::unique_ptr<Phone>>& phones, const Words& requests) {
   std::string bytes;
   for (const std::string& each : requests) bytes += each;
@@ -28,7 +28,8 @@ void answered_by_all(const std::vector<std::unique_ptr<Phone>>& phones, const Wo
 
 const std::string kStart = request(2, 1, little_endian(kManyTypes, 4)), kStop = request(3, 2);
 
-// The network capture's script runs: whatever its command's words expand to has been run by then.
+// Waits until the network capture's script runs: the words of its command have been expanded by
+// then.
 bool captures_network(const Phone& phone) {
   const std::vector<BenchCall> calls = phone.calls_of("/system/bin/sh");
   return std::any_of(calls.begin(), calls.end(), [](const BenchCall& call) {
@@ -36,7 +37,7 @@ bool captures_network(const Phone& phone) {
   });
 }
 
-TEST(Robustness, OutlivesEveryPropertyValue) {
+TEST(Robustness, SurvivesEveryPropertyValue) {
   const struct {
     const char* key;
     std::string value;
@@ -67,19 +68,19 @@ TEST(Robustness, OutlivesEveryPropertyValue) {
   for (size_t i = 0; i < std::size(rows); i++) {
     const Phone& phone = *phones[i];
     SCOPED_TRACE(std::string(rows[i].key) + "=" + rows[i].value);
-    // The last run: a quota of less than nothing may have let the monitor begin another one.
+    // The last run: with a negative quota the monitor may have begun another one.
     EXPECT_TRUE(phone.exists(store_path(run_name(phone)) + "/mobile"));
     EXPECT_TRUE(serves(phone));
-    EXPECT_EQ(place_of(phone.init_log(), "ended harrowmossd"), phone.init_log().size());
+    EXPECT_EQ(index_of(phone.init_log(), "ended harrowmossd"), phone.init_log().size());
     EXPECT_FALSE(phone.exists("/data/sprung")) << phone.read("/data/sprung");
     for (const std::string& name : phone.list("/data/misc"))
       EXPECT_NE(name.find("pwn"), 0u) << name;
   }
 }
 
-// The store's path stands in a property that others may set. Whatever they put there, the run goes
-// on, is stopped whole, and nothing outside of the store is touched.
-TEST(Robustness, KnowsItsRunWhateverItsStorePathIsSetTo) {
+// The store's path is in a property that others may set. With any value the run continues, is
+// stopped completely, and nothing outside the store changes.
+TEST(Robustness, FindsItsRunWithAnyStorePath) {
   constexpr int kTypes = kMobile | kWifi | 0x8 | 0x20;  // power, fingerprint
   const Program trap("echo \"$@\" >> /data/sprung");
   Phone phone(quick_vendor({"--file", trap.over("/system/bin/touch"), "--prop",
@@ -106,7 +107,7 @@ TEST(Robustness, KnowsItsRunWhateverItsStorePathIsSetTo) {
   }
 }
 
-TEST(Robustness, OutlivesEveryMissingTool) {
+TEST(Robustness, SurvivesEveryMissingTool) {
   const char* programs[] = {
       "/system/bin/logcat", "/system/bin/sh",
       "/system/bin/cp",     "/system/bin/mv",
@@ -122,7 +123,7 @@ TEST(Robustness, OutlivesEveryMissingTool) {
   for (size_t i = 0; i < std::size(programs); i++) {
     SCOPED_TRACE(programs[i]);
     EXPECT_TRUE(serves(*phones[i]));
-    EXPECT_EQ(place_of(phones[i]->init_log(), "ended harrowmossd"), phones[i]->init_log().size());
+    EXPECT_EQ(index_of(phones[i]->init_log(), "ended harrowmossd"), phones[i]->init_log().size());
     EXPECT_TRUE(eventually_childless(*phones[i]));
   }
 }

@@ -1,4 +1,4 @@
-// A run of debug logging from its start to the moved result, and what comes after it.
+// A run of debug logging, from its start to the moved result and after.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -15,7 +15,7 @@ using Words = std::vector<std::string>;
 
 constexpr int kAllTypes = 0x7fff, kCoreDump = 0x100;
 
-// Every option that adds a worker is on; the blanks of the display id become '-'.
+// All options that add a worker; the blanks of the display id become '-'.
 const Words kEverythingOn = {
     "--prop", "ro.build.display.id=QZ101A V1.0 user", "--prop", "persist.sys.qtrlog.enable=1",
     "--prop", "persist.sys.zklog.tzbsp.enable=on",    "--prop", "persist.sys.zelka.release=1"};
@@ -25,9 +25,8 @@ void ask_for_watch_fd(const Phone& phone) {
               "watch_fd\n");
 }
 
-// The commands that the daemon's main process gave to a shell, in order; one "SNAPSHOT" for the
-// network commands. Workers that become a shell by themselves are left out: when they get to it is
-// up to them.
+// The commands that the daemon's main process ran in a shell, in order; one "SNAPSHOT" for the
+// network commands. Without workers that execute a shell: their timing varies.
 Words commands_of_daemon(const Phone& phone) {
   static const std::regex snapshot(
       "/system/bin/(date|ip|iptables|ip6tables|cat|dumpsys|netstat)( .*)?");
@@ -50,8 +49,7 @@ Words commands_of_daemon(const Phone& phone) {
   return commands;
 }
 
-// What ps shows of the daemon's own children, in the order of their start. Those that come and go
-// on their own time are left out.
+// The daemon's children in ps, in start order, without those that come and go.
 Words children_in_order(const Phone& phone) {
   std::vector<PhoneProcess> children;
   for (PhoneProcess& process : phone.processes()) {
@@ -69,7 +67,7 @@ Words children_in_order(const Phone& phone) {
   return names;
 }
 
-// The names of all that runs.
+// The names of all running processes.
 Words running(const Phone& phone) {
   Words names;
   for (const PhoneProcess& process : phone.processes()) names.push_back(process.comm);
@@ -77,7 +75,7 @@ Words running(const Phone& phone) {
   return names;
 }
 
-// What the run of all types does, by its start and by its stop, and leaves.
+// What a run of all types does at its start and stop, and leaves.
 const std::string kApp = "/sdcard/Android/data/cn.zelka.harrowmoss/files/.harrowmoss/.DIAG.cfg";
 const std::string kGive = " ; chmod -R 777 ";
 
@@ -116,7 +114,7 @@ const Words kStartCommands = {"/system/bin/logcat -p -g >> RUN/mobile/logcat_con
                               "/system/bin/sh /system/etc/power_logs_start.sh RUN RUN/power",
                               "echo 1 > /sys/class/light/light/debug"};
 
-// "sh" is the descriptor watcher, then the router log; "/system/bin/sh" what the power script left.
+// "sh": the descriptor watcher, then the router log; "/system/bin/sh": left by the power script.
 const Words kChildren = split(
     "harrowmossd:debug-main-vesk harrowmossd:debug-events-vesk harrowmossd:debug-system-vesk "
     "harrowmossd:debug-radio-vesk harrowmossd:debug-crash-vesk harrowmossd:debug-kernel-vesk "
@@ -173,10 +171,10 @@ const Words kStored = split(
     "wlan_logs/cnss_fw_logs_000.txt wlan_logs/cnss_fw_logs_001.txt",
     " ");
 
-// All fourteen types at once: what is started in which order, what a stop switches off and leaves,
-// and that no worker, group or script's background process outlives it.
+// All fourteen types at once: the start order, what a stop switches off and leaves, and that no
+// worker, group or background process of a script survives it.
 TEST(Run, OfAllTypesFromItsStartToTheStore) {
-  Phone phone(kEverythingOn);  // with the vendor's side, which brings logs of its own
+  Phone phone(kEverythingOn);  // with the vendor's side, which adds logs
   ASSERT_TRUE(settled(phone));
   ask_for_watch_fd(phone);
   for (const char* file : {"/data/anr/trace_00", "/data/tombstones/tombstone_00"})
@@ -193,7 +191,7 @@ TEST(Run, OfAllTypesFromItsStartToTheStore) {
       << testing::PrintToString(children);
   EXPECT_TRUE(eventually([&] { return phone.read("/dev/bench/systrace.log") == "00000000\n"; }));
 
-  // All of it is being written before the stop comes.
+  // Wait until all files are being written.
   const std::string run = run_name(phone), work = working_path(run);
   EXPECT_TRUE(std::regex_match(run, std::regex("1#\\d\\d-\\d\\d_\\d\\d-\\d\\d-\\d\\d"))) << run;
   EXPECT_EQ(from_hex(ask(phone, 9)).substr(4, run.size()), run);
@@ -212,7 +210,7 @@ TEST(Run, OfAllTypesFromItsStartToTheStore) {
   phone.clear_calls();
   const size_t stop = phone.properties_log().size();
   ASSERT_EQ(stop_logging(phone), 0);
-  // It went on when the vendor had answered, not when the 15 s for that were over.
+  // It continued after the vendor's answer, before the end of the 15 s.
   for (const LogLine& line : lines_with(daemon_log(phone), "wait prop "))
     EXPECT_EQ(line.text.find("timeout"), std::string::npos) << line;
   EXPECT_EQ(sets_of_daemon(phone, stop), kStopSets);
@@ -225,7 +223,7 @@ TEST(Run, OfAllTypesFromItsStartToTheStore) {
   for (const char* file : {"/sys/zelka_power_debug/enable", "/sys/class/light/light/debug"})
     EXPECT_EQ(phone.read(file)[0], '0') << file;
   EXPECT_EQ(phone.read("/sys/module/ipc_router_core/parameters/debug_mask"), "0x0\n");
-  // Every worker went when it was told to; none had to be killed behind its bound.
+  // Every worker ended on SIGTERM; none had to be killed.
   EXPECT_EQ(overdue_kills(phone), Words{});
 
   const Words stored = tree(phone, store_path(run));
@@ -234,11 +232,10 @@ TEST(Run, OfAllTypesFromItsStartToTheStore) {
   EXPECT_EQ(phone.read("/sdcard/zelkalog/qrtr_last.txt"), "router\n");
   EXPECT_EQ(phone.list("/data/misc/zelkalog"), Words{".logger"});
   EXPECT_EQ(phone.list("/data/vendor/zelkalog/common/" + run), Words{});
-  EXPECT_TRUE(phone.exists("/data/anr/trace_00"));  // copied: its owner keeps it
+  EXPECT_TRUE(phone.exists("/data/anr/trace_00"));  // copied, not moved
 }
 
-// Whatever its logcats had not written when they were ended is in the run all the same, however
-// little or much there was.
+// Text that logcats had not written when they were ended is in the run, however much there was.
 void expect_every_line(Phone& phone, int lines) {
   const std::string run = run_name(phone), count = std::to_string(lines);
   for (const std::string buffer : kLogBuffers)
@@ -263,9 +260,9 @@ TEST(Run, HasEveryLineThatWasLoggedBeforeTheStop) {
   }
 }
 
-// All types at once where the logcats preallocate more than there is, which is no reason to delete
-// what is in the store; with a trace that only the system user may read, and with what shared
-// storage cannot hold.
+// All types at once, where preallocation exceeds the space, which is no reason to delete runs from
+// the store; with a trace that only the system user may read, and with files that shared storage
+// cannot store.
 TEST(Run, IsCapturedOnASmallPhone) {
   Phone phone(quick_vendor({"--data-size", "500m", "--prop", "bench.logcat.preallocate=1"}));
   const std::string old = "/sdcard/zelkalog/1#01-01_00-00-00/main.txt";
@@ -277,7 +274,7 @@ TEST(Run, IsCapturedOnASmallPhone) {
   ASSERT_EQ(start_logging(phone, kAllTypes), 0);
   ASSERT_TRUE(all_logcats_run(phone));
   ASSERT_TRUE(eventually([&] { return available(phone, "/data") < 128 << 20; }));
-  // Each look of the monitor ends in one sleep.
+  // Each check of the monitor ends in one sleep.
   const auto sleeps = [&phone, monitor = running_monitor(phone).pid] {
     const std::string status = phone.read("/proc/" + std::to_string(monitor) + "/status");
     const std::string label = "\nvoluntary_ctxt_switches:";
@@ -302,7 +299,7 @@ TEST(Run, IsCapturedOnASmallPhone) {
   for (const std::string what : {"/link -> main", "/mobile/pipe (FIFO)", "/mobile/socket (socket)"})
     EXPECT_NE(dropped.find(run + what), std::string::npos) << dropped;
   EXPECT_EQ(phone.read(old), "of an old run\n");
-  EXPECT_GT(available(phone, "/data"), 470 << 20);  // and nothing of it is kept
+  EXPECT_GT(available(phone, "/data"), 470 << 20);  // preallocated blocks are released
 
   ask(phone, 12);
   EXPECT_EQ(phone.list("/data/anr"), Words{});
@@ -322,10 +319,10 @@ TEST(Run, AnswersTheActiveMaskWithNothing) {
   const auto after = logcats(phone);
   ASSERT_EQ(after.size(), 6u);
   for (size_t i = 0; i < after.size(); i++) EXPECT_EQ(after[i].pid, before[i].pid);
-  const Words said = main_thread_log(phone, lines);
-  EXPECT_EQ(
-      std::count(said.begin(), said.end(), "5 current logger is enabled! types=1, req types=1"), 1);
-  EXPECT_EQ(std::count(said.begin(), said.end(), "5 logger types no change, just return."), 1);
+  const Words log = main_thread_log(phone, lines);
+  EXPECT_EQ(std::count(log.begin(), log.end(), "5 current logger is enabled! types=1, req types=1"),
+            1);
+  EXPECT_EQ(std::count(log.begin(), log.end(), "5 logger types no change, just return."), 1);
 }
 
 TEST(Run, StopsFirstForAnotherMask) {
@@ -350,7 +347,7 @@ TEST(Run, StopsFirstForAnotherMask) {
   EXPECT_EQ(size_monitor(phone).pid, monitor.pid);
   ASSERT_TRUE(all_logcats_run(phone));
   for (const PhoneProcess& process : logcats(phone)) EXPECT_EQ(old.count(process.pid), 0u);
-  // The collector goes on: one, and one only.
+  // Exactly one collector remains.
   EXPECT_TRUE(eventually([&] { return collectors(phone).size() == 1; }));
   EXPECT_EQ(stop_logging(phone), 0);
   EXPECT_TRUE(eventually_childless(phone));

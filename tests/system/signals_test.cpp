@@ -1,4 +1,4 @@
-// Signals: what the main process makes of them, when, and what a worker's end takes with it.
+// Signals: how and when the main process handles them, and what the end of a worker causes.
 #include <gtest/gtest.h>
 
 #include "phone/host/daemon.h"
@@ -49,28 +49,27 @@ TEST(Signals, AreIgnoredByTheMainProcessAndLogged) {
   EXPECT_EQ(phone.daemon_pid(), pid);
 }
 
-// What comes while a stop waits is handled behind it, in ascending order, each once however often
-// it came.
+// Signals that arrive during a stop are handled after it, in ascending order, each once.
 TEST(Signals, WaitUntilAStopIsOver) {
   const struct {
     std::vector<std::string> options;
     int mask;
-    const char* waiting;  // the beginning of its line before the wait
+    const char* waiting;  // the start of its log line before the wait
     int lines_before;
   } rows[] = {
-      // The fifth worker is gone; the sixth takes 3.1 s.
+      // The fifth worker has ended; the sixth takes 3.1 s.
       {quick_vendor({"--prop", "bench.logcat.kernel.ignore_term=1"}), kMobile,
        "wait s_debug_vesk_group over. ", 5},
-      // 15 s, unless the answer comes: it does below.
+      // 15 s without the answer, which comes below.
       {{"--prop", "bench.vendor.common_delay_ms=never"}, kMobile | kModem, "wait timeout ", 1},
   };
   for (size_t i = 0; i < std::size(rows); i++) {
     Phone phone(rows[i].options);
     ASSERT_TRUE(settled(phone));
-    // A bundle may handle signals while it waits; a start and a stop behind it may not.
+    // A bundle may handle signals while it waits; a start or stop after it may not.
     ASSERT_EQ(ask(phone, 6, little_endian(0, 4) + string16("/sdcard/out"), kSwitchMs), "00000000");
     ASSERT_EQ(start_logging(phone, rows[i].mask), 0);
-    ASSERT_TRUE(eventually([&] {  // every capture is as its options say
+    ASSERT_TRUE(eventually([&] {  // every capture runs
       return phone.list(working_path(run_name(phone)) + "/mobile").size() >= 7;
     }));
     ASSERT_TRUE(all_logcats_run(phone));
@@ -88,14 +87,14 @@ TEST(Signals, WaitUntilAStopIsOver) {
     Texts lines;
     ASSERT_TRUE(eventually([&] {
       lines = main_thread_log(phone, from);
-      return place_of(lines, "6 signum = 17") < lines.size();
+      return index_of(lines, "6 signum = 17") < lines.size();
     }));
-    const size_t order[] = {place_of(lines, "6 stop debug log over."),
-                            place_of(lines, "3 ret: 0."),
-                            place_of(lines, "6 ignore signal 2("),
-                            place_of(lines, "6 alarm arrives, ignore signal 14("),
-                            place_of(lines, "6 ignore signal 15("),
-                            place_of(lines, "6 signum = 17")};
+    const size_t order[] = {index_of(lines, "6 stop debug log over."),
+                            index_of(lines, "3 ret: 0."),
+                            index_of(lines, "6 ignore signal 2("),
+                            index_of(lines, "6 alarm arrives, ignore signal 14("),
+                            index_of(lines, "6 ignore signal 15("),
+                            index_of(lines, "6 signum = 17")};
     EXPECT_TRUE(std::is_sorted(std::begin(order), std::end(order)) && order[5] < lines.size())
         << i << ::testing::PrintToString(order) << ::testing::PrintToString(lines);
     EXPECT_EQ(count_lines(phone, "ignore signal 15("), 1) << i;
@@ -104,7 +103,8 @@ TEST(Signals, WaitUntilAStopIsOver) {
   }
 }
 
-// A start with the modem's type takes a second; a logcat that ends within it is replaced behind it.
+// A start with the modem's type takes a second; a logcat that ends within it is replaced
+// afterwards.
 TEST(Signals, WaitUntilAStartIsOver) {
   Phone phone(quick_vendor({"--prop", "bench.logcat.events.exit_after_ms=100"}));
   ASSERT_TRUE(settled(phone));
@@ -118,24 +118,24 @@ TEST(Signals, WaitUntilAStartIsOver) {
   Texts lines;
   EXPECT_TRUE(eventually([&] {
     lines = main_thread_log(phone, from);
-    return place_of(lines, "3 update_logcat_log pid = ") < lines.size();
+    return index_of(lines, "3 update_logcat_log pid = ") < lines.size();
   }));
-  const size_t result = place_of(lines, "3 ret: 0.");
-  EXPECT_GT(place_of(lines, "6 ignore signal 15("), result);
-  EXPECT_GT(place_of(lines, "6 signum = 17"), result);
-  EXPECT_GT(place_of(lines, "3 update_logcat_log pid = "), result);
+  const size_t result = index_of(lines, "3 ret: 0.");
+  EXPECT_GT(index_of(lines, "6 ignore signal 15("), result);
+  EXPECT_GT(index_of(lines, "6 signum = 17"), result);
+  EXPECT_GT(index_of(lines, "3 update_logcat_log pid = "), result);
   const std::string replacement =
       working_path(run_name(phone)) + "/mobile/QZ201A-V1.02-events_1.txt";
   EXPECT_TRUE(eventually([&] { return phone.exists(replacement); }));
 }
 
-// In one run; each signal meets another worker, and its shell's child with it.
-TEST(Signals, EndAWorkerWithAllThatItStarted) {
+// In one run; each signal ends another worker and its shell's child.
+TEST(Signals, EndAWorkerWithItsChildren) {
   Phone phone(quick_vendor());
   ASSERT_TRUE(settled(phone));
   const struct {
     int sig;
-    const char* worker;  // the end of its name, which the kernel keeps
+    const char* worker;  // the end of its name
     const char* says;
   } rows[] = {
       {SIGTERM, "mossd:debug-net", " receive signal 15(Terminated)"},
@@ -165,11 +165,11 @@ TEST(Signals, EndAWorkerWithAllThatItStarted) {
   ASSERT_EQ(stop_logging(phone), 0);
 }
 
-// The kernel's log tool hangs at start-up: its worker ends after 10 s, and the tool with it.
+// The kernel-log tool hangs at start-up: its worker and the tool end after 10 s.
 TEST(Signals, EndTheKernelLogWorkerWhenItHangs) {
   const Program hangs("exec sleep 1000000");
   Phone phone({"--file", hangs.over("/system/bin/logcat")});
-  EXPECT_TRUE(serves(phone));  // nobody waits for it
+  EXPECT_TRUE(serves(phone));  // not blocked by it
   ASSERT_TRUE(eventually([&] { return phone.named("sleep").size() == 1; }));
   const std::vector<LogLine> forked = lines_with(daemon_log(phone), "fork ");
   ASSERT_EQ(forked.size(), 1u);

@@ -1,5 +1,5 @@
-// Little room: the rescue of a full /data, and what ends it. The limits below which logging is not
-// begun are tests of Start.
+// Little space: the rescue of a full /data, and its end. The limits for a start are tested in
+// Start.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/file.h>
@@ -13,15 +13,15 @@ using Words = std::vector<std::string>;
 
 constexpr int64_t kMiB = 1 << 20;
 constexpr const char* kEnable = "persist.sys.zklog.enable";
-constexpr int kCoreDump = 0x100;  // a type that only sets a property
+constexpr int kCoreDump = 0x100;  // only sets a property
 constexpr int kNet = 0x4;
 
-// ---- The store's own files fill /data: everything in it goes, and logging starts anew, in the
+// ---- The store's own files fill /data: all of them are deleted, and logging restarts in the
 // monitor's process. ----
 
 const std::string kMain = "/mobile/QZ201A-V1.02-main.txt";
 
-// The files of debug logcats that are not the current run's, deleted ones among them.
+// Open files of debug logcats outside the current run, deleted ones included.
 Words stray_files(const Phone& phone) {
   const std::string current = working_path(run_name(phone)) + "/";
   Words stray;
@@ -113,11 +113,11 @@ TEST(Space, RescuesDataFromTheStore) {
     for (const char* file : {"/data/local/kept", "/data/anr/kept"})
       EXPECT_TRUE(phone.exists(file)) << file;
     EXPECT_EQ(logcat_of(phone, "main").ppid, running_monitor(phone).pid);
-    // Asking for the name, as a client may at any time, must not keep the workers.
+    // Asking for the name, as a client may at any time, must not affect the workers.
     EXPECT_EQ(current_run(phone), run_name(phone));
     if (rows[i].after != nullptr) rows[i].after(phone);
     const std::string last = run_name(phone);
-    EXPECT_EQ(stop_logging(phone), 0);  // also what the monitor has started
+    EXPECT_EQ(stop_logging(phone), 0);  // also stops the monitor's run
     EXPECT_TRUE(phone.exists(store_path(last) + kMain));
     for (const char* file : {"/net/iptables-start.txt", "/net/iptables-stop.txt"}) {
       EXPECT_EQ(rows[i].after == nullptr, !phone.read(store_path(last) + file).empty()) << file;
@@ -126,8 +126,8 @@ TEST(Space, RescuesDataFromTheStore) {
   }
 }
 
-// Somebody else's files fill it to the last block: logging ends, theirs stay. And a client's stop
-// that comes while the monitor rests between its stop and its start has the last word.
+// Foreign files fill /data to the last block: logging ends, and they stay. A client's stop between
+// the monitor's stop and start wins.
 TEST(Space, EndsARescueWithoutAStart) {
   const auto phones = boot_all({2, quick_vendor({"--data-size", "200m"})});
   const std::string filling = "/data/local/filling";
@@ -137,7 +137,7 @@ TEST(Space, EndsARescueWithoutAStart) {
   fill(others, filling, 0);
   others.shell("log -t mark -n 20000 'a line that finds no room'");
   EXPECT_TRUE(serves(others));
-  // No block is left, which counts as unknown; a few are extremely low.
+  // No block left counts as unknown; a few left are extremely low.
   ASSERT_EQ(truncate(others.inside(filling).c_str(), 150 * kMiB), 0);
 
   fill(stopped, working_path(run_name(stopped)) + "/filling", 100 * kMiB);
@@ -159,7 +159,7 @@ TEST(Space, EndsARescueWithoutAStart) {
   EXPECT_EQ(count_lines(others, "storage extreme low, delete logs"), 1);
   EXPECT_TRUE(others.exists(filling));
   EXPECT_FALSE(others.exists(working_path(run)));
-  // Also those that had replaced one that failed to write.
+  // Also the replacements of those that failed to write.
   EXPECT_TRUE(eventually([&] { return debug_logcats(others).empty(); }));
   EXPECT_TRUE(serves(others));
   ASSERT_EQ(stop_logging(others), 0);

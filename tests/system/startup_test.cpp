@@ -1,4 +1,4 @@
-// From the process's first step to the listening socket.
+// The start-up, from the process's first step to the listening socket.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -15,7 +15,7 @@ constexpr const char* kBootFailure =
     "/cache/boot_fail.log";
 constexpr const char* kStart = "harrowmossd";
 
-// A phone whose daemon is started by the test, once it has put its files there.
+// A phone whose daemon is started by the test, after it has prepared files.
 std::unique_ptr<Phone> unstarted(Words options = {}) {
   options.push_back("--no-daemon");
   return std::make_unique<Phone>(options);
@@ -25,7 +25,7 @@ bool start_daemon(Phone* phone) {
   return eventually([phone] { return phone->daemon_pid() > 0 && serves(*phone, 2000); });
 }
 
-// init's own milliseconds of the first line that begins with `start`.
+// init's time, in milliseconds, of the first line that begins with `start`.
 long init_time(const Phone& phone, const std::string& start) {
   for (const std::string& line : split(phone.read("/dev/bench/init.log"), "\n")) {
     if (line.compare(line.find(' ') + 1, start.size(), start) == 0) return atol(line.c_str());
@@ -63,7 +63,7 @@ TEST(Startup, TakesItsStepsInOrder) {
   };
   size_t before = 0;
   for (const char* step : order) {
-    const size_t at = place_of(lines, step);
+    const size_t at = index_of(lines, step);
     EXPECT_LT(at, lines.size()) << step;
     EXPECT_GE(at, before) << step;
     before = at;
@@ -113,13 +113,13 @@ TEST(Startup, SavesTheKernelLogOfThisBoot) {
   EXPECT_EQ(phone.shell_commands(),
             (Words{"/system/bin/rm " + file +
                    "; /system/bin/logcat -d -v threadtime,usec -t 5000 -b kernel -f " + file}));
-  EXPECT_EQ(count_lines(phone, "manual set systrace prop"), 0);  // only for a run that goes on
+  EXPECT_EQ(count_lines(phone, "manual set systrace prop"), 0);  // only for a run in progress
   const std::string text = phone.read(file);
   EXPECT_EQ(text.find("of an earlier boot"), std::string::npos);
   EXPECT_NE(text.find("of this boot"), std::string::npos);
 }
 
-// Also when the daemon was killed: init starts it again, and it goes on with a run of its own.
+// Also after the daemon was killed: init restarts it, and it continues with a new run.
 TEST(Startup, ResumesLoggingThatWasOn) {
   Phone phone(quick_vendor());
   ASSERT_EQ(start_logging(phone, kMobile), 0);
@@ -138,16 +138,16 @@ TEST(Startup, ResumesLoggingThatWasOn) {
   EXPECT_TRUE(all_logcats_run(phone));
   EXPECT_EQ(logcat_of(phone, "main").ppid, phone.daemon_pid());
   EXPECT_TRUE(eventually([&] { return size_monitor(phone).ppid == phone.daemon_pid(); }));
-  ASSERT_EQ(stop_logging(phone), 0);  // brings both
+  ASSERT_EQ(stop_logging(phone), 0);  // moves both
   EXPECT_TRUE(phone.exists(store_path(first) + file));
-  // What the first one's logcat had not written yet is in the buffer still.
+  // Unwritten lines of the first logcat are still in the buffer.
   EXPECT_NE(phone.read(store_path(second) + file).find("before the kill"), std::string::npos);
   EXPECT_TRUE(eventually_childless(phone));
 }
 
-// Killed in the middle of a stop's move: every byte is there afterwards, whole, in one of its two
-// places, and the next stop brings the rest.
-TEST(Startup, SettlesAMoveThatWasCutShort) {
+// Killed during a stop's move: every byte is complete in one of its two places, and the next stop
+// moves the rest.
+TEST(Startup, CompletesAnInterruptedMove) {
   constexpr int kFiles = 4;
   const auto content = [](int i) { return std::string(12 << 20, static_cast<char>('a' + i)); };
   Phone phone(quick_vendor());
@@ -180,7 +180,7 @@ TEST(Startup, WaitsUntilDataCanBeWritten) {
   Phone& phone = *started;
   ASSERT_EQ(phone.shell("rm -rf /data/misc/zelkalog; mount -o remount,ro /data").status, 0);
   phone.setprop("ctl.start", kStart);
-  // Two attempts: it is really in the loop.
+  // Two attempts: it is in the loop.
   ASSERT_TRUE(eventually([&] { return count_lines(phone, "/data access R ok.") >= 2; }));
   EXPECT_FALSE(Client(phone).connected());
   EXPECT_EQ(count_lines(phone, "After create directories;"), 0);
@@ -203,9 +203,9 @@ TEST(Startup, EndsWithoutAControlSocket) {
     Words command = environment;
     command.push_back("/system_ext/bin/harrowmossd");
     EXPECT_EQ(phone.run(command).status, 1) << what;
-    const auto said = lines_with(daemon_log(phone), "Failed to get socket from environment: ");
-    ASSERT_EQ(said.size(), 1u) << what;
-    EXPECT_EQ(said[0].priority, 6);
+    const auto errors = lines_with(daemon_log(phone), "Failed to get socket from environment: ");
+    ASSERT_EQ(errors.size(), 1u) << what;
+    EXPECT_EQ(errors[0].priority, 6);
   }
 }
 
@@ -221,9 +221,9 @@ TEST(Startup, EndsWhenItCannotListen) {
   Words log;
   ASSERT_TRUE(eventually([&] {
     log = phone.init_log();
-    return place_of(log, "ended harrowmossd") < log.size();
+    return index_of(log, "ended harrowmossd") < log.size();
   }));
-  EXPECT_NE(log[place_of(log, "ended harrowmossd")].find("status 1"), std::string::npos);
+  EXPECT_NE(log[index_of(log, "ended harrowmossd")].find("status 1"), std::string::npos);
   EXPECT_GE(count_lines(phone, std::string("Listen on socket failed: ") + strerror(EOPNOTSUPP)), 1);
 }
 

@@ -1,4 +1,4 @@
-// What the main process starts again, and what it does not.
+// What the main process restarts, and what not.
 #include <gtest/gtest.h>
 
 #include "phone/host/daemon.h"
@@ -64,13 +64,13 @@ TEST(Supervision, RestartsTheMonitorOnlyWhileDeletionIsOn) {
   EXPECT_TRUE(serves(phone));
   EXPECT_EQ(size_monitor(phone).pid, 0);
 
-  // With deletion on again the next start brings one.
+  // With deletion enabled, the next start starts a monitor.
   phone.setprop("persist.sys.zelka.log.del", "true");
   ASSERT_EQ(start_logging(phone, 0), 0);
   EXPECT_TRUE(eventually([&] { return size_monitor(phone).pid > 0; }));
 }
 
-// One that ends by itself is not restarted, and believed to run until logging is stopped.
+// A monitor that ends by itself is not restarted, and considered running until logging is stopped.
 TEST(Supervision, MissesAMonitorThatEndedByItself) {
   Phone phone(quick_vendor());
   ASSERT_EQ(start_logging(phone, kMobile), 0);
@@ -86,7 +86,7 @@ TEST(Supervision, MissesAMonitorThatEndedByItself) {
   EXPECT_EQ(count_lines(phone, kRestarted), 0);
 }
 
-// Before its handlers stand, what it ignores later would end the daemon.
+// Before its handlers are set, signals that it ignores later would end the daemon.
 TEST(Supervision, SignalsWaitForTheirHandlers) {
   Phone phone({}, Phone::Until::kBooted);
   pid_t pid = 0;
@@ -103,7 +103,7 @@ TEST(Supervision, SignalsWaitForTheirHandlers) {
   EXPECT_TRUE(eventually_logged(phone, "ignore signal 15(Terminated)"));
 }
 
-// Without a shell to become, the descriptor watcher goes on as the main process's copy.
+// Without a shell to execute, the descriptor watcher continues as a copy of the main process.
 TEST(Supervision, AStrayChildEndsWithItsConnection) {
   const Program no_shell("", 0644);
   Phone phone(quick_vendor({"--file", no_shell.over("/system/bin/sh")}));

@@ -1,4 +1,4 @@
-// The touch recorder as a worker of the real daemon: a finger moves, and it is in the store.
+// The touch recorder as a worker of the real daemon: a swipe is found in the store.
 #include <gtest/gtest.h>
 
 #include "phone/host/daemon.h"
@@ -12,7 +12,7 @@ TEST(Touch, ASwipeIsInTheStoreAfterTheStop) {
   ASSERT_TRUE(settled(phone));
   ASSERT_EQ(phone.shell("echo plug event0 " + device + " | finger").status, 0);
   ASSERT_EQ(start_logging(phone, kTouch), 0);
-  ASSERT_TRUE(eventually([&] {  // it is read by one recorder
+  ASSERT_TRUE(eventually([&] {  // one recorder reads it
     return phone.run({"finger", "list"}).out == "event0 1 " + device + "\n";
   }));
   ASSERT_EQ(phone.shell("echo swipe event0 100 2000 300 1000 1 | finger").status, 0);

@@ -1,8 +1,7 @@
-// The published protocol vectors against the running daemon, and the example client for the app's
-// authors.
+// The published protocol vectors against the running daemon, and the example client for authors of
+// apps.
 #include "tests/support/vectors.h"
 
-#include <sys/stat.h>
 #include <sys/vfs.h>
 
 #include <filesystem>
@@ -13,7 +12,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// Makes one "given" of the file true. False when it is not understood.
+// Establishes a "given" of the file. False when it is unknown.
 bool provide(Phone* phone, const std::string& given) {
   const size_t blank = given.find(' ');
   const std::string verb = given.substr(0, blank), what = given.substr(blank + 1);
@@ -33,7 +32,7 @@ bool provide(Phone* phone, const std::string& given) {
   return true;
 }
 
-// What this phone has to tell where the file has a placeholder.
+// The phone's text for a placeholder of the file.
 std::string phone_text(const Phone& phone, const std::string& placeholder) {
   if (placeholder == "build-id") return phone.getprop("ro.build.fingerprint");
   if (placeholder == "log-dir") {
@@ -52,13 +51,13 @@ std::string phone_text(const Phone& phone, const std::string& placeholder) {
   return "";
 }
 
-// The whole frame that a reply of the file stands for on this phone, as hex without blanks.
+// A reply of the file as a complete frame on this phone, as hex without blanks.
 std::string expected_reply(const Phone& phone, std::string reply) {
   for (size_t at; (at = reply.rfind('{')) != std::string::npos;) {
     const size_t end = reply.find('}', at);
     const std::string name = reply.substr(at + 1, end - at - 1);
     std::string bytes;
-    if (name == "size") {  // the first one, so the last that is filled in
+    if (name == "size") {  // comes first, so it is filled in last
       bytes = little_endian(from_hex(reply.substr(end + 1)).size(), 4);
     } else {
       const std::string text = phone_text(phone, name);
@@ -116,7 +115,7 @@ TEST(VectorsSystem, TheExampleClientSpeaksTheProtocol) {
   const struct {
     std::vector<std::string> words;
     int status;
-    std::string out;  // "$NAME": what phone_text() says
+    std::string out;  // "$NAME": from phone_text()
   } rows[] = {
       {{"version"}, 0, "1"},
       {{"boot-reason"}, 0, "$boot-reason"},

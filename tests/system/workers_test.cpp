@@ -1,4 +1,4 @@
-// The processes of a run: what they inherit, what becomes of those that end, and that none is left.
+// The processes of a run: what they inherit, what happens when they end, and that none is left.
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
@@ -24,7 +24,7 @@ TEST(Workers, AreGoneAfterEachRun) {
   const Words before = descriptors(phone, daemon);
   for (int i = 1; i <= kCycles; i++) {
     SCOPED_TRACE(i);
-    phone.setprop("persist.sys.qtrlog.enable", "1");  // a reader that never ends by itself
+    phone.setprop("persist.sys.qtrlog.enable", "1");  // a reader that does not end by itself
     ASSERT_EQ(start_logging(phone, kMobile), 0);
     EXPECT_TRUE(all_logcats_run(phone));
     ASSERT_EQ(stop_logging(phone), 0);
@@ -35,7 +35,7 @@ TEST(Workers, AreGoneAfterEachRun) {
   }
   EXPECT_EQ(phone.daemon_pid(), daemon);
   EXPECT_EQ(phone.processes().size(), processes_before);
-  // One is the router log's rotation, which looks every 10 s; another may be about to end.
+  // One is the router log's rotation, which polls every 10 s; another may be ending.
   EXPECT_TRUE(eventually([&] { return threads() <= threads_before + 1; }));
   EXPECT_EQ(phone.list("/sdcard/zelkalog").size(), kCycles + 2u);  // .logger, qrtr_last.txt
   EXPECT_EQ(phone.list("/data/misc/zelkalog"), Words{".logger"});
@@ -43,21 +43,21 @@ TEST(Workers, AreGoneAfterEachRun) {
   EXPECT_EQ(overdue_kills(phone), Words());
 }
 
-// Every kind of worker but those that only wait for a service: logcats, collector, router log,
+// Every kind of worker except those that wait for a service: logcats, collector, router log,
 // descriptor watcher, packet capture, power and fuel gauge, secure-world traces, watchdog.
 constexpr int kManyWorkers = 0x1 | 0x4 | 0x8 | 0x20 | 0x10 | 0x400;
 
-// What would make a tool deaf for its end, as bits of a signal set.
+// Blocked or ignored signals that would keep a tool from ending, as bits of a signal set.
 constexpr uint64_t kEndingSignals = 1 << (SIGTERM - 1) | 1 << (SIGPIPE - 1) | 1 << (SIGALRM - 1);
 
 uint64_t signal_set(const Phone& phone, pid_t pid, const std::string& name) {
   const std::string status = phone.read("/proc/" + std::to_string(pid) + "/status");
   const size_t at = status.find(name);
-  if (at == std::string::npos) return 0;  // it has ended meanwhile
+  if (at == std::string::npos) return 0;  // ended meanwhile
   return strtoull(status.c_str() + at + name.size(), nullptr, 16);
 }
 
-// What a process below the daemon has inherited and must not have: a line each.
+// Wrongly inherited properties of a descendant of the daemon, a line each.
 Words inherited_wrongly(const Phone& phone) {
   Words wrong;
   for (const PhoneProcess& worker : children_of_daemon(phone)) {
@@ -85,7 +85,7 @@ TEST(Workers, InheritNoSocketAndNoSignalMask) {
   EXPECT_EQ(hex(client.reply()), "1000000002000000010000000000000000000000");
 
   EXPECT_TRUE(eventually([&] { return children_of_daemon(phone).size() >= 16; }));
-  // Not at once: a child that is just being forked still has everything.
+  // Polls: a child in fork still has everything.
   Words wrong;
   EXPECT_TRUE(eventually([&] { return (wrong = inherited_wrongly(phone)).empty(); }))
       << ::testing::PrintToString(wrong);
@@ -100,9 +100,9 @@ TEST(Workers, InheritNoSocketAndNoSignalMask) {
   EXPECT_EQ(overdue_kills(phone), Words());
 }
 
-// Also without a monitor, whose end would have the main process look for leftovers once more; and
-// when logging goes on with another mask.
-TEST(Workers, TakeWhatTheyStartedWithThem) {
+// Also without a monitor, whose end triggers another check for leftovers; and when logging
+// continues with another mask.
+TEST(Workers, EndWithTheirChildren) {
   Phone phone(quick_vendor({"--prop", "persist.sys.zelka.log.del=false"}));
   ASSERT_TRUE(settled(phone));
   for (const bool stop : {false, true}) {
@@ -117,11 +117,11 @@ TEST(Workers, TakeWhatTheyStartedWithThem) {
   EXPECT_EQ(overdue_kills(phone), Words());
 }
 
-TEST(Workers, CollectTheDaemonsLinesWhileItLogs) {
+TEST(Workers, CollectTheDaemonsLinesWhileLogging) {
   Phone phone(quick_vendor());
   EXPECT_TRUE(collectors(phone).empty());
   ASSERT_EQ(start_logging(phone, 0), 0);
-  // One look each: what is seen now may be gone at the next.
+  // One scan each: a process may be gone in the next.
   PhoneProcess first;
   const auto runs = [&](pid_t but_not, PhoneProcess* found) {
     return eventually([&] {
@@ -135,7 +135,7 @@ TEST(Workers, CollectTheDaemonsLinesWhileItLogs) {
             (Words{"harrowmossd:SLC", "-v", "threadtime,usec", "-s",
                    "Harrowmoss harrowmoss harrowmossd", "-b", "main", "-f",
                    std::string(kSelfLog) + "/harrowmoss.txt", "-r", "10240", "-n", "2"}));
-  EXPECT_EQ(first.pgrp, first.pid);  // a stop kills a collector with all that is its own
+  EXPECT_EQ(first.pgrp, first.pid);  // a stop kills the collector's whole group
   phone.shell("log -t Other none of ours");
   phone.shell("log -t Harrowmoss the application speaks");
 
