@@ -1,5 +1,5 @@
-// Whatever comes over an adb connection, and however it is cut: the same records are found, none of
-// them longer than its format allows, and what is read of their text lies within it.
+// Any bytes on an adb connection, split in any way, give the same records; none is longer than its
+// format allows, and parsing stays within its text.
 #include <algorithm>
 
 #include "fuzz/require.h"
@@ -7,12 +7,12 @@
 
 namespace {
 
-std::string read_all(const RecordFormat& format, std::string_view stream, size_t piece) {
+std::string read_all(const RecordFormat& format, std::string_view stream, size_t block) {
   RecordReader reader(format);
   std::string records;
   while (!stream.empty()) {
-    reader.add(stream.substr(0, piece));
-    stream.remove_prefix(std::min(piece, stream.size()));
+    reader.add(stream.substr(0, block));
+    stream.remove_prefix(std::min(block, stream.size()));
     while (const auto record = reader.next()) {
       require(record->header.size() == format.header && record->payload.size() <= format.most);
       AdbMessage message;
@@ -26,7 +26,7 @@ std::string read_all(const RecordFormat& format, std::string_view stream, size_t
 
 }  // namespace
 
-// Input: a byte that chooses the format, one for the cuts, then the stream.
+// Input: a byte for the format, one for the block size, then the stream.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size < 2) return 0;
   const RecordFormat* formats[] = {&kMessageFormat, &kFrameFormat, &kSyncFormat};

@@ -1,12 +1,9 @@
-// Whatever lies in a run's files, its list has every byte of them: each file's lines in their
-// order, what has no time behind the line that it follows. A range of time shows lines of the list
-// only.
+// For any files of a run, the list has every byte of them: each file's lines in order, and lines
+// without a time after the preceding line. A range of time shows only lines of the list.
 #include <fcntl.h>
 #include <stdint.h>
-#include <sys/mman.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
 #include <string>
 
@@ -22,7 +19,7 @@ constexpr const char* kNames[] = {"mobile/Q-main.txt.1", "mobile/Q-main.txt", "m
                                   "touch/event.txt"};
 constexpr size_t kFiles = std::size(kNames);
 
-// Takes the list apart again.
+// Splits the list again.
 class Collector : public LineSink {
  public:
   bool take(const LineStream& stream, const LogLine& line) override {
@@ -49,8 +46,7 @@ Collector list(const RunSource& source, const TimeRange& range) {
 
 }  // namespace
 
-// Input: a byte that tells how many seconds the range has, then the files, with a byte 0xfe
-// between.
+// Input: a byte with the range's seconds, then the files, separated by a byte 0xfe.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size == 0) return 0;
   std::array<std::string, kFiles> contents;

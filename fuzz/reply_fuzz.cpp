@@ -1,5 +1,5 @@
-// Whatever answers on the control socket, the client comes to a verdict: it takes exactly the bytes
-// that a daemon would have sent for what it read, and has one line to say about all others.
+// For any reply on the control socket the client reads exactly the bytes that a daemon would have
+// sent, or prints one line of error.
 #include <stdint.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -34,7 +34,7 @@ std::string encoded(const Reply& answer, const RequestName& request) {
 
 }  // namespace
 
-// Input: a byte that chooses the request, then everything that comes from the daemon.
+// Input: a byte for the request, then the bytes from the daemon.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   int ends[2];
   if (size == 0 || socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) return 0;

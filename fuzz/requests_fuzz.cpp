@@ -1,9 +1,9 @@
-// Whatever a client sends, the daemon lives on: it gives each whole frame one reply that our client
-// accepts, and closes the connection at the first length that is none, or at the end.
+// For any bytes of a client the daemon survives: it sends one reply, which our client accepts, to
+// each whole frame, and closes the connection at the first invalid length or at the end.
 //
-// The requests do their work in this process, files included, but nothing is started: a fork fails,
-// a thread is refused, and a pause takes no time. Left out is a payload whose dump text is longer
-// than kDumpTextMax: it ends the daemon on purpose.
+// Requests are executed in this process, files included, but start nothing: fork() and thread
+// creation fail, and pauses return at once. Excluded is a payload whose dump is longer than
+// kDumpTextMax: it ends the daemon on purpose.
 #include <errno.h>
 #include <fcntl.h>
 #include <pthread.h>
@@ -13,9 +13,7 @@
 #include <time.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <filesystem>
-#include <iterator>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -27,11 +25,11 @@
 #include "platform/linux/bench_phone.h"
 #include "protocol/encode.h"
 
-// The linker gives the daemon these instead of the C library's.
+// These replace the C library's functions for the daemon.
 extern "C" {
 int __real_pthread_create(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*);
 
-static bool s_serving = false;  // the fuzzer's own threads are its own business
+static bool s_serving = false;  // the fuzzer's threads are not affected
 
 int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*body)(void*),
                           void* arg) {
@@ -52,7 +50,7 @@ namespace {
 
 constexpr char kPropertiesLog[] = "/dev/bench/properties.log";
 constexpr const char* kRunDirs[] = {"/data/misc/zelkalog", "/data/vendor/zelkalog"};
-constexpr size_t kMostFrames = 16;  // their replies fit into the socket
+constexpr size_t kMostFrames = 16;  // so that the replies fit into the socket
 
 struct Conversation {
   std::string_view sent;
@@ -87,7 +85,7 @@ void check_reply(int fd, std::string_view payload) {
   const int32_t size = int32_at(receive(fd, 4), 0);
   require(size >= kReplyMin && size <= kReplyMax);
   const std::string bytes = receive(fd, static_cast<size_t>(size));
-  // What is missing in a short request reads as 0.
+  // Missing bytes of a short request read as 0.
   const int32_t code = payload.size() < 4 ? 0 : int32_at(payload, 0);
   int64_t serial = 0;
   if (payload.size() >= 12) memcpy(&serial, payload.data() + 4, sizeof(serial));
@@ -100,7 +98,7 @@ void check_reply(int fd, std::string_view payload) {
   require(known || (answer.has_result && answer.number == -1));
 }
 
-// A run is a directory more for the next to walk.
+// Runs would slow the next input down.
 void forget_runs() {
   std::error_code ignored;
   for (const char* dir : kRunDirs) {
@@ -123,7 +121,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
   return 0;
 }
 
-// Input: all that a client sends on one connection.
+// Input: the bytes of a client on one connection.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const Conversation talk = plan({reinterpret_cast<const char*>(data), size});
   int ends[2];

@@ -1,9 +1,9 @@
-// How a fuzz target states a promise.
+// Checks of the fuzz targets.
 #pragma once
 
 #include <stdlib.h>
 
-// Ends the process with abort() when the promise is broken: the fuzzer reports the input.
-inline void require(bool holds) {
-  if (!holds) abort();
+// Calls abort() when `condition` is false: the fuzzer reports the input.
+inline void require(bool condition) {
+  if (!condition) abort();
 }

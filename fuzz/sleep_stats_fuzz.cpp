@@ -1,4 +1,4 @@
-// Whatever a statistics file holds, every parser of one reads nothing behind a line and ends.
+// For any statistics file, every parser ends and reads nothing beyond a line.
 #include <stdint.h>
 #include <stdlib.h>
 #include <string.h>
@@ -19,7 +19,7 @@ void parse(const std::string& text) {
     const size_t newline = text.find('\n', at);
     const size_t end = newline == std::string::npos ? text.size() : newline + 1;
     const size_t length = std::min(end - at, kLineSize - 1);
-    // A block of its own for each line: the sanitizer sees a read behind it.
+    // A heap block for each line: the sanitizer detects reads beyond it.
     char* line = strdup(text.substr(at, length).c_str());
     parser.line(line, &counters);
     free(line);

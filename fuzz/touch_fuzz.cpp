@@ -1,5 +1,5 @@
-// Whatever the kernel tells the touch recorder: a record of the watch is followed only when it is
-// whole and its name ends, and any event at any time becomes one line that fits its buffers.
+// For any input from the kernel: a watch record is used only when it is complete and its name ends,
+// and any event at any time becomes one line that fits its buffers.
 #include <stdint.h>
 #include <string.h>
 #include <sys/inotify.h>
@@ -13,7 +13,7 @@
 
 namespace {
 
-// A block that ends where the read did: the sanitizer sees a look behind it.
+// A block that ends with the data: the sanitizer detects reads beyond it.
 void check_records(const uint8_t* data, size_t size) {
   const auto bytes = std::make_unique<char[]>(size);
   std::copy_n(data, size, bytes.get());
@@ -35,7 +35,7 @@ void check_lines(const uint8_t* data, size_t size) {
   std::copy_n(data, std::min(size, sizeof(e)), reinterpret_cast<uint8_t*>(&e));
   char fields[kEventLineSize];
   require(format_event_fields(fields, e.type, e.code, e.value) == strlen(fields));
-  require(fields[12] == ' ' && fields[33] == ' ' && fields[34] != ' ');  // the columns' borders
+  require(fields[12] == ' ' && fields[33] == ' ' && fields[34] != ' ');  // column borders
   char stamp[kEventStampSize];
   require(format_event_stamp(stamp, e.when, e.microseconds) == strlen(stamp));
   require(strchr(fields, '\n') == nullptr && strchr(stamp, '\n') == nullptr);
@@ -43,7 +43,7 @@ void check_lines(const uint8_t* data, size_t size) {
 
 }  // namespace
 
-// Input: what a read of the watch gave; its bytes are also an event and its time.
+// Input: the result of a read of the watch; its bytes are also an event and its time.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   check_records(data, size);
   check_lines(data, size);

@@ -1,7 +1,5 @@
 #include "trials/checks.h"
 
-#include <stdio.h>
-#include <stdlib.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -13,11 +11,11 @@ namespace {
 
 constexpr uintmax_t kComparedBytes = 1 << 20;
 constexpr const char* kRoots[] = {"/data", "/persist", "/cache", "/sys", "/d", "/tmp"};
-// The daemon's trees, where it may do as it likes; and the bench's own.
+// The daemon's trees, and the bench's own.
 constexpr const char* kOwnTrees[] = {
     "/data/misc/zelkalog",   "/data/media/0/zelkalog",
     "/data/vendor/zelkalog", "/data/media/0/Android/data/.harrowmoss",
-    "/data/media/0/report",  // the destination that the trials ask for
+    "/data/media/0/report",  // the destination of the trials' bundles
     "/persist/harrowmoss",   "/cache/boot_fail.log",
     "/data/property",
 };
@@ -75,8 +73,8 @@ std::vector<std::string> differences(const std::map<std::string, std::string>& b
   return paths;
 }
 
-Holdings holdings(const Phone& phone) {
-  Holdings held;
+Resources resources(const Phone& phone) {
+  Resources held;
   const pid_t pid = phone.daemon_pid();
   const std::string proc = "/proc/" + std::to_string(phone.outer_pid(pid));
   const std::string memory = read_file(proc + "/smaps_rollup");
@@ -89,12 +87,12 @@ Holdings holdings(const Phone& phone) {
   return held;
 }
 
-Holdings lasting_holdings(const Phone& phone) {
+Resources idle_resources(const Phone& phone) {
   constexpr int kAgreeing = 20;
-  Holdings held = holdings(phone);
+  Resources held = resources(phone);
   int agreed = 0;
   eventually([&] {
-    const Holdings again = holdings(phone);
+    const Resources again = resources(phone);
     agreed = again.descriptors == held.descriptors ? agreed + 1 : 0;
     held = again;
     return agreed == kAgreeing;

@@ -1,8 +1,6 @@
-// What every trial looks at besides phone/host/daemon.h: what lies around the daemon's trees, what
-// the main process holds.
+// Checks common to all trials: the files outside the daemon's trees, and the resources of the main
+// process.
 #pragma once
-
-#include <stdint.h>
 
 #include <map>
 #include <string>
@@ -10,27 +8,27 @@
 
 #include "phone/host/daemon.h"
 
-// Every path of the phone outside the daemon's own trees, /dev and /proc: kind, mode, owner, size
-// and, for a file of up to 1 MiB, content.
+// Every path of the phone outside the daemon's trees, /dev and /proc: kind, mode, owner, size, and
+// the content of files of up to 1 MiB.
 std::map<std::string, std::string> surroundings(const Phone& phone);
 
-// Paths that differ between two looks.
+// Paths that differ between two states.
 std::vector<std::string> differences(const std::map<std::string, std::string>& before,
                                      const std::map<std::string, std::string>& after);
 
-// What the daemon's main process holds.
-struct Holdings {
+// Resources of the daemon's main process.
+struct Resources {
   long pss_kib = 0;
   long private_dirty_kib = 0;
   int threads = 0;
-  std::vector<std::string> descriptors;  // what they point at, without inode numbers; sorted
+  std::vector<std::string> descriptors;  // targets without inode numbers, sorted
 };
-Holdings holdings(const Phone& phone);
-// What it holds when it is idle, not what a thread opens for a moment.
-Holdings lasting_holdings(const Phone& phone);
+Resources resources(const Phone& phone);
+// The resources of the idle daemon, without what a thread opens for a moment.
+Resources idle_resources(const Phone& phone);
 
-// The names of everything that runs in the phone, sorted. Kernel names, without the trial's own.
+// Kernel names of all processes in the phone, sorted, without the trial's own.
 std::vector<std::string> running(const Phone& phone);
 
-// One line: texts between blanks.
+// The texts in one line, separated by blanks.
 std::string joined(const std::vector<std::string>& texts);

@@ -1,18 +1,15 @@
-// Stands in for the daemon in a phone's .rc: puts a system call filter over itself, leaves a
-// supervisor behind that answers for the kernel where a call is to fail, and becomes the daemon.
-// The daemon's binary is the one that is shipped, and no library call is replaced: what fails is
-// what the kernel would fail.
+// Replaces the daemon in a phone's .rc: installs a system call filter, starts a supervisor that
+// answers for the kernel where a call is to fail, and executes the daemon. The daemon's binary is
+// the shipped one and no library call is replaced: failures are those of the kernel.
 //
-// Only the daemon's own processes are meant, its forked children included up to their exec. That a
-// shell or a stand-in fails inside is another matter: for the daemon it is a tool that fails, and
-// those have their own tests. Files of the bench itself (properties, log buffers, journal) never
-// fail: behind their names stand other processes of a phone.
+// Affects only the daemon's processes, including forked children up to their exec. Failures inside
+// a shell or stand-in are failures of a tool for the daemon, with tests of their own. Files of the
+// bench (properties, log buffers, journal) never fail: on a phone other processes provide them.
 #include <fcntl.h>
 #include <linux/audit.h>
 #include <linux/filter.h>
 #include <linux/sched.h>
 #include <linux/seccomp.h>
-#include <signal.h>
 #include <stddef.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -32,16 +29,28 @@
 #include "trials/fault_plan.h"
 
 #if defined(__x86_64__)
-static constexpr uint32_t kArchitecture = AUDIT_ARCH_X86_64;
+
+namespace {
+
+constexpr uint32_t kArchitecture = AUDIT_ARCH_X86_64;
+
+}  // namespace
+
 #elif defined(__aarch64__)
-static constexpr uint32_t kArchitecture = AUDIT_ARCH_AARCH64;
+
+namespace {
+
+constexpr uint32_t kArchitecture = AUDIT_ARCH_AARCH64;
+
+}  // namespace
+
 #endif
 
 namespace {
 
-// What of a system call tells whether it is meant.
+// The condition under which a system call counts.
 enum class Look {
-  kAlways,   // the number is enough: clone3() is only used for threads
+  kAlways,   // number only: clone3() is used only for threads
   kProcess,  // clone() without CLONE_THREAD
   kThread,   // clone() with it
   kPath0,    // the path in the first argument
@@ -93,7 +102,7 @@ constexpr NumberRow kCalls[] = {
     {"owner",   SYS_chmod,      Look::kPath0},
 #endif
 };
-// Not the daemon's: the bench's own parts, and what the dynamic linker and the C library open.
+// Excluded: the bench's files, and what the dynamic linker and the C library open.
 constexpr const char* kSpared[] = {
     "/dev/__properties__", "/dev/log", "/dev/bench", "/data/property", "/lib", "/usr/lib",
     "/etc/ld.so", "/etc/localtime", "/usr/share/zoneinfo",
@@ -109,8 +118,8 @@ std::vector<NumberRow> rows;  // of the planned call
   _exit(125);
 }
 
-// A service has no CAP_SYS_ADMIN, without which a filter needs no_new_privs. That changes nothing
-// for the daemon: it has all of the bounding set, so no exec could add anything.
+// Without CAP_SYS_ADMIN a filter needs no_new_privs. That does not affect the daemon: no exec could
+// add to its capabilities.
 int install_filter() {
   if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0) return -1;
   std::vector<struct sock_filter> code = {
@@ -125,12 +134,12 @@ int install_filter() {
   }
   code.push_back(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW));
   struct sock_fprog program = {static_cast<unsigned short>(code.size()), code.data()};
-  // A signal must not make the kernel ask for the same call twice.
+  // A signal must not make the kernel report the same call twice.
   const unsigned flags = SECCOMP_FILTER_FLAG_NEW_LISTENER | SECCOMP_FILTER_FLAG_WAIT_KILLABLE_RECV;
   return static_cast<int>(syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER, flags, &program));
 }
 
-// The target of a link in /proc/PID; "" when there is none.
+// The target of a link in /proc/PID; "" if missing.
 std::string link_of(pid_t pid, const std::string& name) {
   char target[4096];
   const std::string path = "/proc/" + std::to_string(pid) + "/" + name;
@@ -150,7 +159,7 @@ std::string text_at(pid_t pid, uint64_t address) {
   return std::string(text, size > 0 ? strnlen(text, static_cast<size_t>(size)) : 0);
 }
 
-// An empty path is fstat() of a descriptor, which the dynamic linker needs.
+// An empty path is fstat() of a descriptor, used by the dynamic linker.
 bool spared(const std::string& path) {
   return path.empty() ||
          std::any_of(std::begin(kSpared), std::end(kSpared), [&](const char* prefix) {
@@ -197,7 +206,7 @@ bool fails(const struct seccomp_notif& asked) {
   return now;
 }
 
-// Answers until the last process under the filter is gone.
+// Answers until the last process under the filter has ended.
 [[noreturn]] void supervise(int listener) {
   for (;;) {
     struct seccomp_notif asked = {};
@@ -212,12 +221,12 @@ bool fails(const struct seccomp_notif& asked) {
     } else {
       answer.flags = SECCOMP_USER_NOTIF_FLAG_CONTINUE;
     }
-    ioctl(listener, SECCOMP_IOCTL_NOTIF_SEND, &answer);  // fails for one that was killed
+    ioctl(listener, SECCOMP_IOCTL_NOTIF_SEND, &answer);  // fails if it was killed
   }
 }
 
-// In the supervisor's process, which is not under the filter. The listener's number comes over the
-// socket, the descriptor itself out of the other process.
+// In the supervisor, which is not under the filter. The listener's number comes over the socket,
+// the descriptor is taken from the other process.
 [[noreturn]] void become_supervisor(int socket, pid_t daemon) {
   prctl(PR_SET_NAME, "fault-injector");
   int number;
@@ -226,7 +235,7 @@ bool fails(const struct seccomp_notif& asked) {
   const int listener = static_cast<int>(syscall(SYS_pidfd_getfd, process, number, 0));
   close(process);
   if (listener < 0 || send(socket, "", 1, MSG_NOSIGNAL) != 1) _exit(1);
-  // The control socket and whatever else init gave to the daemon is none of its business.
+  // Close the control socket and other descriptors for the daemon.
   if (dup2(listener, 3) != 3) _exit(1);
   syscall(SYS_close_range, 4, ~0u, 0);
   supervise(3);
@@ -237,7 +246,7 @@ void start_supervisor(int socket) {
   const pid_t pid = fork();
   if (pid < 0) die("fork");
   if (pid == 0) {
-    // Once more: the daemon ends every child that it has, and this one shall be init's.
+    // Double fork: the daemon ends all its children, so the supervisor must be init's.
     const pid_t supervisor = fork();
     if (supervisor == 0) become_supervisor(socket, daemon);
     _exit(supervisor < 0 ? 1 : 0);
@@ -257,7 +266,7 @@ void read_plan() {
                [](const NumberRow& row) { return strcmp(row.call, plan.call) == 0; });
 }
 
-// Made by the daemon's first life, kept by the later ones.
+// Created by the daemon's first process, reused after restarts.
 void open_control() {
   const bool first = access(kFaultControl, F_OK) != 0;
   const Fd file(open(kFaultControl, O_RDWR | O_CREAT | O_CLOEXEC, 0600));
@@ -274,7 +283,7 @@ void open_control() {
 int main() {
   read_plan();
   open_control();
-  if (!rows.empty()) {  // "none" is for the run that the others are compared with
+  if (!rows.empty()) {  // "none": the reference run
     int ends[2];
     if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) die("socketpair");
     start_supervisor(ends[1]);

@@ -1,25 +1,25 @@
-// What the fault injector inside a phone is told, and what it tells the host: which calls fail,
-// with which error, when.
+// The interface between the fault injector in a phone and the host: which calls fail, with which
+// error, when, and the counts.
 #pragma once
 
 #include <stdint.h>
 
 #include <atomic>
 
-// The path of the real daemon in a phone whose init starts the injector in its place.
+// The path of the real daemon in a phone with the injector.
 constexpr char kRealDaemon[] = "/data/local/tmp/harrowmossd";
 
 // Environment variable: "CALL ERRNO FIRST EVERY ARMED", see FaultPlan; ARMED is 0 or 1.
 constexpr char kFaultVariable[] = "BENCH_FAULT";
 
-// The calls numbered FIRST, FIRST + EVERY, FIRST + 2 * EVERY, ... fail; EVERY 0: just the one. They
-// are counted over all processes of the daemon and all its lives, from the moment of arming on.
+// The calls numbered FIRST, FIRST + EVERY, FIRST + 2 * EVERY, ... fail; EVERY 0: just the one.
+// Counted over all processes and restarts of the daemon, from arming on.
 struct FaultPlan {
   char call[16];  // a name of kCalls in fault_injector.cpp
   int error;      // errno of the failed call
   int first;
   int every;
-  int armed;  // from the daemon's start on; otherwise the host arms
+  int armed;  // at the daemon's start; otherwise the host arms
 };
 
 // Shared memory of host and injector, in this file.
@@ -27,5 +27,5 @@ constexpr char kFaultControl[] = "/dev/bench/faults";
 struct FaultControl {
   std::atomic<int32_t> armed;
   std::atomic<int32_t> matched;  // calls that could have failed
-  std::atomic<int32_t> failed;   // those that did
+  std::atomic<int32_t> failed;   // calls that failed
 };

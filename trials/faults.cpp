@@ -1,5 +1,5 @@
-// Lets one system call of the daemon after the other fail, in a fresh phone each, and checks what
-// the daemon promises whatever fails. See docs/reliability.md.
+// Makes one system call of the daemon after the other fail, each in a fresh phone, and checks what
+// the daemon guarantees under any failure. See docs/reliability.md.
 #include <fcntl.h>
 #include <signal.h>
 #include <stdio.h>
@@ -20,8 +20,8 @@ namespace {
 
 using Words = std::vector<std::string>;
 
-// Every call of kCalls in fault_injector.cpp, with the errors that a phone really shows: no
-// process or descriptor left, disk full or broken or read-only, a client that goes away.
+// Every call of kCalls in fault_injector.cpp, with errors that occur on phones: no process or
+// descriptor left, disk full, broken or read-only, a client that goes away.
 struct FaultRow {
   const char* call;
   int error;
@@ -70,23 +70,23 @@ struct Trial {
 
 constexpr int kAllTypes = 0x7fff;
 constexpr int kFeedbackMask = 0x7fffffff;
-constexpr int kRequestLimitMs = 90000;  // of one request; the longest bounded wait is shorter
-constexpr int kStuckLimitMs = 1500;     // when the fault keeps the daemon from serving at all
+constexpr int kRequestLimitMs = 90000;  // one request; longer than any bounded wait
+constexpr int kStuckLimitMs = 1500;     // if the fault prevents serving
 constexpr const char* kOldRun = "/sdcard/zelkalog/1#01-01_00-00-00";
 constexpr const char* kKeptRun = "/sdcard/zelkalog/2#01-02_00-00-00";
 constexpr const char* kBuffers[] = {"main", "events", "system", "radio", "crash"};
 
-std::vector<std::string> broken;  // promises, of this trial; in this process
+std::vector<std::string> broken;  // failed checks of this trial, in this process
 
 void expect(bool fine, const std::string& what) {
   if (!fine) broken.push_back(what);
 }
 
-// What the trials are compared with: the story without a fault.
+// The reference of the trials: the same steps without a fault.
 struct Reference {
-  Holdings held;
+  Resources held;
   Words running;
-  Words changed;  // outside the daemon's trees: what it switches there
+  Words changed;  // changed paths outside the daemon's trees
 };
 
 Words phone_options(const Trial& trial) {
@@ -100,7 +100,7 @@ Words phone_options(const Trial& trial) {
        "--prop", "persist.sys.qtrlog.enable=1", "--prop", "persist.sys.zklog.tzbsp.enable=on"});
 }
 
-// An old run that is above the quota by itself, one that is not; crash artefacts; a dump to rename.
+// An old run larger than the quota, a smaller one, crash artefacts, and a dump to rename.
 void plant(const Phone& phone) {
   constexpr off_t kAboveQuota = INT64_C(2) << 30;
   const std::string big = std::string(kOldRun) + "/main.txt";
@@ -128,7 +128,7 @@ FaultControl* map_control(const Phone& phone) {
   return control;
 }
 
-// One request whose outcome does not matter, as long as there is one. False when nothing came.
+// One request with any result. False without a reply.
 bool ask_something(const Phone& phone, int code, const std::string& arguments, int limit_ms) {
   const int64_t start = monotonic_now_ms();
   Client client(phone);
@@ -140,14 +140,14 @@ std::string mask(int value) {
   return little_endian(static_cast<uint32_t>(value), 4);
 }
 
-// The daemon cannot serve while this fault lasts: the system says so, not the daemon.
+// The daemon cannot serve during this fault; the system reports that, not the daemon.
 bool shuts_out(const FaultPlan& plan) {
   const bool always = plan.every == 1;
   return always &&
          (strcmp(plan.call, "accept") == 0 || (plan.armed != 0 && strcmp(plan.call, "mkdir") == 0));
 }
 
-// A run from its start to its stop, with all that may happen in between.
+// A run from start to stop, with the events between them.
 void story(const Phone& phone, const std::string& word, int limit_ms, Captured* captured) {
   expect(ask_something(phone, 2, mask(kAllTypes), limit_ms) || limit_ms == kStuckLimitMs,
          "start: no answer");
@@ -160,7 +160,7 @@ void story(const Phone& phone, const std::string& word, int limit_ms, Captured* 
                        limit_ms) ||
              limit_ms == kStuckLimitMs,
          "feedback: no answer");
-  // More of them than the socket's backlog takes would block where nobody accepts.
+  // More than the socket's backlog would block without an accept.
   for (const int code : {7, 9, 10, 11, 13, 16}) {
     if (limit_ms != kStuckLimitMs) ask_something(phone, code, "", limit_ms);
   }
@@ -168,12 +168,12 @@ void story(const Phone& phone, const std::string& word, int limit_ms, Captured* 
   expect(ask_something(phone, 3, "", limit_ms) || limit_ms == kStuckLimitMs, "stop: no answer");
 }
 
-// The same once more without a fault, and this time everything has to work.
+// The same without a fault: everything must work.
 void story_that_works(const Phone& phone) {
-  constexpr int kServeMs = 60000;  // what clients have given up may come first
+  constexpr int kServeMs = 60000;  // abandoned requests may come first
   expect(eventually([&] { return serves(phone, 3000); }, kServeMs), "does not serve afterwards");
   if (!broken.empty()) return;
-  ask_something(phone, 3, "", kRequestLimitMs);  // for what the fault kept from being ended
+  ask_something(phone, 3, "", kRequestLimitMs);  // ends what the fault left running
   expect(start_logging(phone, kAllTypes) == 0, "the next start fails");
   const std::string run = run_name(phone), word = "word after the fault";
   for (const char* buffer : kBuffers)
@@ -189,16 +189,16 @@ void story_that_works(const Phone& phone) {
 
 void check_promises(const Phone& phone, const Captured& captured, const Reference& reference,
                     const std::map<std::string, std::string>& before) {
-  // What is compared is taken first: the order of a call's arguments is the compiler's.
+  // Evaluate first: the order of a call's arguments is unspecified.
   bool as_before = eventually_childless(phone);
   expect(as_before, "processes left: " + joined(running(phone)));
   Words now;
   as_before = eventually([&] { return (now = running(phone)) == reference.running; }, 5000);
   expect(as_before, "runs: " + joined(now));
-  Holdings held;  // the router log's rotation thread may outlast its run by 10 s, or not
+  Resources held;  // the router log's rotation thread may outlive its run by 10 s
   as_before = eventually(
       [&] {
-        held = holdings(phone);
+        held = resources(phone);
         return held.descriptors == reference.held.descriptors &&
                held.threads <= reference.held.threads;
       },
@@ -243,8 +243,7 @@ void run_trial(const Trial& trial, Reference* reference, bool is_reference) {
   story_that_works(phone);
   if (is_reference) {
     expect(eventually_childless(phone), "processes left");
-    *reference = {lasting_holdings(phone), running(phone),
-                  differences(before, surroundings(phone))};
+    *reference = {idle_resources(phone), running(phone), differences(before, surroundings(phone))};
   }
   if (broken.empty()) check_promises(phone, captured, *reference, before);
   printf("%-32s %6d %6d %6.1f s  %s\n", trial.name.c_str(), matched, failed,
@@ -265,7 +264,7 @@ std::vector<Trial> trials(const std::string& filter, bool quick) {
         strncat(trial.plan.call, fault.call, sizeof trial.plan.call - 1);
         trial.name = std::string(fault.call) + " " + strerrorname_np(fault.error) + " " +
                      when.name + (armed != 0 ? " boot" : " serving");
-        // The short round: each call once with its first error, at start-up always, later once.
+        // The short round: each call with its first error, at start-up always, later once.
         const bool first_error = &fault == kFaults || strcmp((&fault - 1)->call, fault.call) != 0;
         const bool in_short = first_error && when.quick && (when.every == 1) == (armed == 1);
         if ((!quick || in_short) && std::regex_search(trial.name, wanted)) found.push_back(trial);
@@ -275,7 +274,7 @@ std::vector<Trial> trials(const std::string& filter, bool quick) {
   return found;
 }
 
-// Runs `jobs` trials at a time, each in a process of its own. How many broke a promise.
+// Runs `jobs` trials at a time, each in a process of its own; returns how many failed.
 int run_all(const std::vector<Trial>& all, Reference* reference, int jobs) {
   int bad = 0, running_now = 0;
   const auto reap = [&] {
@@ -314,13 +313,13 @@ int main(int argc, char** argv) {
     fprintf(stderr, "no trial is named so: CALL ERRNO WHEN boot|serving\n");
     return 2;
   }
-  setvbuf(stdout, nullptr, _IOFBF, 1 << 16);  // a trial's lines stay together
+  setvbuf(stdout, nullptr, _IOFBF, 1 << 16);  // keeps a trial's lines together
   printf("%-32s %6s %6s\n", "call, error, when, from", "calls", "failed");
   Reference reference;
   run_trial({{"none", 0, 1, 0, 1}, "none"}, &reference, true);
   fflush(stdout);
   if (!broken.empty()) return 1;
-  constexpr int kJobs = 6;  // they mostly wait
+  constexpr int kJobs = 6;  // mostly waiting
   const int bad = run_all(all, &reference, kJobs);
   printf("%zu trials, %d broke a promise\n", all.size(), bad);
   return bad == 0 ? 0 : 1;

@@ -1,6 +1,6 @@
-// Minutes or hours of a phone's bad life in one bench phone: requests, kills, clock steps, full
-// disks, devices that come and go, clients that hang. Every half minute it is let come to rest, and
-// the daemon must be what it was in the beginning. See docs/reliability.md.
+// Soak test: random requests, kills, clock steps, full disks, devices that come and go, hanging
+// clients, in one bench phone. Quiesced every 30 s and compared with the first state. See
+// docs/reliability.md.
 #include <fcntl.h>
 #include <glob.h>
 #include <signal.h>
@@ -21,11 +21,11 @@ namespace {
 
 using Words = std::vector<std::string>;
 
-constexpr int kAnswerMs = 300000;  // for a queue of requests; a start may contain a stop
-constexpr int kServeMs = 20000;    // init starts a killed daemon again after 5 s
+constexpr int kAnswerMs = 300000;  // a queue of requests; a start may include a stop
+constexpr int kServeMs = 20000;    // init restarts a killed daemon after 5 s
 constexpr int kRestMs = kOwedMs;
 constexpr int kRoundMs = 30000;
-constexpr long kGrowthKib = 256;  // of the memory that only the main process has
+constexpr long kGrowthKib = 256;  // of the main process's private memory
 constexpr size_t kMostClients = 3;
 constexpr const char* kClock = "/data/local/tmp/clock";  // seconds to add to the wall clock
 constexpr const char* kFilling[] = {"/data/filling", "/sdcard/filling"};
@@ -35,7 +35,7 @@ struct Pending {
   int code;
 };
 
-// What happened between two rests.
+// Events between two rests.
 struct Counts {
   int requests = 0, kills = 0, main_kills = 0, steps = 0, fills = 0, plugs = 0, half_open = 0;
 };
@@ -58,7 +58,7 @@ Words phone_options() {
   const std::string library = result == 0 ? found.gl_pathv[0] : "";
   globfree(&found);
   expect_of_phone(!library.empty(), "libfaketime is not installed");
-  // Steps are the wall clock's: the others never step on a phone.
+  // Only the wall clock is stepped, as on a phone.
   return quick_vendor(
       {"--input", "--env", "LD_PRELOAD=" + library, "--env",
        std::string("FAKETIME_TIMESTAMP_FILE=") + kClock, "--env", "FAKETIME_CACHE_DURATION=1",
@@ -70,7 +70,7 @@ class Soak {
  public:
   explicit Soak(unsigned seed) : random_(seed), phone_(phone_options()) {}
 
-  // False when the daemon does not come up.
+  // False when the daemon does not start.
   bool begin() {
     expect(phone_.ok() && settled(phone_), "the daemon does not start");
     if (!broken.empty()) return false;
@@ -79,7 +79,7 @@ class Soak {
     puts(
         "  min  request  kill  main  clock  full  plug  half |  pss  dirty KiB  fds  threads  "
         "procs");
-    round(3 * kRoundMs / 10);  // everything has been used once
+    round(3 * kRoundMs / 10);  // every part has been used once
     rest(true);
     return broken.empty();
   }
@@ -87,7 +87,7 @@ class Soak {
     const int64_t end = monotonic_now_ms() + milliseconds;
     while (monotonic_now_ms() < end) {
       act();
-      std::this_thread::sleep_for(std::chrono::milliseconds(pick(300)));  // its pace
+      std::this_thread::sleep_for(std::chrono::milliseconds(pick(300)));  // pace
     }
   }
   void rest(bool first = false);
@@ -128,7 +128,7 @@ class Soak {
   std::vector<Client> half_open_;
   std::set<int> plugged_;
   Counts counts_;
-  Holdings baseline_;
+  Resources baseline_;
   Words running_;
 };
 
@@ -159,7 +159,7 @@ void Soak::ask(int code, const std::string& arguments) {
   counts_.requests++;
 }
 
-// Half-open clients first: one client is served at a time, in the order in which they came.
+// Half-open clients first: clients are served one at a time, in order.
 void Soak::await_answers() {
   half_open_.clear();
   for (Pending& pending : pending_) {
@@ -180,7 +180,7 @@ void Soak::feedback() {
       bytes(pick(0x7fffffff)) + string16("/sdcard/report/" + std::to_string(pick(3))) + bytes(0));
 }
 
-// A client that connects, says a part of what it wants, and stays.
+// A client that connects, sends part of a request, and stays.
 void Soak::hang_on() {
   if (pending_.size() + half_open_.size() >= kMostClients) return await_answers();
   Client client(phone_);
@@ -206,7 +206,7 @@ void Soak::kill_main() {
   pid_ = phone_.daemon_pid();
 }
 
-// What the main process must not mind, whatever it waits for just now.
+// Disturbances that the main process must tolerate in any wait.
 void Soak::storm() {
   constexpr int kSignals = 300;
   const pid_t target = phone_.outer_pid(pid_);
@@ -220,7 +220,7 @@ void Soak::step_clock() {
   const std::string next = std::string(kClock) + ".new";
   char text[32];
   snprintf(text, sizeof text, "%+d", pick(static_cast<size_t>(2 * most)) - most);
-  // In one step: a reader must not see an empty file. A full disk keeps the old time.
+  // Atomic: a reader must not see an empty file. A full disk keeps the old time.
   if (write_file(phone_.inside(next), text, 0644))
     counts_.steps += rename(phone_.inside(next).c_str(), phone_.inside(kClock).c_str()) == 0;
 }
@@ -261,7 +261,7 @@ void Soak::change_quota() {
   phone_.setprop("persist.sys.zelka.log.size", pick(2) == 0 ? "0" : "20");
 }
 
-// Ends all that was begun, and looks at what is left.
+// Ends everything that was started, and checks what is left.
 void Soak::rest(bool first) {
   empty_disk();
   phone_.setprop("persist.sys.zelka.log.size", "20");
@@ -273,11 +273,11 @@ void Soak::rest(bool first) {
          "processes left: " + joined(running(phone_)));
   expect(phone_.daemon_pid() == pid_, "the main process ended by itself");
   pid_ = phone_.daemon_pid();
-  if (first) baseline_ = lasting_holdings(phone_), running_ = running(phone_);
-  Holdings held;
+  if (first) baseline_ = idle_resources(phone_), running_ = running(phone_);
+  Resources held;
   bool same = eventually(
       [&] {
-        held = holdings(phone_);
+        held = resources(phone_);
         return held.descriptors == baseline_.descriptors && held.threads == baseline_.threads;
       },
       kRestMs);
@@ -294,7 +294,7 @@ void Soak::rest(bool first) {
          counts_.half_open, held.pss_kib, held.private_dirty_kib, held.descriptors.size(),
          held.threads, now.size());
   fflush(stdout);
-  // The bench's own journals would fill its memory within hours.
+  // The bench's journals would fill its memory within hours.
   phone_.clear_calls();
   const std::string sets = phone_.inside("/dev/bench/properties.log");
   expect(truncate(sets.c_str(), 0) == 0, errno_text(sets));

@@ -10,7 +10,7 @@ import shutil
 import tarfile
 import zlib
 
-from phone import BAD_REPLY, DAMAGED, DONE, FAILED, MISUSE, NOT_WRITTEN, Trouble, size_text
+from phone import BAD_REPLY, DAMAGED, DONE, FAILED, MISUSE, NOT_WRITTEN, PhoneError, size_text
 
 BLOCK = 1 << 20
 NOT_SUMMED = "-" * 64  # in a manifest: the file could not be read
@@ -19,15 +19,15 @@ ROW = re.compile(r" *(\d+) ([0-9a-f-]{64})  (.*)")
 
 
 def choose_run(runs, wanted):
-    """The row of `harrowmossctl runs` that a name, a number or "latest" means."""
+    """The row of `harrowmossctl runs` for a name, a number or "latest"."""
     if wanted == "latest":
         found = max(runs, key=lambda run: run["sequence"], default=None)
     else:
         found = next((run for run in runs if wanted in (run["name"], str(run["sequence"]))), None)
     if found is None:
-        raise Trouble(MISUSE, "there is no run yet" if not runs else f"there is no run {wanted}")
+        raise PhoneError(MISUSE, "there is no run yet" if not runs else f"there is no run {wanted}")
     if found["state"] == "capturing":
-        raise Trouble(FAILED, f"{found['name']} is being captured: stop first")
+        raise PhoneError(FAILED, f"{found['name']} is being captured: stop first")
     return found
 
 
@@ -37,17 +37,17 @@ def parse_manifest(text):
     fields = dict(line.split(": ", 1) for line in head.splitlines() if ": " in line)
     found = [ROW.fullmatch(row) for row in rows.split("\n") if row]
     if fields.get("harrowmoss-manifest") != "1" or None in found or len(found) != int(fields.get("files", -1)):
-        raise Trouble(DAMAGED, "its manifest cannot be read")
+        raise PhoneError(DAMAGED, "its manifest cannot be read")
     return fields, {row[3]: (int(row[1]), row[2]) for row in found}
 
 
 def one_line(path):
-    """As a manifest writes a path."""
+    """A path in the manifest's form."""
     return UNPRINTABLE.sub(lambda c: "".join(f"\\x{b:02x}" for b in c[0].encode(errors="surrogateescape")), path)
 
 
 def verify(path):
-    """The head of the manifest; a Trouble when what lies in the archive is not what the manifest says."""
+    """The head of the manifest; a PhoneError when the archive's content differs from the manifest."""
     try:
         with tarfile.open(path, "r:gz", errors="surrogateescape", encoding="utf-8") as archive:
             first = archive.next()
@@ -58,38 +58,38 @@ def verify(path):
                     continue
                 size, checksum = expected.pop(one_line(member.name), (None, None))
                 if size is None:
-                    raise Trouble(DAMAGED, f"{member.name} is not in its manifest")
+                    raise PhoneError(DAMAGED, f"{member.name} is not in its manifest")
                 found = hashlib.sha256()
                 content = archive.extractfile(member)
                 while block := content.read(BLOCK):
                     found.update(block)
                 if checksum not in (found.hexdigest(), NOT_SUMMED):
-                    raise Trouble(DAMAGED, f"{member.name} is not what its manifest says")
+                    raise PhoneError(DAMAGED, f"{member.name} is not what its manifest says")
     except (tarfile.TarError, EOFError, zlib.error, ValueError, AttributeError) as error:
-        raise Trouble(DAMAGED, f"it is no whole archive: {error}") from None
+        raise PhoneError(DAMAGED, f"it is no whole archive: {error}") from None
     except OSError as error:
-        raise not_written(path, error) if error.errno else Trouble(DAMAGED, f"{error}") from None
+        raise not_written(path, error) if error.errno else PhoneError(DAMAGED, f"{error}") from None
     missing = [name for name, (_, checksum) in expected.items() if checksum != NOT_SUMMED]
     if missing:
-        raise Trouble(DAMAGED, f"{missing[0]} is missing")
+        raise PhoneError(DAMAGED, f"{missing[0]} is missing")
     return head
 
 
 def not_written(path, error):
-    """What is wrong on this computer, not on the phone."""
+    """An error on this computer, not on the phone."""
     try:
         free = f"; {shutil.disk_usage(pathlib.Path(path).parent).free} bytes are free there now"
     except OSError:
         free = ""
-    return Trouble(NOT_WRITTEN, f"{path}: {error.strerror or error}{free}")
+    return PhoneError(NOT_WRITTEN, f"{path}: {error.strerror or error}{free}")
 
 
 def pull(phone, run_name, directory, tell):
-    """The run's archive in DIRECTORY/SERIAL/. Whatever happens, nothing but a verified archive has that name."""
+    """The run's archive in DIRECTORY/SERIAL/. Only a verified archive ever has that name."""
     tell("asks for its runs")
     run = choose_run(phone.ask("runs")["runs"], run_name)["name"]
     if "/" in run:
-        raise Trouble(DAMAGED, f"no name of a run: {run}")
+        raise PhoneError(DAMAGED, f"no name of a run: {run}")
     place = pathlib.Path(directory, re.sub(r"[^A-Za-z0-9._-]", "_", phone.serial))
     final = place / f"{run}.tar.gz"
     try:
@@ -105,26 +105,26 @@ def pull(phone, run_name, directory, tell):
 
 @contextlib.contextmanager
 def alone_in(place):
-    """Two that write the same part would name each other's half."""
+    """Two processes that write the same temporary file would name each other's partial file."""
     directory = os.open(place, os.O_RDONLY | os.O_DIRECTORY)
     try:
         try:
             fcntl.flock(directory, fcntl.LOCK_EX | fcntl.LOCK_NB)
         except BlockingIOError:
-            raise Trouble(NOT_WRITTEN, f"{place}: another fleet pulls into it") from None
+            raise PhoneError(NOT_WRITTEN, f"{place}: another fleet pulls into it") from None
         except OSError:
-            pass  # a network file system that does not lock directories
+            pass  # network file systems may not lock directories
         yield
     finally:
         os.close(directory)
 
 
 def is_whole(final, run, tell):
-    """Of an archive that was pulled before; perhaps another phone failed then."""
+    """For an archive that was pulled before."""
     tell(f"{run}: there already, verifies")
     try:
         return bool(verify(final))
-    except Trouble:
+    except PhoneError:
         return False
 
 
@@ -147,13 +147,13 @@ def pull_into(phone, run, final, tell):
 def fetch(phone, run, file, tell):
     pulled = 0
 
-    def take(piece):
+    def take(block):
         nonlocal pulled
-        file.write(piece)
-        pulled += len(piece)
+        file.write(block)
+        pulled += len(block)
         tell(f"{run}: pulls", size_text(pulled))
 
     tell(f"{run}: packs")
     status, _, said = phone.ctl(["pack", run, "-o", "-"], take)
     if status != DONE:
-        raise Trouble(status if status <= BAD_REPLY else FAILED, said)
+        raise PhoneError(status if status <= BAD_REPLY else FAILED, said)

@@ -15,10 +15,10 @@ import threading
 import time
 
 from archive import pull
-from phone import DONE, FAILED, LOST, MISUSE, WORDS, Phone, Trouble, devices, size_text
+from phone import DONE, FAILED, LOST, MISUSE, WORDS, Phone, PhoneError, devices, size_text
 
 INTERRUPTED = 130
-GRACE_S = 10  # harrowmossctl gives up first, and says why
+GRACE_S = 10  # harrowmossctl times out first, with a message
 
 
 def status(phone, _options, tell):
@@ -36,7 +36,7 @@ def start(phone, options, tell):
     tell(f"starts {options.types}")
     answer = phone.ask("--timeout", f"{options.timeout:g}", "start", options.types)
     if "warning" in answer:
-        raise Trouble(FAILED, answer["warning"])
+        raise PhoneError(FAILED, answer["warning"])
     return {"answer": answer, "text": "logging is on"}
 
 
@@ -60,7 +60,7 @@ COMMANDS = {
 
 
 class Board:
-    """A line for each phone: rewritten in place on a terminal with room for all, else a new one for each step."""
+    """A line for each phone, rewritten in place on a terminal with room for all, else a new line for each step."""
 
     def __init__(self, serials, out):
         self.steps = {serial: ("", "waits") for serial in serials}
@@ -94,19 +94,19 @@ class Board:
 
 
 def serve(serial, state, options, board):
-    """All that one phone is asked, as a row of the result."""
+    """Runs the command on one phone; returns its row of the result."""
     began = time.monotonic()
     function = COMMANDS[options.command][0]
     grace = GRACE_S if function in (start, stop) else 0
     try:
         if state != "device":
-            raise Trouble(LOST, {None: "adb does not see it"}.get(state, f"adb says: {state}"))
+            raise PhoneError(LOST, {None: "adb does not see it"}.get(state, f"adb says: {state}"))
         row = {"exit": DONE, **function(Phone(serial, options.timeout + grace), options,
                                         lambda *step: board.tell(serial, *step))}
-    except Trouble as trouble:
-        row = {"exit": trouble.code, "text": str(trouble)}
+    except PhoneError as error:
+        row = {"exit": error.code, "text": str(error)}
     except Exception as error:  # pylint: disable=broad-except
-        row = {"exit": FAILED, "text": f"{type(error).__name__}: {error}"}  # the others go on
+        row = {"exit": FAILED, "text": f"{type(error).__name__}: {error}"}  # the others continue
     row = {"serial": serial, "outcome": WORDS[row["exit"]], **row, "seconds": round(time.monotonic() - began, 1)}
     board.tell(serial, row["outcome"])
     return row
@@ -138,17 +138,17 @@ def parse_options(arguments):
 
 def main(arguments):
     options = parse_options(arguments)
-    signal.signal(signal.SIGTERM, signal.default_int_handler)  # nothing half stays behind then either
+    signal.signal(signal.SIGTERM, signal.default_int_handler)  # cleans up partial files
     try:
         seen = devices()
         serials = list(dict.fromkeys(options.s or seen))
         if not serials:
-            raise Trouble(LOST, "adb sees no phone")
-    except Trouble as trouble:
-        print(f"fleet: {trouble}", file=sys.stderr)
+            raise PhoneError(LOST, "adb sees no phone")
+    except PhoneError as error:
+        print(f"fleet: {error}", file=sys.stderr)
         if options.json:
-            print(json.dumps({"command": options.command, "exit": trouble.code, "error": str(trouble), "phones": []}))
-        return trouble.code
+            print(json.dumps({"command": options.command, "exit": error.code, "error": str(error), "phones": []}))
+        return error.code
     board = Board(serials, sys.stderr)
     with concurrent.futures.ThreadPoolExecutor(len(serials)) as pool:
         try:

@@ -1,4 +1,4 @@
-"""One phone as adb reaches it, and what can come of a command."""
+"""One phone on adb, and the results of a command."""
 
 import json
 import os
@@ -15,8 +15,8 @@ DONE, FAILED, MISUSE, NO_DAEMON, BUSY, BAD_REPLY, LOST, TOO_SLOW, NOT_WRITTEN, D
 WORDS = ("done", "failed", "misuse", "no daemon", "busy", "bad reply", "lost", "too slow", "not written", "damaged")
 
 
-class Trouble(Exception):
-    """A command that ends with `code`, for the reason that the text gives."""
+class PhoneError(Exception):
+    """A failed command: its exit code, and the reason as text."""
 
     def __init__(self, code, text):
         super().__init__(text)
@@ -34,11 +34,11 @@ def devices():
         listing = subprocess.run([ADB, "devices"], stdin=subprocess.DEVNULL, capture_output=True, text=True,
                                  timeout=LISTING_S, check=False)
     except FileNotFoundError:
-        raise Trouble(MISUSE, f"there is no {ADB}: apt-get install adb") from None
+        raise PhoneError(MISUSE, f"there is no {ADB}: apt-get install adb") from None
     except subprocess.TimeoutExpired:
-        raise Trouble(TOO_SLOW, f"adb devices: no answer within {LISTING_S} s") from None
+        raise PhoneError(TOO_SLOW, f"adb devices: no answer within {LISTING_S} s") from None
     if listing.returncode != 0:
-        raise Trouble(LOST, "adb devices: " + summary(listing.stderr))
+        raise PhoneError(LOST, "adb devices: " + summary(listing.stderr))
     return parse_devices(listing.stdout)
 
 
@@ -56,7 +56,7 @@ def size_text(count):
 
 
 def parse_end(text):
-    """(exit status, what was said before) of standard error that ends with our mark; None: it was cut off."""
+    """(exit status, text before it) of standard error that ends with our mark; None: it was cut off."""
     said, mark, status = text.rstrip("\r\n").rpartition("exit ")
     if not mark or not status.isdigit() or (said and said[-1] != "\n"):
         return None
@@ -64,7 +64,7 @@ def parse_end(text):
 
 
 class Phone:
-    """Its commands end at one deadline."""
+    """Runs commands with a common deadline."""
 
     everyone = []
 
@@ -78,30 +78,30 @@ class Phone:
 
     def ctl(self, words, take=None):
         """harrowmossctl WORDS there: (exit status, standard output, summary of standard error). `take` gets the
-        output piece by piece instead. adb's own status is 0 also when the phone is gone: the last line tells."""
+        output block by block instead. adb's own status is 0 also when the phone is gone: the last line tells."""
         command = shlex.join(["harrowmossctl", *words]) + '; echo "exit $?" >&2'
         with subprocess.Popen([ADB, "-s", self.serial, "shell", "-T", command], stdin=subprocess.DEVNULL,
                               stdout=subprocess.PIPE, stderr=subprocess.PIPE) as self.running:
             timer = threading.Timer(max(0, self.deadline - time.monotonic()), self.give_up)
-            timer.start()  # at once, when the time was over before
-            pieces = []
+            timer.start()  # fires at once if the time is already over
+            blocks = []
             said = []
             errors = threading.Thread(target=lambda: said.append(self.running.stderr.read()))
             errors.start()
             try:
-                while piece := self.running.stdout.read1(1 << 20):
-                    (take or pieces.append)(piece)
+                while block := self.running.stdout.read1(1 << 20):
+                    (take or blocks.append)(block)
             finally:
                 timer.cancel()
-                self.running.kill()  # it has ended, or nobody takes what it gives
+                self.running.kill()  # it has ended, or its output is not read
                 errors.join()
         if self.too_slow:
-            raise Trouble(TOO_SLOW, f"not done within {self.seconds:g} s; the daemon goes on with it")
+            raise PhoneError(TOO_SLOW, f"not done within {self.seconds:g} s; the daemon goes on with it")
         text = said[0].decode(errors="replace")
         end = parse_end(text)
         if end is None:
-            raise Trouble(LOST, f"the phone went away; {summary(text)}".rstrip("; "))
-        return end[0], b"".join(pieces), summary(end[1])
+            raise PhoneError(LOST, f"the phone went away; {summary(text)}".rstrip("; "))
+        return end[0], b"".join(blocks), summary(end[1])
 
     def give_up(self):
         self.too_slow = True
@@ -109,7 +109,7 @@ class Phone:
             self.running.kill()
 
     def ask(self, *words):
-        """What harrowmossctl --json answers; a failure of its is a Trouble with its own words."""
+        """The reply of harrowmossctl --json; its failure is a PhoneError with its text."""
         status, output, said = self.ctl(["--json", *words])
         try:
             answer = json.loads(output)
@@ -117,5 +117,5 @@ class Phone:
             answer = {"error": said} if status else {}
         if status != 0 or "error" in answer or not answer:
             code = status if DONE < status <= BAD_REPLY else BAD_REPLY if not status else FAILED
-            raise Trouble(code, answer.get("error") or said or f"harrowmossctl ended with {status}, without a word")
+            raise PhoneError(code, answer.get("error") or said or f"harrowmossctl ended with {status}, without a word")
         return answer
