@@ -10,7 +10,7 @@
 struct WhenBase {
   LogStamp start = kNoStamp;
   int64_t written = 0;  // last modification of the run, seconds since 1970: for the year
-  std::function<log_stamp()> end;
+  std::function<LogStamp()> end;
 };
 
 // "[YYYY-]MM-DD hh:mm[:ss[.ffffff]]"; without a date the first such time of the run; "+N" or "-N"
