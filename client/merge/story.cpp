@@ -46,6 +46,7 @@ StoryStream::StoryStream(const RunSource& source, const LogStream& files, const 
                          bool follow)
     : FileStream(source, files, with_past(range, source.start), follow),
       run_(source.start == kNoStamp ? "" : source.name),
+      run_start_(source.start),
       began_(range.since != kNoStamp && range.since > source.start) {}
 
 // Makes line_ a line of the list.
@@ -69,8 +70,8 @@ bool StoryStream::next() {
     return tell(LineKind::kEvent, line_.until, kNoStamp, told);
   }
   while (!over_ && FileStream::next()) {
-    // The start was rotated out.
-    if (line_.kind == LineKind::kHole) began_ = true;
+    // The start is missing.
+    if (line_.kind == LineKind::kHole && line_.until > run_start_) began_ = true;
     const bool logged = line_.kind == LineKind::kLine && line_.stamped;
     const std::string story = logged ? story_of(line_.text) : "";
     const LogStamp time = line_.time;

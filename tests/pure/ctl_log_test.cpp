@@ -383,8 +383,11 @@ TEST(CtlLog, ShowsTheDaemonsLinesOfThisRunOnly) {
     return std::string("26-11-18 ") + clock + " || harrowmossd [7, 7] x|" + function +
            "|1:: " + message + "\n";
   };
+  client.tree.put("run/.logger/harrowmossd.txt.2",
+                  told("08:00:00", "monitorLogSizeThread", "now delete oldest dir /s/4#x"));
   client.tree.put("run/.logger/harrowmossd.txt",
-                  told("09:59:58", "start_debug_log", "current work dir : 6#11-18_09-59-58") +
+                  told("09:00:00", "monitorLogSizeThread", "now delete oldest dir /s/4#x") +
+                      told("09:59:58", "start_debug_log", "current work dir : 6#11-18_09-59-58") +
                       told("09:59:59", "stop_debug_log", "stop debug log over.") +
                       told("10:00:00", "start_debug_log", "current work dir : 7#11-18_10-00-00") +
                       told("10:00:01", "monitorLogSizeThread", "now delete oldest dir /s/5#x") +
