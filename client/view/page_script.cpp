@@ -40,9 +40,10 @@ for (const [key, value] of [['State', data.state], ['Types', data.types], ['Buil
   put(one('about'), 'dd', value);
 }
 
-// The whole of the time: lines and marks, with a margin.
-const times = data.marks.flatMap(mark => mark.until === undefined ? [mark.time] : [mark.time, mark.until])
-    .concat([data.first, data.last]).filter(time => time !== null);
+// The time of the run: lines and marks, with a margin. Holes beside it and old crash files do not extend it.
+const inside = data.marks.filter(mark => !['hole', 'anr', 'tombstone'].includes(mark.kind));
+const times = inside.map(mark => mark.time).concat([data.first, data.last]).filter(time => time !== null);
+if (!times.length) times.push(...data.marks.map(mark => mark.time));
 const least = times.length ? Math.min(...times) : 0, most = times.length ? Math.max(...times) : 1;
 const margin = Math.max((most - least) / 50, 10000);
 const whole = [least - margin, most + margin];
