@@ -365,7 +365,7 @@ TEST(CtlLog, FollowsThroughRotationTruncationAndTheMove) {
     client.env.property = [&](const char* key, const char* fallback) {
       const std::string listed = client.so_far();
       if (!steps.empty() && std::string(key) == "persist.sys.zklog.enable" &&
-          std::count(listed.begin(), listed.end(), '\n') == steps[0].lines) {
+          std::count(listed.begin(), listed.end(), '\n') >= steps[0].lines) {
         steps[0].act();
         steps.erase(steps.begin());
       }
