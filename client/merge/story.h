@@ -21,7 +21,7 @@ class StoryStream : public FileStream {
   bool tell_off(LogStamp until);
 
   std::string run_;
-  log_stamp run_start_;
+  LogStamp run_start_;
   std::string text_;
   std::string start_;            // the line after a hole before the start
   bool began_ = false;           // the run's start was read
