@@ -9,16 +9,18 @@ int start_debug_log();
 
 // Ends the run: switches off what the start switched on, harvests crash artefacts, ends every
 // worker within its bound, and moves the run to "/sdcard/zelkalog/". Also when nothing runs. Always
-// 0. Main process or size monitor. Bounded: 3.1 s a worker, the vendor's move budget, 120 s for
-// each platform tool, 5 minutes for a bug report when enabled; the moves take as long as they take.
+// 0. Main process or size monitor. Bounds: 3.1 s a worker, 6 s for their leftovers, kCompletionMs
+// for the captures' files and again for the self log's, the vendor's move budget, 120 s for each
+// platform tool, 5 minutes for a bug report when enabled. The moves, and the end of the trace
+// service's worker, take as long as they take.
 int stop_debug_log();
 
 // When the size monitor has started a run: makes it the current one here, and ends the previous
 // run's workers that only this process knows. Main process, at every safe point.
 void end_superseded_workers();
 
-// Ends all children of the main process except the size monitor, the kernel-log worker and the
-// child of the current request; and the workers of the size monitor. Main process.
+// Ends all children of the main thread except the size monitor, the kernel-log worker and the child
+// of the current request; and the workers of the size monitor. Main process.
 void end_logging_leftovers();
 
 // Writes the name of a run started now into `out` (32 bytes): "<sequence>#MM-DD_hh-mm-ss", without

@@ -32,5 +32,5 @@ std::string current_run_name();
 // Main thread of the main process or of the size monitor.
 bool follow_current_run();
 
-// True when `path` is a directory directly in the store with the name of a run.
+// True when `path` is the name of a run directly in the store; it need not exist.
 bool is_stored_run(const std::string& path);

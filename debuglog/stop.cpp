@@ -28,7 +28,7 @@ constexpr int kWorkerTicks = 30;  // of 100 ms: a worker's bound, about 3.1 s
 
 enum class Ending { kTerm, kKill, kKillGroup };
 
-// SIGTERM does not end these: their shell waits for a command that never ends.
+// A shell may ignore SIGTERM while its command runs, and these commands do not end by themselves.
 Ending ending_of(pid_t pid) {
   if (pid == fg_log_pid || pid == watch_fd_pid) return Ending::kKill;
   if (pid == qsee_log_pid || pid == bsp_log_pid || pid == net_log_pid) return Ending::kKillGroup;

@@ -3,7 +3,8 @@
 
 #include <stdint.h>
 
-// When the vendor's move was asked for, in seconds since the epoch.
+// When the vendor's move was asked for; from the wait on, when the wait began. Seconds since the
+// epoch.
 extern int64_t s_vendor_mv_start_secs;
 
 constexpr char kVendorCommonDoneProp[] = "sys.zelka.harrowmossd.action.mv_vendor_common_logs.done";
