@@ -17,7 +17,8 @@ int start_memory_log(const char* log_dir = nullptr, const char* name = nullptr);
 int start_sensor_log(const char* log_dir = nullptr, const char* name = nullptr);
 int start_anr_dumpsys_log(const char* log_dir = nullptr, const char* name = nullptr);
 
-// Called by the stop, in the order of its table. Each checks the type mask itself.
+// Called by the stop, in the order of its table. All but stop_router_log(), stop_dump_log() and
+// stop_core_dump_log() act only when the mask has their type.
 void stop_router_log();
 void stop_wifi_log();
 void stop_sensor_log();

@@ -45,8 +45,8 @@ void log_step(const char* function) {
 
 }  // namespace
 
-// Crash artefacts are copied: their owners keep them. The vendor's move is asked for early: it runs in parallel with
-// the rest of the stop.
+// ANR traces and tombstones are copied: their owners keep them. The vendor's move is asked for
+// early: it runs in parallel with the rest of the stop.
 constexpr ClosingStep kClosingSteps[kClosingStepCount] = {
     [] { catch_bugreport(false, s_log_store_path); s_extended_logcat_count = false; },
     stop_router_log,
