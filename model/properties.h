@@ -2,7 +2,8 @@
 #pragma once
 
 // Debug logging.
-inline constexpr char kEnableProp[] = "persist.sys.zklog.enable";  // begins with "on": on
+// On when it begins with "on"; the size monitor starts only when it is exactly that.
+inline constexpr char kEnableProp[] = "persist.sys.zklog.enable";
 inline constexpr char kTypeProp[] = "persist.sys.zklog.type";  // decimal mask; default 1, mobile
 inline constexpr char kSequenceProp[] = "persist.sys.zklog.dir_sequence";
 inline constexpr char kQuotaProp[] = "persist.sys.zelka.log.size";   // GiB
