@@ -1,4 +1,4 @@
-// Types that only switch something on which another component acts on.
+// Types that only switch something on; another component acts on it.
 #include <cutils/properties.h>
 
 #include "catchers/catchers.h"

@@ -1,8 +1,7 @@
 // The daemon's logging convention: every message goes to the Android log (tag "harrowmossd") and to
 // the self log. Each source file names its column once:
 //
-//   constexpr char kLogSource[] = "utils";  // "harrowmoss" daemon/, "commands" debuglog/ and the
-//                                           // captures, "utils" storage/ and selflog/
+//   constexpr char kLogSource[] = "utils";  // "harrowmoss", "commands" or "utils": a stated name
 //
 // A log line takes no lock and no memory, so it may be written anywhere: in a signal handler, in a
 // child forked beside a logging thread, in any thread.

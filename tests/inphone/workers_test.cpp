@@ -40,6 +40,21 @@ TEST_F(Workers, WhatIsNoChildIsFinishedAtOnce) {
   EXPECT_EQ(waitpid(ended, nullptr, WNOHANG), -1);  // reaped
 }
 
+TEST_F(Workers, AWaitIsCountedInPollsThatFoundTheChild) {
+  const pid_t child = fork_process(Group::kNew);
+  if (child == 0) {
+    sleep_ms(250);
+    _exit(0);
+  }
+  const std::string text = "D " + std::to_string(getpid()) + " wait child " +
+                           std::to_string(child) + " to finish wastes ";
+  EXPECT_EQ(wait_child_to_finish(child, 300), 1);
+  for (int tenths = 1; tenths < 300; tenths++) {  // 3 on an idle machine
+    if (logged(text + std::to_string(tenths / 10.0) + " secs") == 1) return;
+  }
+  ADD_FAILURE() << "no line \"" << text << "0.3 ...\"";
+}
+
 TEST_F(Workers, AShellThatIgnoresSigtermEndsWithItsCommand) {
   become_main_process();
   const pid_t shell = fork_process(Group::kNew);
