@@ -117,7 +117,9 @@ TEST(Supervision, AStrayChildEndsWithItsConnection) {
     }
     return false;
   }));
-  EXPECT_EQ(phone.named("harrowmossd-lsm").size(), 1u);
+  EXPECT_TRUE(eventually([&] {  // the monitor names itself some time after the reply
+    return phone.named("harrowmossd-lsm").size() == 1;
+  }));
   EXPECT_TRUE(serves(phone));
 }
 
