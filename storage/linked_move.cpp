@@ -437,8 +437,9 @@ bool LinkedMove::settle() {
 
 void settle_moves() {
   for (const Crossing& row : kCrossings) {
-    const ScopedFd base = open_directory(row.from);
-    if (base.valid()) settle_found(base.get(), row.from, row.to);
+    const std::string from = without_end_slashes(row.from);
+    const ScopedFd base = open_directory(from);
+    if (base.valid()) settle_found(base.get(), from, without_end_slashes(row.to));
   }
 }
 
