@@ -1,6 +1,6 @@
-// Feedback bundles: selected diagnostic data in one directory. Main process, request thread; the
-// general dump and the property files are made in forked children that are waited for with a bound
-// and killed when they overrun.
+// Feedback bundles: selected diagnostic data in one directory. Main process, request thread; what
+// the start and the stop of logging use, also the size monitor. The general dump and the property
+// files are made in forked children that are waited for with a bound and killed when they overrun.
 #pragma once
 
 #include <stdint.h>

@@ -124,7 +124,7 @@ constexpr bool has_the_order_of_the_names() {
   return true;
 }
 static_assert(has_the_order_of_the_names(),
-              "each named piece is collected, in the order of the names");
+              "each named selection is collected, in the order of the names");
 
 }  // namespace
 

@@ -8,7 +8,7 @@
 
 #include "model/masks.h"
 
-// ---- When. ----
+// ---- When runs are removed. ----
 
 constexpr int kDefaultQuotaGib = 20;
 
@@ -42,16 +42,16 @@ struct SizeVerdict {
 
 SizeVerdict judge_sizes(const SizeReading& reading);
 
-// ---- What, while over quota. ----
+// ---- What is removed, while over quota. ----
 
 // The oldest run of a tree.
 struct OldestRun {
-  int count = 0;         // numbered directories ("<digits>#..."), also number 0; -1: no such tree
+  int count = 0;         // numbered directories ("<digits>#..."), also number 0; -1: not opened
   int number = -1;       // the smallest of at least 1, -1: none
   std::string name;      // of that one; of two with one number, the first
   bool unknown = false;  // there is a tree, but it could not be listed to its end
 
-  // Takes the name of a directory in.
+  // Counts the directory of this name.
   void add(const char* directory);
 };
 
@@ -74,12 +74,12 @@ struct EvictionPlan {
 EvictionPlan plan_eviction(const OldestRun& store, const OldestRun& working, int current,
                            bool logging, int earlier);
 
-// ---- Not again. ----
+// ---- The pause after a restart. ----
 
 // Result of the last restart because of the quota.
 struct RestartRecord {
   int64_t at_ms = -1;       // of CLOCK_MONOTONIC; -1: none yet, or it has helped
-  int64_t left_bytes = -1;  // what both trees held at the first look afterwards; -1: not looked yet
+  int64_t left_bytes = -1;  // of both trees in the first cycle afterwards; -1: none yet
 };
 
 // A restart deletes everything. When the sizes stay above the quota, something cannot be deleted:

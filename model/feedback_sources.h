@@ -33,4 +33,4 @@ constexpr FeedbackSource kFeedbackSources[] = {
 // clang-format on
 
 constexpr char kFatalWord[] = "fatal";
-constexpr char kDumpLines[] = "80000";  // of each log buffer, in the general piece
+constexpr char kDumpLines[] = "80000";  // of each log buffer, in the general selection

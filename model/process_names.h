@@ -16,8 +16,7 @@ constexpr char kCollectorName[] = "harrowmossd:SLC";  // argv[0] of the self log
 constexpr char kFingerprintShell[] = "harrowmossd-fp";
 constexpr char kMobileShell[] = "debug/vesk";
 
-// What a process bears of `name`: the kernel keeps 15 bytes; cut from the front, because the end
-// tells the type.
+// The part of `name` that the kernel keeps, 15 bytes. Cut from the front: the end is the type.
 constexpr std::string_view kernel_name(std::string_view name) {
   constexpr size_t kKept = 15;
   return name.substr(name.size() - std::min(name.size(), kKept));

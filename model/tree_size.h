@@ -10,8 +10,8 @@
 using TreeTrouble = std::function<void(const std::string& path, int error)>;
 
 // Bytes (st_size) of `path` and, when it is a directory, of everything below it: directories' own
-// sizes count too. A link counts as what it shows:
-//   - a directory that stands in itself, through whatever link, counts once on each path;
+// sizes count too. A link counts as its target:
+//   - a directory that is inside itself through a link counts once on each path;
 //   - a directory that several links lead to counts once for all of them, and once more where it
 //     lies itself. Otherwise directories that link to each other would be walked along every path
 //     there is.

@@ -56,8 +56,8 @@ bool claim_collector() {
   end_process(0);
 }
 
-// Stops the collector's logcat `pid` where it is and waits until it stands. False when it is gone
-// or does not stand within a second.
+// Stops the collector's logcat `pid` (SIGSTOP) and waits until it is stopped. False when it has
+// ended or is not stopped within a second.
 bool halt(pid_t pid) {
   constexpr int kLooks = 1000;
   if (signal_process(pid, SIGSTOP) != 0) return false;
@@ -71,8 +71,8 @@ bool halt(pid_t pid) {
   return false;
 }
 
-// What its logcat has left in the collector's file. Between two of them, the next one goes on at
-// the time of the last whole line.
+// Cuts the torn last line that a logcat has left in the collector's file, and frees what it has
+// preallocated. The next logcat goes on at the time of the last whole line.
 bool trim_collector_file() {
   return trim_logcat_file(AT_FDCWD, kCollectorFile, TornLine::kCut);
 }

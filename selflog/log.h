@@ -1,7 +1,9 @@
 // The daemon's logging convention: every message goes to the Android log (tag "harrowmossd") and to
 // the self log. Each source file names its column once:
 //
-//   constexpr char kLogSource[] = "utils";  // "harrowmoss", "commands" or "utils": a stated name
+//   constexpr char kLogSource[] = "utils";  // "harrowmoss" daemon/; "commands" debuglog/,
+//                                           // catchers/, feedback/ and storage/store.cpp;
+//                                           // "utils" else
 //
 // A log line takes no lock and no memory, so it may be written anywhere: in a signal handler, in a
 // child forked beside a logging thread, in any thread.

@@ -17,8 +17,8 @@
 constexpr int kCompletionMs = 15 * 1000;
 
 // Length of the whole lines of a text of `length` bytes that ends with `tail`: without a last line
-// that has no newline. A `tail` without any newline is no end of a log, unless it is all there is;
-// then `length`.
+// that has no newline. For a `tail` without any newline 0 when it is the whole text; otherwise
+// `length`, because no log line is that long.
 int64_t whole_lines(int64_t length, std::string_view tail);
 
 enum class TornLine { kKeep, kCut };

@@ -127,7 +127,7 @@ std::string trap_of(std::string entry, const char* dst) {
   return trap_for(entry, std::string(dst) + "/" + get_file_name(entry.c_str()));
 }
 
-// Those of `names` that can go to `dst`; each other one costs an error line.
+// Those of `names` that can go to `dst`; one error line for each of the others.
 std::vector<std::string> clear_names(std::vector<std::string> names, const char* dst) {
   if (is_dir_exist(dst) != 0) return names;
   const auto is_led_astray = [dst](const std::string& name) {
@@ -162,7 +162,7 @@ bool has_room(const char* src, const char* dst) {
   return false;
 }
 
-// The command of move_dir(), and its line. A name that cannot be given to it stays.
+// Runs the command of move_dir() and logs its result. A name that does not fit a command stays.
 int run_move(const char* src, const char* dst, const char* options) {
   if (!command_fits(ShellCommand::kMoveDir, src, dst)) return -1;
   const int result = run_shell(compose(ShellCommand::kMoveDir, options, src, dst));
@@ -193,8 +193,8 @@ int for_entries(const char* src, Each each) {
   return result;
 }
 
-// The command of move_dir() for all names of a pattern. What it has left because they are too many
-// follows in batches; and so does all but a name that something is in the way of, without it.
+// Runs the command of move_dir() for a pattern. Names that are too many for one command follow in
+// batches. When something is in the way of a name, that name stays and the others go in batches.
 int run_pattern_move(const char* src, const char* dst, const char* options) {
   const std::vector<std::string> names = ordered_entries(src);
   std::vector<std::string> clear = clear_names(names, dst);

@@ -46,7 +46,7 @@ std::string flush_storage(const char* path) {
   int status = 0;
   const pid_t reaped = wait_within(pid, kFlushMs, &status);
   if (reaped == 0) {
-    signal_group(pid, SIGKILL);  // the reaper takes it when the kernel lets it go
+    signal_group(pid, SIGKILL);  // left to the reaper: it may be stuck in the kernel
     return "no end within 60 s";
   }
   if (reaped == -1 || !WIFEXITED(status)) return "the flush was ended";

@@ -41,7 +41,7 @@ ScopedGroupAccess::ScopedGroupAccess(const char* tree, GroupAccess access) : acc
 }
 
 ScopedGroupAccess::~ScopedGroupAccess() {
-  // A directory last: the way to what is in it leads through it.
+  // A directory after what is in it: the paths below it need its bits.
   for (auto changed = changes_.rbegin(); changed != changes_.rend(); ++changed) {
     const ScopedFd fd(open(changed->path.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
     struct stat now;

@@ -141,7 +141,7 @@ bool link_tree(int base, const TreeList& tree) {
 
 // ---- Settling. ----
 
-// A name after its command: what of its links has not arrived.
+// The files of a name that have not arrived after its command.
 struct Shortage {
   std::vector<int64_t> now;     // sizes of the links
   std::vector<size_t> missing;  // nodes
@@ -230,7 +230,7 @@ bool put_back(int base, const TreeList& tree, const std::vector<size_t>& missing
   return all;
 }
 
-// Removes what is shorter at the target than its link: its whole is in the source again.
+// Removes what is shorter at the target than its link: the whole file is in the source again.
 void remove_short(int target, const TreeList& tree, const Shortage& found) {
   TreeCursor arrived(target, tree, tree[kTreeTop].name);
   for (const size_t i : found.missing) {
@@ -395,7 +395,7 @@ void LinkedMove::weigh(int target, MoveFacts* facts) {
   }
   available_ = whole ? block * static_cast<int64_t>(room.f_bavail) : 0;
   needed_ = !whole ? kSpaceUnknown : facts->one_pool ? largest + kDataReserve : all;
-  facts->tree_fits = unlinked_.empty() ||  // mv says so
+  facts->tree_fits = unlinked_.empty() ||  // mv reports it
                      (whole && all + (facts->one_pool ? kDataReserve : 0) <= available_);
   facts->largest_fits = whole && largest + kDataReserve <= available_;
 }

@@ -44,14 +44,14 @@ pid_t start_shell(const ShellText& command, Group where, int out_fd,
   if (file_bytes != kUnbounded) {
     rlimit most;
     getrlimit(RLIMIT_FSIZE, &most);
-    most.rlim_cur = static_cast<rlim_t>(file_bytes);  // policy watches over the hard limit
+    most.rlim_cur = static_cast<rlim_t>(file_bytes);  // SELinux may forbid a new hard limit
     setrlimit(RLIMIT_FSIZE, &most);
   }
   execl(kShell, "sh", "-c", command.c_str(), static_cast<char*>(nullptr));
   end_process(127);  // what system() reports when there is no shell
 }
 
-// For a killed process to go; one stuck in the kernel is left to the reaper.
+// Time for a killed process to end; one stuck in the kernel is left to the reaper.
 constexpr int kKillMs = 1000;
 
 // Ends what has passed a bound.

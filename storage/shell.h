@@ -50,7 +50,7 @@ class ShellText {
   ShellText& target(const std::string& path);
 
   // pattern() for what the command removes: it is not run when the way to it is a trap. A link at
-  // its end is removed itself, behind a slash and behind "/*" it is a part of the way.
+  // the end of `source` is removed itself; before a slash or "/*" it is part of the way.
   ShellText& removal(const std::string& source);
 
   const char* c_str() const { return text_.c_str(); }

@@ -17,8 +17,9 @@ extern std::atomic<bool> s_logsize_monitor;
 // Main: the monitor; monitor: itself; -1: none.
 extern std::atomic<int32_t> s_logsize_monitor_pid;
 
-// How the monitor restarts logging, in its own process, and what the current run of all processes
-// is called. Set once at start-up: these functions are in folders that this one may not include.
+// How the monitor stops and starts logging, in its own process, and reads the name of the current
+// run, whichever process started that. Set once at start-up: these functions are in folders that
+// this one may not include.
 void set_logging_switch(int (*stop)(), int (*start)(), std::string (*current_run)());
 
 // Starts the monitor when deletion and logging are on and none runs. Main process.
