@@ -133,7 +133,8 @@ std::vector<std::string> clear_names(std::vector<std::string> names, const char*
   const auto is_led_astray = [dst](const std::string& name) {
     const std::string trap = trap_of(name, dst);
     if (trap.empty()) return false;
-    LOGE("a link or no file is in the way of %s, %s stays", trap.c_str(), name.c_str());
+    LOGE_AS("clear_names", "a link or no file is in the way of %s, %s stays", trap.c_str(),
+            name.c_str());
     return true;
   };
   names.erase(std::remove_if(names.begin(), names.end(), is_led_astray), names.end());
