@@ -14,9 +14,9 @@ namespace {
 constexpr char kLogSource[] = "commands";
 constexpr char kMinidumpDir[] = "/sdcard/zelkalog/minidump";
 constexpr char kHiddenMinidumpDir[] = "/sdcard/zelkalog/.minidump";  // the vendor stages here
-constexpr int64_t kMinidumpBytes = 512 * 1024;  // not worth publishing up to here
+constexpr int64_t kMinidumpBytes = 512 * 1024;                       // published only above
 constexpr char kHeapdumpDir[] = "/sdcard/Documents/oom";
-constexpr int64_t kHeapdumpBytes = 64 * 1024;  // not worth moving up to here
+constexpr int64_t kHeapdumpBytes = 64 * 1024;  // moved only above
 constexpr char kWorkingTraceDir[] = "/data/misc/zelkalog/traces";
 
 }  // namespace

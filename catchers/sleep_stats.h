@@ -1,5 +1,5 @@
-// The platform's low-power statistics, read line by line. The parsers are pure: they take lines and
-// change counters. A counter that is not in a text keeps its last value; -1: never seen.
+// The platform's low-power statistics, read line by line. The parsers open no files: they take
+// lines and change counters. A counter that is not in a text keeps its last value; -1: never seen.
 #pragma once
 
 #include <stdint.h>

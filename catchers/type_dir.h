@@ -6,7 +6,7 @@
 #include "base/text.h"
 #include "storage/utils.h"
 
-constexpr size_t kPathSize = 256;  // of every path and command that a start routine puts together
+constexpr size_t kPathSize = 256;  // of a path that a start routine puts together
 
 // Makes the directory <log_dir>/<name>, with its parents, and puts its path into `dir`. A path that
 // is too long ends the process; a directory that cannot be made is logged, and later writes fail.

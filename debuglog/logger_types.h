@@ -16,8 +16,8 @@ struct LoggerType {
 constexpr int kLoggerTypeCount = 14;
 extern const LoggerType kLoggerTypes[kLoggerTypeCount];  // in the order of starting
 
-// What a stop does before it ends the workers, in this order. A step that belongs to a type checks
-// the mask itself. Called in the process that stops logging, on its main thread.
+// What a stop does before it ends the workers, in this order. A step that depends on the mask
+// checks it itself. Called in the process that stops logging, on its main thread.
 using ClosingStep = void (*)();
 constexpr int kClosingStepCount = 26;
 extern const ClosingStep kClosingSteps[kClosingStepCount];
