@@ -47,7 +47,7 @@ int catcher_modem_log(const char* /*log_dir*/, const char* name) {
   format_cut(dir, "%s/%s", s_vendor_log_root_path, name);
   creat_dir(dir);
 
-  const std::string prop_5g = get_string_prop("persist.sys.harrowmoss.cfg", "false");
+  const std::string prop_5g = get_string_prop(kSecondChannelProp, "false");
   const std::string types_wifi = get_string_prop("persist.sys.zklog.wifi_mdm2", "0");
   LOGD("prop_5g=%s, types_wifi=%s, creat_dir=%s, log path=%s", prop_5g.c_str(), types_wifi.c_str(),
        dir, s_log_store_path);

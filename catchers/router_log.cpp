@@ -11,6 +11,7 @@
 #include "base/thread.h"
 #include "catchers/catchers.h"
 #include "debuglog/workers.h"
+#include "model/properties.h"
 #include "selflog/log.h"
 #include "selflog/props.h"
 #include "storage/shell.h"
@@ -19,6 +20,7 @@
 namespace {
 
 constexpr char kLogSource[] = "commands";
+constexpr char kRouterLogProp[] = "persist.sys.qtrlog.enable";
 constexpr char kFileName[] = "qrtr_last.txt";
 constexpr char kFile[] = "/data/misc/zelkalog/qrtr_last.txt";
 constexpr unsigned long kLimit = 512000;
@@ -30,7 +32,7 @@ std::atomic<bool> s_rotating{false};
 
 // Starts the worker that copies the router log. False when the fork failed.
 bool start_copier() {
-  const bool second_channel = get_string_prop("persist.sys.harrowmoss.cfg", "false") == "true";
+  const bool second_channel = get_string_prop(kSecondChannelProp, "false") == "true";
   const char* source =
       second_channel ? "/d/ipc_logging/qrtr_2/log_cont" : "/d/ipc_logging/qrtr_0/log_cont";
   const ShellText command = ShellText("cat").arg(source).raw(" >").target(kFile);
@@ -67,7 +69,7 @@ void start_rotation() {
 }  // namespace
 
 int start_router_log() {
-  if (get_string_prop("persist.sys.qtrlog.enable", "0") != "1") return 0;
+  if (get_string_prop(kRouterLogProp, "0") != "1") return 0;
   if (!start_copier()) return -1;
   start_rotation();
   return 0;
@@ -87,5 +89,5 @@ void* qtrlogThread(void*) {
 }
 
 void stop_router_log() {
-  property_set("persist.sys.qtrlog.enable", "0");
+  property_set(kRouterLogProp, "0");
 }

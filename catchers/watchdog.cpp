@@ -306,6 +306,6 @@ int no_service_catch_modem_log() {
   LOGD("function invoked");
   if (!is_logger_enabled() || !has_logger_type(kTypeMpssDump)) return -1;
   LOGD("set NO_SERVICE_CATCH_MODEM");
-  property_set("persist.sys.no.service", "1");
+  property_set(kNoServiceProp, "1");
   return 0;
 }

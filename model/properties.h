@@ -13,6 +13,9 @@ inline constexpr char kSelfLogProp[] = "persist.sys.logger.enable";  // begins w
 // where it sorts the Wi-Fi logs.
 inline constexpr char kStorePathProp[] = "sys.harrowmossd.log_store_path";
 
+// Exactly "true": the second router-log channel.
+inline constexpr char kSecondChannelProp[] = "persist.sys.harrowmoss.cfg";
+
 // Switches that one step sets and another clears.
 inline constexpr char kBtsnoopProp[] = "persist.bluetooth.btsnoopenable";
 inline constexpr char kFingerprintDumpProp[] = "sys.zelka.fp.dump";
