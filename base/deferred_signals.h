@@ -16,7 +16,8 @@ void set_signal_hooks(void (*handle)(int sig), void (*before)());
 // without hooks, in another process, or while a ScopedNoSafePoints lives.
 void safe_point();
 
-// The start and the stop of logging change the tables that the handling reads.
+// While one lives, safe_point() does nothing: the start and the stop of logging change the tables
+// that the handling reads.
 class ScopedNoSafePoints {
  public:
   ScopedNoSafePoints();

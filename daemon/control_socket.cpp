@@ -129,7 +129,7 @@ void serve_connection(int fd) {
     if (!receive_request(fd, &request)) break;
     execute(request, reply);
     if (is_stray_child()) break;  // the main process replies
-    safe_point();  // a client whose requests are always ready must not keep signals off
+    safe_point();  // wait_ready() delivers no signal when the next request is already there
     if (!send_reply(fd, reply)) break;
   }
   LOGI_AS("main", "closing connection\n");
@@ -142,7 +142,7 @@ void serve_connection(int fd) {
 
 void serve_connections(int listen_fd) {
   for (;;) {
-    safe_point();  // a client that connects again at once must not keep signals off
+    safe_point();  // wait_ready() delivers no signal when the next client is already there
     wait_ready(listen_fd, POLLIN);
     sockaddr address;
     socklen_t address_size = sizeof(address);  // 16; not used

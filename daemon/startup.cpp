@@ -39,7 +39,7 @@ constexpr char kLogSource[] = "harrowmoss";
 constexpr char kKernelLogFormat[] = "threadtime,usec";
 constexpr char kKernelLogBuffer[] = "kernel";
 constexpr int kKernelLogLines = 5000;
-constexpr unsigned kKernelLogSeconds = 10;  // the worker's life at most
+constexpr unsigned kKernelLogSeconds = 10;  // then SIGALRM ends the worker
 constexpr int kListenBacklog = 5;
 constexpr int kStartPauseMs = 1000;
 
@@ -151,12 +151,8 @@ void free_globals() {
   s_general_group = nullptr;
 }
 
-namespace {
-
-// Start-up as far as the signal handlers. Before they are installed, signals that the daemon
-// ignores or handles would end it: all are blocked, and delivered afterwards.
-void prepare() {
-  const ScopedSignalBlocker until_handled;
+void run_daemon() {
+  block_handled_signals();  // one that comes before its handler is installed would end the daemon
   protect_control_socket();
   if (property_set(kSelfLogProp, "on") != 0) {
     LOG_ANDROID(ANDROID_LOG_DEBUG, "logger, set LOGSYS_LOG_ENABLE on failed.");
@@ -171,13 +167,6 @@ void prepare() {
   share_current_run();
   start_monitor_thread();
   install_signal_handlers();
-}
-
-}  // namespace
-
-void run_daemon() {
-  block_handled_signals();
-  prepare();
   set_logging_switch(stop_debug_log, start_debug_log, current_run_name);
   initialize_globals();
   give_back_preallocation();

@@ -184,8 +184,13 @@ TEST(Startup, WaitsUntilDataCanBeWritten) {
   ASSERT_TRUE(eventually([&] { return count_lines(phone, "/data access R ok.") >= 2; }));
   EXPECT_FALSE(Client(phone).connected());
   EXPECT_EQ(count_lines(phone, "After create directories;"), 0);
+  // Before the handlers are installed too: no signal ends the daemon.
+  const pid_t daemon = phone.daemon_pid();
+  for (const int sig : {SIGTERM, SIGINT, SIGPIPE, SIGALRM}) ASSERT_TRUE(phone.signal(daemon, sig));
   ASSERT_EQ(phone.shell("mount -o remount,rw /data").status, 0);
   EXPECT_TRUE(eventually([&] { return serves(phone, 2000); }));
+  EXPECT_EQ(phone.daemon_pid(), daemon);
+  EXPECT_EQ(count_lines(phone, "catch signal "), 4);
   struct stat st;
   ASSERT_EQ(stat(phone.inside("/data/misc/zelkalog").c_str(), &st), 0);
   EXPECT_EQ(st.st_mode & 07777, 0777u);
