@@ -97,7 +97,7 @@ int64_t monotonic_ms();
 // waiter would miss it. Returns its pid, 0 when none has ended, -1 when there is no child.
 pid_t reap_any(int* status);
 
-// These write at most `size` pids and return how many.
+// These write at most `size` pids (at least 1) and return how many.
 
 // The living members of the process group `leader`.
 int list_group(pid_t leader, pid_t* pids, int size);

@@ -146,7 +146,9 @@ void end_leftover_children(const pid_t* spared, int count, pid_t monitor) {
     int left = static_cast<int>(
         std::remove_if(pids, pids + all, [=](pid_t pid) { return contains(spared, count, pid); }) -
         pids);
-    if (monitor > 0) left += list_group_leaders(monitor, pids + left, kMaxChildren - left);
+    if (monitor > 0 && left < kMaxChildren) {
+      left += list_group_leaders(monitor, pids + left, kMaxChildren - left);
+    }
     return left;
   };
   const auto send = [=](pid_t pid, int sig) {
