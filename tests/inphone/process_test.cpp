@@ -124,7 +124,7 @@ TEST(SignalProcess, ReachesOnlyWhatIsOurs) {
   EXPECT_EQ(signal_process(child.pid(), SIGTERM), -1);  // reaped: the pid is free
 }
 
-TEST(KillWithGroup, EndsAGroupWhoseLeaderIsGone) {
+TEST(SignalGroup, EndsAGroupWhoseLeaderIsGone) {
   catch_sigchld();
   become_main_process();
   const auto [leader, member] = fork_with_stubborn_child(false);
