@@ -166,7 +166,7 @@ int main(int argc, char** argv) {
     all |= type.mask;
   }
   measure("all", all, seconds);
-  printf("\n| Files | CPU of a look, ms | Wake-ups of a look |\n|---|---|---|\n");
+  printf("\n| Files | CPU per measurement, ms | Wake-ups per measurement |\n|---|---|---|\n");
   for (const int count : {0, 10000, 100000}) measure_monitor(count);
   return 0;
 }

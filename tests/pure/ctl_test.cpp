@@ -66,6 +66,15 @@ TEST(CtlCommandLine, MisuseExitsWith2AndAMessage) {
       {{"raw", "0100"}, "--yes"},
       {{"raw", "--yes", "010"}, "hexadecimal"},
       {{"raw", "--yes", std::string(2 * 342, 'f')}, "aborts"},
+      {{"status", "--since", "1"}, "are for log"},
+      {{"status", "--until", "1"}, "are for log"},
+      {{"status", "--around", "1"}, "are for log"},
+      {{"status", "--buffer", "main"}, "are for log"},
+      {{"status", "--tag", "x"}, "are for log"},
+      {{"status", "--level", "E"}, "are for log"},
+      {{"status", "--pid", "1"}, "are for log"},
+      {{"status", "--grep", "x"}, "are for log"},
+      {{"status", "--count"}, "are for log"},
   };
   for (const auto& [words, message] : rows) {
     BenchClient client;

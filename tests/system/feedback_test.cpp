@@ -59,6 +59,8 @@ TEST(Feedback, RefusedDestinationsChangeNothing) {
       EXPECT_EQ(count_lines(phone, "destination refused, "), ++refused);
     }
   }
+  EXPECT_EQ(ask_for(phone, kCopyTraces, "/data/local/traces/inside"), "00000000");  // its source
+  EXPECT_EQ(count_lines(phone, "destination refused, "), ++refused);
   for (const LogLine& line : lines_with(daemon_log(phone), "destination refused, "))
     EXPECT_EQ(line.priority, 6) << line;
   EXPECT_EQ(phone.calls().size(), 0u);
