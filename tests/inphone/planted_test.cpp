@@ -100,6 +100,7 @@ const struct {
      }},
     {"/sdcard/out/source/sub/b", kFile, [] { copy_dir("/data/source", "/sdcard/out"); }},
     {"/sdcard/out/source/sub", kDirectory, [] { copy_dir2("/data/source", "/sdcard/out"); }},
+    {"/sdcard/out/source/a", kFile, [] { copy_dir("/data/source/", "/sdcard/out"); }},
     {"/sdcard/out/source/a", kFile, [] { move_dir("/data/source", "/sdcard/out", ""); }},
     {"/sdcard/out/a", kFile, [] { copy_file("/data/source/a", "/sdcard/out"); }},
     {"/sdcard/out/a", kFile, [] { copy_file("/data/source/a", "/sdcard/out/a"); }},

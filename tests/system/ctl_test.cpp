@@ -107,6 +107,7 @@ TEST(CtlSystem, DoctorFindsFaultsWhileLoggingRuns) {
   fs::remove(phone.inside("/dev/socket/harrowmossd"));
   EXPECT_EQ(doctor(), (Ids{"not-answering", "no-logcat", "no-monitor"}));
   EXPECT_EQ(phone.shell("mount -t tmpfs none /system/bin").status, 0);
+  phone.write("/system/bin/sh", "");  // not executable
   const RunResult lacking = ctl(phone, {"doctor", "--json"});
   EXPECT_EQ(findings(lacking), (Ids{"not-answering", "missing-files", "no-logcat", "no-monitor"}));
   EXPECT_TRUE(contains(lacking.out, "/system/bin/sh (for everything)")) << lacking.out;
