@@ -69,8 +69,12 @@ class Desk(unittest.TestCase):
     def connect(self, port):
         """Reconnects: adb's server itself retries a lost phone only every ten seconds."""
         serial = f"127.0.0.1:{port}"
-        self.run_in(["adb", "disconnect", serial])
-        self.assertIn(b"connected to", self.run_in(["adb", "connect", serial]).stdout)
+
+        def connected():  # adb itself gives up early on a busy machine
+            self.run_in(["adb", "disconnect", serial])
+            return b"connected to" in self.run_in(["adb", "connect", serial]).stdout
+
+        eventually(connected)
 
     @staticmethod
     def end(phone):
