@@ -31,7 +31,7 @@ void stop_anr_dumpsys_log();
 void stop_mpss_dump_log();
 
 // A part of stop_systrace_log(): switches the platform's trace service off and tells it so. Waits
-// until its worker is gone: 6.1 s, then a second for each kill. The caller has checked the mask.
+// until its worker is gone: 6 s, then a second for each kill. The caller has checked the mask.
 void stop_systrace_service();
 
 // Sends one command to the trace service's socket, trying for about 6.2 s. Returns the result of

@@ -90,7 +90,7 @@ void stop_systrace_service() {
     end_process(0);
   }
   LOGE_AS(name, "fork child process, pid:%d, sendSystraceSocket\n", pid);
-  const int polls = await_child(pid, {name, kStepMs, kStopPolls, kKillPauseMs, true, false});
+  const int polls = await_child(pid, {name, kStepMs, kStopPolls, 0, kKillPauseMs, true, false});
   LOGD_AS(name, "wait child %d to finish wastes %f secs", pid, polls / 10.0);
 }
 

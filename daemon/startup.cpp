@@ -2,6 +2,7 @@
 #include <cutils/sockets.h>
 #include <errno.h>
 #include <fcntl.h>
+#include <pthread.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/prctl.h>
@@ -77,7 +78,9 @@ void create_working_dir() {
 
 void start_monitor_thread() {
   s_monitor_running = true;
-  if (start_thread(monitorThread, nullptr) == 0) return;
+  const ScopedSignalBlocker for_the_thread;
+  pthread_t never_joined;  // default attributes, not detached
+  if (pthread_create(&never_joined, nullptr, monitorThread, nullptr) == 0) return;
   LOGE_AS("main", "create monitor thread fail, error=%s\n", strerror(errno));
   s_monitor_running = false;
 }

@@ -95,9 +95,9 @@ int await_child(pid_t pid, const ChildWait& how) {
     const bool last = polls >= how.polls;
     if (how.is_request) LOGD_AS(how.function, "wait child %d to finish.", pid);
     if (last && !how.until_gone) {
-      sleep_ms(how.poll_ms);
+      sleep_ms(how.last_pause_ms);
     } else {
-      gone = wait_within(pid, how.poll_ms, nullptr);
+      gone = wait_within(pid, last ? how.last_pause_ms : how.poll_ms, nullptr);
     }
     if (how.is_request) safe_point();
     if (gone != 0 || !last) continue;
@@ -111,7 +111,7 @@ int await_child(pid_t pid, const ChildWait& how) {
 }
 
 int wait_child_to_finish(pid_t pid, int ticks) {
-  const int polls = await_child(pid, {__func__, kTickMs, ticks, kTickMs, false, false});
+  const int polls = await_child(pid, {__func__, kTickMs, ticks, kTickMs, kTickMs, false, false});
   if (polls == -1) return 0;
   LOGD("%d wait child %d to finish wastes %f secs", getpid(), pid, polls / 10.0);
   return 1;
@@ -119,7 +119,7 @@ int wait_child_to_finish(pid_t pid, int ticks) {
 
 int await_request_child(const char* function, pid_t pid, int poll_ms, int polls) {
   s_request_pid = pid;
-  const int count = await_child(pid, {function, poll_ms, polls, kTickMs, true, true});
+  const int count = await_child(pid, {function, poll_ms, polls, poll_ms, kTickMs, true, true});
   s_request_pid = 0;
   return count;
 }

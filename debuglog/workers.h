@@ -44,12 +44,13 @@ inline void add_to_debug_group(pid_t pid) {
 pid_t fork_worker(const char* function);
 
 // A bounded wait for a child: polls every `poll_ms`. A child that `polls` + 1 polls have found
-// running (0 or less: one poll) is killed with its group after another `poll_ms`.
+// running (0 or less: one poll) is killed with its group after another `last_pause_ms`.
 struct ChildWait {
   const char* function;  // logs under its name
   int poll_ms;
   int polls;
-  int kill_pause_ms;  // after the kill
+  int last_pause_ms;  // before the kill
+  int kill_pause_ms;  // after it
   bool until_gone;    // go on polling and killing until it is reaped; else one kill, left unreaped
   bool is_request;    // log every poll, which is a safe point
 };

@@ -22,6 +22,7 @@
 #include "daemon/harrowmoss.h"
 #include "debuglog/workers.h"
 #include "fuzz/require.h"
+#include "model/paths.h"
 #include "platform/linux/bench_phone.h"
 #include "protocol/encode.h"
 
