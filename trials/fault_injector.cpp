@@ -6,7 +6,6 @@
 // a shell or stand-in are failures of a tool for the daemon, with tests of their own. Files of the
 // bench (properties, log buffers, journal) never fail: on a phone other processes provide them.
 #include <fcntl.h>
-#include <linux/audit.h>
 #include <linux/filter.h>
 #include <linux/sched.h>
 #include <linux/seccomp.h>
@@ -25,26 +24,9 @@
 #include <algorithm>
 #include <vector>
 
+#include "phone/seccomp_architecture.h"
 #include "phone/util.h"
 #include "trials/fault_plan.h"
-
-#if defined(__x86_64__)
-
-namespace {
-
-constexpr uint32_t kArchitecture = AUDIT_ARCH_X86_64;
-
-}  // namespace
-
-#elif defined(__aarch64__)
-
-namespace {
-
-constexpr uint32_t kArchitecture = AUDIT_ARCH_AARCH64;
-
-}  // namespace
-
-#endif
 
 namespace {
 

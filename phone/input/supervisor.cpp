@@ -1,7 +1,6 @@
 #include "phone/input/supervisor.h"
 
 #include <fcntl.h>
-#include <linux/audit.h>
 #include <linux/close_range.h>
 #include <linux/filter.h>
 #include <linux/input.h>
@@ -14,27 +13,8 @@
 #include <sys/syscall.h>
 
 #include "phone/input/devices.h"
+#include "phone/seccomp_architecture.h"
 #include "phone/util.h"
-
-#if defined(__x86_64__)
-
-namespace {
-
-constexpr uint32_t kArchitecture = AUDIT_ARCH_X86_64;
-
-}  // namespace
-
-#elif defined(__aarch64__)
-
-namespace {
-
-constexpr uint32_t kArchitecture = AUDIT_ARCH_AARCH64;
-
-}  // namespace
-
-#else
-#error "no seccomp architecture for this machine"
-#endif
 
 namespace {
 
